@@ -1,0 +1,48 @@
+# The library's folders, each an archive of its own; a test or the shared library links them all and takes what it needs.
+
+set(VXR_LOGIC_ARCHIVES)
+function(vxr_logic name)
+  add_library(vxr_${name} STATIC ${ARGN})
+  target_compile_options(vxr_${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+  set(VXR_LOGIC_ARCHIVES ${VXR_LOGIC_ARCHIVES} vxr_${name} PARENT_SCOPE)
+endfunction()
+
+vxr_logic(log log/heap.cpp log/log.cpp log/dump.cpp log/record_dump.cpp)
+vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/strings.cpp engine/base/files.cpp
+          engine/base/processes.cpp)
+vxr_logic(engine engine/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp)
+vxr_logic(registry registry/values.cpp registry/hive.cpp)
+vxr_logic(restore restore/settings.cpp)
+vxr_logic(volume volume/volume.cpp)
+vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp)
+vxr_logic(device device/records.cpp device/properties.cpp device/facts.cpp device/class_repair.cpp
+          device/disk_scan.cpp)
+vxr_logic(inf inf/field_reader.cpp inf/driver_search.cpp inf/install_section.cpp inf/critical_device.cpp)
+
+# The INF reader stands alone: the command line shows files with it.
+add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/code_page.cpp)
+
+add_library(vxr_machine STATIC
+  platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
+  platform/machine/machine.cpp platform/machine/description.cpp platform/machine/facts.cpp
+  platform/machine/settings_file.cpp platform/machine/windows.cpp platform/machine/paths.cpp
+  platform/machine/files.cpp platform/machine/mapping.cpp platform/machine/copy.cpp platform/machine/search.cpp
+  platform/machine/disks.cpp platform/machine/processes.cpp platform/machine/registry.cpp platform/machine/hive.cpp
+  platform/machine/inf_calls.cpp platform/machine/devices.cpp platform/machine/drivers.cpp)
+target_link_libraries(vxr_machine PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
+
+add_library(vxr_everything INTERFACE)
+list(JOIN VXR_LOGIC_ARCHIVES "," archives)
+target_link_libraries(vxr_everything INTERFACE "$<LINK_GROUP:RESCAN,${archives},vxr_machine,vxr_inf_file>"
+                      PkgConfig::HIVEX PkgConfig::TOMLPP)
+
+# The whole archives, so that the exported functions are in; hidden visibility keeps the rest inside.
+add_library(vxrcore SHARED)
+target_sources(vxrcore PRIVATE cmake/version.c)
+list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
+list(TRANSFORM whole APPEND ">")
+target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_machine>"
+                      "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>")
+target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,libstdc++.a)
+target_include_directories(vxrcore INTERFACE ${PROJECT_SOURCE_DIR}/include)
+set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "platform/platform.h"
+
+// Runs a command line without a console window and waits for its end. TRUE when it exits with code 0. `*exitCode` gets
+// the exit code, or the system error code when it cannot start; 0xFFFFFFFF for a null command.
+BOOL VXREng_ExecCommand(const char *command, DWORD *exitCode);

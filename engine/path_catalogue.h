@@ -1,0 +1,25 @@
+// The directories and files that the restore-time code works with, by id.
+#pragma once
+
+#include "log/heap.h"
+
+enum : DWORD {
+  VXR_DIR_RLMINF = 0,      // restore job's INF directory
+  VXR_DIR_VXRDRV = 1,      // driver directory of the product
+  VXR_FILE_REGIMPORT = 2,  // name ignored
+  VXR_FILE_DKPART = 3,     // name ignored
+  VXR_DIR_PRODUCT = 5,
+  VXR_DIR_WININF = 6,  // restored system: inf, drivers, config, system directory
+  VXR_DIR_WINDRV = 7,
+  VXR_DIR_WINCFG = 8,
+  VXR_DIR_WINSYS = 9,
+  VXR_DIR_WPEINF = 10,  // running system: inf, drivers, system directory
+  VXR_DIR_WPEDRV = 11,
+  VXR_DIR_WPESYS = 12,
+  VXR_STR_SERVICES = 13,  // "<name>.Services"; nothing without a name
+};
+
+// The path for `id`, with a backslash and `name` appended when a name is given. Two zero bytes follow the text, so that
+// it may be passed on as a multi-string. Null for an unknown id, without a parameter block, for ids 6 to 9 without an
+// extension, or without memory.
+HeapText VXREng_GetStringAs(DWORD id, const char *name);

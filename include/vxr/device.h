@@ -1,0 +1,38 @@
+// The new machine's devices and the drivers found for them. Allocated zero-filled on the process heap; an owned member
+// is released by VXRDev_FreeDevice or VXRDev_FreeDriver (device/records.h).
+#pragma once
+
+#include "platform/platform.h"
+
+struct VXR_DEVICE;
+
+// The driver chosen for one device.
+struct VXR_DRIVER {
+  DWORD iDevEnum;  // copies of the device's members
+  DWORD iDrvEnum;  // entry of the driver list built from the INF file: always the first, 0
+  DWORD hDevInst;
+  GUID guDevice;
+  BOOL bInject;  // copy files and write services only when TRUE
+  char *szDriver;     // owned; no operation fills it
+  char *szService;    // owned: service name of the INF file's AddService line
+  const char *szMatchedID;  // borrowed: the id that matched the model line
+  SP_DRVINFO_DATA_A *pDrvInfoData;               // owned
+  SP_DRVINFO_DETAIL_DATA_A *pDrvInfoDetailData;  // owned; its id list follows the fixed part
+  VXR_DEVICE *pVXRDevice;                        // borrowed: the device the driver belongs to
+};
+
+// One device of the new machine. A disk owns its controller, an IDE channel its bus extender, through pVXRDevParent.
+struct VXR_DEVICE {
+  DWORD iBMDevIndex;  // disk of the extension's list to which the device belongs
+  char *szInstanceID;     // owned
+  char *szHardwareID;     // owned multi-string
+  char *szCompatibleIDs;  // owned multi-string, or null
+  char *szTargetOS;       // owned multi-string: decorations of the restored system
+  DWORD VXRDevType;       // VXR_DEVTYPE_...
+  DWORD iDevEnum;         // position among the present devices of its class
+  DWORD hDevInst;         // device node
+  GUID guDevice;          // set-up class as the platform reports it
+  VXR_DRIVER *pVXRDriver;     // owned, or null (disks)
+  VXR_DEVICE *pVXRDevParent;  // owned, or null
+  BOOL bInject;
+};

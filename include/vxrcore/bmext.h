@@ -1,0 +1,229 @@
+/* The bare-metal extension file: what a protected machine was at backup time. The byte image of VXR_EXTHEADER and
+ * VXR_BMEXTNSON, 80,332 bytes, little-endian, no padding but the fields named `reserved`. C and C++ callers.
+ *
+ * Numbers are byte arrays, so that every record has alignment 1 and may lie at any address; read them with VxrGet16,
+ * VxrGet32 and VxrGet64. Texts are in the ANSI code page of the recorded machine, NUL-terminated inside their field in a
+ * file that this library wrote; a file from elsewhere may hold anything, so cap texts and counts at their field. */
+#ifndef VXRCORE_BMEXT_H
+#define VXRCORE_BMEXT_H
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+typedef struct VXR_LE16 { uint8_t b[2]; } VXR_LE16;
+typedef struct VXR_LE32 { uint8_t b[4]; } VXR_LE32;
+typedef struct VXR_LE64 { uint8_t b[8]; } VXR_LE64;
+
+static inline uint16_t VxrGet16(VXR_LE16 v) { return (uint16_t)(v.b[0] | v.b[1] << 8); }
+
+static inline uint32_t VxrGet32(VXR_LE32 v) {
+  return (uint32_t)v.b[0] | (uint32_t)v.b[1] << 8 | (uint32_t)v.b[2] << 16 | (uint32_t)v.b[3] << 24;
+}
+
+static inline uint64_t VxrGet64(VXR_LE64 v) {
+  uint64_t value = 0;
+  for (int i = 7; i >= 0; --i) value = value << 8 | v.b[i];
+  return value;
+}
+
+static inline VXR_LE32 VxrPut32(uint32_t value) {
+  VXR_LE32 v = {{(uint8_t)value, (uint8_t)(value >> 8), (uint8_t)(value >> 16), (uint8_t)(value >> 24)}};
+  return v;
+}
+
+#define VXR_EXT_MAGIC_HOT 0x654D6248u  /* "HbMe": the system directory lay on a fixed disk */
+#define VXR_EXT_MAGIC_COLD 0x654D6243u /* "CbMe": the system was started from another medium */
+#define VXR_EXT_VERSION 1u
+#define VXR_EXT_FILE_SIZE 80332u
+#define VXR_MAX_VOLUMES 4
+#define VXR_MAX_VOLUME_DISKS 2
+
+typedef struct VXR_EXTHEADER {
+  VXR_LE32 Magic;   /* 0 */
+  VXR_LE32 Version; /* 4 */
+} VXR_EXTHEADER;
+
+typedef struct VXR_ARCHITECT {
+  VXR_LE32 HalType;    /* 0: VXR_HAL_... */
+  VXR_LE32 KernelType; /* 4: VXR_KRNL_... */
+} VXR_ARCHITECT;
+
+typedef struct VXR_SYSOSINFO {
+  VXR_LE32 MajorVersion;          /* 0 */
+  VXR_LE32 MinorVersion;          /* 4 */
+  VXR_LE32 BuildNumber;           /* 8 */
+  VXR_LE32 PlatformId;            /* 12: 0 Win32s, 1 Windows 9x, 2 NT */
+  VXR_LE32 ServicePackMajor;      /* 16 */
+  VXR_LE32 ServicePackMinor;      /* 20 */
+  VXR_LE32 SuiteMask;             /* 24 */
+  VXR_LE32 ProductType;           /* 28: 1 workstation, 2 domain controller, 3 server */
+  VXR_LE32 NumberOfProcessors;    /* 32 */
+  VXR_LE32 ProcessorType;         /* 36 */
+  VXR_LE32 ProcessorLevel;        /* 40 */
+  VXR_LE32 ProcessorRevision;     /* 44 */
+  VXR_LE32 ProcessorArchitecture; /* 48: 0 x86, 6 ia64, 9 amd64 */
+  VXR_LE32 PageSize;              /* 52: bytes */
+  VXR_LE64 TotalPhys;             /* 56: bytes */
+} VXR_SYSOSINFO;
+
+typedef struct VXR_SYSINFO {
+  VXR_LE32 BootMedia;    /* 0: VXR_BOOTMEDIA_... */
+  char SystemPath[260];  /* 4 */
+  char WindowsPath[260]; /* 264 */
+  VXR_SYSOSINFO SysOs;   /* 524 */
+} VXR_SYSINFO;
+
+typedef struct VXR_GUID {
+  VXR_LE32 Data1;   /* 0 */
+  VXR_LE16 Data2;   /* 4 */
+  VXR_LE16 Data3;   /* 6 */
+  uint8_t Data4[8]; /* 8 */
+} VXR_GUID;
+
+typedef struct VXR_SERVICE {
+  char Name[32];   /* 0 */
+  char Group[64];  /* 32 */
+  char Image[260]; /* 96: as the service entry states it */
+  VXR_LE32 Tag;    /* 356 */
+  VXR_LE32 Type;   /* 360 */
+  VXR_LE32 Start;  /* 364 */
+} VXR_SERVICE;
+
+typedef struct VXR_FILEINFO {
+  char FileName[260];       /* 0: full path as it was examined */
+  char Section[256];        /* 260: of an INF file, the install section; else empty */
+  char ProductName[64];     /* 516 */
+  char CompanyName[64];     /* 580 */
+  char ProductVersion[64];  /* 644 */
+  char FileDescription[64]; /* 708 */
+  char FileVersion[64];     /* 772 */
+  VXR_LE64 CreationTime;    /* 836: 100-ns units since 1601-01-01 UTC */
+  VXR_LE64 LastAccessTime;  /* 844 */
+  VXR_LE64 LastWriteTime;   /* 852 */
+  VXR_LE64 FileSize;        /* 860: bytes */
+} VXR_FILEINFO;
+
+typedef struct VXR_DEVDRV {
+  VXR_GUID DevGuid;       /* 0: set-up class */
+  VXR_LE32 DeviceType;    /* 16: VXR_DEVTYPE_... */
+  char InstanceID[260];   /* 20 */
+  char Description[256];  /* 280 */
+  char Manufacturer[256]; /* 536 */
+  char ProviderName[256]; /* 792 */
+  VXR_SERVICE Service;    /* 1,048 */
+  VXR_FILEINFO ImgFile;   /* 1,416 */
+  VXR_FILEINFO InfFile;   /* 2,284 */
+} VXR_DEVDRV;
+
+typedef struct VXR_DISKEXTENT {
+  VXR_LE32 DiskNumber;     /* 0 */
+  uint8_t Padding[4];      /* 4: as the platform delivered it */
+  VXR_LE64 StartingOffset; /* 8: bytes */
+  VXR_LE64 ExtentLength;   /* 16: bytes */
+} VXR_DISKEXTENT;
+
+typedef struct VXR_VOLDISK {
+  VXR_DISKEXTENT DiskExtent; /* 0 */
+  VXR_DEVDRV DiskDriver;     /* 24 */
+  VXR_DEVDRV CtrlDriver;     /* 3,176 */
+  VXR_DEVDRV BusEDriver;     /* 6,328: IDE disks only, else zero */
+} VXR_VOLDISK;
+
+typedef struct VXR_VOLDISKS {
+  VXR_LE32 DiskCount;                      /* 0: 0..2 */
+  VXR_LE32 MaxDiskCount;                   /* 4: 2 */
+  VXR_VOLDISK Disks[VXR_MAX_VOLUME_DISKS]; /* 8 */
+} VXR_VOLDISKS;
+
+typedef struct VXR_VOLUME {
+  char MntPnt[16];       /* 0: such as C:\ */
+  char Volume[64];       /* 16: GUID path without trailing backslash */
+  uint8_t Device[260];   /* 80: 16-bit length, then the device name in UTF-16LE without terminator */
+  uint8_t UniqId[260];   /* 340: 16-bit length, then the id */
+  char Label[16];        /* 600 */
+  char FileSystem[16];   /* 616 */
+  char BMName[260];      /* 632: the volume's name in the backup */
+  VXR_LE32 DeviceLen;    /* 892: bytes in Device, the length included */
+  VXR_LE32 UniqIdLen;    /* 896: bytes in UniqId, the length included */
+  VXR_LE32 Serial;       /* 900 */
+  VXR_LE32 MaxLen;       /* 904: longest file name component */
+  VXR_LE32 Flags;        /* 908: of the file system */
+  uint8_t reserved[4];   /* 912 */
+  VXR_LE32 VolType;      /* 916: 0x400 always, 0x1 holds boot.ini, 0x2 holds the system directory */
+  VXR_VOLDISKS VolDisks; /* 920 */
+} VXR_VOLUME;
+
+typedef struct VXR_VOLUMES {
+  VXR_LE32 VolCount;                /* 0: 0..4 */
+  VXR_LE32 MaxVolCount;             /* 4: 4 */
+  VXR_LE32 BootVolInd;              /* 8: signed, -1 for none */
+  VXR_LE32 SystVolInd;              /* 12: signed, -1 for none */
+  VXR_VOLUME Vols[VXR_MAX_VOLUMES]; /* 16 */
+} VXR_VOLUMES;
+
+typedef struct VXR_NETINFO {
+  char ComputerName[16];                          /* 0 */
+  char ComputerNameNetBIOS[16];                   /* 16 */
+  char ComputerNameDnsHostname[16];               /* 32 */
+  char ComputerNameDnsDomain[16];                 /* 48 */
+  char ComputerNameDnsFullyQualified[16];         /* 64 */
+  char ComputerNamePhysicalNetBIOS[16];           /* 80 */
+  char ComputerNamePhysicalDnsHostname[16];       /* 96 */
+  char ComputerNamePhysicalDnsDomain[16];         /* 112 */
+  char ComputerNamePhysicalDnsFullyQualified[16]; /* 128 */
+} VXR_NETINFO;
+
+typedef struct VXR_BMEXTNSON {
+  VXR_LE32 Size;           /* 0: 80,324; written, never checked */
+  VXR_ARCHITECT Architect; /* 4 */
+  VXR_SYSINFO SysInfo;     /* 12 */
+  VXR_VOLUMES Volumes;     /* 600 */
+  VXR_NETINFO NetInfo;     /* 80,168 */
+  uint8_t reserved[12];    /* 80,312 */
+} VXR_BMEXTNSON;
+
+static_assert(sizeof(VXR_EXTHEADER) == 8, "header");
+static_assert(sizeof(VXR_ARCHITECT) == 8, "architecture");
+static_assert(sizeof(VXR_SYSOSINFO) == 64, "operating system");
+static_assert(sizeof(VXR_SYSINFO) == 588, "system");
+static_assert(offsetof(VXR_SYSINFO, SysOs) == 524, "system");
+static_assert(sizeof(VXR_SERVICE) == 368, "service");
+static_assert(sizeof(VXR_FILEINFO) == 868, "file");
+static_assert(sizeof(VXR_DEVDRV) == 3152, "driver");
+static_assert(offsetof(VXR_DEVDRV, Service) == 1048, "driver");
+static_assert(offsetof(VXR_DEVDRV, InfFile) == 2284, "driver");
+static_assert(sizeof(VXR_VOLDISK) == 9480, "volume disk");
+static_assert(offsetof(VXR_VOLDISK, CtrlDriver) == 3176, "volume disk");
+static_assert(offsetof(VXR_VOLDISK, BusEDriver) == 6328, "volume disk");
+static_assert(sizeof(VXR_VOLDISKS) == 18968, "volume disks");
+static_assert(sizeof(VXR_VOLUME) == 19888, "volume");
+static_assert(offsetof(VXR_VOLUME, BMName) == 632, "volume");
+static_assert(offsetof(VXR_VOLUME, VolDisks) == 920, "volume");
+static_assert(sizeof(VXR_VOLUMES) == 79568, "volumes");
+static_assert(sizeof(VXR_NETINFO) == 144, "names");
+static_assert(sizeof(VXR_BMEXTNSON) == 80324, "extension");
+static_assert(offsetof(VXR_BMEXTNSON, Volumes) == 600, "extension");
+static_assert(offsetof(VXR_BMEXTNSON, NetInfo) == 80168, "extension");
+static_assert(sizeof(VXR_EXTHEADER) + sizeof(VXR_BMEXTNSON) == VXR_EXT_FILE_SIZE, "file");
+
+/* Values of the records' fields. */
+enum { VXR_BOOTMEDIA_DISK, VXR_BOOTMEDIA_CDROM, VXR_BOOTMEDIA_NET, VXR_BOOTMEDIA_RAM, VXR_BOOTMEDIA_UNKNOWN };
+enum { VXR_KRNL_UP, VXR_KRNL_UP_PAE, VXR_KRNL_MP, VXR_KRNL_MP_PAE };
+enum {
+  VXR_HAL_E_ISA_UP,
+  VXR_HAL_ACPIPIC_UP,
+  VXR_HAL_ACPIAPIC_UP,
+  VXR_HAL_ACPIAPIC_MP,
+  VXR_HAL_MPS_UP,
+  VXR_HAL_MPS_MP
+};
+enum {
+  VXR_DEVTYPE_DISKDRIVE,
+  VXR_DEVTYPE_HDC,
+  VXR_DEVTYPE_SCSIADAPTER,
+  VXR_DEVTYPE_NET,
+  VXR_DEVTYPE_UNKNOWN
+};
+
+#endif

@@ -1,0 +1,64 @@
+/* The described machine: where the library is not built for Windows, a machine that a TOML file describes answers the
+ * calls that Windows would. Open one before calling any function of vxrcore.h. C and C++ callers. */
+#ifndef VXRCORE_MACHINE_H
+#define VXRCORE_MACHINE_H
+
+#include "vxrcore/vxrcore.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Opens the machine that the TOML file at host path `file` describes. One machine at a time.
+ * False when it cannot be used; `message` (of `messageSize` bytes) then holds one line that names file, line and key. */
+VXR_API int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize);
+
+/* Closes the machine: saves changed registry hives of the running system, releases everything. A hive still mounted is
+ * dropped without being saved. False when a hive could not be saved (the observer was told the reason). */
+VXR_API int32_t VXRMachine_Close(void);
+
+/* Called with each text that a window is given. `text` is in the machine's ANSI code page, valid during the call. */
+typedef void (*VXRMachine_WindowText)(void *context, const char *text);
+
+/* A window handle for VXREng_RunVXR, VXREng_SetStatusWnd, VXRDbg_Initialize or VXRDbg_SetWnd; null without memory or
+ * machine. Lives until VXRMachine_DestroyWindow or VXRMachine_Close. */
+VXR_API void *VXRMachine_CreateWindow(VXRMachine_WindowText callback, void *context);
+VXR_API void VXRMachine_DestroyWindow(void *window);
+
+/* What the machine did or refused, for a host that reports it. Unused texts are null, unused numbers 0. */
+enum {
+  VXRMACHINE_FILE_COPIED = 1,      /* subject: target, detail: source, size: bytes */
+  VXRMACHINE_FILE_NOT_COPIED = 2,  /* subject: target, detail: reason, size: 1 when an old target was kept, else 0 */
+  VXRMACHINE_VALUE_WRITTEN = 3,    /* subject: key, detail: value name, text: data for people, type, size: bytes */
+  VXRMACHINE_HIVE_LOADED = 4,      /* subject: hive file, detail: mount point */
+  VXRMACHINE_HIVE_REFUSED = 5,     /* subject: hive file, detail: reason */
+  VXRMACHINE_HIVE_SAVED = 6,       /* subject: hive file, size: bytes */
+  VXRMACHINE_HIVE_NOT_SAVED = 7,   /* subject: hive file, detail: reason */
+  VXRMACHINE_DRIVER_CHOSEN = 8,    /* subject: INF file, detail: driver description, text: its first hardware id */
+  VXRMACHINE_DEBUG_TEXT = 9,       /* text: what went to the debugger output */
+  VXRMACHINE_PATH_REFUSED = 10     /* subject: Windows path, detail: why it is not followed */
+};
+
+typedef struct VXRMachine_Event {
+  uint32_t kind;
+  uint32_t type; /* registry value type */
+  uint64_t size;
+  const char *subject;
+  const char *detail;
+  const char *text;
+} VXRMachine_Event;
+
+/* `event` and its texts are valid during the call. */
+typedef void (*VXRMachine_Observer)(void *context, const VXRMachine_Event *event);
+
+/* Registers the one observer; null for none. May be called before VXRMachine_Open. */
+VXR_API void VXRMachine_SetObserver(VXRMachine_Observer observer, void *context);
+
+/* How often an INF file was read from disk since VXRMachine_Open. */
+VXR_API uint64_t VXRMachine_InfReads(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,71 @@
+/* The functions that vxrcore exports to its host. C and C++ callers; call them from one thread at a time.
+ *
+ * Booleans are 32-bit, non-zero for true. Texts are NUL-terminated, in the system's ANSI code page. Nothing here hands
+ * memory to the caller. Windows are window handles (on Linux: handles made by VXRMachine_CreateWindow). */
+#ifndef VXRCORE_VXRCORE_H
+#define VXRCORE_VXRCORE_H
+
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define VXR_API
+#else
+#define VXR_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* --- The log ------------------------------------------------------------------------------------------------------ */
+
+/* Starts the log: level from master.ini (section "debugging", key "vxrcore"), else `level`, clamped to 0..5. `flags` is
+ * not used: output begins with the log file and the debugger. `window`, when not null, shows every written line. Does
+ * nothing when the log runs already. Always true. */
+VXR_API int32_t VXRDbg_Initialize(int32_t level, int32_t flags, void *window);
+
+/* Ends the log and closes its file; its content is complete only then. The next line written from anywhere starts the
+ * log again, which empties the day's file. Always true. */
+VXR_API int32_t VXRDbg_Cleanup(void);
+
+/* Lines of a level above `level` are not written. Call after VXRDbg_Initialize, which would overwrite it. */
+VXR_API void VXRDbg_SetLevel(uint32_t level);
+
+/* Outputs: 0x1 log file, 0x2 debugger, 0x4 standard error, 0x8 standard output. Call after VXRDbg_Initialize. */
+VXR_API void VXRDbg_SetFlags(uint32_t flags);
+
+/* The window whose text becomes every written line; null for none. Call after VXRDbg_Initialize. */
+VXR_API void VXRDbg_SetWnd(void *window);
+
+/* --- The engine --------------------------------------------------------------------------------------------------- */
+
+/* Builds the engine's parameter block for restore job number `job`; `inject` zero checks only. The restore run does
+ * this itself. An earlier block is released first. False on failure, which leaves no block. */
+VXR_API int32_t VXREng_Initialize(uint32_t inject, uint32_t job);
+
+/* Releases the parameter block and what it owns. Always true. */
+VXR_API int32_t VXREng_Cleanup(void);
+
+/* Where status lines are shown: flags 2 replaces the window's text, 1 appends to an edit control, others show nothing. */
+VXR_API void VXREng_SetStatusWnd(void *window, uint32_t flags);
+
+/* Whether a file or directory of that name, or a match of that wildcard pattern, exists. False for null. */
+VXR_API int32_t VXREng_FileExists(const char *path);
+
+/* --- The restore run ---------------------------------------------------------------------------------------------- */
+
+/* Finds and, when `inject` is not zero, injects the drivers that the restored system needs on this machine's boot disk,
+ * as restore job `job` in the registry describes it. `inject` zero only verifies that they would be found; the restored
+ * system is not touched.
+ * `header`: an extension image of 80,332 bytes to use instead of the job's file, or null. It stays the caller's, must
+ * outlive the run, and the job's override values are written into it.
+ * `window`: shows each status line as its text, or null.
+ * Returns the result code: 0, or the code of the last failing status line (3, 4, 7, 8, 9, 11, 13, 14, 15), or 58 when no
+ * driver was found for the one hardware id that the job names. */
+VXR_API uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, void *window);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

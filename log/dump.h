@@ -1,0 +1,32 @@
+// Dumps of values and of the platform's records into the log. Each writes nothing for a null record; the title line
+// carries `caller` when it is not null. Lines are at level 3 unless the function says otherwise.
+#pragma once
+
+#include "platform/platform.h"
+
+void VXRDbg_DumpGuid(const GUID *guid, const char *caller);
+// The name of a device registry property (SPDRP_...), padded to 33 characters; "SPDRP_UNKOWN_ERROR" from 35 on.
+const char *VXRDbg_GetPropertyName(DWORD property);
+// A property's value by its registry type. `data` must hold `size` bytes; texts are shown within them.
+void VXRDbg_DumpRegValue(DWORD type, DWORD size, DWORD property, const void *data, const char *caller);
+void VXRDbg_DumpMultiString(const char *texts, const char *caller, DWORD maximum);
+// The bytes at level 0, 32 a line.
+void VXRDbg_DumpMultiBinary(DWORD count, const void *data, const char *caller);
+void VXRDbg_DumpSystemTime(const SYSTEMTIME *time, const char *label);
+void VXRDbg_DumpFileTime(const FILETIME *time, const char *caller);
+
+void VXRDbg_DumpStorageDeviceNumber(const STORAGE_DEVICE_NUMBER *record, const char *caller);
+void VXRDbg_DumpDiskExtent(const DISK_EXTENT *record, const char *caller);
+void VXRDbg_DumpDiskExtents(const VOLUME_DISK_EXTENTS *record, const char *caller);
+void VXRDbg_DumpUniqueId(const MOUNTDEV_UNIQUE_ID *record, const char *caller);
+void VXRDbg_DumpOsVersionInfo(const OSVERSIONINFOEXA *record, const char *caller);
+void VXRDbg_DumpMemoryStatus(const MEMORYSTATUSEX *record, const char *caller);
+void VXRDbg_DumpSystemInfo(const SYSTEM_INFO *record, const char *caller);
+void VXRDbg_DumpDrvInfo(const SP_DRVINFO_DATA_A *record, const char *caller);
+void VXRDbg_DumpDrvInfoDetail(const SP_DRVINFO_DETAIL_DATA_A *record, const char *caller);
+void VXRDbg_DumpDevInstallParams(const SP_DEVINSTALL_PARAMS_A *record, const char *caller);
+void VXRDbg_DumpDevInfo(const SP_DEVINFO_DATA *record, const char *caller);
+void VXRDbg_DumpInfContext(const INFCONTEXT *record, const char *caller);
+
+// The platform, product and suite lines that two records share; the suite line has no line end.
+void DumpPlatformProductSuite(DWORD platform, DWORD product, DWORD suite);

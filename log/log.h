@@ -1,0 +1,38 @@
+// The log: one line writer for the whole library, its levels, and each shape of line that many functions write.
+//
+// The exported half (start, end, level, flags, window) is declared in vxrcore/vxrcore.h.
+#pragma once
+
+#include <memory>
+
+#include "platform/platform.h"
+
+// The level that each prefix is written at, unless a line says otherwise.
+inline constexpr int32_t kError = 0;
+inline constexpr int32_t kStatus = 0;
+inline constexpr int32_t kWarning = 1;
+inline constexpr int32_t kFixme = 1;
+inline constexpr int32_t kCheck = 3;
+inline constexpr int32_t kInfo = 4;
+inline constexpr int32_t kFlush = 5;
+
+// Writes one line, formatted by platform::FormatText, when `level` does not exceed the threshold; starts the log on the
+// first call. Adds nothing to the line. Leaves GetLastError as it was. Returns the count of characters (negative when
+// the line was cut at 2,048 bytes), 0 when nothing was written.
+int32_t VXRDbg_Log(int32_t level, const char *format, ...);
+
+// "ERROR:<caller>:<call>():failed!ec=<code>:<code>:msg=<message>\n" with the last error; `message` null gives "N/A".
+void LogFailure(const char *call, const char *message, const char *caller = __builtin_FUNCTION());
+
+// "ERROR:<caller>:<argument> is NULL\n".
+void LogNull(const char *argument, const char *caller = __builtin_FUNCTION());
+
+struct LogLeaveDeleter {
+  void operator()(const char *function) const {
+    VXRDbg_Log(kFlush, "FLUSH:%s:___LEAVE___\n", function);
+  }
+};
+
+// Logs the caller's entry now and its exit when the returned guard ends.
+using CallTrace = std::unique_ptr<const char, LogLeaveDeleter>;
+[[nodiscard]] CallTrace TraceCall(const char *caller = __builtin_FUNCTION());

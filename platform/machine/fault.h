@@ -1,0 +1,35 @@
+// Fault points: a test says which platform call is to fail, and every entry of the described machine asks here first.
+//
+// Absent (a constant false) unless the build has VXR_FAULT_POINTS. Then a plan comes from SetFaultPlan or, when the
+// machine opens, from the variable VXR_FAULTS: NAME:N[:once|on][:ERROR], such as "CopyFileA:2:on:112"; NAME * counts
+// every call, N begins at 1.
+#pragma once
+
+#include "platform/platform.h"
+
+namespace machine {
+
+struct FaultPlan {
+  const char *call = nullptr;  // name of the platform call, "*" for any; null: no faults
+  unsigned nth = 1;            // the first call to fail, from 1
+  bool onwards = false;        // fail every later one too
+  DWORD error = 0;             // the system error code; 0: a fitting one of the call's own
+};
+
+#ifdef VXR_FAULT_POINTS
+void SetFaultPlan(const FaultPlan &plan);  // also resets the counters; `plan.call` must outlive the plan
+unsigned FaultCalls();                     // calls counted that the plan's name matches
+unsigned FaultsMet();                      // how many of them failed
+// Whether this call is to fail; then sets the last error to the plan's, or to `fallback`.
+bool FaultPoint(const char *call, DWORD fallback);
+#else
+constexpr bool FaultPoint(const char *, DWORD) { return false; }
+#endif
+
+}  // namespace machine
+
+// The first statement of every platform entry: VXR_FAULT(result of a failure, its usual error code).
+#define VXR_FAULT(result, error) \
+  do {                           \
+    if (machine::FaultPoint(__func__, error)) return result; \
+  } while (false)

@@ -1,0 +1,32 @@
+// Single registry values, below HKEY_LOCAL_MACHINE, of the running system and of the mounted restored hive.
+#pragma once
+
+#include "log/heap.h"
+
+enum : DWORD {
+  VXR_KEY_SYSTEM,
+  VXR_KEY_CCS,
+  VXR_KEY_CLASS,
+  VXR_KEY_CRITDEVDB,
+  VXR_KEY_SERVICES,
+  VXR_KEY_ENUM,
+  VXR_KEY_ORG_SYSTEM,
+  VXR_KEY_ORG_CCS,
+  VXR_KEY_ORG_CLASS,
+  VXR_KEY_ORG_CRITDEVDB,
+  VXR_KEY_ORG_SERVICES,
+  VXR_KEY_ORG_ENUM,
+};
+
+// "Current" of the running system's Select key (live) or of the mounted hive's; 1 when it cannot be read.
+DWORD VXRReg_GetControlSetIndex(BOOL live);
+// The value's data, with two zero bytes behind the reported size (a stored text may lack its terminator). Null, with
+// `*type` and `*size` 0, when it cannot be read. An empty value gives a buffer and size 0.
+HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szValue, DWORD *type, DWORD *size);
+// Creates the key when it does not exist.
+BOOL VXRReg_SetRegistryValue(HKEY root, const char *szKey, const char *szValue, const void *data, DWORD type, DWORD size);
+// The key path of `type` (VXR_KEY_...), a backslash and `subkey` when given. Null for an unknown type or without memory.
+HeapText VXRReg_GetKeyNameByType(BOOL live, DWORD type, const char *subkey);
+// Writes one value below the key of `type`, in the mounted hive's control set, + "\" + `szKeyName`.
+BOOL VXRReg_SetRegValueToHive(DWORD type, const char *szKeyName, const char *szValue, const void *data, DWORD dataType,
+                              DWORD size);

@@ -1,0 +1,48 @@
+// A described machine in a temporary folder, for tests that run the real code on one.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "vxrcore/machine.h"
+#include "vxrcore/vxrcore.h"
+
+// What the machine reported, with the event's texts copied.
+struct MachineEvent {
+  uint32_t kind = 0, type = 0;
+  uint64_t size = 0;
+  std::string subject, detail, text;
+};
+
+// The folder holds ram/ (X:, RAM disk, Windows\System32 and Windows\inf within), restored/ (D:, fixed), product/ below
+// X:\Halcyra with logs.dir, and machine.toml. The standard machine is a 64-bit 6.1 system, two processors, 8 GiB, with
+// HCDIR set to X:\Halcyra; nothing else until a test adds it.
+class MachineTest : public testing::Test {
+ protected:
+  MachineTest();
+  ~MachineTest() override;
+
+  // Writes machine.toml (`system` replaces the standard [system] table when not empty; `rest` follows) and opens it,
+  // with the log's level 5 in master.ini. Fails the test when the machine cannot be opened.
+  void Open(const std::string &rest = "", const std::string &system = "");
+  void Close();
+
+  // Host path of a file in the folder, and a file with content there (directories made).
+  std::filesystem::path Host(const std::string &relative) const;
+  void WriteFile(const std::string &relative, const std::string &content);
+  std::string ReadFile(const std::string &relative) const;
+
+  // A job key's values for job `number` as TOML, with a boot disk, D:\ as root, X:\drivers as INF directory.
+  static std::string JobToml(int number, const std::string &more = "");
+
+  void *window = nullptr;                  // collects into statusLines; attach it where a test needs it
+  std::vector<std::string> statusLines;
+  std::string log;                         // the debugger output so far: every line at level 5
+  std::vector<MachineEvent> events;        // all but the debugger output
+  std::filesystem::path folder;
+};
