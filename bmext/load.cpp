@@ -1,0 +1,192 @@
+#include "bmext/load.h"
+
+#include <cstring>
+#include <utility>
+
+#include "engine/base/files.h"
+#include "engine/base/parameters.h"
+#include "engine/base/status.h"
+#include "log/heap.h"
+#include "log/log.h"
+#include "log/record_dump.h"
+#include "registry/values.h"
+
+namespace {
+
+constexpr char kSystemFolder[] = "\\system32";
+
+// A file's image as it lies in memory.
+struct ExtensionImage {
+  VXR_EXTHEADER header;
+  VXR_BMEXTNSON extension;
+};
+static_assert(sizeof(ExtensionImage) == VXR_EXT_FILE_SIZE);
+
+VXR_BMEXTNSON *currentExtension = nullptr;
+HeapPtr<VXR_FILEMAP> currentMapping;
+HeapPtr<ExtensionImage> blankImage;  // until the next load, or the end of the process
+
+// The current extension's paths with a terminator of our own. An image from outside may lack one, and other programs
+// may write to a mapped file or to a host's image after any check.
+char systemPath[sizeof(VXR_SYSINFO::SystemPath) + 1];
+char windowsPath[sizeof(VXR_SYSINFO::WindowsPath) + 1];
+
+// A value of the job's key; null when it is missing, or when there is no job.
+HeapText ReadJobValue(const char *value, DWORD *size) {
+  DWORD type = 0;
+  *size = 0;
+  const char *jobKey = VXREng_GetJobKey();
+  return jobKey == nullptr ? nullptr : VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, jobKey, value, &type, size);
+}
+
+// An empty value overrides nothing.
+HeapText ReadOverride(const char *value) {
+  DWORD size = 0;
+  HeapText data = ReadJobValue(value, &size);
+  return size == 0 ? nullptr : std::move(data);
+}
+
+// The value's first byte, whatever its type.
+void OverrideNumber(const char *value, VXR_LE32 *field) {
+  const HeapText data = ReadOverride(value);
+  if (data != nullptr) *field = VxrPut32(static_cast<BYTE>(*data));
+}
+
+// Fills an empty path with the root and what stands below it; leaves it empty when that does not fit.
+void FillPath(char (&field)[MAX_PATH], const char *root, const char *below, const char *caller) {
+  if (field[0] != '\0') return;
+  const SIZE_T rootLength = std::strlen(root);
+  const SIZE_T belowLength = std::strlen(below);
+  if (rootLength + belowLength >= sizeof(field)) {
+    VXRDbg_Log(kError,
+               "ERROR:%s:RootPath of %u characters does not fit the extension's %u, shorten it in the job:%s%s\n",
+               caller, static_cast<DWORD>(rootLength), static_cast<DWORD>(sizeof(field) - 1), root, below);
+    return;
+  }
+  std::memset(field, 0, sizeof(field));
+  std::memcpy(field, root, rootLength);
+  std::memcpy(field + rootLength, below, belowLength);
+}
+
+void ApplyOverrides(VXR_SYSINFO *info, const char *caller) {
+  OverrideNumber("HAL", &info->SysOs.ProcessorArchitecture);
+  OverrideNumber("OSVerMaj", &info->SysOs.MajorVersion);
+  OverrideNumber("OSVerMin", &info->SysOs.MinorVersion);
+  const HeapText root = ReadOverride("RootPath");
+  if (root == nullptr) return;
+  FillPath(info->SystemPath, root.get(), kSystemFolder, caller);
+  FillPath(info->WindowsPath, root.get(), "", caller);
+}
+
+ExtensionImage *MakeBlankImage(const char *caller) {
+  blankImage.reset(static_cast<ExtensionImage *>(
+      platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(ExtensionImage))));
+  if (blankImage == nullptr) VXRDbg_Log(kError, "ERROR:%s:Allocating memory for pMBEHead failed!\n", caller);
+  return blankImage.get();
+}
+
+// Maps the file into the current mapping; null when it cannot be, or is too short to be read as an extension.
+ExtensionImage *MapImage(const char *path, const char *caller) {
+  VXRDbg_Log(kCheck, "CHECK:%s:szBMExtFile=%s\n", caller, path);
+  currentMapping = VXREng_MapFile(path);
+  if (currentMapping == nullptr) {
+    LogFailure("VXREng_MapFile", path, caller);
+    return nullptr;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:file mapped ok as %s\n", caller, currentMapping->Name);
+  if (currentMapping->Size < sizeof(ExtensionImage)) {
+    VXRDbg_Log(kError, "ERROR:%s:%s has %u bytes, an extension file has %u, take it from the backup again\n", caller,
+               path, currentMapping->Size, VXR_EXT_FILE_SIZE);
+    return nullptr;
+  }
+  return static_cast<ExtensionImage *>(currentMapping->Start);
+}
+
+// A host's image or a file's, with a good magic; null otherwise.
+ExtensionImage *CheckedImage(ExtensionImage *image, const char *caller) {
+  if (image == nullptr) return nullptr;
+  if (VXRExt_CheckHeader(&image->header)) return image;
+  LogFailure("VXRExt_CheckHeader", "None", caller);
+  return nullptr;
+}
+
+// The image to use, checked unless it is the blank one; null on failure.
+ExtensionImage *FindImage(void *header, const char *caller) {
+  if (header != nullptr) {
+    VXRDbg_Log(kCheck, "CHECK:%s:input bme head addr=0x%08X\n", caller,
+               static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(header)));
+    return CheckedImage(static_cast<ExtensionImage *>(header), caller);
+  }
+  DWORD size = 0;
+  const HeapText path = ReadJobValue("BMEFile", &size);
+  if (path != nullptr) return CheckedImage(MapImage(path.get(), caller), caller);
+  VXRDbg_Log(kError, "ERROR:%s:VXRReg_GetRegistryValue(%s) failed!\n", caller, "BMEFile");
+  return MakeBlankImage(caller);
+}
+
+void ReleaseMapping() {
+  if (currentMapping == nullptr) return;
+  VXREng_UnmapFile(currentMapping.get());
+  currentMapping.reset();
+}
+
+}  // namespace
+
+BOOL VXRExt_Initialize([[maybe_unused]] DWORD job, void *header) {
+  const CallTrace trace = TraceCall();
+  VXRExt_Cleanup();
+  currentExtension = nullptr;
+  blankImage.reset();
+  ExtensionImage *image = FindImage(header, __func__);
+  if (image == nullptr) {
+    ReleaseMapping();
+    return FALSE;
+  }
+  currentExtension = &image->extension;
+  VXR_SYSINFO *info = &image->extension.SysInfo;
+  ApplyOverrides(info, __func__);
+  std::memcpy(systemPath, info->SystemPath, sizeof(info->SystemPath));
+  std::memcpy(windowsPath, info->WindowsPath, sizeof(info->WindowsPath));
+  VXRDbg_Log(kCheck, "DLC:System Path==>%s<==   WindowsPath==>%s<==\n", systemPath, windowsPath);
+  VXRDbg_Log(kCheck, "CHECK:%s:initialized ok:ExtHead=%p:Extnson=%p\n", __func__, &image->header, currentExtension);
+  VXREng_StatusMsg(kProgress, "Found Bare Metal extension with Magic = 0x%08x Version = 0x%08x\n",
+                   VxrGet32(image->header.Magic), VxrGet32(image->header.Version));
+  return TRUE;
+}
+
+BOOL VXRExt_CheckHeader(const VXR_EXTHEADER *header) {
+  const CallTrace trace = TraceCall();
+  if (header == nullptr) {
+    LogNull("pBMEHead");
+    return FALSE;
+  }
+  const DWORD magic = VxrGet32(header->Magic);
+  if (magic != VXR_EXT_MAGIC_COLD && magic != VXR_EXT_MAGIC_HOT) {
+    VXRDbg_Log(kError, "ERROR:%s:wrong bme head magic = 0x%08X:CBM=0x%08x HBM=9x%08x!\n", __func__, magic,
+               VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
+    return FALSE;
+  }
+  VXRDbg_DumpExtHeader(header, __func__);
+  return TRUE;
+}
+
+BOOL VXRExt_Cleanup() {
+  const CallTrace trace = TraceCall();
+  if (currentExtension != nullptr && currentMapping != nullptr) {
+    ReleaseMapping();
+    currentExtension = nullptr;
+  }
+  return TRUE;
+}
+
+const VXR_SYSOSINFO *VXRExt_GetSysOsInfo() {
+  return currentExtension == nullptr ? nullptr : &currentExtension->SysInfo.SysOs;
+}
+
+const char *VXRExt_GetSystemPath() { return currentExtension == nullptr ? nullptr : systemPath; }
+
+const char *VXRExt_GetWindowsPath() { return currentExtension == nullptr ? nullptr : windowsPath; }
+
+DWORD VXRExt_GetBootMedia() {
+  return currentExtension == nullptr ? DWORD{VXR_BOOTMEDIA_UNKNOWN} : VxrGet32(currentExtension->SysInfo.BootMedia);
+}

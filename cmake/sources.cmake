@@ -7,7 +7,7 @@ function(vxr_logic name)
   set(VXR_LOGIC_ARCHIVES ${VXR_LOGIC_ARCHIVES} vxr_${name} PARENT_SCOPE)
 endfunction()
 
-vxr_logic(log log/heap.cpp log/log.cpp log/dump.cpp log/record_dump.cpp)
+vxr_logic(log log/heap.cpp log/product.cpp log/log.cpp log/dump.cpp log/record_dump.cpp)
 vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/strings.cpp engine/base/files.cpp
           engine/base/processes.cpp)
 vxr_logic(engine engine/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp)
@@ -16,19 +16,30 @@ vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp)
 vxr_logic(device device/records.cpp device/properties.cpp device/facts.cpp device/class_repair.cpp
-          device/disk_scan.cpp)
-vxr_logic(inf inf/field_reader.cpp inf/driver_search.cpp inf/install_section.cpp inf/critical_device.cpp)
+          device/disk_scan.cpp device/disk_identity.cpp)
+vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/driver_search.cpp inf/driver_search_files.cpp
+          inf/driver_search_ids.cpp inf/install_section.cpp inf/copy_section.cpp inf/service_section.cpp
+          inf/critical_device.cpp)
 
 # The INF reader stands alone: the command line shows files with it.
-add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/code_page.cpp)
+add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/inf_lines.cpp
+  platform/machine/inf_tokens.cpp platform/machine/code_page.cpp)
 
 add_library(vxr_machine STATIC
   platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
-  platform/machine/machine.cpp platform/machine/description.cpp platform/machine/facts.cpp
-  platform/machine/settings_file.cpp platform/machine/windows.cpp platform/machine/paths.cpp
-  platform/machine/files.cpp platform/machine/mapping.cpp platform/machine/copy.cpp platform/machine/search.cpp
-  platform/machine/disks.cpp platform/machine/processes.cpp platform/machine/registry.cpp platform/machine/hive.cpp
-  platform/machine/inf_calls.cpp platform/machine/devices.cpp platform/machine/drivers.cpp)
+  platform/machine/machine.cpp platform/machine/description.cpp platform/machine/setup_class.cpp
+  platform/machine/facts.cpp
+  platform/machine/settings_file.cpp platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
+  platform/machine/path_syntax.cpp platform/machine/listing.cpp platform/machine/handles.cpp
+  platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
+  platform/machine/files.cpp platform/machine/stream.cpp platform/machine/mapping.cpp platform/machine/copy.cpp platform/machine/search.cpp
+  platform/machine/disks.cpp platform/machine/processes.cpp platform/machine/registry.cpp
+  platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
+  platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
+  platform/machine/hive_mount.cpp
+  platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp
+  platform/machine/device_set.cpp platform/machine/devices.cpp platform/machine/decoration.cpp
+  platform/machine/driver_match.cpp platform/machine/driver_version.cpp platform/machine/drivers.cpp)
 target_link_libraries(vxr_machine PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
 
 add_library(vxr_everything INTERFACE)

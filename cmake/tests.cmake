@@ -9,3 +9,25 @@ function(vxr_test name label)
   target_link_libraries(${name} PRIVATE vxr_test_support)
   gtest_discover_tests(${name} TEST_PREFIX ${name}. PROPERTIES LABELS ${label} TIMEOUT 300 DISCOVERY_TIMEOUT 60)
 endfunction()
+
+# The whole run.
+target_sources(vxr_test_support PRIVATE tests/support/restore_job.cpp)
+vxr_test(restore_run_test machine tests/restore_run_test.cpp)
+
+# Hive files for examples.
+add_executable(make_hive tests/support/make_hive.cpp)
+target_link_libraries(make_hive PRIVATE vxr_test_support)
+vxr_test(fault_loop_test machine tests/fault_loop_test.cpp)
+
+# Extension files for examples; shares nothing with the library.
+add_executable(make_extension tests/support/make_extension.cpp)
+
+# Texts, files, settings, the path catalogue.
+vxr_test(strings_test machine engine/base/strings_test.cpp)
+vxr_test(engine_test machine engine/base/files_test.cpp engine/path_catalogue_test.cpp restore/settings_test.cpp
+         volume/volume_test.cpp)
+vxr_test(bmext_test machine bmext/load_test.cpp bmext/target_os_test.cpp)
+
+# INF fields, the driver search, what a model line installs.
+target_sources(vxr_test_support PRIVATE tests/support/driver_job.cpp)
+vxr_test(field_reader_test machine inf/field_reader_test.cpp)

@@ -4,11 +4,14 @@
 #include "platform/platform.h"
 #include "vxrcore/bmext.h"
 
-// VXR_BOOTMEDIA_...; FALSE when it is unknown.
+// The medium that the running system was started from (VXR_BOOTMEDIA_...), by the drive of its system directory. FALSE,
+// with VXR_BOOTMEDIA_UNKNOWN stored, when it is none of disk, CD-ROM, network and RAM disk; FALSE for null.
 BOOL VXRDev_GetBootMediaType(DWORD *pBootMedia);
-// VXR_KRNL_... by processor count and memory.
+// The kernel (VXR_KRNL_...) that processor count and physical memory call for; 4 GiB and more call for PAE. FALSE, with
+// VXR_KRNL_UP stored, when the memory cannot be asked for.
 BOOL VXRDev_GetKrnlType(DWORD *pKrnlType);
-// VXR_HAL_... by the computer device's hardware id; FALSE when that cannot be read.
+// The HAL (VXR_HAL_...) by the hardware id of the computer device; VXR_HAL_E_ISA_UP for one that no HAL is known for.
+// FALSE, with VXR_HAL_E_ISA_UP stored, when no id can be read.
 BOOL VXRDev_GetHalType(DWORD *pHalType);
-// Both; `bootMedia` does not influence the result.
+// Both. `bootMedia` does not influence the result. FALSE when either fails, and for null.
 BOOL VXRDev_GetArchInfo(DWORD bootMedia, VXR_ARCHITECT *pArch);

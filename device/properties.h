@@ -3,12 +3,18 @@
 
 #include "log/heap.h"
 
-inline constexpr DWORD kPropertyLimit = 36;  // property numbers from here on are refused
+// Property numbers from here on are refused: one more than the log has names for.
+inline constexpr DWORD kPropertyLimit = 36;
 
-// The property's raw value, with two zero bytes behind the reported size; null when the device lacks it.
+// The raw value of a device's property (SPDRP_...), with two zero bytes behind the reported size, so that a stored text
+// or multi-string without its end is one all the same. `*type` and `*size` get the registry data type and the count of
+// bytes. Null, with both 0 and after a log line, when the device record or the set is missing, when the device lacks
+// the property, or without memory.
 HeapText VXRDev_GetRegPropByDevInfo(HDEVINFO hDevInfo, SP_DEVINFO_DATA *pDevInfoData, DWORD property, DWORD *type,
                                     DWORD *size);
-// The same for the device at `index` of the class's present devices, in the caller's set when one is given (it stays
-// open), else in one of its own.
+
+// The same for the device at `index` of the class's present devices: in the caller's set when one is given, which stays
+// open, else (null or the invalid handle) in one of its own. Null as well for a null class, a property number from
+// kPropertyLimit on, or when no device stands at the index.
 HeapText VXRDev_GetRegProperty(HDEVINFO hDevInfo, const GUID *classGuid, DWORD index, DWORD property, DWORD *size,
                                DWORD *type);

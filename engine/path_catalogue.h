@@ -1,4 +1,7 @@
 // The directories and files that the restore-time code works with, by id.
+//
+// Three sources: the running system and the product (from the parameter block), the restored system (the directories
+// that the extension records, on the drive where the restored volume is reachable now), and the restore job.
 #pragma once
 
 #include "log/heap.h"
@@ -20,6 +23,7 @@ enum : DWORD {
 };
 
 // The path for `id`, with a backslash and `name` appended when a name is given. Two zero bytes follow the text, so that
-// it may be passed on as a multi-string. Null for an unknown id, without a parameter block, for ids 6 to 9 without an
-// extension, or without memory.
+// it may be passed on as a multi-string. Null, after logging, for an unknown id, without a parameter block, for id 0
+// without restore settings, for ids 6 to 9 without an extension (or with one that records no directory), for id 13
+// without a name, or without memory.
 HeapText VXREng_GetStringAs(DWORD id, const char *name);

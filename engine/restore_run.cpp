@@ -1,0 +1,139 @@
+// The restore run: brings up what the driver work needs, does it, and releases everything, whatever fails on the way.
+
+#include "bmext/load.h"
+#include "bmext/target_os.h"
+#include "device/disk_scan.h"
+#include "device/records.h"
+#include "engine/base/parameters.h"
+#include "engine/base/status.h"
+#include "engine/base/strings.h"
+#include "inf/driver_search.h"
+#include "log/log.h"
+#include "registry/hive.h"
+#include "registry/values.h"
+#include "restore/settings.h"
+#include "volume/volume.h"
+#include "vxrcore/vxrcore.h"
+
+namespace {
+
+constexpr DWORD kReplaceWindowText = 2;
+constexpr DWORD kSystemHive = 0;
+
+// Result codes of the run's own failures.
+constexpr DWORD kHiveFailed = 4;
+constexpr DWORD kEngineFailed = 7;
+constexpr DWORD kSettingsFailed = 8;
+constexpr DWORD kExtensionFailed = 9;
+constexpr DWORD kVolumeFailed = 14;
+constexpr DWORD kNamedIdFailed = 58;
+
+// `done`; when it is FALSE, logs the call and shows the line, whose code becomes the run's result.
+BOOL Succeeded(BOOL done, const char *call, DWORD code, const char *line, const char *caller) {
+  if (done) return TRUE;
+  LogFailure(call, "None", caller);
+  VXREng_StatusMsg(code, line);
+  return FALSE;
+}
+
+// Everything before the driver work, each step needing the ones before it; FALSE at the first that fails.
+BOOL Prepare(DWORD job, DWORD inject, void *header, const char *caller) {
+  if (!Succeeded(VXREng_Initialize(inject, job), "VXREng_Initialize", kEngineFailed,
+                 "Failed to initialize Vexmorph engine!", caller)) {
+    return FALSE;
+  }
+  if (!Succeeded(VXRExt_Initialize(job, header), "VXRExt_Initialize", kExtensionFailed,
+                 "Failed to initialize the Bare Metal extension information!", caller)) {
+    return FALSE;
+  }
+  if (!Succeeded(VXRRlm_Initialize(job, header), "VXRRlm_Initialize", kSettingsFailed,
+                 "Failed to initialize the Bare Metal restore information!", caller)) {
+    return FALSE;
+  }
+  VXREng_StatusMsg(kProgress, "Looking for the restored system volume...\n");
+  if (!Succeeded(VXRVol_LocateVolume(job, gpVXRParaBlock), "VXRVol_LocateVolume", kVolumeFailed,
+                 "Failed to locate the restored system volume!\n", caller)) {
+    return FALSE;
+  }
+  VXREng_StatusMsg(kProgress, "Loading the original registry hive from the restored volume...\n");
+  return Succeeded(VXRReg_LoadHive(kSystemHive, gpVXRParaBlock), "VXRReg_LoadHive", kHiveFailed,
+                   "Failed to load the original registry hive file failed!\n", caller);
+}
+
+HeapText ReadJobValue(const char *value, DWORD *size) {
+  DWORD type = 0;
+  return VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, gpVXRParaBlock->szJobKey, value, &type, size);
+}
+
+// Looks for the driver of one id in the one INF file that the job names. Copies and writes nothing in either mode: the
+// device's bInject stays FALSE.
+BOOL CheckNamedId(const char *hardwareId, const char *caller) {
+  DWORD size = 0;
+  const HeapText infFile = ReadJobValue("InfDir", &size);
+  const HeapText infDir = ReadJobValue("InfDir", &size);
+  char *fileName = infDir == nullptr ? nullptr : LastBackslash(infDir.get());
+  if (fileName != nullptr) *fileName = '\0';
+  VXRDbg_Log(kCheck, "CHECK:%s:checking HardwareID %s in %s...\n", caller, hardwareId, infDir.get());
+
+  VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", caller).release();
+  VXR_DRIVER *driver = AllocRecord<VXR_DRIVER>("pVXRDriver", caller).release();
+  BOOL found = FALSE;
+  if (device != nullptr && driver != nullptr) {
+    device->szTargetOS = VXRExt_GetTargetOS().release();
+    if (device->szTargetOS == nullptr) {
+      LogFailure("VXRExt_GetTargetOS", "Target OS to be restored is not supported!", caller);
+    }
+    driver->pVXRDevice = device;
+    // Says itself what is missing: a directory, a file, decorations.
+    found = VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, infDir.get(), infFile.get(), hardwareId, driver);
+  }
+  VXRDev_FreeDriver(driver);
+  VXRDev_FreeDevice(device);
+  return found;
+}
+
+void DriverWork(const char *caller) {
+  DWORD size = 0;
+  // Kept until the check is over: its driver record borrows the id.
+  const HeapText hardwareId = ReadJobValue("HardwareID", &size);
+  if (hardwareId != nullptr && size > 0) {
+    if (!CheckNamedId(hardwareId.get(), caller)) dwError = kNamedIdFailed;
+    return;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:building vxr devices...\n", caller);
+  // Its failures reach the result through their status lines.
+  VXRDev_ScanDiskDevices(gpVXRParaBlock);
+}
+
+void UnloadHive(const char *caller) {
+  VXREng_StatusMsg(kProgress, "Unloading the original registry hive...\n");
+  const char *systemPath = gpVXRParaBlock->szSystemPath;
+  if (!VXRReg_UnloadHive(systemPath)) LogFailure("VXRReg_UnloadHive", systemPath, caller);
+}
+
+}  // namespace
+
+extern "C" uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, void *window) {
+  const CallTrace trace = TraceCall();
+  const char *mode = inject != 0 ? "driver files injection" : "driver files verification";
+  VXRDbg_Log(kCheck, "*****\nCHECK:%s:job=%u:%s:_START_\n*****\n", __func__, job, mode);
+  hStatusWnd = static_cast<HWND>(window);
+  dwError = 0;
+  dwWndFlags = kReplaceWindowText;
+
+  VXREng_StatusMsg(kProgress, "Initializing Vexmorph engine for %s...\n", mode);
+  if (Prepare(job, inject, header, __func__)) {
+    DriverWork(__func__);
+    UnloadHive(__func__);
+  }
+
+  VXRDbg_Log(0, "CHECK:VXR [%s]:error= %u.\n", mode, dwError);
+  VXREng_StatusMsg(kProgress,
+                   dwError == 0 ? "Successfully finished Vexmorph for %s!\n" : "Failed to perform Vexmorph for %s!\n",
+                   mode);
+  VXRRlm_Cleanup();
+  VXRExt_Cleanup();
+  VXREng_Cleanup();
+  VXRDbg_Log(kCheck, "*****\nCHECK:%s:job=%u:%s:_FINISH_\n*****\n", __func__, job, mode);
+  return dwError;
+}

@@ -15,16 +15,24 @@ using HeapPtr = std::unique_ptr<T, HeapFreeDeleter>;
 using HeapText = HeapPtr<char>;
 
 // Zero-filled memory of `bytes` bytes, or null after logging
-// "ERROR:<caller>:AllocHeap(<bytes> bytes) failed for <purpose>:ec=..." at level 0.
+// "ERROR:<caller>:AllocHeap(<bytes> bytes) failed for <purpose>:ec=<code>:<code>\n" at level 0. The last error is then
+// ERROR_NOT_ENOUGH_MEMORY.
 void *AllocHeap(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION());
 
+// A zero-filled record, or null after the same line.
 template <typename T>
 HeapPtr<T> AllocRecord(const char *purpose, const char *caller = __builtin_FUNCTION()) {
   return HeapPtr<T>(static_cast<T *>(AllocHeap(sizeof(T), purpose, caller)));
 }
 
+// A zero-filled buffer of `bytes` bytes, or null after the same line.
 inline HeapText AllocText(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION()) {
   return HeapText(static_cast<char *>(AllocHeap(bytes, purpose, caller)));
+}
+
+// The same without the line, for a caller that has a line of its own, or none.
+inline HeapText AllocTextUnlogged(SIZE_T bytes) {
+  return HeapText(static_cast<char *>(platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, bytes)));
 }
 
 // Frees an owned member and clears it.
@@ -32,4 +40,15 @@ template <typename T>
 void FreeMember(T *&member) {
   HeapFreeDeleter()(member);
   member = nullptr;
+}
+
+// Logs `line`, whose arguments are `caller` and the member, at level 4.
+void LogFreeing(const char *line, const char *caller, const void *member);
+
+// Frees an owned member that is set and clears it, after logging `line`, such as "INFOR:%s:freeing szDriver=%s\n".
+template <typename T>
+void FreeLogged(T *&member, const char *line, const char *caller = __builtin_FUNCTION()) {
+  if (member == nullptr) return;
+  LogFreeing(line, caller, member);
+  FreeMember(member);
 }

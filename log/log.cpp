@@ -1,0 +1,254 @@
+#include "log/log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "log/heap.h"
+#include "log/product.h"
+#include "log/scope_guard.h"
+#include "vxrcore/vxrcore.h"
+
+namespace {
+
+constexpr int32_t kLineSize = 2048;
+constexpr SIZE_T kProgramNameSize = 16;
+constexpr int32_t kHighestLevel = 5;
+constexpr int32_t kNothing = -1;  // as a threshold and as a line's level: nothing is written
+
+constexpr char kMasterIni[] = "\\master.ini";
+constexpr char kLogDirectory[] = "\\logs.dir";
+constexpr SIZE_T kPathSpare = 65;  // room for the date, the endings and the terminator in a log file's path
+
+constexpr DWORD kToFile = 0x1;
+constexpr DWORD kToDebugger = 0x2;
+constexpr DWORD kToStandardError = 0x4;
+constexpr DWORD kToStandardOutput = 0x8;
+constexpr DWORD kFirstFlags = kToFile | kToDebugger;
+
+bool initialised = false;
+int32_t threshold = kNothing;
+DWORD outputs = 0;
+char line[kLineSize];
+char programName[kProgramNameSize];
+HeapText logPath;
+std::FILE *logFile = nullptr;
+HWND logWindow = nullptr;
+
+// Whatever the log does on behalf of its caller, the caller's last error stays.
+struct ErrorSaver {
+  DWORD code = platform::GetLastError();
+  void operator()() const { platform::SetLastError(code); }
+};
+
+// Tells the debugger of the log's own affairs, whatever level and outputs are.
+void Trace(const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  platform::FormatText(line, kLineSize, format, arguments);
+  va_end(arguments);
+  platform::OutputDebugStringA(line);
+}
+
+const char *PathOrNone() { return logPath != nullptr ? logPath.get() : "N/A"; }
+
+void CloseLogFile() {
+  if (logFile != nullptr) std::fclose(logFile);
+  logFile = nullptr;
+}
+
+void WriteToStream(std::FILE *stream, int32_t length) {
+  if (stream != nullptr && length > 0) std::fwrite(line, 1, static_cast<SIZE_T>(length), stream);
+}
+
+// Formats into the line buffer, zero-filled behind the text. Returns the formatter's count.
+int32_t FormatLine(const char *format, va_list arguments) {
+  std::memset(line, 0, kLineSize);
+  const int32_t count = platform::FormatText(line, kLineSize, format, arguments);
+  if (count < 0) {
+    // Readers of the log split it at line ends: a cut line keeps one, and every output gets a terminated text.
+    line[kLineSize - 2] = '\n';
+    line[kLineSize - 1] = '\0';
+  }
+  return count;
+}
+
+// Sends the line buffer to the outputs; a cut line goes out as the whole buffer.
+void SendLine(int32_t count) {
+  const int32_t length = count < 1 ? kLineSize : count;
+  if (outputs & kToDebugger) platform::OutputDebugStringA(line);
+  if (outputs & kToStandardError) WriteToStream(stderr, length);
+  if (outputs & kToStandardOutput) WriteToStream(stdout, length);
+  if (outputs & kToFile) WriteToStream(logFile, length);
+  if (logWindow != nullptr) platform::SetWindowTextA(logWindow, line);
+}
+
+// The host's program name: the last component of argv[0], cut at ".exe", at most 15 characters.
+void SetProgramName() {
+  const char *name = platform::GetProgramName();
+  if (name == nullptr) name = "vxrcore";
+  // A host outside Windows is started by a path with slashes; one left in the name would name a directory that is not
+  // there, and no log file would open.
+  for (const char *at = name; *at != '\0'; ++at) {
+    if (*at == '\\' || *at == '/') name = at + 1;
+  }
+  const char *ending = std::strstr(name, ".exe");
+  const SIZE_T length = ending != nullptr ? static_cast<SIZE_T>(ending - name) : std::strlen(name);
+  std::memset(programName, 0, sizeof programName);
+  std::memcpy(programName, name, length < kProgramNameSize ? length : kProgramNameSize - 1);
+}
+
+// The product's directory without a trailing backslash; null when the registry does not tell.
+HeapText ReadProductDirectory() {
+  HKEY key = nullptr;
+  if (platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, kProductKey, &key) != ERROR_SUCCESS || key == nullptr) return nullptr;
+  const ScopeGuard closeKey([key] { platform::RegCloseKey(key); });
+
+  DWORD size = 0;
+  if (platform::RegQueryValueExA(key, kProductDirectoryValue, nullptr, nullptr, nullptr, &size) != ERROR_SUCCESS) {
+    return nullptr;
+  }
+  // Unlogged: a failure line would need the log that is only just starting.
+  HeapText directory = AllocTextUnlogged(SIZE_T{size} + 2);  // the stored text may lack its terminator
+  if (directory == nullptr ||
+      platform::RegQueryValueExA(key, kProductDirectoryValue, nullptr, nullptr,
+                                 reinterpret_cast<BYTE *>(directory.get()), &size) != ERROR_SUCCESS) {
+    return nullptr;
+  }
+  RemoveTrailingBackslash(directory.get());
+  return directory;
+}
+
+void SetThreshold(int32_t level, const char *source) {
+  threshold = level > kHighestLevel ? kHighestLevel : level < 0 ? 0 : level;
+  Trace("%s:VXRDbg_Initialize:set dbglvl = %d for %s from %s...\n", programName, threshold, programName, source);
+}
+
+void GoOnWithoutFile() {
+  outputs &= ~kToFile;
+  logPath.reset();
+}
+
+// Takes the level from master.ini and opens the day's log file, both below the product's directory.
+void OpenLogFile(const char *directory, int32_t level) {
+  const SIZE_T size = std::strlen(directory) + std::strlen(kLogDirectory) + 2 + std::strlen(programName) + kPathSpare;
+  logPath = AllocTextUnlogged(size);
+  if (logPath == nullptr) {
+    SetThreshold(level, "N/A");
+    GoOnWithoutFile();
+    return;
+  }
+  std::snprintf(logPath.get(), size, "%s%s", directory, kMasterIni);
+  SetThreshold(static_cast<int32_t>(platform::GetPrivateProfileIntA("debugging", "vxrcore", level, logPath.get())),
+               logPath.get());
+
+  SYSTEMTIME now{};
+  platform::GetSystemTime(&now);
+  std::snprintf(logPath.get(), size, "%s%s\\%s-vxr-%02u%02u%04u.log", directory, kLogDirectory, programName, now.wDay,
+                now.wMonth, now.wYear);
+  Trace("%s:VXRDbg_Initialize:creating log file %s...\n", programName, logPath.get());
+  logFile = platform::OpenStream(logPath.get(), "w+");
+  if (logFile == nullptr) {
+    Trace("%s:VXRDbg_Initialize:CreateFile(%s) failed!ec=%d\n", programName, logPath.get(), platform::GetLastError());
+    GoOnWithoutFile();
+    return;
+  }
+  Trace("%s:VXRDbg_Initialize:start logging to %p:%s...\n", programName, logFile, logPath.get());
+}
+
+void WriteBanner(const char *format) {
+  SYSTEMTIME now{};
+  platform::GetSystemTime(&now);
+  VXRDbg_Log(0, format, now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, threshold, outputs,
+             PathOrNone());
+}
+
+void Start(int32_t level, HWND window) {
+  const ScopeGuard restoreError{ErrorSaver()};
+  logWindow = window;
+  outputs = kFirstFlags;
+  SetProgramName();
+  Trace("%s:VXRDbg_Initialize:started...\n", programName);
+  const HeapText directory = ReadProductDirectory();
+  if (directory != nullptr) {
+    OpenLogFile(directory.get(), level);
+  } else {
+    Trace("%s:VXRDbg_Initialize:no product directory in HKLM\\%s:%s, logging without a file...\n", programName,
+          kProductKey, kProductDirectoryValue);
+    SetThreshold(level, "N/A");
+    GoOnWithoutFile();
+  }
+  initialised = true;
+  Trace("%s:VXRDbg_Initialize():Done.\n", programName);
+  WriteBanner("*** Varnelt VXRCORE LOG STARTS:%02d/%02d/%02d@%02d:%02d:%02d:[L=%02u:F=%08x:%s]\n");
+}
+
+// Window handles are logged by their low half, which is all that Windows uses of them.
+DWORD LowHalf(const void *handle) { return static_cast<DWORD>(reinterpret_cast<uintptr_t>(handle)); }
+
+}  // namespace
+
+int32_t VXRDbg_Log(int32_t level, const char *format, ...) {
+  if (!initialised) Start(kCheck, nullptr);
+  // Most lines are not wanted, and end here before anything is done for them.
+  if (level > threshold || threshold == kNothing || level == kNothing) return 0;
+
+  const ScopeGuard restoreError{ErrorSaver()};
+  va_list arguments;
+  va_start(arguments, format);
+  const int32_t count = FormatLine(format, arguments);
+  va_end(arguments);
+  SendLine(count);
+  return count;
+}
+
+void LogFailure(const char *call, const char *message, const char *caller) {
+  const DWORD code = platform::GetLastError();
+  VXRDbg_Log(kError, "ERROR:%s:%s():failed!ec=%u:0x%08x:msg=%s\n", caller, call, code, code,
+             message != nullptr ? message : "N/A");
+}
+
+void LogNull(const char *argument, const char *caller) {
+  VXRDbg_Log(kError, "ERROR:%s:%s is NULL\n", caller, argument);
+}
+
+CallTrace TraceCall(const char *caller) {
+  VXRDbg_Log(kFlush, "FLUSH:%s:___ENTER___\n", caller);
+  return CallTrace(caller);
+}
+
+int32_t VXRDbg_Initialize(int32_t level, int32_t, void *window) {
+  if (!initialised) Start(level, static_cast<HWND>(window));
+  return TRUE;
+}
+
+int32_t VXRDbg_Cleanup() {
+  // The end banner is a line like any other: written into a log that does not run it would start one, and empty the
+  // day's file of all that the run before had left there.
+  if (!initialised) return TRUE;
+  const ScopeGuard restoreError{ErrorSaver()};
+  WriteBanner("*** Varnelt VXRCORE LOG ENDS:%02d/%02d/%02d@%02d:%02d:%02d:[L=%02u:F=%08x:%s]\n");
+  CloseLogFile();
+  Trace("%s:VXRDbg_Cleanup:log file %s closed...\n", programName, PathOrNone());
+  logPath.reset();
+  threshold = kNothing;
+  initialised = false;
+  Trace("%s:VXRDbg_Cleanup():Done.\n", programName);
+  std::memset(programName, 0, sizeof programName);
+  return TRUE;
+}
+
+void VXRDbg_SetLevel(uint32_t level) {
+  threshold = static_cast<int32_t>(level);
+  VXRDbg_Log(0, "%s:VXRDbg_SetLevel:setting level = 0x%08x\n", programName, level);
+}
+
+void VXRDbg_SetFlags(uint32_t flags) {
+  outputs = flags;
+  VXRDbg_Log(0, "%s:VXRDbg_SetFlags:setting flags = 0x%08x\n", programName, flags);
+}
+
+void VXRDbg_SetWnd(void *window) {
+  logWindow = static_cast<HWND>(window);
+  VXRDbg_Log(0, "%s:VXRDbg_SetWnd:setting hwnd = 0x%08x\n", programName, LowHalf(window));
+}

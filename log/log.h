@@ -16,23 +16,24 @@ inline constexpr int32_t kCheck = 3;
 inline constexpr int32_t kInfo = 4;
 inline constexpr int32_t kFlush = 5;
 
-// Writes one line, formatted by platform::FormatText, when `level` does not exceed the threshold; starts the log on the
-// first call. Adds nothing to the line. Leaves GetLastError as it was. Returns the count of characters (negative when
-// the line was cut at 2,048 bytes), 0 when nothing was written.
+// Writes one line, formatted by platform::FormatText, when `level` does not exceed the threshold and is not -1; starts
+// the log on the first call. Adds nothing to the line, so a format brings its own line end. Leaves GetLastError as it
+// was. A line longer than 2,047 bytes is cut: all outputs get 2,048 bytes that end in a line end and a NUL.
+// Returns the count of characters (negative when the line was cut), 0 when nothing was written.
 int32_t VXRDbg_Log(int32_t level, const char *format, ...);
 
-// "ERROR:<caller>:<call>():failed!ec=<code>:<code>:msg=<message>\n" with the last error; `message` null gives "N/A".
+// "ERROR:<caller>:<call>():failed!ec=<code>:<code>:msg=<message>\n" with the last error, so it comes right after the
+// call that failed; `message` null gives "N/A".
 void LogFailure(const char *call, const char *message, const char *caller = __builtin_FUNCTION());
 
 // "ERROR:<caller>:<argument> is NULL\n".
 void LogNull(const char *argument, const char *caller = __builtin_FUNCTION());
 
 struct LogLeaveDeleter {
-  void operator()(const char *function) const {
-    VXRDbg_Log(kFlush, "FLUSH:%s:___LEAVE___\n", function);
-  }
+  void operator()(const char *function) const { VXRDbg_Log(kFlush, "FLUSH:%s:___LEAVE___\n", function); }
 };
 
-// Logs the caller's entry now and its exit when the returned guard ends.
+// Logs the caller's entry now and its exit when the returned guard ends: a function's first statement is
+// `const CallTrace trace = TraceCall();`.
 using CallTrace = std::unique_ptr<const char, LogLeaveDeleter>;
 [[nodiscard]] CallTrace TraceCall(const char *caller = __builtin_FUNCTION());

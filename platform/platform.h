@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstdio>
 
 #ifdef _WIN32
 #include "platform/win32/types.h"
@@ -83,6 +84,9 @@ BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists);
 // The last component may hold wildcards. We take the first match only.
 HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data);
 BOOL FindClose(HANDLE search);
+// fopen by Windows path, always in binary mode, so that line ends reach the file as they are written. `mode` is "r", "w" or
+// "a", with or without "+". Null on failure, with the last error set; the caller closes the stream with fclose.
+std::FILE *OpenStream(const char *name, const char *mode);
 
 // --- Settings files ----------------------------------------------------------------------------------------------
 

@@ -1,0 +1,97 @@
+#include "restore/settings.h"
+
+#include "engine/base/parameters.h"
+#include "engine/base/strings.h"
+#include "log/heap.h"
+#include "log/log.h"
+#include "registry/values.h"
+
+VXR_BMRESTORE *gpVXRBMRestore = nullptr;
+
+namespace {
+
+// A value of the job's key and the member that takes it, in the order of reading.
+struct Setting {
+  const char *value;
+  char *VXR_BMRESTORE::*member;
+  bool upperCase;
+  const char *line;  // logs the text
+};
+
+constexpr Setting kSettings[] = {
+    {"Disk", &VXR_BMRESTORE::szBootDisk, true, "CHECK:%s:szBootDisk=%s...\n"},
+    {"InfDir", &VXR_BMRESTORE::szInfDir, false, "CHECK:%s:szInfDir=%s...\n"},
+    {"BootPart", &VXR_BMRESTORE::szBootPart, true, "CHECK:%s:szBootPart=%s:\n"},
+    {"RootPath", &VXR_BMRESTORE::szRootPath, false, "CHECK:%s:szRootPath=%s:\n"},
+};
+
+BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const char *caller) {
+  for (const Setting &setting : kSettings) {
+    DWORD type = 0, size = 0;
+    HeapText text = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, jobKey, setting.value, &type, &size);
+    if (text == nullptr) {
+      LogFailure("VXRReg_GetRegistryValue", setting.value, caller);
+      return FALSE;
+    }
+    if (setting.upperCase) VXREng_StrUpr(text.get());
+    VXRDbg_Log(kCheck, setting.line, caller, text.get());
+    settings->*setting.member = text.release();
+  }
+  return TRUE;
+}
+
+BOOL BuildBlock(void *header, const char *caller) {
+  gpVXRBMRestore = AllocRecord<VXR_BMRESTORE>("gpVXRBMRestore", caller).release();
+  if (gpVXRBMRestore == nullptr) return FALSE;
+  VXRDbg_Log(kCheck, "CHECK:%s:PVXR_BMRESTORE allocated at %p\n", caller, gpVXRBMRestore);
+  gpVXRBMRestore->pVXRBMExt = header;
+  const char *jobKey = VXREng_GetJobKey();
+  if (jobKey == nullptr) {
+    LogFailure("VXREng_GetJobKey", "Null", caller);
+    return FALSE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:szJobKey = \n", caller);
+  return ReadSettings(jobKey, gpVXRBMRestore, caller);
+}
+
+void FreeLogged(char *&text, const char *line, const char *caller) {
+  if (text == nullptr) return;
+  VXRDbg_Log(kInfo, line, caller, text);
+  FreeMember(text);
+}
+
+}  // namespace
+
+BOOL VXRRlm_Initialize([[maybe_unused]] DWORD job, void *header) {
+  const CallTrace trace = TraceCall();
+  VXRRlm_Cleanup();
+  if (!BuildBlock(header, __func__)) {
+    VXRRlm_Cleanup();
+    return FALSE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:gpVXRBMRestore initailzed ok at %p\n", __func__, gpVXRBMRestore);
+  return TRUE;
+}
+
+BOOL VXRRlm_Cleanup() {
+  const CallTrace trace = TraceCall();
+  VXR_BMRESTORE *settings = gpVXRBMRestore;
+  if (settings == nullptr) return TRUE;
+  FreeLogged(settings->szBootPart, "INFOR:%s:freeing szBootPart=%s\n", __func__);
+  FreeLogged(settings->szRootPath, "INFOR:%s:freeing szRootPath=%s\n", __func__);
+  FreeLogged(settings->szInfDir, "INFOR:%s:freeing szInfDir=%s\n", __func__);
+  FreeMember(settings->szBootDisk);
+  if (settings->pVXRBMExt != nullptr) {
+    VXRDbg_Log(kInfo, "INFOR:%s:pVXRBMExt =%p, nullify it\n", __func__, settings->pVXRBMExt);
+    settings->pVXRBMExt = nullptr;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:freeing gpVXRBMRestore=%p\n", __func__, settings);
+  FreeMember(gpVXRBMRestore);
+  return TRUE;
+}
+
+const char *VXRRlm_GetBootDisk() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szBootDisk; }
+const char *VXRRlm_GetBootPart() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szBootPart; }
+const char *VXRRlm_GetRootPath() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szRootPath; }
+const char *VXRRlm_GetInfDir() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szInfDir; }
+char VXRRlm_GetRootDrive() { return gpVXRBMRestore == nullptr ? 'C' : gpVXRBMRestore->szRootPath[0]; }

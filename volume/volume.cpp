@@ -1,0 +1,76 @@
+#include "volume/volume.h"
+
+#include <cstdio>
+
+#include "engine/base/status.h"
+#include "engine/base/strings.h"
+#include "log/log.h"
+#include "restore/settings.h"
+
+namespace {
+
+constexpr DWORD kAnyVolume = 0x400;
+constexpr DWORD kHoldsBootIni = 0x1;
+constexpr DWORD kHoldsSystem = 0x2;
+
+// Upper-cased first character of the running system's directory, and the directory in `buffer`; NUL when it is unknown.
+char SystemDrive(char *buffer, const char *caller) {
+  const UINT length = platform::GetSystemDirectoryA(buffer, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) {
+    LogFailure("GetSystemDirectory", "None", caller);
+    return '\0';
+  }
+  VXREng_StrUpr(buffer);
+  return buffer[0];
+}
+
+}  // namespace
+
+BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBlock) {
+  const CallTrace trace = TraceCall();
+  if (pVXRParaBlock == nullptr) {
+    LogNull("pVXRParaBlock");
+    return FALSE;
+  }
+  if (!pVXRParaBlock->bInject) {
+    VXREng_StatusMsg(kProgress, "Check only, bypass mounting the restored volume...\n");
+    return TRUE;
+  }
+  const char *bootPart = VXRRlm_GetBootPart();
+  if (bootPart == nullptr) {
+    LogFailure("VXRRlm_GetBootPart", "None");
+    return FALSE;
+  }
+  // The numbers serve the log alone, so a text of another form is no error. Nine digits: more could overflow.
+  unsigned disk = 0, part = 0;
+  const unsigned volume = 1;
+  std::sscanf(bootPart, "\\\\.\\PHYSICALDRIVE%9u\\PARTITION%9u", &disk, &part);
+  VXRDbg_Log(kCheck, "CHECK:%s:szBootPart=%s:Disk=%d:Part=%d:Vol=%d\n", __func__, bootPart, disk, part, volume);
+  const char *rootPath = VXRRlm_GetRootPath();
+  if (rootPath == nullptr) {
+    LogFailure("VXRRlm_GetRootPath", "None");
+    return FALSE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:szRootPath=%s:chRootDrive=%c\n", __func__, rootPath, rootPath[0]);
+  return TRUE;
+}
+
+DWORD VXRVol_CheckVolumeType(char driveLetter) {
+  const CallTrace trace = TraceCall();
+  DWORD flags = kAnyVolume;
+  const char bootIni[] = {driveLetter, ':', '\\', 'b', 'o', 'o', 't', '.', 'i', 'n', 'i', '\0'};
+  WIN32_FIND_DATAA found = {};
+  const HANDLE search = platform::FindFirstFileA(bootIni, &found);
+  if (search != INVALID_HANDLE_VALUE) {
+    VXRDbg_Log(kCheck, "CHECK:%s:volume %c has %s\n", __func__, driveLetter, bootIni);
+    flags |= kHoldsBootIni;
+    platform::FindClose(search);
+  }
+  const HeapText buffer = AllocText(MAX_PATH, "szBuffer");
+  if (buffer != nullptr && driveLetter != '\0' && SystemDrive(buffer.get(), __func__) == driveLetter) {
+    VXRDbg_Log(kCheck, "CHECK:%s:boot volume %c is system drive=%s\n", __func__, driveLetter, buffer.get());
+    flags |= kHoldsSystem;
+  }
+  VXRDbg_Log(kFixme, "FIXME:%s:drive=%C:add more volume type check here...\n", __func__, driveLetter);
+  return flags;
+}

@@ -3,8 +3,11 @@
 
 #include "vxr/parameters.h"
 
-// Takes boot partition and root path from the restore settings; FALSE when one is missing. With `bInject` FALSE succeeds
-// without looking.
+// Whether the restore settings say where the restored system is: takes the boot partition and the root path from them
+// and logs what they hold. FALSE, after logging, without a block or when one of the two is missing. With the block's
+// `bInject` FALSE succeeds without looking. `job` is not used.
 BOOL VXRVol_LocateVolume(DWORD job, VXR_PARABLOCK *pVXRParaBlock);
-// 0x400 always, 0x1 holds boot.ini, 0x2 holds the running system's system directory. An upper-case letter.
+
+// What a drive holds, for an upper-case drive letter (a lower-case one never gets 0x2): 0x400 always, 0x1 a boot.ini in
+// its root, 0x2 the running system's system directory. Never fails: what cannot be tested stays unset.
 DWORD VXRVol_CheckVolumeType(char driveLetter);

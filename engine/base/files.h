@@ -4,13 +4,16 @@
 #include "log/heap.h"
 #include "vxr/file_map.h"
 
-// Maps a whole file read-write; changes reach the file. The caller frees the record after VXREng_UnmapFile. Null on
-// failure, with nothing left open.
+// Maps a whole existing file read-write; changes made through the view reach the file. The caller frees the record
+// after VXREng_UnmapFile. Null, after one error line and with nothing left open, when the name is null or does not fit
+// the record, or the file is missing, empty or not writable.
 HeapPtr<VXR_FILEMAP> VXREng_MapFile(const char *fileName);
-// Unmaps, closes and zeroes the record. FALSE for null.
+// Unmaps, closes and zeroes the record, which stays its owner's. FALSE for null.
 BOOL VXREng_UnmapFile(VXR_FILEMAP *fileMap);
 // Copies over an existing target, clearing its read-only, hidden and system attributes first; falls back to the command
-// interpreter. TRUE when the target exists afterwards. `flag` is not used.
+// interpreter. TRUE when the target exists afterwards, even when it is an old one that no copy could replace. `flag` is
+// not used.
 BOOL VXREng_CopyFile(const char *source, const char *target, BOOL flag);
-// FALSE as well when either is null or empty, or when the path does not fit 260 bytes.
+// VXREng_FileExists of the file in the directory. FALSE as well when either is null or empty, or (logged) when the path
+// does not fit 260 bytes.
 BOOL VXREng_FileExistsInDir(const char *directory, const char *name);

@@ -1,0 +1,52 @@
+#include "engine/base/status.h"
+
+#include <cstdarg>
+
+#include "log/heap.h"
+#include "log/log.h"
+#include "vxrcore/vxrcore.h"
+
+HWND hStatusWnd = nullptr;
+DWORD dwWndFlags = 0;
+DWORD dwError = 0;
+
+namespace {
+
+constexpr SIZE_T kStatusLineSize = 1024;
+constexpr DWORD kAppend = 1;
+constexpr DWORD kReplace = 2;
+
+void AppendToWindow(HWND window, const char *line) {
+  const int length = platform::GetWindowTextLengthA(window);
+  platform::SendMessageA(window, EM_SETSEL, static_cast<WPARAM>(length), length);
+  platform::SendMessageA(window, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(line));
+}
+
+}  // namespace
+
+void VXREng_SetStatusWnd(void *window, uint32_t flags) {
+  const CallTrace trace = TraceCall();
+  hStatusWnd = static_cast<HWND>(window);
+  dwWndFlags = flags;
+  VXRDbg_Log(kCheck, "CHECK:%s:hWnd = 0x%08x:WndFlags = 0x%08x\n", __func__,
+             static_cast<DWORD>(reinterpret_cast<uintptr_t>(window)), flags);
+}
+
+BOOL VXREng_StatusMsg(DWORD code, const char *format, ...) {
+  // Before anything else: a failure counts even when nobody is shown it.
+  if (code != kProgress) dwError = code;
+  // A host without a window is told nothing, nor is the log.
+  if (hStatusWnd == nullptr || format == nullptr) return FALSE;
+  const CallTrace trace = TraceCall();
+  const HeapText line = AllocText(kStatusLineSize, "szMessage");
+  if (line == nullptr) return FALSE;
+  va_list arguments;
+  va_start(arguments, format);
+  platform::FormatText(line.get(), kStatusLineSize, format, arguments);
+  va_end(arguments);
+
+  VXRDbg_Log(kStatus, "STMSG:%s", line.get());
+  if (dwWndFlags == kReplace) platform::SetWindowTextA(hStatusWnd, line.get());
+  if (dwWndFlags == kAppend) AppendToWindow(hStatusWnd, line.get());
+  return TRUE;
+}

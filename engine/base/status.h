@@ -11,6 +11,6 @@ extern HWND hStatusWnd;
 extern DWORD dwWndFlags;  // 2 replaces the window's text, 1 appends to it
 extern DWORD dwError;     // code of the last failing status line of the run
 
-// Records `code`, then shows and logs the line. FALSE when no line was shown (no window, no format, no memory); the code
-// counts all the same. A line is cut at 1,023 characters.
+// Records `code`, then shows and logs the line. FALSE when no line was shown (no window, no format, no memory); the
+// code counts all the same. A line is cut at 1,023 characters.
 BOOL VXREng_StatusMsg(DWORD code, const char *format, ...);

@@ -1,5 +1,6 @@
-// The new machine's devices and the drivers found for them. Allocated zero-filled on the process heap; an owned member
-// is released by VXRDev_FreeDevice or VXRDev_FreeDriver (device/records.h).
+// The new machine's devices and the drivers found for them. Allocated zero-filled on the process heap, as is every
+// member called owned below; VXRDev_FreeDevice and VXRDev_FreeDriver (device/records.h) release a record with all that
+// it owns. A borrowed member belongs to another record, which outlives this one.
 #pragma once
 
 #include "platform/platform.h"
@@ -12,10 +13,10 @@ struct VXR_DRIVER {
   DWORD iDrvEnum;  // entry of the driver list built from the INF file: always the first, 0
   DWORD hDevInst;
   GUID guDevice;
-  BOOL bInject;  // copy files and write services only when TRUE
-  char *szDriver;     // owned; no operation fills it
-  char *szService;    // owned: service name of the INF file's AddService line
-  const char *szMatchedID;  // borrowed: the id that matched the model line
+  BOOL bInject;                                  // copy files and write services only when TRUE
+  char *szDriver;                                // owned; no operation fills it
+  char *szService;                               // owned: service name of the INF file's AddService line
+  const char *szMatchedID;                       // borrowed: the id that matched the model line
   SP_DRVINFO_DATA_A *pDrvInfoData;               // owned
   SP_DRVINFO_DETAIL_DATA_A *pDrvInfoDetailData;  // owned; its id list follows the fixed part
   VXR_DEVICE *pVXRDevice;                        // borrowed: the device the driver belongs to
@@ -23,15 +24,15 @@ struct VXR_DRIVER {
 
 // One device of the new machine. A disk owns its controller, an IDE channel its bus extender, through pVXRDevParent.
 struct VXR_DEVICE {
-  DWORD iBMDevIndex;  // disk of the extension's list to which the device belongs
-  char *szInstanceID;     // owned
-  char *szHardwareID;     // owned multi-string
-  char *szCompatibleIDs;  // owned multi-string, or null
-  char *szTargetOS;       // owned multi-string: decorations of the restored system
-  DWORD VXRDevType;       // VXR_DEVTYPE_...
-  DWORD iDevEnum;         // position among the present devices of its class
-  DWORD hDevInst;         // device node
-  GUID guDevice;          // set-up class as the platform reports it
+  DWORD iBMDevIndex;          // disk of the extension's list to which the device belongs
+  char *szInstanceID;         // owned
+  char *szHardwareID;         // owned multi-string
+  char *szCompatibleIDs;      // owned multi-string, or null
+  char *szTargetOS;           // owned multi-string: decorations of the restored system
+  DWORD VXRDevType;           // VXR_DEVTYPE_...
+  DWORD iDevEnum;             // position among the present devices of its class
+  DWORD hDevInst;             // device node
+  GUID guDevice;              // set-up class as the platform reports it
   VXR_DRIVER *pVXRDriver;     // owned, or null (disks)
   VXR_DEVICE *pVXRDevParent;  // owned, or null
   BOOL bInject;

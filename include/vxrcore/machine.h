@@ -54,6 +54,9 @@ typedef void (*VXRMachine_Observer)(void *context, const VXRMachine_Event *event
 /* Registers the one observer; null for none. May be called before VXRMachine_Open. */
 VXR_API void VXRMachine_SetObserver(VXRMachine_Observer observer, void *context);
 
+/* The ANSI code page in which the open machine gives its texts (1252, 932, ...); 0 when none is open. */
+VXR_API uint32_t VXRMachine_CodePage(void);
+
 /* How often an INF file was read from disk since VXRMachine_Open. */
 VXR_API uint64_t VXRMachine_InfReads(void);
 

@@ -24,8 +24,8 @@ extern "C" {
  * nothing when the log runs already. Always true. */
 VXR_API int32_t VXRDbg_Initialize(int32_t level, int32_t flags, void *window);
 
-/* Ends the log and closes its file; its content is complete only then. The next line written from anywhere starts the
- * log again, which empties the day's file. Always true. */
+/* Ends the log and closes its file; its content is complete only then. Does nothing when the log does not run. The next
+ * line written from anywhere starts the log again, which empties the day's file. Always true. */
 VXR_API int32_t VXRDbg_Cleanup(void);
 
 /* Lines of a level above `level` are not written. Call after VXRDbg_Initialize, which would overwrite it. */

@@ -1,0 +1,150 @@
+// Facts about the machine.
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "platform/layout.h"
+#include "platform/machine/code_page.h"
+#include "platform/machine/fault.h"
+#include "platform/machine/machine.h"
+
+namespace {
+
+constexpr DWORD kArchitectureX86 = 0;
+constexpr DWORD64 kLowestAddress = 0x10000;
+constexpr DWORD64 kHighestAddress = 0x7FFFFFEFFFF;  // of a 64-bit process up to 6.2
+constexpr DWORD64 kHighestAddressX86 = 0x7FFEFFFF;
+constexpr DWORD kGranularity = 0x10000;
+
+UINT GiveDirectory(const std::string &path, char *buffer, UINT size) {
+  const auto length = static_cast<UINT>(path.size());
+  if (buffer == nullptr || size <= length) return length + 1;
+  std::memcpy(buffer, path.c_str(), length + 1);
+  return length;
+}
+
+DWORD64 HighestAddress(const machine::Description &machine) {
+  return machine.system.processorArchitecture == kArchitectureX86 ? kHighestAddressX86 : kHighestAddress;
+}
+
+void StoreTime(std::chrono::sys_time<std::chrono::milliseconds> time, SYSTEMTIME *target) {
+  const auto day = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss clock(time - day);
+  target->wYear = static_cast<WORD>(static_cast<int>(date.year()));
+  target->wMonth = static_cast<WORD>(static_cast<unsigned>(date.month()));
+  target->wDay = static_cast<WORD>(static_cast<unsigned>(date.day()));
+  target->wDayOfWeek = static_cast<WORD>(std::chrono::weekday(day).c_encoding());
+  target->wHour = static_cast<WORD>(clock.hours().count());
+  target->wMinute = static_cast<WORD>(clock.minutes().count());
+  target->wSecond = static_cast<WORD>(clock.seconds().count());
+  target->wMilliseconds = static_cast<WORD>(clock.subseconds().count());
+}
+
+// The host process's own first argument, with the separators of Windows: callers take the name behind the last one.
+std::string ReadOwnProgramName() {
+  std::ifstream arguments("/proc/self/cmdline", std::ios::binary);
+  std::string name;
+  std::getline(arguments, name, '\0');
+  std::replace(name.begin(), name.end(), '/', '\\');
+  return name;
+}
+
+}  // namespace
+
+namespace platform {
+
+UINT GetSystemDirectoryA(char *buffer, UINT size) {
+  VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  return machine == nullptr ? 0 : GiveDirectory(machine->system.systemDirectory, buffer, size);
+}
+
+UINT GetWindowsDirectoryA(char *buffer, UINT size) {
+  VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  return machine == nullptr ? 0 : GiveDirectory(machine->system.windowsDirectory, buffer, size);
+}
+
+// A null root stands for the current directory's; the machine's is on the drive of the system directory.
+UINT GetDriveTypeA(const char *root) {
+  VXR_FAULT(DRIVE_UNKNOWN, ERROR_GEN_FAILURE);
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  if (machine == nullptr) return DRIVE_UNKNOWN;
+  std::string wanted = root == nullptr ? machine->system.systemDirectory.substr(0, 3) : root;
+  if (wanted.empty() || wanted.back() != '\\') wanted += '\\';
+  for (const machine::Drive &drive : machine->drives) {
+    if (machine::CompareNoCase(wanted, drive.root) == 0 || machine::CompareNoCase(wanted, drive.guidPath) == 0) {
+      return drive.type;
+    }
+  }
+  return DRIVE_NO_ROOT_DIR;
+}
+
+// Nothing is known of the memory's use, so all of it is free, and no page file adds to it.
+BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
+  VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  if (machine == nullptr) return FALSE;
+  if (status == nullptr || status->dwLength != sizeof *status) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  *status = {};
+  status->dwLength = sizeof *status;
+  status->ullTotalPhys = status->ullAvailPhys = machine->system.memory;
+  status->ullTotalPageFile = status->ullAvailPageFile = machine->system.memory;
+  status->ullTotalVirtual = status->ullAvailVirtual = HighestAddress(*machine) + 1 - kLowestAddress;
+  return TRUE;
+}
+
+void GetSystemInfo(SYSTEM_INFO *info) {
+  *info = {};
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  if (machine == nullptr) return;
+  const machine::System &system = machine->system;
+  info->wProcessorArchitecture = static_cast<WORD>(system.processorArchitecture);
+  info->dwPageSize = system.pageSize;
+  info->lpMinimumApplicationAddress = reinterpret_cast<void *>(kLowestAddress);
+  info->lpMaximumApplicationAddress = reinterpret_cast<void *>(HighestAddress(*machine));
+  info->dwActiveProcessorMask = ~ULONG_PTR{0} >> (64 - system.processorCount);
+  info->dwNumberOfProcessors = system.processorCount;
+  info->dwProcessorType = system.processorType;
+  info->dwAllocationGranularity = kGranularity;
+  info->wProcessorLevel = static_cast<WORD>(system.processorLevel);
+  info->wProcessorRevision = static_cast<WORD>(system.processorRevision);
+}
+
+void GetSystemTime(SYSTEMTIME *time) {
+  const machine::Description *machine = machine::Current();
+  auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+  if (machine != nullptr && machine->system.clock) {
+    now = std::chrono::sys_time<std::chrono::milliseconds>(std::chrono::seconds(*machine->system.clock));
+  }
+  StoreTime(now, time);
+}
+
+BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime) {
+  VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
+  const DWORD64 ticks = static_cast<DWORD64>(fileTime->dwHighDateTime) << 32 | fileTime->dwLowDateTime;
+  if (ticks > INT64_MAX) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  constexpr std::chrono::sys_days kBegin = std::chrono::year(1601) / 1 / 1;
+  const std::chrono::sys_time<std::chrono::milliseconds> begin = kBegin;
+  StoreTime(begin + std::chrono::milliseconds(ticks / 10000), systemTime);  // ticks of 100 nanoseconds
+  return TRUE;
+}
+
+const char *GetProgramName() {
+  VXR_FAULT(nullptr, ERROR_NOT_ENOUGH_MEMORY);
+  static const std::string own = ReadOwnProgramName();
+  const machine::Description *machine = machine::Current();
+  const std::string &name = machine != nullptr && machine->system.program ? *machine->system.program : own;
+  return name.empty() ? nullptr : name.c_str();
+}
+
+}  // namespace platform

@@ -1,9 +1,13 @@
 // Fault points: a test says which platform call is to fail, and every entry of the described machine asks here first.
+// Entries that cannot fail on Windows (GetLastError, HeapFree, CharUpperBuffA, those without a result) have none.
 //
 // Absent (a constant false) unless the build has VXR_FAULT_POINTS. Then a plan comes from SetFaultPlan or, when the
 // machine opens, from the variable VXR_FAULTS: NAME:N[:once|on][:ERROR], such as "CopyFileA:2:on:112"; NAME * counts
-// every call, N begins at 1.
+// every call, N begins at 1, ERROR is decimal or begins with 0x.
 #pragma once
+
+#include <string>
+#include <string_view>
 
 #include "platform/platform.h"
 
@@ -18,8 +22,10 @@ struct FaultPlan {
 
 #ifdef VXR_FAULT_POINTS
 void SetFaultPlan(const FaultPlan &plan);  // also resets the counters; `plan.call` must outlive the plan
-unsigned FaultCalls();                     // calls counted that the plan's name matches
-unsigned FaultsMet();                      // how many of them failed
+// The same from the form of VXR_FAULTS, copied. False, with the plan unchanged, when `text` is not of that form.
+bool SetFaultPlanFromText(std::string_view text);
+unsigned FaultCalls();  // calls counted that the plan's name matches
+unsigned FaultsMet();   // how many of them failed
 // Whether this call is to fail; then sets the last error to the plan's, or to `fallback`.
 bool FaultPoint(const char *call, DWORD fallback);
 #else
@@ -29,7 +35,7 @@ constexpr bool FaultPoint(const char *, DWORD) { return false; }
 }  // namespace machine
 
 // The first statement of every platform entry: VXR_FAULT(result of a failure, its usual error code).
-#define VXR_FAULT(result, error) \
-  do {                           \
+#define VXR_FAULT(result, error)                             \
+  do {                                                       \
     if (machine::FaultPoint(__func__, error)) return result; \
   } while (false)

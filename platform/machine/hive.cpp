@@ -1,0 +1,253 @@
+#include "platform/machine/hive.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/machine/code_page.h"
+#include "platform/machine/hive_check.h"
+
+namespace machine {
+namespace {
+
+struct Free {
+  void operator()(void *memory) const { std::free(memory); }
+};
+template <typename T>
+using Malloced = std::unique_ptr<T, Free>;
+
+// Longer data is spread over several cells from version 1.4 on, which libhivex reads but does not write.
+constexpr std::size_t kLongestCellData = 16344;
+
+constexpr std::size_t kLongestKeyName = 255;
+
+bool SameFile(int file, int directory, const std::string &name) {
+  struct stat opened, named;
+  return fstat(file, &opened) == 0 && fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+// Opens and locks. The lock is on the file that is open, and another run may have put a new one in its place between
+// the two steps: then it begins again.
+std::string OpenLocked(Hive *hive) {
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    hive->file =
+        Descriptor(openat(hive->directory.fd, hive->name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!hive->file && errno == ELOOP) return "is a symbolic link; name the hive file itself";
+    if (!hive->file) return std::string("cannot be opened: ") + std::strerror(errno);
+    if (flock(hive->file.fd, LOCK_EX | LOCK_NB) != 0) {
+      if (errno == EWOULDBLOCK) return "is in use by another run; wait for its end, then run again";
+      return std::string("cannot be locked: ") + std::strerror(errno);
+    }
+    if (SameFile(hive->file.fd, hive->directory.fd, hive->name)) return "";
+  }
+  return "is replaced again and again by another program; stop that, then run again";
+}
+
+// libhivex checks the plain XOR and refuses the two checksums that Windows stores in its place, so it gets a copy in
+// memory that holds what it expects.
+Descriptor CopyWithPlainXor(int file, std::uint64_t size, std::uint32_t plainXor) {
+  Descriptor copy(memfd_create("hive", MFD_CLOEXEC));
+  if (!copy) return copy;
+  std::vector<char> bytes(size);
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t got = pread(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+    if (got <= 0) return {};
+    done += static_cast<std::size_t>(got);
+  }
+  WriteLe32(bytes.data() + kChecksumOffset, plainXor);
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t put = write(copy.fd, bytes.data() + done, bytes.size() - done);
+    if (put <= 0) return {};
+    done += static_cast<std::size_t>(put);
+  }
+  return copy;
+}
+
+bool IsAscii(const char *text) {
+  while (*text != '\0') {
+    if (static_cast<unsigned char>(*text++) >= 0x80) return false;
+  }
+  return true;
+}
+
+std::u16string FromUtf8(const char *text) {
+  return IsAscii(text) ? std::u16string(text, text + std::strlen(text)) : Utf8ToUtf16(text);
+}
+
+// Whether a child's name is the one looked for. libhivex ends names at a NUL, which a name may hold: its full length
+// decides too.
+bool HasName(hive_h *handle, hive_node_h node, const std::u16string &folded) {
+  const Malloced<char> name(hivex_node_name(handle, node));
+  if (name == nullptr) return false;
+  if (std::strlen(name.get()) < folded.size() || FoldName(FromUtf8(name.get())) != folded) return false;
+  return hivex_node_name_len(handle, node) == std::strlen(name.get());
+}
+
+hive_node_h FindChild(hive_h *handle, hive_node_h parent, const std::u16string &folded) {
+  const Malloced<hive_node_h> children(hivex_node_children(handle, parent));
+  if (children == nullptr) return 0;
+  for (const hive_node_h *child = children.get(); *child != 0; ++child) {
+    if (HasName(handle, *child, folded)) return *child;
+  }
+  return 0;
+}
+
+// The key's node in the file; 0 when it has none. The hive has been read.
+hive_node_h FindNode(Hive *hive, const FoldedPath &path) {
+  if (const auto found = hive->nodes.find(path); found != hive->nodes.end()) return found->second;
+  hive_node_h node = 0;
+  if (path.empty()) {
+    node = hivex_root(hive->handle.get());
+  } else {
+    const hive_node_h parent = FindNode(hive, {path.begin(), path.end() - 1});
+    if (parent != 0) node = FindChild(hive->handle.get(), parent, path.back());
+  }
+  if (node != 0) hive->nodes.emplace(path, node);
+  return node;
+}
+
+bool ReadName(hive_h *handle, hive_value_h cell, std::u16string *name) {
+  const Malloced<char> text(hivex_value_key(handle, cell));
+  if (text == nullptr) return false;
+  *name = FromUtf8(text.get());
+  return hivex_value_key_len(handle, cell) == std::strlen(text.get());
+}
+
+bool ReadData(hive_h *handle, hive_value_h cell, StoredValue *value) {
+  hive_type type{};
+  std::size_t size = 0;
+  const Malloced<char> data(hivex_value_value(handle, cell, &type, &size));
+  if (data == nullptr) return false;
+  value->type = static_cast<DWORD>(type);
+  value->bytes.assign(data.get(), data.get() + size);
+  return true;
+}
+
+LSTATUS ReadAllValues(Hive *hive, hive_node_h node, std::vector<StoredValue> *values) {
+  hive_h *handle = hive->handle.get();
+  const Malloced<hive_value_h> cells(hivex_node_values(handle, node));
+  if (cells == nullptr) return ERROR_BADDB;
+  for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
+    StoredValue value;
+    if (!ReadData(handle, *cell, &value)) return ERROR_BADDB;
+    if (!ReadName(handle, *cell, &value.name)) return ERROR_NOT_SUPPORTED;
+    values->push_back(std::move(value));
+  }
+  return ERROR_SUCCESS;
+}
+
+bool IsTooLong(const Hive &hive, const StoredValue &value) {
+  return hive.minorVersion > 3 && value.bytes.size() > kLongestCellData;
+}
+
+}  // namespace
+
+std::unique_ptr<Hive> OpenHive(Descriptor directory, const std::string &name, std::string *reason) {
+  auto hive = std::make_unique<Hive>();
+  hive->directory = std::move(directory);
+  hive->name = name;
+  *reason = OpenLocked(hive.get());
+  if (!reason->empty()) return nullptr;
+  HiveFacts facts;
+  *reason = CheckHive(hive->file.fd, &facts);
+  if (!reason->empty()) return nullptr;
+  hive->minorVersion = facts.minorVersion;
+  hive->exceptionalChecksum = facts.exceptional;
+  return hive;
+}
+
+bool ReadHive(Hive *hive) {
+  if (hive->handle != nullptr) return true;
+  if (!hive->failure.empty()) return false;
+  // By its descriptor, so that what was checked and locked is what is read.
+  int source = hive->file.fd;
+  Descriptor copy;
+  if (hive->exceptionalChecksum) {
+    HiveFacts facts;
+    hive->failure = CheckHive(source, &facts);
+    if (!hive->failure.empty()) return false;
+    copy = CopyWithPlainXor(source, facts.size, facts.plainXor);
+    source = copy.fd;
+  }
+  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(source)).c_str(), HIVEX_OPEN_WRITE));
+  if (hive->handle != nullptr) return true;
+  hive->failure = std::string("is damaged within its bins (") + std::strerror(errno) + "); restore the file again";
+  return false;
+}
+
+LSTATUS FindHiveKey(Hive *hive, const KeyPath &key) {
+  if (hive->changes.count(key.folded) != 0) return ERROR_SUCCESS;
+  if (!ReadHive(hive)) return ERROR_BADDB;
+  return FindNode(hive, key.folded) != 0 ? ERROR_SUCCESS : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
+}
+
+LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value) {
+  const auto changed = hive->changes.find(key.folded);
+  if (changed != hive->changes.end() && changed->second.valuesSet) {
+    const StoredValue *found = FindValue(&changed->second.values, foldedName);
+    if (found == nullptr) return ERROR_FILE_NOT_FOUND;
+    *value = *found;
+    return ERROR_SUCCESS;
+  }
+  if (!ReadHive(hive)) return ERROR_BADDB;
+  const hive_node_h node = FindNode(hive, key.folded);
+  if (node == 0) return ERROR_FILE_NOT_FOUND;
+  const Malloced<hive_value_h> cells(hivex_node_values(hive->handle.get(), node));
+  if (cells == nullptr) return ERROR_BADDB;
+  for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
+    if (!ReadName(hive->handle.get(), *cell, &value->name) || FoldName(value->name) != foldedName) continue;
+    return ReadData(hive->handle.get(), *cell, value) ? ERROR_SUCCESS : static_cast<LSTATUS>(ERROR_BADDB);
+  }
+  return ERROR_FILE_NOT_FOUND;
+}
+
+LSTATUS CreateHiveKey(Hive *hive, const KeyPath &key) {
+  const auto isTooLong = [](const std::u16string &name) { return name.size() > kLongestKeyName; };
+  if (std::any_of(key.names.begin(), key.names.end(), isTooLong)) return ERROR_INVALID_PARAMETER;
+  for (std::size_t count = 1; count <= key.names.size(); ++count) {
+    const KeyPath prefix = KeyPathPrefix(key, count);
+    const LSTATUS found = FindHiveKey(hive, prefix);
+    if (found == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
+      hive->changes[prefix.folded].name = prefix.names.back();
+    } else if (found != ERROR_SUCCESS) {
+      return found;
+    }
+  }
+  return ERROR_SUCCESS;
+}
+
+LSTATUS SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value) {
+  const LSTATUS found = FindHiveKey(hive, key);
+  if (found != ERROR_SUCCESS) return found;
+  if (IsTooLong(*hive, value)) return ERROR_NOT_SUPPORTED;
+
+  const auto changed = hive->changes.find(key.folded);
+  if (changed != hive->changes.end() && changed->second.valuesSet) {
+    PutValue(&changed->second.values, std::move(value));
+    return ERROR_SUCCESS;
+  }
+  std::vector<StoredValue> values;
+  if (changed == hive->changes.end()) {
+    const LSTATUS read = ReadAllValues(hive, FindNode(hive, key.folded), &values);
+    if (read != ERROR_SUCCESS) return read;
+  }
+  const StoredValue *old = FindValue(&values, FoldName(value.name));
+  if (old != nullptr && old->type == value.type && old->bytes == value.bytes) return ERROR_SUCCESS;
+  PutValue(&values, std::move(value));
+  if (std::any_of(values.begin(), values.end(), [&](const StoredValue &each) { return IsTooLong(*hive, each); })) {
+    return ERROR_NOT_SUPPORTED;
+  }
+  ChangedKey &entry = hive->changes[key.folded];
+  entry.valuesSet = true;
+  entry.values = std::move(values);
+  return ERROR_SUCCESS;
+}
+
+}  // namespace machine

@@ -1,0 +1,382 @@
+#include "platform/machine/inf_file.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "platform/machine/code_page.h"
+#include "platform/machine/inf_lines.h"
+
+namespace machine {
+namespace {
+
+constexpr char kEndOfFile = 0x1A;
+
+bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+
+char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+// Converts UTF-16LE. Nearly all of it is ASCII, so only what lies around other characters goes through the code page.
+std::string Utf16LeToAnsi(std::string_view bytes, unsigned codePage) {
+  const std::size_t length = bytes.size() / 2;
+  std::u16string units(length, u'\0');
+  static_assert(std::endian::native == std::endian::little);
+  std::memcpy(units.data(), bytes.data(), length * 2);
+  std::string text(length, '\0');
+  unsigned all = 0;
+  for (std::size_t i = 0; i < length; ++i) {
+    all |= units[i];
+    text[i] = static_cast<char>(units[i]);
+  }
+  if (all < 0x80) return text;
+  const std::u16string_view view = units;
+  const auto wide = [](char16_t unit) { return unit >= 0x80; };
+  text.clear();
+  for (std::size_t at = 0; at < length;) {
+    const std::size_t wideBegin = std::find_if(view.begin() + at, view.end(), wide) - view.begin();
+    text.append(view.begin() + at, view.begin() + wideBegin);
+    const std::size_t wideEnd = std::find_if_not(view.begin() + wideBegin, view.end(), wide) - view.begin();
+    if (wideEnd != wideBegin) text += Utf16ToAnsi(view.substr(wideBegin, wideEnd - wideBegin), codePage);
+    at = wideEnd;
+  }
+  return text;
+}
+
+std::string Decode(std::string bytes, unsigned codePage) {
+  std::string text;
+  if (bytes.starts_with("\xFF\xFE")) {
+    text = Utf16LeToAnsi(std::string_view(bytes).substr(2), codePage);
+  } else if (bytes.starts_with("\xEF\xBB\xBF")) {
+    bytes.erase(0, 3);
+    text = std::all_of(bytes.begin(), bytes.end(), IsAscii) ? std::move(bytes) : Utf8ToAnsi(bytes, codePage);
+  } else {
+    text = std::move(bytes);
+  }
+  if (const std::size_t end = text.find(kEndOfFile); end != std::string::npos) text.resize(end);
+  if (text.find('\0') != std::string::npos) std::replace(text.begin(), text.end(), '\0', ' ');
+  return text;
+}
+
+std::uint32_t HashName(std::string_view name) {
+  std::uint32_t hash = 2166136261u;
+  for (const char c : name) {
+    if (!IsAscii(c)) return static_cast<std::uint32_t>(std::hash<std::string>{}(ToUpper(name)));
+    hash = (hash ^ static_cast<unsigned char>(AsciiUpper(c))) * 16777619u;
+  }
+  return hash;
+}
+
+// Finds the section headers of a file and enters them.
+struct HeaderFinder {
+  InfFile *file;
+  std::size_t headerLine = std::string_view::npos;  // where the latest header's line begins
+  std::size_t problemAt = 0;
+  const char *problem = nullptr;
+};
+
+InfChar ClassAt(const InfFile &file, std::size_t at) {
+  return file.settings->classes[static_cast<unsigned char>(file.text[at])];
+}
+
+std::string_view Trim(std::string_view text, const InfSettings &settings) {
+  const auto blank = [&settings](char c) { return settings.classes[static_cast<unsigned char>(c)] == InfChar::kBlank; };
+  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::size_t LineEndFrom(const InfFile &file, std::size_t at) {
+  while (at < file.text.size() && ClassAt(file, at) != InfChar::kLineEnd) ++at;
+  return at;
+}
+
+// Whether the line before the one that begins at `lineBegin` goes on in it. A header line never does; any line that
+// looks like one has been judged already.
+bool IsContinued(const HeaderFinder &finder, std::size_t lineBegin) {
+  if (lineBegin == 0) return false;
+  const InfFile &file = *finder.file;
+  std::size_t end = lineBegin - 1;
+  if (file.text[end] == '\n' && end > 0 && file.text[end - 1] == '\r') --end;
+  bool backslash = false;
+  std::size_t begin = end;
+  for (; begin > 0 && ClassAt(file, begin - 1) != InfChar::kLineEnd; --begin) {
+    if (file.text[begin - 1] == '\\') backslash = true;
+  }
+  if (!backslash || begin == finder.headerLine) return false;
+  return EndsInContinuation(std::string_view(file.text).substr(begin, end - begin), *file.settings);
+}
+
+void EnterSlot(InfFile *file, std::uint32_t section) {
+  const std::size_t mask = file->slots.size() - 1;
+  std::size_t slot = file->sections[section].hash & mask;
+  while (file->slots[slot] != kInfNone) slot = (slot + 1) & mask;
+  file->slots[slot] = section;
+}
+
+std::uint32_t FindHashed(const InfFile &file, std::string_view name, std::uint32_t hash) {
+  if (file.slots.empty()) return kInfNone;
+  const std::size_t mask = file.slots.size() - 1;
+  for (std::size_t slot = hash & mask; file.slots[slot] != kInfNone; slot = (slot + 1) & mask) {
+    const InfSection &section = file.sections[file.slots[slot]];
+    if (section.hash == hash && SameName(SectionName(file, section), name)) return file.slots[slot];
+  }
+  return kInfNone;
+}
+
+std::uint32_t AddSection(InfFile *file, InfSpan name, std::uint32_t hash) {
+  const auto index = static_cast<std::uint32_t>(file->sections.size());
+  file->sections.emplace_back();
+  file->sections.back().name = name;
+  file->sections.back().hash = hash;
+  if (file->sections.size() * 2 <= file->slots.size()) {
+    EnterSlot(file, index);
+    return index;
+  }
+  file->slots.assign(std::max<std::size_t>(64, file->slots.size() * 2), kInfNone);
+  for (std::uint32_t section = 0; section <= index; ++section) EnterSlot(file, section);
+  return index;
+}
+
+void AddBody(InfFile *file, InfSpan name, std::size_t begin) {
+  const std::string_view text = SectionName(*file, InfSection{.name = name});
+  const std::uint32_t hash = HashName(text);
+  std::uint32_t index = FindHashed(*file, text, hash);
+  if (index == kInfNone) index = AddSection(file, name, hash);
+  InfSection &section = file->sections[index];
+  const auto body = static_cast<std::uint32_t>(file->bodies.size());
+  file->bodies.push_back({{static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(file->text.size())}});
+  if (section.lastBody == kInfNone) {
+    section.firstBody = body;
+  } else {
+    file->bodies[section.lastBody].next = body;
+  }
+  section.lastBody = body;
+}
+
+// Enters the header whose "[" is at `bracket`. Returns where its line ends, or npos with a problem.
+std::size_t EnterHeader(HeaderFinder *finder, std::size_t lineBegin, std::size_t bracket) {
+  InfFile *file = finder->file;
+  const std::size_t lineEnd = LineEndFrom(*file, bracket);
+  std::size_t close = bracket + 1;
+  while (close < lineEnd && file->text[close] != ']') close += ClassAt(*file, close) == InfChar::kLead ? 2 : 1;
+  finder->problemAt = bracket;
+  if (close >= lineEnd) {
+    finder->problem = "a section name has no \"]\"";
+    return std::string_view::npos;
+  }
+  const std::string_view name =
+      Trim(std::string_view(file->text).substr(bracket + 1, close - bracket - 1), *file->settings);
+  if (name.size() > kInfSectionNameMax) {
+    finder->problem = "a section name is longer than 255 characters";
+    return std::string_view::npos;
+  }
+  if (!file->bodies.empty()) file->bodies.back().span.end = static_cast<std::uint32_t>(lineBegin);
+  const auto nameBegin = static_cast<std::uint32_t>(name.data() - file->text.data());
+  AddBody(file, {nameBegin, static_cast<std::uint32_t>(nameBegin + name.size())}, lineEnd);
+  finder->headerLine = lineBegin;
+  return lineEnd;
+}
+
+// Text before the first section must be blank or comment.
+bool CheckStart(HeaderFinder *finder) {
+  const InfFile &file = *finder->file;
+  const std::size_t end = finder->headerLine == std::string_view::npos ? file.text.size() : finder->headerLine;
+  for (std::size_t at = 0; at < end; ++at) {
+    const InfChar kind = ClassAt(file, at);
+    if (kind == InfChar::kBlank || kind == InfChar::kLineEnd) continue;
+    if (kind != InfChar::kComment) {
+      finder->problemAt = at;
+      finder->problem = "there is text before the first section";
+      return false;
+    }
+    at = LineEndFrom(file, at);
+  }
+  return true;
+}
+
+bool FindHeaders(HeaderFinder *finder) {
+  const std::string &text = finder->file->text;
+  bool first = true;
+  for (std::size_t bracket = text.find('['); bracket != std::string::npos; bracket = text.find('[', bracket)) {
+    std::size_t lineBegin = bracket;
+    while (lineBegin > 0 && ClassAt(*finder->file, lineBegin - 1) == InfChar::kBlank) --lineBegin;
+    const bool atLineBegin = lineBegin == 0 || ClassAt(*finder->file, lineBegin - 1) == InfChar::kLineEnd;
+    if (!atLineBegin || IsContinued(*finder, lineBegin)) {
+      ++bracket;
+      continue;
+    }
+    bracket = EnterHeader(finder, lineBegin, bracket);
+    if (bracket == std::string_view::npos) return false;
+    if (first && !CheckStart(finder)) return false;
+    first = false;
+  }
+  return !first || CheckStart(finder);
+}
+
+void SetProblem(const char *problem, unsigned atLine, std::string *reason, unsigned *line) {
+  if (reason != nullptr) *reason = "line " + std::to_string(atLine) + ": " + problem;
+  if (line != nullptr) *line = atLine;
+}
+
+unsigned LineNumber(const InfFile &file, std::size_t at) {
+  unsigned number = 1;
+  for (std::size_t i = 0; i < at; ++i) {
+    if (file.text[i] == '\n' || (file.text[i] == '\r' && file.text[i + 1] != '\n')) ++number;
+  }
+  return number;
+}
+
+}  // namespace
+
+std::shared_ptr<const InfSettings> MakeInfSettings(unsigned codePage, unsigned language,
+                                                   std::string_view windowsDirectory,
+                                                   std::string_view systemDirectory) {
+  auto settings = std::make_shared<InfSettings>();
+  settings->codePage = codePage;
+  settings->language = language;
+  settings->windows = windowsDirectory;
+  settings->system = systemDirectory;
+  if (!windowsDirectory.empty()) settings->inf = settings->windows + "\\inf";
+  if (!systemDirectory.empty()) settings->drivers = settings->system + "\\drivers";
+  const auto set = [&settings](std::string_view characters, InfChar kind) {
+    for (const char c : characters) settings->classes[static_cast<unsigned char>(c)] = kind;
+  };
+  set(" \t\v\f", InfChar::kBlank);
+  set("\r\n", InfChar::kLineEnd);
+  set("\"", InfChar::kQuote);
+  set(";", InfChar::kComment);
+  set(",", InfChar::kComma);
+  set("=", InfChar::kEquals);
+  set("\\", InfChar::kBackslash);
+  for (unsigned byte = 0x80; byte <= 0xFF; ++byte) {
+    if (!IsLeadByte(static_cast<unsigned char>(byte), codePage)) continue;
+    settings->classes[byte] = InfChar::kLead;
+    settings->twoByte = true;
+  }
+  return settings;
+}
+
+std::unique_ptr<InfFile> ReadInf(std::string bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
+                                 unsigned *line) {
+  if (bytes.size() > kInfSizeMax) {
+    SetProblem("the file is larger than 64 MB", 1, reason, line);
+    return nullptr;
+  }
+  auto file = std::make_unique<InfFile>();
+  file->settings = std::move(settings);
+  file->text = Decode(std::move(bytes), file->settings->codePage);
+  HeaderFinder finder{file.get()};
+  if (FindHeaders(&finder)) return file;
+  SetProblem(finder.problem, LineNumber(*file, finder.problemAt), reason, line);
+  return nullptr;
+}
+
+std::uint32_t FindSectionIndex(const InfFile &file, std::string_view name) {
+  return FindHashed(file, name, HashName(name));
+}
+
+const InfSection &ParsedSection(InfFile *file, std::uint32_t index) {
+  InfSection &section = file->sections[index];
+  if (section.parsed) return section;
+  section.parsed = true;
+  std::size_t size = 0;
+  for (std::uint32_t body = section.firstBody; body != kInfNone; body = file->bodies[body].next) {
+    size += file->bodies[body].span.end - file->bodies[body].span.begin;
+  }
+  section.pool.reserve(size);
+  for (std::uint32_t body = section.firstBody; body != kInfNone; body = file->bodies[body].next) {
+    const InfSpan span = file->bodies[body].span;
+    ParseLines(std::string_view(file->text).substr(span.begin, span.end - span.begin), *file->settings, &section);
+  }
+  return section;
+}
+
+const InfSection *FindSection(InfFile *file, std::string_view name) {
+  const std::uint32_t index = FindSectionIndex(*file, name);
+  return index == kInfNone ? nullptr : &ParsedSection(file, index);
+}
+
+std::string_view SectionName(const InfFile &file, const InfSection &section) {
+  return std::string_view(file.text).substr(section.name.begin, section.name.end - section.name.begin);
+}
+
+bool HasField(const InfLine &line, std::uint32_t field) { return field == 0 ? line.hasKey : field <= line.valueCount; }
+
+std::string_view RawField(const InfSection &section, const InfLine &line, std::uint32_t field) {
+  const InfSpan span = section.texts[line.firstText + field - (line.hasKey ? 0 : 1)];
+  return std::string_view(section.pool).substr(span.begin, span.end - span.begin);
+}
+
+std::string FieldText(InfFile *file, const InfSection &section, const InfLine &line, std::uint32_t field) {
+  return ReplaceTokens(file, RawField(section, line, field));
+}
+
+std::uint32_t FindKey(InfFile *file, const InfSection &section, std::string_view key, std::uint32_t first) {
+  for (std::uint32_t i = first; i < section.lines.size(); ++i) {
+    const InfLine &line = section.lines[i];
+    if (!line.hasKey) continue;
+    const std::string_view raw = RawField(section, line, 0);
+    const bool plain = raw.find('%') == std::string_view::npos;
+    if (plain ? SameName(raw, key) : SameName(ReplaceTokens(file, raw), key)) return i;
+  }
+  return kInfNone;
+}
+
+bool FindValue(InfFile *file, const InfSection &section, std::string_view key, std::string *value) {
+  for (std::uint32_t i = FindKey(file, section, key); i != kInfNone; i = FindKey(file, section, key, i + 1)) {
+    if (section.lines[i].valueCount == 0) continue;
+    *value = FieldText(file, section, section.lines[i], 1);
+    return true;
+  }
+  return false;
+}
+
+bool IsModernInf(InfFile *file) {
+  std::string signature;
+  const InfSection *version = FindSection(file, "Version");
+  if (version == nullptr || !FindValue(file, *version, "Signature", &signature)) return false;
+  return SameName(signature, "$Windows NT$") || SameName(signature, "$Chicago$") || SameName(signature, "$Windows 95$");
+}
+
+std::size_t MemoryOf(const InfFile &file) {
+  std::size_t size = sizeof(InfFile) + file.text.capacity() + file.bodies.capacity() * sizeof(InfBody) +
+                     file.sections.capacity() * sizeof(InfSection) + file.slots.capacity() * sizeof(std::uint32_t) +
+                     file.tokens.size() * 96;
+  for (const InfSection &section : file.sections) {
+    size += section.pool.capacity() + section.texts.capacity() * sizeof(InfSpan) +
+            section.lines.capacity() * sizeof(InfLine);
+  }
+  return size;
+}
+
+bool SameName(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (!IsAscii(a[i]) || !IsAscii(b[i])) return CompareNoCase(a, b) == 0;
+    if (AsciiUpper(a[i]) != AsciiUpper(b[i])) return false;
+  }
+  return true;
+}
+
+std::string FoldedName(std::string_view text) {
+  std::string folded(text);
+  for (char &c : folded) {
+    if (!IsAscii(c)) return ToUpper(text);
+    c = AsciiUpper(c);
+  }
+  return folded;
+}
+
+std::size_t WholeCharacters(std::string_view text, std::size_t limit, const InfSettings &settings) {
+  if (text.size() <= limit) return text.size();
+  if (!settings.twoByte) return limit;
+  std::size_t at = 0;
+  while (at < limit) {
+    const std::size_t next = at + (settings.classes[static_cast<unsigned char>(text[at])] == InfChar::kLead ? 2 : 1);
+    if (next > limit) break;
+    at = next;
+  }
+  return at;
+}
+
+}  // namespace machine

@@ -1,0 +1,111 @@
+// Opening and closing the described machine, and its observer.
+#include "platform/machine/machine.h"
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+
+#include "platform/machine/code_page.h"
+#include "platform/machine/fault.h"
+
+namespace {
+
+std::unique_ptr<machine::Description> current;
+VXRMachine_Observer observer = nullptr;
+void *observerContext = nullptr;
+
+// Takes the plan of VXR_FAULTS. A plan that does not parse would make a fault test pass without a fault.
+bool ReadFaultPlan([[maybe_unused]] std::string *error) {
+#ifdef VXR_FAULT_POINTS
+  const char *text = std::getenv("VXR_FAULTS");
+  if (text != nullptr && *text != '\0' && !machine::SetFaultPlanFromText(text)) {
+    *error = std::string("VXR_FAULTS: \"") + text + "\" is not of the form NAME:N[:once|on][:ERROR]";
+    return false;
+  }
+#endif
+  return true;
+}
+
+void Forget() {
+  current.reset();
+  machine::SetCodePage(machine::kDefaultCodePage);
+}
+
+bool Open(const char *file, std::string *error) {
+  if (file == nullptr || *file == '\0') {
+    *error = "no machine file is named; give the path of its TOML file";
+    return false;
+  }
+  if (current != nullptr) {
+    *error = std::string(file) + ": a machine is open already (" + current->file.string() + "); close it first";
+    return false;
+  }
+  auto description = std::make_unique<machine::Description>();
+  if (!machine::ReadDescription(file, description.get(), error) || !ReadFaultPlan(error)) return false;
+  // The parts below may already ask for the machine and report to its observer.
+  current = std::move(description);
+  machine::SetCodePage(current->system.codePage);
+  if (!machine::OpenRegistry(*current, error)) {
+    Forget();
+    return false;
+  }
+  machine::OpenDevices(*current);
+  return true;
+}
+
+}  // namespace
+
+namespace machine {
+
+const Description *Current() { return current.get(); }
+
+const Description *CurrentOrNotReady() {
+  if (current == nullptr) platform::SetLastError(ERROR_NOT_READY);
+  return current.get();
+}
+
+void Report(const VXRMachine_Event &event) {
+  if (observer == nullptr) return;
+  const DWORD error = platform::GetLastError();
+  observer(observerContext, &event);
+  platform::SetLastError(error);
+}
+
+}  // namespace machine
+
+int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize) {
+  std::string error;
+  bool opened = false;
+  const bool another = current != nullptr;
+  try {
+    opened = Open(file, &error);
+  } catch (const std::exception &exception) {
+    error = std::string(file) + ": " + exception.what();
+    if (!another) VXRMachine_Close();
+  }
+  if (message != nullptr && messageSize != 0) {
+    message[error.copy(message, messageSize - 1)] = '\0';
+  }
+  return opened;
+}
+
+int32_t VXRMachine_Close() {
+  if (current == nullptr) return 1;
+  machine::CloseInfFiles();
+  machine::CloseDevices();
+  machine::CloseWindows();
+  machine::ClosePrompts();
+  const bool saved = machine::CloseRegistry();
+  machine::ClosePaths();
+  Forget();
+  return saved;
+}
+
+void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
+  observer = newObserver;
+  observerContext = context;
+}
+
+uint64_t VXRMachine_InfReads() { return machine::InfReads(); }
+
+uint32_t VXRMachine_CodePage() { return current == nullptr ? 0 : current->system.codePage; }

@@ -20,13 +20,13 @@ struct System {
   std::string windowsDirectory;
   DWORD osMajor = 0, osMinor = 0, osBuild = 0, osPlatform = 2, servicePackMajor = 0, servicePackMinor = 0;
   DWORD suite = 0, product = 1;
-  DWORD processorCount = 1, processorArchitecture = 0, processorType = 0, processorLevel = 0, processorRevision = 0;
-  std::uint64_t memory = 0;  // bytes
+  DWORD processorCount = 1, processorArchitecture = 9, processorType = 8664, processorLevel = 6, processorRevision = 0;
+  std::uint64_t memory = std::uint64_t{1} << 30;  // bytes
   DWORD pageSize = 4096;
   unsigned codePage = 1252;
   unsigned language = 0x0409;
   std::optional<std::int64_t> clock;  // seconds since 1970-01-01 UTC; the real clock when absent
-  std::optional<std::string> program;
+  std::optional<std::string> program;  // empty: the host has no first argument
 };
 
 struct Names {
@@ -42,7 +42,7 @@ struct Extent {
 struct Drive {
   std::string root;  // such as X:\, upper case
   UINT type = 0;     // DRIVE_...
-  std::filesystem::path path;  // host directory, absolute
+  std::filesystem::path path;  // host directory, absolute; empty: no medium
   std::string label, fileSystem, guidPath, deviceName;
   DWORD serial = 0, flags = 0, maxComponent = 255;
   std::vector<BYTE> uniqueId;
@@ -54,7 +54,7 @@ struct Disk {
   std::optional<std::filesystem::path> image;  // host file or block device, absolute
   std::uint64_t cylinders = 0;
   DWORD heads = 0, sectors = 0, bytes = 512;  // geometry; bytes a sector
-  std::string interfacePath;
+  std::string interfacePath;  // empty: none
 };
 
 struct Device {
@@ -102,11 +102,14 @@ bool ReadDescription(const std::filesystem::path &file, Description *description
 
 // The open machine; null when none. Platform calls made without one fail with ERROR_NOT_READY.
 const Description *Current();
+// The same, and with none sets that error.
+const Description *CurrentOrNotReady();
 
-// Tells the observer, if there is one.
+// Tells the observer, if there is one; leaves the last error as it was. Works without a machine.
 void Report(const VXRMachine_Event &event);
 
 // --- Parts with a life of their own; VXRMachine_Open and VXRMachine_Close call these ---------------------------------
+// Current() is the machine from before the first Open to after the last Close. A failed Open has undone itself.
 
 bool OpenRegistry(const Description &description, std::string *error);
 bool CloseRegistry();      // saves changed hives of the running system; false when one could not be saved
@@ -114,6 +117,7 @@ void OpenDevices(const Description &description);
 void CloseDevices();
 void CloseInfFiles();      // forgets what was read
 void CloseWindows();
+void ClosePrompts();       // the next machine's answers begin anew
 void ClosePaths();
 std::uint64_t InfReads();  // INF files read from disk since the last CloseInfFiles
 

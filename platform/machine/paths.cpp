@@ -1,0 +1,248 @@
+#include "platform/machine/paths.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <vector>
+
+#include "platform/machine/descriptor.h"
+#include "platform/machine/listing.h"
+#include "platform/machine/machine.h"
+#include "platform/machine/path_syntax.h"
+
+namespace machine {
+namespace {
+
+constexpr unsigned kLongestLinkChain = 40;  // the kernel's own limit
+
+struct OpenDrive {
+  std::filesystem::path path;
+  Descriptor directory;
+};
+
+std::map<char, OpenDrive> g_drives;
+
+bool Fail(DWORD error) {
+  platform::SetLastError(error);
+  return false;
+}
+
+// The drive's directory, opened once; -1 with the last error set.
+int DriveDirectory(char letter) {
+  const std::vector<Drive> &drives = Current()->drives;
+  const auto drive = std::find_if(drives.begin(), drives.end(),
+                                  [letter](const Drive &d) { return !d.root.empty() && d.root.front() == letter; });
+  if (drive == drives.end() || drive->path.empty()) {
+    platform::SetLastError(ERROR_PATH_NOT_FOUND);
+    return -1;
+  }
+  OpenDrive &open = g_drives[letter];
+  if (open.directory && open.path == drive->path) return open.directory.fd;
+  open.directory = Descriptor(::open(drive->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  open.path = drive->path;
+  if (!open.directory) platform::SetLastError(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  return open.directory.fd;
+}
+
+// One call that follows `relative` exactly and cannot leave `root`. Fails where the system has no such call, too:
+// whoever calls this goes on by hand then.
+Descriptor OpenBelow(int root, const std::string &relative, int flags) {
+  open_how how = {};
+  how.flags = static_cast<unsigned>(flags | O_CLOEXEC);
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+  return Descriptor(static_cast<int>(syscall(SYS_openat2, root, relative.c_str(), &how, sizeof how)));
+}
+
+std::string Join(const std::vector<std::string> &names, std::size_t count) {
+  std::string joined;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i != 0) joined += '/';
+    joined += names[i];
+  }
+  return joined.empty() ? "." : joined;
+}
+
+// Looks `name` up in an open directory, first exactly, then without regard to case, and spells it as on disk. A link is
+// not followed. False with errno set.
+bool StatName(int directory, std::string *name, struct stat *status) {
+  if (fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0) return true;
+  if (errno != ENOENT) return false;
+  const std::string spelled = FindNameNoCase(directory, *name);
+  if (spelled.empty()) {
+    errno = ENOENT;
+    return false;
+  }
+  *name = spelled;
+  return fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Takes the directory into the place. False with the last error set.
+bool Settle(int directory, std::string name, bool exists, HostPlace *place) {
+  const int own = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) return Fail(ErrorFromErrno(errno));
+  place->directory = own;
+  place->name = std::move(name);
+  place->exists = exists;
+  return true;
+}
+
+// The walk from a drive's root, name by name, that follows links itself.
+struct Walk {
+  const char *path;  // the Windows path, for the observer
+  int root;
+  bool directory;  // the path ends in a separator
+  std::deque<std::string> names;
+  std::vector<Descriptor> below;  // the directories from the root to the current one
+  unsigned links = 0;
+};
+
+// Puts what a link holds in front of the names to come.
+bool FollowLink(Walk *walk, int directory, const std::string &name) {
+  std::array<char, 4096> target;
+  const ssize_t length = readlinkat(directory, name.c_str(), target.data(), target.size());
+  if (length < 0) return Fail(ErrorFromErrno(errno));
+  std::string_view rest(target.data(), static_cast<std::size_t>(length));
+  if (rest.starts_with('/')) return RefusePath(walk->path, "the symbolic link \"" + name + "\" leads out of the drive");
+  if (++walk->links > kLongestLinkChain || rest.size() == target.size()) {
+    return RefusePath(walk->path, "the symbolic link \"" + name + "\" leads in a circle or too far");
+  }
+  std::vector<std::string> names;
+  while (!rest.empty()) {
+    const std::string_view one = rest.substr(0, rest.find('/'));
+    rest.remove_prefix(std::min(rest.size(), one.size() + 1));
+    if (!one.empty() && one != ".") names.emplace_back(one);
+  }
+  walk->names.insert(walk->names.begin(), names.begin(), names.end());
+  return true;
+}
+
+bool EnterDirectory(Walk *walk, int directory, const std::string &name) {
+  Descriptor next(openat(directory, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!next) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  walk->below.push_back(std::move(next));
+  return true;
+}
+
+bool WalkToPlace(Walk *walk, HostPlace *place) {
+  while (!walk->names.empty()) {
+    std::string name = std::move(walk->names.front());
+    walk->names.pop_front();
+    if (name == "..") {  // out of a link: the path's own are gone
+      if (walk->below.empty()) return RefusePath(walk->path, "a symbolic link leads out of the drive");
+      walk->below.pop_back();
+      continue;
+    }
+    const int current = walk->below.empty() ? walk->root : walk->below.back().fd;
+    const bool last = walk->names.empty();
+    struct stat status = {};
+    if (!StatName(current, &name, &status)) {
+      if (errno != ENOENT) return Fail(ErrorFromErrno(errno));
+      return last ? Settle(current, std::move(name), false, place) : Fail(ERROR_PATH_NOT_FOUND);
+    }
+    if (S_ISLNK(status.st_mode)) {
+      if (!FollowLink(walk, current, name)) return false;
+      if (last) place->throughLink = true;
+    } else if (last) {
+      if (walk->directory && !S_ISDIR(status.st_mode)) return Fail(ERROR_INVALID_NAME);
+      return Settle(current, std::move(name), true, place);
+    } else if (!EnterDirectory(walk, current, name)) {
+      return false;
+    }
+  }
+  return Settle(walk->below.empty() ? walk->root : walk->below.back().fd, ".", true, place);
+}
+
+// The usual case without a walk: the directory exists as spelled, and the last name is no link. False, with nothing
+// settled, in any other.
+bool LocateAtOnce(int root, const WindowsPath &path, HostPlace *place) {
+  if (path.names.empty() || path.directory) return false;
+  const Descriptor directory = OpenBelow(root, Join(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
+  if (!directory) return false;
+  std::string name = path.names.back();
+  struct stat status = {};
+  const bool exists = StatName(directory.fd, &name, &status);
+  if (exists ? S_ISLNK(status.st_mode) : errno != ENOENT) return false;
+  return Settle(directory.fd, std::move(name), exists, place);
+}
+
+bool LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
+  const int root = DriveDirectory(path.drive);
+  if (root < 0) return false;
+  if (LocateAtOnce(root, path, place)) return true;
+  Walk walk = {windowsPath, root, path.directory, {path.names.begin(), path.names.end()}, {}, 0};
+  return WalkToPlace(&walk, place);
+}
+
+bool LocateOnHost(const std::string &path, HostPlace *place) {
+  std::error_code failure;
+  std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
+  if (failure) return Fail(ErrorFromErrno(failure.value()));
+  if (!resolved.has_filename() && resolved.has_relative_path()) resolved = resolved.parent_path();
+  const Descriptor directory(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  const std::string name = resolved.has_filename() ? resolved.filename().string() : ".";
+  struct stat status = {};
+  const bool exists = fstatat(directory.fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!exists && errno != ENOENT) return Fail(ErrorFromErrno(errno));
+  return Settle(directory.fd, name, exists, place);
+}
+
+bool Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
+  *place = {};
+  if (!path.pattern.empty()) return Fail(ERROR_INVALID_NAME);
+  return path.host.empty() ? LocateOnDrive(windowsPath, path, place) : LocateOnHost(path.host, place);
+}
+
+// As Locate and open(2), by one call where that is enough.
+Descriptor OpenExact(const WindowsPath &path, int flags) {
+  if ((flags & O_CREAT) != 0 || !path.pattern.empty() || path.directory) return {};
+  if (!path.host.empty()) return Descriptor(open(path.host.c_str(), flags | O_CLOEXEC));
+  const int root = DriveDirectory(path.drive);
+  return root < 0 ? Descriptor() : OpenBelow(root, Join(path.names, path.names.size()), flags);
+}
+
+}  // namespace
+
+bool LocatePlace(const char *windowsPath, HostPlace *place) {
+  WindowsPath path;
+  *place = {};
+  return ParseWindowsPath(windowsPath, &path) && Locate(windowsPath, path, place);
+}
+
+void ClosePlace(HostPlace *place) {
+  if (place->directory >= 0) close(place->directory);
+  *place = {};
+}
+
+int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
+  WindowsPath path;
+  if (!ParseWindowsPath(windowsPath, &path)) return -1;
+  Descriptor file = OpenExact(path, flags);
+  if (file) return file.Release();
+  ScopedPlace place;
+  if (!Locate(windowsPath, path, &place)) return -1;
+  // Nothing was a link when the place was found, so nothing is one now unless somebody plays tricks.
+  const int opened = openat(place.directory, place.name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode);
+  if (opened < 0) platform::SetLastError(ErrorFromErrno(errno));
+  return opened;
+}
+
+std::string PlaceName(const HostPlace &place) {
+  return "/proc/self/fd/" + std::to_string(place.directory) + "/" + place.name;
+}
+
+void ClosePaths() {
+  g_drives.clear();
+  ForgetListings();
+}
+
+}  // namespace machine

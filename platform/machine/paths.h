@@ -1,6 +1,10 @@
 // Windows paths to places on the host. A path begins with a drive's letter and is found below that drive's directory
-// without regard to case; it never leaves it, not through ".." and not through a symbolic link. A path that begins with
-// "/" is the host's own.
+// without regard to case; it never leaves it, not through ".." and not through a symbolic link (an absolute link leaves
+// it, wherever it points). A path that begins with "/" is the host's own and is taken as it is; no name out of an INF
+// file or a registry can begin so, since callers join those with directories.
+//
+// A name spelled as on disk costs a system call or two, however large its directory; only a name that does not exist so
+// is sought without regard to case.
 #pragma once
 
 #include <sys/types.h>
@@ -13,18 +17,29 @@ namespace machine {
 
 // A place: the open directory and the name in it, spelled as on disk when it exists. Closed by ClosePlace.
 struct HostPlace {
-  int directory = -1;
-  std::string name;
+  int directory = -1;  // may be an O_PATH descriptor; enough for the ...at() calls and to be opened anew as "."
+  std::string name;    // "." for the directory itself; never that of a symbolic link, which is followed
   bool exists = false;
+  bool throughLink = false;  // the path's last component is a symbolic link; the place is where it leads
 };
 
-// Finds the place of a path whose directory must exist; the last component need not. False with the last error set (2 no
-// such file, 3 no such directory, 123 not a name, 5 leads out of the drive).
+// Finds the place of a path whose directory must exist; the last component need not. False with the last error set:
+// ERROR_PATH_NOT_FOUND no such drive or directory, or not a path; ERROR_INVALID_NAME not a name, or a file named as a
+// directory; ERROR_ACCESS_DENIED leads out of the drive (told to the observer) or may not be searched; others of the
+// host.
 bool LocatePlace(const char *windowsPath, HostPlace *place);
 void ClosePlace(HostPlace *place);
 
+// A place that closes itself.
+struct ScopedPlace : HostPlace {
+  ScopedPlace() = default;
+  ScopedPlace(const ScopedPlace &) = delete;
+  ScopedPlace &operator=(const ScopedPlace &) = delete;
+  ~ScopedPlace() { ClosePlace(this); }
+};
+
 // Opens what the path names. `flags` as for open(2), O_CLOEXEC added. Returns a descriptor, or -1 with the last error
-// set.
+// set: those of LocatePlace, and ERROR_FILE_NOT_FOUND. With O_CREAT a file that differs in case alone is that file.
 int OpenHostFile(const char *windowsPath, int flags, mode_t mode = 0644);
 
 // A name for calls that take only host paths (/proc/self/fd/<directory>/<name>); valid while `place` is open.

@@ -1,0 +1,135 @@
+// The file search.
+//
+// Of several matches the first in the order of the host's directory is given, not the first by name as NTFS would: the
+// search ends at its first match however large the directory is, and its callers ask only whether there is one.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/machine/attributes.h"
+#include "platform/machine/code_page.h"
+#include "platform/machine/fault.h"
+#include "platform/machine/handles.h"
+#include "platform/machine/listing.h"
+#include "platform/machine/path_syntax.h"
+#include "platform/machine/paths.h"
+#include "platform/machine/wildcard.h"
+
+namespace {
+
+HANDLE FailSearch(DWORD error) {
+  platform::SetLastError(error);
+  return INVALID_HANDLE_VALUE;
+}
+
+FILETIME ToFileTime(const timespec &time) {
+  constexpr std::int64_t kSecondsFrom1601To1970 = 11644473600;
+  const std::int64_t seconds = std::max<std::int64_t>(0, time.tv_sec + kSecondsFrom1601To1970);
+  const auto ticks = static_cast<DWORD64>(seconds) * 10000000 + static_cast<DWORD64>(time.tv_nsec) / 100;
+  return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+// Tells of the entry `name` of an open directory under the name `shown` (both UTF-8). False when it is gone or its name
+// does not fit.
+bool Describe(int directory, const std::string &name, const std::string &shown, WIN32_FIND_DATAA *data) {
+  struct stat status = {};
+  const std::string ansi = machine::Utf8ToAnsi(shown);
+  if (ansi.size() >= sizeof data->cFileName) return false;
+  if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  *data = {};
+  if (S_ISLNK(status.st_mode)) {
+    data->dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;  // where it leads is for whoever opens it
+  } else {
+    data->dwFileAttributes = machine::ReadAttributes(machine::PlaceName({directory, name}), status);
+  }
+  // The host keeps no time of creation that every file system has.
+  data->ftCreationTime = data->ftLastWriteTime = ToFileTime(status.st_mtim);
+  data->ftLastAccessTime = ToFileTime(status.st_atim);
+  if (S_ISREG(status.st_mode)) {
+    data->nFileSizeLow = static_cast<DWORD>(status.st_size);
+    data->nFileSizeHigh = static_cast<DWORD>(static_cast<DWORD64>(status.st_size) >> 32);
+  }
+  std::memcpy(data->cFileName, ansi.c_str(), ansi.size() + 1);
+  return true;
+}
+
+// A name without wildcards.
+bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
+  // A root has no entry of its own, and a name followed by a separator is none either.
+  const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
+  machine::ScopedPlace place;
+  if (!entry) {
+    platform::SetLastError(ERROR_FILE_NOT_FOUND);
+    return false;
+  }
+  if (!machine::LocatePlace(text, &place)) return false;
+  const std::string &shown = place.throughLink ? path.names.back() : place.name;
+  if (place.exists && Describe(place.directory, place.name, shown, data)) return true;
+  platform::SetLastError(ERROR_FILE_NOT_FOUND);
+  return false;
+}
+
+// The directory of a pattern, opened.
+machine::Descriptor OpenParent(const char *text) {
+  std::string parent = text;
+  // The pattern has no separator in it, and no byte of "\" or "/" either: it begins behind the last one that is not the
+  // second byte of a two-byte character.
+  std::size_t cut = 0;
+  for (std::size_t i = 0; i < parent.size(); ++i) {
+    if (machine::IsLeadByte(static_cast<unsigned char>(parent[i]))) {
+      ++i;
+    } else if (parent[i] == '\\' || parent[i] == '/' || parent[i] == ':') {
+      cut = i + 1;
+    }
+  }
+  parent.resize(cut);
+  return machine::Descriptor(machine::OpenHostFile(parent.c_str(), O_RDONLY | O_DIRECTORY));
+}
+
+bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
+  const machine::Descriptor directory = OpenParent(text);
+  if (!directory) {
+    if (platform::GetLastError() == ERROR_FILE_NOT_FOUND) platform::SetLastError(ERROR_PATH_NOT_FOUND);
+    return false;
+  }
+  const machine::NamePattern pattern = machine::MakePattern(path.pattern);
+  // Every directory but a root holds itself, first of all.
+  if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return Describe(directory.fd, ".", ".", data);
+  const machine::DirectoryStream stream = machine::OpenDirectoryStream(directory.fd);
+  if (!stream) {
+    platform::SetLastError(machine::ErrorFromErrno(errno));
+    return false;
+  }
+  while (const dirent *entry = readdir(stream.get())) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    if (machine::MatchesPattern(pattern, name) && Describe(directory.fd, name, name, data)) return true;
+  }
+  platform::SetLastError(ERROR_FILE_NOT_FOUND);
+  return false;
+}
+
+}  // namespace
+
+namespace platform {
+
+HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data) {
+  VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
+  machine::WindowsPath path;
+  if (data == nullptr) return FailSearch(ERROR_INVALID_PARAMETER);
+  if (!machine::ParseWindowsPath(pattern, &path)) return INVALID_HANDLE_VALUE;
+  const bool found = path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, data);
+  return found ? machine::AddHandle(machine::SearchHandle()) : INVALID_HANDLE_VALUE;
+}
+
+// As with CloseHandle, one that is made to fail closes all the same.
+BOOL FindClose(HANDLE search) {
+  const BOOL closed = machine::FindHandleOf<machine::SearchHandle>(search) != nullptr && machine::DropHandle(search);
+  VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
+  return closed;
+}
+
+}  // namespace platform

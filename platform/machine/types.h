@@ -1,5 +1,5 @@
 // The Windows types, records and constants that the platform layer trades in, with the sizes of 64-bit Windows.
-// On Windows the SDK headers give the same names; the assertions at the end hold both to one layout.
+// On Windows the SDK headers give the same names; the assertions of platform/layout.h hold both to one layout.
 #pragma once
 
 #include <cstddef>
@@ -44,12 +44,16 @@ inline constexpr std::size_t LINE_LEN = 256;
 
 inline constexpr DWORD NO_ERROR = 0;
 inline constexpr LSTATUS ERROR_SUCCESS = 0;
+inline constexpr DWORD ERROR_INVALID_FUNCTION = 1;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
 inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
+inline constexpr DWORD ERROR_TOO_MANY_OPEN_FILES = 4;
 inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
 inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
 inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr DWORD ERROR_INVALID_DATA = 13;
 inline constexpr DWORD ERROR_NO_MORE_FILES = 18;
+inline constexpr DWORD ERROR_WRITE_PROTECT = 19;
 inline constexpr DWORD ERROR_NOT_READY = 21;
 inline constexpr DWORD ERROR_GEN_FAILURE = 31;
 inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
@@ -59,20 +63,28 @@ inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD ERROR_DIR_NOT_EMPTY = 145;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
+inline constexpr DWORD ERROR_FILENAME_EXCED_RANGE = 206;
+inline constexpr DWORD ERROR_FILE_TOO_LARGE = 223;
 inline constexpr DWORD ERROR_MORE_DATA = 234;
 inline constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
+inline constexpr DWORD ERROR_INVALID_ADDRESS = 487;
 inline constexpr DWORD ERROR_FILE_INVALID = 1006;
 inline constexpr DWORD ERROR_BADDB = 1009;
+inline constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
+inline constexpr DWORD ERROR_IO_DEVICE = 1117;
+inline constexpr DWORD ERROR_MAPPED_ALIGNMENT = 1132;
+inline constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
-inline constexpr DWORD ERROR_INVALID_DATA = 13;
 inline constexpr DWORD ERROR_GENERAL_SYNTAX = 0xE0000003;
 inline constexpr DWORD ERROR_WRONG_INF_STYLE = 0xE0000100;
 inline constexpr DWORD ERROR_SECTION_NOT_FOUND = 0xE0000101;
 inline constexpr DWORD ERROR_LINE_NOT_FOUND = 0xE0000102;
+inline constexpr DWORD ERROR_CLASS_MISMATCH = 0xE0000201;
+inline constexpr DWORD ERROR_NO_DRIVER_SELECTED = 0xE0000203;
 inline constexpr DWORD ERROR_INVALID_CLASS = 0xE0000206;
 inline constexpr DWORD ERROR_NO_SUCH_DEVINST = 0xE000020B;
-inline constexpr DWORD ERROR_NO_DRIVER_SELECTED = 0xE0000203;
 
 // --- Heap --------------------------------------------------------------------------------------------------------
 
@@ -85,17 +97,21 @@ inline constexpr DWORD GENERIC_WRITE = 0x40000000;
 inline constexpr DWORD GENERIC_ALL = 0x10000000;
 inline constexpr DWORD FILE_SHARE_READ = 0x1;
 inline constexpr DWORD FILE_SHARE_WRITE = 0x2;
+inline constexpr DWORD CREATE_NEW = 1;
 inline constexpr DWORD CREATE_ALWAYS = 2;
 inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD OPEN_ALWAYS = 4;
+inline constexpr DWORD TRUNCATE_EXISTING = 5;
 inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x1;
 inline constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 0x2;
 inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 0x4;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400;
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 inline constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
+inline constexpr DWORD PAGE_READONLY = 0x2;
 inline constexpr DWORD PAGE_READWRITE = 0x4;
 inline constexpr DWORD FILE_MAP_WRITE = 0x2;
 inline constexpr DWORD FILE_MAP_READ = 0x4;
@@ -214,6 +230,7 @@ struct OSVERSIONINFOEXA {
 // --- Disks and volumes -------------------------------------------------------------------------------------------
 
 inline constexpr DWORD IOCTL_STORAGE_GET_DEVICE_NUMBER = 0x002D1080;
+inline constexpr DWORD FILE_DEVICE_DISK = 7;
 
 struct STORAGE_DEVICE_NUMBER {
   DWORD DeviceType;
@@ -248,9 +265,16 @@ inline constexpr DWORD INFINFO_INF_SPEC_IS_HINF = 1;
 inline constexpr DWORD DIGCF_PRESENT = 0x2;
 inline constexpr DWORD DIGCF_ALLCLASSES = 0x4;
 inline constexpr DWORD DIGCF_DEVICEINTERFACE = 0x10;
+inline constexpr DWORD SPDRP_DEVICEDESC = 0;
 inline constexpr DWORD SPDRP_HARDWAREID = 1;
 inline constexpr DWORD SPDRP_COMPATIBLEIDS = 2;
 inline constexpr DWORD SPDRP_SERVICE = 4;
+inline constexpr DWORD SPDRP_CLASS = 7;
+inline constexpr DWORD SPDRP_CLASSGUID = 8;
+inline constexpr DWORD SPDRP_DRIVER = 9;
+inline constexpr DWORD SPDRP_MFG = 11;
+inline constexpr DWORD SPDRP_FRIENDLYNAME = 12;
+inline constexpr DWORD SPDRP_ENUMERATOR_NAME = 22;
 inline constexpr DWORD SPDIT_COMPATDRIVER = 2;
 inline constexpr DWORD DI_ENUMSINGLEINF = 0x00010000;
 inline constexpr CONFIGRET CR_SUCCESS = 0;

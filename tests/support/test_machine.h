@@ -19,8 +19,8 @@ struct MachineEvent {
   std::string subject, detail, text;
 };
 
-// The folder holds ram/ (X:, RAM disk, Windows\System32 and Windows\inf within), restored/ (D:, fixed), product/ below
-// X:\Halcyra with logs.dir, and machine.toml. The standard machine is a 64-bit 6.1 system, two processors, 8 GiB, with
+// The folder holds ram/ (X:, RAM disk, with Windows\System32, Windows\inf and the product's Halcyra\logs.dir),
+// restored/ (D:, fixed), and machine.toml. The standard machine is a 64-bit 6.1 system, two processors, 8 GiB, with
 // HCDIR set to X:\Halcyra; nothing else until a test adds it.
 class MachineTest : public testing::Test {
  protected:
@@ -30,6 +30,7 @@ class MachineTest : public testing::Test {
   // Writes machine.toml (`system` replaces the standard [system] table when not empty; `rest` follows) and opens it,
   // with the log's level 5 in master.ini. Fails the test when the machine cannot be opened.
   void Open(const std::string &rest = "", const std::string &system = "");
+  // Ends the log and closes the machine; the destructor does too. Another Open may follow.
   void Close();
 
   // Host path of a file in the folder, and a file with content there (directories made).
@@ -40,9 +41,12 @@ class MachineTest : public testing::Test {
   // A job key's values for job `number` as TOML, with a boot disk, D:\ as root, X:\drivers as INF directory.
   static std::string JobToml(int number, const std::string &more = "");
 
-  void *window = nullptr;                  // collects into statusLines; attach it where a test needs it
+  void *window = nullptr;  // collects into statusLines; attach it where a test needs it
   std::vector<std::string> statusLines;
-  std::string log;                         // the debugger output so far: every line at level 5
-  std::vector<MachineEvent> events;        // all but the debugger output
+  std::string log;                   // the debugger output so far: every line at level 5
+  std::vector<MachineEvent> events;  // all but the debugger output
   std::filesystem::path folder;
+
+ private:
+  bool open = false;
 };

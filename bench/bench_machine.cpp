@@ -1,0 +1,96 @@
+#include "bench/bench_machine.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include "bench/inf_directory.h"
+#include "vxrcore/machine.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char *kMachine = R"(
+[system]
+system_directory = 'X:\Windows\System32'
+windows_directory = 'X:\Windows'
+os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
+processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
+memory = 8589934592
+
+[[drive]]
+root = 'X:\'
+type = 'ramdisk'
+path = 'ram'
+
+[[drive]]
+root = 'D:\'
+type = 'fixed'
+path = 'restored'
+
+[[disk]]
+number = 0
+geometry = { cylinders = 7832, heads = 255, sectors = 63, bytes = 512 }
+interface = '\\?\scsi#disk&ven_acme&prod_fast_disk&rev_1.0#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'
+
+[[device]]
+instance = 'ROOT\ACPI_HAL\0000'
+class = 'Computer'
+hardware_ids = ['acpiapic_mp']
+
+[[device]]
+instance = 'SCSI\Disk&Ven_ACME&Prod_FAST_DISK&Rev_1.0\4&1A2B3C&0&000000'
+class = 'DiskDrive'
+hardware_ids = ['SCSI\DiskACME____FAST_DISK']
+parent = 'PCI\VEN_1AF4&DEV_1042&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
+
+[[device]]
+instance = 'PCI\VEN_1AF4&DEV_1042&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
+class = 'SCSIAdapter'
+hardware_ids = ['PCI\VEN_1AF4&DEV_1042&SUBSYS_00000000&REV_01', 'PCI\VEN_1AF4&DEV_1042']
+compatible_ids = ['PCI\VEN_1AF4&CC_0100', 'PCI\CC_0100']
+
+[registry.'SOFTWARE\Varnelt\Halcyra']
+HCDIR = 'X:\Halcyra'
+
+[registry.'SOFTWARE\Varnelt\Relmar\1']
+Disk = '\\.\PhysicalDrive0'
+InfDir = 'X:\drivers'
+BootPart = '\\.\PhysicalDrive0\Partition1'
+RootPath = 'D:\Windows'
+HAL = 9
+OSVerMaj = 6
+OSVerMin = 1
+)";
+
+}  // namespace
+
+BenchMachine MakeBenchMachine(unsigned infCount, const fs::path &hive) {
+  std::string name = (fs::temp_directory_path() / "vxr-bench-XXXXXX").string();
+  if (!mkdtemp(name.data())) std::abort();
+  const fs::path folder = name;
+  fs::create_directories(folder / "ram/Windows/System32");
+  fs::create_directories(folder / "ram/Halcyra/logs.dir");
+  fs::create_directories(folder / "restored/Windows/system32/config");
+  MakeInfDirectory(folder / "ram/drivers", infCount);
+  if (!hive.empty()) fs::copy_file(hive, folder / "restored/Windows/system32/config/SYSTEM");
+  std::ofstream(folder / "machine.toml") << kMachine;
+  return {folder};
+}
+
+void RemoveBenchMachine(const BenchMachine &machine) { fs::remove_all(machine.folder); }
+
+void OpenBenchMachine(const BenchMachine &machine) {
+  char message[512] = "";
+  if (VXRMachine_Open((machine.folder / "machine.toml").c_str(), message, sizeof message)) return;
+  std::fprintf(stderr, "vxr_bench: %s\n", message);
+  std::exit(2);
+}
+
+void CloseBenchMachine() {
+  VXRDbg_Cleanup();
+  VXRMachine_Close();
+}

@@ -1,0 +1,160 @@
+// The files that an install section copies.
+#include <cstring>
+
+#include "engine/base/files.h"
+#include "engine/base/status.h"
+#include "engine/base/strings.h"
+#include "engine/path_catalogue.h"
+#include "inf/checks.h"
+#include "inf/install_section.h"
+#include "inf/walks.h"
+#include "log/log.h"
+#include "vxrcore/vxrcore.h"
+
+namespace {
+
+constexpr DWORD kFileNotFound = 11;  // status codes
+constexpr DWORD kCopyFailed = 13;
+constexpr SIZE_T kSourceSpare = 1;  // bytes of a source path beyond the backslash and the terminator
+
+// Where files go, by what their upper-case name contains, and where the running system keeps its own of that kind.
+struct Destination {
+  const char *contains;
+  DWORD target;
+  DWORD runningSource;
+};
+constexpr Destination kDestinations[] = {
+    {".SYS", VXR_DIR_WINDRV, VXR_DIR_WPEDRV},
+    {".INF", VXR_DIR_WININF, VXR_DIR_WPEINF},
+    {"", VXR_DIR_WINSYS, VXR_DIR_WPESYS},
+};
+
+const Destination &DestinationOf(const char *name) {
+  const Destination *destination = kDestinations;
+  while (std::strstr(name, destination->contains) == nullptr) ++destination;
+  return *destination;
+}
+
+// Whether a name means a device wherever it stands, with or without an ending: CON, NUL, COM1, LPT1...
+bool IsDeviceName(const char *name) {
+  static constexpr const char *kDevices[] = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
+  SIZE_T length = std::strcspn(name, ".");
+  while (length > 0 && name[length - 1] == ' ') --length;
+  for (const char *device : kDevices) {
+    if (length == std::strlen(device) && VXREng_StrNICmp(name, device, length) == 0) return true;
+  }
+  // The superscript digits count as digits here.
+  return length == 4 && (VXREng_StrNICmp(name, "COM", 3) == 0 || VXREng_StrNICmp(name, "LPT", 3) == 0) &&
+         std::strchr("0123456789\xB9\xB2\xB3", name[3]) != nullptr;
+}
+
+// Whether a name that an INF file gives is that of one file in the directory that we choose: no path that would lead
+// elsewhere, no pattern that another file would answer, no device.
+bool IsPlainFileName(const char *name) {
+  bool onlyDots = true;
+  for (const char *p = name; *p != '\0'; ++p) {
+    onlyDots = onlyDots && (*p == '.' || *p == ' ');
+    if (platform::IsDBCSLeadByte(static_cast<BYTE>(*p)) && p[1] != '\0') {
+      ++p;
+      continue;
+    }
+    if (static_cast<BYTE>(*p) < ' ' || std::strchr("\\/:*?\"<>|", *p) != nullptr) return false;
+  }
+  return !onlyDots && !IsDeviceName(name);
+}
+
+// A path of the catalogue that ends in the file's name; logs when there is none.
+HeapText CataloguePath(DWORD id, const char *name, const char *caller) {
+  HeapText path = VXREng_GetStringAs(id, name);
+  if (path == nullptr) LogFailure("VXREng_GetStringAs", name, caller);
+  return path;
+}
+
+// Where the file is to be found. `runningInf` is the running system's INF directory: files of an INF file that lies
+// there are already in place in the running system.
+HeapText SourcePath(const char *szInfDir, const char *name, const char *runningInf, const char *caller) {
+  const bool running = BeginsWith(szInfDir, runningInf);
+  HeapText source = running ? CataloguePath(DestinationOf(name).runningSource, name, caller)
+                            : JoinPath(szInfDir, name, kSourceSpare, "szSource", caller);
+  if (source != nullptr) {
+    VXRDbg_Log(kFlush, "FLUSH:%s:%s:source to %s\n", caller, running ? "IDE" : "SCSI", source.get());
+  }
+  return source;
+}
+
+BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const char *caller) {
+  if (!bInject) {
+    VXREng_StatusMsg(kProgress, "Check only, bypassed copying %s -> %s...\n", source, target);
+    return TRUE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:VXREng_CopyFile:%s -> %s...\n", caller, source, target);
+  if (!VXREng_CopyFile(source, target, FALSE)) {
+    VXREng_StatusMsg(kCopyFailed, "Failed to copy %s to %s\n", source, target);
+    return FALSE;
+  }
+  VXREng_StatusMsg(kProgress, "Successfully copied %s -> %s...\n", source, target);
+  return TRUE;
+}
+
+}  // namespace
+
+BOOL VXRDev_ProcessCopyFiles(HINF hInf, const char *szInfDir, char *szSection, VXR_DRIVER *pVXRDriver) {
+  const CallTrace trace = TraceCall();
+  if (!HandleGiven(hInf) || !Given(szInfDir, "szInfDir") || !Given(szSection, "szSection")) return FALSE;
+  VXRDbg_Log(kCheck, "CHECK:%s:section=%s:infdir=%s\n", __func__, szSection, szInfDir);
+  return szSection[0] == '@' ? VXRDev_ProcessCopyFile(hInf, szInfDir, szSection + 1, pVXRDriver)
+                             : VXRDev_ProcessCopySect(hInf, szInfDir, szSection, pVXRDriver);
+}
+
+BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSection, VXR_DRIVER *pVXRDriver) {
+  const CallTrace trace = TraceCall();
+  if (!HandleGiven(hInf) || !Given(szSection, "szSection") || !Given(szInfDir, "szInfDir")) return FALSE;
+  VXRDbg_Log(kCheck, "CHECK:%s:CopySection=%s:InfDir=%s\n", __func__, szSection, szInfDir);
+  INFCONTEXT line = {};
+  if (!FirstLine(hInf, szSection, &line)) return FALSE;
+  for (BOOL more = TRUE; more; more = NextLine(&line)) {
+    const HeapText destination = TextField(hInf, &line, 1);
+    if (destination == nullptr) {
+      LogFailure("VXRDev_GetInfLineField", "No desitination file field!");
+      continue;
+    }
+    const HeapText source = TextField(hInf, &line, 2);
+    if (source != nullptr) VXRDbg_Log(kFixme, "FIXME:%s:src=%s:NOT-Processed!!!\n", __func__, source.get());
+    VXRDbg_Log(kCheck, "CHECK:%s:dst=%s..\n", __func__, destination.get());
+    if (!VXRDev_ProcessCopyFile(hInf, szInfDir, destination.get(), pVXRDriver)) {
+      LogFailure("VXRDev_ProcessCopyFile", destination.get());
+      return FALSE;
+    }
+  }
+  return TRUE;
+}
+
+BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DRIVER *pVXRDriver) {
+  const CallTrace trace = TraceCall();
+  if (!Given(szInfDir, "szInfDir") || !Given(szFileName, "szFileName") || !Given(pVXRDriver, "pVXRDriver")) {
+    return FALSE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:file=%s:infdir=%s\n", __func__, szFileName, szInfDir);
+  VXREng_StrUpr(szFileName);
+  if (!IsPlainFileName(szFileName)) {
+    VXRDbg_Log(kError, "ERROR:%s:%s is not the name of one file, not followed\n", __func__, szFileName);
+    VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", szFileName);
+    return FALSE;
+  }
+  const HeapText runningInf = VXREng_GetStringAs(VXR_DIR_WPEINF, nullptr);
+  if (runningInf == nullptr) {
+    LogFailure("VXREng_GetStringAs", "VXR_DIR_WPEINF");
+    return FALSE;
+  }
+  const HeapText source = SourcePath(szInfDir, szFileName, runningInf.get(), __func__);
+  if (source == nullptr) return FALSE;
+  if (!VXREng_FileExists(source.get())) {
+    VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", source.get());
+    return FALSE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:source is %s\n", __func__, source.get());
+  const HeapText target = CataloguePath(DestinationOf(szFileName).target, szFileName, __func__);
+  if (target == nullptr) return FALSE;
+  VXRDbg_Log(kCheck, "CHECK:%s:target is %s....\n", __func__, target.get());
+  return CopyOrCheck(source.get(), target.get(), pVXRDriver->bInject, __func__);
+}

@@ -1,0 +1,170 @@
+// The service that an install section adds.
+#include <cstring>
+
+#include "engine/base/strings.h"
+#include "inf/checks.h"
+#include "inf/install_section.h"
+#include "inf/walks.h"
+#include "log/log.h"
+#include "registry/values.h"
+
+namespace {
+
+constexpr DWORD kServiceNameField = 1;  // of an AddService line
+constexpr DWORD kServiceInstallField = 3;
+
+// The keys of a service-install section whose value goes below the service's key.
+struct ServiceValue {
+  const char *keyword;
+  const char *name;
+  DWORD fieldType;
+  bool isImagePath;
+};
+constexpr ServiceValue kServiceValues[] = {
+    {"DisplayName", "DisplayName", VXRINF_TYPE_SZ, false}, {"ServiceType", "Type", VXRINF_TYPE_INT, false},
+    {"StartType", "Start", VXRINF_TYPE_INT, false},        {"ErrorControl", "ErrorControl", VXRINF_TYPE_INT, false},
+    {"ServiceBinary", "ImagePath", VXRINF_TYPE_SZ, true},  {"LoadOrderGroup", "Group", VXRINF_TYPE_SZ, false},
+};
+
+// A field of the line; null when it is missing or empty, which a value omitted between two commas is.
+HeapText FilledField(HINF hInf, INFCONTEXT *line, DWORD index) {
+  HeapText field = TextField(hInf, line, index);
+  if (field != nullptr && *field == '\0') field = nullptr;
+  return field;
+}
+
+// An AddService line: stores its service name in the driver and returns the name of its service-install section. Null,
+// without a service name stored, when it lacks either.
+HeapText ReadAddService(HINF hInf, INFCONTEXT *line, const char *key, VXR_DRIVER *driver, const char *caller) {
+  FreeMember(driver->szService);
+  driver->szService = FilledField(hInf, line, kServiceNameField).release();
+  if (driver->szService == nullptr) {
+    VXRDbg_Log(kError, "ERROR:%s:field=%s:missing service name!!!\n", caller, key);
+    return nullptr;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:Service=%s...\n", caller, driver->szService);
+  HeapText section = FilledField(hInf, line, kServiceInstallField);
+  if (section == nullptr) {
+    VXRDbg_Log(kError, "ERROR:%s:field=%s:missing service install section name!!!\n", caller, key);
+    FreeMember(driver->szService);
+  }
+  return section;
+}
+
+void LogOtherServiceKey(const char *key, const char *caller) {
+  VXRDbg_Log(kFixme, "FIXME:%s:bypassing field=%s...\n", caller, key);
+  if (!BeginsWith(key, "DelService") && !BeginsWith(key, "Include") && !BeginsWith(key, "Needs")) {
+    VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", caller, key);
+  }
+}
+
+const ServiceValue *FindServiceValue(const char *key) {
+  for (const ServiceValue &value : kServiceValues) {
+    if (BeginsWith(key, value.keyword)) return &value;
+  }
+  return nullptr;
+}
+
+BOOL WriteServiceValue(HINF hInf, INFCONTEXT *line, const ServiceValue &value, const char *szService,
+                       const char *caller) {
+  DWORD size = 0;
+  HeapText data = VXRDev_GetInfLineField(hInf, 1, line, &size, value.fieldType);
+  if (data == nullptr) return FALSE;
+  DWORD type = REG_SZ;
+  if (value.fieldType == VXRINF_TYPE_INT) {
+    DWORD number = 0;
+    std::memcpy(&number, data.get(), sizeof(number));
+    VXRDbg_Log(kCheck, "CHECK:%s:%s=0x%08x:size=%u bytes\n", caller, value.keyword, number, size);
+    type = REG_DWORD;
+  } else {
+    VXRDbg_Log(kCheck, "CHECK:%s:%s=%s:size=%u bytes\n", caller, value.keyword, data.get(), size);
+  }
+  if (value.isImagePath) {
+    data = VXRDev_FixSystemPath(std::move(data));
+    size = static_cast<DWORD>(std::strlen(data.get()) + 1);
+    VXRDbg_Log(kCheck, "CHECK:%s:Fixed Binary=%s:size=%u bytes\n", caller, data.get(), size);
+  }
+  return VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, szService, value.name, data.get(), type, size);
+}
+
+BOOL WalkServiceAddReg(HINF hInf, INFCONTEXT *line, const char *szInfDir, const char *caller) {
+  BOOL result = FALSE;
+  HeapText section;
+  for (DWORD field = 1; (section = TextField(hInf, line, field)) != nullptr; ++field) {
+    VXRDbg_Log(kCheck, "CHECK:%s:iAdd=%d:AddReg=%s\n", caller, field, section.get());
+    result = VXRDev_ProcessAddReg(hInf, szInfDir, section.get(), kServiceRoot);
+  }
+  return result;
+}
+
+}  // namespace
+
+BOOL VXRDev_ProcessSrvcSect(HINF hInf, const char *szInfDir, const char *szInstSect, const char *szDecoration,
+                            VXR_DRIVER *pVXRDriver) {
+  const CallTrace trace = TraceCall();
+  if (!HandleGiven(hInf) || !DecorationsGiven(pVXRDriver)) return FALSE;
+  VXRDbg_Log(kCheck, "CHECK:%s:SrvcSect=%s.%s:inj=%s\n", __func__, szInstSect, DecorationName(szDecoration),
+             pVXRDriver->bInject ? "TRUE" : "FALSE");
+  INFCONTEXT line = {};
+  if (!VXRDev_FindInfSection(hInf, szInstSect, szDecoration, "Services", pVXRDriver->pVXRDevice->szTargetOS, &line)) {
+    return FALSE;
+  }
+  for (BOOL more = TRUE; more; more = NextLine(&line)) {
+    const HeapText key = TextField(hInf, &line, 0);
+    if (key == nullptr) return FALSE;
+    VXRDbg_Log(kFlush, "CHECK:%s:Key=%s\n", __func__, key.get());
+    if (!BeginsWith(key.get(), "AddService")) {
+      LogOtherServiceKey(key.get(), __func__);
+      continue;
+    }
+    const HeapText section = ReadAddService(hInf, &line, key.get(), pVXRDriver, __func__);
+    if (section == nullptr) continue;
+    if (!pVXRDriver->bInject) {
+      VXRDbg_Log(kCheck, "CHECK:%s:SrvInst=%s:located ok...\n", __func__, section.get());
+      return TRUE;
+    }
+    VXRDbg_Log(kCheck, "CHECK:%s:SrvInst=%s:prepare to add service...\n", __func__, section.get());
+    return VXRDev_ProcessSrvcInst(hInf, szInfDir, pVXRDriver->szService, section.get());
+  }
+  return FALSE;
+}
+
+BOOL VXRDev_ProcessSrvcInst(HINF hInf, const char *szInfDir, const char *szService, const char *szSrvcInst) {
+  const CallTrace trace = TraceCall();
+  if (!HandleGiven(hInf) || !Given(szService, "szService") || !Given(szSrvcInst, "szSrvcInst")) return FALSE;
+  VXRDbg_Log(kCheck, "CHECK:%s:Service=%s:SrvcInst=%s\n", __func__, szService, szSrvcInst);
+  INFCONTEXT line = {};
+  if (!FirstLine(hInf, szSrvcInst, &line)) return FALSE;
+  BOOL result = FALSE;
+  for (BOOL more = TRUE; more; more = NextLine(&line)) {
+    result = FALSE;
+    const HeapText key = TextField(hInf, &line, 0);
+    if (key == nullptr) continue;
+    VXRDbg_Log(kFlush, "CHECK:%s:Key=%s\n", __func__, key.get());
+    if (const ServiceValue *value = FindServiceValue(key.get()); value != nullptr) {
+      result = WriteServiceValue(hInf, &line, *value, szService, __func__);
+    } else if (BeginsWith(key.get(), "AddReg")) {
+      result = WalkServiceAddReg(hInf, &line, szInfDir, __func__);
+    } else {
+      VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", __func__, key.get());
+      result = TRUE;
+    }
+  }
+  return result;
+}
+
+HeapText VXRDev_FixSystemPath(HeapText szImage) {
+  static constexpr char kDirectory[] = "system32\\drivers";
+  const CallTrace trace = TraceCall();
+  if (!Given(szImage.get(), "szImage")) return nullptr;
+  VXRDbg_Log(kCheck, "CHECK:%s:input imagepath=%s\n", __func__, szImage.get());
+  const char *tail = LastBackslash(szImage.get());
+  if (tail == nullptr) return szImage;
+  VXRDbg_Log(kCheck, "CHECK:%s:extracted image file name=%s\n", __func__, tail);
+  const SIZE_T size = std::strlen(kDirectory) + std::strlen(tail) + 1;
+  HeapText fixed = AllocText(size, "szFixedImage");
+  if (fixed == nullptr) return szImage;
+  PutText(fixed.get(), size, "szFixedImage", {kDirectory, tail});
+  VXRDbg_Log(kCheck, "CHECK:%s:fixed image:%s --> %s\n", __func__, szImage.get(), fixed.get());
+  return fixed;
+}

@@ -1,0 +1,236 @@
+#include "log/log.h"
+
+#include "log/heap.h"
+#include "platform/machine/fault.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+std::string SystemToml(const std::string &program) {
+  return "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\n"
+         "os = { major = 6, minor = 1, build = 7601, platform = 2 }\nprocessor = { count = 2, architecture = 9 }\n"
+         "memory = 8589934592\nclock = 2026-11-19T12:30:05Z\n"
+         "program = '" + program + "'\n";
+}
+
+class LogTest : public MachineTest {
+ protected:
+  ~LogTest() override {
+    machine::SetFaultPlan({});
+    VXRDbg_Cleanup();
+  }
+
+  void OpenAs(const std::string &program = "C:\\Tools\\agent.exe") {
+    Open("", SystemToml(program));
+    VXRDbg_Cleanup();
+    log.clear();
+  }
+
+  void WriteMasterIni(const std::string &content) { WriteFile("ram/Halcyra/master.ini", content); }
+
+  std::string LogFile(const std::string &program = "agent") const {
+    return "ram/Halcyra/logs.dir/" + program + "-vxr-19112026.log";
+  }
+
+  // What the lines of each level come to: the digits of the levels that are written.
+  std::string LevelsWritten() {
+    log.clear();
+    for (const int level : {-1, 0, 1, 2, 3, 4, 5, 6}) VXRDbg_Log(level, "%d\n", level);
+    std::string digits = log;
+    std::erase(digits, '\n');
+    return digits;
+  }
+};
+
+TEST_F(LogTest, TakesItsLevelFromMasterIniWithinBounds) {
+  const struct {
+    const char *ini;
+    int fallback;
+    const char *written;
+  } cases[] = {
+      {"[debugging]\nvxrcore=3\n", 0, "0123"}, {"[debugging]\nvxrcore=9\n", 3, "012345"},
+      {"[debugging]\nvxrcore=-4\n", 3, "0"},   {"[debugging]\nother=5\n", 1, "01"},
+      {"[other]\nvxrcore=5\n", 9, "012345"},   {"", -7, "0"},
+  };
+  OpenAs();
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.ini);
+    WriteMasterIni(c.ini);
+    VXRDbg_Initialize(c.fallback, 0, nullptr);
+    EXPECT_EQ(LevelsWritten(), c.written);
+    VXRDbg_Cleanup();
+  }
+}
+
+TEST_F(LogTest, NamesItsFileAfterTheProgramAndTheDay) {
+  const struct {
+    const char *program;
+    const char *name;
+  } cases[] = {
+      {"C:\\Tools\\agent.exe", "agent"},
+      {"C:\\Tools\\Restore Agent.exe", "Restore Agent"},
+      {"AGENT.EXE", "AGENT.EXE"},
+      {"/usr/bin/vxr", "vxr"},
+      {"C:\\a.exe.d\\tool.exe.bak", "tool"},
+      {"abcdefghijklmnopqrst.exe", "abcdefghijklmno"},
+      {"abcdefghijklmno.exe", "abcdefghijklmno"},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.program);
+    OpenAs(c.program);
+    VXRDbg_Log(0, "first\n");
+    VXRDbg_Cleanup();
+    EXPECT_THAT(ReadFile(LogFile(c.name)), HasSubstr("first\n"));
+    Close();
+  }
+}
+
+TEST_F(LogTest, StartsWithTheFirstLineAndEndsWithCleanup) {
+  OpenAs();
+  WriteMasterIni("");
+  EXPECT_EQ(VXRDbg_Log(0, "line %d\n", 1), 7);
+  EXPECT_EQ(VXRDbg_Log(4, "too detailed\n"), 0);
+  VXRDbg_Cleanup();
+  const std::string file = "X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log";
+  const std::string when = "2026/11/19@12:30:05:[L=03:F=00000003:" + file + "]\n";
+  EXPECT_EQ(ReadFile(LogFile()), "*** Varnelt VXRCORE LOG STARTS:" + when + "line 1\n*** Varnelt VXRCORE LOG ENDS:" + when);
+  EXPECT_THAT(log, StartsWith("agent:VXRDbg_Initialize:started...\n"));
+  EXPECT_THAT(log, HasSubstr("agent:VXRDbg_Initialize:set dbglvl = 3 for agent from X:\\Halcyra\\master.ini...\n"
+                             "agent:VXRDbg_Initialize:creating log file " + file + "...\n"));
+  EXPECT_THAT(log, EndsWith("agent:VXRDbg_Cleanup:log file " + file + " closed...\nagent:VXRDbg_Cleanup():Done.\n"));
+}
+
+TEST_F(LogTest, KeepsTheFileUntilTheNextStartEmptiesIt) {
+  OpenAs();
+  VXRDbg_Log(0, "of the first run\n");
+  VXRDbg_Cleanup();
+  VXRDbg_Cleanup();
+  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("of the first run\n")) << "a second end must not start a new log";
+  VXRDbg_Log(0, "of the second run\n");
+  VXRDbg_Cleanup();
+  EXPECT_THAT(ReadFile(LogFile()), Not(HasSubstr("first run")));
+  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("of the second run\n"));
+}
+
+TEST_F(LogTest, SettersHoldOnlyOnceTheLogRuns) {
+  OpenAs();
+  WriteMasterIni("[debugging]\nvxrcore=2\n");
+  VXRDbg_SetLevel(5);
+  VXRDbg_SetFlags(0x2);
+  EXPECT_THAT(log, HasSubstr("agent:VXRDbg_SetLevel:setting level = 0x00000005\n"));
+  EXPECT_EQ(LevelsWritten(), "012") << "the start that the setter's own line caused reads master.ini";
+
+  VXRDbg_SetLevel(1);
+  VXRDbg_Initialize(5, 0, window);
+  EXPECT_EQ(LevelsWritten(), "01") << "a second start changes nothing";
+  EXPECT_TRUE(statusLines.empty());
+  VXRDbg_SetLevel(0xFFFFFFFF);
+  EXPECT_EQ(LevelsWritten(), "");
+}
+
+TEST_F(LogTest, SendsEachLineToTheOutputsOfItsFlags) {
+  OpenAs();
+  VXRDbg_Initialize(5, 0, nullptr);
+  VXRDbg_SetWnd(window);
+  VXRDbg_SetFlags(0x1);
+  log.clear();
+  VXRDbg_Log(0, "to the file\n");
+  EXPECT_EQ(log, "");
+
+  testing::internal::CaptureStderr();
+  testing::internal::CaptureStdout();
+  VXRDbg_SetFlags(0x4);
+  VXRDbg_Log(0, "to stderr\n");
+  VXRDbg_SetFlags(0x8);
+  VXRDbg_Log(0, "to stdout\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "agent:VXRDbg_SetFlags:setting flags = 0x00000004\nto stderr\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "agent:VXRDbg_SetFlags:setting flags = 0x00000008\nto stdout\n");
+  VXRDbg_Cleanup();
+  EXPECT_THAT(ReadFile(LogFile()), EndsWith("setting flags = 0x00000001\nto the file\n"));
+  EXPECT_THAT(statusLines, testing::IsSupersetOf({"to the file\n", "to stderr\n", "to stdout\n"}))
+      << "a window gets every line";
+}
+
+TEST_F(LogTest, CutsALongLineAtItsBufferForEveryOutput) {
+  OpenAs();
+  VXRDbg_Initialize(5, 0, window);
+  const std::string fits(2046, 'a'), tooLong(3000, 'b');
+  log.clear();
+  statusLines.clear();
+  EXPECT_EQ(VXRDbg_Log(0, "%s\n", fits.c_str()), 2047);
+  EXPECT_LT(VXRDbg_Log(0, "%s\n", tooLong.c_str()), 0);
+  VXRDbg_Log(0, "next\n");
+  const std::string cut = std::string(2046, 'b') + "\n";
+  EXPECT_EQ(log, fits + "\n" + cut + "next\n");
+  EXPECT_THAT(statusLines, testing::ElementsAre(fits + "\n", cut, "next\n"));
+  VXRDbg_Cleanup();
+  EXPECT_THAT(ReadFile(LogFile()), HasSubstr(fits + "\n" + cut + std::string(1, '\0') + "next\n"))
+      << "a stream gets the whole buffer";
+}
+
+TEST_F(LogTest, RunsWithoutAFileWhenThereCannotBeOne) {
+  const struct {
+    const char *call;
+    unsigned nth;
+  } cases[] = {{"RegOpenKeyA", 1}, {"RegQueryValueExA", 1}, {"RegQueryValueExA", 2},
+               {"HeapAlloc", 1},   {"HeapAlloc", 2},        {"OpenStream", 1}};
+  OpenAs();
+  for (const auto &c : cases) {
+    SCOPED_TRACE(std::string(c.call) + " " + std::to_string(c.nth));
+    log.clear();
+    machine::SetFaultPlan({c.call, c.nth, false, 5});
+    VXRDbg_Log(0, "all the same\n");
+    EXPECT_EQ(machine::FaultsMet(), 1u);
+    machine::SetFaultPlan({});
+    EXPECT_THAT(log, EndsWith(":F=00000002:N/A]\nall the same\n"));
+    VXRDbg_Cleanup();
+  }
+  EXPECT_THAT(log, HasSubstr("agent:VXRDbg_Initialize:CreateFile(X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log) failed!ec=5\n"));
+}
+
+TEST_F(LogTest, LeavesTheLastErrorAlone) {
+  OpenAs();
+  platform::SetLastError(1234);
+  VXRDbg_Log(0, "starts the log\n");
+  EXPECT_EQ(platform::GetLastError(), 1234u);
+  VXRDbg_SetWnd(window);
+  EXPECT_EQ(platform::GetLastError(), 1234u);
+  VXRDbg_Cleanup();
+  EXPECT_EQ(platform::GetLastError(), 1234u);
+}
+
+void *Allocate() { return AllocHeap(24, "szText"); }
+
+void Fails() {
+  const CallTrace trace = TraceCall();
+  platform::SetLastError(5);
+  LogFailure("CreateFile", "C:\\a");
+  LogFailure("FindFirstFile", nullptr);
+  LogNull("szDisk");
+}
+
+TEST_F(LogTest, WritesTheSharedShapesUnderTheCallersName) {
+  OpenAs();
+  VXRDbg_Initialize(5, 0, nullptr);
+  VXRDbg_SetLevel(5);
+  log.clear();
+  Fails();
+  machine::SetFaultPlan({"HeapAlloc", 1});
+  EXPECT_EQ(Allocate(), nullptr);
+  EXPECT_EQ(log,
+            "FLUSH:Fails:___ENTER___\n"
+            "ERROR:Fails:CreateFile():failed!ec=5:0x00000005:msg=C:\\a\n"
+            "ERROR:Fails:FindFirstFile():failed!ec=5:0x00000005:msg=N/A\n"
+            "ERROR:Fails:szDisk is NULL\n"
+            "FLUSH:Fails:___LEAVE___\n"
+            "ERROR:Allocate:AllocHeap(24 bytes) failed for szText:ec=8:0x00000008\n");
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+#include "platform/machine/device_tree.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "platform/machine/code_page.h"
+#include "platform/machine/device_set.h"
+#include "platform/machine/registry.h"
+
+namespace machine {
+namespace {
+
+struct DeviceTree {
+  std::unordered_map<std::string, std::uint32_t> byInstance;  // upper case
+  std::optional<std::unordered_set<std::string>> classes;     // upper case; absent until first asked for
+};
+
+DeviceTree tree;
+
+template <typename Number>
+bool ParseHex(std::string_view text, Number *number) {
+  const std::from_chars_result read = std::from_chars(text.data(), text.data() + text.size(), *number, 16);
+  return read.ec == std::errc() && read.ptr == text.data() + text.size();
+}
+
+}  // namespace
+
+std::uint32_t DeviceOfNode(DEVINST node) {
+  return node != 0 && Current() != nullptr && node <= Current()->devices.size() ? node - 1 : kNoDevice;
+}
+
+std::uint32_t FindDevice(std::string_view instance) {
+  const auto found = tree.byInstance.find(ToUpper(instance));
+  return found != tree.byInstance.end() ? found->second : kNoDevice;
+}
+
+std::string GuidText(const GUID &guid) {
+  char text[39];
+  std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", guid.Data1, guid.Data2,
+                guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5],
+                guid.Data4[6], guid.Data4[7]);
+  return text;
+}
+
+bool ParseGuid(std::string_view text, GUID *guid) {
+  constexpr std::string_view kForm = "{00000000-0000-0000-0000-000000000000}";
+  if (text.size() != kForm.size()) return false;
+  for (const std::size_t at : {0, 9, 14, 19, 24, 37}) {
+    if (text[at] != kForm[at]) return false;
+  }
+  GUID parsed = {};
+  bool good = ParseHex(text.substr(1, 8), &parsed.Data1) && ParseHex(text.substr(10, 4), &parsed.Data2) &&
+              ParseHex(text.substr(15, 4), &parsed.Data3);
+  for (std::size_t i = 0; i < 8; ++i) {
+    good = good && ParseHex(text.substr(i < 2 ? 20 + 2 * i : 21 + 2 * i, 2), &parsed.Data4[i]);
+  }
+  if (good) *guid = parsed;
+  return good;
+}
+
+bool ClassOf(std::uint32_t device, GUID *classGuid) {
+  const std::string key = "SYSTEM\\CurrentControlSet\\Enum\\" + Current()->devices[device].instance;
+  std::string text;
+  return ReadRegistryText(key, "ClassGUID", &text) && ParseGuid(text, classGuid);
+}
+
+void RefreshPresentClasses() {
+  tree.classes.emplace();
+  for (std::uint32_t device = 0; device < Current()->devices.size(); ++device) {
+    GUID classGuid;
+    if (ClassOf(device, &classGuid)) tree.classes->insert(GuidText(classGuid));
+  }
+}
+
+bool IsPresentClass(std::string_view classGuid) {
+  if (!tree.classes) RefreshPresentClasses();
+  return tree.classes->contains(ToUpper(classGuid));
+}
+
+void OpenDevices(const Description &description) {
+  tree = {};
+  for (std::uint32_t device = 0; device < description.devices.size(); ++device) {
+    tree.byInstance.try_emplace(ToUpper(description.devices[device].instance), device);
+  }
+}
+
+void CloseDevices() {
+  CloseDeviceSets();
+  tree = {};
+}
+
+}  // namespace machine

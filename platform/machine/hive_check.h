@@ -1,0 +1,33 @@
+// The strict check that a hive file passes before anything reads it, and the base block's checksum.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace machine {
+
+inline constexpr std::size_t kBaseBlockSize = 4096;
+inline constexpr std::size_t kFirstBinTime = kBaseBlockSize + 20;  // file offset of the first bin's FILETIME
+inline constexpr std::size_t kTimeOffset = 12;
+inline constexpr std::size_t kChecksumOffset = 508;
+
+struct HiveFacts {
+  std::uint32_t minorVersion = 0;
+  std::uint64_t size = 0;      // of the file, bytes
+  std::uint32_t plainXor = 0;  // of the base block's first 508 bytes
+  bool exceptional = false;    // the checksum is one of the two that differ from the plain XOR
+};
+
+std::uint32_t ReadLe32(const void *at);
+void WriteLe32(void *at, std::uint32_t number);
+
+// XOR of the 127 words before the checksum.
+std::uint32_t PlainXor(const void *baseBlock);
+// The checksum that Windows stores for it: the XOR, but 0xFFFFFFFE for 0xFFFFFFFF and 1 for 0.
+std::uint32_t HiveChecksum(std::uint32_t plainXor);
+
+// Checks base block, root cell, the chain of bins, and that the hive was closed cleanly. Empty when the file is one
+// that may be changed, else the reason in one line for people. Moves no file position.
+std::string CheckHive(int file, HiveFacts *facts);
+
+}  // namespace machine

@@ -1,0 +1,283 @@
+#include "platform/machine/inf_cache.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <list>
+
+#include "platform/machine/code_page.h"
+#include "platform/machine/descriptor.h"
+#include "platform/machine/device_tree.h"
+#include "platform/machine/inf_handles.h"
+#include "platform/machine/listing.h"
+#include "platform/machine/paths.h"
+
+namespace machine {
+namespace {
+
+constexpr std::size_t kTextBudget = 32 << 20;  // bytes of texts kept
+constexpr std::size_t kVersionMax = 64 << 10;  // bytes of a file's [Version] kept
+
+// Texts of files that may yet be asked for more than their facts go last.
+enum Use { kUseUnlikely, kUseLikely, kUses };
+
+struct Kept {
+  InfFactsRef facts;
+  Use use = kUseUnlikely;
+  std::size_t size = 0;
+};
+
+struct FileKey {
+  dev_t device;
+  ino_t inode;
+  bool operator==(const FileKey &) const = default;
+};
+
+struct HashFileKey {
+  std::size_t operator()(const FileKey &key) const { return key.inode * 0x9E3779B97F4A7C15u ^ key.device; }
+};
+
+struct Cache {
+  std::unordered_map<FileKey, InfFactsRef, HashFileKey> files;
+  std::list<Kept> kept[kUses];  // latest first
+  std::unordered_map<const InfFacts *, std::list<Kept>::iterator> places;
+  std::size_t size = 0;
+  std::shared_ptr<const InfSettings> settings;
+  std::optional<IdIndex> ids;
+};
+
+Cache cache;
+std::uint64_t reads = 0;
+
+bool IsSameFile(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+void DropText(const InfFacts *facts) {
+  const auto place = cache.places.find(facts);
+  if (place == cache.places.end()) return;
+  const auto kept = place->second;
+  cache.places.erase(place);
+  cache.size -= kept->size;
+  kept->facts->text = nullptr;
+  cache.kept[kept->use].erase(kept);
+}
+
+void KeepText(const InfFactsRef &facts, Use use) {
+  std::list<Kept> &list = cache.kept[use];
+  list.push_front({facts, use, MemoryOf(*facts->text)});
+  cache.places[facts.get()] = list.begin();
+  cache.size += list.front().size;
+  for (std::list<Kept> &old : cache.kept) {
+    while (cache.size > kTextBudget && !old.empty()) DropText(old.back().facts.get());
+  }
+}
+
+const std::shared_ptr<const InfSettings> &Settings() {
+  if (cache.settings == nullptr) {
+    const System &system = Current()->system;
+    cache.settings = MakeInfSettings(system.codePage, system.language, system.windowsDirectory, system.systemDirectory);
+  }
+  return cache.settings;
+}
+
+bool ReadWhole(int file, std::size_t size, std::string *bytes) {
+  if (size > kInfSizeMax) {
+    platform::SetLastError(ERROR_FILE_TOO_LARGE);
+    return false;
+  }
+  bytes->resize(size);
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t got = read(file, bytes->data() + done, size - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      platform::SetLastError(ErrorFromErrno(errno));
+      return false;
+    }
+    if (got == 0) break;
+    done += static_cast<std::size_t>(got);
+  }
+  bytes->resize(done);
+  return true;
+}
+
+void ReadVersion(InfFacts *facts) {
+  InfFile *file = facts->text.get();
+  const InfSection *version = FindSection(file, "Version");
+  if (version == nullptr) return;
+  FindValue(file, *version, "ClassGUID", &facts->classGuid);
+  for (const InfLine &line : version->lines) {
+    if (!line.hasKey || line.valueCount == 0) continue;
+    const std::string_view key = RawField(*version, line, 0);
+    const std::string_view raw = RawField(*version, line, 1);
+    if (facts->version.size() + key.size() + kInfFieldMax + 2 > kVersionMax) break;
+    const bool replace = SameName(key, "Signature") || SameName(key, "ClassGUID");
+    facts->version.append(key) += '\0';
+    facts->version.append(replace ? ReplaceTokens(file, raw) : raw) += '\0';
+  }
+  facts->version.shrink_to_fit();
+}
+
+Use UseOf(const InfFacts &facts) {
+  if (!facts.modern) return kUseUnlikely;
+  if (facts.served && !facts.served->empty()) return kUseLikely;
+  return facts.classGuid.empty() || IsPresentClass(facts.classGuid) ? kUseLikely : kUseUnlikely;
+}
+
+// Reads the open file and enters it. The text is kept with the facts for now.
+InfFactsRef ReadFacts(int file, const struct stat &status) {
+  if (!S_ISREG(status.st_mode)) {
+    platform::SetLastError(ERROR_ACCESS_DENIED);
+    return nullptr;
+  }
+  std::string bytes;
+  if (!ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes)) return nullptr;
+  ++reads;
+  auto facts = std::make_shared<InfFacts>();
+  facts->status = status;
+  facts->text = ReadInf(std::move(bytes), Settings(), nullptr, &facts->problemLine);
+  if (facts->text != nullptr) {
+    facts->modern = IsModernInf(facts->text.get());
+    ReadVersion(facts.get());
+  }
+  return facts;
+}
+
+InfFactsRef Known(const struct stat &status) {
+  const auto found = cache.files.find({status.st_dev, status.st_ino});
+  return found != cache.files.end() && IsSameFile(found->second->status, status) ? found->second : nullptr;
+}
+
+// The facts of an open file, and its text when it had to be read.
+InfFactsRef FindOpen(int file) {
+  struct stat status = {};
+  if (fstat(file, &status) != 0) {
+    platform::SetLastError(ErrorFromErrno(errno));
+    return nullptr;
+  }
+  if (InfFactsRef known = Known(status)) return known;
+  InfFactsRef facts = ReadFacts(file, status);
+  if (facts == nullptr) return nullptr;
+  InfFactsRef &place = cache.files[{status.st_dev, status.st_ino}];
+  if (place != nullptr) DropText(place.get());
+  place = facts;
+  if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
+  return facts;
+}
+
+// The facts of a directory's entry. A plain file is looked at where it is; what else it may be, a symbolic link say,
+// goes the way of every path, which knows where links may lead.
+InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
+  struct stat status = {};
+  if (fstatat(directory, hostName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return nullptr;
+  if (!S_ISREG(status.st_mode)) return S_ISLNK(status.st_mode) ? FindInf(windowsPath.c_str()) : nullptr;
+  if (InfFactsRef known = Known(status)) return known;
+  const Descriptor file(openat(directory, hostName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return file ? FindOpen(file.fd) : nullptr;
+}
+
+struct Entry {
+  std::string order, name, hostName;
+};
+
+bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.substr(name.size() - 4), ".inf"); }
+
+bool ReadEntries(int directory, std::vector<Entry> *entries) {
+  const DirectoryStream stream = OpenDirectoryStream(directory);
+  if (stream == nullptr) {
+    platform::SetLastError(ErrorFromErrno(errno));
+    return false;
+  }
+  while (const dirent *entry = readdir(stream.get())) {
+    if (!IsInfName(entry->d_name)) continue;
+    std::string name = Utf8ToAnsi(entry->d_name);
+    // A name that the code page lacks could not be opened by what the list says.
+    if (AnsiToUtf8(name) != entry->d_name) continue;
+    std::string order = FoldedName(name);
+    entries->push_back({std::move(order), std::move(name), entry->d_name});
+  }
+  std::sort(entries->begin(), entries->end(),
+            [](const Entry &a, const Entry &b) { return a.order != b.order ? a.order < b.order : a.name < b.name; });
+  return true;
+}
+
+}  // namespace
+
+InfFactsRef FindInf(const char *windowsPath) {
+  const Descriptor file(OpenHostFile(windowsPath, O_RDONLY | O_NONBLOCK));
+  return file ? FindOpen(file.fd) : nullptr;
+}
+
+std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {
+  if (facts->text != nullptr) {
+    RecountText(facts);
+    return facts->text;
+  }
+  if (facts->problemLine == 0) {
+    const Descriptor file(OpenHostFile(windowsPath, O_RDONLY | O_NONBLOCK));
+    struct stat status = {};
+    if (!file || fstat(file.fd, &status) != 0) return nullptr;
+    const InfFactsRef again = ReadFacts(file.fd, status);
+    if (again == nullptr) return nullptr;
+    facts->text = again->text;
+  }
+  if (facts->text == nullptr) {
+    platform::SetLastError(ERROR_WRONG_INF_STYLE);
+    return nullptr;
+  }
+  std::shared_ptr<InfFile> text = facts->text;  // a text larger than the budget is dropped at once
+  KeepText(facts, UseOf(*facts));
+  return text;
+}
+
+void RecountText(const InfFactsRef &facts) {
+  const auto place = cache.places.find(facts.get());
+  if (place == cache.places.end()) return;
+  const auto kept = place->second;
+  const std::shared_ptr<InfFile> text = facts->text;
+  cache.size -= kept->size;
+  cache.kept[kept->use].erase(kept);
+  cache.places.erase(place);
+  KeepText(facts, UseOf(*facts));
+}
+
+const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath) {
+  if (facts->served) return &*facts->served;
+  const std::shared_ptr<InfFile> text = TextOf(facts, windowsPath);
+  if (text == nullptr) return nullptr;
+  if (!cache.ids) cache.ids = IndexIds(*Current());
+  facts->served = ServedDevices(text.get(), *Current(), *cache.ids);
+  RecountText(facts);
+  return &*facts->served;
+}
+
+bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
+  const Descriptor directory(OpenHostFile(windowsPath, O_RDONLY | O_DIRECTORY));
+  std::vector<Entry> entries;
+  if (!directory || !ReadEntries(directory.fd, &entries)) return false;
+  RefreshPresentClasses();
+  for (Entry &entry : entries) {
+    const std::string path = std::string(windowsPath) + "\\" + entry.name;
+    const InfFactsRef facts = FindEntry(directory.fd, entry.hostName, path);
+    if (facts == nullptr || !facts->modern) continue;
+    // The text is at hand now; later it may have to be read again.
+    if (!facts->served && UseOf(*facts) == kUseLikely) ServedBy(facts, path.c_str());
+    names->push_back(std::move(entry.name));
+  }
+  return true;
+}
+
+std::string InfDirectory() { return Current()->system.windowsDirectory + "\\inf"; }
+
+void CloseInfFiles() {
+  CloseInfHandles();
+  cache = {};
+  reads = 0;
+}
+
+std::uint64_t InfReads() { return reads; }
+
+}  // namespace machine

@@ -1,0 +1,34 @@
+// A Windows path taken apart by its text alone, before any look at the disk.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace machine {
+
+struct WindowsPath {
+  std::string host;  // the whole path when it begins with "/" and is the host's own; then all else is empty
+  char drive = 0;    // letter, upper case
+  std::vector<std::string> names;  // below the drive's root, in UTF-8, each one a name that Windows allows
+  std::string pattern;             // the last component when it holds wildcards, in UTF-8; not among the names
+  bool directory = false;          // ends in a separator
+};
+
+// Takes `text` (in the ANSI code page) apart: "/" and "\" both separate, "." and empty components are dropped, ".."
+// takes away the name before it, trailing dots and blanks of a name are dropped. A "\\?\" prefix lifts the limit of 259
+// bytes and changes nothing else. A drive without a separator behind it stands for its root, since the machine has no
+// current directories. False with the last error set: ERROR_PATH_NOT_FOUND (null, empty, too long, no drive letter),
+// ERROR_INVALID_NAME, ERROR_ACCESS_DENIED when ".." would leave the drive (told to the observer).
+bool ParseWindowsPath(const char *text, WindowsPath *path);
+
+// What two names that differ in case alone have in common, by the machine's code page. `name` is UTF-8; what the code
+// page lacks becomes "?", which no name looked up can hold.
+std::string FoldName(std::string_view name);
+
+// Tells the observer that a path is not followed, and sets ERROR_ACCESS_DENIED. Returns false.
+bool RefusePath(const char *windowsPath, const std::string &why);
+
+}  // namespace machine

@@ -1,0 +1,46 @@
+// The registry below HKEY_LOCAL_MACHINE as the machine sees it: values in memory laid over the running system's hives,
+// and hives mounted beside them.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/machine/hive.h"
+#include "platform/machine/registry_path.h"
+#include "platform/machine/registry_value.h"
+
+namespace machine {
+
+struct MountedHive {
+  std::string key;  // where it is mounted, as written
+  KeyPath at;
+  std::string subject;   // the hive file for people, in the machine's ANSI code page
+  bool running = false;  // of the running system: saved when the machine closes
+  std::unique_ptr<Hive> hive;
+};
+
+using OverlayKeys = std::map<FoldedPath, std::vector<StoredValue>>;
+
+struct RegistryState {
+  bool open = false;
+  OverlayKeys overlay;
+  std::vector<MountedHive> hives;
+};
+
+RegistryState &Registry();
+
+// Key paths begin below HKEY_LOCAL_MACHINE. SYSTEM\CurrentControlSet stands for the running system's control set. These
+// return Windows' error codes.
+LSTATUS FindKey(const KeyPath &key);
+LSTATUS CreateKey(const KeyPath &key);
+LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *value);
+// The key must exist. `*mounted` becomes whether the value went to a hive that is not of the running system.
+LSTATUS SetValue(const KeyPath &key, StoredValue value, bool *mounted);
+
+// Forgets every key handle (registry.cpp); count of those open at or below a key.
+void DropKeyHandles();
+std::size_t OpenKeysBelow(const KeyPath &key);
+
+}  // namespace machine

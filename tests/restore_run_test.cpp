@@ -1,0 +1,197 @@
+// The whole restore run, on the described machine: every result code, both modes, and what each leaves behind.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/support/restore_job.h"
+
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string Replaced(std::string text, const std::string &from, const std::string &to) {
+  const std::size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+struct Bend {
+  const char *name;
+  uint32_t injected, verified;    // result codes of the two modes
+  const char *statusLine;         // a line that must have been shown in injection mode
+  // Changes the job before it is opened: the machine file's text and the folder.
+  void (*bend)(std::string *toml, const std::filesystem::path &folder);
+};
+
+void WriteBytes(const std::filesystem::path &file, const std::string &bytes) {
+  std::ofstream(file, std::ios::binary) << bytes;
+}
+
+std::string ReadBytes(const std::filesystem::path &file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void EditInf(const std::filesystem::path &folder, const std::string &from, const std::string &to) {
+  const auto file = folder / "ram/drivers/fast.inf";
+  WriteBytes(file, Replaced(ReadBytes(file), from, to));
+}
+
+void EditHive(const std::filesystem::path &folder, void (*edit)(std::string *bytes)) {
+  const auto file = folder / "restored/Windows/system32/config/SYSTEM";
+  std::string bytes = ReadBytes(file);
+  edit(&bytes);
+  WriteBytes(file, bytes);
+}
+
+void NameExtension(std::string *toml, const std::filesystem::path &folder, const std::string &bytes) {
+  WriteBytes(folder / "ram/machine.bme", bytes);
+  *toml += "BMEFile = 'X:\\machine.bme'\n";
+}
+
+const Bend kBends[] = {
+    {"AllFits", 0, 0, "Successfully finished Vexmorph for driver files injection!\n", [](std::string *, auto &) {}},
+    {"NoFileListsTheController", 3, 3, "Failed to locate driver files for device PCI\\VEN_1000&DEV_0030",
+     [](std::string *, auto &folder) { EditInf(folder, "DEV_0030", "DEV_9999"); }},
+    {"HiveMissing", 4, 0, "Failed to load the original registry hive file failed!\n",
+     [](std::string *, auto &folder) {
+       std::filesystem::remove(folder / "restored/Windows/system32/config/SYSTEM");
+     }},
+    {"HiveTruncated", 4, 0, "Failed to load the original registry hive file failed!\n",
+     [](std::string *, auto &folder) { EditHive(folder, [](std::string *bytes) { bytes->resize(5000); }); }},
+    {"HiveIsNoise", 4, 0, "Failed to load the original registry hive file failed!\n",
+     [](std::string *, auto &folder) { EditHive(folder, [](std::string *bytes) { bytes->assign(9000, 'n'); }); }},
+    {"HiveDirty", 4, 0, "Failed to load the original registry hive file failed!\n",
+     [](std::string *, auto &folder) {
+       EditHive(folder, [](std::string *bytes) {  // another primary sequence number, with the checksum to match
+         (*bytes)[4] ^= 1;
+         (*bytes)[508] ^= 1;
+       });
+     }},
+    {"NoProductDirectory", 7, 7, "Failed to initialize Vexmorph engine!",
+     [](std::string *toml, auto &) { *toml = Replaced(*toml, "[[drive]]", "# no product\n[[drive]]"); }},
+    {"RootPathMissing", 8, 8, "Failed to initialize the Bare Metal restore information!",
+     [](std::string *toml, auto &) { *toml = Replaced(*toml, "RootPath", "RootPathX"); }},
+    {"ExtensionMissing", 9, 9, "Failed to initialize the Bare Metal extension information!",
+     [](std::string *toml, auto &) { *toml += "BMEFile = 'X:\\none.bme'\n"; }},
+    {"ExtensionShort", 9, 9, "Failed to initialize the Bare Metal extension information!",
+     [](std::string *toml, auto &folder) { NameExtension(toml, folder, "HbMe" + std::string(80327, '\0')); }},
+    {"ExtensionWrongMagic", 9, 9, "Failed to initialize the Bare Metal extension information!",
+     [](std::string *toml, auto &folder) { NameExtension(toml, folder, "WbMe" + std::string(80328, '\0')); }},
+    {"UnsupportedSystem", 3, 3, "Failed to locate driver files for device scsi\\disk",
+     [](std::string *toml, auto &) { *toml = Replaced(*toml, "OSVerMaj = 6", "OSVerMaj = 4"); }},
+    // A missing file that is not the line's last: its code stays, since nothing fails after it.
+    {"FileMissing", 11, 11, "Failed to locate file X:\\drivers\\FAST.SYS!\n",
+     [](std::string *, auto &folder) { std::filesystem::remove(folder / "ram/drivers/fast.sys"); }},
+    {"LastFileMissing", 3, 3, "Failed to locate file X:\\drivers\\FASTUI.DLL!\n",
+     [](std::string *, auto &folder) { std::filesystem::remove(folder / "ram/drivers/fastui.dll"); }},
+    {"FileNotCopyable", 13, 0, "Failed to copy X:\\drivers\\FAST.SYS to D:\\Windows\\system32\\drivers\\FAST.SYS\n",
+     [](std::string *, auto &folder) {
+       std::filesystem::remove_all(folder / "restored/Windows/system32/drivers");
+     }},
+    {"CancelledAtEmptyDirectory", 3, 3, "User cancelled searching for driver files.",
+     [](std::string *, auto &folder) { std::filesystem::remove(folder / "ram/drivers/fast.inf"); }},
+    {"NamedIdFound", 0, 0, "Successfully finished Vexmorph for driver files injection!\n",
+     [](std::string *toml, auto &) {
+       *toml = Replaced(*toml, "InfDir = 'X:\\drivers'",
+                        "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'pci\\ven_1000&dev_0030'");
+     }},
+    {"NamedIdNotFound", 58, 58, "Failed to perform Vexmorph for driver files injection!\n",
+     [](std::string *toml, auto &) {
+       *toml = Replaced(*toml, "InfDir = 'X:\\drivers'",
+                        "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'PCI\\VEN_1000&DEV_0031'");
+     }},
+};
+
+class ResultCode : public RestoreJobTest, public testing::WithParamInterface<Bend> {};
+
+TEST_P(ResultCode, IsThatOfTheLastFailure) {
+  const Bend &bend = GetParam();
+  OpenJob([&](std::string *toml) { bend.bend(toml, folder); });
+  const std::string before = RestoredTree();
+
+  EXPECT_EQ(Run(false), bend.verified);
+  EXPECT_EQ(RestoredTree(), before) << "a verification changed the restored system";
+
+  statusLines.clear();
+  EXPECT_EQ(Run(true), bend.injected);
+  EXPECT_THAT(statusLines, Contains(StartsWith(bend.statusLine)));
+  if (bend.injected == 4) EXPECT_EQ(RestoredTree(), before) << "a refused hive was changed";
+}
+
+INSTANTIATE_TEST_SUITE_P(RestoreRun, ResultCode, testing::ValuesIn(kBends),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST_F(RestoreJobTest, InjectionLeavesFilesServiceAndCriticalDevice) {
+  OpenJob();
+  ASSERT_EQ(Run(true), 0u);
+  EXPECT_EQ(ReadFile("restored/Windows/system32/drivers/FAST.SYS"), "the new driver, longer than the old one");
+  EXPECT_EQ(ReadFile("restored/Windows/system32/FASTUI.DLL"), "a library");
+  ExpectHiveWhole();
+
+  std::vector<std::string> written;
+  for (const MachineEvent &event : events)
+    if (event.kind == VXRMACHINE_VALUE_WRITTEN) written.push_back(event.subject + ": " + event.detail);
+  const std::string service = "SYSTEM_ORG\\ControlSet001\\Services\\fast: ";
+  const std::string critical = "SYSTEM_ORG\\ControlSet001\\Control\\CriticalDeviceDatabase\\PCI#VEN_1000&DEV_0030: ";
+  EXPECT_THAT(written, testing::ElementsAre(service + "DisplayName", service + "Type", service + "Start",
+                                            service + "ErrorControl", service + "ImagePath", service + "Group",
+                                            critical + "ClassGUID", critical + "Service"));
+}
+
+TEST_F(RestoreJobTest, SecondRunFindsWhatTheFirstLeft) {
+  OpenJob();
+  ASSERT_EQ(Run(true), 0u);
+  ASSERT_EQ(Run(true), 0u);
+  ExpectHiveWhole();
+}
+
+// The log's stages in the order of the run, each once, at a level that tells the story.
+TEST_F(RestoreJobTest, LogTellsTheRunInOrder) {
+  OpenJob();
+  ASSERT_EQ(Run(true), 0u);
+  std::size_t at = 0;
+  for (const char *stage :
+       {"CHECK:VXREng_RunVXR:job=1:driver files injection:_START_", "gpVXRParaBlock initailzed ok", "initialized ok:ExtHead=",
+        "gpVXRBMRestore initailzed ok", "szRootPath=D:\\Windows:chRootDrive=D", "Control Set Index = 1",
+        "building vxr devices...", "found match:sec=Models:arch=ntamd64", "total 1 vxr disks found", "unloaded original hive",
+        "CHECK:VXR [driver files injection]:error= 0.", "freeing gpVXRBMRestore", "freeing gpVXRParaBlock",
+        "driver files injection:_FINISH_"}) {
+    const std::size_t found = log.find(stage, at);
+    ASSERT_NE(found, std::string::npos) << stage << " is missing or out of order";
+    at = found;
+  }
+}
+
+TEST_F(RestoreJobTest, NamedIdCheckChangesNothingInInjectionMode) {
+  OpenJob([](std::string *toml) {
+    *toml = Replaced(*toml, "InfDir = 'X:\\drivers'",
+                     "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'PCI\\VEN_1000&DEV_0030'");
+  });
+  const std::string before = RestoredTree();
+  EXPECT_EQ(Run(true), 0u);
+  EXPECT_EQ(RestoredTree(), before);
+}
+
+TEST_F(RestoreJobTest, OldTargetStaysWholeWhenItsCopyFails) {
+  OpenJob();
+  const auto target = folder / "restored/Windows/system32/drivers/FAST.SYS";
+  std::filesystem::remove(target);
+  WriteFile("elsewhere.sys", "outside");
+  std::filesystem::create_symlink(folder / "elsewhere.sys", target);  // leads out of the restored volume
+  const uint32_t result = Run(true);
+  EXPECT_EQ(ReadFile("elsewhere.sys"), "outside");
+  EXPECT_NE(result, 0u);
+}
+
+TEST_F(RestoreJobTest, RunWithoutWindowGivesTheSameCode) {
+  OpenJob([this](std::string *) { EditInf(folder, "DEV_0030", "DEV_9999"); });
+  EXPECT_EQ(VXREng_RunVXR(1, 1, nullptr, nullptr), 3u);
+  EXPECT_THAT(log, testing::Not(HasSubstr("STMSG:")));
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include "tests/support/restore_job.h"
+
+#include <hivex.h>
+
+#include <algorithm>
+
+namespace fs = std::filesystem;
+
+const char *const RestoreJobTest::kHivePath = "restored/Windows/system32/config/SYSTEM";
+
+const char *const RestoreJobTest::kInf = R"([Version]
+Signature = "$Windows NT$"
+Class = SCSIAdapter
+ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}
+Provider = %Acme%
+DriverVer = 03/04/2011,1.2.3.4
+
+[Manufacturer]
+%Acme% = Models, NTamd64
+
+[Models.NTamd64]
+%Fast% = Inst, PCI\VEN_1000&DEV_0030
+
+[Inst]
+CopyFiles = Files, @fastui.dll
+
+[Files]
+fast.sys
+
+[Inst.Services]
+AddService = fast, 0x00000002, Service
+
+[Service]
+DisplayName = %Fast%
+ServiceType = 1
+StartType = 0
+ErrorControl = 1
+ServiceBinary = %12%\fast.sys
+LoadOrderGroup = SCSI miniport
+
+[Strings]
+Acme = "Acme"
+Fast = "Fast Adapter"
+)";
+
+namespace {
+
+constexpr const char *kToml = R"(
+[[drive]]
+root = 'Q:\'
+type = 'cdrom'
+path = 'cd'
+
+[[disk]]
+number = 0
+geometry = { cylinders = 7832, heads = 255, sectors = 63, bytes = 512 }
+interface = '\\?\scsi#disk&ven_acme&prod_fast_disk&rev_1.0#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'
+
+[[device]]
+instance = 'ROOT\ACPI_HAL\0000'
+class = 'Computer'
+hardware_ids = ['acpiapic_mp']
+
+[[device]]
+instance = 'SCSI\Disk&Ven_ACME&Prod_FAST_DISK&Rev_1.0\4&1A2B3C&0&000000'
+class = 'DiskDrive'
+hardware_ids = ['SCSI\DiskACME____FAST_DISK']
+parent = 'PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
+
+[[device]]
+instance = 'PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
+class = 'SCSIAdapter'
+hardware_ids = ['PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01', 'PCI\VEN_1000&DEV_0030']
+compatible_ids = ['PCI\VEN_1000&CC_0100', 'PCI\CC_0100']
+
+[registry.'SOFTWARE\Varnelt\Relmar\1']
+Disk = '\\.\PhysicalDrive0'
+InfDir = 'X:\drivers'
+BootPart = '\\.\PhysicalDrive0\Partition1'
+RootPath = 'D:\Windows'
+HAL = 9
+OSVerMaj = 6
+OSVerMin = 1
+)";
+
+}  // namespace
+
+RestoreJobTest::RestoreJobTest() {
+  fs::create_directories(folder / "cd");
+  fs::create_directories((folder / kHivePath).parent_path());
+  WriteHive(folder / kHivePath, SystemHiveValues(1));
+  WriteFile("restored/Windows/system32/drivers/FAST.SYS", "the old driver");
+  WriteFile("ram/drivers/fast.inf", kInf);
+  WriteFile("ram/drivers/fast.sys", "the new driver, longer than the old one");
+  WriteFile("ram/drivers/fastui.dll", "a library");
+}
+
+void RestoreJobTest::OpenJob(const std::function<void(std::string *)> &bend) {
+  std::string toml = kToml;
+  if (bend) bend(&toml);
+  Open(toml);
+}
+
+uint32_t RestoreJobTest::Run(bool inject) { return VXREng_RunVXR(1, inject ? 1 : 0, nullptr, window); }
+
+std::string RestoreJobTest::RestoredTree() const {
+  std::vector<std::string> files;
+  for (const auto &entry : fs::recursive_directory_iterator(folder / "restored")) {
+    const std::string relative = fs::relative(entry.path(), folder).string();
+    files.push_back(relative + (entry.is_regular_file() ? "\n" + ReadFile(relative) : "/") + "\n");
+  }
+  std::sort(files.begin(), files.end());
+  std::string all;
+  for (const std::string &file : files) all += file;
+  return all;
+}
+
+void RestoreJobTest::ExpectHiveWhole() const {
+  const std::string file = (folder / kHivePath).string();
+  hive_h *hive = hivex_open(file.c_str(), 0);
+  ASSERT_NE(hive, nullptr) << "the hive cannot be read any more";
+  for (const HiveValue &value : SystemHiveValues(1)) {
+    hive_node_h node = hivex_root(hive);
+    std::string rest = value.key;
+    while (node && !rest.empty()) {
+      const std::size_t end = rest.find('\\');
+      node = hivex_node_get_child(hive, node, rest.substr(0, end).c_str());
+      rest = end == std::string::npos ? "" : rest.substr(end + 1);
+    }
+    EXPECT_NE(node, 0u) << "the hive lost " << value.key;
+    if (!node || value.name.empty()) continue;
+    hive_value_h cell = hivex_node_get_value(hive, node, value.name.c_str());
+    EXPECT_NE(cell, 0u) << "the hive lost " << value.key << ", " << value.name;
+  }
+  hivex_close(hive);
+}

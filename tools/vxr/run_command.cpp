@@ -1,0 +1,55 @@
+#include <array>
+
+#include "tools/vxr/commands.h"
+#include "tools/vxr/output.h"
+#include "tools/vxr/run_text.h"
+#include "vxrcore/vxrcore.h"
+
+namespace {
+
+struct Host {
+  RunRecord record;
+  bool showLines = true;
+};
+
+void OnStatusLine(void *context, const char *text) {
+  Host *host = static_cast<Host *>(context);
+  const StatusLine &line = AddStatusLine(&host->record, text);
+  if (host->showLines) PrintStatusLine(line);
+}
+
+void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_cast<Host *>(context)->record, *event); }
+
+// Opens, runs, closes. False, with a message, when the machine cannot be used.
+bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
+  std::array<char, 2048> message{};
+  VXRMachine_SetObserver(OnEvent, host);
+  if (!VXRMachine_Open(options.machine.c_str(), message.data(), static_cast<std::uint32_t>(message.size()))) {
+    VXRMachine_SetObserver(nullptr, nullptr);
+    PrintError(message.data());
+    return false;
+  }
+  void *window = VXRMachine_CreateWindow(OnStatusLine, host);
+  outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
+  VXRDbg_Cleanup();
+  VXRMachine_Close();
+  VXRMachine_SetObserver(nullptr, nullptr);
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  return true;
+}
+
+}  // namespace
+
+int RunCommand(const RunOptions &options) {
+  Host host;
+  host.showLines = !options.json;
+  RunOutcome outcome{};
+  if (!RunOnMachine(options, &host, &outcome)) return kExitUsage;
+  if (options.json) {
+    PrintRunJson(options, outcome, host.record);
+  } else {
+    PrintRunText(options, outcome, host.record);
+  }
+  FinishOutput();
+  return outcome.exitStatus;
+}

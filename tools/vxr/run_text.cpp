@@ -1,0 +1,130 @@
+#include "tools/vxr/run_text.h"
+
+#include <cstdio>
+
+#include "tools/vxr/output.h"
+
+namespace {
+
+void Line(const std::string &text) { std::printf("%s\n", text.c_str()); }
+
+void Title(const std::string &text) { Line("\n" + Styled(Style::kBold, text)); }
+
+void Problem(const std::string &text) { Line("  " + Styled(Style::kBad, text)); }
+
+void PrintDevices(const RunRecord &record) {
+  if (record.devices.empty()) return;
+  Title("Devices");
+  for (const DeviceRecord &device : record.devices) {
+    Line("  " + device.instance);
+    if (!device.infFile.empty()) {
+      Line("      " + device.driver + " (" + device.hardwareId + ")");
+      Line("      from " + device.infFile);
+    }
+    if (device.failed) {
+      Line("      " + Styled(Style::kBad, device.infFile.empty() ? "no driver found" : "the driver was not set up"));
+    } else if (device.infFile.empty()) {
+      Line("      needs no driver of its own");
+    }
+  }
+}
+
+void PrintCopies(const RunOptions &options, const RunRecord &record) {
+  bool titled = false;
+  for (const CopyRecord &copy : record.copies) {
+    if (!copy.reason.empty()) continue;
+    if (!titled) Title(options.verify ? "Files that would be copied" : "Files copied");
+    titled = true;
+    Line("  " + copy.target + (copy.copied ? "  " + Bytes(copy.size) : ""));
+    Line("      from " + copy.source);
+  }
+}
+
+void PrintValues(const RunRecord &record) {
+  const std::string *key = nullptr;
+  for (const ValueRecord &value : record.values) {
+    if (key == nullptr) Title("Registry values written");
+    if (key == nullptr || *key != value.key) {
+      Line("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
+    }
+    key = &value.key;
+    std::printf("      %-14s %-10s %s\n", value.name.c_str(), ValueTypeName(value.type).c_str(), value.data.c_str());
+  }
+}
+
+void PrintHives(const RunRecord &record) {
+  for (const HiveRecord &hive : record.hives) {
+    if (hive.outcome == HiveOutcome::kSaved) {
+      Title("Hives saved");
+      Line("  " + hive.file + "  " + Bytes(hive.size));
+    }
+  }
+}
+
+void PrintCopyProblem(const CopyRecord &copy) {
+  Problem(copy.target + ": not copied: " + copy.reason);
+  if (copy.keptOld) Line("      The file that was there before stays; the run counts it as copied.");
+}
+
+void PrintHiveProblem(const HiveRecord &hive) {
+  if (hive.outcome == HiveOutcome::kRefused) {
+    Problem(hive.file + ": not mounted: " + hive.reason);
+    return;
+  }
+  Problem(hive.file + ": not saved: " + hive.reason);
+  if (!hive.mountPoint.empty()) {
+    Line("      The hive file is as it was before the run: none of the values above are in the restored system.");
+  }
+}
+
+void PrintProblems(const RunRecord &record) {
+  if (!HasProblems(record)) return;
+  Title("Problems");
+  for (const StatusLine &line : record.lines) {
+    if (line.code == kProgress) continue;
+    Problem(line.text + " [" + std::to_string(line.code) + "]");
+    if (!line.cause.empty()) Line("      log: " + line.cause);
+  }
+  for (const CopyRecord &copy : record.copies) {
+    if (!copy.reason.empty()) PrintCopyProblem(copy);
+  }
+  for (const HiveRecord &hive : record.hives) {
+    if (!hive.reason.empty()) PrintHiveProblem(hive);
+  }
+  for (const RefusedPath &refused : record.refusedPaths) Problem(refused.path + ": " + refused.reason);
+}
+
+void PrintResult(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
+  const ResultCode &entry = FindResultCode(outcome.code);
+  const std::string what = options.verify ? "driver files verification" : "driver files injection";
+  Title("Result");
+  Line("  " + Styled(outcome.exitStatus == 0 ? Style::kGood : Style::kBad,
+                     std::to_string(outcome.code) + ": " + entry.meaning + " (" + what + ")"));
+  if (*entry.advice != '\0') Line(std::string("  ") + entry.advice);
+  if (UnsavedRestoredHive(record) != nullptr && outcome.code != kHiveCode) {
+    const ResultCode &hive = FindResultCode(kHiveCode);
+    Line("  " + Styled(Style::kBad, std::string("exit status 4: ") + hive.meaning));
+    Line(std::string("  ") + hive.advice);
+  }
+  if (!record.logFile.empty()) {
+    Line("  Log: " + record.logFile);
+  } else {
+    Line("  Log: no file" + (record.logProblem.empty() ? "" : ": " + record.logProblem));
+  }
+}
+
+}  // namespace
+
+void PrintStatusLine(const StatusLine &line) {
+  Line(Styled(line.code == kProgress ? Style::kDim : Style::kBad, line.text));
+  std::fflush(stdout);
+}
+
+void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
+  PrintDevices(record);
+  PrintCopies(options, record);
+  PrintValues(record);
+  PrintHives(record);
+  PrintProblems(record);
+  PrintResult(options, outcome, record);
+}

@@ -1,0 +1,92 @@
+#include "volume/volume.h"
+
+#include <cstring>
+
+#include "engine/base/status.h"
+#include "platform/machine/fault.h"
+#include "restore/settings.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class VolumeTest : public MachineTest {
+ protected:
+  ~VolumeTest() override {
+    gpVXRBMRestore = nullptr;
+    hStatusWnd = nullptr;
+  }
+
+  VXR_PARABLOCK block = {.bInject = TRUE};
+  VXR_BMRESTORE settings = {};
+};
+
+TEST_F(VolumeTest, CheckOnlyLooksAtNoSetting) {
+  Open();
+  hStatusWnd = static_cast<HWND>(window);
+  dwWndFlags = 2;
+  block.bInject = FALSE;
+  EXPECT_TRUE(VXRVol_LocateVolume(1, &block));
+  EXPECT_THAT(statusLines, testing::ElementsAre("Check only, bypass mounting the restored volume...\n"));
+  EXPECT_FALSE(VXRVol_LocateVolume(1, nullptr));
+}
+
+TEST_F(VolumeTest, SettingsNameTheVolume) {
+  Open();
+  EXPECT_FALSE(VXRVol_LocateVolume(1, &block));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRVol_LocateVolume:VXRRlm_GetBootPart():failed!"));
+
+  struct {
+    const char *bootPart, *line;
+  } const rows[] = {
+      {"\\\\.\\PHYSICALDRIVE1\\PARTITION2", ":Disk=1:Part=2:Vol=1\n"},
+      {"\\\\.\\PHYSICALDRIVE12", ":Disk=12:Part=0:Vol=1\n"},
+      {"C:", ":Disk=0:Part=0:Vol=1\n"},
+      {"", ":Disk=0:Part=0:Vol=1\n"},
+      {"\\\\.\\PHYSICALDRIVE99999999999999999999\\PARTITION2", ":Disk=999999999:Part=0:Vol=1\n"},
+  };
+  char root[] = "E:\\";
+  settings.szRootPath = root;
+  gpVXRBMRestore = &settings;
+  for (const auto &row : rows) {
+    log.clear();
+    std::string bootPart = row.bootPart;
+    settings.szBootPart = bootPart.data();
+    EXPECT_TRUE(VXRVol_LocateVolume(1, &block));
+    EXPECT_THAT(log, HasSubstr("CHECK:VXRVol_LocateVolume:szBootPart=" + bootPart + row.line +
+                               "CHECK:VXRVol_LocateVolume:szRootPath=E:\\:chRootDrive=E\n"));
+    settings.szBootPart = nullptr;
+  }
+  char bootPart[] = "\\\\.\\PHYSICALDRIVE1\\PARTITION2";
+  settings.szBootPart = bootPart;
+  settings.szRootPath = nullptr;
+  EXPECT_FALSE(VXRVol_LocateVolume(1, &block));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRVol_LocateVolume:VXRRlm_GetRootPath():failed!"));
+}
+
+TEST_F(VolumeTest, VolumeIsClassifiedByBootIniAndSystemDirectory) {
+  Open();
+  EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x400u);
+  EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x402u);
+  EXPECT_EQ(VXRVol_CheckVolumeType('x'), 0x400u);
+  EXPECT_EQ(VXRVol_CheckVolumeType('\0'), 0x400u);
+  WriteFile("ram/BOOT.INI", "");
+  WriteFile("restored/boot.ini", "");
+  log.clear();
+  EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x403u);
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRVol_CheckVolumeType:volume X has X:\\boot.ini\n"
+                             "CHECK:VXRVol_CheckVolumeType:boot volume X is system drive=X:\\WINDOWS\\SYSTEM32\n"
+                             "FIXME:VXRVol_CheckVolumeType:drive=X:add more volume type check here...\n"));
+  EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x401u);
+#ifdef VXR_FAULT_POINTS
+  for (const char *call : {"HeapAlloc", "GetSystemDirectoryA"}) {
+    SCOPED_TRACE(call);
+    machine::SetFaultPlan({call, 1, true, 0});
+    EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x401u);
+    machine::SetFaultPlan({});
+  }
+#endif
+}
+
+}  // namespace
