@@ -1,4 +1,5 @@
-// A described machine for benchmarks: a recovery environment whose boot disk hangs off an adapter that no INF file lists.
+// A described machine for benchmarks: a recovery environment whose boot disk hangs off an adapter that no INF file
+// lists.
 #pragma once
 
 #include <filesystem>

@@ -18,7 +18,7 @@ constexpr std::array<ClassName, 5> kClasses = {{{"SCSIAdapter", "{4D36E97B-E325-
                                                 {"USB", "{36FC9E60-C465-11CF-8056-444553540000}"},
                                                 {"System", "{4D36E97D-E325-11CE-BFC1-08002BE10318}"}}};
 
-constexpr std::array<const char *, 12> kVendors = {"Aldane", "Borrin", "Castel", "Dunmore", "Ellvik", "Farrow",
+constexpr std::array<const char *, 12> kVendors = {"Aldane", "Borrin", "Castel", "Dunmore", "Ellvik",  "Farrow",
                                                    "Gantry", "Hollin", "Iskan",  "Jorvik",  "Kestrel", "Lomond"};
 
 template <typename... Arguments>
@@ -59,8 +59,8 @@ std::string InfText(std::mt19937 *random, unsigned file) {
   Append(&text, "ServiceBinary = %%12%%\\drv%u.sys\r\nLoadOrderGroup = SCSI miniport\r\n", file);
   Append(&text, "\r\n[Strings]\r\nVendor = \"%s Systems\"\r\n", vendor);
   for (unsigned i = 0; i < 8; ++i) Append(&text, "Device%u = \"%s adapter model %u; rev A\"\r\n", i, vendor, i);
-  while (text.size() < size) Append(&text, "; %08X remark that a real package carries\r\n",
-                                    static_cast<unsigned>((*random)()));
+  while (text.size() < size)
+    Append(&text, "; %08X remark that a real package carries\r\n", static_cast<unsigned>((*random)()));
   return text;
 }
 

@@ -84,8 +84,8 @@ void VerificationRun(benchmark::State &state) {
   }
 }
 
-const std::vector<std::pair<const char *, DWORD>> kEightValues = {{"Type", 1},  {"Start", 0},  {"ErrorControl", 1},
-                                                                  {"Tag", 33},  {"Value1", 1}, {"Value2", 2},
+const std::vector<std::pair<const char *, DWORD>> kEightValues = {{"Type", 1},   {"Start", 0},  {"ErrorControl", 1},
+                                                                  {"Tag", 33},   {"Value1", 1}, {"Value2", 2},
                                                                   {"Value3", 3}, {"Value4", 4}};
 
 void MountEightValuesUnmount(benchmark::State &state) {
@@ -119,8 +119,8 @@ void HivexAlone(benchmark::State &state) {
     const hive_node_h key = hivex_node_add_child(hive, services, "vxrbench");
     std::vector<hive_set_value> values;
     for (const auto &[name, number] : kEightValues)
-      values.push_back({const_cast<char *>(name), hive_t_REG_DWORD, 4,
-                        reinterpret_cast<char *>(const_cast<DWORD *>(&number))});
+      values.push_back(
+          {const_cast<char *>(name), hive_t_REG_DWORD, 4, reinterpret_cast<char *>(const_cast<DWORD *>(&number))});
     int bad = hivex_node_set_values(hive, key, values.size(), values.data(), 0);
     bad |= hivex_commit(hive, out.c_str(), 0);
     const int written = open(out.c_str(), O_RDWR | O_CLOEXEC);

@@ -24,7 +24,10 @@ static_assert(sizeof(Image) == VXR_EXT_FILE_SIZE);
 // Job 5, with the values that a test gives it.
 class LoadTest : public MachineTest {
  protected:
-  LoadTest() { gpVXRParaBlock = &block; }
+  LoadTest() {
+    block.szJobKey = key;
+    gpVXRParaBlock = &block;
+  }
   ~LoadTest() override {
     // What is current must not outlive the test: a refused image leaves none.
     VXR_EXTHEADER none = {};
@@ -49,7 +52,7 @@ class LoadTest : public MachineTest {
   static std::string Bytes(const Image &image) { return {reinterpret_cast<const char *>(&image), sizeof(image)}; }
 
   char key[32] = "SOFTWARE\\Varnelt\\Relmar\\5";
-  VXR_PARABLOCK block = {.szJobKey = key};
+  VXR_PARABLOCK block = {};
 };
 
 TEST_F(LoadTest, JobWithoutFileGetsABlankImageWithItsOverrides) {

@@ -31,3 +31,26 @@ vxr_test(bmext_test machine bmext/load_test.cpp bmext/target_os_test.cpp)
 # INF fields, the driver search, what a model line installs.
 target_sources(vxr_test_support PRIVATE tests/support/driver_job.cpp)
 vxr_test(field_reader_test machine inf/field_reader_test.cpp)
+
+# Files, disks and processes of the described machine.
+vxr_test(machine_files_test machine platform/machine/paths_test.cpp platform/machine/files_test.cpp
+         platform/machine/copy_test.cpp platform/machine/search_test.cpp platform/machine/processes_test.cpp)
+
+# The log and its dumps.
+vxr_test(log_test machine log/log_test.cpp log/product_test.cpp log/dump_test.cpp log/record_dump_test.cpp)
+
+# Status lines and the life of the parameter block.
+vxr_test(lifecycle_test machine engine/lifecycle_test.cpp engine/base/status_test.cpp)
+vxr_test(driver_search_test machine inf/driver_search_test.cpp)
+vxr_test(install_section_test machine inf/install_section_test.cpp inf/critical_device_test.cpp)
+
+# Device records, properties, machine facts, class values.
+vxr_test(device_test machine device/records_test.cpp device/facts_test.cpp device/class_repair_test.cpp)
+
+# The described machine: texts, facts, windows and prompts, the machine file.
+vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/machine/facts_test.cpp
+         platform/machine/format_test.cpp platform/machine/windows_test.cpp)
+
+# The machine's registry and hive files; values and hive mounting of the logic.
+target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp)
+vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp)

@@ -15,6 +15,11 @@ using testing::HasSubstr;
 class PathCatalogueTest : public MachineTest {
  protected:
   PathCatalogueTest() {
+    block.szWindowsPath = windows;
+    block.szSystemPath = system;
+    block.szVrnltPath = product;
+    settings.szRootPath = root;
+    settings.szInfDir = infDir;
     gpVXRParaBlock = &block;
     gpVXRBMRestore = &settings;
   }
@@ -34,8 +39,8 @@ class PathCatalogueTest : public MachineTest {
 
   char windows[16] = "X:\\Windows", system[32] = "X:\\Windows\\System32", product[8] = "C:\\P";
   char infDir[16] = "X:\\drivers", root[8] = "E:\\";
-  VXR_PARABLOCK block = {.szWindowsPath = windows, .szSystemPath = system, .szVrnltPath = product};
-  VXR_BMRESTORE settings = {.szRootPath = root, .szInfDir = infDir};
+  VXR_PARABLOCK block = {};
+  VXR_BMRESTORE settings = {};
   struct {
     VXR_EXTHEADER header;
     VXR_BMEXTNSON extension;

@@ -28,7 +28,6 @@ class DumpTest : public MachineTest {
     Open();
     VXRDbg_Initialize(5, 0, nullptr);
   }
-  ~DumpTest() override { VXRDbg_Cleanup(); }
 
   void Expect(const std::vector<DumpCase> &cases) {
     for (const DumpCase &c : cases) {
@@ -40,7 +39,6 @@ class DumpTest : public MachineTest {
 };
 
 TEST_F(DumpTest, NullWritesNothing) {
-  VXRDbg_SetLevel(5);
   Expect({{[] {
              VXRDbg_DumpGuid(nullptr, "f");
              VXRDbg_DumpRegValue(1, 4, 0, nullptr, "f");
@@ -143,8 +141,7 @@ TEST_F(DumpTest, SuiteLabelsFollowTheirBits) {
        head + "\tSuite Masks = 0xffffffff: SMALLBUSINESS ENTERPRISE BACKOFFICE COMMUNICATIONS TERMINAL"
               " SMALLBUSINESS_RESTRICTED EMBEDDEDNT DATACENTER SINGLEUSERTS PERSONAL BLADE EMBEDDED_RESTRICTED"
               " SECURITY_APPLIANCE"},
-      {[] { DumpPlatformProductSuite(3, 0, 0); },
-       "\tPlaftform ID = 0x3:\tProduct Type = 0x0:\tSuite Masks = 0x0:"},
+      {[] { DumpPlatformProductSuite(3, 0, 0); }, "\tPlaftform ID = 0x3:\tProduct Type = 0x0:\tSuite Masks = 0x0:"},
   });
 }
 
@@ -242,12 +239,14 @@ TEST_F(DumpTest, DriverDetailWithItsIdList) {
   std::strcpy(detail->DrvDescription, "Fast");
   char *ids = room + offsetof(SP_DRVINFO_DETAIL_DATA_A, HardwareID);
   std::memcpy(ids, "ab\0cd\0", 7);
-  const std::string fields = "1970/01/01-00:00:00\n\tSectionName     = Inst\n\tInfFileName     = X:\\fast.inf\n"
-                             "\tDrvDescription  = Fast\n\tHardwareID Ptr  = 0x";
+  const std::string fields =
+      "1970/01/01-00:00:00\n\tSectionName     = Inst\n\tInfFileName     = X:\\fast.inf\n"
+      "\tDrvDescription  = Fast\n\tHardwareID Ptr  = 0x";
   char low[12];
   std::snprintf(low, sizeof low, "%08x", static_cast<unsigned>(reinterpret_cast<uintptr_t>(ids)));
   const std::string rest = std::string(low) + "\n\tCompatIDsOffset = 0x00000003\n\tCompatIDsLength = 4\n";
-  const std::string list = "HardwareID String:CHECK:\t:MultiString:" + Address(ids) + "\n\t\t[(1):ab]\n\t\t[(2):cd]\n\n";
+  const std::string list =
+      "HardwareID String:CHECK:\t:MultiString:" + Address(ids) + "\n\t\t[(1):ab]\n\t\t[(2):cd]\n\n";
   Expect({
       {[&] { VXRDbg_DumpDrvInfoDetail(detail, "f"); },
        "CHECK:f:SP_DRVINFO_DETAIL_DATA:\n\tInfDate=" + fields + rest + "CHECK:f:" + list},

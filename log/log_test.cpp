@@ -15,16 +15,12 @@ std::string SystemToml(const std::string &program) {
   return "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\n"
          "os = { major = 6, minor = 1, build = 7601, platform = 2 }\nprocessor = { count = 2, architecture = 9 }\n"
          "memory = 8589934592\nclock = 2026-11-19T12:30:05Z\n"
-         "program = '" + program + "'\n";
+         "program = '" +
+         program + "'\n";
 }
 
 class LogTest : public MachineTest {
  protected:
-  ~LogTest() override {
-    machine::SetFaultPlan({});
-    VXRDbg_Cleanup();
-  }
-
   void OpenAs(const std::string &program = "C:\\Tools\\agent.exe") {
     Open("", SystemToml(program));
     VXRDbg_Cleanup();
@@ -98,10 +94,12 @@ TEST_F(LogTest, StartsWithTheFirstLineAndEndsWithCleanup) {
   VXRDbg_Cleanup();
   const std::string file = "X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log";
   const std::string when = "2026/11/19@12:30:05:[L=03:F=00000003:" + file + "]\n";
-  EXPECT_EQ(ReadFile(LogFile()), "*** Varnelt VXRCORE LOG STARTS:" + when + "line 1\n*** Varnelt VXRCORE LOG ENDS:" + when);
+  EXPECT_EQ(ReadFile(LogFile()),
+            "*** Varnelt VXRCORE LOG STARTS:" + when + "line 1\n*** Varnelt VXRCORE LOG ENDS:" + when);
   EXPECT_THAT(log, StartsWith("agent:VXRDbg_Initialize:started...\n"));
   EXPECT_THAT(log, HasSubstr("agent:VXRDbg_Initialize:set dbglvl = 3 for agent from X:\\Halcyra\\master.ini...\n"
-                             "agent:VXRDbg_Initialize:creating log file " + file + "...\n"));
+                             "agent:VXRDbg_Initialize:creating log file " +
+                             file + "...\n"));
   EXPECT_THAT(log, EndsWith("agent:VXRDbg_Cleanup:log file " + file + " closed...\nagent:VXRDbg_Cleanup():Done.\n"));
 }
 
@@ -148,10 +146,8 @@ TEST_F(LogTest, SendsEachLineToTheOutputsOfItsFlags) {
   VXRDbg_Log(0, "to stderr\n");
   VXRDbg_SetFlags(0x8);
   VXRDbg_Log(0, "to stdout\n");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "agent:VXRDbg_SetFlags:setting flags = 0x00000004\nto stderr\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "agent:VXRDbg_SetFlags:setting flags = 0x00000008\nto stdout\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "agent:VXRDbg_SetFlags:setting flags = 0x00000004\nto stderr\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "agent:VXRDbg_SetFlags:setting flags = 0x00000008\nto stdout\n");
   VXRDbg_Cleanup();
   EXPECT_THAT(ReadFile(LogFile()), EndsWith("setting flags = 0x00000001\nto the file\n"));
   EXPECT_THAT(statusLines, testing::IsSupersetOf({"to the file\n", "to stderr\n", "to stdout\n"}))
@@ -192,7 +188,9 @@ TEST_F(LogTest, RunsWithoutAFileWhenThereCannotBeOne) {
     EXPECT_THAT(log, EndsWith(":F=00000002:N/A]\nall the same\n"));
     VXRDbg_Cleanup();
   }
-  EXPECT_THAT(log, HasSubstr("agent:VXRDbg_Initialize:CreateFile(X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log) failed!ec=5\n"));
+  EXPECT_THAT(
+      log,
+      HasSubstr("agent:VXRDbg_Initialize:CreateFile(X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log) failed!ec=5\n"));
 }
 
 TEST_F(LogTest, LeavesTheLastErrorAlone) {

@@ -14,14 +14,17 @@ using testing::Not;
 // Job 3 of a parameter block that holds its key alone.
 class SettingsTest : public MachineTest {
  protected:
-  SettingsTest() { gpVXRParaBlock = &block; }
+  SettingsTest() {
+    block.szJobKey = key;
+    gpVXRParaBlock = &block;
+  }
   ~SettingsTest() override {
     VXRRlm_Cleanup();
     gpVXRParaBlock = nullptr;
   }
 
   char key[32] = "SOFTWARE\\Varnelt\\Relmar\\3";
-  VXR_PARABLOCK block = {.szJobKey = key};
+  VXR_PARABLOCK block = {};
 };
 
 constexpr char kJob[] = R"([registry.'SOFTWARE\Varnelt\Relmar\3']

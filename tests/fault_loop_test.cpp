@@ -1,6 +1,6 @@
-// Every platform call of a restore run made to fail in turn, once and from then on, until a run meets no fault: whatever
-// fails, nothing crashes or leaks, nothing stays open, the log stays balanced, and the restored system is as it was or
-// complete, file by file.
+// Every platform call of a restore run made to fail in turn, once and from then on, until a run meets no fault:
+// whatever fails, nothing crashes or leaks, nothing stays open, the log stays balanced, and the restored system is as
+// it was or complete, file by file.
 
 #include <map>
 #include <set>
@@ -42,16 +42,16 @@ void FaultLoop::ResetRestoredSystem() {
 void FaultLoop::ExpectBalancedLog() const {
   // These say goodbye twice.
   const std::set<std::string> twice = {"VXREng_GetStringAs", "VXREng_ExecCommand"};
-  std::map<std::string, int> open;
+  std::map<std::string, int> depth;
   std::istringstream lines(log);
   for (std::string line; std::getline(lines, line);) {
     const std::size_t colon = line.find(':', 6);
     if (line.rfind("FLUSH:", 0) != 0 || colon == std::string::npos) continue;
     const std::string name = line.substr(6, colon - 6), text = line.substr(colon);
-    if (text == ":___ENTER___") open[name] += twice.count(name) ? 2 : 1;
-    if (text == ":___LEAVE___") open[name] -= 1;
+    if (text == ":___ENTER___") depth[name] += twice.count(name) ? 2 : 1;
+    if (text == ":___LEAVE___") depth[name] -= 1;
   }
-  for (const auto &[name, count] : open) EXPECT_EQ(count, 0) << name << " was entered and not left, or the reverse";
+  for (const auto &[name, count] : depth) EXPECT_EQ(count, 0) << name << " was entered and not left, or the reverse";
 }
 
 void FaultLoop::ExpectFilesOldOrNew() const {
@@ -59,12 +59,13 @@ void FaultLoop::ExpectFilesOldOrNew() const {
     if (entry.is_directory()) continue;
     const std::string name = entry.path().filename().string();
     const std::string content = ReadFile(fs::relative(entry.path(), folder).string());
-    if (name == "FAST.SYS")
+    if (name == "FAST.SYS") {
       EXPECT_TRUE(content == "the old driver" || content == ReadFile("ram/drivers/fast.sys")) << "torn: " << content;
-    else if (name == "FASTUI.DLL")
+    } else if (name == "FASTUI.DLL") {
       EXPECT_EQ(content, "a library");
-    else
+    } else {
       EXPECT_EQ(name, "SYSTEM") << "a stray file was left";
+    }
   }
 }
 
@@ -84,7 +85,9 @@ TEST_P(FaultLoop, NoFailureCrashesLeaksOrLosesData) {
     EXPECT_EQ(machine::OpenKeys(), 0u);
     ExpectBalancedLog();
     Close();
-    if (!inject) EXPECT_EQ(RestoredTree(), pristine) << "a verification changed the restored system";
+    if (!inject) {
+      EXPECT_EQ(RestoredTree(), pristine) << "a verification changed the restored system";
+    }
     ExpectFilesOldOrNew();
     ExpectHiveWhole();
     if (met > 0) continue;
@@ -101,9 +104,9 @@ std::vector<Loop> Loops() {
   return loops;
 }
 
-INSTANTIATE_TEST_SUITE_P(RestoreRun, FaultLoop, testing::ValuesIn(Loops()), [](const auto &info) {
-  return std::string(info.param.inject ? "Injection" : "Verification") + (info.param.onwards ? "Onwards" : "Once") +
-         std::to_string(info.param.share);
+INSTANTIATE_TEST_SUITE_P(RestoreRun, FaultLoop, testing::ValuesIn(Loops()), [](const auto &test) {
+  return std::string(test.param.inject ? "Injection" : "Verification") + (test.param.onwards ? "Onwards" : "Once") +
+         std::to_string(test.param.share);
 });
 
 }  // namespace

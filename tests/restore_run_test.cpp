@@ -21,8 +21,8 @@ std::string Replaced(std::string text, const std::string &from, const std::strin
 
 struct Bend {
   const char *name;
-  uint32_t injected, verified;    // result codes of the two modes
-  const char *statusLine;         // a line that must have been shown in injection mode
+  uint32_t injected, verified;  // result codes of the two modes
+  const char *statusLine;       // a line that must have been shown in injection mode
   // Changes the job before it is opened: the machine file's text and the folder.
   void (*bend)(std::string *toml, const std::filesystem::path &folder);
 };
@@ -58,9 +58,7 @@ const Bend kBends[] = {
     {"NoFileListsTheController", 3, 3, "Failed to locate driver files for device PCI\\VEN_1000&DEV_0030",
      [](std::string *, auto &folder) { EditInf(folder, "DEV_0030", "DEV_9999"); }},
     {"HiveMissing", 4, 0, "Failed to load the original registry hive file failed!\n",
-     [](std::string *, auto &folder) {
-       std::filesystem::remove(folder / "restored/Windows/system32/config/SYSTEM");
-     }},
+     [](std::string *, auto &folder) { std::filesystem::remove(folder / "restored/Windows/system32/config/SYSTEM"); }},
     {"HiveTruncated", 4, 0, "Failed to load the original registry hive file failed!\n",
      [](std::string *, auto &folder) { EditHive(folder, [](std::string *bytes) { bytes->resize(5000); }); }},
     {"HiveIsNoise", 4, 0, "Failed to load the original registry hive file failed!\n",
@@ -72,8 +70,8 @@ const Bend kBends[] = {
          (*bytes)[508] ^= 1;
        });
      }},
-    {"NoProductDirectory", 7, 7, "Failed to initialize Vexmorph engine!",
-     [](std::string *toml, auto &) { *toml = Replaced(*toml, "[[drive]]", "# no product\n[[drive]]"); }},
+    {"NoComputerDevice", 7, 7, "Failed to initialize Vexmorph engine!",
+     [](std::string *toml, auto &) { *toml = Replaced(*toml, "class = 'Computer'", "class = 'Net'"); }},
     {"RootPathMissing", 8, 8, "Failed to initialize the Bare Metal restore information!",
      [](std::string *toml, auto &) { *toml = Replaced(*toml, "RootPath", "RootPathX"); }},
     {"ExtensionMissing", 9, 9, "Failed to initialize the Bare Metal extension information!",
@@ -90,9 +88,7 @@ const Bend kBends[] = {
     {"LastFileMissing", 3, 3, "Failed to locate file X:\\drivers\\FASTUI.DLL!\n",
      [](std::string *, auto &folder) { std::filesystem::remove(folder / "ram/drivers/fastui.dll"); }},
     {"FileNotCopyable", 13, 0, "Failed to copy X:\\drivers\\FAST.SYS to D:\\Windows\\system32\\drivers\\FAST.SYS\n",
-     [](std::string *, auto &folder) {
-       std::filesystem::remove_all(folder / "restored/Windows/system32/drivers");
-     }},
+     [](std::string *, auto &folder) { std::filesystem::remove_all(folder / "restored/Windows/system32/drivers"); }},
     {"CancelledAtEmptyDirectory", 3, 3, "User cancelled searching for driver files.",
      [](std::string *, auto &folder) { std::filesystem::remove(folder / "ram/drivers/fast.inf"); }},
     {"NamedIdFound", 0, 0, "Successfully finished Vexmorph for driver files injection!\n",
@@ -120,11 +116,13 @@ TEST_P(ResultCode, IsThatOfTheLastFailure) {
   statusLines.clear();
   EXPECT_EQ(Run(true), bend.injected);
   EXPECT_THAT(statusLines, Contains(StartsWith(bend.statusLine)));
-  if (bend.injected == 4) EXPECT_EQ(RestoredTree(), before) << "a refused hive was changed";
+  if (bend.injected == 4) {
+    EXPECT_EQ(RestoredTree(), before) << "a refused hive was changed";
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(RestoreRun, ResultCode, testing::ValuesIn(kBends),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &test) { return std::string(test.param.name); });
 
 TEST_F(RestoreJobTest, InjectionLeavesFilesServiceAndCriticalDevice) {
   OpenJob();
@@ -156,11 +154,11 @@ TEST_F(RestoreJobTest, LogTellsTheRunInOrder) {
   ASSERT_EQ(Run(true), 0u);
   std::size_t at = 0;
   for (const char *stage :
-       {"CHECK:VXREng_RunVXR:job=1:driver files injection:_START_", "gpVXRParaBlock initailzed ok", "initialized ok:ExtHead=",
-        "gpVXRBMRestore initailzed ok", "szRootPath=D:\\Windows:chRootDrive=D", "Control Set Index = 1",
-        "building vxr devices...", "found match:sec=Models:arch=ntamd64", "total 1 vxr disks found", "unloaded original hive",
-        "CHECK:VXR [driver files injection]:error= 0.", "freeing gpVXRBMRestore", "freeing gpVXRParaBlock",
-        "driver files injection:_FINISH_"}) {
+       {"CHECK:VXREng_RunVXR:job=1:driver files injection:_START_", "gpVXRParaBlock initailzed ok",
+        "initialized ok:ExtHead=", "gpVXRBMRestore initailzed ok", "szRootPath=D:\\Windows:chRootDrive=D",
+        "Control Set Index = 1", "building vxr devices...", "found match:sec=Models:arch=ntamd64",
+        "total 1 vxr disks found", "unloaded original hive", "CHECK:VXR [driver files injection]:error= 0.",
+        "freeing gpVXRBMRestore", "freeing gpVXRParaBlock", "driver files injection:_FINISH_"}) {
     const std::size_t found = log.find(stage, at);
     ASSERT_NE(found, std::string::npos) << stage << " is missing or out of order";
     at = found;

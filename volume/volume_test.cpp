@@ -13,12 +13,13 @@ using testing::HasSubstr;
 
 class VolumeTest : public MachineTest {
  protected:
+  VolumeTest() { block.bInject = TRUE; }
   ~VolumeTest() override {
     gpVXRBMRestore = nullptr;
     hStatusWnd = nullptr;
   }
 
-  VXR_PARABLOCK block = {.bInject = TRUE};
+  VXR_PARABLOCK block = {};
   VXR_BMRESTORE settings = {};
 };
 

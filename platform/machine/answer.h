@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "platform/platform.h"

@@ -1,4 +1,5 @@
 // What the registry tool does with hives, and the saving of the running system's.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -51,7 +52,8 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
     *reason = std::string("could not be saved, its directory cannot be written to (") + std::strerror(errno) +
               "); mount the file system for writing, then run again";
   } else {
-    Descriptor directory(std::exchange(place.directory, -1));
+    // The place's descriptor only names the directory; one that can be flushed must be open for reading.
+    Descriptor directory(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     hive = OpenHive(std::move(directory), place.name, reason);
     if (hive != nullptr && !ReadHive(hive.get())) {
       *reason = hive->failure;

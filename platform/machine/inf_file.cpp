@@ -138,7 +138,7 @@ std::uint32_t AddSection(InfFile *file, InfSpan name, std::uint32_t hash) {
 }
 
 void AddBody(InfFile *file, InfSpan name, std::size_t begin) {
-  const std::string_view text = SectionName(*file, InfSection{.name = name});
+  const std::string_view text = std::string_view(file->text).substr(name.begin, name.end - name.begin);
   const std::uint32_t hash = HashName(text);
   std::uint32_t index = FindHashed(*file, text, hash);
   if (index == kInfNone) index = AddSection(file, name, hash);

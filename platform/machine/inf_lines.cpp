@@ -16,7 +16,7 @@ struct LineReader {
   std::size_t fieldKept = 0;   // end of what trailing blanks do not reach
   bool quoted = false;         // the field has quotes, so that even an empty one is a value
   bool inQuotes = false;
-  InfLine line;
+  InfLine line = {};
   bool sawComma = false;
 };
 

@@ -49,11 +49,11 @@ void DriverJobTest::End() {
   Close();
 }
 
-void DriverJobTest::WriteInf(const std::string &name, const std::string &body) const {
-  const_cast<DriverJobTest *>(this)->WriteFile("ram/drivers/" + name,
-                                               "[Version]\nSignature = \"$Windows NT$\"\nClass = SCSIAdapter\n"
-                                               "ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}\n" +
-                                                   body);
+void DriverJobTest::WriteInf(const std::string &name, const std::string &body) {
+  WriteFile("ram/drivers/" + name,
+            "[Version]\nSignature = \"$Windows NT$\"\nClass = SCSIAdapter\n"
+            "ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}\n" +
+                body);
 }
 
 InfFile DriverJobTest::OpenInf(const std::string &name, const std::string &body) {

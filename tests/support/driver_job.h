@@ -16,7 +16,7 @@ class DriverJobTest : public RestoreJobTest {
   void End();
 
   // Writes an INF file of the adapter's class to X:\drivers; `body` follows the Version section.
-  void WriteInf(const std::string &name, const std::string &body) const;
+  void WriteInf(const std::string &name, const std::string &body);
   // The same, opened.
   InfFile OpenInf(const std::string &name, const std::string &body);
 

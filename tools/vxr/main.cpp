@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "tools/vxr/commands.h"
 #include "tools/vxr/output.h"
@@ -22,8 +23,7 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_option("--machine", options->machine, "TOML file that describes the machine")->required()->type_name("FILE");
   run->add_option("--job", options->job, "Number of the restore job in the machine's registry")
       ->required()
-      ->type_name("NUMBER")
-      ->check(CLI::Range(0.0, 4294967295.0).description(""));
+      ->type_name("NUMBER");
   run->add_flag("--verify", options->verify, "Check only; leave the restored system as it is");
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
@@ -56,6 +56,9 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
   std::string command = "vxr", what = error.what();
   for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
   if (app.get_subcommands().empty()) what = wrong == nullptr ? "name a command" : std::string(wrong) + ": unknown";
+  if (const std::string_view bad = "Could not convert: "; what.compare(0, bad.size(), bad) == 0) {
+    what = what.substr(bad.size()) + " is not a number of 32 bits";
+  }
   while (!what.empty() && (what.back() == '\n' || what.back() == '.')) what.pop_back();
   PrintError(what + "; see " + command + " --help");
   return kExitUsage;
