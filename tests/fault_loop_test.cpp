@@ -4,7 +4,6 @@
 
 #include <map>
 #include <set>
-#include <sstream>
 
 #include "platform/machine/fault.h"
 #include "platform/machine/handles.h"
@@ -43,11 +42,12 @@ void FaultLoop::ExpectBalancedLog() const {
   // These say goodbye twice.
   const std::set<std::string> twice = {"VXREng_GetStringAs", "VXREng_ExecCommand"};
   std::map<std::string, int> depth;
-  std::istringstream lines(log);
-  for (std::string line; std::getline(lines, line);) {
-    const std::size_t colon = line.find(':', 6);
-    if (line.rfind("FLUSH:", 0) != 0 || colon == std::string::npos) continue;
-    const std::string name = line.substr(6, colon - 6), text = line.substr(colon);
+  // A status line may lack its line end, so that a call's line begins behind it.
+  for (std::size_t at = log.find("FLUSH:"); at != std::string::npos; at = log.find("FLUSH:", at + 1)) {
+    const std::string line = log.substr(at + 6, log.find('\n', at) - at - 6);
+    const std::size_t colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    const std::string name = line.substr(0, colon), text = line.substr(colon);
     if (text == ":___ENTER___") depth[name] += twice.count(name) ? 2 : 1;
     if (text == ":___LEAVE___") depth[name] -= 1;
   }
@@ -92,6 +92,7 @@ TEST_P(FaultLoop, NoFailureCrashesLeaksOrLosesData) {
     ExpectHiveWhole();
     if (met > 0) continue;
     EXPECT_EQ(result, 0u);
+    RecordProperty("calls", static_cast<int>(n));
     return;
   }
 }
