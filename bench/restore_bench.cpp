@@ -20,6 +20,8 @@
 #include "log/log.h"
 #include "registry/hive.h"
 #include "registry/values.h"
+#include "vxrcore/machine.h"
+#include "vxrcore/vxrcore.h"
 
 namespace fs = std::filesystem;
 

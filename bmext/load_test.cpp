@@ -36,6 +36,7 @@ class LoadTest : public MachineTest {
     hStatusWnd = nullptr;
   }
   void OpenJob(const std::string &values) {
+    Close();
     Open("[registry.'SOFTWARE\\Varnelt\\Relmar\\5']\nOther = 1\n" + values);
     hStatusWnd = static_cast<HWND>(window);
     dwWndFlags = 2;
@@ -91,7 +92,6 @@ TEST_F(LoadTest, OverrideTakesTheFirstByteOfItsData) {
     ASSERT_TRUE(VXRExt_Initialize(5, image.get()));
     EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MajorVersion), row.major);
     EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->ProcessorArchitecture), row.architecture);
-    Close();
   }
 }
 
@@ -146,7 +146,6 @@ TEST_F(LoadTest, UnusableFileIsRefusedAndLetGo) {
     EXPECT_EQ(machine::OpenHandles(), 0u);
     EXPECT_EQ(machine::OpenViews(), 0u);
     EXPECT_TRUE(ReadFile("ram/machine.bme") == row.content) << "a refused file was changed";
-    Close();
   }
   OpenJob("BMEFile = 'X:\\none.bme'\n");
   EXPECT_FALSE(VXRExt_Initialize(5, nullptr));
@@ -196,7 +195,6 @@ TEST_F(LoadTest, RootPathIsTakenWholeOrNotAtAll) {
     EXPECT_EQ(VXRExt_GetSystemPath(), row.system ? root + "\\system32" : "");
     EXPECT_EQ(VXRExt_GetWindowsPath(), row.windows ? root : "");
     EXPECT_EQ(log.find("ERROR:VXRExt_Initialize:RootPath of") != std::string::npos, !row.system);
-    Close();
   }
 }
 

@@ -27,6 +27,7 @@ vxr_test(strings_test machine engine/base/strings_test.cpp)
 vxr_test(engine_test machine engine/base/files_test.cpp engine/path_catalogue_test.cpp restore/settings_test.cpp
          volume/volume_test.cpp)
 vxr_test(bmext_test machine bmext/load_test.cpp bmext/target_os_test.cpp)
+vxr_test(scan_test machine device/disk_scan_test.cpp)
 
 # INF fields, the driver search, what a model line installs.
 target_sources(vxr_test_support PRIVATE tests/support/driver_job.cpp)
@@ -48,9 +49,14 @@ vxr_test(install_section_test machine inf/install_section_test.cpp inf/critical_
 vxr_test(device_test machine device/records_test.cpp device/facts_test.cpp device/class_repair_test.cpp)
 
 # The described machine: texts, facts, windows and prompts, the machine file.
-vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/machine/facts_test.cpp
-         platform/machine/format_test.cpp platform/machine/windows_test.cpp)
+vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/machine/description_test.cpp
+         platform/machine/facts_test.cpp platform/machine/format_test.cpp platform/machine/machine_test.cpp
+         platform/machine/windows_test.cpp tests/c_headers.c)
 
 # The machine's registry and hive files; values and hive mounting of the logic.
 target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp)
 vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp)
+vxr_test(registry_test machine registry/values_test.cpp registry/hive_test.cpp)
+
+# The INF reader and what chooses among models sections.
+vxr_test(inf_file_test unit platform/machine/inf_file_test.cpp platform/machine/decoration_test.cpp)

@@ -114,6 +114,7 @@ TEST_F(PathCatalogueTest, RestoredSystemNeedsADirectoryAndADrive) {
 #ifdef VXR_FAULT_POINTS
 TEST_F(PathCatalogueTest, NoMemoryNoPath) {
   Open();
+  VXRDbg_Initialize(5, 0, nullptr);  // so that the fault does not meet the log instead
   machine::SetFaultPlan({"HeapAlloc", 1, false, 0});
   EXPECT_EQ(VXREng_GetStringAs(VXR_DIR_PRODUCT, "name"), nullptr);
   machine::SetFaultPlan({});

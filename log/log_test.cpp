@@ -134,12 +134,8 @@ TEST_F(LogTest, SettersHoldOnlyOnceTheLogRuns) {
 TEST_F(LogTest, SendsEachLineToTheOutputsOfItsFlags) {
   OpenAs();
   VXRDbg_Initialize(5, 0, nullptr);
+  VXRDbg_SetFlags(0x2);
   VXRDbg_SetWnd(window);
-  VXRDbg_SetFlags(0x1);
-  log.clear();
-  VXRDbg_Log(0, "to the file\n");
-  EXPECT_EQ(log, "");
-
   testing::internal::CaptureStderr();
   testing::internal::CaptureStdout();
   VXRDbg_SetFlags(0x4);
@@ -148,8 +144,12 @@ TEST_F(LogTest, SendsEachLineToTheOutputsOfItsFlags) {
   VXRDbg_Log(0, "to stdout\n");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "agent:VXRDbg_SetFlags:setting flags = 0x00000004\nto stderr\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "agent:VXRDbg_SetFlags:setting flags = 0x00000008\nto stdout\n");
+  VXRDbg_SetFlags(0x1);
+  log.clear();
+  VXRDbg_Log(0, "to the file\n");
+  EXPECT_EQ(log, "");
   VXRDbg_Cleanup();
-  EXPECT_THAT(ReadFile(LogFile()), EndsWith("setting flags = 0x00000001\nto the file\n"));
+  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("]\nagent:VXRDbg_SetFlags:setting flags = 0x00000001\nto the file\n*** "));
   EXPECT_THAT(statusLines, testing::IsSupersetOf({"to the file\n", "to stderr\n", "to stdout\n"}))
       << "a window gets every line";
 }

@@ -59,6 +59,7 @@ TEST_F(SettingsTest, EachMissingValueReleasesTheOnesBefore) {
   const char *const values[] = {"Disk", "InfDir", "BootPart", "RootPath"};
   for (int missing = 0; missing < 4; ++missing) {
     SCOPED_TRACE(values[missing]);
+    Close();
     std::string job = kJob;
     job.insert(job.find(values[missing]), "No");
     Open(job);
@@ -71,7 +72,6 @@ TEST_F(SettingsTest, EachMissingValueReleasesTheOnesBefore) {
     for (int later = missing + 1; later < 4; ++later) {
       EXPECT_THAT(log, Not(HasSubstr(std::string("szValue=") + values[later] + "\n")));
     }
-    Close();
   }
 }
 

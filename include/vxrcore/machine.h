@@ -29,7 +29,8 @@ VXR_API void VXRMachine_DestroyWindow(void *window);
 enum {
   VXRMACHINE_FILE_COPIED = 1,      /* subject: target, detail: source, size: bytes */
   VXRMACHINE_FILE_NOT_COPIED = 2,  /* subject: target, detail: reason, size: 1 when an old target was kept, else 0 */
-  VXRMACHINE_VALUE_WRITTEN = 3,    /* subject: key, detail: value name, text: data for people, type, size: bytes */
+  VXRMACHINE_VALUE_WRITTEN = 3,    /* subject: key, detail: value name, text: data for people, type, size: bytes;
+                                      of the running system too */
   VXRMACHINE_HIVE_LOADED = 4,      /* subject: hive file, detail: mount point */
   VXRMACHINE_HIVE_REFUSED = 5,     /* subject: hive file, detail: reason */
   VXRMACHINE_HIVE_SAVED = 6,       /* subject: hive file, size: bytes */

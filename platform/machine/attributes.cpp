@@ -32,12 +32,16 @@ bool IsFile(const struct stat &status) { return !S_ISDIR(status.st_mode); }
 // What a file has that nobody set attributes on: Windows marks every new file for the archive.
 DWORD UsualAttributes(const struct stat &status) { return IsFile(status) ? FILE_ATTRIBUTE_ARCHIVE : 0; }
 
-// Makes the write permissions say whether the file is read-only.
-bool SetWritable(const std::string &hostName, const struct stat &status, bool writable) {
+// The permissions that say whether a file is read-only; a directory keeps its own.
+mode_t ModeFor(const struct stat &status, bool writable) {
   const mode_t mode = status.st_mode & 07777;
-  const bool already = (mode & kWriteBits) != 0;
-  if (already == writable) return true;
-  return chmod(hostName.c_str(), writable ? mode | S_IWUSR : mode & ~kWriteBits) == 0;
+  if (!IsFile(status)) return mode;
+  if (!writable) return mode & ~kWriteBits;
+  return (mode & kWriteBits) == 0 ? mode | S_IWUSR : mode;
+}
+
+bool ChangeMode(const std::string &hostName, mode_t from, mode_t to) {
+  return from == to || chmod(hostName.c_str(), to) == 0;
 }
 
 bool WriteOwn(const std::string &hostName, const struct stat &status, DWORD attributes) {
@@ -66,14 +70,20 @@ DWORD ReadAttributes(const std::string &hostName, const struct stat &status) {
 
 bool WriteAttributes(const std::string &hostName, const struct stat &status, DWORD attributes) {
   attributes &= kSettable;
-  const bool writable = (attributes & FILE_ATTRIBUTE_READONLY) == 0;
-  // Before the rest, because a file without write permission refuses extended attributes.
-  if (writable && IsFile(status) && !SetWritable(hostName, status, true)) return false;
+  const bool readOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+  const mode_t before = status.st_mode & 07777;
+  const mode_t writable = ModeFor(status, true);
   if (const std::optional<DWORD> ntfs = ReadStored(hostName, kNtfsAttributes)) {
+    if (!readOnly && !ChangeMode(hostName, before, writable)) return false;
     return WriteStored(hostName, kNtfsAttributes, (*ntfs & ~kSettable) | attributes);
   }
-  if (!WriteOwn(hostName, status, attributes)) return false;
-  return writable || !IsFile(status) || SetWritable(hostName, status, false);
+  // Writable for the moment in any case: a file without write permission refuses extended attributes.
+  if (!ChangeMode(hostName, before, writable)) return false;
+  if (WriteOwn(hostName, status, attributes)) return ChangeMode(hostName, writable, ModeFor(status, !readOnly));
+  const int error = errno;
+  ChangeMode(hostName, writable, before);
+  errno = error;
+  return false;
 }
 
 }  // namespace machine

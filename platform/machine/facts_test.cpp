@@ -31,8 +31,13 @@ guid_path = '\\?\Volume{11111111-2222-3333-4444-555555555555}\'
   struct {
     const char *root;
     UINT type;
-  } cases[] = {{"X:\\", DRIVE_RAMDISK}, {"d:", DRIVE_FIXED},         {"E:\\", DRIVE_CDROM},    {nullptr, DRIVE_RAMDISK},
-               {"Q:\\", DRIVE_NO_ROOT_DIR}, {"", DRIVE_NO_ROOT_DIR}, {"X:\\Windows", DRIVE_NO_ROOT_DIR},
+  } cases[] = {{"X:\\", DRIVE_RAMDISK},
+               {"d:", DRIVE_FIXED},
+               {"E:\\", DRIVE_CDROM},
+               {nullptr, DRIVE_RAMDISK},
+               {"Q:\\", DRIVE_NO_ROOT_DIR},
+               {"", DRIVE_NO_ROOT_DIR},
+               {"X:\\Windows", DRIVE_NO_ROOT_DIR},
                {"\\\\?\\VOLUME{11111111-2222-3333-4444-555555555555}\\", DRIVE_CDROM}};
   for (const auto &c : cases) EXPECT_EQ(platform::GetDriveTypeA(c.root), c.type) << (c.root ? c.root : "null");
 }

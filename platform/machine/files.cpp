@@ -141,8 +141,8 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
 
 // A close that is made to fail closes all the same: no caller tries twice.
 BOOL CloseHandle(HANDLE handle) {
-  const bool search = machine::FindHandle(handle) != nullptr &&
-                      std::holds_alternative<machine::SearchHandle>(*machine::FindHandle(handle));
+  const machine::HandleRecord *record = machine::FindHandle(handle);
+  const bool search = record != nullptr && std::holds_alternative<machine::SearchHandle>(*record);
   const BOOL closed = !search && machine::DropHandle(handle);
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
   if (search) SetLastError(ERROR_INVALID_HANDLE);  // FindClose ends those

@@ -70,8 +70,7 @@ TEST(FormatText, Texts) {
 }
 
 TEST(FormatText, WideTexts) {
-  EXPECT_EQ(Text("%S|%ls|%ws|%hS|%hs", u"wide", u"wide", u"wide", "narrow", "narrow"),
-            "wide|wide|wide|narrow|narrow");
+  EXPECT_EQ(Text("%S|%ls|%ws|%hS|%hs", u"wide", u"wide", u"wide", "narrow", "narrow"), "wide|wide|wide|narrow|narrow");
   EXPECT_EQ(Text("%.2S|%6.2S|%-6S|", u"wide", u"wide", u"wide"), "wi|    wi|wide  |");
   EXPECT_EQ(Text("%S|%C|%lc|%hC", u"\u20AC\u4E00", u'\u00E9', u'\u20AC', 'x'), "\x80?|\xE9|\x80|x");
   // UTF-16 inside a byte stream begins at any address.

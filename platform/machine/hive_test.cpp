@@ -121,7 +121,7 @@ const BadHive kBadHives[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Files, RefusedHive, testing::ValuesIn(kBadHives),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &file) { return std::string(file.param.name); });
 
 TEST_F(Hive, MountsOnceAtAFreeKeyDirectlyBelowTheRoot) {
   WriteHive(Host("restored/config/SOFTWARE"), {});
@@ -212,7 +212,9 @@ TEST_F(Hive, KeepsModeAndAttributesAndClearsAnOldLeftOver) {
   ASSERT_EQ(stat(file.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0640u);
   char note[8] = "";
-  if (attributes) EXPECT_EQ(getxattr(file.c_str(), "user.note", note, sizeof note), 4);
+  if (attributes) {
+    EXPECT_EQ(getxattr(file.c_str(), "user.note", note, sizeof note), 4);
+  }
   ExpectAlone();
 }
 
@@ -239,13 +241,13 @@ TEST_F(Hive, AFailedSaveLeavesTheOldHive) {
 TEST_F(Hive, TwoRunsExcludeEachOther) {
   Open();
   {
-    const machine::Descriptor other(open(Host(kHost).c_str(), O_RDONLY));
+    const machine::Descriptor other(::open(Host(kHost).c_str(), O_RDONLY));
     ASSERT_EQ(flock(other.fd, LOCK_EX), 0);
     EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 1);
     EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("in use by another run"));
   }
   ASSERT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0);
-  const machine::Descriptor other(open(Host(kHost).c_str(), O_RDONLY));
+  const machine::Descriptor other(::open(Host(kHost).c_str(), O_RDONLY));
   EXPECT_NE(flock(other.fd, LOCK_EX | LOCK_NB), 0);
   EXPECT_EQ(machine::UnmountHive("SYSTEM_ORG"), 0);
   EXPECT_EQ(flock(other.fd, LOCK_EX | LOCK_NB), 0);

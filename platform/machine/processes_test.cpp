@@ -35,7 +35,7 @@ class ProcessesTest : public MachineTest {
  protected:
   // The exit code, or "error N" when the program does not start; leaves no handle open.
   static std::string Run(std::string commandLine) {
-    const std::size_t open = machine::OpenHandles();
+    const std::size_t before = machine::OpenHandles();
     STARTUPINFOA startup = {};
     PROCESS_INFORMATION process = {};
     if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr,
@@ -48,7 +48,7 @@ class ProcessesTest : public MachineTest {
     EXPECT_TRUE(GetExitCodeProcess(process.hProcess, &exitCode));
     EXPECT_TRUE(CloseHandle(process.hThread));
     EXPECT_TRUE(CloseHandle(process.hProcess));
-    EXPECT_EQ(machine::OpenHandles(), open);
+    EXPECT_EQ(machine::OpenHandles(), before);
     return std::to_string(exitCode);
   }
 };

@@ -137,9 +137,8 @@ LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD, DWORD type, const
   if (data == nullptr && size != 0) return Fail(ERROR_INVALID_PARAMETER);
   const char *name = valueName != nullptr ? valueName : "";
   StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
-  bool mounted = false;
-  const LSTATUS status = SetValue(open->path, value, &mounted);
-  if (status == ERROR_SUCCESS && mounted) ReportWritten(open->text, name, value);
+  const LSTATUS status = SetValue(open->path, value);
+  if (status == ERROR_SUCCESS) ReportWritten(open->text, name, value);
   return Answer(status);
 }
 

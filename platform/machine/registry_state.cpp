@@ -179,8 +179,7 @@ LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *
   return QueryPlain(FollowLink(key), name, value);
 }
 
-LSTATUS SetValue(const KeyPath &given, StoredValue value, bool *mountedHive) {
-  *mountedHive = false;
+LSTATUS SetValue(const KeyPath &given, StoredValue value) {
   const KeyPath key = FollowLink(given);
   const auto over = Registry().overlay.find(key.folded);
   const bool isOver = over != Registry().overlay.end();
@@ -190,7 +189,6 @@ LSTATUS SetValue(const KeyPath &given, StoredValue value, bool *mountedHive) {
     PutValue(&over->second, std::move(value));
     return ERROR_SUCCESS;
   }
-  *mountedHive = !mounted->running;
   // The key may be there only because it is laid over.
   const LSTATUS made = CreateHiveKey(mounted->hive.get(), BelowHive(key, *mounted));
   return made != ERROR_SUCCESS ? made : SetHiveValue(mounted->hive.get(), BelowHive(key, *mounted), std::move(value));

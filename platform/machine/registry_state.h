@@ -36,8 +36,7 @@ RegistryState &Registry();
 LSTATUS FindKey(const KeyPath &key);
 LSTATUS CreateKey(const KeyPath &key);
 LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *value);
-// The key must exist. `*mounted` becomes whether the value went to a hive that is not of the running system.
-LSTATUS SetValue(const KeyPath &key, StoredValue value, bool *mounted);
+LSTATUS SetValue(const KeyPath &key, StoredValue value);  // the key must exist
 
 // Forgets every key handle (registry.cpp); count of those open at or below a key.
 void DropKeyHandles();

@@ -92,7 +92,10 @@ machine::Descriptor OpenParent(const char *text) {
 bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
   const machine::Descriptor directory = OpenParent(text);
   if (!directory) {
-    if (platform::GetLastError() == ERROR_FILE_NOT_FOUND) platform::SetLastError(ERROR_PATH_NOT_FOUND);
+    // Missing, or a file: either way there is no such directory.
+    const DWORD error = platform::GetLastError();
+    const bool absent = error == ERROR_FILE_NOT_FOUND || error == ERROR_INVALID_NAME;
+    if (absent) platform::SetLastError(ERROR_PATH_NOT_FOUND);
     return false;
   }
   const machine::NamePattern pattern = machine::MakePattern(path.pattern);

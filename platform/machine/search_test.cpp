@@ -45,12 +45,12 @@ class SearchTest : public MachineTest {
  protected:
   // The name found, or "error N"; leaves no handle open.
   std::string Find(const char *pattern) {
-    const std::size_t open = machine::OpenHandles();
+    const std::size_t before = machine::OpenHandles();
     std::memset(&data, 0xEE, sizeof data);
     const HANDLE search = FindFirstFileA(pattern, &data);
     if (search == INVALID_HANDLE_VALUE) return "error " + std::to_string(GetLastError());
     EXPECT_TRUE(FindClose(search));
-    EXPECT_EQ(machine::OpenHandles(), open);
+    EXPECT_EQ(machine::OpenHandles(), before);
     return data.cFileName;
   }
 

@@ -50,7 +50,7 @@ char32_t ItemAt(const std::u16string &text, std::size_t i) {
 
 NamePattern MakePattern(std::string_view pattern) {
   std::u16string text = Fold(pattern);
-  if (text == u"*.*") text = u"*";
+  if (text == u"*.*") text.resize(1);
   const bool endsInDot = text.ends_with(u'.');
   const std::size_t end = text.find_last_not_of(u". ");
   text.resize(end == std::u16string::npos ? 0 : end + 1);

@@ -62,10 +62,12 @@ TEST_F(WindowsTest, KnowsItsWindows) {
 TEST_F(WindowsTest, AWindowMayEndInItsCallback) {
   Open();
   static void *handle;
-  handle = VXRMachine_CreateWindow([](void *, const char *text) {
-    VXRMachine_DestroyWindow(handle);
-    EXPECT_STREQ(text, "last words");
-  }, nullptr);
+  handle = VXRMachine_CreateWindow(
+      [](void *, const char *text) {
+        VXRMachine_DestroyWindow(handle);
+        EXPECT_STREQ(text, "last words");
+      },
+      nullptr);
   EXPECT_TRUE(platform::SetWindowTextA(static_cast<HWND>(handle), "last words"));
   EXPECT_FALSE(platform::SetWindowTextA(static_cast<HWND>(handle), "again"));
 }
@@ -77,7 +79,8 @@ struct PromptsTest : MachineTest {
   UINT Ask(const char *directory = "X:\\empty", DWORD size = 260) {
     answer.assign(size + 1, '#');
     return platform::SetupPromptForDiskA(nullptr, "Driver Search", nullptr, directory, "*.inf", nullptr,
-                                         IDF_OEMDISK | IDF_CHECKFIRST | IDF_NOCOMPRESSED, answer.data(), size, &required);
+                                         IDF_OEMDISK | IDF_CHECKFIRST | IDF_NOCOMPRESSED, answer.data(), size,
+                                         &required);
   }
   int Confirm() { return platform::MessageBoxA(nullptr, "Cancel the search?", "Cancel", MB_YESNO); }
   void OpenWith(const std::string &prompts) {
