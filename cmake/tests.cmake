@@ -60,3 +60,5 @@ vxr_test(registry_test machine registry/values_test.cpp registry/hive_test.cpp)
 
 # The INF reader and what chooses among models sections.
 vxr_test(inf_file_test unit platform/machine/inf_file_test.cpp platform/machine/decoration_test.cpp)
+vxr_test(setup_library_test machine platform/machine/inf_calls_test.cpp platform/machine/devices_test.cpp
+         platform/machine/drivers_test.cpp)

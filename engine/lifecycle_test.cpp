@@ -18,7 +18,9 @@ hardware_ids = ['acpiapic_mp']
 
 class LifecycleTest : public MachineTest {
  protected:
-  ~LifecycleTest() override { VXREng_Cleanup(); }
+  ~LifecycleTest() override {
+    if (gpVXRParaBlock != nullptr) VXREng_Cleanup();
+  }
 };
 
 TEST_F(LifecycleTest, BuildsTheBlockFromTheMachine) {

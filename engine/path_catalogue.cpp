@@ -46,9 +46,8 @@ HeapText Concatenate(const char *const (&parts)[4], SIZE_T *size) {
   char *end = text.get();
   for (const char *part : parts) {
     if (end == nullptr) break;
-    const SIZE_T length = std::strlen(part);
-    std::memcpy(end, part, length);
-    end += length;
+    std::strcpy(end, part);
+    end += std::strlen(part);
   }
   return text;
 }

@@ -17,7 +17,8 @@ VXR_API int32_t VXRMachine_Open(const char *file, char *message, uint32_t messag
  * dropped without being saved. False when a hive could not be saved (the observer was told the reason). */
 VXR_API int32_t VXRMachine_Close(void);
 
-/* Called with each text that a window is given. `text` is in the machine's ANSI code page, valid during the call. */
+/* Called with each text that a window is given; after an insertion into the text, with the whole new text. `text` is in
+ * the machine's ANSI code page, valid during the call. The callback may destroy the window. */
 typedef void (*VXRMachine_WindowText)(void *context, const char *text);
 
 /* A window handle for VXREng_RunVXR, VXREng_SetStatusWnd, VXRDbg_Initialize or VXRDbg_SetWnd; null without memory or

@@ -21,6 +21,15 @@ std::optional<DWORD> ReadStored(const std::string &hostName, const char *key) {
   return DWORD{bytes[0]} << 24 | DWORD{bytes[1]} << 16 | DWORD{bytes[2]} << 8 | DWORD{bytes[3]};
 }
 
+// The attributes that an NTFS mount keeps itself. A file system that does not know the key never will: it is asked once.
+std::optional<DWORD> ReadNtfs(const std::string &hostName, const struct stat &status) {
+  static dev_t without = 0;
+  if (without != 0 && status.st_dev == without) return {};
+  std::optional<DWORD> attributes = ReadStored(hostName, kNtfsAttributes);
+  if (!attributes && errno == EOPNOTSUPP) without = status.st_dev;
+  return attributes;
+}
+
 bool WriteStored(const std::string &hostName, const char *key, DWORD attributes) {
   const std::array<BYTE, 4> bytes = {static_cast<BYTE>(attributes >> 24), static_cast<BYTE>(attributes >> 16),
                                      static_cast<BYTE>(attributes >> 8), static_cast<BYTE>(attributes)};
@@ -55,7 +64,7 @@ bool WriteOwn(const std::string &hostName, const struct stat &status, DWORD attr
 }  // namespace
 
 DWORD ReadAttributes(const std::string &hostName, const struct stat &status) {
-  const std::optional<DWORD> ntfs = ReadStored(hostName, kNtfsAttributes);
+  const std::optional<DWORD> ntfs = ReadNtfs(hostName, status);
   DWORD attributes = ntfs.value_or(0);
   if (!ntfs) {
     attributes = ReadStored(hostName, kOwnAttributes).value_or(UsualAttributes(status)) & kSettable;
@@ -73,7 +82,7 @@ bool WriteAttributes(const std::string &hostName, const struct stat &status, DWO
   const bool readOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
   const mode_t before = status.st_mode & 07777;
   const mode_t writable = ModeFor(status, true);
-  if (const std::optional<DWORD> ntfs = ReadStored(hostName, kNtfsAttributes)) {
+  if (const std::optional<DWORD> ntfs = ReadNtfs(hostName, status)) {
     if (!readOnly && !ChangeMode(hostName, before, writable)) return false;
     return WriteStored(hostName, kNtfsAttributes, (*ntfs & ~kSettable) | attributes);
   }

@@ -1,3 +1,4 @@
+#include <map>
 #include <regex>
 
 #include "platform/machine/machine.h"
@@ -157,14 +158,16 @@ cancel_search = ['yes', 'no']
   EXPECT_EQ(description.hives.at(0).key, "SOFTWARE");
   EXPECT_EQ(description.hives.at(0).file, Host("hives/SOFTWARE"));
   ASSERT_EQ(description.registry.size(), 5u);
+  std::map<std::string, machine::RegistryValue> values;
   for (const machine::RegistryValue &value : description.registry) {
     EXPECT_EQ(value.key, "SOFTWARE\\Maker");
-    if (value.name == "text") EXPECT_EQ(std::get<std::string>(value.data), "\u00E4");  // kept in UTF-8
-    if (value.name.empty()) EXPECT_EQ(std::get<std::string>(value.data), "default");
-    if (value.name == "number") EXPECT_EQ(std::get<std::uint32_t>(value.data), 0xFFFFFFFF);
-    if (value.name == "list") EXPECT_THAT(std::get<std::vector<std::string>>(value.data), ElementsAre("one", "two"));
-    if (value.name == "raw") EXPECT_THAT(std::get<machine::RawValue>(value.data).bytes, ElementsAre(1, 0xFF));
+    values[value.name] = value;
   }
+  EXPECT_EQ(std::get<std::string>(values["text"].data), "\u00E4");  // kept in UTF-8
+  EXPECT_EQ(std::get<std::string>(values[""].data), "default");
+  EXPECT_EQ(std::get<std::uint32_t>(values["number"].data), 0xFFFFFFFF);
+  EXPECT_THAT(std::get<std::vector<std::string>>(values["list"].data), ElementsAre("one", "two"));
+  EXPECT_THAT(std::get<machine::RawValue>(values["raw"].data).bytes, ElementsAre(1, 0xFF));
   EXPECT_THAT(description.prompts.driverDirectory, ElementsAre("cancel", "X:\\\x93\xFA"));
   EXPECT_THAT(description.prompts.cancelSearch, ElementsAre("yes", "no"));
 }

@@ -85,14 +85,20 @@ bool StatName(int directory, std::string *name, struct stat *status) {
   return fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// Takes the directory into the place. False with the last error set.
-bool Settle(int directory, std::string name, bool exists, HostPlace *place) {
-  const int own = fcntl(directory, F_DUPFD_CLOEXEC, 0);
-  if (own < 0) return Fail(ErrorFromErrno(errno));
-  place->directory = own;
+// Puts what was found into the place, which takes the directory over; `status` is null when nothing exists there.
+bool Settle(Descriptor directory, std::string name, const struct stat *status, HostPlace *place) {
+  place->directory = directory.Release();
   place->name = std::move(name);
-  place->exists = exists;
+  place->exists = status != nullptr;
+  if (status != nullptr) place->status = *status;
   return true;
+}
+
+// The same for a directory that is needed further on.
+bool SettleCopy(int directory, std::string name, const struct stat *status, HostPlace *place) {
+  Descriptor own(fcntl(directory, F_DUPFD_CLOEXEC, 0));
+  if (!own) return Fail(ErrorFromErrno(errno));
+  return Settle(std::move(own), std::move(name), status, place);
 }
 
 // The walk from a drive's root, name by name, that follows links itself.
@@ -146,32 +152,35 @@ bool WalkToPlace(Walk *walk, HostPlace *place) {
     struct stat status = {};
     if (!StatName(current, &name, &status)) {
       if (errno != ENOENT) return Fail(ErrorFromErrno(errno));
-      return last ? Settle(current, std::move(name), false, place) : Fail(ERROR_PATH_NOT_FOUND);
+      return last ? SettleCopy(current, std::move(name), nullptr, place) : Fail(ERROR_PATH_NOT_FOUND);
     }
     if (S_ISLNK(status.st_mode)) {
       if (!FollowLink(walk, current, name)) return false;
       if (last) place->throughLink = true;
     } else if (last) {
       if (walk->directory && !S_ISDIR(status.st_mode)) return Fail(ERROR_INVALID_NAME);
-      return Settle(current, std::move(name), true, place);
+      return SettleCopy(current, std::move(name), &status, place);
     } else if (!EnterDirectory(walk, current, name)) {
       return false;
     }
   }
-  return Settle(walk->below.empty() ? walk->root : walk->below.back().fd, ".", true, place);
+  const int current = walk->below.empty() ? walk->root : walk->below.back().fd;
+  struct stat status = {};
+  if (fstat(current, &status) != 0) return Fail(ErrorFromErrno(errno));
+  return SettleCopy(current, ".", &status, place);
 }
 
 // The usual case without a walk: the directory exists as spelled, and the last name is no link. False, with nothing
 // settled, in any other.
 bool LocateAtOnce(int root, const WindowsPath &path, HostPlace *place) {
   if (path.names.empty() || path.directory) return false;
-  const Descriptor directory = OpenBelow(root, Join(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
+  Descriptor directory = OpenBelow(root, Join(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
   if (!directory) return false;
   std::string name = path.names.back();
   struct stat status = {};
   const bool exists = StatName(directory.fd, &name, &status);
   if (exists ? S_ISLNK(status.st_mode) : errno != ENOENT) return false;
-  return Settle(directory.fd, std::move(name), exists, place);
+  return Settle(std::move(directory), std::move(name), exists ? &status : nullptr, place);
 }
 
 bool LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
@@ -187,13 +196,13 @@ bool LocateOnHost(const std::string &path, HostPlace *place) {
   std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
   if (failure) return Fail(ErrorFromErrno(failure.value()));
   if (!resolved.has_filename() && resolved.has_relative_path()) resolved = resolved.parent_path();
-  const Descriptor directory(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  Descriptor directory(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
   const std::string name = resolved.has_filename() ? resolved.filename().string() : ".";
   struct stat status = {};
   const bool exists = fstatat(directory.fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   if (!exists && errno != ENOENT) return Fail(ErrorFromErrno(errno));
-  return Settle(directory.fd, name, exists, place);
+  return Settle(std::move(directory), name, exists ? &status : nullptr, place);
 }
 
 bool Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
@@ -236,8 +245,8 @@ int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
   return opened;
 }
 
-std::string PlaceName(const HostPlace &place) {
-  return "/proc/self/fd/" + std::to_string(place.directory) + "/" + place.name;
+std::string PlaceName(int directory, const std::string &name) {
+  return "/proc/self/fd/" + std::to_string(directory) + "/" + name;
 }
 
 void ClosePaths() {

@@ -7,7 +7,7 @@
 // is sought without regard to case.
 #pragma once
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -20,6 +20,7 @@ struct HostPlace {
   int directory = -1;  // may be an O_PATH descriptor; enough for the ...at() calls and to be opened anew as "."
   std::string name;    // "." for the directory itself; never that of a symbolic link, which is followed
   bool exists = false;
+  struct stat status = {};   // of what exists there
   bool throughLink = false;  // the path's last component is a symbolic link; the place is where it leads
 };
 
@@ -42,8 +43,9 @@ struct ScopedPlace : HostPlace {
 // set: those of LocatePlace, and ERROR_FILE_NOT_FOUND. With O_CREAT a file that differs in case alone is that file.
 int OpenHostFile(const char *windowsPath, int flags, mode_t mode = 0644);
 
-// A name for calls that take only host paths (/proc/self/fd/<directory>/<name>); valid while `place` is open.
-std::string PlaceName(const HostPlace &place);
+// A name for calls that take only host paths (/proc/self/fd/<directory>/<name>); valid while the directory is open.
+std::string PlaceName(int directory, const std::string &name);
+inline std::string PlaceName(const HostPlace &place) { return PlaceName(place.directory, place.name); }
 
 // The Windows error code for an errno value.
 DWORD ErrorFromErrno(int error);

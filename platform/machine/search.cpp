@@ -32,18 +32,16 @@ FILETIME ToFileTime(const timespec &time) {
   return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
-// Tells of the entry `name` of an open directory under the name `shown` (both UTF-8). False when it is gone or its name
-// does not fit.
-bool Describe(int directory, const std::string &name, const std::string &shown, WIN32_FIND_DATAA *data) {
-  struct stat status = {};
+// Tells of the entry `name` of an open directory under the name `shown` (both UTF-8). False when its name does not fit.
+bool Describe(int directory, const std::string &name, const struct stat &status, const std::string &shown,
+              WIN32_FIND_DATAA *data) {
   const std::string ansi = machine::Utf8ToAnsi(shown);
   if (ansi.size() >= sizeof data->cFileName) return false;
-  if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
   *data = {};
   if (S_ISLNK(status.st_mode)) {
     data->dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;  // where it leads is for whoever opens it
   } else {
-    data->dwFileAttributes = machine::ReadAttributes(machine::PlaceName({directory, name}), status);
+    data->dwFileAttributes = machine::ReadAttributes(machine::PlaceName(directory, name), status);
   }
   // The host keeps no time of creation that every file system has.
   data->ftCreationTime = data->ftLastWriteTime = ToFileTime(status.st_mtim);
@@ -54,6 +52,13 @@ bool Describe(int directory, const std::string &name, const std::string &shown, 
   }
   std::memcpy(data->cFileName, ansi.c_str(), ansi.size() + 1);
   return true;
+}
+
+// The same for a name just read from the directory. False as well when it is gone.
+bool DescribeEntry(int directory, const std::string &name, WIN32_FIND_DATAA *data) {
+  struct stat status = {};
+  return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         Describe(directory, name, status, name, data);
 }
 
 // A name without wildcards.
@@ -67,7 +72,7 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
   }
   if (!machine::LocatePlace(text, &place)) return false;
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
-  if (place.exists && Describe(place.directory, place.name, shown, data)) return true;
+  if (place.exists && Describe(place.directory, place.name, place.status, shown, data)) return true;
   platform::SetLastError(ERROR_FILE_NOT_FOUND);
   return false;
 }
@@ -100,7 +105,7 @@ bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_
   }
   const machine::NamePattern pattern = machine::MakePattern(path.pattern);
   // Every directory but a root holds itself, first of all.
-  if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return Describe(directory.fd, ".", ".", data);
+  if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return DescribeEntry(directory.fd, ".", data);
   const machine::DirectoryStream stream = machine::OpenDirectoryStream(directory.fd);
   if (!stream) {
     platform::SetLastError(machine::ErrorFromErrno(errno));
@@ -109,7 +114,7 @@ bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_
   while (const dirent *entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name == "." || name == "..") continue;
-    if (machine::MatchesPattern(pattern, name) && Describe(directory.fd, name, name, data)) return true;
+    if (machine::MatchesPattern(pattern, name) && DescribeEntry(directory.fd, name, data)) return true;
   }
   platform::SetLastError(ERROR_FILE_NOT_FOUND);
   return false;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -59,8 +60,13 @@ void ReplaceSelection(Window *window, const char *text) {
 
 void *VXRMachine_CreateWindow(VXRMachine_WindowText callback, void *context) {
   if (machine::CurrentOrNotReady() == nullptr) return nullptr;
+  try {
+    windows[lastHandle + 2] = {callback, context, "", 0, 0};
+  } catch (const std::bad_alloc &) {
+    platform::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return nullptr;
+  }
   lastHandle += 2;
-  windows[lastHandle] = {callback, context, "", 0, 0};
   return reinterpret_cast<void *>(lastHandle);
 }
 

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr std::string_view kRestoredMount = "SYSTEM_ORG";
+constexpr std::string_view kScanError = "ERROR:VXRDev_ScanDiskDevices:";
 
 std::string ToUtf8(const char *text) {
   if (text == nullptr) return "";
@@ -100,7 +101,10 @@ void AddDebugText(RunRecord *record, const char *raw) {
   std::string text = ToUtf8(raw);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   if (text.compare(0, 6, "ERROR:") == 0) {
-    if (record->firstError.empty()) record->firstError = std::move(text);
+    if (record->firstError.empty()) record->firstError = text;
+    if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
+      record->scanProblem = record->firstError;
+    }
   } else if (const auto file = After(text, ":VXRDbg_Initialize:start logging to ", "...")) {
     const std::size_t colon = file->find(':');  // the stream's address stands before the path
     record->logFile = colon == std::string::npos ? *file : file->substr(colon + 1);
@@ -117,7 +121,8 @@ const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
   while (!line.text.empty() && (line.text.back() == '\n' || line.text.back() == '\r')) line.text.pop_back();
   if (const ResultCode *failure = FailureOfStatusLine(line.text)) {
     line.code = failure->code;
-    if (failure->causeInLog) line.cause = record->firstError;
+    const bool told = failure->code == kHiveCode && !record->hives.empty();  // the machine gives a better reason
+    if (failure->causeInLog && !told) line.cause = record->firstError;
   }
   if (const auto checked = Between(line.text, "Checking device with id ", "...")) {
     record->devices.push_back({*checked, "", "", "", false});
@@ -175,7 +180,7 @@ bool HasProblems(const RunRecord &record) {
   return std::any_of(record.lines.begin(), record.lines.end(), [](const auto &l) { return l.code != kProgress; }) ||
          std::any_of(record.copies.begin(), record.copies.end(), [](const auto &c) { return !c.reason.empty(); }) ||
          std::any_of(record.hives.begin(), record.hives.end(), [](const auto &h) { return !h.reason.empty(); }) ||
-         !record.refusedPaths.empty();
+         !record.refusedPaths.empty() || !record.scanProblem.empty();
 }
 
 bool InRestoredHive(const ValueRecord &value) {

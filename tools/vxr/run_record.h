@@ -54,8 +54,9 @@ struct RunRecord {
   std::vector<ValueRecord> values;
   std::vector<HiveRecord> hives;
   std::vector<RefusedPath> refusedPaths;
-  std::string logFile;     // Windows path; empty when there is none
-  std::string logProblem;  // why there is none
+  std::string logFile;      // Windows path; empty when there is none
+  std::string logProblem;   // why there is none
+  std::string scanProblem;  // why the boot disk was not found; the result code says nothing of it
 
   // Since the last status line, for the lines that follow.
   DeviceRecord candidate;

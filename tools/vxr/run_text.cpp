@@ -1,6 +1,8 @@
 #include "tools/vxr/run_text.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <vector>
 
 #include "tools/vxr/output.h"
 
@@ -77,9 +79,25 @@ void PrintHiveProblem(const HiveRecord &hive) {
   }
 }
 
+// What to do about each kind of failure, in the order in which they occurred.
+void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
+  std::vector<std::uint32_t> codes;
+  for (const StatusLine &line : record.lines) codes.push_back(line.code);
+  codes.push_back(outcome.code);
+  codes.push_back(static_cast<std::uint32_t>(outcome.exitStatus));
+  for (auto code = codes.begin(); code != codes.end(); ++code) {
+    if (*code == kProgress || std::find(codes.begin(), code, *code) != code) continue;
+    if (const ResultCode &entry = FindResultCode(*code); *entry.advice != '\0') Line(std::string("  ") + entry.advice);
+  }
+}
+
 void PrintProblems(const RunRecord &record) {
   if (!HasProblems(record)) return;
   Title("Problems");
+  if (!record.scanProblem.empty()) {
+    Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
+    Line("      log: " + record.scanProblem);
+  }
   for (const StatusLine &line : record.lines) {
     if (line.code == kProgress) continue;
     Problem(line.text + " [" + std::to_string(line.code) + "]");
@@ -98,14 +116,13 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
   const ResultCode &entry = FindResultCode(outcome.code);
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
-  Line("  " + Styled(outcome.exitStatus == 0 ? Style::kGood : Style::kBad,
-                     std::to_string(outcome.code) + ": " + entry.meaning + " (" + what + ")"));
-  if (*entry.advice != '\0') Line(std::string("  ") + entry.advice);
+  const char *meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
+  Line("  " + Styled(HasProblems(record) ? Style::kBad : Style::kGood,
+                     std::to_string(outcome.code) + ": " + meaning + " (" + what + ")"));
   if (UnsavedRestoredHive(record) != nullptr && outcome.code != kHiveCode) {
-    const ResultCode &hive = FindResultCode(kHiveCode);
-    Line("  " + Styled(Style::kBad, std::string("exit status 4: ") + hive.meaning));
-    Line(std::string("  ") + hive.advice);
+    Line("  " + Styled(Style::kBad, "exit status 4: the restored system's registry was not saved and is unchanged"));
   }
+  PrintAdvice(outcome, record);
   if (!record.logFile.empty()) {
     Line("  Log: " + record.logFile);
   } else {
