@@ -39,7 +39,7 @@ HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *calle
                platform::GetLastError());
     return nullptr;
   }
-  HeapText id(static_cast<char *>(platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, size)));
+  HeapText id = AllocTextUnlogged(size);
   if (id == nullptr) {
     VXRDbg_Log(kError, "ERROR:%s:LocallAlloc() failed!ec=0x%08x\n", caller, platform::GetLastError());
     return nullptr;

@@ -112,15 +112,14 @@ BOOL VXRDev_GetArchInfo([[maybe_unused]] DWORD bootMedia, VXR_ARCHITECT *pArch) 
     return FALSE;
   }
   DWORD kernel = 0, hal = 0;
-  if (!VXRDev_GetKrnlType(&kernel)) {
+  const BOOL kernelKnown = VXRDev_GetKrnlType(&kernel);
+  pArch->KernelType = VxrPut32(kernel);
+  if (!kernelKnown) {
     VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetKrnlType() failed\n", __func__);
     return FALSE;
   }
-  pArch->KernelType = VxrPut32(kernel);
-  if (!VXRDev_GetHalType(&hal)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetHalType() failed!\n", __func__);
-    return FALSE;
-  }
+  const BOOL halKnown = VXRDev_GetHalType(&hal);
   pArch->HalType = VxrPut32(hal);
-  return TRUE;
+  if (!halKnown) VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetHalType() failed!\n", __func__);
+  return halKnown;
 }

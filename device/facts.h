@@ -13,5 +13,6 @@ BOOL VXRDev_GetKrnlType(DWORD *pKrnlType);
 // The HAL (VXR_HAL_...) by the hardware id of the computer device; VXR_HAL_E_ISA_UP for one that no HAL is known for.
 // FALSE, with VXR_HAL_E_ISA_UP stored, when no id can be read.
 BOOL VXRDev_GetHalType(DWORD *pHalType);
-// Both. `bootMedia` does not influence the result. FALSE when either fails, and for null.
+// Both, the kernel first. `bootMedia` does not influence the result. FALSE when either fails, which then stores what it
+// stores above and ends the query, and for null.
 BOOL VXRDev_GetArchInfo(DWORD bootMedia, VXR_ARCHITECT *pArch);

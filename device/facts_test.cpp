@@ -114,8 +114,9 @@ TEST_F(FactsTest, HalFromTheRegistryWhenNoComputerIsPresent) {
   hal = 99;
   EXPECT_FALSE(VXRDev_GetHalType(&hal));
   EXPECT_EQ(hal, static_cast<DWORD>(VXR_HAL_E_ISA_UP));
-  VXR_ARCHITECT architecture{};
+  VXR_ARCHITECT architecture = {VxrPut32(99), VxrPut32(99)};
   EXPECT_FALSE(VXRDev_GetArchInfo(VXR_BOOTMEDIA_RAM, &architecture));
+  EXPECT_EQ(VxrGet32(architecture.HalType), VXR_HAL_E_ISA_UP);
   EXPECT_EQ(VxrGet32(architecture.KernelType), VXR_KRNL_MP_PAE) << "the kernel is asked for first";
   EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetArchInfo:VXRDev_GetHalType() failed!\n"));
 }

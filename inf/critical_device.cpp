@@ -69,7 +69,8 @@ BOOL VXRDev_CreateRegCRCDB(const GUID *classGuid, HDEVINFO hDevInfo, SP_DEVINFO_
   if (!Given(pVXRDriver, "pVXRDriver")) return FALSE;
   const HeapText entry = EntryName(*pVXRDriver, __func__);
   if (entry == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:no id to name the critical-device entry after, nothing written\n", __func__);
+    VXRDbg_Log(kError, "ERROR:%s:no id, or no memory, to name the critical-device entry after, nothing written\n",
+               __func__);
     return FALSE;
   }
   // Windows does not take an entry without a service for a driver, so we look for one before writing anything.

@@ -11,7 +11,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 constexpr char kDatabase[] = R"(Control\CriticalDeviceDatabase\)";
@@ -86,7 +85,7 @@ TEST_F(CriticalDevice, WritesNothingWithoutNameOrService) {
   FreeMember(driver->szService);
   EXPECT_FALSE(VXRDev_PostGetDriver(driver, device));
   EXPECT_THAT(Lines("ERROR:VXRDev_CreateRegCRCDB:"),
-              ElementsAre(StartsWith("no id to name"), StartsWith("no service name for id")));
+              ElementsAre(StartsWith("no id, or no memory, to name"), StartsWith("no service name for id")));
   EXPECT_THAT(Lines("ERROR:VXRDev_PostGetDriver:"),
               ElementsAre("VXRDev_CreateRegCRCDB():failed ", "VXRDev_CreateRegCRCDB():failed "));
   EXPECT_EQ(ValuesWritten(), 0u);

@@ -45,12 +45,13 @@ BOOL UseDirectory(const char *directory, VXR_DEVICE *device, const char *caller)
   return FALSE;
 }
 
-// The user's answer to the question whether to stop searching.
-bool CancelConfirmed(const char *caller) {
-  if (platform::MessageBoxA(nullptr, "Are your sure you want to cancel searching driver files?", "Cancel Search?",
-                            MB_YESNO) != IDYES) {
-    return false;
-  }
+// Asks whether to stop searching. A user who cannot be asked has not said no: going back to the prompt then could go on
+// for ever, so the search stops, too.
+bool StopsSearching(const char *caller) {
+  const int answer = platform::MessageBoxA(nullptr, "Are your sure you want to cancel searching driver files?",
+                                           "Cancel Search?", MB_YESNO);
+  if (answer == 0) LogFailure("MessageBox", "Cancel Search?", caller);
+  if (answer != IDYES) return answer == 0;
   VXREng_StatusMsg(kUserCancelled, "User cancelled searching for driver files.");
   VXRDbg_Log(kError, "WARNG:%s:user cancelled on providing a valid inf dir!\n", caller);
   return true;
@@ -130,7 +131,7 @@ BOOL VXRDev_ValidateDir(const char *szPattern, const char *szDirIn, char *szDirO
       LogFailure("SetupPromptForDisk", "Inf file not found");
       return FALSE;
     }
-    if (CancelConfirmed(__func__)) return FALSE;
+    if (StopsSearching(__func__)) return FALSE;
   }
   return TRUE;
 }

@@ -17,7 +17,7 @@ BOOL VXRDev_GetDriverInfDirs(const char *szInfDirs, VXR_DEVICE *pVXRDevice);
 // Makes sure that a directory (the product's when none or an empty one is given) holds a match of `szPattern`, asking
 // the user for another when it does not. `szDirOut`, of `size` bytes, gets the directory; `required` (optional) the
 // size that the user's answer needs. FALSE when the user gives up (status 15 when the cancellation is confirmed), when
-// the prompt fails, and when the directory does not fit the buffer.
+// the prompt or the question behind it fails, and when the directory does not fit the buffer.
 BOOL VXRDev_ValidateDir(const char *szPattern, const char *szDirIn, char *szDirOut, DWORD size, DWORD *required);
 
 // Searches one directory. On success the driver record holds the platform's driver information, the service and the

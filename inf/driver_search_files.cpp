@@ -15,6 +15,13 @@ constexpr DWORD kShortestList = 6;    // a multi-string shorter than this names 
 constexpr DWORD kClassGuidSize = 64;  // of the buffer for a file's ClassGUID
 constexpr SIZE_T kIdsOffset = offsetof(SP_DRVINFO_DETAIL_DATA_A, HardwareID);
 
+// Zero-filled memory for a record of `size` bytes; null without a log line, since a file that memory runs out on counts
+// as one that cannot be read.
+template <typename T>
+HeapPtr<T> AllocUnlogged(SIZE_T size) {
+  return HeapPtr<T>(reinterpret_cast<T *>(AllocTextUnlogged(size).release()));
+}
+
 // ClassGUID of the file's Version section, into kClassGuidSize bytes.
 bool ReadClassGuid(const char *path, char *classGuid) {
   const InfFile inf = OpenInfFile(path);
@@ -24,7 +31,7 @@ bool ReadClassGuid(const char *path, char *classGuid) {
       size < sizeof(SP_INF_INFORMATION)) {
     return false;
   }
-  const HeapPtr<SP_INF_INFORMATION> information(static_cast<SP_INF_INFORMATION *>(AllocHeap(size, "pInfInfo")));
+  const HeapPtr<SP_INF_INFORMATION> information(AllocUnlogged<SP_INF_INFORMATION>(size));
   return information != nullptr &&
          platform::SetupGetInfInformationA(inf.get(), INFINFO_INF_SPEC_IS_HINF, information.get(), size, &size) &&
          platform::SetupQueryInfVersionInformationA(information.get(), 0, "ClassGUID", classGuid, kClassGuidSize,
@@ -32,19 +39,19 @@ bool ReadClassGuid(const char *path, char *classGuid) {
 }
 
 // Restricts the search for the device's drivers to one INF file.
-bool SearchOnly(HDEVINFO set, SP_DEVINFO_DATA *device, const char *path) {
+bool SearchOnly(HDEVINFO set, SP_DEVINFO_DATA *device, const char *path, const char *caller) {
   SP_DEVINSTALL_PARAMS_A parameters = {};
   parameters.cbSize = sizeof(parameters);
   if (!platform::SetupDiGetDeviceInstallParamsA(set, device, &parameters)) return false;
   parameters.Flags = DI_ENUMSINGLEINF;
-  if (!PutText(parameters.DriverPath, sizeof(parameters.DriverPath), "DriverPath", {path})) return false;
+  if (!PutText(parameters.DriverPath, sizeof(parameters.DriverPath), "DriverPath", {path}, caller)) return false;
   return platform::SetupDiSetDeviceInstallParamsA(set, device, &parameters);
 }
 
 // The first of the device's compatible drivers.
 HeapPtr<SP_DRVINFO_DATA_A> FirstDriver(HDEVINFO set, SP_DEVINFO_DATA *device) {
   if (!platform::SetupDiBuildDriverInfoList(set, device, SPDIT_COMPATDRIVER)) return nullptr;
-  HeapPtr<SP_DRVINFO_DATA_A> driver = AllocRecord<SP_DRVINFO_DATA_A>("pDrvInfoData");
+  HeapPtr<SP_DRVINFO_DATA_A> driver = AllocUnlogged<SP_DRVINFO_DATA_A>(sizeof(SP_DRVINFO_DATA_A));
   if (driver == nullptr) return nullptr;
   driver->cbSize = sizeof(SP_DRVINFO_DATA_A);
   if (!platform::SetupDiEnumDriverInfoA(set, device, SPDIT_COMPATDRIVER, 0, driver.get())) return nullptr;
@@ -59,8 +66,7 @@ HeapPtr<SP_DRVINFO_DETAIL_DATA_A> DriverDetail(HDEVINFO set, SP_DEVINFO_DATA *de
     return nullptr;
   }
   // Two zero bytes behind the record end the list, whatever the record holds.
-  HeapPtr<SP_DRVINFO_DETAIL_DATA_A> detail(
-      static_cast<SP_DRVINFO_DETAIL_DATA_A *>(AllocHeap(size + 2, "pDrvInfoDetailData")));
+  HeapPtr<SP_DRVINFO_DETAIL_DATA_A> detail = AllocUnlogged<SP_DRVINFO_DETAIL_DATA_A>(SIZE_T{size} + 2);
   if (detail == nullptr) return nullptr;
   detail->cbSize = sizeof(SP_DRVINFO_DETAIL_DATA_A);
   if (!platform::SetupDiGetDriverInfoDetailA(set, device, driver, detail.get(), size, nullptr)) return nullptr;
@@ -115,7 +121,7 @@ BOOL VXRDev_InitDriverInf(const char *szInfFile, VXR_DRIVER *pVXRDriver, VXR_DEV
   SP_DEVINFO_DATA device = {};
   device.cbSize = sizeof(device);
   if (!platform::SetupDiEnumDeviceInfo(set.get(), pVXRDevice->iDevEnum, &device)) return FALSE;
-  if (!SearchOnly(set.get(), &device, szInfFile)) return FALSE;
+  if (!SearchOnly(set.get(), &device, szInfFile, __func__)) return FALSE;
   HeapPtr<SP_DRVINFO_DATA_A> driver = FirstDriver(set.get(), &device);
   if (driver == nullptr) return FALSE;
   HeapPtr<SP_DRVINFO_DETAIL_DATA_A> detail = DriverDetail(set.get(), &device, driver.get());

@@ -306,6 +306,19 @@ TEST_F(DriverSearch, BuildsNoDriverInformationFromFailedCalls) {
   device->iDevEnum = 5;
   EXPECT_FALSE(VXRDev_InitDriverInf("X:\\drivers\\a.inf", driver, device));
 }
+
+// A question that cannot be shown is no "No": the prompt would come back without end.
+TEST_F(DriverSearch, StopsWhenTheUserCannotBeAsked) {
+  WriteFile("ram/empty/readme.txt", "no driver here");
+  Begin(false, [](std::string *toml) { *toml += "[prompts]\ndriver_directory = ['cancel', 'X:\\drivers']\n"; });
+  WriteModel("a.inf", kId);
+  dwError = 0;
+  machine::SetFaultPlan({"MessageBoxA", 1, false, 0});
+  EXPECT_FALSE(Search({"X:\\empty"}));
+  machine::SetFaultPlan({});
+  EXPECT_EQ(dwError, 0u);
+  EXPECT_THAT(Lines("ERROR:VXRDev_ValidateDir:"), ElementsAre(StartsWith("MessageBox():failed!")));
+}
 #endif
 
 struct Answers {

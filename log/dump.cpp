@@ -34,17 +34,20 @@ constexpr const char *kSuiteNames[] = {
     " EMBEDDEDNT",        " DATACENTER", " SINGLEUSERTS", " PERSONAL",       " BLADE",    " EMBEDDED_RESTRICTED",
     " SECURITY_APPLIANCE"};
 
-DWORD LowHalf(const void *address) { return static_cast<DWORD>(reinterpret_cast<uintptr_t>(address)); }
-
 int32_t Precision(SIZE_T size) { return static_cast<int32_t>(size < kLineCapacity ? size : kLineCapacity); }
+
+// The title of a list: what it is, and where in memory.
+void DumpListTitle(const char *kind, const void *list, const char *caller) {
+  if (caller != nullptr) {
+    VXRDbg_Log(kCheck, "CHECK:%s:%s:%p\n", caller, kind, list);
+  } else {
+    VXRDbg_Log(kCheck, "CHECK:%s:%p\n", kind, list);
+  }
+}
 
 // The texts of a multi-string that lies in `size` bytes, each on a numbered line.
 void DumpTexts(const char *texts, SIZE_T size, const char *caller, DWORD maximum) {
-  if (caller != nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:MultiString:%p\n", caller, texts);
-  } else {
-    VXRDbg_Log(kCheck, "CHECK:MultiString:%p\n", texts);
-  }
+  DumpListTitle("MultiString", texts, caller);
   for (DWORD number = 1; number <= maximum && size > 0 && *texts != '\0'; ++number) {
     const SIZE_T length = strnlen(texts, size);
     VXRDbg_Log(kCheck, "\t\t[(%d):%.*s]\n", number, Precision(length), texts);
@@ -66,7 +69,7 @@ void DumpWideText(const void *data, DWORD size) {
   WCHAR text[kLineCapacity] = {};
   const SIZE_T capacity = sizeof text - sizeof *text;
   std::memcpy(text, data, size < capacity ? size & ~1u : capacity);
-  VXRDbg_Log(kCheck, "REG_LINK %S\n", text);
+  VXRDbg_Log(kCheck, "REG_LINK\t%S\n", text);
 }
 
 }  // namespace
@@ -144,11 +147,7 @@ void VXRDbg_DumpMultiString(const char *texts, const char *caller, DWORD maximum
 
 void VXRDbg_DumpMultiBinary(DWORD count, const void *data, const char *caller) {
   if (data == nullptr) return;
-  if (caller != nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:MultiBinary:%p\n", caller, data);
-  } else {
-    VXRDbg_Log(kCheck, "CHECK:MultiBinary:%p\n", data);
-  }
+  DumpListTitle("MultiBinary", data, caller);
   const BYTE *bytes = static_cast<const BYTE *>(data);
   for (DWORD i = 0; i < count; ++i) {
     VXRDbg_Log(kError, "%02X ", bytes[i]);

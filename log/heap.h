@@ -35,9 +35,10 @@ inline HeapText AllocTextUnlogged(SIZE_T bytes) {
   return HeapText(static_cast<char *>(platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, bytes)));
 }
 
-// Frees an owned member and clears it.
+// Frees an owned member and clears it. Null is ignored.
 template <typename T>
 void FreeMember(T *&member) {
+  if (member == nullptr) return;
   HeapFreeDeleter()(member);
   member = nullptr;
 }

@@ -183,9 +183,6 @@ void Start(int32_t level, HWND window) {
   WriteBanner("*** Varnelt VXRCORE LOG STARTS:%02d/%02d/%02d@%02d:%02d:%02d:[L=%02u:F=%08x:%s]\n");
 }
 
-// Window handles are logged by their low half, which is all that Windows uses of them.
-DWORD LowHalf(const void *handle) { return static_cast<DWORD>(reinterpret_cast<uintptr_t>(handle)); }
-
 }  // namespace
 
 int32_t VXRDbg_Log(int32_t level, const char *format, ...) {

@@ -29,6 +29,9 @@ void LogFailure(const char *call, const char *message, const char *caller = __bu
 // "ERROR:<caller>:<argument> is NULL\n".
 void LogNull(const char *argument, const char *caller = __builtin_FUNCTION());
 
+// What a line shows of an address or a handle in eight digits. Windows uses no more of a window handle.
+inline DWORD LowHalf(const void *address) { return static_cast<DWORD>(reinterpret_cast<uintptr_t>(address)); }
+
 struct LogLeaveDeleter {
   void operator()(const char *function) const { VXRDbg_Log(kFlush, "FLUSH:%s:___LEAVE___\n", function); }
 };

@@ -122,8 +122,10 @@ void VXRDbg_DumpNetInfo(const VXR_NETINFO *record, const char *caller) {
 
 void VXRDbg_DumpVolumes(const VXR_VOLUMES *record, const char *caller) {
   if (record == nullptr) return;
-  DumpTitle("", caller);
-  VXRDbg_Log(kCheck, "VXR_VOLUMES:total %d vxr vols\n", VxrGet32(record->VolCount));
+  char title[48];
+  std::snprintf(title, sizeof title, "VXR_VOLUMES:total %d vxr vols\n",
+                static_cast<int32_t>(VxrGet32(record->VolCount)));
+  DumpTitle(title, caller);
   const DWORD count = CappedCount(record->VolCount, VXR_MAX_VOLUMES);
   for (DWORD i = 0; i < count; ++i) VXRDbg_DumpVolume(&record->Vols[i], caller);
 }
@@ -252,7 +254,7 @@ void VXRDbg_DumpFileMap(const VXR_FILEMAP *record, const char *caller) {
   DumpField("\tFile = ", record->File);
   DumpField("\tName = ", record->Name);
   VXRDbg_Log(kCheck, "\tSize = %u\n", record->Size);
-  VXRDbg_Log(kCheck, "\tStart= 0x%08X\n", static_cast<DWORD>(reinterpret_cast<uintptr_t>(record->Start)));
+  VXRDbg_Log(kCheck, "\tStart= 0x%08X\n", LowHalf(record->Start));
   VXRDbg_Log(kCheck, "\tOffset= 0x%08X\n", record->Offset);
   VXRDbg_Log(kCheck, "\thFile = 0x%08p\n", record->hFile);
   VXRDbg_Log(kCheck, "\thMap  = 0x%08p\n", record->hMap);

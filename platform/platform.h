@@ -81,7 +81,8 @@ DWORD GetFileAttributesA(const char *name);
 BOOL SetFileAttributesA(const char *name, DWORD attributes);
 // Copies contents and attributes, replacing `target` when `failIfExists` is FALSE. On failure an old target is whole.
 BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists);
-// The last component may hold wildcards. We take the first match only.
+// The last component may hold wildcards. We take the first match only, and of its data name, size and whether it is a
+// directory.
 HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data);
 BOOL FindClose(HANDLE search);
 // fopen by Windows path, always in binary mode, so that line ends reach the file as they are written. `mode` is "r", "w" or

@@ -109,11 +109,12 @@ BOOL VXRReg_UnloadHive(const char *szSysPath) {
     VXRDbg_Log(kCheck, "CHECK:%s:no hive file found!\n", __func__);
     return TRUE;
   }
-  if (szSysPath == nullptr) {
+  BOOL unloaded = FALSE;
+  if (szSysPath != nullptr) {
+    unloaded = RunUnload(szSysPath, __func__);
+  } else {
     VXRDbg_Log(kCheck, "CHECK:%s:szSysPath is NULL\n", __func__);
-    return FALSE;
   }
-  const BOOL unloaded = RunUnload(szSysPath, __func__);
   FreeMember(szCurHiveFile);
   return unloaded;
 }

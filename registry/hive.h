@@ -11,8 +11,8 @@ extern char *szCurHiveFile;
 // are quoted. FALSE, with nothing mounted, when one is null, when the command line does not fit, or when the tool
 // fails.
 BOOL VXRReg_LoadHiveFile(const char *szSysPath, const char *szLoadFile);
-// Saves and unmounts what this process mounted and forgets it, whether or not the tool succeeds. TRUE when that went
-// well or nothing was mounted.
+// Saves and unmounts what this process mounted and forgets it, even when the tool fails or `szSysPath` is null: no
+// unload is tried twice. TRUE when that went well or nothing was mounted.
 BOOL VXRReg_UnloadHive(const char *szSysPath);
 // Mounts the restored system's hive (0 system, 1 software, 2 security, 3 sam) and records its control set in the block;
 // with `bInject` FALSE does nothing and succeeds. On failure nothing stays mounted.

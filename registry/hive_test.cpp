@@ -102,15 +102,23 @@ TEST_F(HiveMounting, AFailedUnloadIsForgotten) {
   ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
   const DWORD start = 3;
   ASSERT_TRUE(VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, "disk", "Start", &start, REG_DWORD, sizeof start));
-  EXPECT_FALSE(VXRReg_UnloadHive(nullptr));
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:szSysPath is NULL\n"));
-  ASSERT_NE(szCurHiveFile, nullptr);
   machine::SetFaultPlan({"hive write", 1, false, 0});
   EXPECT_FALSE(VXRReg_UnloadHive(kSystem));
   machine::SetFaultPlan({});
   EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:VXREng_ExecCommand() failed!\n"));
   EXPECT_EQ(szCurHiveFile, nullptr);
   log.clear();
+  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
+  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
+}
+
+TEST_F(HiveMounting, AnUnloadWithoutToolIsForgottenToo) {
+  Open();
+  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
+  log.clear();
+  EXPECT_FALSE(VXRReg_UnloadHive(nullptr));
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:szSysPath is NULL\n"));
+  EXPECT_EQ(szCurHiveFile, nullptr);
   EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
   EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
 }

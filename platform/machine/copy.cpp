@@ -25,7 +25,7 @@ struct Copy {
   const char *source, *target;
   Descriptor from;
   struct stat sourceStatus = {};
-  ScopedPlace place;
+  HostPlace place;
   struct stat targetStatus = {};  // of an old target
   DWORD error = NO_ERROR;
   std::string reason;

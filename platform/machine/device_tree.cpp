@@ -16,10 +16,28 @@ namespace {
 
 struct DeviceTree {
   std::unordered_map<std::string, std::uint32_t> byInstance;  // upper case
-  std::optional<std::unordered_set<std::string>> classes;     // upper case; absent until first asked for
+  // Read anew when the registry has changed since.
+  std::vector<std::optional<GUID>> classes;  // by device; absent where the registry gives none
+  std::unordered_set<std::string> present;   // the classes that some device has, upper case
+  std::optional<std::uint64_t> readAt;       // RegistryChanges when they were read
 };
 
 DeviceTree tree;
+
+void ReadClasses() {
+  if (tree.readAt == RegistryChanges()) return;
+  tree.readAt = RegistryChanges();
+  tree.classes.clear();
+  tree.present.clear();
+  for (const Device &device : Current()->devices) {
+    std::string text;
+    GUID guid;
+    const bool known = ReadRegistryText("SYSTEM\\CurrentControlSet\\Enum\\" + device.instance, "ClassGUID", &text) &&
+                       ParseGuid(text, &guid);
+    tree.classes.push_back(known ? std::optional<GUID>(guid) : std::nullopt);
+    if (known) tree.present.insert(GuidText(guid));
+  }
+}
 
 template <typename Number>
 bool ParseHex(std::string_view text, Number *number) {
@@ -63,22 +81,15 @@ bool ParseGuid(std::string_view text, GUID *guid) {
 }
 
 bool ClassOf(std::uint32_t device, GUID *classGuid) {
-  const std::string key = "SYSTEM\\CurrentControlSet\\Enum\\" + Current()->devices[device].instance;
-  std::string text;
-  return ReadRegistryText(key, "ClassGUID", &text) && ParseGuid(text, classGuid);
-}
-
-void RefreshPresentClasses() {
-  tree.classes.emplace();
-  for (std::uint32_t device = 0; device < Current()->devices.size(); ++device) {
-    GUID classGuid;
-    if (ClassOf(device, &classGuid)) tree.classes->insert(GuidText(classGuid));
-  }
+  ReadClasses();
+  const std::optional<GUID> &known = tree.classes[device];
+  if (known) *classGuid = *known;
+  return known.has_value();
 }
 
 bool IsPresentClass(std::string_view classGuid) {
-  if (!tree.classes) RefreshPresentClasses();
-  return tree.classes->contains(ToUpper(classGuid));
+  ReadClasses();
+  return tree.present.contains(ToUpper(classGuid));
 }
 
 void OpenDevices(const Description &description) {

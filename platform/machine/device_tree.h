@@ -25,8 +25,7 @@ bool ParseGuid(std::string_view text, GUID *guid);
 // The class that the running registry gives the device at this moment. False when it gives none.
 bool ClassOf(std::uint32_t device, GUID *classGuid);
 
-// Whether some device was of that class (a braced GUID, any case) at the last refresh.
+// Whether some device is of that class (a braced GUID, any case) at this moment.
 bool IsPresentClass(std::string_view classGuid);
-void RefreshPresentClasses();
 
 }  // namespace machine

@@ -130,7 +130,7 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
   if (name != nullptr && IsDeviceName(name)) return OpenDisk(name, disposition);
   const OpenRequest request = {access, disposition, flags & 0xFFFF};
   if (disposition == TRUNCATE_EXISTING && !request.Writes()) return FailOpen(ERROR_INVALID_PARAMETER);
-  machine::ScopedPlace place;
+  machine::HostPlace place;
   if (!machine::LocatePlace(name, &place)) return INVALID_HANDLE_VALUE;
   const HANDLE handle = OpenPlace(request, place);
   if (handle == INVALID_HANDLE_VALUE) return handle;
@@ -167,7 +167,7 @@ DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
 
 DWORD GetFileAttributesA(const char *name) {
   VXR_FAULT(INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND);
-  machine::ScopedPlace place;
+  machine::HostPlace place;
   if (!machine::LocatePlace(name, &place)) return INVALID_FILE_ATTRIBUTES;
   struct stat status = {};
   if (!place.exists || fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -179,7 +179,7 @@ DWORD GetFileAttributesA(const char *name) {
 
 BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
-  machine::ScopedPlace place;
+  machine::HostPlace place;
   if (!machine::LocatePlace(name, &place)) return FALSE;
   struct stat status = {};
   if (!place.exists) {

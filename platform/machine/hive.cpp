@@ -156,9 +156,10 @@ std::unique_ptr<Hive> OpenHive(Descriptor directory, const std::string &name, st
   *reason = OpenLocked(hive.get());
   if (!reason->empty()) return nullptr;
   HiveFacts facts;
-  *reason = CheckHive(hive->file.fd, &facts);
+  *reason = CheckHive(hive->file.fd, 0, &facts);
   if (!reason->empty()) return nullptr;
   hive->minorVersion = facts.minorVersion;
+  hive->binsSize = facts.binsSize;
   hive->exceptionalChecksum = facts.exceptional;
   return hive;
 }
@@ -171,7 +172,7 @@ bool ReadHive(Hive *hive) {
   Descriptor copy;
   if (hive->exceptionalChecksum) {
     HiveFacts facts;
-    hive->failure = CheckHive(source, &facts);
+    hive->failure = CheckHive(source, 0, &facts);
     if (!hive->failure.empty()) return false;
     copy = CopyWithPlainXor(source, facts.size, facts.plainXor);
     source = copy.fd;

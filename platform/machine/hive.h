@@ -31,6 +31,7 @@ struct Hive {
   Descriptor directory, file;  // the file is open for reading and locked against other runs
   std::string name;            // in the directory
   std::uint32_t minorVersion = 0;
+  std::uint32_t binsSize = 0;  // bytes
   bool exceptionalChecksum = false;
   std::unique_ptr<hive_h, HivexCloser> handle;  // null until ReadHive
   std::string failure;                          // why ReadHive failed, once it has

@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 namespace machine {
 namespace {
@@ -64,6 +66,7 @@ std::string CheckBaseBlock(const std::uint8_t *block, HiveFacts *facts) {
     return Reason("is cut off: its bins need %u bytes, the file has %llu; restore the file again", bins,
                   static_cast<unsigned long long>(facts->size - kBaseBlockSize));
   }
+  facts->binsSize = bins;
   const std::uint32_t root = ReadLe32(block + 36);
   if (root < kBinHeader || root % 8 != 0 || root > bins - 4 - kKeyRecord) {
     return Reason("is damaged: its root key (at 0x%X) lies outside its bins; restore the file again", root);
@@ -81,13 +84,35 @@ std::string CheckRootCell(int file, std::uint32_t root) {
   return "";
 }
 
+// A window on the file. Bins are mostly of 4096 bytes: reading many at once costs less than a call for each.
+struct Window {
+  int file = -1;
+  std::uint64_t end = 0;  // of the file
+  std::uint64_t start = 0;
+  std::vector<std::uint8_t> bytes;
+};
+
+constexpr std::uint64_t kWindowSize = 256 * 1024;
+
+// The `size` bytes at `offset`, valid until the next call; null with the reason.
+const std::uint8_t *Look(Window *window, std::uint64_t offset, std::size_t size, std::string *reason) {
+  if (offset < window->start || offset + size > window->start + window->bytes.size()) {
+    window->start = offset;
+    window->bytes.resize(
+        std::max<std::uint64_t>(size, std::min(kWindowSize, window->end - std::min(offset, window->end))));
+    *reason = ReadAt(window->file, offset, window->bytes.data(), window->bytes.size());
+    if (!reason->empty()) return nullptr;
+  }
+  return window->bytes.data() + (offset - window->start);
+}
+
 // Every bin says where it is and how long; together they fill the size that the base block gives.
-std::string CheckBins(int file, std::uint32_t bins) {
-  for (std::uint32_t at = 0; at < bins;) {
-    std::uint8_t header[12];
-    if (std::string reason = ReadAt(file, kBaseBlockSize + std::uint64_t{at}, header, sizeof header); !reason.empty()) {
-      return reason;
-    }
+std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std::uint32_t bins) {
+  Window window{file, fileSize, 0, {}};
+  std::string reason;
+  for (std::uint32_t at = first; at < bins;) {
+    const std::uint8_t *header = Look(&window, kBaseBlockSize + std::uint64_t{at}, 12, &reason);
+    if (header == nullptr) return reason;
     if (std::memcmp(header, "hbin", 4) != 0) {
       return Reason("is damaged: the bin at 0x%X has no signature; restore the file again", at);
     }
@@ -128,7 +153,7 @@ std::uint32_t HiveChecksum(std::uint32_t plainXor) {
   return plainXor == 0 ? 1 : plainXor;
 }
 
-std::string CheckHive(int file, HiveFacts *facts) {
+std::string CheckHive(int file, std::uint32_t firstBin, HiveFacts *facts) {
   struct stat status;
   if (fstat(file, &status) != 0) return Reason("cannot be read: %s", std::strerror(errno));
   if (!S_ISREG(status.st_mode)) return "is not a file; name the hive file itself";
@@ -141,7 +166,7 @@ std::string CheckHive(int file, HiveFacts *facts) {
   std::string reason = ReadAt(file, 0, block, sizeof block);
   if (reason.empty()) reason = CheckBaseBlock(block, facts);
   if (reason.empty()) reason = CheckRootCell(file, ReadLe32(block + 36));
-  if (reason.empty()) reason = CheckBins(file, ReadLe32(block + 40));
+  if (reason.empty()) reason = CheckBins(file, facts->size, firstBin, facts->binsSize);
   if (!reason.empty()) return reason;
   const std::uint32_t primary = ReadLe32(block + 4), secondary = ReadLe32(block + 8);
   if (primary != secondary) {

@@ -14,6 +14,7 @@ inline constexpr std::size_t kChecksumOffset = 508;
 struct HiveFacts {
   std::uint32_t minorVersion = 0;
   std::uint64_t size = 0;      // of the file, bytes
+  std::uint32_t binsSize = 0;  // bytes
   std::uint32_t plainXor = 0;  // of the base block's first 508 bytes
   bool exceptional = false;    // the checksum is one of the two that differ from the plain XOR
 };
@@ -28,6 +29,8 @@ std::uint32_t HiveChecksum(std::uint32_t plainXor);
 
 // Checks base block, root cell, the chain of bins, and that the hive was closed cleanly. Empty when the file is one
 // that may be changed, else the reason in one line for people. Moves no file position.
-std::string CheckHive(int file, HiveFacts *facts);
+// `firstBin` is where the chain of bins is taken up: 0 for a file from outside, the old size of the bins for one that
+// was made from a checked one by adding bins.
+std::string CheckHive(int file, std::uint32_t firstBin, HiveFacts *facts);
 
 }  // namespace machine

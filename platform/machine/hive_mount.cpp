@@ -60,7 +60,6 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
       hive.reset();
     }
   }
-  ClosePlace(&place);
   return hive;
 }
 
@@ -100,6 +99,7 @@ int MountHive(const std::string &key, const char *windowsPath) {
   }
   ReportHive(VXRMACHINE_HIVE_LOADED, mounted.subject, key);
   Registry().hives.push_back(std::move(mounted));
+  ++Registry().changes;
   return 0;
 }
 
@@ -122,6 +122,7 @@ int UnmountHive(const std::string &key) {
   }
   const bool saved = SaveMounted(&*found);
   hives.erase(found);
+  ++Registry().changes;
   return saved ? 0 : 1;
 }
 

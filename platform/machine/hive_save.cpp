@@ -122,7 +122,7 @@ bool WriteTemporary(const Hive &hive, int file, std::uint64_t *size, std::string
   }
   if (!FinishBaseBlock(file, reason) || !CopyOwnerAndMode(hive.file.fd, file, reason)) return false;
   HiveFacts facts;
-  if (const std::string wrong = CheckHive(file, &facts); !wrong.empty()) {
+  if (const std::string wrong = CheckHive(file, hive.binsSize, &facts); !wrong.empty()) {
     *reason = "the new file " + wrong;
     return false;
   }

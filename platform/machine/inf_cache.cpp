@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <list>
+#include <utility>
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/descriptor.h"
@@ -17,16 +17,11 @@ namespace machine {
 namespace {
 
 constexpr std::size_t kTextBudget = 32 << 20;  // bytes of texts kept
+constexpr int kOpenInf = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 constexpr std::size_t kVersionMax = 64 << 10;  // bytes of a file's [Version] kept
 
 // Texts of files that may yet be asked for more than their facts go last.
 enum Use { kUseUnlikely, kUseLikely, kUses };
-
-struct Kept {
-  InfFactsRef facts;
-  Use use = kUseUnlikely;
-  std::size_t size = 0;
-};
 
 struct FileKey {
   dev_t device;
@@ -40,8 +35,7 @@ struct HashFileKey {
 
 struct Cache {
   std::unordered_map<FileKey, InfFactsRef, HashFileKey> files;
-  std::list<Kept> kept[kUses];  // latest first
-  std::unordered_map<const InfFacts *, std::list<Kept>::iterator> places;
+  std::list<InfFactsRef> kept[kUses];  // those with a text, latest first
   std::size_t size = 0;
   std::shared_ptr<const InfSettings> settings;
   std::optional<IdIndex> ids;
@@ -55,23 +49,28 @@ bool IsSameFile(const struct stat &a, const struct stat &b) {
          a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-void DropText(const InfFacts *facts) {
-  const auto place = cache.places.find(facts);
-  if (place == cache.places.end()) return;
-  const auto kept = place->second;
-  cache.places.erase(place);
-  cache.size -= kept->size;
-  kept->facts->text = nullptr;
-  cache.kept[kept->use].erase(kept);
+void Unlist(InfFacts *facts) {
+  if (facts->keptIn == nullptr) return;
+  std::list<InfFactsRef> *list = std::exchange(facts->keptIn, nullptr);
+  cache.size -= facts->keptSize;
+  list->erase(facts->place);  // the last step: it may release the facts
 }
 
+void DropText(const InfFactsRef &facts) {
+  facts->text = nullptr;
+  Unlist(facts.get());
+}
+
+// Keeps the text as the latest of its use, at its present size.
 void KeepText(const InfFactsRef &facts, Use use) {
-  std::list<Kept> &list = cache.kept[use];
-  list.push_front({facts, use, MemoryOf(*facts->text)});
-  cache.places[facts.get()] = list.begin();
-  cache.size += list.front().size;
-  for (std::list<Kept> &old : cache.kept) {
-    while (cache.size > kTextBudget && !old.empty()) DropText(old.back().facts.get());
+  Unlist(facts.get());
+  facts->keptIn = &cache.kept[use];
+  facts->keptIn->push_front(facts);
+  facts->place = facts->keptIn->begin();
+  facts->keptSize = MemoryOf(*facts->text);
+  cache.size += facts->keptSize;
+  for (std::list<InfFactsRef> &old : cache.kept) {
+    while (cache.size > kTextBudget && !old.empty()) DropText(InfFactsRef(old.back()));
   }
 }
 
@@ -83,24 +82,22 @@ const std::shared_ptr<const InfSettings> &Settings() {
   return cache.settings;
 }
 
-bool ReadWhole(int file, std::size_t size, std::string *bytes) {
+bool ReadWhole(int file, std::size_t size, InfBytes *bytes) {
   if (size > kInfSizeMax) {
     platform::SetLastError(ERROR_FILE_TOO_LARGE);
     return false;
   }
-  bytes->resize(size);
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t got = read(file, bytes->data() + done, size - done);
+  bytes->memory = std::make_unique_for_overwrite<char[]>(size);
+  while (bytes->size < size) {
+    const ssize_t got = read(file, bytes->memory.get() + bytes->size, size - bytes->size);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
       platform::SetLastError(ErrorFromErrno(errno));
       return false;
     }
     if (got == 0) break;
-    done += static_cast<std::size_t>(got);
+    bytes->size += static_cast<std::size_t>(got);
   }
-  bytes->resize(done);
   return true;
 }
 
@@ -133,7 +130,7 @@ InfFactsRef ReadFacts(int file, const struct stat &status) {
     platform::SetLastError(ERROR_ACCESS_DENIED);
     return nullptr;
   }
-  std::string bytes;
+  InfBytes bytes;
   if (!ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes)) return nullptr;
   ++reads;
   auto facts = std::make_shared<InfFacts>();
@@ -162,7 +159,7 @@ InfFactsRef FindOpen(int file) {
   InfFactsRef facts = ReadFacts(file, status);
   if (facts == nullptr) return nullptr;
   InfFactsRef &place = cache.files[{status.st_dev, status.st_ino}];
-  if (place != nullptr) DropText(place.get());
+  if (place != nullptr) DropText(place);
   place = facts;
   if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
   return facts;
@@ -171,12 +168,9 @@ InfFactsRef FindOpen(int file) {
 // The facts of a directory's entry. A plain file is looked at where it is; what else it may be, a symbolic link say,
 // goes the way of every path, which knows where links may lead.
 InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
-  struct stat status = {};
-  if (fstatat(directory, hostName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return nullptr;
-  if (!S_ISREG(status.st_mode)) return S_ISLNK(status.st_mode) ? FindInf(windowsPath.c_str()) : nullptr;
-  if (InfFactsRef known = Known(status)) return known;
-  const Descriptor file(openat(directory, hostName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  return file ? FindOpen(file.fd) : nullptr;
+  const Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
+  if (file) return FindOpen(file.fd);
+  return errno == ELOOP ? FindInf(windowsPath.c_str()) : nullptr;
 }
 
 struct Entry {
@@ -207,17 +201,26 @@ bool ReadEntries(int directory, std::vector<Entry> *entries) {
 }  // namespace
 
 InfFactsRef FindInf(const char *windowsPath) {
-  const Descriptor file(OpenHostFile(windowsPath, O_RDONLY | O_NONBLOCK));
+  HostPlace place;
+  if (!LocatePlace(windowsPath, &place)) return nullptr;
+  if (place.exists) {
+    if (InfFactsRef known = Known(place.status)) return known;
+    // Found a moment ago below its drive, and no link.
+    const Descriptor found(openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW));
+    if (found) return FindOpen(found.fd);
+  }
+  const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
   return file ? FindOpen(file.fd) : nullptr;
 }
 
 std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {
   if (facts->text != nullptr) {
+    std::shared_ptr<InfFile> text = facts->text;  // which a large one does not survive next
     RecountText(facts);
-    return facts->text;
+    return text;
   }
   if (facts->problemLine == 0) {
-    const Descriptor file(OpenHostFile(windowsPath, O_RDONLY | O_NONBLOCK));
+    const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
     struct stat status = {};
     if (!file || fstat(file.fd, &status) != 0) return nullptr;
     const InfFactsRef again = ReadFacts(file.fd, status);
@@ -228,20 +231,13 @@ std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPat
     platform::SetLastError(ERROR_WRONG_INF_STYLE);
     return nullptr;
   }
-  std::shared_ptr<InfFile> text = facts->text;  // a text larger than the budget is dropped at once
+  std::shared_ptr<InfFile> text = facts->text;
   KeepText(facts, UseOf(*facts));
   return text;
 }
 
 void RecountText(const InfFactsRef &facts) {
-  const auto place = cache.places.find(facts.get());
-  if (place == cache.places.end()) return;
-  const auto kept = place->second;
-  const std::shared_ptr<InfFile> text = facts->text;
-  cache.size -= kept->size;
-  cache.kept[kept->use].erase(kept);
-  cache.places.erase(place);
-  KeepText(facts, UseOf(*facts));
+  if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
 }
 
 const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath) {
@@ -258,7 +254,6 @@ bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
   const Descriptor directory(OpenHostFile(windowsPath, O_RDONLY | O_DIRECTORY));
   std::vector<Entry> entries;
   if (!directory || !ReadEntries(directory.fd, &entries)) return false;
-  RefreshPresentClasses();
   for (Entry &entry : entries) {
     const std::string path = std::string(windowsPath) + "\\" + entry.name;
     const InfFactsRef facts = FindEntry(directory.fd, entry.hostName, path);

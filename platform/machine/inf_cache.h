@@ -9,6 +9,7 @@
 
 #include <sys/stat.h>
 
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,6 +30,11 @@ struct InfFacts {
   std::string version;
   std::optional<std::vector<std::uint32_t>> served;  // numbers of the devices it has a driver for, once that was asked
   std::shared_ptr<InfFile> text;                     // dropped when memory gets scarce
+
+  // Where the cache keeps the text.
+  std::list<std::shared_ptr<InfFacts>> *keptIn = nullptr;
+  std::list<std::shared_ptr<InfFacts>>::iterator place;
+  std::size_t keptSize = 0;
 };
 using InfFactsRef = std::shared_ptr<InfFacts>;
 

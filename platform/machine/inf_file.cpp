@@ -11,50 +11,86 @@ namespace machine {
 namespace {
 
 constexpr char kEndOfFile = 0x1A;
+constexpr std::size_t kUsualSections = 32;
 
 bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
-// Converts UTF-16LE. Nearly all of it is ASCII, so only what lies around other characters goes through the code page.
-std::string Utf16LeToAnsi(std::string_view bytes, unsigned codePage) {
-  const std::size_t length = bytes.size() / 2;
-  std::u16string units(length, u'\0');
+InfBytes CopyOf(std::string_view text) {
+  InfBytes copy{std::make_unique_for_overwrite<char[]>(text.size()), text.size()};
+  std::copy(text.begin(), text.end(), copy.memory.get());
+  return copy;
+}
+
+// Narrows UTF-16LE up to the first character that is not ASCII, four at a time. Returns the count of characters.
+std::size_t NarrowAscii(std::string_view units, char *out) {
   static_assert(std::endian::native == std::endian::little);
-  std::memcpy(units.data(), bytes.data(), length * 2);
-  std::string text(length, '\0');
-  unsigned all = 0;
-  for (std::size_t i = 0; i < length; ++i) {
-    all |= units[i];
-    text[i] = static_cast<char>(units[i]);
+  constexpr std::uint64_t kNotAscii = 0xFF80FF80FF80FF80;
+  const std::size_t length = units.size() / 2;
+  std::size_t at = 0;
+  for (; at + 4 <= length; at += 4) {
+    std::uint64_t four;
+    std::memcpy(&four, units.data() + 2 * at, sizeof four);
+    if ((four & kNotAscii) != 0) break;
+    four |= four >> 8;
+    four = (four & 0xFFFF) | (four >> 16 & 0xFFFF0000);
+    std::memcpy(out + at, &four, 4);
   }
-  if (all < 0x80) return text;
-  const std::u16string_view view = units;
-  const auto wide = [](char16_t unit) { return unit >= 0x80; };
-  text.clear();
-  for (std::size_t at = 0; at < length;) {
-    const std::size_t wideBegin = std::find_if(view.begin() + at, view.end(), wide) - view.begin();
-    text.append(view.begin() + at, view.begin() + wideBegin);
-    const std::size_t wideEnd = std::find_if_not(view.begin() + wideBegin, view.end(), wide) - view.begin();
-    if (wideEnd != wideBegin) text += Utf16ToAnsi(view.substr(wideBegin, wideEnd - wideBegin), codePage);
-    at = wideEnd;
+  for (; at < length; ++at) {
+    std::uint16_t unit;
+    std::memcpy(&unit, units.data() + 2 * at, sizeof unit);
+    if (unit >= 0x80) break;
+    out[at] = static_cast<char>(unit);
+  }
+  return at;
+}
+
+// Nearly all of a file is ASCII, so only what is not goes through the code page.
+InfBytes Utf16LeToAnsi(std::string_view units, unsigned codePage) {
+  units.remove_suffix(units.size() % 2);
+  // A character never takes more bytes than in UTF-16.
+  InfBytes text{std::make_unique_for_overwrite<char[]>(units.size()), 0};
+  while (!units.empty()) {
+    const std::size_t ascii = NarrowAscii(units, text.memory.get() + text.size);
+    text.size += ascii;
+    units.remove_prefix(2 * ascii);
+    std::u16string wide;
+    for (; !units.empty(); units.remove_prefix(2)) {
+      char16_t unit;
+      std::memcpy(&unit, units.data(), sizeof unit);
+      if (unit < 0x80) break;
+      wide += unit;
+    }
+    if (wide.empty()) continue;
+    const std::string converted = Utf16ToAnsi(wide, codePage);
+    const std::size_t taken = std::min(converted.size(), 2 * wide.size());
+    std::copy_n(converted.begin(), taken, text.memory.get() + text.size);
+    text.size += taken;
   }
   return text;
 }
 
-std::string Decode(std::string bytes, unsigned codePage) {
-  std::string text;
-  if (bytes.starts_with("\xFF\xFE")) {
-    text = Utf16LeToAnsi(std::string_view(bytes).substr(2), codePage);
-  } else if (bytes.starts_with("\xEF\xBB\xBF")) {
-    bytes.erase(0, 3);
-    text = std::all_of(bytes.begin(), bytes.end(), IsAscii) ? std::move(bytes) : Utf8ToAnsi(bytes, codePage);
-  } else {
-    text = std::move(bytes);
+// Sets the file's memory and text.
+void Decode(InfBytes bytes, unsigned codePage, InfFile *file) {
+  std::string_view text(bytes.memory.get(), bytes.size);
+  if (text.starts_with("\xFF\xFE")) {
+    bytes = Utf16LeToAnsi(text.substr(2), codePage);
+    text = {bytes.memory.get(), bytes.size};
+  } else if (text.starts_with("\xEF\xBB\xBF")) {
+    text.remove_prefix(3);
+    if (!std::all_of(text.begin(), text.end(), IsAscii)) {
+      bytes = CopyOf(Utf8ToAnsi(text, codePage));
+      text = {bytes.memory.get(), bytes.size};
+    }
   }
-  if (const std::size_t end = text.find(kEndOfFile); end != std::string::npos) text.resize(end);
-  if (text.find('\0') != std::string::npos) std::replace(text.begin(), text.end(), '\0', ' ');
-  return text;
+  text = text.substr(0, text.find(kEndOfFile));
+  if (text.find('\0') != std::string_view::npos) {
+    char *begin = bytes.memory.get() + (text.data() - bytes.memory.get());
+    std::replace(begin, begin + text.size(), '\0', ' ');
+  }
+  file->memory = std::move(bytes.memory);
+  file->text = text;
 }
 
 std::uint32_t HashName(std::string_view name) {
@@ -103,7 +139,7 @@ bool IsContinued(const HeaderFinder &finder, std::size_t lineBegin) {
     if (file.text[begin - 1] == '\\') backslash = true;
   }
   if (!backslash || begin == finder.headerLine) return false;
-  return EndsInContinuation(std::string_view(file.text).substr(begin, end - begin), *file.settings);
+  return EndsInContinuation(file.text.substr(begin, end - begin), *file.settings);
 }
 
 void EnterSlot(InfFile *file, std::uint32_t section) {
@@ -138,7 +174,7 @@ std::uint32_t AddSection(InfFile *file, InfSpan name, std::uint32_t hash) {
 }
 
 void AddBody(InfFile *file, InfSpan name, std::size_t begin) {
-  const std::string_view text = std::string_view(file->text).substr(name.begin, name.end - name.begin);
+  const std::string_view text = file->text.substr(name.begin, name.end - name.begin);
   const std::uint32_t hash = HashName(text);
   std::uint32_t index = FindHashed(*file, text, hash);
   if (index == kInfNone) index = AddSection(file, name, hash);
@@ -164,8 +200,7 @@ std::size_t EnterHeader(HeaderFinder *finder, std::size_t lineBegin, std::size_t
     finder->problem = "a section name has no \"]\"";
     return std::string_view::npos;
   }
-  const std::string_view name =
-      Trim(std::string_view(file->text).substr(bracket + 1, close - bracket - 1), *file->settings);
+  const std::string_view name = Trim(file->text.substr(bracket + 1, close - bracket - 1), *file->settings);
   if (name.size() > kInfSectionNameMax) {
     finder->problem = "a section name is longer than 255 characters";
     return std::string_view::npos;
@@ -195,9 +230,11 @@ bool CheckStart(HeaderFinder *finder) {
 }
 
 bool FindHeaders(HeaderFinder *finder) {
-  const std::string &text = finder->file->text;
+  finder->file->bodies.reserve(kUsualSections);
+  finder->file->sections.reserve(kUsualSections);
+  const std::string_view text = finder->file->text;
   bool first = true;
-  for (std::size_t bracket = text.find('['); bracket != std::string::npos; bracket = text.find('[', bracket)) {
+  for (std::size_t bracket = text.find('['); bracket != text.npos; bracket = text.find('[', bracket)) {
     std::size_t lineBegin = bracket;
     while (lineBegin > 0 && ClassAt(*finder->file, lineBegin - 1) == InfChar::kBlank) --lineBegin;
     const bool atLineBegin = lineBegin == 0 || ClassAt(*finder->file, lineBegin - 1) == InfChar::kLineEnd;
@@ -221,7 +258,8 @@ void SetProblem(const char *problem, unsigned atLine, std::string *reason, unsig
 unsigned LineNumber(const InfFile &file, std::size_t at) {
   unsigned number = 1;
   for (std::size_t i = 0; i < at; ++i) {
-    if (file.text[i] == '\n' || (file.text[i] == '\r' && file.text[i + 1] != '\n')) ++number;
+    if (file.text[i] == '\n' || (file.text[i] == '\r' && (i + 1 == file.text.size() || file.text[i + 1] != '\n')))
+      ++number;
   }
   return number;
 }
@@ -256,19 +294,24 @@ std::shared_ptr<const InfSettings> MakeInfSettings(unsigned codePage, unsigned l
   return settings;
 }
 
-std::unique_ptr<InfFile> ReadInf(std::string bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
+std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
                                  unsigned *line) {
-  if (bytes.size() > kInfSizeMax) {
+  if (bytes.size > kInfSizeMax) {
     SetProblem("the file is larger than 64 MB", 1, reason, line);
     return nullptr;
   }
-  auto file = std::make_unique<InfFile>();
+  auto file = std::make_shared<InfFile>();
   file->settings = std::move(settings);
-  file->text = Decode(std::move(bytes), file->settings->codePage);
+  Decode(std::move(bytes), file->settings->codePage, file.get());
   HeaderFinder finder{file.get()};
   if (FindHeaders(&finder)) return file;
   SetProblem(finder.problem, LineNumber(*file, finder.problemAt), reason, line);
   return nullptr;
+}
+
+std::shared_ptr<InfFile> ReadInf(std::string_view bytes, std::shared_ptr<const InfSettings> settings,
+                                 std::string *reason, unsigned *line) {
+  return ReadInf(CopyOf(bytes), std::move(settings), reason, line);
 }
 
 std::uint32_t FindSectionIndex(const InfFile &file, std::string_view name) {
@@ -286,7 +329,7 @@ const InfSection &ParsedSection(InfFile *file, std::uint32_t index) {
   section.pool.reserve(size);
   for (std::uint32_t body = section.firstBody; body != kInfNone; body = file->bodies[body].next) {
     const InfSpan span = file->bodies[body].span;
-    ParseLines(std::string_view(file->text).substr(span.begin, span.end - span.begin), *file->settings, &section);
+    ParseLines(file->text.substr(span.begin, span.end - span.begin), *file->settings, &section);
   }
   return section;
 }
@@ -297,7 +340,7 @@ const InfSection *FindSection(InfFile *file, std::string_view name) {
 }
 
 std::string_view SectionName(const InfFile &file, const InfSection &section) {
-  return std::string_view(file.text).substr(section.name.begin, section.name.end - section.name.begin);
+  return file.text.substr(section.name.begin, section.name.end - section.name.begin);
 }
 
 bool HasField(const InfLine &line, std::uint32_t field) { return field == 0 ? line.hasKey : field <= line.valueCount; }
@@ -339,7 +382,7 @@ bool IsModernInf(InfFile *file) {
 }
 
 std::size_t MemoryOf(const InfFile &file) {
-  std::size_t size = sizeof(InfFile) + file.text.capacity() + file.bodies.capacity() * sizeof(InfBody) +
+  std::size_t size = sizeof(InfFile) + file.text.size() + file.bodies.capacity() * sizeof(InfBody) +
                      file.sections.capacity() * sizeof(InfSection) + file.slots.capacity() * sizeof(std::uint32_t) +
                      file.tokens.size() * 96;
   for (const InfSection &section : file.sections) {

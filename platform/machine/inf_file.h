@@ -66,7 +66,8 @@ struct InfBody {
 };
 
 struct InfFile {
-  std::string text;  // in the ANSI code page
+  std::unique_ptr<char[]> memory;  // what `text` is part of
+  std::string_view text;           // in the ANSI code page
   std::vector<InfBody> bodies;
   std::vector<InfSection> sections;  // in order of first appearance
   std::vector<std::uint32_t> slots;  // open hash table of section names
@@ -80,11 +81,19 @@ std::shared_ptr<const InfSettings> MakeInfSettings(unsigned codePage, unsigned l
                                                    std::string_view windowsDirectory = {},
                                                    std::string_view systemDirectory = {});
 
-// Takes a file's bytes: UTF-16LE or UTF-8 with a byte order mark, or 8-bit text in the ANSI code page. Null when it is
-// not INF text: `*reason` then says why, for people, and `*line` counts from 1. Either may be null.
+// A file's bytes: UTF-16LE or UTF-8 with a byte order mark, or 8-bit text in the ANSI code page.
+struct InfBytes {
+  std::unique_ptr<char[]> memory;
+  std::size_t size = 0;
+};
+
+// Null when it is not INF text: `*reason` then says why, for people, and `*line` counts from 1. Either may be null.
 // Whether it is a modern-style INF is another question (IsModernInf).
-std::unique_ptr<InfFile> ReadInf(std::string bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
+std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
                                  unsigned *line = nullptr);
+// The same of a copy.
+std::shared_ptr<InfFile> ReadInf(std::string_view bytes, std::shared_ptr<const InfSettings> settings,
+                                 std::string *reason, unsigned *line = nullptr);
 
 // The number of the section of that name, without regard to case; kInfNone when there is none.
 std::uint32_t FindSectionIndex(const InfFile &file, std::string_view name);

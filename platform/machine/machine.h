@@ -25,7 +25,7 @@ struct System {
   DWORD pageSize = 4096;
   unsigned codePage = 1252;
   unsigned language = 0x0409;
-  std::optional<std::int64_t> clock;  // seconds since 1970-01-01 UTC; the real clock when absent
+  std::optional<std::int64_t> clock;   // seconds since 1970-01-01 UTC; the real clock when absent
   std::optional<std::string> program;  // empty: the host has no first argument
 };
 
@@ -40,8 +40,8 @@ struct Extent {
 };
 
 struct Drive {
-  std::string root;  // such as X:\, upper case
-  UINT type = 0;     // DRIVE_...
+  std::string root;            // such as X:\, upper case
+  UINT type = 0;               // DRIVE_...
   std::filesystem::path path;  // host directory, absolute; empty: no medium
   std::string label, fileSystem, guidPath, deviceName;
   DWORD serial = 0, flags = 0, maxComponent = 255;
@@ -54,7 +54,7 @@ struct Disk {
   std::optional<std::filesystem::path> image;  // host file or block device, absolute
   std::uint64_t cylinders = 0;
   DWORD heads = 0, sectors = 0, bytes = 512;  // geometry; bytes a sector
-  std::string interfacePath;  // empty: none
+  std::string interfacePath;                  // empty: none
 };
 
 struct Device {
@@ -76,7 +76,7 @@ struct RawValue {
 };
 
 struct RegistryValue {
-  std::string key, name;  // below HKEY_LOCAL_MACHINE
+  std::string key, name;                                                              // below HKEY_LOCAL_MACHINE
   std::variant<std::string, std::uint32_t, std::vector<std::string>, RawValue> data;  // texts here are UTF-8
 };
 
@@ -112,12 +112,12 @@ void Report(const VXRMachine_Event &event);
 // Current() is the machine from before the first Open to after the last Close. A failed Open has undone itself.
 
 bool OpenRegistry(const Description &description, std::string *error);
-bool CloseRegistry();      // saves changed hives of the running system; false when one could not be saved
+bool CloseRegistry();  // saves changed hives of the running system; false when one could not be saved
 void OpenDevices(const Description &description);
 void CloseDevices();
-void CloseInfFiles();      // forgets what was read
+void CloseInfFiles();  // forgets what was read
 void CloseWindows();
-void ClosePrompts();       // the next machine's answers begin anew
+void ClosePrompts();  // the next machine's answers begin anew
 void ClosePaths();
 std::uint64_t InfReads();  // INF files read from disk since the last CloseInfFiles
 

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <ctime>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -31,6 +33,25 @@ struct OpenDrive {
 
 std::map<char, OpenDrive> g_drives;
 
+// The directory that was located last. A search goes through the files of one directory: each is then found by one
+// system call. Its path is trusted for a moment only, since a directory may be renamed and another take its place.
+struct RecentDirectory {
+  int root = -1;
+  std::vector<std::string> names;  // from the drive's root
+  std::shared_ptr<const Descriptor> directory;
+  std::int64_t since = 0;  // milliseconds
+};
+
+constexpr std::int64_t kTrustedFor = 500;  // milliseconds
+
+RecentDirectory g_recent;
+
+std::int64_t Now() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
 bool Fail(DWORD error) {
   platform::SetLastError(error);
   return false;
@@ -47,6 +68,7 @@ int DriveDirectory(char letter) {
   }
   OpenDrive &open = g_drives[letter];
   if (open.directory && open.path == drive->path) return open.directory.fd;
+  g_recent = {};
   open.directory = Descriptor(::open(drive->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   open.path = drive->path;
   if (!open.directory) platform::SetLastError(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
@@ -86,8 +108,10 @@ bool StatName(int directory, std::string *name, struct stat *status) {
 }
 
 // Puts what was found into the place, which takes the directory over; `status` is null when nothing exists there.
-bool Settle(Descriptor directory, std::string name, const struct stat *status, HostPlace *place) {
-  place->directory = directory.Release();
+bool Settle(std::shared_ptr<const Descriptor> directory, std::string name, const struct stat *status,
+            HostPlace *place) {
+  place->directory = directory->fd;
+  place->owner = std::move(directory);
   place->name = std::move(name);
   place->exists = status != nullptr;
   if (status != nullptr) place->status = *status;
@@ -98,7 +122,7 @@ bool Settle(Descriptor directory, std::string name, const struct stat *status, H
 bool SettleCopy(int directory, std::string name, const struct stat *status, HostPlace *place) {
   Descriptor own(fcntl(directory, F_DUPFD_CLOEXEC, 0));
   if (!own) return Fail(ErrorFromErrno(errno));
-  return Settle(std::move(own), std::move(name), status, place);
+  return Settle(std::make_shared<const Descriptor>(std::move(own)), std::move(name), status, place);
 }
 
 // The walk from a drive's root, name by name, that follows links itself.
@@ -170,17 +194,31 @@ bool WalkToPlace(Walk *walk, HostPlace *place) {
   return SettleCopy(current, ".", &status, place);
 }
 
+// A name that exists as spelled, and is no link, in the directory that was located last.
+bool LocateInRecent(int root, const WindowsPath &path, HostPlace *place) {
+  if (g_recent.root != root || g_recent.names.size() + 1 != path.names.size() || Now() - g_recent.since > kTrustedFor ||
+      !std::equal(g_recent.names.begin(), g_recent.names.end(), path.names.begin())) {
+    return false;
+  }
+  struct stat status = {};
+  if (fstatat(g_recent.directory->fd, path.names.back().c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  return !S_ISLNK(status.st_mode) && Settle(g_recent.directory, path.names.back(), &status, place);
+}
+
 // The usual case without a walk: the directory exists as spelled, and the last name is no link. False, with nothing
 // settled, in any other.
 bool LocateAtOnce(int root, const WindowsPath &path, HostPlace *place) {
   if (path.names.empty() || path.directory) return false;
-  Descriptor directory = OpenBelow(root, Join(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
-  if (!directory) return false;
+  if (LocateInRecent(root, path, place)) return true;
+  Descriptor opened = OpenBelow(root, Join(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
+  if (!opened) return false;
+  const auto directory = std::make_shared<const Descriptor>(std::move(opened));
   std::string name = path.names.back();
   struct stat status = {};
-  const bool exists = StatName(directory.fd, &name, &status);
+  const bool exists = StatName(directory->fd, &name, &status);
   if (exists ? S_ISLNK(status.st_mode) : errno != ENOENT) return false;
-  return Settle(std::move(directory), std::move(name), exists ? &status : nullptr, place);
+  g_recent = {root, {path.names.begin(), path.names.end() - 1}, directory, Now()};
+  return Settle(directory, std::move(name), exists ? &status : nullptr, place);
 }
 
 bool LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
@@ -196,13 +234,14 @@ bool LocateOnHost(const std::string &path, HostPlace *place) {
   std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
   if (failure) return Fail(ErrorFromErrno(failure.value()));
   if (!resolved.has_filename() && resolved.has_relative_path()) resolved = resolved.parent_path();
-  Descriptor directory(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  const auto directory =
+      std::make_shared<const Descriptor>(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!*directory) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
   const std::string name = resolved.has_filename() ? resolved.filename().string() : ".";
   struct stat status = {};
-  const bool exists = fstatat(directory.fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  const bool exists = fstatat(directory->fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   if (!exists && errno != ENOENT) return Fail(ErrorFromErrno(errno));
-  return Settle(std::move(directory), name, exists ? &status : nullptr, place);
+  return Settle(directory, name, exists ? &status : nullptr, place);
 }
 
 bool Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
@@ -227,17 +266,12 @@ bool LocatePlace(const char *windowsPath, HostPlace *place) {
   return ParseWindowsPath(windowsPath, &path) && Locate(windowsPath, path, place);
 }
 
-void ClosePlace(HostPlace *place) {
-  if (place->directory >= 0) close(place->directory);
-  *place = {};
-}
-
 int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
   WindowsPath path;
   if (!ParseWindowsPath(windowsPath, &path)) return -1;
   Descriptor file = OpenExact(path, flags);
   if (file) return file.Release();
-  ScopedPlace place;
+  HostPlace place;
   if (!Locate(windowsPath, path, &place)) return -1;
   // Nothing was a link when the place was found, so nothing is one now unless somebody plays tricks.
   const int opened = openat(place.directory, place.name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode);
@@ -250,6 +284,7 @@ std::string PlaceName(int directory, const std::string &name) {
 }
 
 void ClosePaths() {
+  g_recent = {};
   g_drives.clear();
   ForgetListings();
 }

@@ -9,19 +9,23 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 
+#include "platform/machine/descriptor.h"
 #include "platform/platform.h"
 
 namespace machine {
 
-// A place: the open directory and the name in it, spelled as on disk when it exists. Closed by ClosePlace.
+// A place: the open directory and the name in it, spelled as on disk when it exists. The directory is closed with the
+// last place in it.
 struct HostPlace {
   int directory = -1;  // may be an O_PATH descriptor; enough for the ...at() calls and to be opened anew as "."
   std::string name;    // "." for the directory itself; never that of a symbolic link, which is followed
   bool exists = false;
-  struct stat status = {};   // of what exists there
-  bool throughLink = false;  // the path's last component is a symbolic link; the place is where it leads
+  struct stat status = {};                  // of what exists there
+  bool throughLink = false;                 // the path's last component is a symbolic link; the place is where it leads
+  std::shared_ptr<const Descriptor> owner;  // of `directory`
 };
 
 // Finds the place of a path whose directory must exist; the last component need not. False with the last error set:
@@ -29,15 +33,6 @@ struct HostPlace {
 // directory; ERROR_ACCESS_DENIED leads out of the drive (told to the observer) or may not be searched; others of the
 // host.
 bool LocatePlace(const char *windowsPath, HostPlace *place);
-void ClosePlace(HostPlace *place);
-
-// A place that closes itself.
-struct ScopedPlace : HostPlace {
-  ScopedPlace() = default;
-  ScopedPlace(const ScopedPlace &) = delete;
-  ScopedPlace &operator=(const ScopedPlace &) = delete;
-  ~ScopedPlace() { ClosePlace(this); }
-};
 
 // Opens what the path names. `flags` as for open(2), O_CLOEXEC added. Returns a descriptor, or -1 with the last error
 // set: those of LocatePlace, and ERROR_FILE_NOT_FOUND. With O_CREAT a file that differs in case alone is that file.

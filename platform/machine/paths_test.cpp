@@ -14,7 +14,7 @@
 
 namespace {
 
-using machine::ScopedPlace;
+using machine::HostPlace;
 
 constexpr const char *kMore =
     "[[drive]]\nroot = 'R:\\'\ntype = 'cdrom'\npath = 'cd'\n"
@@ -140,7 +140,7 @@ TEST_F(PathsTest, FollowsLinksInsideTheDrive) {
   EXPECT_EQ(Read(R"(D:\SYS\UP.TXT)"), "top");
   EXPECT_EQ(Read(R"(D:\sys\up.txt)"), "top");
 
-  ScopedPlace place;
+  HostPlace place;
   ASSERT_TRUE(machine::LocatePlace(R"(D:\windows\LATER.txt)", &place));
   EXPECT_FALSE(place.exists);
   EXPECT_TRUE(place.throughLink);

@@ -84,6 +84,8 @@ bool ReadRegistryText(const std::string &key, const char *name, std::string *tex
   return true;
 }
 
+std::uint64_t RegistryChanges() { return Registry().changes; }
+
 std::size_t OpenKeys() { return g_keys.size(); }
 
 std::size_t OpenKeysBelow(const KeyPath &key) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "platform/platform.h"
@@ -11,6 +12,9 @@ namespace machine {
 // A text value below HKEY_LOCAL_MACHINE in the ANSI code page, up to its terminator; false when there is none, when it
 // is of another type, or when no machine is open. SYSTEM\CurrentControlSet is followed.
 bool ReadRegistryText(const std::string &key, const char *value, std::string *text);
+
+// Goes up whenever a value is written or a hive comes or goes, so that what was read before may be kept until then.
+std::uint64_t RegistryChanges();
 
 // What `reg.exe LOAD` and `UNLOAD` do: mount a hive file (a Windows path) at a key directly below HKEY_LOCAL_MACHINE
 // such as SYSTEM_ORG, and save and unmount it. Return the tool's exit code, 0 or 1; a refusal's reason goes to the

@@ -180,6 +180,7 @@ LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *
 }
 
 LSTATUS SetValue(const KeyPath &given, StoredValue value) {
+  ++Registry().changes;
   const KeyPath key = FollowLink(given);
   const auto over = Registry().overlay.find(key.folded);
   const bool isOver = over != Registry().overlay.end();

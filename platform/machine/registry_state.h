@@ -25,6 +25,7 @@ using OverlayKeys = std::map<FoldedPath, std::vector<StoredValue>>;
 
 struct RegistryState {
   bool open = false;
+  std::uint64_t changes = 0;
   OverlayKeys overlay;
   std::vector<MountedHive> hives;
 };

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/machine/attributes.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
 #include "platform/machine/handles.h"
@@ -32,16 +31,16 @@ FILETIME ToFileTime(const timespec &time) {
   return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
-// Tells of the entry `name` of an open directory under the name `shown` (both UTF-8). False when its name does not fit.
-bool Describe(int directory, const std::string &name, const struct stat &status, const std::string &shown,
-              WIN32_FIND_DATAA *data) {
+// Tells of an entry under the name `shown` (UTF-8). False when the name does not fit.
+bool Describe(const struct stat &status, const std::string &shown, WIN32_FIND_DATAA *data) {
   const std::string ansi = machine::Utf8ToAnsi(shown);
   if (ansi.size() >= sizeof data->cFileName) return false;
   *data = {};
   if (S_ISLNK(status.st_mode)) {
     data->dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;  // where it leads is for whoever opens it
   } else {
-    data->dwFileAttributes = machine::ReadAttributes(machine::PlaceName(directory, name), status);
+    // No caller looks at more than that something is there: the attributes that cost a further look are not fetched.
+    data->dwFileAttributes = S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
   }
   // The host keeps no time of creation that every file system has.
   data->ftCreationTime = data->ftLastWriteTime = ToFileTime(status.st_mtim);
@@ -57,22 +56,21 @@ bool Describe(int directory, const std::string &name, const struct stat &status,
 // The same for a name just read from the directory. False as well when it is gone.
 bool DescribeEntry(int directory, const std::string &name, WIN32_FIND_DATAA *data) {
   struct stat status = {};
-  return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-         Describe(directory, name, status, name, data);
+  return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && Describe(status, name, data);
 }
 
 // A name without wildcards.
 bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
   // A root has no entry of its own, and a name followed by a separator is none either.
   const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
-  machine::ScopedPlace place;
+  machine::HostPlace place;
   if (!entry) {
     platform::SetLastError(ERROR_FILE_NOT_FOUND);
     return false;
   }
   if (!machine::LocatePlace(text, &place)) return false;
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
-  if (place.exists && Describe(place.directory, place.name, place.status, shown, data)) return true;
+  if (place.exists && Describe(place.status, shown, data)) return true;
   platform::SetLastError(ERROR_FILE_NOT_FOUND);
   return false;
 }

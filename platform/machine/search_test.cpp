@@ -104,7 +104,7 @@ TEST_F(SearchTest, TellsTheEntry) {
       Host("restored/a.txt"), std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(1))));
   Open();
   ASSERT_EQ(Find(R"(D:\A.TXT)"), "a.txt");
-  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_NORMAL);
   EXPECT_EQ(data.nFileSizeLow, 5u);
   EXPECT_EQ(data.nFileSizeHigh, 0u);
   EXPECT_EQ(data.ftLastWriteTime.dwHighDateTime, 0x019DB1DEu);

@@ -32,9 +32,9 @@ bool ReadBytes(const std::string &file, std::string *bytes, std::string *reason)
 }
 
 // Null after one line of complaint.
-std::unique_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
+std::shared_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
   std::string bytes, reason;
-  std::unique_ptr<machine::InfFile> inf;
+  std::shared_ptr<machine::InfFile> inf;
   if (ReadBytes(options.file, &bytes, &reason)) {
     inf = machine::ReadInf(std::move(bytes), machine::MakeInfSettings(options.codePage, options.language), &reason);
     if (inf != nullptr && inf->sections.empty()) {
@@ -114,7 +114,7 @@ int InfCommand(const InfOptions &options) {
     return kExitUsage;
   }
   machine::SetCodePage(options.codePage);
-  const std::unique_ptr<machine::InfFile> inf = OpenInf(options);
+  const std::shared_ptr<machine::InfFile> inf = OpenInf(options);
   if (inf == nullptr) return 1;
   if (options.json) {
     PrintJson(inf.get(), options.codePage);

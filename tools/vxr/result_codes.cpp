@@ -10,7 +10,9 @@ constexpr ResultCode kCodes[] = {
      false},
     {4, "Failed to load the original registry hive file ",
      "the restored system's SYSTEM hive was not mounted or not saved",
-     "Check that RootPath names the restored system and that its SYSTEM hive is whole and can be written.", true},
+     "Check that RootPath names the restored system and that its SYSTEM hive is whole, can be written and has"
+     " room beside it.",
+     true},
     {7, "Failed to initialize Vexmorph engine", "the engine did not start",
      "Check that HCDIR is set and that the running system's boot drive and computer device are described.", true},
     {8, "Failed to initialize the Bare Metal restore information", "the job's settings are incomplete",

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr std::string_view kRestoredMount = "SYSTEM_ORG";
+constexpr std::string_view kUnloadError = "ERROR:VXREng_RunVXR:VXRReg_UnloadHive():failed";
 constexpr std::string_view kScanError = "ERROR:VXRDev_ScanDiskDevices:";
 
 std::string ToUtf8(const char *text) {
@@ -96,12 +97,25 @@ void AddHive(RunRecord *record, const VXRMachine_Event &event) {
   record->hives.push_back(std::move(hive));
 }
 
+// A hive that could not be unmounted is dropped when the machine closes, and what was set in it is lost.
+void DropMounted(RunRecord *record) {
+  if (std::none_of(record->values.begin(), record->values.end(), InRestoredHive)) return;
+  for (HiveRecord &hive : record->hives) {
+    if (hive.outcome != HiveOutcome::kMounted) continue;
+    hive.outcome = HiveOutcome::kNotSaved;
+    hive.reason = "it could not be unmounted";
+  }
+}
+
 // The log's own lines tell where it goes and, before a failing status line, what went wrong.
 void AddDebugText(RunRecord *record, const char *raw) {
   std::string text = ToUtf8(raw);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   if (text.compare(0, 6, "ERROR:") == 0) {
-    if (record->firstError.empty()) record->firstError = text;
+    // A job without HardwareID is the usual one.
+    const bool usual = text.find("\\HardwareID) failed") != std::string::npos;
+    if (record->firstError.empty() && !usual) record->firstError = text;
+    if (text.compare(0, kUnloadError.size(), kUnloadError) == 0) DropMounted(record);
     if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
       record->scanProblem = record->firstError;
     }

@@ -24,7 +24,7 @@ void PrintDevices(const RunRecord &record) {
       Line("      from " + device.infFile);
     }
     if (device.failed) {
-      Line("      " + Styled(Style::kBad, device.infFile.empty() ? "no driver found" : "the driver was not set up"));
+      Line("      " + Styled(Style::kBad, "no driver was set up"));
     } else if (device.infFile.empty()) {
       Line("      needs no driver of its own");
     }
@@ -43,9 +43,10 @@ void PrintCopies(const RunOptions &options, const RunRecord &record) {
 }
 
 void PrintValues(const RunRecord &record) {
+  const bool lost = UnsavedRestoredHive(record) != nullptr;
   const std::string *key = nullptr;
   for (const ValueRecord &value : record.values) {
-    if (key == nullptr) Title("Registry values written");
+    if (key == nullptr) Title(lost ? "Registry values set but not saved" : "Registry values written");
     if (key == nullptr || *key != value.key) {
       Line("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
     }
@@ -63,6 +64,19 @@ void PrintHives(const RunRecord &record) {
   }
 }
 
+// A search that tries a driver again for each id fails each time with the same line: it is shown once.
+void PrintFailingLines(const RunRecord &record) {
+  const auto &lines = record.lines;
+  for (auto line = lines.begin(); line != lines.end(); ++line) {
+    const auto same = [&](const StatusLine &other) { return other.text == line->text; };
+    if (line->code == kProgress || std::any_of(lines.begin(), line, same)) continue;
+    const auto times = std::count_if(line, lines.end(), same);
+    Problem(line->text + " [" + std::to_string(line->code) + "]" +
+            (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
+    if (!line->cause.empty()) Line("      log: " + line->cause);
+  }
+}
+
 void PrintCopyProblem(const CopyRecord &copy) {
   Problem(copy.target + ": not copied: " + copy.reason);
   if (copy.keptOld) Line("      The file that was there before stays; the run counts it as copied.");
@@ -75,7 +89,7 @@ void PrintHiveProblem(const HiveRecord &hive) {
   }
   Problem(hive.file + ": not saved: " + hive.reason);
   if (!hive.mountPoint.empty()) {
-    Line("      The hive file is as it was before the run: none of the values above are in the restored system.");
+    Line("      The hive file is as it was before the run: none of the values above is in the restored system.");
   }
 }
 
@@ -98,11 +112,7 @@ void PrintProblems(const RunRecord &record) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
     Line("      log: " + record.scanProblem);
   }
-  for (const StatusLine &line : record.lines) {
-    if (line.code == kProgress) continue;
-    Problem(line.text + " [" + std::to_string(line.code) + "]");
-    if (!line.cause.empty()) Line("      log: " + line.cause);
-  }
+  PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
     if (!copy.reason.empty()) PrintCopyProblem(copy);
   }
@@ -116,12 +126,14 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
   const ResultCode &entry = FindResultCode(outcome.code);
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
-  const char *meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
-  Line("  " + Styled(HasProblems(record) ? Style::kBad : Style::kGood,
-                     std::to_string(outcome.code) + ": " + meaning + " (" + what + ")"));
-  if (UnsavedRestoredHive(record) != nullptr && outcome.code != kHiveCode) {
-    Line("  " + Styled(Style::kBad, "exit status 4: the restored system's registry was not saved and is unchanged"));
+  const bool unsaved = UnsavedRestoredHive(record) != nullptr && outcome.code != kHiveCode;
+  std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
+  if (unsaved) {
+    meaning = "the restored system's registry was not saved and is unchanged; the run's own code is " +
+              std::to_string(outcome.code);
   }
+  Line("  " + Styled(outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood,
+                     std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")"));
   PrintAdvice(outcome, record);
   if (!record.logFile.empty()) {
     Line("  Log: " + record.logFile);
