@@ -79,8 +79,7 @@ void ApplyOverrides(VXR_SYSINFO *info, const char *caller) {
 }
 
 ExtensionImage *MakeBlankImage(const char *caller) {
-  blankImage.reset(static_cast<ExtensionImage *>(
-      platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(ExtensionImage))));
+  blankImage.reset(reinterpret_cast<ExtensionImage *>(AllocTextUnlogged(sizeof(ExtensionImage)).release()));
   if (blankImage == nullptr) VXRDbg_Log(kError, "ERROR:%s:Allocating memory for pMBEHead failed!\n", caller);
   return blankImage.get();
 }
@@ -113,8 +112,7 @@ ExtensionImage *CheckedImage(ExtensionImage *image, const char *caller) {
 // The image to use, checked unless it is the blank one; null on failure.
 ExtensionImage *FindImage(void *header, const char *caller) {
   if (header != nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:input bme head addr=0x%08X\n", caller,
-               static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(header)));
+    VXRDbg_Log(kCheck, "CHECK:%s:input bme head addr=0x%08X\n", caller, LowHalf(header));
     return CheckedImage(static_cast<ExtensionImage *>(header), caller);
   }
   DWORD size = 0;

@@ -36,7 +36,7 @@ add_library(vxr_machine STATIC
   platform/machine/disks.cpp platform/machine/processes.cpp platform/machine/registry.cpp
   platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
   platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
-  platform/machine/hive_mount.cpp
+  platform/machine/hive_mount.cpp platform/machine/hive_cells.cpp
   platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp
   platform/machine/device_set.cpp platform/machine/devices.cpp platform/machine/decoration.cpp
   platform/machine/driver_match.cpp platform/machine/driver_version.cpp platform/machine/drivers.cpp)

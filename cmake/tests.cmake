@@ -62,3 +62,9 @@ vxr_test(registry_test machine registry/values_test.cpp registry/hive_test.cpp)
 vxr_test(inf_file_test unit platform/machine/inf_file_test.cpp platform/machine/decoration_test.cpp)
 vxr_test(setup_library_test machine platform/machine/inf_calls_test.cpp platform/machine/devices_test.cpp
          platform/machine/drivers_test.cpp)
+
+# The command line: what it makes of a run, and the program from outside.
+vxr_test(command_line_unit_test unit tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp tools/vxr/result_codes.cpp)
+add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
+         ${PROJECT_SOURCE_DIR}/examples)
+set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)

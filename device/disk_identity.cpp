@@ -32,8 +32,7 @@ Search ReadInterfaceDetail(HDEVINFO set, SP_DEVICE_INTERFACE_DATA *interfaceData
   }
   // Never less than the fixed part, whose size field is set below.
   size = std::max<DWORD>(size, sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A));
-  detail->reset(static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A *>(
-      platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, size)));
+  detail->reset(reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A *>(AllocTextUnlogged(size).release()));
   if (*detail == nullptr) {
     VXRDbg_Log(kError, "ERROR:%s:AllocHeap(%d bytes) faield for pDevIntfDetailData!ec=0x%08x\n", caller, size,
                platform::GetLastError());

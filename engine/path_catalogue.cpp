@@ -42,10 +42,10 @@ static_assert(std::size(kPathRules) == VXR_STR_SERVICES);
 HeapText Concatenate(const char *const (&parts)[4], SIZE_T *size) {
   *size = 2;  // zero bytes behind the text
   for (const char *part : parts) *size += std::strlen(part);
-  HeapText text(static_cast<char *>(platform::HeapAlloc(platform::GetProcessHeap(), HEAP_ZERO_MEMORY, *size)));
+  HeapText text = AllocTextUnlogged(*size);
+  if (text == nullptr) return nullptr;
   char *end = text.get();
   for (const char *part : parts) {
-    if (end == nullptr) break;
     std::strcpy(end, part);
     end += std::strlen(part);
   }

@@ -26,7 +26,7 @@ const char *TrueOrFalse(BOOL value) { return value ? "TRUE" : "FALSE"; }
 void DumpUniqueIdBytes(const VXR_VOLUME &volume) {
   char text[sizeof volume.UniqId * 3 + 1] = "";
   const DWORD count = CappedCount(volume.UniqIdLen, sizeof volume.UniqId);
-  for (DWORD i = 0; i < count; ++i) std::snprintf(text + i * 3, 4, "%02X ", volume.UniqId[i]);
+  for (std::size_t i = 0; i < count; ++i) std::snprintf(text + i * 3, 4, "%02X ", volume.UniqId[i]);
   VXRDbg_Log(kCheck, "%s\n", text);
 }
 

@@ -49,8 +49,8 @@ DWORD CharLowerBuffA(char *text, DWORD length);
 // These return the error code and do not promise to set GetLastError.
 LSTATUS RegOpenKeyA(HKEY root, const char *subKey, HKEY *key);
 LSTATUS RegCreateKeyA(HKEY root, const char *subKey, HKEY *key);
-// With null `data` stores the size alone. REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ are converted to the ANSI code page and
-// sized in ANSI bytes; other types are raw. A stored text without terminator comes back without one.
+// With null `data` stores the size alone. REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ are converted to the ANSI code page
+// and sized in ANSI bytes; other types are raw. A stored text without terminator comes back without one.
 LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *reserved, DWORD *type, BYTE *data, DWORD *size);
 LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD reserved, DWORD type, const BYTE *data, DWORD size);
 LSTATUS RegCloseKey(HKEY key);
@@ -85,8 +85,8 @@ BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists);
 // directory.
 HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data);
 BOOL FindClose(HANDLE search);
-// fopen by Windows path, always in binary mode, so that line ends reach the file as they are written. `mode` is "r", "w" or
-// "a", with or without "+". Null on failure, with the last error set; the caller closes the stream with fclose.
+// fopen by Windows path, always in binary mode, so that line ends reach the file as they are written. `mode` is "r",
+// "w" or "a", with or without "+". Null on failure, with the last error set; the caller closes the stream with fclose.
 std::FILE *OpenStream(const char *name, const char *mode);
 
 // --- Settings files ----------------------------------------------------------------------------------------------
@@ -102,8 +102,8 @@ LRESULT SendMessageA(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 int MessageBoxA(HWND owner, const char *text, const char *caption, UINT type);
 // Returns a DPROMPT_ code; on DPROMPT_SUCCESS `pathBuffer` holds the directory that the user gave.
 UINT SetupPromptForDiskA(HWND owner, const char *title, const char *diskName, const char *pathToSource,
-                         const char *fileSought, const char *tagFile, DWORD style, char *pathBuffer, DWORD pathBufferSize,
-                         DWORD *requiredSize);
+                         const char *fileSought, const char *tagFile, DWORD style, char *pathBuffer,
+                         DWORD pathBufferSize, DWORD *requiredSize);
 
 // --- Machine facts -----------------------------------------------------------------------------------------------
 

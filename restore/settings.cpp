@@ -54,12 +54,6 @@ BOOL BuildBlock(void *header, const char *caller) {
   return ReadSettings(jobKey, gpVXRBMRestore, caller);
 }
 
-void FreeLogged(char *&text, const char *line, const char *caller) {
-  if (text == nullptr) return;
-  VXRDbg_Log(kInfo, line, caller, text);
-  FreeMember(text);
-}
-
 }  // namespace
 
 BOOL VXRRlm_Initialize([[maybe_unused]] DWORD job, void *header) {
@@ -77,9 +71,9 @@ BOOL VXRRlm_Cleanup() {
   const CallTrace trace = TraceCall();
   VXR_BMRESTORE *settings = gpVXRBMRestore;
   if (settings == nullptr) return TRUE;
-  FreeLogged(settings->szBootPart, "INFOR:%s:freeing szBootPart=%s\n", __func__);
-  FreeLogged(settings->szRootPath, "INFOR:%s:freeing szRootPath=%s\n", __func__);
-  FreeLogged(settings->szInfDir, "INFOR:%s:freeing szInfDir=%s\n", __func__);
+  FreeLogged(settings->szBootPart, "INFOR:%s:freeing szBootPart=%s\n");
+  FreeLogged(settings->szRootPath, "INFOR:%s:freeing szRootPath=%s\n");
+  FreeLogged(settings->szInfDir, "INFOR:%s:freeing szInfDir=%s\n");
   FreeMember(settings->szBootDisk);
   if (settings->pVXRBMExt != nullptr) {
     VXRDbg_Log(kInfo, "INFOR:%s:pVXRBMExt =%p, nullify it\n", __func__, settings->pVXRBMExt);

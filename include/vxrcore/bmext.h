@@ -1,9 +1,11 @@
 /* The bare-metal extension file: what a protected machine was at backup time. The byte image of VXR_EXTHEADER and
- * VXR_BMEXTNSON, 80,332 bytes, little-endian, no padding but the fields named `reserved`. C and C++ callers.
+ * VXR_BMEXTNSON, 80,332 bytes, little-endian, no padding but the fields named `reserved` (zero) and `Padding`. C and
+ * C++ callers.
  *
  * Numbers are byte arrays, so that every record has alignment 1 and may lie at any address; read them with VxrGet16,
- * VxrGet32 and VxrGet64. Texts are in the ANSI code page of the recorded machine, NUL-terminated inside their field in a
- * file that this library wrote; a file from elsewhere may hold anything, so cap texts and counts at their field. */
+ * VxrGet32 and VxrGet64. Texts are in the ANSI code page of the recorded machine, NUL-terminated inside their field in
+ * a file that this library wrote; a file from elsewhere may hold anything, so cap texts and counts at their field.
+ * Entries of a table at or beyond its count have no meaning. */
 #ifndef VXRCORE_BMEXT_H
 #define VXRCORE_BMEXT_H
 
@@ -11,9 +13,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
-typedef struct VXR_LE16 { uint8_t b[2]; } VXR_LE16;
-typedef struct VXR_LE32 { uint8_t b[4]; } VXR_LE32;
-typedef struct VXR_LE64 { uint8_t b[8]; } VXR_LE64;
+typedef struct VXR_LE16 {
+  uint8_t b[2];
+} VXR_LE16;
+typedef struct VXR_LE32 {
+  uint8_t b[4];
+} VXR_LE32;
+typedef struct VXR_LE64 {
+  uint8_t b[8];
+} VXR_LE64;
 
 static inline uint16_t VxrGet16(VXR_LE16 v) { return (uint16_t)(v.b[0] | v.b[1] << 8); }
 
@@ -39,15 +47,22 @@ static inline VXR_LE32 VxrPut32(uint32_t value) {
 #define VXR_MAX_VOLUMES 4
 #define VXR_MAX_VOLUME_DISKS 2
 
+#define VXR_CHECK_SIZE(record, size) static_assert(sizeof(record) == (size), #record)
+#define VXR_CHECK_OFFSET(record, field, offset) static_assert(offsetof(record, field) == (offset), #record "." #field)
+
 typedef struct VXR_EXTHEADER {
   VXR_LE32 Magic;   /* 0 */
-  VXR_LE32 Version; /* 4 */
+  VXR_LE32 Version; /* 4: queries refuse any but VXR_EXT_VERSION, a restore run takes any */
 } VXR_EXTHEADER;
+VXR_CHECK_SIZE(VXR_EXTHEADER, 8);
+VXR_CHECK_OFFSET(VXR_EXTHEADER, Version, 4);
 
 typedef struct VXR_ARCHITECT {
   VXR_LE32 HalType;    /* 0: VXR_HAL_... */
   VXR_LE32 KernelType; /* 4: VXR_KRNL_... */
 } VXR_ARCHITECT;
+VXR_CHECK_SIZE(VXR_ARCHITECT, 8);
+VXR_CHECK_OFFSET(VXR_ARCHITECT, KernelType, 4);
 
 typedef struct VXR_SYSOSINFO {
   VXR_LE32 MajorVersion;          /* 0 */
@@ -66,6 +81,21 @@ typedef struct VXR_SYSOSINFO {
   VXR_LE32 PageSize;              /* 52: bytes */
   VXR_LE64 TotalPhys;             /* 56: bytes */
 } VXR_SYSOSINFO;
+VXR_CHECK_SIZE(VXR_SYSOSINFO, 64);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, MinorVersion, 4);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, BuildNumber, 8);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, PlatformId, 12);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ServicePackMajor, 16);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ServicePackMinor, 20);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, SuiteMask, 24);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ProductType, 28);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, NumberOfProcessors, 32);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ProcessorType, 36);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ProcessorLevel, 40);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ProcessorRevision, 44);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, ProcessorArchitecture, 48);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, PageSize, 52);
+VXR_CHECK_OFFSET(VXR_SYSOSINFO, TotalPhys, 56);
 
 typedef struct VXR_SYSINFO {
   VXR_LE32 BootMedia;    /* 0: VXR_BOOTMEDIA_... */
@@ -73,6 +103,10 @@ typedef struct VXR_SYSINFO {
   char WindowsPath[260]; /* 264 */
   VXR_SYSOSINFO SysOs;   /* 524 */
 } VXR_SYSINFO;
+VXR_CHECK_SIZE(VXR_SYSINFO, 588);
+VXR_CHECK_OFFSET(VXR_SYSINFO, SystemPath, 4);
+VXR_CHECK_OFFSET(VXR_SYSINFO, WindowsPath, 264);
+VXR_CHECK_OFFSET(VXR_SYSINFO, SysOs, 524);
 
 typedef struct VXR_GUID {
   VXR_LE32 Data1;   /* 0 */
@@ -80,6 +114,10 @@ typedef struct VXR_GUID {
   VXR_LE16 Data3;   /* 6 */
   uint8_t Data4[8]; /* 8 */
 } VXR_GUID;
+VXR_CHECK_SIZE(VXR_GUID, 16);
+VXR_CHECK_OFFSET(VXR_GUID, Data2, 4);
+VXR_CHECK_OFFSET(VXR_GUID, Data3, 6);
+VXR_CHECK_OFFSET(VXR_GUID, Data4, 8);
 
 typedef struct VXR_SERVICE {
   char Name[32];   /* 0 */
@@ -89,6 +127,12 @@ typedef struct VXR_SERVICE {
   VXR_LE32 Type;   /* 360 */
   VXR_LE32 Start;  /* 364 */
 } VXR_SERVICE;
+VXR_CHECK_SIZE(VXR_SERVICE, 368);
+VXR_CHECK_OFFSET(VXR_SERVICE, Group, 32);
+VXR_CHECK_OFFSET(VXR_SERVICE, Image, 96);
+VXR_CHECK_OFFSET(VXR_SERVICE, Tag, 356);
+VXR_CHECK_OFFSET(VXR_SERVICE, Type, 360);
+VXR_CHECK_OFFSET(VXR_SERVICE, Start, 364);
 
 typedef struct VXR_FILEINFO {
   char FileName[260];       /* 0: full path as it was examined */
@@ -103,10 +147,21 @@ typedef struct VXR_FILEINFO {
   VXR_LE64 LastWriteTime;   /* 852 */
   VXR_LE64 FileSize;        /* 860: bytes */
 } VXR_FILEINFO;
+VXR_CHECK_SIZE(VXR_FILEINFO, 868);
+VXR_CHECK_OFFSET(VXR_FILEINFO, Section, 260);
+VXR_CHECK_OFFSET(VXR_FILEINFO, ProductName, 516);
+VXR_CHECK_OFFSET(VXR_FILEINFO, CompanyName, 580);
+VXR_CHECK_OFFSET(VXR_FILEINFO, ProductVersion, 644);
+VXR_CHECK_OFFSET(VXR_FILEINFO, FileDescription, 708);
+VXR_CHECK_OFFSET(VXR_FILEINFO, FileVersion, 772);
+VXR_CHECK_OFFSET(VXR_FILEINFO, CreationTime, 836);
+VXR_CHECK_OFFSET(VXR_FILEINFO, LastAccessTime, 844);
+VXR_CHECK_OFFSET(VXR_FILEINFO, LastWriteTime, 852);
+VXR_CHECK_OFFSET(VXR_FILEINFO, FileSize, 860);
 
 typedef struct VXR_DEVDRV {
   VXR_GUID DevGuid;       /* 0: set-up class */
-  VXR_LE32 DeviceType;    /* 16: VXR_DEVTYPE_... */
+  VXR_LE32 DeviceType;    /* 16: VXR_DEVTYPE_...; zero, and InstanceID empty, when nothing could be found out */
   char InstanceID[260];   /* 20 */
   char Description[256];  /* 280 */
   char Manufacturer[256]; /* 536 */
@@ -115,6 +170,15 @@ typedef struct VXR_DEVDRV {
   VXR_FILEINFO ImgFile;   /* 1,416 */
   VXR_FILEINFO InfFile;   /* 2,284 */
 } VXR_DEVDRV;
+VXR_CHECK_SIZE(VXR_DEVDRV, 3152);
+VXR_CHECK_OFFSET(VXR_DEVDRV, DeviceType, 16);
+VXR_CHECK_OFFSET(VXR_DEVDRV, InstanceID, 20);
+VXR_CHECK_OFFSET(VXR_DEVDRV, Description, 280);
+VXR_CHECK_OFFSET(VXR_DEVDRV, Manufacturer, 536);
+VXR_CHECK_OFFSET(VXR_DEVDRV, ProviderName, 792);
+VXR_CHECK_OFFSET(VXR_DEVDRV, Service, 1048);
+VXR_CHECK_OFFSET(VXR_DEVDRV, ImgFile, 1416);
+VXR_CHECK_OFFSET(VXR_DEVDRV, InfFile, 2284);
 
 typedef struct VXR_DISKEXTENT {
   VXR_LE32 DiskNumber;     /* 0 */
@@ -122,6 +186,10 @@ typedef struct VXR_DISKEXTENT {
   VXR_LE64 StartingOffset; /* 8: bytes */
   VXR_LE64 ExtentLength;   /* 16: bytes */
 } VXR_DISKEXTENT;
+VXR_CHECK_SIZE(VXR_DISKEXTENT, 24);
+VXR_CHECK_OFFSET(VXR_DISKEXTENT, Padding, 4);
+VXR_CHECK_OFFSET(VXR_DISKEXTENT, StartingOffset, 8);
+VXR_CHECK_OFFSET(VXR_DISKEXTENT, ExtentLength, 16);
 
 typedef struct VXR_VOLDISK {
   VXR_DISKEXTENT DiskExtent; /* 0 */
@@ -129,12 +197,19 @@ typedef struct VXR_VOLDISK {
   VXR_DEVDRV CtrlDriver;     /* 3,176 */
   VXR_DEVDRV BusEDriver;     /* 6,328: IDE disks only, else zero */
 } VXR_VOLDISK;
+VXR_CHECK_SIZE(VXR_VOLDISK, 9480);
+VXR_CHECK_OFFSET(VXR_VOLDISK, DiskDriver, 24);
+VXR_CHECK_OFFSET(VXR_VOLDISK, CtrlDriver, 3176);
+VXR_CHECK_OFFSET(VXR_VOLDISK, BusEDriver, 6328);
 
 typedef struct VXR_VOLDISKS {
   VXR_LE32 DiskCount;                      /* 0: 0..2 */
   VXR_LE32 MaxDiskCount;                   /* 4: 2 */
   VXR_VOLDISK Disks[VXR_MAX_VOLUME_DISKS]; /* 8 */
 } VXR_VOLDISKS;
+VXR_CHECK_SIZE(VXR_VOLDISKS, 18968);
+VXR_CHECK_OFFSET(VXR_VOLDISKS, MaxDiskCount, 4);
+VXR_CHECK_OFFSET(VXR_VOLDISKS, Disks, 8);
 
 typedef struct VXR_VOLUME {
   char MntPnt[16];       /* 0: such as C:\ */
@@ -153,15 +228,36 @@ typedef struct VXR_VOLUME {
   VXR_LE32 VolType;      /* 916: 0x400 always, 0x1 holds boot.ini, 0x2 holds the system directory */
   VXR_VOLDISKS VolDisks; /* 920 */
 } VXR_VOLUME;
+VXR_CHECK_SIZE(VXR_VOLUME, 19888);
+VXR_CHECK_OFFSET(VXR_VOLUME, Volume, 16);
+VXR_CHECK_OFFSET(VXR_VOLUME, Device, 80);
+VXR_CHECK_OFFSET(VXR_VOLUME, UniqId, 340);
+VXR_CHECK_OFFSET(VXR_VOLUME, Label, 600);
+VXR_CHECK_OFFSET(VXR_VOLUME, FileSystem, 616);
+VXR_CHECK_OFFSET(VXR_VOLUME, BMName, 632);
+VXR_CHECK_OFFSET(VXR_VOLUME, DeviceLen, 892);
+VXR_CHECK_OFFSET(VXR_VOLUME, UniqIdLen, 896);
+VXR_CHECK_OFFSET(VXR_VOLUME, Serial, 900);
+VXR_CHECK_OFFSET(VXR_VOLUME, MaxLen, 904);
+VXR_CHECK_OFFSET(VXR_VOLUME, Flags, 908);
+VXR_CHECK_OFFSET(VXR_VOLUME, reserved, 912);
+VXR_CHECK_OFFSET(VXR_VOLUME, VolType, 916);
+VXR_CHECK_OFFSET(VXR_VOLUME, VolDisks, 920);
 
 typedef struct VXR_VOLUMES {
   VXR_LE32 VolCount;                /* 0: 0..4 */
   VXR_LE32 MaxVolCount;             /* 4: 4 */
-  VXR_LE32 BootVolInd;              /* 8: signed, -1 for none */
-  VXR_LE32 SystVolInd;              /* 12: signed, -1 for none */
+  VXR_LE32 BootVolInd;              /* 8: signed index of the last volume with boot.ini in its root, -1 for none */
+  VXR_LE32 SystVolInd;              /* 12: signed index of the volume with the system directory, -1 for none */
   VXR_VOLUME Vols[VXR_MAX_VOLUMES]; /* 16 */
 } VXR_VOLUMES;
+VXR_CHECK_SIZE(VXR_VOLUMES, 79568);
+VXR_CHECK_OFFSET(VXR_VOLUMES, MaxVolCount, 4);
+VXR_CHECK_OFFSET(VXR_VOLUMES, BootVolInd, 8);
+VXR_CHECK_OFFSET(VXR_VOLUMES, SystVolInd, 12);
+VXR_CHECK_OFFSET(VXR_VOLUMES, Vols, 16);
 
+/* The machine's names. One that does not fit its field is left out: the field is empty. */
 typedef struct VXR_NETINFO {
   char ComputerName[16];                          /* 0 */
   char ComputerNameNetBIOS[16];                   /* 16 */
@@ -173,6 +269,15 @@ typedef struct VXR_NETINFO {
   char ComputerNamePhysicalDnsDomain[16];         /* 112 */
   char ComputerNamePhysicalDnsFullyQualified[16]; /* 128 */
 } VXR_NETINFO;
+VXR_CHECK_SIZE(VXR_NETINFO, 144);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNameNetBIOS, 16);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNameDnsHostname, 32);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNameDnsDomain, 48);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNameDnsFullyQualified, 64);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNamePhysicalNetBIOS, 80);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNamePhysicalDnsHostname, 96);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNamePhysicalDnsDomain, 112);
+VXR_CHECK_OFFSET(VXR_NETINFO, ComputerNamePhysicalDnsFullyQualified, 128);
 
 typedef struct VXR_BMEXTNSON {
   VXR_LE32 Size;           /* 0: 80,324; written, never checked */
@@ -182,48 +287,22 @@ typedef struct VXR_BMEXTNSON {
   VXR_NETINFO NetInfo;     /* 80,168 */
   uint8_t reserved[12];    /* 80,312 */
 } VXR_BMEXTNSON;
+VXR_CHECK_SIZE(VXR_BMEXTNSON, 80324);
+VXR_CHECK_OFFSET(VXR_BMEXTNSON, Architect, 4);
+VXR_CHECK_OFFSET(VXR_BMEXTNSON, SysInfo, 12);
+VXR_CHECK_OFFSET(VXR_BMEXTNSON, Volumes, 600);
+VXR_CHECK_OFFSET(VXR_BMEXTNSON, NetInfo, 80168);
+VXR_CHECK_OFFSET(VXR_BMEXTNSON, reserved, 80312);
 
-static_assert(sizeof(VXR_EXTHEADER) == 8, "header");
-static_assert(sizeof(VXR_ARCHITECT) == 8, "architecture");
-static_assert(sizeof(VXR_SYSOSINFO) == 64, "operating system");
-static_assert(sizeof(VXR_SYSINFO) == 588, "system");
-static_assert(offsetof(VXR_SYSINFO, SysOs) == 524, "system");
-static_assert(sizeof(VXR_SERVICE) == 368, "service");
-static_assert(sizeof(VXR_FILEINFO) == 868, "file");
-static_assert(sizeof(VXR_DEVDRV) == 3152, "driver");
-static_assert(offsetof(VXR_DEVDRV, Service) == 1048, "driver");
-static_assert(offsetof(VXR_DEVDRV, InfFile) == 2284, "driver");
-static_assert(sizeof(VXR_VOLDISK) == 9480, "volume disk");
-static_assert(offsetof(VXR_VOLDISK, CtrlDriver) == 3176, "volume disk");
-static_assert(offsetof(VXR_VOLDISK, BusEDriver) == 6328, "volume disk");
-static_assert(sizeof(VXR_VOLDISKS) == 18968, "volume disks");
-static_assert(sizeof(VXR_VOLUME) == 19888, "volume");
-static_assert(offsetof(VXR_VOLUME, BMName) == 632, "volume");
-static_assert(offsetof(VXR_VOLUME, VolDisks) == 920, "volume");
-static_assert(sizeof(VXR_VOLUMES) == 79568, "volumes");
-static_assert(sizeof(VXR_NETINFO) == 144, "names");
-static_assert(sizeof(VXR_BMEXTNSON) == 80324, "extension");
-static_assert(offsetof(VXR_BMEXTNSON, Volumes) == 600, "extension");
-static_assert(offsetof(VXR_BMEXTNSON, NetInfo) == 80168, "extension");
 static_assert(sizeof(VXR_EXTHEADER) + sizeof(VXR_BMEXTNSON) == VXR_EXT_FILE_SIZE, "file");
+
+#undef VXR_CHECK_SIZE
+#undef VXR_CHECK_OFFSET
 
 /* Values of the records' fields. */
 enum { VXR_BOOTMEDIA_DISK, VXR_BOOTMEDIA_CDROM, VXR_BOOTMEDIA_NET, VXR_BOOTMEDIA_RAM, VXR_BOOTMEDIA_UNKNOWN };
 enum { VXR_KRNL_UP, VXR_KRNL_UP_PAE, VXR_KRNL_MP, VXR_KRNL_MP_PAE };
-enum {
-  VXR_HAL_E_ISA_UP,
-  VXR_HAL_ACPIPIC_UP,
-  VXR_HAL_ACPIAPIC_UP,
-  VXR_HAL_ACPIAPIC_MP,
-  VXR_HAL_MPS_UP,
-  VXR_HAL_MPS_MP
-};
-enum {
-  VXR_DEVTYPE_DISKDRIVE,
-  VXR_DEVTYPE_HDC,
-  VXR_DEVTYPE_SCSIADAPTER,
-  VXR_DEVTYPE_NET,
-  VXR_DEVTYPE_UNKNOWN
-};
+enum { VXR_HAL_E_ISA_UP, VXR_HAL_ACPIPIC_UP, VXR_HAL_ACPIAPIC_UP, VXR_HAL_ACPIAPIC_MP, VXR_HAL_MPS_UP, VXR_HAL_MPS_MP };
+enum { VXR_DEVTYPE_DISKDRIVE, VXR_DEVTYPE_HDC, VXR_DEVTYPE_SCSIADAPTER, VXR_DEVTYPE_NET, VXR_DEVTYPE_UNKNOWN };
 
 #endif

@@ -10,7 +10,8 @@ extern "C" {
 #endif
 
 /* Opens the machine that the TOML file at host path `file` describes. One machine at a time.
- * False when it cannot be used; `message` (of `messageSize` bytes) then holds one line that names file, line and key. */
+ * False when it cannot be used; `message` (of `messageSize` bytes) then holds one line that names file, line and key.
+ */
 VXR_API int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize);
 
 /* Closes the machine: saves changed registry hives of the running system, releases everything. A hive still mounted is
@@ -28,17 +29,17 @@ VXR_API void VXRMachine_DestroyWindow(void *window);
 
 /* What the machine did or refused, for a host that reports it. Unused texts are null, unused numbers 0. */
 enum {
-  VXRMACHINE_FILE_COPIED = 1,      /* subject: target, detail: source, size: bytes */
-  VXRMACHINE_FILE_NOT_COPIED = 2,  /* subject: target, detail: reason, size: 1 when an old target was kept, else 0 */
-  VXRMACHINE_VALUE_WRITTEN = 3,    /* subject: key, detail: value name, text: data for people, type, size: bytes;
-                                      of the running system too */
-  VXRMACHINE_HIVE_LOADED = 4,      /* subject: hive file, detail: mount point */
-  VXRMACHINE_HIVE_REFUSED = 5,     /* subject: hive file, detail: reason */
-  VXRMACHINE_HIVE_SAVED = 6,       /* subject: hive file, size: bytes */
-  VXRMACHINE_HIVE_NOT_SAVED = 7,   /* subject: hive file, detail: reason */
-  VXRMACHINE_DRIVER_CHOSEN = 8,    /* subject: INF file, detail: driver description, text: its first hardware id */
-  VXRMACHINE_DEBUG_TEXT = 9,       /* text: what went to the debugger output */
-  VXRMACHINE_PATH_REFUSED = 10     /* subject: Windows path, detail: why it is not followed */
+  VXRMACHINE_FILE_COPIED = 1,     /* subject: target, detail: source, size: bytes */
+  VXRMACHINE_FILE_NOT_COPIED = 2, /* subject: target, detail: reason, size: 1 when an old target was kept, else 0 */
+  VXRMACHINE_VALUE_WRITTEN = 3,   /* subject: key, detail: value name, text: data for people, type, size: bytes;
+                                     of the running system too */
+  VXRMACHINE_HIVE_LOADED = 4,     /* subject: hive file, detail: mount point */
+  VXRMACHINE_HIVE_REFUSED = 5,    /* subject: hive file, detail: reason */
+  VXRMACHINE_HIVE_SAVED = 6,      /* subject: hive file, size: bytes */
+  VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason */
+  VXRMACHINE_DRIVER_CHOSEN = 8,   /* subject: INF file, detail: driver description, text: its first hardware id */
+  VXRMACHINE_DEBUG_TEXT = 9,      /* text: what went to the debugger output */
+  VXRMACHINE_PATH_REFUSED = 10    /* subject: Windows path, detail: why it is not followed */
 };
 
 typedef struct VXRMachine_Event {

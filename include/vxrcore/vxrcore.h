@@ -46,7 +46,8 @@ VXR_API int32_t VXREng_Initialize(uint32_t inject, uint32_t job);
 /* Releases the parameter block and what it owns. Always true. */
 VXR_API int32_t VXREng_Cleanup(void);
 
-/* Where status lines are shown: flags 2 replaces the window's text, 1 appends to an edit control, others show nothing. */
+/* Where status lines are shown: flags 2 replaces the window's text, 1 appends to an edit control, others show nothing.
+ */
 VXR_API void VXREng_SetStatusWnd(void *window, uint32_t flags);
 
 /* Whether a file or directory of that name, or a match of that wildcard pattern, exists. False for null. */
@@ -60,8 +61,8 @@ VXR_API int32_t VXREng_FileExists(const char *path);
  * `header`: an extension image of 80,332 bytes to use instead of the job's file, or null. It stays the caller's, must
  * outlive the run, and the job's override values are written into it.
  * `window`: shows each status line as its text, or null.
- * Returns the result code: 0, or the code of the last failing status line (3, 4, 7, 8, 9, 11, 13, 14, 15), or 58 when no
- * driver was found for the one hardware id that the job names. */
+ * Returns the result code: 0, or the code of the last failing status line (3, 4, 7, 8, 9, 11, 13, 14, 15), or 58 when
+ * no driver was found for the one hardware id that the job names. */
 VXR_API uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, void *window);
 
 #ifdef __cplusplus

@@ -21,7 +21,8 @@ std::optional<DWORD> ReadStored(const std::string &hostName, const char *key) {
   return DWORD{bytes[0]} << 24 | DWORD{bytes[1]} << 16 | DWORD{bytes[2]} << 8 | DWORD{bytes[3]};
 }
 
-// The attributes that an NTFS mount keeps itself. A file system that does not know the key never will: it is asked once.
+// The attributes that an NTFS mount keeps itself. A file system that does not know the key never will: it is asked
+// once.
 std::optional<DWORD> ReadNtfs(const std::string &hostName, const struct stat &status) {
   static dev_t without = 0;
   if (without != 0 && status.st_dev == without) return {};

@@ -1,9 +1,9 @@
 // The DOS attributes of host files.
 //
 // An NTFS mount keeps them as Windows does, in the extended attribute system.ntfs_attrib_be. Elsewhere the read-only
-// attribute of a file is the absence of every write permission, and the rest is kept in user.vxr.attributes, in the same
-// form, when it differs from a file's usual attributes. Where the file system has no extended attributes the rest is not
-// kept, which is no error.
+// attribute of a file is the absence of every write permission, and the rest is kept in user.vxr.attributes, in the
+// same form, when it differs from a file's usual attributes. Where the file system has no extended attributes the rest
+// is not kept, which is no error.
 #pragma once
 
 #include <sys/stat.h>
@@ -15,8 +15,7 @@
 namespace machine {
 
 // Attributes that keep a copy, or a new file of that name, from replacing a file.
-inline constexpr DWORD kProtectingAttributes =
-    FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+inline constexpr DWORD kProtectingAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
 // The attributes of the file or directory at `hostName` (a path that is no symbolic link, such as PlaceName gives) with
 // that status; FILE_ATTRIBUTE_NORMAL when none is set.

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "platform/machine/code_page.h"
@@ -15,12 +14,6 @@
 
 namespace machine {
 namespace {
-
-struct Free {
-  void operator()(void *memory) const { std::free(memory); }
-};
-template <typename T>
-using Malloced = std::unique_ptr<T, Free>;
 
 // Longer data is spread over several cells from version 1.4 on, which libhivex reads but does not write.
 constexpr std::size_t kLongestCellData = 16344;
@@ -125,7 +118,9 @@ bool ReadData(hive_h *handle, hive_value_h cell, StoredValue *value) {
   std::size_t size = 0;
   const Malloced<char> data(hivex_value_value(handle, cell, &type, &size));
   if (data == nullptr) return false;
-  value->type = static_cast<DWORD>(type);
+  // Windows keeps types of its own far beyond libhivex's list, which no variable of that enumeration may hold.
+  static_assert(sizeof type == sizeof value->type);
+  std::memcpy(&value->type, &type, sizeof type);
   value->bytes.assign(data.get(), data.get() + size);
   return true;
 }

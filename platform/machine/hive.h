@@ -6,6 +6,7 @@
 #include <hivex.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,6 +16,13 @@
 #include "platform/machine/registry_value.h"
 
 namespace machine {
+
+struct Free {
+  void operator()(void *memory) const { std::free(memory); }
+};
+// What libhivex hands out.
+template <typename T>
+using Malloced = std::unique_ptr<T, Free>;
 
 struct HivexCloser {
   void operator()(hive_h *handle) const { hivex_close(handle); }
@@ -57,6 +65,9 @@ LSTATUS CreateHiveKey(Hive *hive, const KeyPath &key);
 // key could not be saved whole: it holds (or would hold) data longer than one cell, or a name that libhivex cannot give
 // back.
 LSTATUS SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value);
+
+// Whether the changes can be given to libhivex: every cell that it will free is named once. Empty, or the reason.
+std::string CheckReplacedCells(Hive *hive);
 
 // Writes the changes to a new file, flushes it and puts it in the old one's place, with the old one's owner, mode and
 // extended attributes; without changes does nothing and stores size 0. On failure stores the reason; the old file is

@@ -26,21 +26,6 @@ constexpr std::uint32_t kKeyRecord = 76;  // without the name
   return text;
 }
 
-// Reads exactly `size` bytes. Empty, or the reason.
-std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size) {
-  auto *at = static_cast<char *>(buffer);
-  while (size > 0) {
-    const ssize_t got = pread(file, at, size, static_cast<off_t>(offset));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return Reason("cannot be read: %s", std::strerror(errno));
-    if (got == 0) return "became shorter while it was read; let nothing else change it";
-    at += got;
-    offset += static_cast<std::uint64_t>(got);
-    size -= static_cast<std::size_t>(got);
-  }
-  return "";
-}
-
 std::string CheckBaseBlock(const std::uint8_t *block, HiveFacts *facts) {
   if (std::memcmp(block, "regf", 4) != 0)
     return "is not a registry hive (it does not begin with regf); name another file";
@@ -78,7 +63,7 @@ std::string CheckRootCell(int file, std::uint32_t root) {
   std::uint8_t cell[6];
   if (std::string reason = ReadAt(file, kBaseBlockSize + root, cell, sizeof cell); !reason.empty()) return reason;
   const std::int64_t size = static_cast<std::int32_t>(ReadLe32(cell));
-  if (-size < static_cast<std::int64_t>(4 + kKeyRecord) || std::memcmp(cell + 4, "nk", 2) != 0) {
+  if (-size < std::int64_t{4} + kKeyRecord || std::memcmp(cell + 4, "nk", 2) != 0) {
     return Reason("is damaged: there is no key where its root key should be (at 0x%X); restore the file again", root);
   }
   return "";
@@ -92,7 +77,7 @@ struct Window {
   std::vector<std::uint8_t> bytes;
 };
 
-constexpr std::uint64_t kWindowSize = 256 * 1024;
+constexpr std::uint64_t kWindowSize = 256 << 10;
 
 // The `size` bytes at `offset`, valid until the next call; null with the reason.
 const std::uint8_t *Look(Window *window, std::uint64_t offset, std::size_t size, std::string *reason) {
@@ -129,6 +114,20 @@ std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std
 }
 
 }  // namespace
+
+std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size) {
+  auto *at = static_cast<char *>(buffer);
+  while (size > 0) {
+    const ssize_t got = pread(file, at, size, static_cast<off_t>(offset));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return Reason("cannot be read: %s", std::strerror(errno));
+    if (got == 0) return "became shorter while it was read; let nothing else change it";
+    at += got;
+    offset += static_cast<std::uint64_t>(got);
+    size -= static_cast<std::size_t>(got);
+  }
+  return "";
+}
 
 std::uint32_t ReadLe32(const void *at) {
   std::uint8_t b[4];

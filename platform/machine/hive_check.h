@@ -19,6 +19,9 @@ struct HiveFacts {
   bool exceptional = false;    // the checksum is one of the two that differ from the plain XOR
 };
 
+// Reads exactly `size` bytes at a file offset. Empty, or the reason in one line for people.
+std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size);
+
 std::uint32_t ReadLe32(const void *at);
 void WriteLe32(void *at, std::uint32_t number);
 

@@ -32,7 +32,9 @@ bool SetValues(hive_h *handle, hive_node_h node, const std::vector<StoredValue> 
   for (std::size_t i = 0; i < values.size(); ++i) {
     // libhivex takes its input as not const and does not write to it.
     auto *data = reinterpret_cast<char *>(const_cast<BYTE *>(values[i].bytes.data()));
-    list.push_back({names[i].data(), static_cast<hive_type>(values[i].type), values[i].bytes.size(), data});
+    list.push_back({names[i].data(), hive_t_REG_NONE, values[i].bytes.size(), data});
+    // Types beyond libhivex's list are kept too; the enumeration takes them only as bytes.
+    std::memcpy(&list.back().t, &values[i].type, sizeof values[i].type);
   }
   return hivex_node_set_values(handle, node, list.size(), list.data(), 0) == 0;
 }
@@ -40,7 +42,6 @@ bool SetValues(hive_h *handle, hive_node_h node, const std::vector<StoredValue> 
 // Makes the new keys and sets each changed key's values, in libhivex's copy in memory.
 bool ApplyChanges(Hive *hive, std::string *reason) {
   hive_h *handle = hive->handle.get();
-  hive->nodes.emplace(FoldedPath(), hivex_root(handle));
   for (const auto &[path, key] : hive->changes) {
     hive_node_h node = 0;
     if (const auto found = hive->nodes.find(path); found != hive->nodes.end()) {
@@ -158,7 +159,9 @@ bool FlushDirectory(int directory, std::string *reason) {
 bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   *size = 0;
   if (hive->changes.empty()) return true;
-  if (!ApplyChanges(hive, reason)) return false;
+  hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
+  *reason = CheckReplacedCells(hive);
+  if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
 
   // One that a run left when it was stopped may be there; the lock on the hive says that no other run writes it now.
   const std::string temporary = "." + hive->name + ".vxr-tmp";

@@ -147,6 +147,10 @@ TEST_F(Hive, MountsOnceAtAFreeKeyDirectlyBelowTheRoot) {
 }
 
 TEST_F(Hive, SavesSetValuesAndLosesNone) {
+  // Set beside a value of a type that only Windows' own drivers know.
+  std::vector<HiveValue> values = SystemHiveValues(1);
+  values.push_back({"ControlSet001\\Services\\disk", "Odd", 0xFFFF0012, {1, 2, 3, 4, 5}});
+  WriteHive(Host(kHost), values);
   Open();
   ASSERT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0);
   events.clear();

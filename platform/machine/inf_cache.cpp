@@ -16,12 +16,14 @@
 namespace machine {
 namespace {
 
-constexpr std::size_t kTextBudget = 32 << 20;  // bytes of texts kept
 constexpr int kOpenInf = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 constexpr std::size_t kVersionMax = 64 << 10;  // bytes of a file's [Version] kept
+constexpr std::size_t kVersionUsual = 512;
 
-// Texts of files that may yet be asked for more than their facts go last.
+// Whether a text is likely to be asked for again: that of a file for a present device's class, say. Of the others few
+// are kept, so that a search through thousands of them goes through memory that is still in the processor's cache.
 enum Use { kUseUnlikely, kUseLikely, kUses };
+constexpr std::size_t kTextBudgets[kUses] = {1 << 20, 32 << 20};  // bytes
 
 struct FileKey {
   dev_t device;
@@ -35,8 +37,10 @@ struct HashFileKey {
 
 struct Cache {
   std::unordered_map<FileKey, InfFactsRef, HashFileKey> files;
-  std::list<InfFactsRef> kept[kUses];  // those with a text, latest first
-  std::size_t size = 0;
+  struct {
+    std::list<InfFactsRef> files;  // those with a text, latest first
+    std::size_t size = 0;
+  } kept[kUses];
   std::shared_ptr<const InfSettings> settings;
   std::optional<IdIndex> ids;
 };
@@ -50,10 +54,10 @@ bool IsSameFile(const struct stat &a, const struct stat &b) {
 }
 
 void Unlist(InfFacts *facts) {
-  if (facts->keptIn == nullptr) return;
-  std::list<InfFactsRef> *list = std::exchange(facts->keptIn, nullptr);
-  cache.size -= facts->keptSize;
-  list->erase(facts->place);  // the last step: it may release the facts
+  if (facts->keptSize == 0) return;
+  auto &kept = cache.kept[facts->keptUse];
+  kept.size -= std::exchange(facts->keptSize, 0);
+  kept.files.erase(facts->place);  // the last step: it may release the facts
 }
 
 void DropText(const InfFactsRef &facts) {
@@ -61,17 +65,16 @@ void DropText(const InfFactsRef &facts) {
   Unlist(facts.get());
 }
 
-// Keeps the text as the latest of its use, at its present size.
+// Keeps the text as the latest of its use, at its present size. One that is larger than the budget goes at once.
 void KeepText(const InfFactsRef &facts, Use use) {
   Unlist(facts.get());
-  facts->keptIn = &cache.kept[use];
-  facts->keptIn->push_front(facts);
-  facts->place = facts->keptIn->begin();
+  auto &kept = cache.kept[use];
+  kept.files.push_front(facts);
+  facts->keptUse = use;
+  facts->place = kept.files.begin();
   facts->keptSize = MemoryOf(*facts->text);
-  cache.size += facts->keptSize;
-  for (std::list<InfFactsRef> &old : cache.kept) {
-    while (cache.size > kTextBudget && !old.empty()) DropText(InfFactsRef(old.back()));
-  }
+  kept.size += facts->keptSize;
+  while (kept.size > kTextBudgets[use]) DropText(InfFactsRef(kept.files.back()));
 }
 
 const std::shared_ptr<const InfSettings> &Settings() {
@@ -106,6 +109,7 @@ void ReadVersion(InfFacts *facts) {
   const InfSection *version = FindSection(file, "Version");
   if (version == nullptr) return;
   FindValue(file, *version, "ClassGUID", &facts->classGuid);
+  facts->version.reserve(kVersionUsual);
   for (const InfLine &line : version->lines) {
     if (!line.hasKey || line.valueCount == 0) continue;
     const std::string_view key = RawField(*version, line, 0);
@@ -148,16 +152,20 @@ InfFactsRef Known(const struct stat &status) {
   return found != cache.files.end() && IsSameFile(found->second->status, status) ? found->second : nullptr;
 }
 
-// The facts of an open file, and its text when it had to be read.
-InfFactsRef FindOpen(int file) {
+// The facts of an open file, read when it is not known. Its text goes to `*text`, when given, if it is at hand: a text
+// that was just read is, whether it is kept or not.
+InfFactsRef FindOpen(int file, std::shared_ptr<InfFile> *text = nullptr) {
   struct stat status = {};
   if (fstat(file, &status) != 0) {
     platform::SetLastError(ErrorFromErrno(errno));
     return nullptr;
   }
-  if (InfFactsRef known = Known(status)) return known;
-  InfFactsRef facts = ReadFacts(file, status);
+  InfFactsRef facts = Known(status);
+  const bool known = facts != nullptr;
+  if (!known) facts = ReadFacts(file, status);
   if (facts == nullptr) return nullptr;
+  if (text != nullptr) *text = facts->text;
+  if (known) return facts;
   InfFactsRef &place = cache.files[{status.st_dev, status.st_ino}];
   if (place != nullptr) DropText(place);
   place = facts;
@@ -200,17 +208,20 @@ bool ReadEntries(int directory, std::vector<Entry> *entries) {
 
 }  // namespace
 
-InfFactsRef FindInf(const char *windowsPath) {
+InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
   HostPlace place;
   if (!LocatePlace(windowsPath, &place)) return nullptr;
   if (place.exists) {
-    if (InfFactsRef known = Known(place.status)) return known;
+    if (InfFactsRef known = Known(place.status)) {
+      if (text != nullptr) *text = known->text;
+      return known;
+    }
     // Found a moment ago below its drive, and no link.
     const Descriptor found(openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW));
-    if (found) return FindOpen(found.fd);
+    if (found) return FindOpen(found.fd, text);
   }
   const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
-  return file ? FindOpen(file.fd) : nullptr;
+  return file ? FindOpen(file.fd, text) : nullptr;
 }
 
 std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {

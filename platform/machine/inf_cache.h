@@ -31,15 +31,16 @@ struct InfFacts {
   std::optional<std::vector<std::uint32_t>> served;  // numbers of the devices it has a driver for, once that was asked
   std::shared_ptr<InfFile> text;                     // dropped when memory gets scarce
 
-  // Where the cache keeps the text.
-  std::list<std::shared_ptr<InfFacts>> *keptIn = nullptr;
-  std::list<std::shared_ptr<InfFacts>>::iterator place;
+  // Where the cache keeps the text; a size of 0: nowhere.
   std::size_t keptSize = 0;
+  int keptUse = 0;
+  std::list<std::shared_ptr<InfFacts>>::iterator place;
 };
 using InfFactsRef = std::shared_ptr<InfFacts>;
 
 // The file's facts, read now when it is not known or has changed. Null with the last error set when it cannot be read.
-InfFactsRef FindInf(const char *windowsPath);
+// Its text goes to `*text`, when given, if it is at hand; else null.
+InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text = nullptr);
 
 // The file's text. Null with the last error set when it cannot be read again or is not INF text.
 std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath);

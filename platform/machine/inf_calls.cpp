@@ -13,7 +13,7 @@ namespace {
 struct OpenInf {
   std::string path;
   InfFactsRef facts;
-  std::shared_ptr<InfFile> text;  // once a section was asked for
+  std::shared_ptr<InfFile> text;  // when it was at hand or a section was asked for
 };
 
 // A handle is a number that is never given out again, so that one that was closed is recognised.
@@ -108,12 +108,15 @@ bool BuildList(const std::string &directory, std::string *list) {
 }
 
 // SP_INF_INFORMATION::VersionData: the length of what follows, the INF's path and a NUL, its facts' [Version].
-std::string VersionData(const OpenInf &open) {
-  const std::string data = std::string(WithTerminator(open.path)) + open.facts->version;
-  const auto length = static_cast<DWORD>(data.size());
-  std::string result(sizeof length, '\0');
-  std::memcpy(result.data(), &length, sizeof length);
-  return result + data;
+std::string InformationOf(const OpenInf &open) {
+  const SP_INF_INFORMATION head = {INF_STYLE_WIN4, 1, {}};
+  const auto length = static_cast<DWORD>(open.path.size() + 1 + open.facts->version.size());
+  std::string record;
+  record.reserve(offsetof(SP_INF_INFORMATION, VersionData) + sizeof length + length);
+  record.append(reinterpret_cast<const char *>(&head), offsetof(SP_INF_INFORMATION, VersionData));
+  record.append(reinterpret_cast<const char *>(&length), sizeof length);
+  record.append(WithTerminator(open.path)).append(open.facts->version);
+  return record;
 }
 
 std::string_view TakeText(std::string_view *data) {
@@ -173,7 +176,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
     return INVALID_HANDLE_VALUE;
   }
   OpenInf open{InfPathOf(fileName), nullptr, nullptr};
-  open.facts = FindInf(open.path.c_str());
+  open.facts = FindInf(open.path.c_str(), &open.text);
   if (open.facts == nullptr) return INVALID_HANDLE_VALUE;
   if (!open.facts->modern) {
     if (errorLine != nullptr) *errorLine = open.facts->problemLine;
@@ -292,10 +295,7 @@ BOOL SetupGetInfInformationA(const void *infSpec, DWORD searchControl, SP_INF_IN
   if (searchControl != INFINFO_INF_SPEC_IS_HINF) return FailWith(ERROR_INVALID_PARAMETER);
   const OpenInf *open = FindHandle(const_cast<HINF>(infSpec));
   if (open == nullptr) return FALSE;
-  const SP_INF_INFORMATION head = {INF_STYLE_WIN4, 1, {}};
-  std::string record(reinterpret_cast<const char *>(&head), offsetof(SP_INF_INFORMATION, VersionData));
-  record += VersionData(*open);
-  return Answer(record, SizeAlone::kSucceeds, buffer, size, requiredSize);
+  return Answer(InformationOf(*open), SizeAlone::kSucceeds, buffer, size, requiredSize);
 }
 
 BOOL SetupQueryInfVersionInformationA(SP_INF_INFORMATION *information, UINT infIndex, const char *key, char *buffer,
