@@ -9,6 +9,7 @@
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/device_set.h"
+#include "platform/machine/inf_file.h"
 #include "platform/machine/registry.h"
 
 namespace machine {
@@ -89,7 +90,7 @@ bool ClassOf(std::uint32_t device, GUID *classGuid) {
 
 bool IsPresentClass(std::string_view classGuid) {
   ReadClasses();
-  return tree.present.contains(ToUpper(classGuid));
+  return tree.present.contains(FoldedName(classGuid));
 }
 
 void OpenDevices(const Description &description) {

@@ -25,7 +25,7 @@ std::uint32_t ModelsSection(InfFile *file, const InfSection &manufacturers, cons
 
 void AddIds(const std::vector<std::string> &ids, bool compatible, DeviceIds *result) {
   for (std::size_t i = 0; i < ids.size(); ++i) {
-    if (!ids[i].empty()) result->places.try_emplace(FoldedName(ids[i]), DeviceIds::Place{compatible, i});
+    if (!ids[i].empty()) result->places.try_emplace(ids[i], DeviceIds::Place{compatible, i});
   }
 }
 
@@ -64,7 +64,7 @@ MatchRank RankOf(const std::vector<std::string> &lineIds, const DeviceIds &devic
   MatchRank best;
   for (std::size_t i = 0; i < lineIds.size(); ++i) {
     if (lineIds[i].empty()) continue;
-    const auto found = device.places.find(FoldedName(lineIds[i]));
+    const auto found = device.places.find(lineIds[i]);
     if (found == device.places.end()) continue;
     const unsigned kind = (found->second.compatible ? 2 : 0) + (i == 0 ? 0 : 1);
     best = std::min(best, MatchRank{kind, found->second.position, i});
@@ -86,7 +86,7 @@ std::vector<std::uint32_t> ServedDevices(InfFile *file, const Description &descr
     for (std::uint32_t field = 2; field <= line.model->valueCount; ++field) {
       const std::string_view raw = RawField(*line.models, *line.model, field);
       const bool plain = raw.find('%') == std::string_view::npos;
-      const auto found = index.find(FoldedName(plain ? std::string(raw) : ReplaceTokens(file, raw)));
+      const auto found = plain ? index.find(raw) : index.find(ReplaceTokens(file, raw));
       if (found == index.end()) continue;
       for (const std::uint32_t device : found->second) serves[device] = true;
     }

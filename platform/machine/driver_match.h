@@ -3,7 +3,6 @@
 
 #include <functional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/machine/inf_file.h"
@@ -34,13 +33,13 @@ struct MatchRank {
   bool Matches() const { return kind < 4; }
 };
 
-// A device's ids in upper case, each with its best place.
+// A device's ids, each with its best place.
 struct DeviceIds {
   struct Place {
     bool compatible = false;
     std::size_t position = 0;
   };
-  std::unordered_map<std::string, Place> places;
+  NameTable<Place> places;
 };
 
 DeviceIds IdsOf(const Device &device);
@@ -48,8 +47,8 @@ DeviceIds IdsOf(const Device &device);
 std::vector<std::string> IdsOf(InfFile *file, const ModelLine &line);
 MatchRank RankOf(const std::vector<std::string> &lineIds, const DeviceIds &device);
 
-// The ids of all described devices in upper case, each with the numbers of the devices that have it.
-using IdIndex = std::unordered_map<std::string, std::vector<std::uint32_t>>;
+// The ids of all described devices, each with the numbers of the devices that have it.
+using IdIndex = NameTable<std::vector<std::uint32_t>>;
 IdIndex IndexIds(const Description &description);
 // The numbers of the devices that some model line of the file serves, in ascending order.
 std::vector<std::uint32_t> ServedDevices(InfFile *file, const Description &description, const IdIndex &index);

@@ -91,8 +91,7 @@ std::vector<Driver> InOrder(std::vector<RankedDriver> drivers) {
 
 template <std::size_t kSize>
 void FillText(const std::string &text, char (&field)[kSize]) {
-  const System &system = Current()->system;
-  const std::size_t length = WholeCharacters(text, kSize - 1, *MakeInfSettings(system.codePage, system.language));
+  const std::size_t length = WholeCharacters(text, kSize - 1, CurrentInfSettings());
   std::memset(field, 0, kSize);
   std::memcpy(field, text.data(), length);
 }

@@ -74,36 +74,46 @@ std::u16string FromUtf8(const char *text) {
   return IsAscii(text) ? std::u16string(text, text + std::strlen(text)) : Utf8ToUtf16(text);
 }
 
-// Whether a child's name is the one looked for. libhivex ends names at a NUL, which a name may hold: its full length
-// decides too.
-bool HasName(hive_h *handle, hive_node_h node, const std::u16string &folded) {
-  const Malloced<char> name(hivex_node_name(handle, node));
-  if (name == nullptr) return false;
-  if (std::strlen(name.get()) < folded.size() || FoldName(FromUtf8(name.get())) != folded) return false;
-  return hivex_node_name_len(handle, node) == std::strlen(name.get());
+// Whether the name is the one looked for. libhivex ends names at a NUL, which a name may hold: its full length decides
+// too.
+bool HasName(hive_h *handle, hive_node_h node, const char *name, const std::u16string &folded) {
+  if (std::strlen(name) < folded.size() || FoldName(FromUtf8(name)) != folded) return false;
+  return hivex_node_name_len(handle, node) == std::strlen(name);
 }
 
-hive_node_h FindChild(hive_h *handle, hive_node_h parent, const std::u16string &folded) {
+// A key that cannot be seen because the hive is damaged is not one that is absent: a second of its name must not be
+// made.
+LSTATUS FindChild(hive_h *handle, hive_node_h parent, const std::u16string &folded, hive_node_h *node) {
   const Malloced<hive_node_h> children(hivex_node_children(handle, parent));
-  if (children == nullptr) return 0;
+  if (children == nullptr) return ERROR_BADDB;
+  LSTATUS absent = ERROR_FILE_NOT_FOUND;
   for (const hive_node_h *child = children.get(); *child != 0; ++child) {
-    if (HasName(handle, *child, folded)) return *child;
+    const Malloced<char> name(hivex_node_name(handle, *child));
+    // Half a surrogate pair is a name that Windows takes and no text of ours names.
+    if (name == nullptr && errno != EILSEQ) absent = ERROR_BADDB;
+    if (name == nullptr || !HasName(handle, *child, name.get(), folded)) continue;
+    *node = *child;
+    return ERROR_SUCCESS;
   }
-  return 0;
+  return absent;
 }
 
-// The key's node in the file; 0 when it has none. The hive has been read.
-hive_node_h FindNode(Hive *hive, const FoldedPath &path) {
-  if (const auto found = hive->nodes.find(path); found != hive->nodes.end()) return found->second;
-  hive_node_h node = 0;
-  if (path.empty()) {
-    node = hivex_root(hive->handle.get());
-  } else {
-    const hive_node_h parent = FindNode(hive, {path.begin(), path.end() - 1});
-    if (parent != 0) node = FindChild(hive->handle.get(), parent, path.back());
+// The key's node in the file. The hive has been read.
+LSTATUS FindNode(Hive *hive, const FoldedPath &path, hive_node_h *node) {
+  if (const auto found = hive->nodes.find(path); found != hive->nodes.end()) {
+    *node = found->second;
+    return ERROR_SUCCESS;
   }
-  if (node != 0) hive->nodes.emplace(path, node);
-  return node;
+  hive_node_h parent = 0;
+  LSTATUS status = ERROR_SUCCESS;
+  if (path.empty()) {
+    *node = hivex_root(hive->handle.get());
+  } else {
+    status = FindNode(hive, {path.begin(), path.end() - 1}, &parent);
+    if (status == ERROR_SUCCESS) status = FindChild(hive->handle.get(), parent, path.back(), node);
+  }
+  if (status == ERROR_SUCCESS) hive->nodes.emplace(path, *node);
+  return status;
 }
 
 bool ReadName(hive_h *handle, hive_value_h cell, std::u16string *name) {
@@ -181,7 +191,8 @@ bool ReadHive(Hive *hive) {
 LSTATUS FindHiveKey(Hive *hive, const KeyPath &key) {
   if (hive->changes.count(key.folded) != 0) return ERROR_SUCCESS;
   if (!ReadHive(hive)) return ERROR_BADDB;
-  return FindNode(hive, key.folded) != 0 ? ERROR_SUCCESS : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
+  hive_node_h node = 0;
+  return FindNode(hive, key.folded, &node);
 }
 
 LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value) {
@@ -193,8 +204,8 @@ LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &fold
     return ERROR_SUCCESS;
   }
   if (!ReadHive(hive)) return ERROR_BADDB;
-  const hive_node_h node = FindNode(hive, key.folded);
-  if (node == 0) return ERROR_FILE_NOT_FOUND;
+  hive_node_h node = 0;
+  if (const LSTATUS found = FindNode(hive, key.folded, &node); found != ERROR_SUCCESS) return found;
   const Malloced<hive_value_h> cells(hivex_node_values(hive->handle.get(), node));
   if (cells == nullptr) return ERROR_BADDB;
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
@@ -231,7 +242,9 @@ LSTATUS SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value) {
   }
   std::vector<StoredValue> values;
   if (changed == hive->changes.end()) {
-    const LSTATUS read = ReadAllValues(hive, FindNode(hive, key.folded), &values);
+    hive_node_h node = 0;
+    LSTATUS read = FindNode(hive, key.folded, &node);
+    if (read == ERROR_SUCCESS) read = ReadAllValues(hive, node, &values);
     if (read != ERROR_SUCCESS) return read;
   }
   const StoredValue *old = FindValue(&values, FoldName(value.name));

@@ -5,6 +5,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -281,6 +282,23 @@ TEST_F(Hive, RefusesWhatItCouldNotSaveWhole) {
   EXPECT_EQ(Set("SYSTEM_ORG\\Big", "Other", REG_BINARY, "x"), LSTATUS(ERROR_NOT_SUPPORTED));
   EXPECT_EQ(Set("SYSTEM_ORG\\" + std::string(256, 'k'), "a", REG_BINARY, "x"), LSTATUS(ERROR_INVALID_PARAMETER));
   EXPECT_EQ(machine::UnmountHive("SYSTEM_ORG"), 0);
+}
+
+// libhivex would end the whole program at the second of two values that name one data cell.
+TEST_F(Hive, RefusesToReplaceValuesThatShareACell) {
+  std::vector<uint8_t> bytes = HiveBytes();
+  const auto dataOffset = [&](const std::string &name) {  // of the first value of that name, in its record
+    return std::search(bytes.begin(), bytes.end(), name.begin(), name.end()) - 12;
+  };
+  std::copy_n(dataOffset("DisplayName"), 4, dataOffset("Group"));
+  PutHive(bytes);
+  Open();
+  ASSERT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0);
+  EXPECT_EQ(Set(kDisk, "Start", REG_DWORD, std::string("\3\0\0\0", 4)), ERROR_SUCCESS);
+  EXPECT_EQ(machine::UnmountHive("SYSTEM_ORG"), 1);
+  EXPECT_THAT(Detail(VXRMACHINE_HIVE_NOT_SAVED), HasSubstr("two of its records share a cell"));
+  EXPECT_EQ(HiveBytes(), bytes);
+  ExpectAlone();
 }
 
 // Checksums of 0 and 0xFFFFFFFF are stored as 1 and 0xFFFFFFFE; libhivex knows neither.

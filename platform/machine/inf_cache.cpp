@@ -152,20 +152,12 @@ InfFactsRef Known(const struct stat &status) {
   return found != cache.files.end() && IsSameFile(found->second->status, status) ? found->second : nullptr;
 }
 
-// The facts of an open file, read when it is not known. Its text goes to `*text`, when given, if it is at hand: a text
-// that was just read is, whether it is kept or not.
-InfFactsRef FindOpen(int file, std::shared_ptr<InfFile> *text = nullptr) {
-  struct stat status = {};
-  if (fstat(file, &status) != 0) {
-    platform::SetLastError(ErrorFromErrno(errno));
-    return nullptr;
-  }
-  InfFactsRef facts = Known(status);
-  const bool known = facts != nullptr;
-  if (!known) facts = ReadFacts(file, status);
+// Reads an open file that is not known. `status` is of a moment ago: a file that has changed since is found to have,
+// the next time. The text goes to `*text`, when given, whether it is kept or not.
+InfFactsRef Enter(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
+  InfFactsRef facts = ReadFacts(file, status);
   if (facts == nullptr) return nullptr;
   if (text != nullptr) *text = facts->text;
-  if (known) return facts;
   InfFactsRef &place = cache.files[{status.st_dev, status.st_ino}];
   if (place != nullptr) DropText(place);
   place = facts;
@@ -173,11 +165,31 @@ InfFactsRef FindOpen(int file, std::shared_ptr<InfFile> *text = nullptr) {
   return facts;
 }
 
+// The facts of a file with that status, which `open` opens when it is not known.
+template <typename Open>
+InfFactsRef KnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
+  if (InfFactsRef known = Known(status)) {
+    if (text != nullptr) *text = known->text;
+    return known;
+  }
+  const Descriptor file(open());
+  return file ? Enter(file.fd, status, text) : nullptr;
+}
+
+// The facts of an open file.
+InfFactsRef FindOpen(Descriptor file, std::shared_ptr<InfFile> *text) {
+  struct stat status = {};
+  if (!file) return nullptr;
+  if (fstat(file.fd, &status) == 0) return KnownOrRead(status, text, [&file] { return file.Release(); });
+  platform::SetLastError(ErrorFromErrno(errno));
+  return nullptr;
+}
+
 // The facts of a directory's entry. A plain file is looked at where it is; what else it may be, a symbolic link say,
 // goes the way of every path, which knows where links may lead.
 InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
-  const Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
-  if (file) return FindOpen(file.fd);
+  Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
+  if (file) return FindOpen(std::move(file), nullptr);
   return errno == ELOOP ? FindInf(windowsPath.c_str()) : nullptr;
 }
 
@@ -212,16 +224,11 @@ InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
   HostPlace place;
   if (!LocatePlace(windowsPath, &place)) return nullptr;
   if (place.exists) {
-    if (InfFactsRef known = Known(place.status)) {
-      if (text != nullptr) *text = known->text;
-      return known;
-    }
     // Found a moment ago below its drive, and no link.
-    const Descriptor found(openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW));
-    if (found) return FindOpen(found.fd, text);
+    const auto open = [&place] { return openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW); };
+    if (InfFactsRef facts = KnownOrRead(place.status, text, open)) return facts;
   }
-  const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
-  return file ? FindOpen(file.fd, text) : nullptr;
+  return FindOpen(Descriptor(OpenHostFile(windowsPath, kOpenInf)), text);
 }
 
 std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {
@@ -275,6 +282,8 @@ bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
   }
   return true;
 }
+
+const InfSettings &CurrentInfSettings() { return *Settings(); }
 
 std::string InfDirectory() { return Current()->system.windowsDirectory + "\\inf"; }
 

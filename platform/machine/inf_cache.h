@@ -55,6 +55,9 @@ const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char 
 // without regard to case. False with the last error set when the directory cannot be read.
 bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names);
 
+// How the machine reads INF files.
+const InfSettings &CurrentInfSettings();
+
 // The machine's inf directory, without backslash at its end.
 std::string InfDirectory();
 

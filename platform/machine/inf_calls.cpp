@@ -14,6 +14,7 @@ struct OpenInf {
   std::string path;
   InfFactsRef facts;
   std::shared_ptr<InfFile> text;  // when it was at hand or a section was asked for
+  bool searched = false;          // a section was asked for
 };
 
 // A handle is a number that is never given out again, so that one that was closed is recognised.
@@ -28,6 +29,7 @@ OpenInf *FindHandle(HINF inf) {
 }
 
 InfFile *TextOf(OpenInf *open) {
+  open->searched = true;
   if (open->text == nullptr) open->text = machine::TextOf(open->facts, open->path.c_str());
   return open->text.get();
 }
@@ -175,7 +177,8 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
     SetLastError(ERROR_INVALID_PARAMETER);
     return INVALID_HANDLE_VALUE;
   }
-  OpenInf open{InfPathOf(fileName), nullptr, nullptr};
+  OpenInf open;
+  open.path = InfPathOf(fileName);
   open.facts = FindInf(open.path.c_str(), &open.text);
   if (open.facts == nullptr) return INVALID_HANDLE_VALUE;
   if (!open.facts->modern) {
@@ -195,7 +198,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
 void SetupCloseInfFile(HINF inf) {
   OpenInf *open = FindHandle(inf);
   if (open == nullptr) return;
-  if (open->text != nullptr) RecountText(open->facts);
+  if (open->searched) RecountText(open->facts);
   handles.erase(reinterpret_cast<ULONG_PTR>(inf));
 }
 

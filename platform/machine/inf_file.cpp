@@ -98,15 +98,6 @@ void Decode(InfBytes bytes, unsigned codePage, InfFile *file) {
   file->text = text;
 }
 
-std::uint32_t HashName(std::string_view name) {
-  std::uint32_t hash = 2166136261u;
-  for (const char c : name) {
-    if (!IsAscii(c)) return static_cast<std::uint32_t>(std::hash<std::string>{}(ToUpper(name)));
-    hash = (hash ^ static_cast<unsigned char>(AsciiUpper(c))) * 16777619u;
-  }
-  return hash;
-}
-
 // Finds the section headers of a file and enters them.
 struct HeaderFinder {
   InfFile *file;
@@ -197,11 +188,14 @@ void AddBody(InfFile *file, InfSpan name, std::size_t begin) {
 // Enters the header whose "[" is at `bracket`. Returns where its line ends, or npos with a problem.
 std::size_t EnterHeader(HeaderFinder *finder, std::size_t lineBegin, std::size_t bracket) {
   InfFile *file = finder->file;
-  const std::size_t lineEnd = LineEndFrom(*file, bracket);
   std::size_t close = bracket + 1;
-  while (close < lineEnd && file->text[close] != ']') close += ClassAt(*file, close) == InfChar::kLead ? 2 : 1;
+  InfChar kind = InfChar::kText;
+  for (; close < file->text.size() && file->text[close] != ']'; close += kind == InfChar::kLead ? 2 : 1) {
+    kind = ClassAt(*file, close);
+    if (kind == InfChar::kLineEnd) break;
+  }
   finder->problemAt = bracket;
-  if (close >= lineEnd) {
+  if (close >= file->text.size() || kind == InfChar::kLineEnd) {
     finder->problem = "a section name has no \"]\"";
     return std::string_view::npos;
   }
@@ -212,6 +206,7 @@ std::size_t EnterHeader(HeaderFinder *finder, std::size_t lineBegin, std::size_t
   }
   if (!file->bodies.empty()) file->bodies.back().span.end = static_cast<std::uint32_t>(lineBegin);
   const auto nameBegin = static_cast<std::uint32_t>(name.data() - file->text.data());
+  const std::size_t lineEnd = LineEndFrom(*file, close);
   AddBody(file, {nameBegin, static_cast<std::uint32_t>(nameBegin + name.size())}, lineEnd);
   finder->headerLine = lineBegin;
   return lineEnd;
@@ -397,6 +392,15 @@ std::size_t MemoryOf(const InfFile &file) {
             section.lines.capacity() * sizeof(InfLine);
   }
   return size;
+}
+
+std::uint32_t HashName(std::string_view name) {
+  std::uint32_t hash = 2166136261u;
+  for (const char c : name) {
+    if (!IsAscii(c)) return static_cast<std::uint32_t>(std::hash<std::string>{}(ToUpper(name)));
+    hash = (hash ^ static_cast<unsigned char>(AsciiUpper(c))) * 16777619u;
+  }
+  return hash;
 }
 
 bool SameName(std::string_view a, std::string_view b) {

@@ -28,6 +28,22 @@ inline constexpr std::uint32_t kInfNone = 0xFFFFFFFF;   // no section, no line
 // What a character means to the reader outside quotes.
 enum class InfChar : std::uint8_t { kText, kBlank, kLineEnd, kQuote, kComment, kComma, kEquals, kBackslash, kLead };
 
+// Comparison of names, without regard to case by the machine's code page.
+bool SameName(std::string_view a, std::string_view b);
+std::uint32_t HashName(std::string_view name);
+
+// For tables that are looked up by name.
+struct NameHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view name) const { return HashName(name); }
+};
+struct NameEqual {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const { return SameName(a, b); }
+};
+template <typename Value>
+using NameTable = std::unordered_map<std::string, Value, NameHash, NameEqual>;
+
 // How files are read; made by MakeInfSettings and shared by all files of a machine.
 struct InfSettings {
   unsigned codePage = 1252;
@@ -73,7 +89,7 @@ struct InfFile {
   std::vector<std::uint32_t> slots;  // open hash table of section names
   std::shared_ptr<const InfSettings> settings;
   bool tokensRead = false;
-  std::unordered_map<std::string, std::string_view> tokens;  // upper-case name to replacement
+  NameTable<std::string_view> tokens;  // name to replacement
 };
 
 // `windowsDirectory` and `systemDirectory` may be empty: directory ids then stay as they stand.
@@ -125,8 +141,6 @@ bool IsModernInf(InfFile *file);
 // Bytes that the file takes up in memory, about.
 std::size_t MemoryOf(const InfFile &file);
 
-// Comparison of names, without regard to case by the machine's code page.
-bool SameName(std::string_view a, std::string_view b);
 // The text in upper case by the machine's code page: names that are the same become equal.
 std::string FoldedName(std::string_view text);
 // The length of the longest beginning of at most `limit` bytes that splits no two-byte character.

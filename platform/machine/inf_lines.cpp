@@ -111,16 +111,26 @@ void ReadQuoted(LineReader *in) {
   }
 }
 
+// Whether what stands at `at` is text whatever follows it.
+bool IsPlainAt(const LineReader &in, std::size_t at) {
+  return at < in.body.size() && ClassOf(in.body[at], in.settings) == InfChar::kText;
+}
+
+// Takes text, and with it a blank or backslash that more text follows.
 void ReadPlain(LineReader *in) {
   const std::size_t begin = in->at;
-  for (; !AtEnd(*in); ++in->at) {
-    const InfChar kind = Class(*in);
+  std::size_t at = begin;
+  for (; at < in->body.size(); ++at) {
+    const InfChar kind = ClassOf(in->body[at], in->settings);
     if (kind == InfChar::kText) continue;
-    if (kind != InfChar::kLead) break;
-    const bool pair = in->at + 1 < in->body.size() && ClassOf(in->body[in->at + 1], in->settings) != InfChar::kLineEnd;
-    if (pair) ++in->at;
+    const bool within = (kind == InfChar::kBlank || kind == InfChar::kBackslash) && IsPlainAt(*in, at + 1);
+    if (!within && kind != InfChar::kLead) break;
+    const bool pair = kind == InfChar::kLead && at + 1 < in->body.size() &&
+                      ClassOf(in->body[at + 1], in->settings) != InfChar::kLineEnd;
+    if (within || pair) ++at;
   }
-  Append(in, in->body.substr(begin, in->at - begin));
+  in->at = at;
+  Append(in, in->body.substr(begin, at - begin));
 }
 
 void ReadSeparator(LineReader *in) {

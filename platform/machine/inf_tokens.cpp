@@ -48,7 +48,7 @@ void TakeStrings(InfFile *file, std::uint32_t index) {
   const InfSection &section = ParsedSection(file, index);
   for (const InfLine &line : section.lines) {
     if (!line.hasKey || line.valueCount == 0) continue;
-    file->tokens.try_emplace(FoldedName(RawField(section, line, 0)), RawField(section, line, 1));
+    file->tokens.try_emplace(std::string(RawField(section, line, 0)), RawField(section, line, 1));
   }
 }
 
@@ -87,7 +87,7 @@ std::string ReplaceTokens(InfFile *file, std::string_view text) {
       result += '%';
       continue;
     }
-    const auto found = file->tokens.find(FoldedName(text.substr(open + 1, close - open - 1)));
+    const auto found = file->tokens.find(text.substr(open + 1, close - open - 1));
     result += found != file->tokens.end() ? found->second : text.substr(open, at - open);
   }
   result.resize(WholeCharacters(result, kInfFieldMax, *file->settings));
