@@ -20,10 +20,11 @@ constexpr int kOpenInf = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
 constexpr std::size_t kVersionMax = 64 << 10;  // bytes of a file's [Version] kept
 constexpr std::size_t kVersionUsual = 512;
 
-// Whether a text is likely to be asked for again: that of a file for a present device's class, say. Of the others few
-// are kept, so that a search through thousands of them goes through memory that is still in the processor's cache.
+// Whether a text is likely to be asked for again: that of a file with a driver for some device or, while that is not
+// known, of a present device's class. Of the others few are kept, so that a search through thousands of them goes
+// through memory that is still in the processor's cache.
 enum Use { kUseUnlikely, kUseLikely, kUses };
-constexpr std::size_t kTextBudgets[kUses] = {1 << 20, 32 << 20};  // bytes
+constexpr std::size_t kTextBudgets[kUses] = {256 << 10, 32 << 20};  // bytes
 
 struct FileKey {
   dev_t device;
@@ -124,7 +125,7 @@ void ReadVersion(InfFacts *facts) {
 
 Use UseOf(const InfFacts &facts) {
   if (!facts.modern) return kUseUnlikely;
-  if (facts.served && !facts.served->empty()) return kUseLikely;
+  if (facts.served) return facts.served->empty() ? kUseUnlikely : kUseLikely;
   return facts.classGuid.empty() || IsPresentClass(facts.classGuid) ? kUseLikely : kUseUnlikely;
 }
 

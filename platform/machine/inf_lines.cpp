@@ -25,11 +25,15 @@ bool AtEnd(const LineReader &in) { return in.at >= in.body.size(); }
 InfChar Class(const LineReader &in) { return ClassOf(in.body[in.at], in.settings); }
 
 void SkipBlanks(LineReader *in) {
-  while (!AtEnd(*in) && Class(*in) == InfChar::kBlank) ++in->at;
+  std::size_t at = in->at;
+  while (at < in->body.size() && ClassOf(in->body[at], in->settings) == InfChar::kBlank) ++at;
+  in->at = at;
 }
 
 void SkipToLineEnd(LineReader *in) {
-  while (!AtEnd(*in) && Class(*in) != InfChar::kLineEnd) ++in->at;
+  std::size_t at = in->at;
+  while (at < in->body.size() && in->body[at] != '\n' && in->body[at] != '\r') ++at;
+  in->at = at;
 }
 
 void SkipLineEnd(LineReader *in) {
@@ -111,26 +115,26 @@ void ReadQuoted(LineReader *in) {
   }
 }
 
-// Whether what stands at `at` is text whatever follows it.
-bool IsPlainAt(const LineReader &in, std::size_t at) {
-  return at < in.body.size() && ClassOf(in.body[at], in.settings) == InfChar::kText;
+// The end of the text that begins at `at`, and with it of blanks and backslashes that more text follows.
+std::size_t PlainEnd(std::string_view body, const InfSettings &settings, std::size_t at) {
+  const char *end = body.data() + body.size();
+  for (const char *c = body.data() + at; c < end; ++c) {
+    const InfChar kind = ClassOf(*c, settings);
+    if (kind == InfChar::kText) continue;
+    if (kind == InfChar::kLead) {
+      if (c + 1 < end && ClassOf(c[1], settings) != InfChar::kLineEnd) ++c;
+    } else if ((kind != InfChar::kBlank && kind != InfChar::kBackslash) || c + 1 >= end ||
+               ClassOf(c[1], settings) != InfChar::kText) {
+      return static_cast<std::size_t>(c - body.data());
+    }
+  }
+  return body.size();
 }
 
-// Takes text, and with it a blank or backslash that more text follows.
 void ReadPlain(LineReader *in) {
   const std::size_t begin = in->at;
-  std::size_t at = begin;
-  for (; at < in->body.size(); ++at) {
-    const InfChar kind = ClassOf(in->body[at], in->settings);
-    if (kind == InfChar::kText) continue;
-    const bool within = (kind == InfChar::kBlank || kind == InfChar::kBackslash) && IsPlainAt(*in, at + 1);
-    if (!within && kind != InfChar::kLead) break;
-    const bool pair = kind == InfChar::kLead && at + 1 < in->body.size() &&
-                      ClassOf(in->body[at + 1], in->settings) != InfChar::kLineEnd;
-    if (within || pair) ++at;
-  }
-  in->at = at;
-  Append(in, in->body.substr(begin, at - begin));
+  in->at = PlainEnd(in->body, in->settings, begin);
+  Append(in, in->body.substr(begin, in->at - begin));
 }
 
 void ReadSeparator(LineReader *in) {

@@ -83,11 +83,12 @@ std::string Quoted(const std::string &value) {
 void PrintText(machine::InfFile *inf, unsigned codePage) {
   for (std::uint32_t i = 0; i < inf->sections.size(); ++i) {
     const machine::InfSection &section = machine::ParsedSection(inf, i);
-    std::printf("%s%s\n", i == 0 ? "" : "\n", Styled(Style::kBold, "[" + Name(*inf, section, codePage) + "]").c_str());
+    if (i != 0) PrintLine("");
+    PrintLine("[" + Name(*inf, section, codePage) + "]", Style::kBold);
     for (const Line &line : Lines(inf, section, codePage)) {
       std::string row = line.key ? Quoted(*line.key) + " = " : "";
       for (std::size_t v = 0; v < line.values.size(); ++v) row += (v == 0 ? "" : ", ") + Quoted(line.values[v]);
-      std::printf("%s\n", row.c_str());
+      PrintLine(row);
     }
   }
 }

@@ -34,21 +34,33 @@ const char *Sequence(Style style) {
   return "";
 }
 
+// UTF-8 text without C0 and C1 control characters; the latter are C2 80 to C2 9F.
+std::string Printable(std::string_view text) {
+  std::string clean;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+    if (byte == 0xC2 && next >= 0x80 && next <= 0x9F) {
+      clean += '?';
+      ++i;
+    } else {
+      clean += byte < 0x20 || byte == 0x7F ? '?' : text[i];
+    }
+  }
+  return clean;
+}
+
 }  // namespace
 
-std::string Styled(Style style, std::string_view text) {
-  if (style == Style::kPlain || !WantsColour()) return std::string(text);
-  return Sequence(style) + std::string(text) + "\x1b[0m";
+void PrintLine(std::string_view text, Style style) {
+  const bool styled = style != Style::kPlain && WantsColour();
+  std::printf("%s%s%s\n", styled ? Sequence(style) : "", Printable(text).c_str(), styled ? "\x1b[0m" : "");
 }
 
 void PrintError(std::string_view message) {
-  std::string line(message);
-  while (!line.empty() && line.back() == '\n') line.pop_back();
-  for (char &c : line) {
-    if (c == '\n' || c == '\r') c = ' ';
-  }
+  while (!message.empty() && message.back() == '\n') message.remove_suffix(1);
   std::fflush(stdout);
-  std::fprintf(stderr, "vxr: %s\n", line.c_str());
+  std::fprintf(stderr, "vxr: %s\n", Printable(message).c_str());
 }
 
 std::string Bytes(std::uint64_t size) {

@@ -7,10 +7,12 @@
 
 enum class Style { kPlain, kDim, kBold, kGood, kBad };
 
-// The text in that style when standard output is a terminal that wants colour (NO_COLOR unset), else as it is.
-std::string Styled(Style style, std::string_view text);
+// One line on standard output, in that style when standard output is a terminal that wants colour (NO_COLOR unset).
+// Texts come from INF files and registries: a control character is shown as "?", so that it cannot steer the terminal.
+void PrintLine(std::string_view text, Style style = Style::kPlain);
 
-// One line on standard error: "vxr: " and the message, line ends in it turned into blanks.
+// One line on standard error: "vxr: " and the message, line ends at its end dropped and control characters shown as
+// "?".
 void PrintError(std::string_view message);
 
 // "1,234 bytes".

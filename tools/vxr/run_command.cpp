@@ -1,4 +1,5 @@
 #include <array>
+#include <csignal>
 
 #include "tools/vxr/commands.h"
 #include "tools/vxr/output.h"
@@ -41,6 +42,7 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
 }  // namespace
 
 int RunCommand(const RunOptions &options) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
   Host host;
   host.showLines = !options.json;
   RunOutcome outcome{};

@@ -8,25 +8,31 @@
 
 namespace {
 
-void Line(const std::string &text) { std::printf("%s\n", text.c_str()); }
+void Title(const std::string &text) {
+  PrintLine("");
+  PrintLine(text, Style::kBold);
+}
 
-void Title(const std::string &text) { Line("\n" + Styled(Style::kBold, text)); }
+void Problem(const std::string &text) { PrintLine("  " + text, Style::kBad); }
 
-void Problem(const std::string &text) { Line("  " + Styled(Style::kBad, text)); }
+std::string Padded(std::string text, std::size_t width) {
+  text.resize(std::max(text.size(), width), ' ');
+  return text;
+}
 
 void PrintDevices(const RunRecord &record) {
   if (record.devices.empty()) return;
   Title("Devices");
   for (const DeviceRecord &device : record.devices) {
-    Line("  " + device.instance);
+    PrintLine("  " + device.instance);
     if (!device.infFile.empty()) {
-      Line("      " + device.driver + " (" + device.hardwareId + ")");
-      Line("      from " + device.infFile);
+      PrintLine("      " + device.driver + " (" + device.hardwareId + ")");
+      PrintLine("      from " + device.infFile);
     }
     if (device.failed) {
-      Line("      " + Styled(Style::kBad, "no driver was set up"));
+      PrintLine("      no driver was set up", Style::kBad);
     } else if (device.infFile.empty()) {
-      Line("      needs no driver of its own");
+      PrintLine("      needs no driver of its own");
     }
   }
 }
@@ -37,8 +43,8 @@ void PrintCopies(const RunOptions &options, const RunRecord &record) {
     if (!copy.reason.empty()) continue;
     if (!titled) Title(options.verify ? "Files that would be copied" : "Files copied");
     titled = true;
-    Line("  " + copy.target + (copy.copied ? "  " + Bytes(copy.size) : ""));
-    Line("      from " + copy.source);
+    PrintLine("  " + copy.target + (copy.copied ? "  " + Bytes(copy.size) : ""));
+    PrintLine("      from " + copy.source);
   }
 }
 
@@ -48,10 +54,10 @@ void PrintValues(const RunRecord &record) {
   for (const ValueRecord &value : record.values) {
     if (key == nullptr) Title(lost ? "Registry values set but not saved" : "Registry values written");
     if (key == nullptr || *key != value.key) {
-      Line("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
+      PrintLine("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
     }
     key = &value.key;
-    std::printf("      %-14s %-10s %s\n", value.name.c_str(), ValueTypeName(value.type).c_str(), value.data.c_str());
+    PrintLine("      " + Padded(value.name, 14) + " " + Padded(ValueTypeName(value.type), 10) + " " + value.data);
   }
 }
 
@@ -59,7 +65,7 @@ void PrintHives(const RunRecord &record) {
   for (const HiveRecord &hive : record.hives) {
     if (hive.outcome == HiveOutcome::kSaved) {
       Title("Hives saved");
-      Line("  " + hive.file + "  " + Bytes(hive.size));
+      PrintLine("  " + hive.file + "  " + Bytes(hive.size));
     }
   }
 }
@@ -73,13 +79,13 @@ void PrintFailingLines(const RunRecord &record) {
     const auto times = std::count_if(line, lines.end(), same);
     Problem(line->text + " [" + std::to_string(line->code) + "]" +
             (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
-    if (!line->cause.empty()) Line("      log: " + line->cause);
+    if (!line->cause.empty()) PrintLine("      log: " + line->cause);
   }
 }
 
 void PrintCopyProblem(const CopyRecord &copy) {
   Problem(copy.target + ": not copied: " + copy.reason);
-  if (copy.keptOld) Line("      The file that was there before stays; the run counts it as copied.");
+  if (copy.keptOld) PrintLine("      The file that was there before stays; the run counts it as copied.");
 }
 
 void PrintHiveProblem(const HiveRecord &hive) {
@@ -89,7 +95,7 @@ void PrintHiveProblem(const HiveRecord &hive) {
   }
   Problem(hive.file + ": not saved: " + hive.reason);
   if (!hive.mountPoint.empty()) {
-    Line("      The hive file is as it was before the run: none of the values above is in the restored system.");
+    PrintLine("      The hive file is as it was before the run: none of the values above is in the restored system.");
   }
 }
 
@@ -101,7 +107,8 @@ void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
   codes.push_back(static_cast<std::uint32_t>(outcome.exitStatus));
   for (auto code = codes.begin(); code != codes.end(); ++code) {
     if (*code == kProgress || std::find(codes.begin(), code, *code) != code) continue;
-    if (const ResultCode &entry = FindResultCode(*code); *entry.advice != '\0') Line(std::string("  ") + entry.advice);
+    if (const ResultCode &entry = FindResultCode(*code); *entry.advice != '\0')
+      PrintLine(std::string("  ") + entry.advice);
   }
 }
 
@@ -110,7 +117,7 @@ void PrintProblems(const RunRecord &record) {
   Title("Problems");
   if (!record.scanProblem.empty()) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
-    Line("      log: " + record.scanProblem);
+    PrintLine("      log: " + record.scanProblem);
   }
   PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
@@ -132,20 +139,20 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
     meaning = "the restored system's registry was not saved and is unchanged; the run's own code is " +
               std::to_string(outcome.code);
   }
-  Line("  " + Styled(outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood,
-                     std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")"));
+  PrintLine("  " + std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")",
+            outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood);
   PrintAdvice(outcome, record);
   if (!record.logFile.empty()) {
-    Line("  Log: " + record.logFile);
+    PrintLine("  Log: " + record.logFile);
   } else {
-    Line("  Log: no file" + (record.logProblem.empty() ? "" : ": " + record.logProblem));
+    PrintLine("  Log: no file" + (record.logProblem.empty() ? "" : ": " + record.logProblem));
   }
 }
 
 }  // namespace
 
 void PrintStatusLine(const StatusLine &line) {
-  Line(Styled(line.code == kProgress ? Style::kDim : Style::kBad, line.text));
+  PrintLine(line.text, line.code == kProgress ? Style::kDim : Style::kBad);
   std::fflush(stdout);
 }
 
