@@ -79,6 +79,8 @@ bool Fits(const Decoration &decoration, const System &system) {
   return !decoration.suite || (system.suite & *decoration.suite) == *decoration.suite;
 }
 
+// The version comes first; what the decoration says beyond it, and of two that say the same much the one that names the
+// architecture, in the order in which the restored system's own decorations go from special to general.
 bool IsBetter(const Decoration &a, const Decoration &b) {
   const auto rank = [](const Decoration &decoration) {
     return std::tuple(VersionOf(decoration), decoration.product.has_value(), decoration.suite.has_value(),

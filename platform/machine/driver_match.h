@@ -22,7 +22,7 @@ struct ModelLine {
 // lines lead to is taken once, for the first of them.
 void ForEachModel(InfFile *file, const System &system, const std::function<void(const ModelLine &)> &take);
 
-// How well a line's id serves a device's: the smallest is the best.
+// How well a line's id serves a device's: the smallest is the best. Of the two positions the device's counts first.
 struct MatchRank {
   // Hardware id against hardware id, device's hardware id against the line's compatible id, the reverse, compatible id
   // against compatible id.

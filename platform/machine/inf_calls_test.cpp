@@ -239,6 +239,18 @@ TEST_F(InfCallsTest, ReadsAFileOnceWhileItDoesNotChange) {
   SetupCloseInfFile(inf);
 }
 
+// A handle keeps the text that it was opened with, even one that is too large to be kept for later.
+TEST_F(InfCallsTest, ReadsALargeFileOnceForItsHandle) {
+  WriteFile("ram/drivers/large.inf", kDisk + ("[Pad]\n;" + std::string(5 << 20, 'x')));
+  Open();
+  const HINF inf = OpenInf("X:\\drivers\\large.inf");
+  INFCONTEXT context;
+  EXPECT_TRUE(SetupFindFirstLineA(inf, "Files", nullptr, &context));
+  EXPECT_TRUE(SetupFindNextLine(&context, &context));
+  SetupCloseInfFile(inf);
+  EXPECT_EQ(VXRMachine_InfReads(), 1u);
+}
+
 // Files that together exceed what is kept: all of them still answer.
 TEST_F(InfCallsTest, ReadsAgainWhatDidNotFit) {
   for (int i = 0; i < 10; ++i) {
