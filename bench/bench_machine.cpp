@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "bench/inf_directory.h"
+#include "tests/support/scsi_machine.h"
 #include "vxrcore/machine.h"
 
 namespace fs = std::filesystem;
@@ -30,28 +31,6 @@ path = 'ram'
 root = 'D:\'
 type = 'fixed'
 path = 'restored'
-
-[[disk]]
-number = 0
-geometry = { cylinders = 7832, heads = 255, sectors = 63, bytes = 512 }
-interface = '\\?\scsi#disk&ven_acme&prod_fast_disk&rev_1.0#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'
-
-[[device]]
-instance = 'ROOT\ACPI_HAL\0000'
-class = 'Computer'
-hardware_ids = ['acpiapic_mp']
-
-[[device]]
-instance = 'SCSI\Disk&Ven_ACME&Prod_FAST_DISK&Rev_1.0\4&1A2B3C&0&000000'
-class = 'DiskDrive'
-hardware_ids = ['SCSI\DiskACME____FAST_DISK']
-parent = 'PCI\VEN_1AF4&DEV_1042&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
-
-[[device]]
-instance = 'PCI\VEN_1AF4&DEV_1042&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
-class = 'SCSIAdapter'
-hardware_ids = ['PCI\VEN_1AF4&DEV_1042&SUBSYS_00000000&REV_01', 'PCI\VEN_1AF4&DEV_1042']
-compatible_ids = ['PCI\VEN_1AF4&CC_0100', 'PCI\CC_0100']
 
 [registry.'SOFTWARE\Varnelt\Halcyra']
 HCDIR = 'X:\Halcyra'
@@ -77,7 +56,7 @@ BenchMachine MakeBenchMachine(unsigned infCount, const fs::path &hive) {
   fs::create_directories(folder / "restored/Windows/system32/config");
   MakeInfDirectory(folder / "ram/drivers", infCount);
   if (!hive.empty()) fs::copy_file(hive, folder / "restored/Windows/system32/config/SYSTEM");
-  std::ofstream(folder / "machine.toml") << kMachine;
+  std::ofstream(folder / "machine.toml") << kMachine << ScsiMachine(R"(PCI\VEN_1AF4&DEV_1042)");
   return {folder};
 }
 

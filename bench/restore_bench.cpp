@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "bench/bench_machine.h"
+#include "bench/report.h"
 #include "inf/field_reader.h"
 #include "log/log.h"
 #include "registry/hive.h"
@@ -167,52 +167,14 @@ double PeakMemory() {
   return peak;
 }
 
-// Keeps each benchmark's smallest time: what the work costs when nothing else disturbs the machine.
-struct SmallestTimes : benchmark::ConsoleReporter {
-  std::map<std::string, double> nanoseconds;
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      const double time = run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9;
-      const auto [entry, fresh] = nanoseconds.emplace(run.run_name.function_name + "/" + run.run_name.args, time);
-      if (!fresh) entry->second = std::min(entry->second, time);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
-
-bool failed = false;
-
-void Row(const char *what, double measured, double budget, const char *unit) {
-  const bool within = measured <= budget;
-  failed |= !within;
-  std::printf("| %-70s | %8.2f%s | %6.2f%s | %s |\n", what, measured, unit, budget, unit, within ? "yes" : "NO");
-}
-
-void PrintTable(const std::map<std::string, double> &times, double memory) {
-  const auto time = [&times](const char *name) { return times.count(name) ? times.at(name) : 0.0; };
-  std::printf("\n| figure | measured | budget | within |\n|---|---|---|---|\n");
-  const double read = time("ReadFiles/10000");
-  Row("open and read ClassGUID, to reading 10,000 files", time("OpenAndReadClass/10000") / read, 2.0, "x");
-  Row("verification run that finds nothing, to reading 10,000 files", time("VerificationRun/10000") / read, 3.0, "x");
-  Row("run's time a file, 10,000 files to 1,250",
-      time("VerificationRun/10000") / kMany / (time("VerificationRun/1250") / kFew), 1.2, "x");
-  if (!corpusHive.empty())
-    Row("mount, eight values, unmount, to libhivex alone", time("MountEightValuesUnmount/") / time("HivexAlone/"), 1.3,
-        "x");
-  Row("log line below the threshold", time("LogLineBelowThreshold/"), 10.0, "ns");
-  Row("peak memory of a run over 10,000 files", memory, 64.0, "MB");
-}
+double peakMemory = 0;
 
 }  // namespace
 
-// vxr_bench [HIVE]: HIVE is a large SYSTEM hive; without one its row is left out.
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  if (argc > 1) corpusHive = argv[1];
+void AddRestoreBenchmarks(const char *hive) {
   machines[kMany] = MakeBenchMachine(kMany, {});
   machines[kFew] = MakeBenchMachine(kFew, {});
-  const double memory = PeakMemory();
+  peakMemory = PeakMemory();
   const auto add = [](const char *name, void (*function)(benchmark::State &)) {
     return benchmark::RegisterBenchmark(name, function)->Unit(benchmark::kMillisecond)->Repetitions(5);
   };
@@ -220,14 +182,24 @@ int main(int argc, char **argv) {
   add("OpenAndReadClass", OpenAndReadClass)->Arg(kMany);
   add("VerificationRun", VerificationRun)->Arg(kMany)->Arg(kFew);
   benchmark::RegisterBenchmark("LogLineBelowThreshold", LogLineBelowThreshold)->Repetitions(5);
-  if (!corpusHive.empty()) {
-    machines[0] = MakeBenchMachine(0, corpusHive);
-    add("MountEightValuesUnmount", MountEightValuesUnmount);
-    add("HivexAlone", HivexAlone);
-  }
-  SmallestTimes reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  PrintTable(reporter.nanoseconds, memory);
+  if (hive == nullptr) return;
+  corpusHive = hive;
+  machines[0] = MakeBenchMachine(0, corpusHive);
+  add("MountEightValuesUnmount", MountEightValuesUnmount);
+  add("HivexAlone", HivexAlone);
+}
+
+void PrintRestoreRows(const Times &times) {
+  const double read = times.Of("ReadFiles/10000");
+  Row("open and read ClassGUID, to reading 10,000 files", times.Of("OpenAndReadClass/10000") / read, 2.0, "x");
+  Row("verification run that finds nothing, to reading 10,000 files", times.Of("VerificationRun/10000") / read, 3.0,
+      "x");
+  Row("run's time a file, 10,000 files to 1,250",
+      times.Of("VerificationRun/10000") / kMany / (times.Of("VerificationRun/1250") / kFew), 1.2, "x");
+  if (!corpusHive.empty())
+    Row("mount, eight values, unmount, to libhivex alone",
+        times.Of("MountEightValuesUnmount/") / times.Of("HivexAlone/"), 1.3, "x");
+  Row("log line below the threshold", times.Of("LogLineBelowThreshold/"), 10.0, "ns");
+  Row("peak memory of a run over 10,000 files", peakMemory, 64.0, "MB");
   for (const auto &[count, machine] : machines) RemoveBenchMachine(machine);
-  return failed ? 1 : 0;
 }

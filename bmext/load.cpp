@@ -15,16 +15,9 @@ namespace {
 
 constexpr char kSystemFolder[] = "\\system32";
 
-// A file's image as it lies in memory.
-struct ExtensionImage {
-  VXR_EXTHEADER header;
-  VXR_BMEXTNSON extension;
-};
-static_assert(sizeof(ExtensionImage) == VXR_EXT_FILE_SIZE);
-
 VXR_BMEXTNSON *currentExtension = nullptr;
 HeapPtr<VXR_FILEMAP> currentMapping;
-HeapPtr<ExtensionImage> blankImage;  // until the next load, or the end of the process
+HeapPtr<VXR_EXTIMAGE> blankImage;  // until the next load, or the end of the process
 
 // The current extension's paths with a terminator of our own. An image from outside may lack one, and other programs
 // may write to a mapped file or to a host's image after any check.
@@ -78,14 +71,14 @@ void ApplyOverrides(VXR_SYSINFO *info, const char *caller) {
   FillPath(info->WindowsPath, root.get(), "", caller);
 }
 
-ExtensionImage *MakeBlankImage(const char *caller) {
-  blankImage.reset(reinterpret_cast<ExtensionImage *>(AllocTextUnlogged(sizeof(ExtensionImage)).release()));
+VXR_EXTIMAGE *MakeBlankImage(const char *caller) {
+  blankImage.reset(reinterpret_cast<VXR_EXTIMAGE *>(AllocTextUnlogged(sizeof(VXR_EXTIMAGE)).release()));
   if (blankImage == nullptr) VXRDbg_Log(kError, "ERROR:%s:Allocating memory for pMBEHead failed!\n", caller);
   return blankImage.get();
 }
 
 // Maps the file into the current mapping; null when it cannot be, or is too short to be read as an extension.
-ExtensionImage *MapImage(const char *path, const char *caller) {
+VXR_EXTIMAGE *MapImage(const char *path, const char *caller) {
   VXRDbg_Log(kCheck, "CHECK:%s:szBMExtFile=%s\n", caller, path);
   currentMapping = VXREng_MapFile(path);
   if (currentMapping == nullptr) {
@@ -93,27 +86,27 @@ ExtensionImage *MapImage(const char *path, const char *caller) {
     return nullptr;
   }
   VXRDbg_Log(kCheck, "CHECK:%s:file mapped ok as %s\n", caller, currentMapping->Name);
-  if (currentMapping->Size < sizeof(ExtensionImage)) {
+  if (currentMapping->Size < sizeof(VXR_EXTIMAGE)) {
     VXRDbg_Log(kError, "ERROR:%s:%s has %u bytes, an extension file has %u, take it from the backup again\n", caller,
                path, currentMapping->Size, VXR_EXT_FILE_SIZE);
     return nullptr;
   }
-  return static_cast<ExtensionImage *>(currentMapping->Start);
+  return static_cast<VXR_EXTIMAGE *>(currentMapping->Start);
 }
 
 // A host's image or a file's, with a good magic; null otherwise.
-ExtensionImage *CheckedImage(ExtensionImage *image, const char *caller) {
+VXR_EXTIMAGE *CheckedImage(VXR_EXTIMAGE *image, const char *caller) {
   if (image == nullptr) return nullptr;
-  if (VXRExt_CheckHeader(&image->header)) return image;
+  if (VXRExt_CheckHeader(&image->Header)) return image;
   LogFailure("VXRExt_CheckHeader", "None", caller);
   return nullptr;
 }
 
 // The image to use, checked unless it is the blank one; null on failure.
-ExtensionImage *FindImage(void *header, const char *caller) {
+VXR_EXTIMAGE *FindImage(void *header, const char *caller) {
   if (header != nullptr) {
     VXRDbg_Log(kCheck, "CHECK:%s:input bme head addr=0x%08X\n", caller, LowHalf(header));
-    return CheckedImage(static_cast<ExtensionImage *>(header), caller);
+    return CheckedImage(static_cast<VXR_EXTIMAGE *>(header), caller);
   }
   DWORD size = 0;
   const HeapText path = ReadJobValue("BMEFile", &size);
@@ -135,20 +128,20 @@ BOOL VXRExt_Initialize([[maybe_unused]] DWORD job, void *header) {
   VXRExt_Cleanup();
   currentExtension = nullptr;
   blankImage.reset();
-  ExtensionImage *image = FindImage(header, __func__);
+  VXR_EXTIMAGE *image = FindImage(header, __func__);
   if (image == nullptr) {
     ReleaseMapping();
     return FALSE;
   }
-  currentExtension = &image->extension;
-  VXR_SYSINFO *info = &image->extension.SysInfo;
+  currentExtension = &image->Extension;
+  VXR_SYSINFO *info = &image->Extension.SysInfo;
   ApplyOverrides(info, __func__);
   std::memcpy(systemPath, info->SystemPath, sizeof(info->SystemPath));
   std::memcpy(windowsPath, info->WindowsPath, sizeof(info->WindowsPath));
   VXRDbg_Log(kCheck, "DLC:System Path==>%s<==   WindowsPath==>%s<==\n", systemPath, windowsPath);
-  VXRDbg_Log(kCheck, "CHECK:%s:initialized ok:ExtHead=%p:Extnson=%p\n", __func__, &image->header, currentExtension);
+  VXRDbg_Log(kCheck, "CHECK:%s:initialized ok:ExtHead=%p:Extnson=%p\n", __func__, &image->Header, currentExtension);
   VXREng_StatusMsg(kProgress, "Found Bare Metal extension with Magic = 0x%08x Version = 0x%08x\n",
-                   VxrGet32(image->header.Magic), VxrGet32(image->header.Version));
+                   VxrGet32(image->Header.Magic), VxrGet32(image->Header.Version));
   return TRUE;
 }
 

@@ -15,11 +15,7 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 
-struct Image {
-  VXR_EXTHEADER header;
-  VXR_BMEXTNSON extension;
-};
-static_assert(sizeof(Image) == VXR_EXT_FILE_SIZE);
+using Image = VXR_EXTIMAGE;
 
 // Job 5, with the values that a test gives it.
 class LoadTest : public MachineTest {
@@ -45,9 +41,9 @@ class LoadTest : public MachineTest {
   static std::unique_ptr<Image> MakeImage(uint32_t magic, const char *systemPath) {
     auto image = std::make_unique<Image>();
     std::memset(image.get(), 0, sizeof(Image));
-    image->header = {VxrPut32(magic), VxrPut32(VXR_EXT_VERSION)};
-    image->extension.SysInfo.SysOs.MajorVersion = VxrPut32(5);
-    std::strcpy(image->extension.SysInfo.SystemPath, systemPath);
+    image->Header = {VxrPut32(magic), VxrPut32(VXR_EXT_VERSION)};
+    image->Extension.SysInfo.SysOs.MajorVersion = VxrPut32(5);
+    std::strcpy(image->Extension.SysInfo.SystemPath, systemPath);
     return image;
   }
   static std::string Bytes(const Image &image) { return {reinterpret_cast<const char *>(&image), sizeof(image)}; }
@@ -88,7 +84,7 @@ TEST_F(LoadTest, OverrideTakesTheFirstByteOfItsData) {
     SCOPED_TRACE(row.values);
     OpenJob(row.values);
     auto image = MakeImage(VXR_EXT_MAGIC_HOT, "C:\\WINDOWS\\system32");
-    image->extension.SysInfo.SysOs.ProcessorArchitecture = VxrPut32(6);
+    image->Extension.SysInfo.SysOs.ProcessorArchitecture = VxrPut32(6);
     ASSERT_TRUE(VXRExt_Initialize(5, image.get()));
     EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MajorVersion), row.major);
     EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->ProcessorArchitecture), row.architecture);
@@ -98,8 +94,8 @@ TEST_F(LoadTest, OverrideTakesTheFirstByteOfItsData) {
 TEST_F(LoadTest, FileIsMappedAndOverriddenOnDisk) {
   OpenJob("BMEFile = 'X:\\machine.bme'\nRootPath = 'E:\\'\nOSVerMin = 1\n");
   const auto image = MakeImage(VXR_EXT_MAGIC_COLD, "C:\\WINDOWS\\system32");
-  image->header.Version = VxrPut32(2);
-  image->extension.SysInfo.BootMedia = VxrPut32(VXR_BOOTMEDIA_RAM);
+  image->Header.Version = VxrPut32(2);
+  image->Extension.SysInfo.BootMedia = VxrPut32(VXR_BOOTMEDIA_RAM);
   WriteFile("ram/machine.bme", Bytes(*image));
   ASSERT_TRUE(VXRExt_Initialize(5, nullptr));
   EXPECT_STREQ(VXRExt_GetSystemPath(), "C:\\WINDOWS\\system32");
@@ -113,8 +109,8 @@ TEST_F(LoadTest, FileIsMappedAndOverriddenOnDisk) {
   EXPECT_EQ(VXRExt_GetWindowsPath(), nullptr);
   EXPECT_EQ(VXRExt_GetBootMedia(), DWORD{VXR_BOOTMEDIA_UNKNOWN});
 
-  std::strcpy(image->extension.SysInfo.WindowsPath, "E:\\");
-  image->extension.SysInfo.SysOs.MinorVersion = VxrPut32(1);
+  std::strcpy(image->Extension.SysInfo.WindowsPath, "E:\\");
+  image->Extension.SysInfo.SysOs.MinorVersion = VxrPut32(1);
   EXPECT_TRUE(ReadFile("ram/machine.bme") == Bytes(*image)) << "more than the overrides changed, or less";
 }
 
@@ -157,9 +153,9 @@ TEST_F(LoadTest, HostsImageTakesTheFilesPlaceAndTheOverrides) {
   const auto image = MakeImage(VXR_EXT_MAGIC_HOT, "");
   ASSERT_TRUE(VXRExt_Initialize(5, image.get()));
   EXPECT_THAT(log, Not(HasSubstr("BMEFile")));
-  EXPECT_STREQ(image->extension.SysInfo.SystemPath, "D:\\R\\system32");
-  EXPECT_STREQ(image->extension.SysInfo.WindowsPath, "D:\\R");
-  EXPECT_EQ(VxrGet32(image->extension.SysInfo.SysOs.ProcessorArchitecture), 9u);
+  EXPECT_STREQ(image->Extension.SysInfo.SystemPath, "D:\\R\\system32");
+  EXPECT_STREQ(image->Extension.SysInfo.WindowsPath, "D:\\R");
+  EXPECT_EQ(VxrGet32(image->Extension.SysInfo.SysOs.ProcessorArchitecture), 9u);
   EXPECT_TRUE(VXRExt_Cleanup());
   EXPECT_STREQ(VXRExt_GetSystemPath(), "D:\\R\\system32");
 
@@ -173,8 +169,8 @@ TEST_F(LoadTest, HostsImageTakesTheFilesPlaceAndTheOverrides) {
 TEST_F(LoadTest, PathsOfAHostileImageEndAtTheirField) {
   OpenJob("RootPath = 'D:'\n");
   const auto image = MakeImage(VXR_EXT_MAGIC_HOT, "");
-  std::memset(image->extension.SysInfo.SystemPath, 's', 260);
-  std::memset(image->extension.SysInfo.WindowsPath, 'w', 260);
+  std::memset(image->Extension.SysInfo.SystemPath, 's', 260);
+  std::memset(image->Extension.SysInfo.WindowsPath, 'w', 260);
   ASSERT_TRUE(VXRExt_Initialize(5, image.get()));
   EXPECT_EQ(VXRExt_GetSystemPath(), std::string(260, 's'));
   EXPECT_EQ(VXRExt_GetWindowsPath(), std::string(260, 'w'));

@@ -15,7 +15,7 @@ constexpr DWORD kLowestMajorVersion = 5;
 
 struct Target {
   const char *architecture;
-  DWORD major, minor, product, suite;
+  unsigned major, minor, product, suite;
 };
 
 // Null for an architecture that no driver is looked for.

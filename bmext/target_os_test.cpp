@@ -21,8 +21,8 @@ class TargetOsTest : public MachineTest {
   }
   // Makes an extension with these numbers current and asks for its decorations.
   std::vector<std::string> Decorations(DWORD major, DWORD minor, DWORD product, DWORD suite, DWORD architecture) {
-    image.header.Magic = VxrPut32(VXR_EXT_MAGIC_HOT);
-    VXR_SYSOSINFO *os = &image.extension.SysInfo.SysOs;
+    image.Header.Magic = VxrPut32(VXR_EXT_MAGIC_HOT);
+    VXR_SYSOSINFO *os = &image.Extension.SysInfo.SysOs;
     os->MajorVersion = VxrPut32(major);
     os->MinorVersion = VxrPut32(minor);
     os->ProductType = VxrPut32(product);
@@ -36,10 +36,7 @@ class TargetOsTest : public MachineTest {
     return texts;
   }
 
-  struct {
-    VXR_EXTHEADER header;
-    VXR_BMEXTNSON extension;
-  } image = {};
+  VXR_EXTIMAGE image = {};
 };
 
 TEST_F(TargetOsTest, ListRunsFromTheMostSpecificToTheMostGeneral) {
@@ -75,7 +72,7 @@ TEST_F(TargetOsTest, UnsupportedSystemsHaveNoList) {
     EXPECT_TRUE(Decorations(row.major, row.minor, row.product, 0x12345678, row.architecture).empty());
     EXPECT_THAT(log, HasSubstr(row.line));
   }
-  image.header.Magic = VxrPut32(0);
+  image.Header.Magic = VxrPut32(0);
   EXPECT_FALSE(VXRExt_Initialize(0, &image));
   EXPECT_EQ(VXRExt_GetTargetOS(), nullptr);
   EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_GetTargetOS:VXRExt_GetSysOsInfo():failed!"));

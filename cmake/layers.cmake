@@ -3,7 +3,7 @@
 
 # Floors from the top; a path belongs to the first prefix that fits it.
 set(VXR_FLOORS
-  "tools/=0" "tests/=0" "bench/=0"
+  "tools/=0" "tests/=0" "bench/=0" "fuzz/=0"
   "bmext/create=2"
   "device/disk_scan=3" "device/installed_driver=3" "volume/=3"
   "inf/driver_search=4"

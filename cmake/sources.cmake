@@ -10,13 +10,15 @@ endfunction()
 vxr_logic(log log/heap.cpp log/product.cpp log/log.cpp log/dump.cpp log/record_dump.cpp)
 vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/strings.cpp engine/base/files.cpp
           engine/base/processes.cpp)
-vxr_logic(engine engine/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp)
+vxr_logic(engine engine/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp engine/extension_job.cpp
+          engine/boot_sector.cpp engine/boot_volume.cpp)
 vxr_logic(registry registry/values.cpp registry/hive.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
-vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp)
+vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create.cpp bmext/create_system.cpp bmext/create_volumes.cpp
+          bmext/query.cpp bmext/query_volume.cpp)
 vxr_logic(device device/records.cpp device/properties.cpp device/facts.cpp device/class_repair.cpp
-          device/disk_scan.cpp device/disk_identity.cpp)
+          device/disk_scan.cpp device/disk_identity.cpp device/installed_driver.cpp device/file_facts.cpp)
 vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/driver_search.cpp inf/driver_search_files.cpp
           inf/driver_search_ids.cpp inf/install_section.cpp inf/copy_section.cpp inf/service_section.cpp
           inf/critical_device.cpp)
@@ -29,11 +31,15 @@ add_library(vxr_machine STATIC
   platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
   platform/machine/machine.cpp platform/machine/description.cpp platform/machine/setup_class.cpp
   platform/machine/facts.cpp
-  platform/machine/settings_file.cpp platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
+  platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
+  platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
   platform/machine/path_syntax.cpp platform/machine/listing.cpp platform/machine/handles.cpp
   platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
-  platform/machine/files.cpp platform/machine/stream.cpp platform/machine/mapping.cpp platform/machine/copy.cpp platform/machine/search.cpp
-  platform/machine/disks.cpp platform/machine/processes.cpp platform/machine/registry.cpp
+  platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
+  platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
+  platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
+  platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
+  platform/machine/registry.cpp
   platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
   platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
   platform/machine/hive_mount.cpp platform/machine/hive_cells.cpp

@@ -1,6 +1,7 @@
 # Unit tests stand beside their sources, one program a folder; the label says which need a described machine.
 
 add_library(vxr_test_support STATIC tests/support/test_machine.cpp tests/support/hive_builder.cpp)
+target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main)
 
 include(GoogleTest)
@@ -11,8 +12,12 @@ function(vxr_test name label)
 endfunction()
 
 # The whole run.
-target_sources(vxr_test_support PRIVATE tests/support/restore_job.cpp)
+target_sources(vxr_test_support PRIVATE tests/support/restore_job.cpp tests/support/fault_loop.cpp)
 vxr_test(restore_run_test machine tests/restore_run_test.cpp)
+
+# Recording a machine.
+target_sources(vxr_test_support PRIVATE tests/support/protected_machine.cpp)
+vxr_test(create_test machine tests/create_test.cpp)
 
 # Hive files for examples.
 add_executable(make_hive tests/support/make_hive.cpp)
@@ -26,7 +31,7 @@ add_executable(make_extension tests/support/make_extension.cpp)
 vxr_test(strings_test machine engine/base/strings_test.cpp)
 vxr_test(engine_test machine engine/base/files_test.cpp engine/path_catalogue_test.cpp restore/settings_test.cpp
          volume/volume_test.cpp)
-vxr_test(bmext_test machine bmext/load_test.cpp bmext/target_os_test.cpp)
+vxr_test(bmext_test machine bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp)
 vxr_test(scan_test machine device/disk_scan_test.cpp)
 
 # INF fields, the driver search, what a model line installs.
@@ -35,7 +40,8 @@ vxr_test(field_reader_test machine inf/field_reader_test.cpp)
 
 # Files, disks and processes of the described machine.
 vxr_test(machine_files_test machine platform/machine/paths_test.cpp platform/machine/files_test.cpp
-         platform/machine/copy_test.cpp platform/machine/search_test.cpp platform/machine/processes_test.cpp)
+         platform/machine/disks_test.cpp platform/machine/volumes_test.cpp platform/machine/copy_test.cpp
+         platform/machine/search_test.cpp platform/machine/processes_test.cpp)
 
 # The log and its dumps.
 vxr_test(log_test machine log/log_test.cpp log/product_test.cpp log/dump_test.cpp log/record_dump_test.cpp)
@@ -46,7 +52,8 @@ vxr_test(driver_search_test machine inf/driver_search_test.cpp)
 vxr_test(install_section_test machine inf/install_section_test.cpp inf/critical_device_test.cpp)
 
 # Device records, properties, machine facts, class values.
-vxr_test(device_test machine device/records_test.cpp device/facts_test.cpp device/class_repair_test.cpp)
+vxr_test(device_test machine device/records_test.cpp device/facts_test.cpp device/class_repair_test.cpp
+         device/installed_driver_test.cpp)
 
 # The described machine: texts, facts, windows and prompts, the machine file.
 vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/machine/description_test.cpp
@@ -64,7 +71,31 @@ vxr_test(setup_library_test machine platform/machine/inf_calls_test.cpp platform
          platform/machine/drivers_test.cpp)
 
 # The command line: what it makes of a run, and the program from outside.
-vxr_test(command_line_unit_test unit tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp tools/vxr/result_codes.cpp)
+vxr_test(command_line_unit_test unit tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp tools/vxr/result_codes.cpp
+         tools/vxr/machine_session.cpp tools/vxr/output.cpp)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
-         ${PROJECT_SOURCE_DIR}/examples)
+         ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
+
+# The boot-sector repair: on small images, what the command line says of it, and on disks that other tools made.
+vxr_test(boot_volume_test machine engine/boot_volume_test.cpp)
+vxr_test(boot_report_test unit tools/vxr/boot_report_test.cpp tools/vxr/boot_report.cpp tools/vxr/output.cpp)
+add_test(NAME fix_boot COMMAND ${PROJECT_SOURCE_DIR}/tests/fix_boot_test.sh $<TARGET_FILE:vxr>)
+set_tests_properties(fix_boot PROPERTIES LABELS machine TIMEOUT 300 SKIP_RETURN_CODE 77)
+
+# Version resources, and settings files, of the described machine.
+target_sources(vxr_test_support PRIVATE tests/support/pe_builder.cpp)
+vxr_test(version_test machine platform/machine/version_resource_test.cpp)
+vxr_test(settings_file_test machine platform/machine/settings_file_test.cpp)
+target_compile_definitions(version_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+
+# What the command line makes of an extension file.
+vxr_test(extension_view_test unit tools/vxr/extension_view_test.cpp tools/vxr/query_names.cpp)
+target_link_libraries(extension_view_test PRIVATE vxr_extension_view)
+
+# The example for authors of hosts, in C, against the shared library as they have it.
+add_executable(list_volumes examples/extension-file/list_volumes.c)
+target_link_libraries(list_volumes PRIVATE vxrcore)
+add_test(NAME extension_example COMMAND ${PROJECT_SOURCE_DIR}/tests/extension_example_test.sh
+         $<TARGET_FILE:list_volumes> $<TARGET_FILE:make_extension>)
+set_tests_properties(extension_example PROPERTIES LABELS unit TIMEOUT 60)

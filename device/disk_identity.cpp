@@ -82,8 +82,9 @@ Search CompareDevice(const char *path, DWORD index, const char *disk, DWORD soug
 
 // The disk's name or, without one, the name of the disk with that number. FALSE, after logging, when it is too long.
 BOOL FormDiskName(const char *disk, DWORD number, char (&name)[kDiskNameSize], const char *caller) {
-  const int length = disk == nullptr ? std::snprintf(name, sizeof(name), "\\\\.\\PhysicalDrive%u", number)
-                                     : std::snprintf(name, sizeof(name), "%s", disk);
+  const int length = disk == nullptr
+                         ? std::snprintf(name, sizeof(name), "\\\\.\\PhysicalDrive%u", static_cast<unsigned>(number))
+                         : std::snprintf(name, sizeof(name), "%s", disk);
   if (length >= 0 && static_cast<SIZE_T>(length) < sizeof(name)) return TRUE;
   VXRDbg_Log(kError, "ERROR:%s:disk name has %d characters, at most %u are possible, correct the job's Disk:%s\n",
              caller, length, static_cast<DWORD>(sizeof(name) - 1), disk);

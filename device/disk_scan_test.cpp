@@ -11,6 +11,7 @@
 #include "platform/machine/handles.h"
 #include "platform/machine/registry.h"
 #include "restore/settings.h"
+#include "tests/support/scsi_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -41,12 +42,7 @@ std::string Device(const std::string &instance, const std::string &className, co
          "hardware_ids = ['" + hardwareId + "']\n" + (parent.empty() ? "" : "parent = '" + parent + "'\n");
 }
 
-const std::string kScsiDisk = "scsi#disk&ven_acme&prod_fast_disk&rev_1.0#4&1a2b3c&0&000000";
-const std::string kScsiController = "PCI\\VEN_1000&DEV_0030\\3&61AAA01&0&80";
-const std::string kScsiMachine =
-    Disk(0, kScsiDisk) +
-    Device("SCSI\\Disk&Ven_ACME&Prod_FAST_DISK&Rev_1.0\\4&1A2B3C&0&000000", "DiskDrive", "GenDisk", kScsiController) +
-    Device(kScsiController, "SCSIAdapter", "PCI\\VEN_1000&DEV_0030", "");
+const std::string kScsiController = ScsiAdapterInstance(kScsiAdapterId);
 
 const std::string kIdeMachine =
     Disk(0, "ide#diskacme_1.05____#5&2b7f1d3e&0&0.0.0") +
@@ -111,7 +107,7 @@ class ScanTest : public MachineTest {
 // --- The chain of records -------------------------------------------------------------------------------------------
 
 TEST_F(ScanTest, ScsiDiskHasItsAdapterAboveIt) {
-  OpenScan(kScsiMachine);
+  OpenScan(ScsiMachine());
   EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
   EXPECT_EQ(dwError, 0u);
   ASSERT_EQ(block.dwDevCnt, 1u);
@@ -119,7 +115,7 @@ TEST_F(ScanTest, ScsiDiskHasItsAdapterAboveIt) {
   EXPECT_STREQ(disk->szInstanceID, "scsi\\disk&ven_acme&prod_fast_disk&rev_1.0\\4&1a2b3c&0&000000");
   EXPECT_EQ(disk->VXRDevType, DWORD{VXR_DEVTYPE_DISKDRIVE});
   EXPECT_EQ(disk->pVXRDriver, nullptr);
-  EXPECT_STREQ(disk->szHardwareID, "GenDisk");
+  EXPECT_STREQ(disk->szHardwareID, "SCSI\\DiskACME____FAST_DISK");
   const VXR_DEVICE *adapter = disk->pVXRDevParent;
   ASSERT_NE(adapter, nullptr);
   EXPECT_EQ(adapter->szInstanceID, kScsiController);
@@ -168,8 +164,7 @@ TEST_F(ScanTest, DiskOfAnotherBusStandsAlone) {
 }
 
 TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
-  const std::string disk = Disk(0, kScsiDisk);
-  const std::string id = "SCSI\\Disk&Ven_ACME&Prod_FAST_DISK&Rev_1.0\\4&1A2B3C&0&000000";
+  const std::string disk = Disk(0, kScsiDiskInterface), id = kScsiDiskInstance;
   struct {
     const char *what;
     std::string toml, named;
@@ -198,7 +193,7 @@ TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
 }
 
 TEST_F(ScanTest, NothingIsRecordedWithoutTheDisk) {
-  OpenScan(kScsiMachine);
+  OpenScan(ScsiMachine());
   EXPECT_FALSE(VXRDev_ScanDiskDevices(nullptr));
   std::strcpy(bootDisk, "\\\\.\\PHYSICALDRIVE1");
   EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));

@@ -31,9 +31,9 @@ class PathCatalogueTest : public MachineTest {
     gpVXRBMRestore = nullptr;
   }
   void TakeExtension(const char *systemPath, const char *windowsPath) {
-    std::strcpy(image.extension.SysInfo.SystemPath, systemPath);
-    std::strcpy(image.extension.SysInfo.WindowsPath, windowsPath);
-    image.header.Magic = VxrPut32(VXR_EXT_MAGIC_HOT);
+    std::strcpy(image.Extension.SysInfo.SystemPath, systemPath);
+    std::strcpy(image.Extension.SysInfo.WindowsPath, windowsPath);
+    image.Header.Magic = VxrPut32(VXR_EXT_MAGIC_HOT);
     ASSERT_TRUE(VXRExt_Initialize(0, &image));
   }
 
@@ -41,10 +41,7 @@ class PathCatalogueTest : public MachineTest {
   char infDir[16] = "X:\\drivers", root[8] = "E:\\";
   VXR_PARABLOCK block = {};
   VXR_BMRESTORE settings = {};
-  struct {
-    VXR_EXTHEADER header;
-    VXR_BMEXTNSON extension;
-  } image = {};
+  VXR_EXTIMAGE image = {};
 };
 
 TEST_F(PathCatalogueTest, EveryIdHasItsPath) {

@@ -2,13 +2,6 @@
 
 #include <cstring>
 
-#include "log/log.h"
-
-bool Given(const void *argument, const char *name, const char *caller) {
-  if (argument == nullptr) LogNull(name, caller);
-  return argument != nullptr;
-}
-
 bool HandleGiven(HINF hInf, const char *caller) {
   if (hInf == INVALID_HANDLE_VALUE) VXRDbg_Log(kError, "ERROR:%s:hInf is INVALID_HANDLE_VALUE\n", caller);
   return hInf != INVALID_HANDLE_VALUE;

@@ -3,10 +3,9 @@
 
 #include <initializer_list>
 
+#include "log/log.h"
 #include "vxr/device.h"
 
-// Whether `argument` is there; logs "ERROR:<caller>:<name> is NULL\n" when it is not.
-bool Given(const void *argument, const char *name, const char *caller = __builtin_FUNCTION());
 // Whether the handle is a valid one; logs "ERROR:<caller>:hInf is INVALID_HANDLE_VALUE\n" when it is not.
 bool HandleGiven(HINF hInf, const char *caller = __builtin_FUNCTION());
 // Whether there is a driver, with a device, with decorations; logs the first that is missing.

@@ -77,8 +77,9 @@ void DumpWideText(const void *data, DWORD size) {
 GuidText FormatGuid(const GUID &guid) {
   GuidText text;
   const BYTE *tail = guid.Data4;
-  std::snprintf(text.text, sizeof text.text, "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", guid.Data1, guid.Data2,
-                guid.Data3, tail[0], tail[1], tail[2], tail[3], tail[4], tail[5], tail[6], tail[7]);
+  std::snprintf(text.text, sizeof text.text, "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X",
+                static_cast<unsigned>(guid.Data1), guid.Data2, guid.Data3, tail[0], tail[1], tail[2], tail[3], tail[4],
+                tail[5], tail[6], tail[7]);
   return text;
 }
 

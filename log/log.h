@@ -29,6 +29,12 @@ void LogFailure(const char *call, const char *message, const char *caller = __bu
 // "ERROR:<caller>:<argument> is NULL\n".
 void LogNull(const char *argument, const char *caller = __builtin_FUNCTION());
 
+// Whether an argument is there; writes that line when it is not.
+inline bool Given(const void *argument, const char *name, const char *caller = __builtin_FUNCTION()) {
+  if (argument == nullptr) LogNull(name, caller);
+  return argument != nullptr;
+}
+
 // What a line shows of an address or a handle in eight digits. Windows uses no more of a window handle.
 inline DWORD LowHalf(const void *address) { return static_cast<DWORD>(reinterpret_cast<uintptr_t>(address)); }
 

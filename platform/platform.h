@@ -67,11 +67,32 @@ BOOL GetExitCodeProcess(HANDLE process, DWORD *exitCode);
 
 // --- Files -------------------------------------------------------------------------------------------------------
 
-// Opens a file, a disk ("\\.\PhysicalDriveN") or a device interface path. Returns INVALID_HANDLE_VALUE on failure.
+// Opens a file, a disk ("\\.\PhysicalDriveN"), a device interface path, or a volume by its GUID path without trailing
+// backslash. Without access rights a disk or volume can be asked questions (DeviceIoControl) and no more; we open
+// volumes only so. Returns INVALID_HANDLE_VALUE on failure: ERROR_FILE_NOT_FOUND no such file or device,
+// ERROR_PATH_NOT_FOUND no such directory, ERROR_ACCESS_DENIED, ERROR_WRITE_PROTECT, ERROR_NOT_READY (a disk without
+// medium) and others.
 HANDLE CreateFileA(const char *name, DWORD access, DWORD share, void *security, DWORD disposition, DWORD flags,
                    HANDLE templateFile);
 BOOL CloseHandle(HANDLE handle);
 DWORD GetFileSize(HANDLE file, DWORD *sizeHigh);
+// Transfer `size` bytes at the handle's position, which moves on after a success. On a disk both are whole sectors
+// (ERROR_INVALID_PARAMETER), and what reaches past its end fails without any transfer (ERROR_SECTOR_NOT_FOUND); reading
+// past a file's end gives fewer bytes, or none, which is a success. `overlapped` is always null. `*read` and `*written`
+// get the bytes transferred. Without the access right: ERROR_ACCESS_DENIED.
+BOOL ReadFile(HANDLE file, void *buffer, DWORD size, DWORD *read, void *overlapped);
+BOOL WriteFile(HANDLE file, const void *buffer, DWORD size, DWORD *written, void *overlapped);
+// Moves by the signed 64-bit distance of both halves when `distanceHigh` is given, which then gets the high half of the
+// new position; without it a position of more than 32 bits fails. INVALID_SET_FILE_POINTER may be a low half too: only
+// the last error tells (NO_ERROR then). ERROR_NEGATIVE_SEEK before the beginning, ERROR_INVALID_PARAMETER no such
+// method or position; the position is then as it was.
+DWORD SetFilePointer(HANDLE file, LONG distance, LONG *distanceHigh, DWORD method);
+// Returns when what was written is on the medium. Needs the right to write.
+BOOL FlushFileBuffers(HANDLE file);
+// We ask disks for their number and geometry, volumes for their unique id, device name and extents; `*returned` gets
+// the bytes stored. Of an id or name that does not fit the buffer the length is stored, and the last error is
+// ERROR_MORE_DATA. Of extents that do not fit the count is stored, and it is ERROR_MORE_DATA too, or
+// ERROR_INSUFFICIENT_BUFFER when not even one fits; any other answer that does not fit fails with the latter.
 BOOL DeviceIoControl(HANDLE device, DWORD code, void *in, DWORD inSize, void *out, DWORD outSize, DWORD *returned,
                      void *overlapped);
 HANDLE CreateFileMappingA(HANDLE file, void *security, DWORD protect, DWORD sizeHigh, DWORD sizeLow, const char *name);
@@ -79,6 +100,8 @@ void *MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offset
 BOOL UnmapViewOfFile(const void *view);
 DWORD GetFileAttributesA(const char *name);
 BOOL SetFileAttributesA(const char *name, DWORD attributes);
+// `data` is a WIN32_FILE_ATTRIBUTE_DATA; GetFileExInfoStandard is the only level. Fails as GetFileAttributesA does.
+BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data);
 // Copies contents and attributes, replacing `target` when `failIfExists` is FALSE. On failure an old target is whole.
 BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists);
 // The last component may hold wildcards. We take the first match only, and of its data name, size and whether it is a
@@ -92,6 +115,30 @@ std::FILE *OpenStream(const char *name, const char *mode);
 // --- Settings files ----------------------------------------------------------------------------------------------
 
 UINT GetPrivateProfileIntA(const char *section, const char *key, int fallback, const char *file);
+// Stores the value, or `fallback`, cut to the buffer (never inside a character) and terminated. Returns the characters
+// stored, without terminator. We always name section, key and fallback.
+DWORD GetPrivateProfileStringA(const char *section, const char *key, const char *fallback, char *buffer, DWORD size,
+                               const char *file);
+// Sets one value, creating section and file (not its directory) when missing; every other line stays as it is. We
+// always name all four. On failure the file is as it was: ERROR_ACCESS_DENIED read-only or a directory,
+// ERROR_PATH_NOT_FOUND no such directory, ERROR_INVALID_PARAMETER a line end in a text or a name that could not be read
+// back, ERROR_INVALID_DATA a file in UTF-16BE; others of the disk.
+BOOL WritePrivateProfileStringA(const char *section, const char *key, const char *value, const char *file);
+
+// --- Version resources -------------------------------------------------------------------------------------------
+
+// Size in bytes of a file's version block, 0 on failure: ERROR_RESOURCE_DATA_NOT_FOUND when it has none, or is no
+// executable; ERROR_INVALID_DATA when its headers or its resource are damaged; ERROR_FILE_NOT_FOUND and the others of
+// opening a file. `*handle` gets 0.
+DWORD GetFileVersionInfoSizeA(const char *file, DWORD *handle);
+// Stores the block, at most `size` bytes of it. The same errors; ERROR_INSUFFICIENT_BUFFER for fewer than 16 bytes,
+// which could not tell how much of the block there is.
+BOOL GetFileVersionInfoA(const char *file, DWORD handle, DWORD size, void *block);
+// Points `*value` to a value inside the block, which GetFileVersionInfoA filled: "\VarFileInfo\Translation" (bytes)
+// or "\StringFileInfo\040904b0\FileVersion" (ANSI text; its length with terminator, as Windows counts it; 0 for a text
+// without a value). On failure null and 0: ERROR_RESOURCE_TYPE_NOT_FOUND no such value; ERROR_INVALID_DATA the block is
+// cut before the value's end, or is none.
+BOOL VerQueryValueA(const void *block, const char *subBlock, void **value, UINT *length);
 
 // --- User interaction --------------------------------------------------------------------------------------------
 
@@ -110,13 +157,35 @@ UINT SetupPromptForDiskA(HWND owner, const char *title, const char *diskName, co
 // With a buffer too small (or null and 0) return the size needed, terminator included; else the length written.
 UINT GetSystemDirectoryA(char *buffer, UINT size);
 UINT GetWindowsDirectoryA(char *buffer, UINT size);
+// That of the machine, also where each user has one of their own.
+UINT GetSystemWindowsDirectoryA(char *buffer, UINT size);
 UINT GetDriveTypeA(const char *root);
 BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status);
+// The extended record, by its size field; another size fails with ERROR_INSUFFICIENT_BUFFER. (Windows declares the
+// parameter as the shorter record.)
+BOOL GetVersionExA(OSVERSIONINFOEXA *version);
+// `*size` is the buffer's; on success the characters stored, without terminator. A name that does not fit fails with
+// ERROR_BUFFER_OVERFLOW (GetComputerNameA) or ERROR_MORE_DATA, `*size` the size needed and the buffer as it was.
+BOOL GetComputerNameA(char *buffer, DWORD *size);
+BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT format, char *buffer, DWORD *size);
 void GetSystemInfo(SYSTEM_INFO *info);
 void GetSystemTime(SYSTEMTIME *time);
 BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime);
 // The host's first command-line argument (argv[0]), or null when there is none. Never freed by the caller.
 const char *GetProgramName();
+
+// --- Volumes -----------------------------------------------------------------------------------------------------
+
+// The roots of all drives by letter, such as "C:\", as a multi-string. Returns its size without the last NUL, or with a
+// buffer too small (or null and 0) the size with it; 0 on failure.
+DWORD GetLogicalDriveStringsA(DWORD size, char *buffer);
+// `root` ends in a backslash. Any output may be null. A text that does not fit fails the call with ERROR_BAD_LENGTH; a
+// drive without medium, with ERROR_NOT_READY.
+BOOL GetVolumeInformationA(const char *root, char *label, DWORD labelSize, DWORD *serial, DWORD *maxComponent,
+                           DWORD *flags, char *fileSystem, DWORD fileSystemSize);
+// The volume's GUID path, with a trailing backslash. `mountPoint` ends in a backslash too. A path that does not fit
+// fails with ERROR_FILENAME_EXCED_RANGE.
+BOOL GetVolumeNameForVolumeMountPointA(const char *mountPoint, char *name, DWORD size);
 
 // --- Set-up library: INF files -----------------------------------------------------------------------------------
 

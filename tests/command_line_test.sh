@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # The command line from outside, on copies of the example machines: exit statuses, where output goes, one clear line for
 # each bad input, and that a verification leaves the restored system as it is.
-#   command_line_test.sh VXR EXAMPLES
+#   command_line_test.sh VXR EXAMPLES MAKE_EXTENSION
 set -u
 
 vxr=$1
 examples=$2
+make_extension=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -35,12 +36,21 @@ expect() {
   fi
 }
 
+# shows NAME PATTERN ARGUMENT...: exit status 0, PATTERN on standard output, nothing on standard error.
+shows() {
+  local name=$1 pattern=$2
+  shift 2
+  run "$@" || fail "$name: exit status $?"
+  grep -qE -- "$pattern" "$work/out" || fail "$name: no \"$pattern\" in the output"
+  [[ ! -s $work/err ]] || fail "$name: something on standard error"
+}
+
 fresh() {
   rm -rf "$work/machine"
   cp -r "$examples/$1" "$work/machine"
   chmod -R u+w "$work/machine"
   machine=$work/machine/machine.toml
-  hive=$(find "$work/machine/restored" -ipath '*/config/system')
+  hive=$(find "$work/machine" -ipath '*/config/system')
 }
 
 digest() { (cd "$work/machine/restored" && find . -type f -print0 | sort -z | xargs -0 sha256sum | sha256sum); }
@@ -51,7 +61,7 @@ expect "unknown command" 2 'frobnicate: unknown' frobnicate
 expect "no machine" 2 '--machine is required; see vxr run --help' run --job 1
 expect "job is no number" 2 '--job = x is not a number' run --machine m --job x
 expect "unknown code page" 2 'code page 7 is not known' inf --code-page 7 x
-for words in --help --version 'run --help' 'run --version' 'inf --help' 'inf --version'; do
+for words in --help --version 'run --help' 'run --version' 'inf --help' 'inf --version' 'show --help' 'query --help'; do
   # shellcheck disable=SC2086
   run $words && [[ -s $work/out && ! -s $work/err ]] || fail "vxr $words"
 done
@@ -104,6 +114,37 @@ driver file missing|11|Failed to locate file .*NBSTOR.SYS|rm ram/drivers/nbstor.
 boot disk unknown|0|The boot disk was not found|sed -i 's/PhysicalDrive0.$/PhysicalDrive9\x27/' machine.toml
 CASES
 
+# --- Recording a machine: name, exit status, what is said, arguments, how the machine is spoilt; @ is its directory. A
+# failure leaves the includes file as it is.
+backup() { sha256sum "$work"/machine/c/backup/*.ini; }
+while IFS='|' read -r name status pattern arguments spoil; do
+  [[ -n $name ]] || continue
+  fresh protected-5.2-x64
+  (cd "$work/machine" && eval "${spoil:-true}") || fail "$name: cannot be set up"
+  before=$(backup)
+  # shellcheck disable=SC2206
+  words=(create --machine "$machine" ${arguments//@/$work/machine})
+  if [[ $status -eq 0 ]]; then
+    shows "create, $name" "$pattern" "${words[@]}"
+  else
+    expect "create, $name" "$status" "$pattern" "${words[@]}"
+    [[ $(backup) == "$before" ]] || fail "create, $name: the includes file was changed"
+  fi
+done <<'CASES'
+everything|0|E:.*2 disks|@/x.bme --includes C:\backup\includes.ini --map C:\backup\map.ini
+a volume left out|0|F:.*more than the two disk extents|C:\x.bme
+a disk that is not there|0|one of its disks is not among|@/x.bme|sed -i '0,/^interface/{/^interface/d}' machine.toml
+map file missing|0|None has its name .* from none.ini|@/x.bme --map none.ini
+map file binary|0|None has its name|@/x.bme --map @/bytes.ini|head -c 9999 /dev/urandom >bytes.ini
+no such directory|9|none/x.bme: .*no such directory|@/none/x.bme --includes C:\backup\includes.ini
+a directory of that name|9|/c: .*it is read-only, a directory|@/c --includes C:\backup\includes.ini
+no file name|9|no file name|C:\a:b.bme
+read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
+system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml
+no computer device|9|cannot be recorded: .*class Computer|@/x.bme|sed -i "s/'Computer'/'Net'/" machine.toml
+CASES
+expect "create, no machine" 2 'nowhere.toml: ' create --machine "$work/nowhere.toml" "$work/x.bme"
+
 # --- INF files
 run inf --json "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && grep -q '"Northbridge 1030 SCSI Adapter"' "$work/out" ||
   fail "inf --json: the name that a token stands for"
@@ -112,6 +153,88 @@ run inf --language 0x0407 "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && gre
 expect "INF file missing" 1 'is missing' inf "$work/none.inf"
 expect "a directory" 1 'is not a file' inf "$work"
 expect "not an INF file" 1 'text before the first section' inf "$0"
+
+# --- Extension files
+two=$work/two.bme
+"$make_extension" "$two" major=5 minor=2 build=3790 platform=2 sp_major=2 product=3 processors=4 arch=9 \
+  memory=8589934592 hal=3 kernel=3 suite=0x2 computer=FILESERVER volumes=2 boot_volume=0 system_volume=0 \
+  'vol0.mount=C:\' vol0.label=SYSTEM vol0.file_system=NTFS vol0.serial=0x1C2AF3B0 'vol0.device=\Device\Vol1' \
+  vol0.unique_id=01F302A9 vol0.disks=1 vol0.disk0.length=64420311040 \
+  vol0.disk0.disk.guid=4D36E967-E325-11CE-BFC1-08002BE10318 'vol0.disk0.disk.instance=IDE\DISK1' \
+  vol0.disk0.ctrl.svc.name=atapi vol0.disk0.ctrl.svc.type=1 'vol0.disk0.ctrl.svc.group=SCSI Miniport' \
+  vol0.disk0.ctrl.img.version=5.2.3790.3959 vol0.disk0.ctrl.img.written=128163792000000000 \
+  'vol1.mount=D:\' vol1.label=$'Gesch\xe4ft\x1b' || fail "make_extension"
+head -c 1000 "$two" >"$work/short.bme"
+cat "$two" "$two" >"$work/long.bme"
+head -c 80332 /dev/urandom | sed 's/^HbMe/xxxx/' | head -c 80332 >"$work/noise.bme"
+"$make_extension" "$work/later.bme" version=2
+: >"$work/empty.bme"
+
+for pattern in 'Windows 5.2 build 3790 Service Pack 2, server' 'Processors +4, amd64' '8.0 GiB' '1C2A-F3B0' 'Volume 0 .*60.0 GiB' \
+  'service +atapi, kernel driver, boot start, group "SCSI Miniport"' '"Geschäft\?"' '2007-02-19 17:20:00 UTC'; do
+  shows "show" "$pattern" show "$two"
+done
+shows "show --json" '"written_utc": "2007-02-19T17:20:00Z"' show --json "$two"
+[[ $(head -c 1 "$work/out") == '{' ]] || fail "show --json: one file is one object"
+shows "show --json of two" '^]$' show --json "$two" "$two"
+[[ $(head -c 1 "$work/out") == '[' && $(grep -c '"file"' "$work/out") -eq 2 ]] || fail "show --json: two are a list"
+run show --json "$work/short.bme" "$two" "$work/missing.bme"
+[[ $? -eq 1 && $(grep -c '"file"' "$work/out") -eq 1 && $(wc -l <"$work/err") -eq 2 ]] ||
+  fail "show: a bad file must not hide a good one"
+run show "$work/short.bme" "$two"
+[[ $? -eq 1 ]] && grep -q FILESERVER "$work/out" || fail "show: a bad file must not hide a good one"
+
+while IFS='|' read -r file pattern; do
+  expect "show $file" 1 "$file: $pattern" show "$work/$file"
+  expect "query $file" 1 "$file: $pattern" query "$work/$file" volume Label
+done <<CASES
+short.bme|has 1000 bytes, an extension file has 80332
+long.bme|has 160664 bytes
+noise.bme|is not an extension file: it begins with
+later.bme|is of version 2
+empty.bme|is empty
+missing.bme|cannot be read: No such file
+|cannot be read: Is a directory
+CASES
+
+# Arguments, exit status, what the answer or the complaint is.
+while IFS='|' read -r words status pattern; do
+  # shellcheck disable=SC2086
+  if [[ $status -eq 0 ]]; then
+    shows "query $words" "^$pattern\$" query "$two" $words
+  else
+    expect "query $words" "$status" "$pattern" query "$two" $words
+  fi
+done <<'CASES'
+volume Label|0|SYSTEM
+VOLUME vxreqv_label --volume 1|0|Geschäft.
+0 7|0|SYSTEM
+volume VolCount|0|2
+volume BootVolInd|0|0
+volume VolIndex --letter D|0|1
+volume Serial|0|472576944
+volume UniqId|0|040001F302A9
+volume 0x8000000F|0|IDE.DISK1
+volume DiskInstanceId|0|IDE.DISK1
+volume DiskDevGuid|0|\{4D36E967-E325-11CE-BFC1-08002BE10318\}
+volume DiskSrvName --driver controller|0|atapi
+volume DiskSrvName --driver bus|0|
+volume DiskImgFileTime --driver controller|0|2007-02-19T17:20:00Z
+system SysOs|0|BuildNumber=3790
+network Name|0|FILESERVER
+architect HalType|0|3
+volume Label --volume 7|1|volume 7 does not exist: the file has 2
+volume DiskNumber --disk 1|1|disk 1 does not exist: volume 0 has 1
+volume DiskNumber --volume 1|1|disk 0 does not exist: volume 1 has none
+volume VolIndex --letter d|1|no volume was at drive letter d
+volume 0x1000000F|1|no answer to code 0x1000000F
+volumes Label|2|no class volumes; there are Volume, System, Network, Architect
+network Label|2|class Network has no item Label; there are Name
+volume VolIndex|2|VolIndex needs a drive letter
+volume Label --driver bus|2|Label is not of a driver
+volume 0x8000000F --driver bus|2|says whose driver already
+volume Label --code-page 7|2|code page 7 is not known
+CASES
 
 [[ $failures -eq 0 ]] || exit 1
 echo "all as expected"

@@ -10,8 +10,6 @@
 namespace {
 
 constexpr DWORD kAnyVolume = 0x400;
-constexpr DWORD kHoldsBootIni = 0x1;
-constexpr DWORD kHoldsSystem = 0x2;
 
 // Upper-cased first character of the running system's directory, and the directory in `buffer`; NUL when it is unknown.
 char SystemDrive(char *buffer, const char *caller) {

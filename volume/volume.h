@@ -8,6 +8,10 @@
 // `bInject` FALSE succeeds without looking. `job` is not used.
 BOOL VXRVol_LocateVolume(DWORD job, VXR_PARABLOCK *pVXRParaBlock);
 
-// What a drive holds, for an upper-case drive letter (a lower-case one never gets 0x2): 0x400 always, 0x1 a boot.ini in
-// its root, 0x2 the running system's system directory. Never fails: what cannot be tested stays unset.
+inline constexpr DWORD kHoldsBootIni = 0x1;
+inline constexpr DWORD kHoldsSystem = 0x2;
+
+// What a drive holds, for an upper-case drive letter (a lower-case one never gets kHoldsSystem): 0x400 always,
+// kHoldsBootIni for a boot.ini in its root, kHoldsSystem for the running system's system directory. Never fails: what
+// cannot be tested stays unset.
 DWORD VXRVol_CheckVolumeType(char driveLetter);

@@ -15,7 +15,7 @@ constexpr char kMappingName[] = "VAVXRFMap";
 constexpr char kCopyCommand[] = "cmd.exe /c copy /y ";
 constexpr DWORD kProtectingAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-DWORD liveMappings = 0;  // numbers the mapping objects' names
+unsigned liveMappings = 0;  // numbers the mapping objects' names
 
 // Takes the record's view and handles back, as far as they were made.
 void CloseFileMap(VXR_FILEMAP *fileMap) {

@@ -5,6 +5,8 @@
 // line of an INF file: like one-line accessors they leave no entry and exit lines in the log.
 #pragma once
 
+#include <cstring>
+
 #include "log/heap.h"
 
 // Text number `index`, pointing into `texts`; null when there is none (as for null or empty `texts`, or an index below
@@ -42,3 +44,12 @@ const char *LastBackslash(const char *path);
 // `directory`, a backslash and `name` as a new text with `spare` further zero bytes; null after logging `purpose`.
 HeapText JoinPath(const char *directory, const char *name, SIZE_T spare, const char *purpose,
                   const char *caller = __builtin_FUNCTION());
+
+// Stores a text in a record's field, cut to what leaves room for its terminator; the bytes behind it become zero. Reads
+// at most `length` bytes of a text that may lack its terminator.
+template <SIZE_T kSize>
+void StoreText(char (&field)[kSize], const char *text, SIZE_T length = kSize) {
+  length = strnlen(text, length < kSize ? length : kSize - 1);
+  std::memcpy(field, text, length);
+  std::memset(field + length, 0, kSize - length);
+}

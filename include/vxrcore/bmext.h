@@ -1,6 +1,5 @@
-/* The bare-metal extension file: what a protected machine was at backup time. The byte image of VXR_EXTHEADER and
- * VXR_BMEXTNSON, 80,332 bytes, little-endian, no padding but the fields named `reserved` (zero) and `Padding`. C and
- * C++ callers.
+/* The bare-metal extension file: what a protected machine was at backup time. The byte image of VXR_EXTIMAGE, 80,332
+ * bytes, little-endian, no padding but the fields named `reserved` (zero) and `Padding`. C and C++ callers.
  *
  * Numbers are byte arrays, so that every record has alignment 1 and may lie at any address; read them with VxrGet16,
  * VxrGet32 and VxrGet64. Texts are in the ANSI code page of the recorded machine, NUL-terminated inside their field in
@@ -35,8 +34,19 @@ static inline uint64_t VxrGet64(VXR_LE64 v) {
   return value;
 }
 
+static inline VXR_LE16 VxrPut16(uint16_t value) {
+  VXR_LE16 v = {{(uint8_t)value, (uint8_t)(value >> 8)}};
+  return v;
+}
+
 static inline VXR_LE32 VxrPut32(uint32_t value) {
   VXR_LE32 v = {{(uint8_t)value, (uint8_t)(value >> 8), (uint8_t)(value >> 16), (uint8_t)(value >> 24)}};
+  return v;
+}
+
+static inline VXR_LE64 VxrPut64(uint64_t value) {
+  VXR_LE64 v;
+  for (int i = 0; i < 8; ++i) v.b[i] = (uint8_t)(value >> 8 * i);
   return v;
 }
 
@@ -183,8 +193,8 @@ VXR_CHECK_OFFSET(VXR_DEVDRV, InfFile, 2284);
 typedef struct VXR_DISKEXTENT {
   VXR_LE32 DiskNumber;     /* 0 */
   uint8_t Padding[4];      /* 4: as the platform delivered it */
-  VXR_LE64 StartingOffset; /* 8: bytes */
-  VXR_LE64 ExtentLength;   /* 16: bytes */
+  VXR_LE64 StartingOffset; /* 8: bytes, signed */
+  VXR_LE64 ExtentLength;   /* 16: bytes, signed */
 } VXR_DISKEXTENT;
 VXR_CHECK_SIZE(VXR_DISKEXTENT, 24);
 VXR_CHECK_OFFSET(VXR_DISKEXTENT, Padding, 4);
@@ -248,7 +258,7 @@ typedef struct VXR_VOLUMES {
   VXR_LE32 VolCount;                /* 0: 0..4 */
   VXR_LE32 MaxVolCount;             /* 4: 4 */
   VXR_LE32 BootVolInd;              /* 8: signed index of the last volume with boot.ini in its root, -1 for none */
-  VXR_LE32 SystVolInd;              /* 12: signed index of the volume with the system directory, -1 for none */
+  VXR_LE32 SystVolInd;              /* 12: signed index of the last with the system directory, -1 for none */
   VXR_VOLUME Vols[VXR_MAX_VOLUMES]; /* 16 */
 } VXR_VOLUMES;
 VXR_CHECK_SIZE(VXR_VOLUMES, 79568);
@@ -294,7 +304,13 @@ VXR_CHECK_OFFSET(VXR_BMEXTNSON, Volumes, 600);
 VXR_CHECK_OFFSET(VXR_BMEXTNSON, NetInfo, 80168);
 VXR_CHECK_OFFSET(VXR_BMEXTNSON, reserved, 80312);
 
-static_assert(sizeof(VXR_EXTHEADER) + sizeof(VXR_BMEXTNSON) == VXR_EXT_FILE_SIZE, "file");
+/* A whole file, as it lies in memory. Bytes of that size may be read as one at any address, whatever they hold. */
+typedef struct VXR_EXTIMAGE {
+  VXR_EXTHEADER Header;    /* 0 */
+  VXR_BMEXTNSON Extension; /* 8 */
+} VXR_EXTIMAGE;
+VXR_CHECK_SIZE(VXR_EXTIMAGE, VXR_EXT_FILE_SIZE);
+VXR_CHECK_OFFSET(VXR_EXTIMAGE, Extension, 8);
 
 #undef VXR_CHECK_SIZE
 #undef VXR_CHECK_OFFSET
@@ -304,5 +320,60 @@ enum { VXR_BOOTMEDIA_DISK, VXR_BOOTMEDIA_CDROM, VXR_BOOTMEDIA_NET, VXR_BOOTMEDIA
 enum { VXR_KRNL_UP, VXR_KRNL_UP_PAE, VXR_KRNL_MP, VXR_KRNL_MP_PAE };
 enum { VXR_HAL_E_ISA_UP, VXR_HAL_ACPIPIC_UP, VXR_HAL_ACPIAPIC_UP, VXR_HAL_ACPIAPIC_MP, VXR_HAL_MPS_UP, VXR_HAL_MPS_MP };
 enum { VXR_DEVTYPE_DISKDRIVE, VXR_DEVTYPE_HDC, VXR_DEVTYPE_SCSIADAPTER, VXR_DEVTYPE_NET, VXR_DEVTYPE_UNKNOWN };
+
+/* Queries (VXRExt_QueryData in vxrcore.h): classes and, for each class, codes. */
+enum { VXREQ_Volume, VXREQ_System, VXREQ_Network, VXREQ_Architect };
+
+enum {
+  VXREQS_BootMedia,   /* 4 bytes */
+  VXREQS_SystemPath,  /* text */
+  VXREQS_WindowsPath, /* text */
+  VXREQS_SysOs,       /* VXR_SYSOSINFO, 64 bytes */
+  VXREQS_Reference /* wants 588 bytes of room; stores the low 32 bits of the address of the image's VXR_SYSINFO in the
+                      first 4 and leaves the others. Not a pointer on a 64-bit system: read the image instead */
+};
+enum { VXREQN_Name /* text: the plain computer name */ };
+enum { VXREQA_KernelType /* 4 bytes */, VXREQA_HalType /* 4 bytes */ };
+
+/* Volume class. Of the whole table: */
+enum {
+  VXREQV_VolCount,   /* 4 bytes */
+  VXREQV_VolIndex,   /* 4 bytes, signed: index of the volume at the drive letter in the in value, as it is recorded */
+  VXREQV_SystVolInd, /* 4 bytes, signed: -1 for none */
+  VXREQV_BootVolInd, /* 4 bytes, signed: -1 for none */
+  /* Of the volume that the in value numbers: */
+  VXREQV_MntPnt,    /* text */
+  VXREQV_BMName,    /* text */
+  VXREQV_Volume,    /* text */
+  VXREQV_Label,     /* text */
+  VXREQV_UniqId,    /* bytes: 16-bit length, then the id */
+  VXREQV_Serial,    /* 4 bytes */
+  VXREQV_FSName,    /* text */
+  VXREQV_Device,    /* bytes: 16-bit length, then the name in UTF-16LE */
+  VXREQV_DiskCount, /* 4 bytes */
+  /* Of the disk that the in pointer numbers, joined with one VXREQV_...Driver below: */
+  VXREQV_DiskNumber,         /* 4 bytes: the same for every driver */
+  VXREQV_DiskDescription,    /* text */
+  VXREQV_DiskInstanceId,     /* text */
+  VXREQV_DiskManufacturer,   /* text */
+  VXREQV_DiskProvider,       /* text */
+  VXREQV_DiskDevGuid,        /* 16 bytes */
+  VXREQV_DiskImgFileTime,    /* 8 bytes: last write */
+  VXREQV_DiskImgFileSize,    /* 8 bytes */
+  VXREQV_DiskImgFileName,    /* text */
+  VXREQV_DiskImgFileDesc,    /* text */
+  VXREQV_DiskImgFileVersion, /* text */
+  VXREQV_DiskInfFileTime,    /* 8 bytes: last write */
+  VXREQV_DiskInfFileSize,    /* 8 bytes */
+  VXREQV_DiskInfFileName,    /* text */
+  VXREQV_DiskInfFileDesc,    /* text */
+  VXREQV_DiskInfFileVersion, /* text */
+  VXREQV_DiskSrvName,        /* text */
+  VXREQV_DiskSrvGroup,       /* text */
+  VXREQV_DiskSrvImage        /* text */
+};
+#define VXREQV_DiskDriver 0x80000000u /* the disk's driver */
+#define VXREQV_BusEDriver 0x40000000u /* the bus extender's: IDE disks only */
+#define VXREQV_CtrlDriver 0x20000000u /* the controller's */
 
 #endif

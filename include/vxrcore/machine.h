@@ -14,6 +14,10 @@ extern "C" {
  */
 VXR_API int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize);
 
+/* The same for a machine whose TOML text is in memory (UTF-8). Paths in it are relative to the host directory
+ * `directory`; null or empty: the current one. Messages name the line only, as "machine:LINE: KEY: ...". */
+VXR_API int32_t VXRMachine_OpenText(const char *text, const char *directory, char *message, uint32_t messageSize);
+
 /* Closes the machine: saves changed registry hives of the running system, releases everything. A hive still mounted is
  * dropped without being saved. False when a hive could not be saved (the observer was told the reason). */
 VXR_API int32_t VXRMachine_Close(void);
@@ -59,6 +63,10 @@ VXR_API void VXRMachine_SetObserver(VXRMachine_Observer observer, void *context)
 
 /* The ANSI code page in which the open machine gives its texts (1252, 932, ...); 0 when none is open. */
 VXR_API uint32_t VXRMachine_CodePage(void);
+
+/* Where on the host a path of the open machine leads; the file need not exist. False, with an empty text, when its drive
+ * or directory does not exist, when it leads out of its drive, or when it does not fit `hostPathSize` bytes. */
+VXR_API int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize);
 
 /* How often an INF file was read from disk since VXRMachine_Open. */
 VXR_API uint64_t VXRMachine_InfReads(void);

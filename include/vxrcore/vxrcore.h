@@ -65,6 +65,36 @@ VXR_API int32_t VXREng_FileExists(const char *path);
  * no driver was found for the one hardware id that the job names. */
 VXR_API uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, void *window);
 
+/* Makes the boot sector of the disk's active partition agree with the disk: of its BIOS parameter block the sectors per
+ * track, the heads, the hidden sectors and (partition type 0x07 only) the total sectors. Writes that sector alone, and
+ * only when a field differs.
+ * `disk`: its device name, such as \\.\PhysicalDrive0.
+ * True when the sector agrees now. False, with one error line in the log and the sector as it was (or, when the write
+ * itself failed, as the disk left it), on any failure. */
+VXR_API int32_t VXREng_FixBootVolume(const char *disk);
+
+/* --- The bare-metal extension file -------------------------------------------------------------------------------- */
+
+/* Describes the running machine in the file `extension` (80,332 bytes, replaced when it exists; bmext.h) and lists it
+ * in the backup's includes file.
+ * `includes`: settings file that gets [BMExtension] ItemCount=1 and Item0=`extension`, or null.
+ * `map`: settings file whose section of each drive letter names the volume's name in the backup (DeviceName), or null.
+ * Returns 0, or 9 on any failure; the file is then left as far as it was written.
+ * VXREng_CreateBMExtFile also starts the log before and ends it afterwards, even one that the host had started. */
+VXR_API uint32_t VXREng_CreateBMExtFile(const char *extension, const char *includes, const char *map);
+VXR_API uint32_t VXRExt_CreateBMExtFile(const char *extension, const char *includes, const char *map);
+
+/* Answers one question about an extension image in memory: the classes and codes are in bmext.h.
+ * `head`: the image, VXR_EXT_FILE_SIZE bytes, at any address; only read.
+ * `out`, `outSize`: the caller's buffer and, in `*outSize`, its capacity in bytes. `*outSize` becomes the answer's size.
+ * A capacity too small gives false and the size needed; a null `out` with enough capacity gives true and the size.
+ * Texts are answered without terminator; a text that is empty has size 0.
+ * `in`: points to the disk's index for codes that need one; else not used.
+ * `inValue`: the volume's index or, for VXREQV_VolIndex, the drive letter.
+ * False, with nothing written to `out`, when there is no answer; the reason is in the log. */
+VXR_API int32_t VXRExt_QueryData(uint32_t queryClass, uint32_t query, uint8_t *out, uint32_t *outSize,
+                                 const int32_t *in, uint32_t inValue, const void *head);
+
 #ifdef __cplusplus
 }
 #endif

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -16,6 +15,7 @@
 #include "platform/machine/machine.h"
 #include "platform/machine/path_syntax.h"
 #include "platform/machine/paths.h"
+#include "platform/machine/replace_file.h"
 
 namespace machine {
 namespace {
@@ -97,54 +97,6 @@ bool FindTarget(Copy *copy, bool failIfExists) {
   return !copy->place.exists || CheckOldTarget(copy, failIfExists);
 }
 
-// The new file: without a name where the file system can do that, so that not even a power failure leaves it behind.
-struct NewFile {
-  int directory;
-  Descriptor file;
-  std::string name;  // empty while it has none
-
-  ~NewFile() {
-    if (!name.empty()) unlinkat(directory, name.c_str(), 0);
-  }
-  std::string HostName() const { return "/proc/self/fd/" + std::to_string(file.fd); }
-};
-
-// Gives `make` fresh names until it succeeds or fails for another reason than the name's being taken.
-template <class Make>
-bool WithFreshName(std::string *name, Make make) {
-  static unsigned counter = 0;
-  for (unsigned attempt = 0; attempt < 100; ++attempt) {
-    std::array<char, 32> fresh;
-    std::snprintf(fresh.data(), fresh.size(), ".vxr-%08x%04x", static_cast<unsigned>(getpid()), ++counter & 0xFFFF);
-    if (make(fresh.data())) {
-      *name = fresh.data();
-      return true;
-    }
-    if (errno != EEXIST) return false;
-  }
-  return false;
-}
-
-bool OpenNewFile(NewFile *created) {
-  created->file = Descriptor(openat(created->directory, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
-  if (created->file) return true;
-  return WithFreshName(&created->name, [created](const char *name) {
-    created->file = Descriptor(openat(created->directory, name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
-    return static_cast<bool>(created->file);
-  });
-}
-
-bool WriteAll(int file, const char *bytes, std::size_t size) {
-  while (size != 0) {
-    const ssize_t written = write(file, bytes, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    bytes += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
 bool CopyContents(Copy *copy, int to) {
   constexpr std::size_t kChunk = std::size_t{1} << 30;
   // Inside the kernel as far as that goes; what it does not do is left to the loop, which begins where this ended.
@@ -160,7 +112,7 @@ bool CopyContents(Copy *copy, int to) {
   }
 }
 
-// Time, attributes, and all of it on the disk.
+// Permissions, attributes and time.
 bool FinishNewFile(Copy *copy, const NewFile &created) {
   const timespec times[2] = {{0, UTIME_NOW}, copy->sourceStatus.st_mtim};
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
@@ -173,39 +125,23 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
       futimens(created.file.fd, times) != 0) {
     return FailHost(copy, "cannot give the copy its attributes");
   }
-  return fsync(created.file.fd) == 0 || FailHost(copy, "cannot write the copy");
+  return true;
 }
 
 // Puts the new file in the target's place.
-bool PutInPlace(Copy *copy, NewFile *created) {
-  const std::string &target = copy->place.name;
-  const std::string unnamed = created->HostName();
-  const auto link = [&](const char *name) {
-    return linkat(AT_FDCWD, unnamed.c_str(), created->directory, name, AT_SYMLINK_FOLLOW) == 0;
-  };
-  const bool isNew = created->name.empty() && !copy->place.exists;
-  if (isNew ? !link(target.c_str()) : created->name.empty() && !WithFreshName(&created->name, link)) {
+bool ReplaceTarget(Copy *copy, NewFile *created) {
+  if (!PutInPlace(created, copy->place.name, copy->place.exists)) {
     return FailHost(copy, "cannot put the copy in place");
   }
-  if (!isNew) {
-    if (renameat(created->directory, created->name.c_str(), created->directory, target.c_str()) != 0) {
-      return FailHost(copy, "cannot put the copy in place");
-    }
-    created->name.clear();
-  }
-  const Descriptor directory(openat(created->directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Not every file system can flush a directory.
-  if (directory && fsync(directory.fd) != 0 && errno != EINVAL && errno != EOPNOTSUPP) {
-    return FailHost(copy, "the copy is in place, but its directory cannot be flushed");
-  }
-  return true;
+  return FlushDirectory(created->directory) ||
+         FailHost(copy, "the copy is in place, but its directory cannot be flushed");
 }
 
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
-  NewFile created = {copy->place.directory, {}, {}};
+  NewFile created(copy->place.directory);
   if (!OpenNewFile(&created)) return FailHost(copy, "cannot write to the target's directory");
-  return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && PutInPlace(copy, &created);
+  return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }
 
 // The failure that CopyFileA told last, in case the command interpreter meets it again.

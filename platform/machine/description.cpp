@@ -345,10 +345,10 @@ void ReadDisk(const Value &value, const TextReader &text, Description *descripti
     }
   };
   const auto readGeometry = [&](const Value &v) {
-    ReadTable(v, {{"cylinders", To(&disk.cylinders, kMost64), kRequired},
-                  {"heads", To(&disk.heads, kMost32), kRequired},
-                  {"sectors", To(&disk.sectors, kMost32), kRequired},
-                  {"bytes", To(&disk.bytes, kMost16, 1)}});
+    ReadTable(v, {{"cylinders", To(&disk.cylinders, kMost64, 1), kRequired},
+                  {"heads", To(&disk.heads, kMost32, 1), kRequired},
+                  {"sectors", To(&disk.sectors, kMost32, 1), kRequired},
+                  {"bytes", To(&disk.bytes, kMost16 + 1, 1)}});
   };
   ReadTable(value,
             {{"number", readNumber, kRequired},
@@ -562,30 +562,46 @@ std::string OneLine(std::string text) {
   return text;
 }
 
+// What a text is called where a file is called by its path.
+constexpr char kTextName[] = "machine";
+
+// Makes the description of what `parse` gives; messages begin with `name`.
+bool ReadParsed(const std::function<toml::table()> &parse, const std::string &name, const fs::path &file,
+                Description *description, std::string *error) {
+  *description = Description();
+  description->file = file;
+  try {
+    ReadRoot(parse(), description);
+    return true;
+  } catch (const toml::parse_error &fault) {
+    *error = name + ":" + std::to_string(fault.source().begin.line) +
+             ": not TOML: " + std::string(fault.description()) + "; correct the line";
+  } catch (const Fault &fault) {
+    *error = name + ":" + std::to_string(fault.line) + ": " + fault.key + ": " + fault.text;
+  }
+  *error = OneLine(*error);
+  return false;
+}
+
 }  // namespace
 
 namespace machine {
 
 bool ReadDescription(const fs::path &file, Description *description, std::string *error) {
   std::error_code code;
-  *description = Description();
-  description->file = fs::absolute(file, code);
   if (!fs::is_regular_file(file, code)) {
     *error = OneLine(file.string() + ": there is no such file; give the path of a machine's TOML file");
     return false;
   }
-  try {
-    const toml::table root = toml::parse_file(file.string());
-    ReadRoot(root, description);
-    return true;
-  } catch (const toml::parse_error &fault) {
-    *error = file.string() + ":" + std::to_string(fault.source().begin.line) +
-             ": not TOML: " + std::string(fault.description()) + "; correct the line";
-  } catch (const Fault &fault) {
-    *error = file.string() + ":" + std::to_string(fault.line) + ": " + fault.key + ": " + fault.text;
-  }
-  *error = OneLine(*error);
-  return false;
+  return ReadParsed([&] { return toml::parse_file(file.string()); }, file.string(), fs::absolute(file, code),
+                    description, error);
+}
+
+bool ReadDescriptionText(std::string_view text, const fs::path &directory, Description *description,
+                         std::string *error) {
+  std::error_code code;
+  const fs::path file = fs::absolute((directory.empty() ? "." : directory) / kTextName, code);
+  return ReadParsed([&] { return toml::parse(text); }, kTextName, file, description, error);
 }
 
 }  // namespace machine

@@ -228,6 +228,8 @@ TEST_F(DescriptionTest, RefusesWithOneLine) {
       {"[[disk]]\nnumber = 1\nimage = 'none.img'", "11: disk.image: there is no \""},
       {"[[disk]]\nnumber = 1\nimage = 'ram'", "11: disk.image: \""},
       {"[[disk]]\nnumber = 1\ngeometry = { heads = 1 }", "11: disk.geometry.cylinders: is missing"},
+      {"[[disk]]\nnumber = 1\ngeometry = { cylinders = 1, heads = 0, sectors = 1 }",
+       "11: disk.geometry.heads: is 0; it must be from 1 to"},
       {"[[device]]\ninstance = 'a\\b'", "10: device.instance: must be three parts"},
       {"[[device]]\ninstance = 'a\\b\\c\\d'", "10: device.instance: must be three parts"},
       {"[[device]]\ninstance = 'a\\b\\c'\n[[device]]\ninstance = 'A\\B\\C'", "12: device.instance: device A\\B\\C is"},

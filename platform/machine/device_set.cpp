@@ -1,6 +1,5 @@
 #include "platform/machine/device_set.h"
 
-#include <algorithm>
 #include <unordered_map>
 
 namespace machine {
@@ -11,6 +10,12 @@ std::unordered_map<ULONG_PTR, DeviceSet> sets;
 ULONG_PTR lastSet = 0;
 
 }  // namespace
+
+void AddDevice(std::uint32_t device, DeviceSet *set) {
+  set->devices.push_back(device);
+  if (set->members.size() <= device) set->members.resize(device + 1);
+  set->members[device] = true;
+}
 
 HDEVINFO AddSet(DeviceSet set) {
   lastSet += 4;
@@ -45,9 +50,8 @@ DeviceSet *FindSetOf(HDEVINFO set, const SP_DEVINFO_DATA *record, std::uint32_t 
     error = ERROR_INVALID_USER_BUFFER;
   } else {
     *device = DeviceOfNode(record->DevInst);
-    if (std::find(found->devices.begin(), found->devices.end(), *device) == found->devices.end()) {
-      error = ERROR_NO_SUCH_DEVINST;
-    }
+    // Asked by every call about a device: a search through the set would make an enumeration of it quadratic.
+    if (*device >= found->members.size() || !found->members[*device]) error = ERROR_NO_SUCH_DEVINST;
   }
   if (error == NO_ERROR) return found;
   platform::SetLastError(error);

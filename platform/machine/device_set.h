@@ -27,11 +27,13 @@ struct DriverSearch {
 };
 
 struct DeviceSet {
-  std::vector<std::uint32_t> devices;
-  std::vector<std::size_t> disks;  // numbers of the disks whose interfaces are in the set
+  std::vector<std::uint32_t> devices;  // in the order of enumeration
+  std::vector<bool> members;           // by device, as far as the last one in the set
+  std::vector<std::size_t> disks;      // numbers of the disks whose interfaces are in the set, ascending
   std::map<std::uint32_t, DriverSearch> searches;
 };
 
+void AddDevice(std::uint32_t device, DeviceSet *set);
 HDEVINFO AddSet(DeviceSet set);
 bool DropSet(HDEVINFO set);
 // Null, with ERROR_INVALID_HANDLE, for a handle of no set.

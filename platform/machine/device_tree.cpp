@@ -16,7 +16,8 @@ namespace machine {
 namespace {
 
 struct DeviceTree {
-  std::unordered_map<std::string, std::uint32_t> byInstance;  // upper case
+  std::unordered_map<std::string, std::uint32_t> byInstance;      // upper case
+  std::unordered_map<std::string, std::size_t> disksByInterface;  // upper case
   // Read anew when the registry has changed since.
   std::vector<std::optional<GUID>> classes;  // by device; absent where the registry gives none
   std::unordered_set<std::string> present;   // the classes that some device has, upper case
@@ -55,6 +56,11 @@ std::uint32_t DeviceOfNode(DEVINST node) {
 std::uint32_t FindDevice(std::string_view instance) {
   const auto found = tree.byInstance.find(ToUpper(instance));
   return found != tree.byInstance.end() ? found->second : kNoDevice;
+}
+
+const Disk *FindDiskByInterface(std::string_view path) {
+  const auto found = tree.disksByInterface.find(ToUpper(path));
+  return found != tree.disksByInterface.end() ? &Current()->disks[found->second] : nullptr;
 }
 
 std::string GuidText(const GUID &guid) {
@@ -97,6 +103,10 @@ void OpenDevices(const Description &description) {
   tree = {};
   for (std::uint32_t device = 0; device < description.devices.size(); ++device) {
     tree.byInstance.try_emplace(ToUpper(description.devices[device].instance), device);
+  }
+  for (std::size_t disk = 0; disk < description.disks.size(); ++disk) {
+    const std::string &path = description.disks[disk].interfacePath;
+    if (!path.empty()) tree.disksByInterface.try_emplace(ToUpper(path), disk);
   }
 }
 

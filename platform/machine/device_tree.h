@@ -18,6 +18,10 @@ std::uint32_t DeviceOfNode(DEVINST node);
 // By instance id, without regard to case; kNoDevice when there is none.
 std::uint32_t FindDevice(std::string_view instance);
 
+// By interface path, without regard to case; null when there is none. Whoever looks for a disk asks every interface
+// which disk it is, so this must not be a search.
+const Disk *FindDiskByInterface(std::string_view path);
+
 // Braced, upper-case hexadecimal.
 std::string GuidText(const GUID &guid);
 bool ParseGuid(std::string_view text, GUID *guid);

@@ -38,7 +38,7 @@ void AddInterfaces(const Description &machine, const char *enumerator, DeviceSet
       continue;
     }
     set->disks.push_back(i);
-    if (device != kNoDevice) set->devices.push_back(device);
+    if (device != kNoDevice) AddDevice(device, set);
   }
 }
 
@@ -127,7 +127,7 @@ HDEVINFO SetupDiGetClassDevsA(const GUID *classGuid, const char *enumerator, HWN
   for (std::uint32_t device = 0; device < machine->devices.size(); ++device) {
     if (enumerator != nullptr && !IsEnumeratedBy(machine->devices[device], enumerator)) continue;
     GUID deviceClass;
-    if (all || (ClassOf(device, &deviceClass) && IsSame(deviceClass, *classGuid))) set.devices.push_back(device);
+    if (all || (ClassOf(device, &deviceClass) && IsSame(deviceClass, *classGuid))) AddDevice(device, &set);
   }
   return AddSet(std::move(set));
 }
@@ -176,15 +176,16 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA *device, const GU
   if (interfaceGuid == nullptr || interfaceData == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (interfaceData->cbSize != sizeof *interfaceData) return FailWith(ERROR_INVALID_USER_BUFFER);
   if (!IsSame(*interfaceGuid, kDiskInterface)) return FailWith(ERROR_NO_MORE_ITEMS);
+  std::vector<std::size_t> own;
   for (const std::size_t disk : found->disks) {
-    if (device != nullptr && DeviceOfDisk(Current()->disks[disk]) != number) continue;
-    if (index-- != 0) continue;
-    interfaceData->InterfaceClassGuid = kDiskInterface;
-    interfaceData->Flags = kInterfaceActive;
-    interfaceData->Reserved = disk;
-    return TRUE;
+    if (device != nullptr && DeviceOfDisk(Current()->disks[disk]) == number) own.push_back(disk);
   }
-  return FailWith(ERROR_NO_MORE_ITEMS);
+  const std::vector<std::size_t> &disks = device == nullptr ? found->disks : own;
+  if (index >= disks.size()) return FailWith(ERROR_NO_MORE_ITEMS);
+  interfaceData->InterfaceClassGuid = kDiskInterface;
+  interfaceData->Flags = kInterfaceActive;
+  interfaceData->Reserved = disks[index];
+  return TRUE;
 }
 
 BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA *interfaceData,
@@ -199,7 +200,7 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA *in
     return FailWith(ERROR_INVALID_USER_BUFFER);
   }
   const std::size_t number = interfaceData->Reserved;
-  if (std::find(found->disks.begin(), found->disks.end(), number) == found->disks.end()) {
+  if (!std::binary_search(found->disks.begin(), found->disks.end(), number)) {
     return FailWith(ERROR_INVALID_PARAMETER);
   }
   const Disk &disk = Current()->disks[number];

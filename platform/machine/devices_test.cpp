@@ -3,6 +3,7 @@
 
 #include "platform/machine/device_set.h"
 #include "platform/machine/driver_version.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/machine.h"
 #include "tests/support/test_machine.h"
 

@@ -1,30 +1,105 @@
-// Requests to disks.
+// Disks: found by number or name, opened, and asked for their number and geometry.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <charconv>
 #include <cstring>
+#include <optional>
 
-#include "platform/machine/fault.h"
+#include "platform/machine/access.h"
+#include "platform/machine/code_page.h"
+#include "platform/machine/device_tree.h"
 #include "platform/machine/handles.h"
+#include "platform/machine/paths.h"
+#include "platform/machine/storage.h"
 
-namespace platform {
+namespace machine {
+namespace {
 
-// Windows answers with partition 0 for a whole disk.
-BOOL DeviceIoControl(HANDLE device, DWORD code, void *, DWORD, void *out, DWORD outSize, DWORD *returned, void *) {
-  VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
-  if (returned != nullptr) *returned = 0;
-  const machine::HandleRecord *record = machine::FindHandle(device);
-  if (record == nullptr) return FALSE;
-  const auto *disk = std::get_if<machine::DiskHandle>(record);
-  if (disk == nullptr || code != IOCTL_STORAGE_GET_DEVICE_NUMBER) {
-    SetLastError(ERROR_INVALID_FUNCTION);
-    return FALSE;
-  }
-  if (out == nullptr || outSize < sizeof(STORAGE_DEVICE_NUMBER)) {
-    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return FALSE;
-  }
-  const STORAGE_DEVICE_NUMBER number = {FILE_DEVICE_DISK, disk->number, 0};
-  std::memcpy(out, &number, sizeof number);
-  if (returned != nullptr) *returned = sizeof(STORAGE_DEVICE_NUMBER);
-  return TRUE;
+constexpr std::string_view kDiskPrefix = R"(\\.\PhysicalDrive)";
+constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
+
+// The number in "\\.\PhysicalDriveN", without leading zeros as Windows names its disks.
+std::optional<DWORD> DiskNumber(std::string_view name) {
+  if (CompareNoCase(name.substr(0, kDiskPrefix.size()), kDiskPrefix) != 0) return {};
+  const std::string_view digits = name.substr(kDiskPrefix.size());
+  DWORD number = 0;
+  const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  const bool whole = failure == std::errc() && end == digits.data() + digits.size();
+  return whole && (digits.size() == 1 || digits.front() != '0') ? std::optional<DWORD>(number) : std::nullopt;
 }
 
-}  // namespace platform
+// The image, opened for as much as the rights ask. Opening it for writing leaves its times alone.
+DWORD OpenImage(const Disk &disk, DWORD access, FileHandle *image) {
+  if (!disk.image) return ERROR_NOT_READY;
+  image->readable = GrantsReading(access);
+  image->writable = GrantsWriting(access);
+  image->file = Descriptor(open(disk.image->c_str(), AccessFlags(access) | O_CLOEXEC | O_NONBLOCK));
+  struct stat status = {};
+  if (!image->file || fstat(image->file.fd, &status) != 0) return ErrorFromErrno(errno);
+  // The superuser could write to it all the same, but whoever took the permission away wants it kept.
+  return image->writable && (status.st_mode & kWriteBits) == 0 ? ERROR_WRITE_PROTECT : NO_ERROR;
+}
+
+// --- Requests ----------------------------------------------------------------------------------------------------
+
+template <class Record>
+DWORD Store(const Record &record, AnswerBuffer *answer) {
+  if (answer->size < sizeof record) return ERROR_INSUFFICIENT_BUFFER;
+  std::memcpy(answer->bytes, &record, sizeof record);
+  answer->stored = sizeof record;
+  return NO_ERROR;
+}
+
+// Windows answers with partition 0 for a whole disk.
+DWORD AnswerNumber(const Disk &disk, AnswerBuffer *answer) {
+  return Store(STORAGE_DEVICE_NUMBER{FILE_DEVICE_DISK, disk.number, 0}, answer);
+}
+
+// Zeros are a geometry that nobody described: who took them for the disk's would write them into a boot sector.
+DWORD AnswerGeometry(const Disk &disk, AnswerBuffer *answer) {
+  if (disk.heads == 0) return ERROR_INVALID_FUNCTION;
+  DISK_GEOMETRY geometry = {};
+  geometry.Cylinders.QuadPart = static_cast<LONG64>(disk.cylinders);
+  geometry.MediaType = FixedMedia;
+  geometry.TracksPerCylinder = disk.heads;
+  geometry.SectorsPerTrack = disk.sectors;
+  geometry.BytesPerSector = disk.bytes;
+  return Store(geometry, answer);
+}
+
+constexpr Request<Disk> kRequests[] = {
+    {IOCTL_STORAGE_GET_DEVICE_NUMBER, AnswerNumber},
+    {IOCTL_DISK_GET_DRIVE_GEOMETRY, AnswerGeometry},
+};
+
+}  // namespace
+
+const Disk *FindDisk(DWORD number) {
+  const Description *machine = Current();
+  if (machine == nullptr) return nullptr;
+  const auto found = std::find_if(machine->disks.begin(), machine->disks.end(),
+                                  [=](const Disk &disk) { return disk.number == number; });
+  return found == machine->disks.end() ? nullptr : &*found;
+}
+
+const Disk *FindDisk(std::string_view name) {
+  const std::optional<DWORD> number = DiskNumber(name);
+  return number ? FindDisk(*number) : FindDiskByInterface(name);
+}
+
+HANDLE OpenDisk(const Disk &disk, DWORD access) {
+  DiskHandle handle = {disk.number, {}, disk.bytes};
+  const bool transfers = GrantsReading(access) || GrantsWriting(access);
+  const DWORD error = transfers ? OpenImage(disk, access, &handle.image) : NO_ERROR;
+  if (error == NO_ERROR) return AddHandle(std::move(handle));
+  platform::SetLastError(error);
+  return INVALID_HANDLE_VALUE;
+}
+
+DWORD AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {
+  return AnswerRequest(kRequests, FindDisk(number), code, answer);
+}
+
+}  // namespace machine

@@ -3,11 +3,10 @@
 #include <charconv>
 #include <chrono>
 
+#include "platform/machine/file_time.h"
+
 namespace machine {
 namespace {
-
-constexpr std::int64_t kSecondsTo1970 = 11644473600;  // from 1601
-constexpr std::int64_t kTicksPerSecond = 10000000;    // of 100 ns
 
 // Takes a number up to one of the separators, or to the end. False when there is none.
 bool TakeNumber(std::string_view *text, std::string_view separators, unsigned *number) {
@@ -19,11 +18,6 @@ bool TakeNumber(std::string_view *text, std::string_view separators, unsigned *n
 }
 
 }  // namespace
-
-FILETIME FileTimeOf(std::int64_t seconds, std::int64_t nanoseconds) {
-  const auto ticks = static_cast<DWORD64>((seconds + kSecondsTo1970) * kTicksPerSecond + nanoseconds / 100);
-  return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-}
 
 FILETIME ParseDriverDate(std::string_view text) {
   unsigned month = 0, day = 0, year = 0;

@@ -7,6 +7,7 @@
 #include "platform/machine/driver_match.h"
 #include "platform/machine/driver_version.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/inf_cache.h"
 #include "platform/machine/inf_handles.h"
 
@@ -22,7 +23,7 @@ struct RankedDriver {
 Driver Template(InfFile *file, const InfFacts &facts, const std::string &path) {
   Driver driver;
   driver.infPath = path;
-  driver.infDate = FileTimeOf(facts.status.st_mtim.tv_sec, facts.status.st_mtim.tv_nsec);
+  driver.infDate = FileTimeOf(facts.status.st_mtim);
   const InfSection *version = FindSection(file, "Version");
   if (version == nullptr) return driver;
   FindValue(file, *version, "Provider", &driver.provider);

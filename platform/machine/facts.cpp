@@ -1,14 +1,18 @@
 // Facts about the machine.
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "platform/layout.h"
-#include "platform/machine/code_page.h"
+#include "platform/machine/answer.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/machine.h"
+#include "platform/machine/storage.h"
 
 namespace {
 
@@ -43,6 +47,28 @@ void StoreTime(std::chrono::sys_time<std::chrono::milliseconds> time, SYSTEMTIME
   target->wMilliseconds = static_cast<WORD>(clock.subseconds().count());
 }
 
+// The names of GetComputerNameExA by their formats.
+constexpr std::string machine::Names::*kNames[] = {
+    &machine::Names::netbios,           &machine::Names::dnsHostname,
+    &machine::Names::dnsDomain,         &machine::Names::dnsFullyQualified,
+    &machine::Names::physicalNetbios,   &machine::Names::physicalDnsHostname,
+    &machine::Names::physicalDnsDomain, &machine::Names::physicalDnsFullyQualified,
+};
+static_assert(std::size(kNames) == ComputerNameMax);
+
+BOOL GiveName(std::string machine::Names::*which, char *buffer, DWORD *size, DWORD tooLong) {
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  if (machine == nullptr) return FALSE;
+  if (size == nullptr || (buffer == nullptr && *size != 0)) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  const std::string &name = machine->names.*which;
+  const auto length = static_cast<DWORD>(name.size());
+  const bool fits = length < *size;
+  *size = fits ? length : length + 1;
+  if (!fits) return machine::FailWith(tooLong);
+  std::memcpy(buffer, name.c_str(), length + 1);
+  return TRUE;
+}
+
 // The host process's own first argument, with the separators of Windows: callers take the name behind the last one.
 std::string ReadOwnProgramName() {
   std::ifstream arguments("/proc/self/cmdline", std::ios::binary);
@@ -68,6 +94,12 @@ UINT GetWindowsDirectoryA(char *buffer, UINT size) {
   return machine == nullptr ? 0 : GiveDirectory(machine->system.windowsDirectory, buffer, size);
 }
 
+UINT GetSystemWindowsDirectoryA(char *buffer, UINT size) {
+  VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  return machine == nullptr ? 0 : GiveDirectory(machine->system.windowsDirectory, buffer, size);
+}
+
 // A null root stands for the current directory's; the machine's is on the drive of the system directory.
 UINT GetDriveTypeA(const char *root) {
   VXR_FAULT(DRIVE_UNKNOWN, ERROR_GEN_FAILURE);
@@ -75,12 +107,8 @@ UINT GetDriveTypeA(const char *root) {
   if (machine == nullptr) return DRIVE_UNKNOWN;
   std::string wanted = root == nullptr ? machine->system.systemDirectory.substr(0, 3) : root;
   if (wanted.empty() || wanted.back() != '\\') wanted += '\\';
-  for (const machine::Drive &drive : machine->drives) {
-    if (machine::CompareNoCase(wanted, drive.root) == 0 || machine::CompareNoCase(wanted, drive.guidPath) == 0) {
-      return drive.type;
-    }
-  }
-  return DRIVE_NO_ROOT_DIR;
+  const machine::Drive *drive = machine::FindDrive(wanted);
+  return drive == nullptr ? DRIVE_NO_ROOT_DIR : drive->type;
 }
 
 // Nothing is known of the memory's use, so all of it is free, and no page file adds to it.
@@ -98,6 +126,41 @@ BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
   status->ullTotalPageFile = status->ullAvailPageFile = machine->system.memory;
   status->ullTotalVirtual = status->ullAvailVirtual = HighestAddress(*machine) + 1 - kLowestAddress;
   return TRUE;
+}
+
+BOOL GetVersionExA(OSVERSIONINFOEXA *version) {
+  VXR_FAULT(FALSE, ERROR_INSUFFICIENT_BUFFER);
+  const machine::Description *machine = machine::CurrentOrNotReady();
+  if (machine == nullptr) return FALSE;
+  if (version == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  if (version->dwOSVersionInfoSize != sizeof *version) return machine::FailWith(ERROR_INSUFFICIENT_BUFFER);
+  const machine::System &system = machine->system;
+  *version = {};
+  version->dwOSVersionInfoSize = sizeof *version;
+  version->dwMajorVersion = system.osMajor;
+  version->dwMinorVersion = system.osMinor;
+  version->dwBuildNumber = system.osBuild;
+  version->dwPlatformId = system.osPlatform;
+  version->wServicePackMajor = static_cast<WORD>(system.servicePackMajor);
+  version->wServicePackMinor = static_cast<WORD>(system.servicePackMinor);
+  version->wSuiteMask = static_cast<WORD>(system.suite);
+  version->wProductType = static_cast<BYTE>(system.product);
+  if (system.servicePackMajor != 0) {
+    std::snprintf(version->szCSDVersion, sizeof version->szCSDVersion, "Service Pack %u", system.servicePackMajor);
+  }
+  return TRUE;
+}
+
+BOOL GetComputerNameA(char *buffer, DWORD *size) {
+  VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
+  return GiveName(&machine::Names::computer, buffer, size, ERROR_BUFFER_OVERFLOW);
+}
+
+BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT format, char *buffer, DWORD *size) {
+  VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
+  const auto index = static_cast<std::size_t>(format);
+  if (index >= std::size(kNames)) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  return GiveName(kNames[index], buffer, size, ERROR_MORE_DATA);
 }
 
 void GetSystemInfo(SYSTEM_INFO *info) {
@@ -128,7 +191,7 @@ void GetSystemTime(SYSTEMTIME *time) {
 
 BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
-  const DWORD64 ticks = static_cast<DWORD64>(fileTime->dwHighDateTime) << 32 | fileTime->dwLowDateTime;
+  const DWORD64 ticks = machine::TicksOf(*fileTime);
   if (ticks > INT64_MAX) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;

@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "platform/machine/code_page.h"
+#include "platform/machine/file_time.h"
 #include "platform/platform.h"
 #include "tests/support/test_machine.h"
 
@@ -18,8 +19,66 @@ TEST_F(FactsTest, DirectoriesAnswerBySize) {
   EXPECT_EQ(buffer[0], '#');
   EXPECT_EQ(platform::GetSystemDirectoryA(buffer, length + 1), length);
   EXPECT_STREQ(buffer, "X:\\Windows\\System32");
+  EXPECT_EQ(platform::GetSystemWindowsDirectoryA(buffer, sizeof buffer), 10u);
+  buffer[0] = '#';
   EXPECT_EQ(platform::GetWindowsDirectoryA(buffer, sizeof buffer), 10u);
   EXPECT_STREQ(buffer, "X:\\Windows");
+}
+
+TEST_F(FactsTest, NamesAnswerBySize) {
+  Open(
+      "[names]\ncomputer = 'RESCUE'\ndns_hostname = 'rescue'\ndns_domain = 'lab.example'\n"
+      "physical_netbios = 'NODE1'\nphysical_dns_fully_qualified = 'node1.a-long-domain.example'\n");
+  const auto both = [](int format, char *buffer, DWORD *size) {
+    return format < 0 ? platform::GetComputerNameA(buffer, size)
+                      : platform::GetComputerNameExA(static_cast<COMPUTER_NAME_FORMAT>(format), buffer, size);
+  };
+  const struct {
+    int format;  // -1: the plain name
+    std::string name;
+  } cases[] = {{-1, "RESCUE"},
+               {0, "RESCUE"},
+               {1, "rescue"},
+               {2, "lab.example"},
+               {3, "rescue.lab.example"},
+               {4, "NODE1"},
+               {5, "rescue"},
+               {6, "lab.example"},
+               {7, "node1.a-long-domain.example"}};
+  for (const auto &c : cases) {
+    const auto length = static_cast<DWORD>(c.name.size());
+    char buffer[64] = "#";
+    DWORD size = length;
+    EXPECT_FALSE(both(c.format, buffer, &size));
+    EXPECT_EQ(platform::GetLastError(), c.format < 0 ? ERROR_BUFFER_OVERFLOW : ERROR_MORE_DATA);
+    EXPECT_EQ(size, length + 1);
+    EXPECT_STREQ(buffer, "#");
+    EXPECT_TRUE(both(c.format, buffer, &size)) << c.format;
+    EXPECT_EQ(buffer, c.name);
+    EXPECT_EQ(size, length);
+  }
+  DWORD size = 0;
+  EXPECT_FALSE(both(0, nullptr, &size));
+  EXPECT_EQ(size, 7u);
+  EXPECT_FALSE(both(8, nullptr, &size));
+  EXPECT_EQ(platform::GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(FactsTest, Version) {
+  Open();
+  OSVERSIONINFOEXA version = {};
+  for (const DWORD size : {DWORD{0}, DWORD{148}, DWORD{157}}) {
+    version.dwOSVersionInfoSize = size;
+    EXPECT_FALSE(platform::GetVersionExA(&version));
+    EXPECT_EQ(platform::GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  }
+  version.dwOSVersionInfoSize = 156;
+  ASSERT_TRUE(platform::GetVersionExA(&version));
+  EXPECT_THAT((std::vector<DWORD>{version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber,
+                                  version.dwPlatformId, version.wServicePackMajor, version.wServicePackMinor,
+                                  version.wSuiteMask, version.wProductType}),
+              testing::ElementsAre(6, 1, 7601, 2, 1, 0, 0x100, 1));
+  EXPECT_STREQ(version.szCSDVersion, "Service Pack 1");
 }
 
 TEST_F(FactsTest, DriveTypes) {
@@ -105,6 +164,12 @@ TEST_F(FactsTest, FileTimes) {
   EXPECT_EQ(platform::GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
+TEST_F(FactsTest, HostTimesBecomeFileTimes) {
+  EXPECT_EQ(machine::TicksOf(machine::FileTimeOf(0, 199)), 116444736000000001u);
+  EXPECT_EQ(machine::TicksOf(machine::FileTimeOf(INT64_MIN, 0)), 0u);
+  EXPECT_LE(machine::TicksOf(machine::FileTimeOf(INT64_MAX, 999999999)), DWORD64{INT64_MAX});
+}
+
 TEST_F(FactsTest, ProgramName) {
   ASSERT_NE(platform::GetProgramName(), nullptr);
   EXPECT_THAT(platform::GetProgramName(), testing::EndsWith("machine_base_test"));
@@ -122,6 +187,9 @@ TEST_F(FactsTest, FailsWithoutAMachine) {
   EXPECT_EQ(platform::GetLastError(), ERROR_NOT_READY);
   EXPECT_EQ(platform::GetWindowsDirectoryA(nullptr, 0), 0u);
   EXPECT_EQ(platform::GetDriveTypeA("X:\\"), DRIVE_UNKNOWN);
+  EXPECT_EQ(platform::GetLogicalDriveStringsA(0, nullptr), 0u);
+  EXPECT_FALSE(platform::GetVolumeNameForVolumeMountPointA("X:\\", nullptr, 0));
+  EXPECT_EQ(platform::GetLastError(), ERROR_NOT_READY);
   EXPECT_EQ(platform::GetPrivateProfileIntA("a", "b", -7, "X:\\a.ini"), static_cast<UINT>(-7));
   MEMORYSTATUSEX memory{sizeof memory, 0, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_FALSE(platform::GlobalMemoryStatusEx(&memory));
@@ -131,52 +199,6 @@ TEST_F(FactsTest, FailsWithoutAMachine) {
   SYSTEMTIME time{};
   platform::GetSystemTime(&time);
   EXPECT_GE(time.wYear, 2024);
-}
-
-// --- Settings files -------------------------------------------------------------------------------------------------
-
-struct SettingsTest : MachineTest {
-  int Read(const char *key, const char *section = "debugging", const char *file = "X:\\s.ini") {
-    return static_cast<int>(platform::GetPrivateProfileIntA(section, key, -99, file));
-  }
-};
-
-TEST_F(SettingsTest, ReadsNumbers) {
-  WriteFile("ram/s.ini",
-            "; [debugging]\r\nvxrcore=1\r\n[other]\r\nvxrcore=2\r\n\r\n"
-            "[ Debugging ] trailing\r\n  VXRCore \t= 4 ; said so \r\n;key=7\r\nno equals\r\nkey=5\nlast=1\rneg=-4\n"
-            "quoted=\"12\"\nhalf=\"9\nempty=\nword=abc\nplus=+3\nhuge=4294967298\nspaced = 1 2\nkey=6\n=8\n"
-            "[debugging]\nlate=1\n[end");
-  Open();
-  struct {
-    const char *key;
-    int value;
-  } cases[] = {{"vxrcore", 4}, {"VXRCORE", 4}, {"key", 5},  {"last", 1}, {"neg", -4},   {"quoted", 12},  {"half", 0},
-               {"empty", 0},   {"word", 0},    {"plus", 3}, {"huge", 2}, {"spaced", 1}, {"absent", -99}, {"late", -99}};
-  for (const auto &c : cases) EXPECT_EQ(Read(c.key), c.value) << c.key;
-  EXPECT_EQ(Read("vxrcore", "OTHER"), 2);
-  EXPECT_EQ(Read("vxrcore", "none"), -99);
-  EXPECT_EQ(platform::GetLastError(), ERROR_FILE_NOT_FOUND);
-}
-
-TEST_F(SettingsTest, ReadsOtherEncodings) {
-  const std::u16string wide = u"\uFEFF[debugging]\r\nn\u00E4me=3\r\n";
-  WriteFile("ram/wide.ini", std::string(reinterpret_cast<const char *>(wide.data()), wide.size() * 2) + "x");
-  WriteFile("ram/utf8.ini", "\xEF\xBB\xBF[debugging]\nn\u00E4me=4\n");
-  WriteFile("ram/Windows/plain.ini", "[debugging]\nn\xE4me=5\n");
-  Open();
-  EXPECT_EQ(Read("N\xC4ME", "debugging", "X:\\wide.ini"), 3);
-  EXPECT_EQ(Read("n\xE4me", "debugging", "X:\\utf8.ini"), 4);
-  EXPECT_EQ(Read("n\xE4me", "debugging", "plain.ini"), 5);  // a bare name is looked for in the Windows directory
-}
-
-TEST_F(SettingsTest, FallsBack) {
-  Open();
-  EXPECT_EQ(Read("key", "debugging", "X:\\none.ini"), -99);
-  EXPECT_EQ(platform::GetLastError(), ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(Read("key", "debugging", "X:\\Windows"), -99);
-  EXPECT_EQ(Read("key", nullptr), -99);
-  EXPECT_EQ(platform::GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
 }  // namespace

@@ -1,19 +1,19 @@
-// Opening and closing of files and disks, their sizes and attributes.
+// Opening and closing of files; their sizes, attributes and times.
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <optional>
-#include <string_view>
+#include <cstring>
 
+#include "platform/machine/access.h"
+#include "platform/machine/answer.h"
 #include "platform/machine/attributes.h"
-#include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/handles.h"
 #include "platform/machine/machine.h"
 #include "platform/machine/paths.h"
+#include "platform/machine/storage.h"
 
 namespace {
 
@@ -24,58 +24,11 @@ HANDLE FailOpen(DWORD error) {
   return INVALID_HANDLE_VALUE;
 }
 
-// --- Disks -------------------------------------------------------------------------------------------------------
-
-constexpr std::string_view kDiskPrefix = R"(\\.\PhysicalDrive)";
-
-// The number in "\\.\PhysicalDriveN", without leading zeros as Windows names its disks.
-std::optional<DWORD> DiskNumber(std::string_view name) {
-  if (machine::CompareNoCase(name.substr(0, kDiskPrefix.size()), kDiskPrefix) != 0) return {};
-  const std::string_view digits = name.substr(kDiskPrefix.size());
-  DWORD number = 0;
-  const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  const bool whole = failure == std::errc() && end == digits.data() + digits.size();
-  return whole && (digits.size() == 1 || digits.front() != '0') ? std::optional<DWORD>(number) : std::nullopt;
-}
-
-// The described disk that the device name names; null when none.
-const machine::Disk *FindDisk(std::string_view name) {
-  const std::vector<machine::Disk> &disks = machine::Current()->disks;
-  const std::optional<DWORD> number = DiskNumber(name);
-  const auto found = std::find_if(disks.begin(), disks.end(), [&](const machine::Disk &disk) {
-    if (number) return disk.number == *number;
-    return !disk.interfacePath.empty() && machine::CompareNoCase(disk.interfacePath, name) == 0;
-  });
-  return found == disks.end() ? nullptr : &*found;
-}
-
-// Whether a name in one of the device namespaces is no file's: files are there by their drive only.
-bool IsDeviceName(std::string_view name) {
-  if (name.starts_with(R"(\\.\)")) return true;
-  return name.starts_with(R"(\\?\)") && (name.size() < 6 || name[5] != ':');
-}
-
-// A disk without an image opens all the same: what asks for its number needs none.
-HANDLE OpenDisk(std::string_view name, DWORD disposition) {
-  const machine::Disk *disk = FindDisk(name);
-  if (disk == nullptr) return FailOpen(ERROR_FILE_NOT_FOUND);
-  if (disposition != OPEN_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
-  return machine::AddHandle(machine::DiskHandle{disk->number});
-}
-
-// --- Files -------------------------------------------------------------------------------------------------------
-
 struct OpenRequest {
   DWORD access, disposition, attributes;
-  bool Writes() const { return (access & (GENERIC_WRITE | GENERIC_ALL)) != 0; }
+  bool Writes() const { return machine::GrantsWriting(access); }
   bool Empties() const { return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING; }
 };
-
-int AccessFlags(const OpenRequest &request) {
-  if (!request.Writes()) return O_RDONLY;
-  const bool reads = (request.access & (GENERIC_READ | GENERIC_ALL)) != 0;
-  return reads ? O_RDWR : O_WRONLY;
-}
 
 // What a file that exists does not let happen to it; NO_ERROR when the request may go on.
 DWORD Obstacle(const OpenRequest &request, const machine::HostPlace &place) {
@@ -96,7 +49,7 @@ DWORD Obstacle(const OpenRequest &request, const machine::HostPlace &place) {
 }
 
 HANDLE OpenPlace(const OpenRequest &request, const machine::HostPlace &place) {
-  int flags = AccessFlags(request) | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+  int flags = machine::AccessFlags(request.access) | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
   if (place.exists) {
     const DWORD obstacle = Obstacle(request, place);
     if (obstacle != NO_ERROR) return FailOpen(obstacle);
@@ -116,7 +69,24 @@ HANDLE OpenPlace(const OpenRequest &request, const machine::HostPlace &place) {
       return FailOpen(machine::ErrorFromErrno(errno));
     }
   }
-  return machine::AddHandle(machine::FileHandle{std::move(file), request.Writes()});
+  return machine::AddHandle(
+      machine::FileHandle{std::move(file), machine::GrantsReading(request.access), request.Writes(), 0});
+}
+
+// As LocatePlace, of what exists.
+bool LocateExisting(const char *name, machine::HostPlace *place) {
+  if (!machine::LocatePlace(name, place)) return false;
+  if (!place->exists) platform::SetLastError(ERROR_FILE_NOT_FOUND);
+  return place->exists;
+}
+
+// Where the file system does not keep it, the time of the last write stands in.
+FILETIME CreationTime(const machine::HostPlace &place) {
+  struct statx more = {};
+  const bool told = statx(place.directory, place.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &more) == 0 &&
+                    (more.stx_mask & STATX_BTIME) != 0;
+  return told ? machine::FileTimeOf(more.stx_btime.tv_sec, more.stx_btime.tv_nsec)
+              : machine::FileTimeOf(place.status.st_mtim);
 }
 
 }  // namespace
@@ -127,7 +97,7 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
   if (machine::CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
   if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
-  if (name != nullptr && IsDeviceName(name)) return OpenDisk(name, disposition);
+  if (name != nullptr && machine::IsDeviceName(name)) return machine::OpenDevice(name, access, disposition);
   const OpenRequest request = {access, disposition, flags & 0xFFFF};
   if (disposition == TRUNCATE_EXISTING && !request.Writes()) return FailOpen(ERROR_INVALID_PARAMETER);
   machine::HostPlace place;
@@ -168,30 +138,34 @@ DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
 DWORD GetFileAttributesA(const char *name) {
   VXR_FAULT(INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND);
   machine::HostPlace place;
-  if (!machine::LocatePlace(name, &place)) return INVALID_FILE_ATTRIBUTES;
-  struct stat status = {};
-  if (!place.exists || fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    SetLastError(place.exists ? machine::ErrorFromErrno(errno) : ERROR_FILE_NOT_FOUND);
-    return INVALID_FILE_ATTRIBUTES;
-  }
-  return machine::ReadAttributes(machine::PlaceName(place), status);
+  return LocateExisting(name, &place) ? machine::ReadAttributes(machine::PlaceName(place), place.status)
+                                      : INVALID_FILE_ATTRIBUTES;
 }
 
 BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
   machine::HostPlace place;
-  if (!machine::LocatePlace(name, &place)) return FALSE;
-  struct stat status = {};
-  if (!place.exists) {
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    return FALSE;
-  }
-  if (fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-      machine::WriteAttributes(machine::PlaceName(place), status, attributes)) {
-    return TRUE;
-  }
-  SetLastError(machine::ErrorFromErrno(errno));
-  return FALSE;
+  if (!LocateExisting(name, &place)) return FALSE;
+  if (machine::WriteAttributes(machine::PlaceName(place), place.status, attributes)) return TRUE;
+  return machine::FailWith(machine::ErrorFromErrno(errno));
+}
+
+BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data) {
+  VXR_FAULT(FALSE, ERROR_FILE_NOT_FOUND);
+  machine::HostPlace place;
+  if (level != GetFileExInfoStandard || data == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  if (!LocateExisting(name, &place)) return FALSE;
+  const struct stat &status = place.status;
+  const DWORD64 size = S_ISREG(status.st_mode) ? static_cast<DWORD64>(status.st_size) : 0;
+  WIN32_FILE_ATTRIBUTE_DATA facts = {};
+  facts.dwFileAttributes = machine::ReadAttributes(machine::PlaceName(place), status);
+  facts.ftCreationTime = CreationTime(place);
+  facts.ftLastAccessTime = machine::FileTimeOf(status.st_atim);
+  facts.ftLastWriteTime = machine::FileTimeOf(status.st_mtim);
+  facts.nFileSizeHigh = static_cast<DWORD>(size >> 32);
+  facts.nFileSizeLow = static_cast<DWORD>(size);
+  std::memcpy(data, &facts, sizeof facts);
+  return TRUE;
 }
 
 }  // namespace platform

@@ -1,19 +1,17 @@
-// Handles of files and disks, attributes, mappings.
+// Handles of files, what they transfer, attributes and times, mappings.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstring>
 
 #include "platform/machine/fault.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/handles.h"
 #include "tests/support/test_machine.h"
 
 namespace {
 
 using namespace platform;
-
-constexpr const char *kDisks =
-    "[[disk]]\nnumber = 2\ngeometry = { cylinders = 10, heads = 255, sectors = 63, bytes = 512 }\n"
-    "interface = '\\\\?\\scsi#disk&ven_acme#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'\n";
 
 class FilesTest : public MachineTest {
  protected:
@@ -110,6 +108,8 @@ TEST_F(FilesTest, ForeignHandlesAreInvalid) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
     EXPECT_FALSE(FindClose(handle));
     EXPECT_EQ(GetFileSize(handle, nullptr), INVALID_FILE_SIZE);
+    EXPECT_FALSE(platform::ReadFile(handle, &stranger, 1, nullptr, nullptr));
+    EXPECT_EQ(SetFilePointer(handle, 0, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
     EXPECT_EQ(WaitForSingleObject(handle, INFINITE), WAIT_FAILED);
     EXPECT_EQ(MapViewOfFile(handle, FILE_MAP_READ, 0, 0, 0), nullptr);
   }
@@ -120,31 +120,112 @@ TEST_F(FilesTest, ForeignHandlesAreInvalid) {
   EXPECT_FALSE(FindClose(search));
 }
 
-TEST_F(FilesTest, DisksAnswerTheirNumber) {
-  Open(kDisks);
-  const char *const names[] = {R"(\\.\PhysicalDrive2)", R"(\\.\PHYSICALDRIVE2)",
-                               R"(\\?\SCSI#Disk&Ven_ACME#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b})"};
-  for (const char *name : names) {
-    const HANDLE disk = CreateFileA(name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(disk, INVALID_HANDLE_VALUE) << name;
-    STORAGE_DEVICE_NUMBER number = {};
-    DWORD returned = 0;
-    EXPECT_TRUE(
-        DeviceIoControl(disk, IOCTL_STORAGE_GET_DEVICE_NUMBER, nullptr, 0, &number, sizeof number, &returned, nullptr));
-    EXPECT_EQ(returned, 12u);
-    EXPECT_EQ(number.DeviceType, 7u);
-    EXPECT_EQ(number.DeviceNumber, 2u);
-    EXPECT_EQ(number.PartitionNumber, 0u);
-    EXPECT_FALSE(DeviceIoControl(disk, IOCTL_STORAGE_GET_DEVICE_NUMBER, nullptr, 0, &number, 11, &returned, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_FALSE(DeviceIoControl(disk, 0x12345, nullptr, 0, &number, sizeof number, &returned, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
-    EXPECT_TRUE(CloseHandle(disk));
+TEST_F(FilesTest, TransfersAtThePosition) {
+  WriteFile("restored/a.txt", "0123456789");
+  Open();
+  const HANDLE file = CreateFileA(R"(D:\a.txt)", GENERIC_ALL, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  char buffer[16] = {};
+  DWORD count = 99;
+  EXPECT_TRUE(platform::ReadFile(file, buffer, 4, &count, nullptr));
+  EXPECT_EQ(std::string(buffer, count), "0123");
+  EXPECT_TRUE(platform::WriteFile(file, "xy", 2, &count, nullptr));
+  EXPECT_TRUE(platform::ReadFile(file, buffer, sizeof buffer, &count, nullptr));
+  EXPECT_EQ(std::string(buffer, count), "6789");
+  EXPECT_TRUE(platform::ReadFile(file, buffer, sizeof buffer, &count, nullptr)) << "the end is no failure";
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(SetFilePointer(file, 2, nullptr, FILE_END), 12u);
+  EXPECT_TRUE(platform::WriteFile(file, "z", 1, &count, nullptr));
+  EXPECT_TRUE(FlushFileBuffers(file));
+  EXPECT_EQ(ReadFile("restored/a.txt"), std::string("0123xy6789\0\0z", 13));
+  EXPECT_FALSE(platform::ReadFile(file, nullptr, 1, &count, nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_USER_BUFFER);
+  EXPECT_TRUE(CloseHandle(file));
+}
+
+TEST_F(FilesTest, TransfersNeedTheirRight) {
+  WriteFile("restored/a.txt", "0123456789");
+  Open();
+  const struct {
+    DWORD access;
+    bool reads, writes;
+  } cases[] = {{0, false, false}, {GENERIC_READ, true, false}, {GENERIC_WRITE, false, true}, {GENERIC_ALL, true, true}};
+  for (const auto &c : cases) {
+    const HANDLE file = CreateFileA(R"(D:\a.txt)", c.access, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    char byte = 0;
+    const auto denied = [](BOOL done) { return !done && GetLastError() == ERROR_ACCESS_DENIED; };
+    EXPECT_EQ(denied(platform::ReadFile(file, &byte, 1, nullptr, nullptr)), !c.reads) << c.access;
+    EXPECT_EQ(denied(platform::WriteFile(file, "0", 1, nullptr, nullptr)), !c.writes) << c.access;
+    EXPECT_EQ(denied(FlushFileBuffers(file)), !c.writes) << c.access;
+    EXPECT_TRUE(CloseHandle(file));
   }
-  for (const char *name : {R"(\\.\PhysicalDrive0)", R"(\\.\PhysicalDrive02)", R"(\\.\PhysicalDrive2\Partition1)",
-                           R"(\\.\PhysicalDrive)", R"(\\.\PhysicalDrive4294967298)", R"(\\?\scsi#other)", R"(\\?\)"}) {
-    EXPECT_EQ(OpenError(name, 0, OPEN_EXISTING), ERROR_FILE_NOT_FOUND) << name;
+}
+
+TEST_F(FilesTest, MovesByBothHalves) {
+  WriteFile("restored/a.txt", "0123456789");
+  Open();
+  const HANDLE file = CreateFileA(R"(D:\a.txt)", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  constexpr LONG kAlone = 0x1234;  // no high half is given
+  const struct {
+    DWORD method;
+    LONG low, high;
+    DWORD error;
+    LONG64 position;  // after the move, each from where the one before left it
+  } cases[] = {
+      {FILE_BEGIN, 4, kAlone, NO_ERROR, 4},
+      {FILE_CURRENT, 3, kAlone, NO_ERROR, 7},
+      {FILE_CURRENT, -8, kAlone, ERROR_NEGATIVE_SEEK, 7},
+      {FILE_BEGIN, -1, kAlone, ERROR_NEGATIVE_SEEK, 7},
+      {FILE_END, -2, kAlone, NO_ERROR, 8},
+      {3, 0, kAlone, ERROR_INVALID_PARAMETER, 8},
+      {FILE_BEGIN, -1, 0, NO_ERROR, 0xFFFFFFFF},
+      {FILE_CURRENT, 1, kAlone, ERROR_INVALID_PARAMETER, 0xFFFFFFFF},
+      {FILE_CURRENT, 1, 0, NO_ERROR, LONG64{1} << 32},
+      {FILE_CURRENT, -1, -1, NO_ERROR, 0xFFFFFFFF},
+      {FILE_BEGIN, 0, 2, NO_ERROR, LONG64{2} << 32},
+      {FILE_BEGIN, 0, static_cast<LONG>(0x80000000), ERROR_NEGATIVE_SEEK, LONG64{2} << 32},
+      {FILE_BEGIN, -1, 0x7FFFFFFF, NO_ERROR, INT64_MAX},
+      {FILE_CURRENT, 1, 0, ERROR_INVALID_PARAMETER, INT64_MAX},
+  };
+  for (const auto &c : cases) {
+    const std::string which = testing::PrintToString(&c - cases);
+    LONG high = c.high;
+    SetLastError(ERROR_GEN_FAILURE);
+    const DWORD low = SetFilePointer(file, c.low, high == kAlone ? nullptr : &high, c.method);
+    EXPECT_EQ(low == INVALID_SET_FILE_POINTER ? GetLastError() : NO_ERROR, c.error) << which;
+    if (c.error == NO_ERROR) {
+      EXPECT_EQ(low, static_cast<DWORD>(c.position)) << which;
+      EXPECT_EQ(high, c.high == kAlone ? kAlone : static_cast<LONG>(c.position >> 32)) << which;
+    }
+    LONG reached = 0;
+    EXPECT_EQ(SetFilePointer(file, 0, &reached, FILE_CURRENT), static_cast<DWORD>(c.position)) << which;
+    EXPECT_EQ(reached, static_cast<LONG>(c.position >> 32)) << which;
   }
+  EXPECT_TRUE(CloseHandle(file));
+}
+
+TEST_F(FilesTest, TellsSizeAndTimes) {
+  WriteFile("restored/large.bin", "");
+  std::filesystem::resize_file(Host("restored/large.bin"), 0x300000001ull);
+  constexpr time_t k2100 = 4102444800, k1970 = 0;
+  const timespec times[] = {{k1970, 500}, {k2100, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, Host("restored/large.bin").c_str(), times, 0), 0);
+  Open();
+  WIN32_FILE_ATTRIBUTE_DATA data = {};
+  ASSERT_TRUE(GetFileAttributesExA(R"(D:\LARGE.bin)", GetFileExInfoStandard, &data));
+  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(data.nFileSizeHigh, 3u);
+  EXPECT_EQ(data.nFileSizeLow, 1u);
+  EXPECT_EQ(machine::TicksOf(data.ftLastAccessTime), 116444736000000005u);
+  EXPECT_EQ(machine::TicksOf(data.ftLastWriteTime), 157469184000000000u);
+  EXPECT_GT(machine::TicksOf(data.ftCreationTime), 116444736000000005u);
+  EXPECT_LE(machine::TicksOf(data.ftCreationTime), 157469184000000000u);
+  ASSERT_TRUE(GetFileAttributesExA(R"(D:\)", GetFileExInfoStandard, &data));
+  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY);
+  EXPECT_EQ(data.nFileSizeLow, 0u);
+  EXPECT_FALSE(GetFileAttributesExA(R"(D:\absent)", GetFileExInfoStandard, &data));
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+  EXPECT_FALSE(GetFileAttributesExA(R"(D:\)", static_cast<GET_FILEEX_INFO_LEVELS>(1), &data));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
 }
 
 TEST_F(FilesTest, KeepsAttributes) {

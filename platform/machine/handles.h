@@ -1,4 +1,4 @@
-// The handles that the described machine gives out for files, disks, mappings, searches and processes.
+// The handles that the described machine gives out for files, disks, volumes, mappings, searches and processes.
 //
 // A handle is a number into a table, never an address, and no number is given twice: a handle that was closed, or that
 // never was one, is recognised as invalid instead of being followed.
@@ -15,10 +15,16 @@ namespace machine {
 
 struct FileHandle {
   Descriptor file;
-  bool writable = false;
+  bool readable = false, writable = false;  // by the access rights that it was opened with
+  std::uint64_t position = 0;               // bytes, where the next transfer begins; at most 2^63 - 1
 };
 struct DiskHandle {
-  DWORD number = 0;  // of the described disk
+  DWORD number = 0;      // of the described disk
+  FileHandle image;      // not open when the disk was opened without access rights
+  DWORD sectorSize = 0;  // bytes
+};
+struct VolumeHandle {
+  char letter = 0;  // of the described drive
 };
 struct MappingHandle {
   Descriptor file;         // its own, so that the file's handle may be closed first
@@ -31,7 +37,8 @@ struct ProcessHandle {
 };
 struct ThreadHandle {};
 
-using HandleRecord = std::variant<FileHandle, DiskHandle, MappingHandle, SearchHandle, ProcessHandle, ThreadHandle>;
+using HandleRecord =
+    std::variant<FileHandle, DiskHandle, VolumeHandle, MappingHandle, SearchHandle, ProcessHandle, ThreadHandle>;
 
 HANDLE AddHandle(HandleRecord record);
 // Null with ERROR_INVALID_HANDLE when there is no such open handle. Valid until the handle is closed.

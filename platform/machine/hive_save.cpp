@@ -12,6 +12,7 @@
 #include "log/scope_guard.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/hive.h"
 #include "platform/machine/hive_check.h"
 #include "platform/machine/machine.h"
@@ -63,7 +64,7 @@ std::uint64_t FileTimeNow() {
   const Description *description = Current();
   const bool fixed = description != nullptr && description->system.clock.has_value();
   const std::int64_t seconds = fixed ? *description->system.clock : static_cast<std::int64_t>(std::time(nullptr));
-  return static_cast<std::uint64_t>(seconds + 11644473600) * 10000000;
+  return TicksOf(FileTimeOf(seconds, 0));
 }
 
 // libhivex leaves the last written time, by which an old log beside the hive could still be taken to belong to it, and

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <memory>
 
 #include "platform/machine/code_page.h"
@@ -31,17 +32,16 @@ void Forget() {
   machine::SetCodePage(machine::kDefaultCodePage);
 }
 
-bool Open(const char *file, std::string *error) {
-  if (file == nullptr || *file == '\0') {
-    *error = "no machine file is named; give the path of its TOML file";
-    return false;
-  }
+// Reads a description; false with one line for people.
+using Reader = std::function<bool(machine::Description *, std::string *error)>;
+
+bool Open(const Reader &read, const std::string &name, std::string *error) {
   if (current != nullptr) {
-    *error = std::string(file) + ": a machine is open already (" + current->file.string() + "); close it first";
+    *error = name + ": a machine is open already (" + current->file.string() + "); close it first";
     return false;
   }
   auto description = std::make_unique<machine::Description>();
-  if (!machine::ReadDescription(file, description.get(), error) || !ReadFaultPlan(error)) return false;
+  if (!read(description.get(), error) || !ReadFaultPlan(error)) return false;
   // The parts below may already ask for the machine and report to its observer.
   current = std::move(description);
   machine::SetCodePage(current->system.codePage);
@@ -51,6 +51,24 @@ bool Open(const char *file, std::string *error) {
   }
   machine::OpenDevices(*current);
   return true;
+}
+
+void StoreMessage(const std::string &error, char *message, uint32_t messageSize) {
+  if (message != nullptr && messageSize != 0) message[error.copy(message, messageSize - 1)] = '\0';
+}
+
+int32_t OpenOrExplain(const Reader &read, const std::string &name, char *message, uint32_t messageSize) {
+  std::string error;
+  bool opened = false;
+  const bool another = current != nullptr;
+  try {
+    opened = Open(read, name, &error);
+  } catch (const std::exception &exception) {
+    error = name + ": " + exception.what();
+    if (!another) VXRMachine_Close();
+  }
+  StoreMessage(error, message, messageSize);
+  return opened;
 }
 
 }  // namespace
@@ -74,19 +92,22 @@ void Report(const VXRMachine_Event &event) {
 }  // namespace machine
 
 int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize) {
-  std::string error;
-  bool opened = false;
-  const bool another = current != nullptr;
-  try {
-    opened = Open(file, &error);
-  } catch (const std::exception &exception) {
-    error = std::string(file) + ": " + exception.what();
-    if (!another) VXRMachine_Close();
+  if (file == nullptr || *file == '\0') {
+    StoreMessage("no machine file is named; give the path of its TOML file", message, messageSize);
+    return 0;
   }
-  if (message != nullptr && messageSize != 0) {
-    message[error.copy(message, messageSize - 1)] = '\0';
-  }
-  return opened;
+  const auto read = [file](machine::Description *description, std::string *error) {
+    return machine::ReadDescription(file, description, error);
+  };
+  return OpenOrExplain(read, file, message, messageSize);
+}
+
+int32_t VXRMachine_OpenText(const char *text, const char *directory, char *message, uint32_t messageSize) {
+  const auto read = [=](machine::Description *description, std::string *error) {
+    return machine::ReadDescriptionText(text == nullptr ? "" : text, directory == nullptr ? "" : directory, description,
+                                        error);
+  };
+  return OpenOrExplain(read, "machine", message, messageSize);
 }
 
 int32_t VXRMachine_Close() {

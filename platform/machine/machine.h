@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -86,7 +87,7 @@ struct Prompts {
 };
 
 struct Description {
-  std::filesystem::path file;
+  std::filesystem::path file;  // absolute; of a machine from a text only its directory is real
   System system;
   Names names;
   std::vector<Drive> drives;
@@ -99,6 +100,9 @@ struct Description {
 
 // Reads and checks a machine file. False with one line for people (file, line, key) in `*error`.
 bool ReadDescription(const std::filesystem::path &file, Description *description, std::string *error);
+// The same from a text, whose paths are relative to `directory` (empty: the current one).
+bool ReadDescriptionText(std::string_view text, const std::filesystem::path &directory, Description *description,
+                         std::string *error);
 
 // The open machine; null when none. Platform calls made without one fail with ERROR_NOT_READY.
 const Description *Current();

@@ -68,6 +68,35 @@ file = 'hive'
   Open();
 }
 
+TEST_F(OpeningTest, AMachineFromAText) {
+  const std::string text = R"([system]
+system_directory = 'X:\Windows\System32'
+windows_directory = 'X:\Windows'
+os = { major = 6, minor = 1 }
+[[drive]]
+root = 'X:\'
+type = 'ramdisk'
+path = 'ram'
+)";
+  const auto tryText = [this](const std::string &toml) {
+    return VXRMachine_OpenText(toml.c_str(), folder.c_str(), message, sizeof message) != 0;
+  };
+  ASSERT_TRUE(tryText(text)) << message;
+  ASSERT_NE(machine::Current(), nullptr);
+  EXPECT_EQ(machine::Current()->drives.at(0).path, Host("ram"));
+  EXPECT_FALSE(tryText(text));
+  EXPECT_THAT(message, HasSubstr("a machine is open already"));
+  EXPECT_TRUE(VXRMachine_Close());
+
+  EXPECT_FALSE(tryText(text + "colour = 1\n"));
+  EXPECT_THAT(message, testing::StartsWith("machine:9: drive.colour: unknown key"));
+  EXPECT_FALSE(tryText(text + "path = \n"));
+  EXPECT_THAT(message, testing::StartsWith("machine:9: not TOML"));
+  EXPECT_FALSE(VXRMachine_OpenText(nullptr, nullptr, message, sizeof message));
+  EXPECT_THAT(message, HasSubstr("system: is missing"));
+  EXPECT_EQ(machine::Current(), nullptr);
+}
+
 TEST_F(OpeningTest, TheCodePageIsTheMachines) {
   Open("", R"([system]
 system_directory = 'X:\Windows\System32'

@@ -20,6 +20,7 @@
 #include "platform/machine/listing.h"
 #include "platform/machine/machine.h"
 #include "platform/machine/path_syntax.h"
+#include "platform/machine/storage.h"
 
 namespace machine {
 namespace {
@@ -59,10 +60,8 @@ bool Fail(DWORD error) {
 
 // The drive's directory, opened once; -1 with the last error set.
 int DriveDirectory(char letter) {
-  const std::vector<Drive> &drives = Current()->drives;
-  const auto drive = std::find_if(drives.begin(), drives.end(),
-                                  [letter](const Drive &d) { return !d.root.empty() && d.root.front() == letter; });
-  if (drive == drives.end() || drive->path.empty()) {
+  const Drive *drive = FindDrive(letter);
+  if (drive == nullptr || drive->path.empty()) {
     platform::SetLastError(ERROR_PATH_NOT_FOUND);
     return -1;
   }
@@ -290,3 +289,17 @@ void ClosePaths() {
 }
 
 }  // namespace machine
+
+int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize) {
+  if (hostPathSize == 0) return FALSE;
+  hostPath[0] = '\0';
+  machine::HostPlace place;
+  if (!machine::LocatePlace(path, &place)) return FALSE;
+  std::error_code failure;
+  const std::filesystem::path directory =
+      std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(place.directory), failure);
+  const std::string found = (directory / place.name).string();
+  if (failure || found.size() >= hostPathSize) return FALSE;
+  std::copy_n(found.c_str(), found.size() + 1, hostPath);
+  return TRUE;
+}

@@ -11,6 +11,7 @@
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_time.h"
 #include "platform/machine/handles.h"
 #include "platform/machine/listing.h"
 #include "platform/machine/path_syntax.h"
@@ -22,13 +23,6 @@ namespace {
 HANDLE FailSearch(DWORD error) {
   platform::SetLastError(error);
   return INVALID_HANDLE_VALUE;
-}
-
-FILETIME ToFileTime(const timespec &time) {
-  constexpr std::int64_t kSecondsFrom1601To1970 = 11644473600;
-  const std::int64_t seconds = std::max<std::int64_t>(0, time.tv_sec + kSecondsFrom1601To1970);
-  const auto ticks = static_cast<DWORD64>(seconds) * 10000000 + static_cast<DWORD64>(time.tv_nsec) / 100;
-  return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
 // Tells of an entry under the name `shown` (UTF-8). False when the name does not fit.
@@ -43,8 +37,8 @@ bool Describe(const struct stat &status, const std::string &shown, WIN32_FIND_DA
     data->dwFileAttributes = S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
   }
   // The host keeps no time of creation that every file system has.
-  data->ftCreationTime = data->ftLastWriteTime = ToFileTime(status.st_mtim);
-  data->ftLastAccessTime = ToFileTime(status.st_atim);
+  data->ftCreationTime = data->ftLastWriteTime = machine::FileTimeOf(status.st_mtim);
+  data->ftLastAccessTime = machine::FileTimeOf(status.st_atim);
   if (S_ISREG(status.st_mode)) {
     data->nFileSizeLow = static_cast<DWORD>(status.st_size);
     data->nFileSizeHigh = static_cast<DWORD>(static_cast<DWORD64>(status.st_size) >> 32);

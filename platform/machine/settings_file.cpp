@@ -1,7 +1,9 @@
-// Settings files: [section] and key=value lines.
+// The calls on settings files. What their text means is the business of settings_text.h.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -9,20 +11,24 @@
 #include <string>
 #include <string_view>
 
+#include "platform/machine/answer.h"
+#include "platform/machine/attributes.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/descriptor.h"
 #include "platform/machine/fault.h"
 #include "platform/machine/machine.h"
 #include "platform/machine/paths.h"
+#include "platform/machine/replace_file.h"
+#include "platform/machine/settings_text.h"
 
 namespace {
 
-std::string_view Trim(std::string_view text) {
-  constexpr char kBlanks[] = " \t\r\n";
-  const std::size_t begin = text.find_first_not_of(kBlanks);
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
-}
+using machine::FailWith;
+
+// Settings are kept in memory as a whole; anything larger is no settings file.
+constexpr off_t kLargestFile = off_t{64} << 20;
+
+bool FailHost() { return FailWith(machine::ErrorFromErrno(errno)); }
 
 // A name without a directory is looked for where Windows looks, in its own directory.
 std::string FullName(const char *file) {
@@ -31,64 +37,40 @@ std::string FullName(const char *file) {
   return machine::Current()->system.windowsDirectory + "\\" + name;
 }
 
-// The file's text in the ANSI code page.
 bool ReadSettings(const char *file, std::string *text) {
   const machine::Descriptor descriptor(machine::OpenHostFile(FullName(file).c_str(), O_RDONLY | O_NONBLOCK));
   if (!descriptor) return false;
   struct stat status;
-  if (fstat(descriptor.fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-    platform::SetLastError(ERROR_ACCESS_DENIED);
-    return false;
-  }
+  if (fstat(descriptor.fd, &status) != 0) return FailHost();
+  if (!S_ISREG(status.st_mode)) return FailWith(ERROR_ACCESS_DENIED);
+  if (status.st_size > kLargestFile) return FailWith(ERROR_FILE_TOO_LARGE);
   char block[16384];
   for (;;) {
     const ssize_t count = read(descriptor.fd, block, sizeof block);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) platform::SetLastError(machine::ErrorFromErrno(errno));
-    if (count < 0) return false;
-    if (count == 0) break;
+    if (count < 0) return FailHost();
+    if (count == 0) return true;
     text->append(block, static_cast<std::size_t>(count));
   }
-  if (text->starts_with("\xFF\xFE")) {
-    std::u16string wide((text->size() - 2) / 2, u'\0');
-    std::memcpy(wide.data(), text->data() + 2, wide.size() * 2);
-    *text = machine::Utf16ToAnsi(wide);
-  } else if (text->starts_with("\xEF\xBB\xBF")) {
-    *text = machine::Utf8ToAnsi(text->substr(3));
-  }
-  return true;
 }
 
-std::string_view TakeLine(std::string_view *text) {
-  const std::size_t end = text->find_first_of("\r\n");
-  const std::string_view line = text->substr(0, end);
-  text->remove_prefix(end == std::string_view::npos ? text->size() : end + 1);
-  return Trim(line);
-}
-
-// The value of a key in the first section of that name.
-std::optional<std::string_view> FindValue(std::string_view text, std::string_view section, std::string_view key) {
-  bool inside = false;
-  while (!text.empty()) {
-    const std::string_view line = TakeLine(&text);
-    if (line.starts_with('[')) {
-      if (inside) return std::nullopt;
-      inside = machine::CompareNoCase(Trim(line.substr(1, line.find(']') - 1)), section) == 0;
-      continue;
-    }
-    const std::size_t equals = line.find('=');
-    if (!inside || line.starts_with(';') || equals == std::string_view::npos) continue;
-    if (machine::CompareNoCase(Trim(line.substr(0, equals)), key) != 0) continue;
-    std::string_view value = Trim(line.substr(equals + 1));
-    const bool quoted = value.size() >= 2 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0];
-    return quoted ? value.substr(1, value.size() - 2) : value;
+// Nothing, with the last error set, when there is no such file, section or key.
+std::optional<std::string> ReadSetting(const char *section, const char *key, const char *file) {
+  if (machine::CurrentOrNotReady() == nullptr) return std::nullopt;
+  std::string text;
+  if (section == nullptr || key == nullptr || file == nullptr) {
+    platform::SetLastError(ERROR_INVALID_PARAMETER);
+    return std::nullopt;
   }
-  return std::nullopt;
+  if (!ReadSettings(file, &text)) return std::nullopt;
+  std::optional<std::string> value = machine::FindSetting(text, section, key);
+  if (!value) platform::SetLastError(ERROR_FILE_NOT_FOUND);
+  return value;
 }
 
 // The leading decimal number, 0 when there is none. A number too large wraps at 32 bits, as on Windows.
 std::int32_t LeadingNumber(std::string_view text) {
-  text = Trim(text);
+  text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
   const bool negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);
   std::uint32_t number = 0;
@@ -98,23 +80,88 @@ std::int32_t LeadingNumber(std::string_view text) {
   return static_cast<std::int32_t>(negative ? 0 - number : number);
 }
 
+// How many of the text's bytes go into so much room without cutting a character of two bytes.
+std::size_t WholeCharacters(std::string_view text, std::size_t room) {
+  if (text.size() <= room) return text.size();
+  std::size_t end = 0;
+  for (;;) {
+    const std::size_t next = end + (machine::IsLeadByte(static_cast<unsigned char>(text[end])) ? 2 : 1);
+    if (next > room) return end;
+    end = next;
+  }
+}
+
+// Gives the new file what the old one has besides its contents.
+bool TakeOver(const machine::HostPlace &old, const machine::NewFile &created, DWORD attributes) {
+  const int file = created.file.fd;
+  struct stat status;
+  if (fstat(file, &status) != 0) return false;
+  const bool sameOwner = old.status.st_uid == status.st_uid && old.status.st_gid == status.st_gid;
+  // Only the system's administrator may give a file away.
+  if (!sameOwner && fchown(file, old.status.st_uid, old.status.st_gid) != 0 && errno != EPERM) return false;
+  if (fchmod(file, old.status.st_mode & 07777) != 0 && errno != EPERM) return false;
+  return fstat(file, &status) == 0 &&
+         machine::WriteAttributes(created.HostName(), status, attributes | FILE_ATTRIBUTE_ARCHIVE);
+}
+
+// Only when the directory cannot be flushed is the new file in place after a failure: whole, but not surely on the
+// disk.
+bool SaveSettings(const machine::HostPlace &place, DWORD attributes, const std::string &text) {
+  machine::NewFile created(place.directory);
+  const bool saved = machine::OpenNewFile(&created) && machine::WriteAll(created.file.fd, text.data(), text.size()) &&
+                     (!place.exists || TakeOver(place, created, attributes)) &&
+                     machine::PutInPlace(&created, place.name, place.exists) &&
+                     machine::FlushDirectory(place.directory);
+  return saved || FailHost();
+}
+
+bool WriteSetting(const char *section, const char *key, const char *value, const char *file) {
+  machine::HostPlace place;
+  if (!machine::LocatePlace(FullName(file).c_str(), &place)) return false;
+  std::string text;
+  DWORD attributes = 0;
+  if (place.exists) {
+    if (!ReadSettings(file, &text)) return false;
+    attributes = machine::ReadAttributes(machine::PlaceName(place), place.status);
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) return FailWith(ERROR_ACCESS_DENIED);
+    if (!machine::CanChangeSettings(text)) return FailWith(ERROR_INVALID_DATA);
+  }
+  return SaveSettings(place, attributes, machine::WithSetting(text, section, key, value));
+}
+
 }  // namespace
 
 namespace platform {
 
 UINT GetPrivateProfileIntA(const char *section, const char *key, int fallback, const char *file) {
   VXR_FAULT(static_cast<UINT>(fallback), ERROR_FILE_NOT_FOUND);
-  if (machine::CurrentOrNotReady() == nullptr) return static_cast<UINT>(fallback);
-  if (section == nullptr || key == nullptr || file == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return static_cast<UINT>(fallback);
+  const std::optional<std::string> value = ReadSetting(section, key, file);
+  return static_cast<UINT>(value ? LeadingNumber(*value) : fallback);
+}
+
+DWORD GetPrivateProfileStringA(const char *section, const char *key, const char *fallback, char *buffer, DWORD size,
+                               const char *file) {
+  const auto store = [&](std::string_view text) -> DWORD {
+    if (buffer == nullptr || size == 0) return 0;
+    const std::size_t length = WholeCharacters(text, size - 1);
+    std::memcpy(buffer, text.data(), length);
+    buffer[length] = '\0';
+    return static_cast<DWORD>(length);
+  };
+  const std::string_view otherwise = fallback == nullptr ? "" : fallback;
+  VXR_FAULT(store(otherwise), ERROR_FILE_NOT_FOUND);
+  const std::optional<std::string> value = ReadSetting(section, key, file);
+  return store(value ? std::string_view(*value) : otherwise);
+}
+
+BOOL WritePrivateProfileStringA(const char *section, const char *key, const char *value, const char *file) {
+  VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
+  if (machine::CurrentOrNotReady() == nullptr) return FALSE;
+  if (section == nullptr || key == nullptr || value == nullptr || file == nullptr ||
+      !machine::CanHoldSetting(section, key, value)) {
+    return FailWith(ERROR_INVALID_PARAMETER);
   }
-  std::string text;
-  if (!ReadSettings(file, &text)) return static_cast<UINT>(fallback);
-  const std::optional<std::string_view> value = FindValue(text, section, key);
-  if (value) return static_cast<UINT>(LeadingNumber(*value));
-  SetLastError(ERROR_FILE_NOT_FOUND);
-  return static_cast<UINT>(fallback);
+  return WriteSetting(section, key, value, file) ? TRUE : FALSE;
 }
 
 }  // namespace platform

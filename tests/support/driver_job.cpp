@@ -9,6 +9,7 @@
 #include "registry/hive.h"
 #include "registry/values.h"
 #include "restore/settings.h"
+#include "tests/support/scsi_machine.h"
 
 DriverJobTest::~DriverJobTest() { End(); }
 
@@ -24,7 +25,7 @@ void DriverJobTest::Begin(bool inject, const std::function<void(std::string *tom
   device->VXRDevType = VXR_DEVTYPE_SCSIADAPTER;
   VXRDev_GetGuidByDevType(device->VXRDevType, &device->guDevice);
   device->bInject = inject;
-  device->szInstanceID = HeapTexts({R"(PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01\3&61AAA01&0&80)"});
+  device->szInstanceID = HeapTexts({ScsiAdapterInstance(kScsiAdapterId)});
   device->szHardwareID = HeapTexts({R"(PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01)", R"(PCI\VEN_1000&DEV_0030)"});
   device->szCompatibleIDs = HeapTexts({R"(PCI\VEN_1000&CC_0100)", R"(PCI\CC_0100)"});
   device->szTargetOS = HeapTexts({"ntamd64.6.1", "ntamd64"});

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "tests/support/scsi_machine.h"
+
 namespace fs = std::filesystem;
 
 const char *const RestoreJobTest::kHivePath = "restored/Windows/system32/config/SYSTEM";
@@ -45,34 +47,15 @@ Fast = "Fast Adapter"
 
 namespace {
 
-constexpr const char *kToml = R"(
+constexpr const char *kDrive = R"(
 [[drive]]
 root = 'Q:\'
 type = 'cdrom'
 path = 'cd'
 
-[[disk]]
-number = 0
-geometry = { cylinders = 7832, heads = 255, sectors = 63, bytes = 512 }
-interface = '\\?\scsi#disk&ven_acme&prod_fast_disk&rev_1.0#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'
+)";
 
-[[device]]
-instance = 'ROOT\ACPI_HAL\0000'
-class = 'Computer'
-hardware_ids = ['acpiapic_mp']
-
-[[device]]
-instance = 'SCSI\Disk&Ven_ACME&Prod_FAST_DISK&Rev_1.0\4&1A2B3C&0&000000'
-class = 'DiskDrive'
-hardware_ids = ['SCSI\DiskACME____FAST_DISK']
-parent = 'PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
-
-[[device]]
-instance = 'PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01\3&61AAA01&0&80'
-class = 'SCSIAdapter'
-hardware_ids = ['PCI\VEN_1000&DEV_0030&SUBSYS_00000000&REV_01', 'PCI\VEN_1000&DEV_0030']
-compatible_ids = ['PCI\VEN_1000&CC_0100', 'PCI\CC_0100']
-
+constexpr const char *kJob = R"(
 [registry.'SOFTWARE\Varnelt\Relmar\1']
 Disk = '\\.\PhysicalDrive0'
 InfDir = 'X:\drivers'
@@ -96,7 +79,7 @@ RestoreJobTest::RestoreJobTest() {
 }
 
 void RestoreJobTest::OpenJob(const std::function<void(std::string *)> &bend) {
-  std::string toml = kToml;
+  std::string toml = kDrive + ScsiMachine() + kJob;
   if (bend) bend(&toml);
   Open(toml);
 }

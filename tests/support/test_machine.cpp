@@ -33,6 +33,8 @@ HCDIR = 'X:\Halcyra'
 
 )";
 
+constexpr char kMasterIni[] = "[debugging]\r\nvxrcore=5\r\n";
+
 std::string Copy(const char *text) { return text == nullptr ? "" : text; }
 
 }  // namespace
@@ -68,9 +70,13 @@ MachineTest::~MachineTest() {
 
 void MachineTest::Open(const std::string &rest, const std::string &system) {
   WriteFile("machine.toml", (system.empty() ? kSystem : system) + kDrives + rest);
-  WriteFile("ram/Halcyra/master.ini", "[debugging]\r\nvxrcore=5\r\n");
+  WriteFile("ram/Halcyra/master.ini", kMasterIni);
+  OpenFile("machine.toml");
+}
+
+void MachineTest::OpenFile(const std::string &relative) {
   char message[1024] = "";
-  ASSERT_TRUE(VXRMachine_Open(Host("machine.toml").c_str(), message, sizeof message)) << message;
+  ASSERT_TRUE(VXRMachine_Open(Host(relative).c_str(), message, sizeof message)) << message;
   open = true;
   const auto collect = [](void *context, const char *text) {
     static_cast<MachineTest *>(context)->statusLines.emplace_back(text);
@@ -114,4 +120,10 @@ RootPath = 'D:\'
 BMEFile = 'X:\machine.bme'
 )" + more +
          "\n";
+}
+
+void MachineTest::CopyExample(const std::string &name, const std::string &relative, const std::string &drive) {
+  std::filesystem::copy(std::filesystem::path(VXR_EXAMPLES_DIR) / name, Host(relative),
+                        std::filesystem::copy_options::recursive);
+  WriteFile(relative + "/" + drive + "/Halcyra/master.ini", kMasterIni);
 }

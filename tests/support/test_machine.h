@@ -30,6 +30,8 @@ class MachineTest : public testing::Test {
   // Writes machine.toml (`system` replaces the standard [system] table when not empty; `rest` follows) and opens it,
   // with the log's level 5 in master.ini. Fails the test when the machine cannot be opened.
   void Open(const std::string &rest = "", const std::string &system = "");
+  // The same for a machine file of the folder, as it is; whoever wrote it sees to the log's level.
+  void OpenFile(const std::string &relative);
   // Ends the log and closes the machine; the destructor does too. Another Open may follow.
   void Close();
 
@@ -37,6 +39,9 @@ class MachineTest : public testing::Test {
   std::filesystem::path Host(const std::string &relative) const;
   void WriteFile(const std::string &relative, const std::string &content);
   std::string ReadFile(const std::string &relative) const;
+  // Copies an example machine into the folder, as `relative`, with the log's level 5 in the master.ini that it has on
+  // its drive `drive`, a directory of the example.
+  void CopyExample(const std::string &name, const std::string &relative, const std::string &drive);
 
   // A job key's values for job `number` as TOML, with a boot disk, D:\ as root, X:\drivers as INF directory.
   static std::string JobToml(int number, const std::string &more = "");

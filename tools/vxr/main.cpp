@@ -46,6 +46,79 @@ CLI::App *AddInf(CLI::App *app, InfOptions *options) {
   return inf;
 }
 
+CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
+  CLI::App *create = AddCommand(app, "create", "Record a machine in an extension file, as at backup time");
+  create->add_option("--machine", options->machine, "TOML file that describes the machine")
+      ->required()
+      ->type_name("FILE");
+  create->add_option("file", options->extension, "Extension file to write")->required()->type_name("FILE");
+  create->add_option("--includes", options->includes, "Includes file of the backup, which is to list the file")
+      ->type_name("FILE");
+  create->add_option("--map", options->map, "Map file that gives each volume's name in the backup")->type_name("FILE");
+  create->footer(
+      "A file name that begins with a drive letter is a path of the machine.\n"
+      "Exit status: 0; 9 when the extension or the includes file could not be written; 2 for wrong usage or a machine\n"
+      "that cannot be opened.");
+  return create;
+}
+
+void AddCodePage(CLI::App *command, unsigned *codePage) {
+  command->add_option("--code-page", *codePage, "ANSI code page of the recorded machine")
+      ->type_name("NUMBER")
+      ->capture_default_str();
+}
+
+CLI::App *AddShow(CLI::App *app, ShowOptions *options) {
+  CLI::App *show = AddCommand(app, "show", "Show what extension files recorded");
+  show->add_option("file", options->files, "Extension files")->required()->type_name("FILE");
+  AddCodePage(show, &options->codePage);
+  show->add_flag("--json", options->json, "Print everything as one JSON document, an array for several files");
+  show->footer("Exit status: 0; 1 when a file is missing or is not an extension file; 2 for wrong usage.");
+  return show;
+}
+
+CLI::App *AddQuery(CLI::App *app, QueryOptions *options) {
+  CLI::App *query = AddCommand(app, "query", "Ask one question about an extension file");
+  query->add_option("file", options->file, "Extension file")->required()->type_name("FILE");
+  query->add_option("class", options->queryClass, "Class: volume, system, network, architect, or its number")
+      ->required()
+      ->type_name("CLASS");
+  query
+      ->add_option("item", options->item,
+                   "Item: its name, such as Label or VXREQV_Label, or its number, such as 7 or 0x2000000F")
+      ->required()
+      ->type_name("ITEM");
+  query->add_option("--volume", options->volume, "Volume, from 0")->type_name("NUMBER")->capture_default_str();
+  query->add_option("--disk", options->disk, "Disk of the volume, from 0")->type_name("NUMBER")->capture_default_str();
+  query
+      ->add_option("--driver", options->driver,
+                   "Whose driver, for the items of a disk: disk (the default), bus or controller")
+      ->type_name("NAME")
+      ->check(CLI::IsMember({"disk", "bus", "controller"}, CLI::ignore_case));
+  query->add_option("--letter", options->letter, "Drive letter, for VolIndex")->type_name("LETTER");
+  AddCodePage(query, &options->codePage);
+  query->footer("Exit status: 0; 1 when there is no answer; 2 for wrong usage. All items: docs/extension-file.md.");
+  return query;
+}
+
+CLI::App *AddFixBoot(CLI::App *app, FixBootOptions *options) {
+  CLI::App *fix = AddCommand(app, "fix-boot", "Make the boot sector of the active partition agree with its disk");
+  fix->add_option(
+         "disk", options->disk,
+         "With --machine a device name such as \\\\.\\PhysicalDrive0, with --geometry an image or a block device")
+      ->required()
+      ->type_name("DISK");
+  auto *machine =
+      fix->add_option("--machine", options->machine, "TOML file that describes the machine")->type_name("FILE");
+  auto *geometry =
+      fix->add_option("--geometry", options->geometry,
+                      "Of an image: cylinders, heads, sectors a track, bytes a sector, such as 1044,255,63,512");
+  geometry->type_name("C,H,S,B")->excludes(machine);
+  fix->footer(
+      "Exit status: 0 when the sector agrees now; 1 when not; 2 for wrong usage or a machine that cannot be opened.");
+  return fix;
+}
+
 // Help and version go to standard output; anything else is one line saying what to do. `wrong` is the first argument,
 // which is to blame when no command was recognised; null when there is none.
 int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &error) {
@@ -72,13 +145,26 @@ int main(int argc, char **argv) {
   app.set_version_flag("--version", kVersion, "Show the version");
   app.require_subcommand(1);
   RunOptions runOptions;
+  CreateOptions createOptions;
+  ShowOptions showOptions;
+  QueryOptions queryOptions;
+  FixBootOptions fixBootOptions;
   InfOptions infOptions;
   const CLI::App *run = AddRun(&app, &runOptions);
+  const CLI::App *create = AddCreate(&app, &createOptions);
+  const CLI::App *show = AddShow(&app, &showOptions);
+  const CLI::App *query = AddQuery(&app, &queryOptions);
+  const CLI::App *fixBoot = AddFixBoot(&app, &fixBootOptions);
   AddInf(&app, &infOptions);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return ReportParse(app, argc > 1 ? argv[1] : nullptr, error);
   }
-  return run->parsed() ? RunCommand(runOptions) : InfCommand(infOptions);
+  if (run->parsed()) return RunCommand(runOptions);
+  if (create->parsed()) return CreateCommand(createOptions);
+  if (show->parsed()) return ShowCommand(showOptions);
+  if (query->parsed()) return QueryCommand(queryOptions);
+  if (fixBoot->parsed()) return FixBootCommand(fixBootOptions);
+  return InfCommand(infOptions);
 }

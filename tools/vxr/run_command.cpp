@@ -1,7 +1,7 @@
-#include <array>
 #include <csignal>
 
 #include "tools/vxr/commands.h"
+#include "tools/vxr/machine_session.h"
 #include "tools/vxr/output.h"
 #include "tools/vxr/run_text.h"
 #include "vxrcore/vxrcore.h"
@@ -23,18 +23,10 @@ void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_ca
 
 // Opens, runs, closes. False, with a message, when the machine cannot be used.
 bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
-  std::array<char, 2048> message{};
-  VXRMachine_SetObserver(OnEvent, host);
-  if (!VXRMachine_Open(options.machine.c_str(), message.data(), static_cast<std::uint32_t>(message.size()))) {
-    VXRMachine_SetObserver(nullptr, nullptr);
-    PrintError(message.data());
-    return false;
-  }
+  if (!OpenMachine(options.machine, OnEvent, host)) return false;
   void *window = VXRMachine_CreateWindow(OnStatusLine, host);
   outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
-  VXRDbg_Cleanup();
-  VXRMachine_Close();
-  VXRMachine_SetObserver(nullptr, nullptr);
+  CloseMachine();
   outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
   return true;
 }

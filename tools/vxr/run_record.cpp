@@ -3,19 +3,13 @@
 #include <algorithm>
 #include <optional>
 
-#include "platform/machine/code_page.h"
+#include "tools/vxr/machine_session.h"
 
 namespace {
 
 constexpr std::string_view kRestoredMount = "SYSTEM_ORG";
 constexpr std::string_view kUnloadError = "ERROR:VXREng_RunVXR:VXRReg_UnloadHive():failed";
 constexpr std::string_view kScanError = "ERROR:VXRDev_ScanDiskDevices:";
-
-std::string ToUtf8(const char *text) {
-  if (text == nullptr) return "";
-  const std::uint32_t codePage = VXRMachine_CodePage();
-  return machine::AnsiToUtf8(text, codePage == 0 ? 1252 : codePage);
-}
 
 // What stands between a fixed beginning and a fixed end; nothing when the line has another form.
 std::optional<std::string> Between(std::string_view line, std::string_view begin, std::string_view end) {
@@ -74,10 +68,10 @@ void AddCopy(RunRecord *record, CopyRecord copy) {
 
 void AddHive(RunRecord *record, const VXRMachine_Event &event) {
   HiveRecord hive;
-  hive.file = ToUtf8(event.subject);
+  hive.file = MachineText(event.subject);
   switch (event.kind) {
     case VXRMACHINE_HIVE_LOADED:
-      hive.mountPoint = ToUtf8(event.detail);
+      hive.mountPoint = MachineText(event.detail);
       break;
     case VXRMACHINE_HIVE_SAVED:
       hive.outcome = HiveOutcome::kSaved;
@@ -85,7 +79,7 @@ void AddHive(RunRecord *record, const VXRMachine_Event &event) {
       break;
     default:
       hive.outcome = event.kind == VXRMACHINE_HIVE_REFUSED ? HiveOutcome::kRefused : HiveOutcome::kNotSaved;
-      hive.reason = ToUtf8(event.detail);
+      hive.reason = MachineText(event.detail);
       break;
   }
   for (HiveRecord &known : record->hives) {
@@ -109,7 +103,7 @@ void DropMounted(RunRecord *record) {
 
 // The log's own lines tell where it goes and, before a failing status line, what went wrong.
 void AddDebugText(RunRecord *record, const char *raw) {
-  std::string text = ToUtf8(raw);
+  std::string text = MachineText(raw);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   if (text.compare(0, 6, "ERROR:") == 0) {
     // A job without HardwareID is the usual one.
@@ -131,7 +125,7 @@ void AddDebugText(RunRecord *record, const char *raw) {
 }  // namespace
 
 const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
-  StatusLine line{ToUtf8(text), kProgress, ""};
+  StatusLine line{MachineText(text), kProgress, ""};
   while (!line.text.empty() && (line.text.back() == '\n' || line.text.back() == '\r')) line.text.pop_back();
   if (const ResultCode *failure = FailureOfStatusLine(line.text)) {
     line.code = failure->code;
@@ -154,14 +148,14 @@ const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
 void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
   switch (event.kind) {
     case VXRMACHINE_FILE_COPIED:
-      AddCopy(record, {ToUtf8(event.detail), ToUtf8(event.subject), event.size, true, "", false});
+      AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false});
       break;
     case VXRMACHINE_FILE_NOT_COPIED:
-      AddCopy(record, {"", ToUtf8(event.subject), 0, false, ToUtf8(event.detail), event.size != 0});
+      AddCopy(record, {"", MachineText(event.subject), 0, false, MachineText(event.detail), event.size != 0});
       break;
     case VXRMACHINE_VALUE_WRITTEN:
       record->values.push_back(
-          {ToUtf8(event.subject), ToUtf8(event.detail), ToUtf8(event.text), event.type, event.size});
+          {MachineText(event.subject), MachineText(event.detail), MachineText(event.text), event.type, event.size});
       break;
     case VXRMACHINE_HIVE_LOADED:
     case VXRMACHINE_HIVE_REFUSED:
@@ -170,13 +164,13 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
       AddHive(record, event);
       break;
     case VXRMACHINE_DRIVER_CHOSEN:
-      record->candidate = {"", ToUtf8(event.subject), ToUtf8(event.detail), ToUtf8(event.text), false};
+      record->candidate = {"", MachineText(event.subject), MachineText(event.detail), MachineText(event.text), false};
       break;
     case VXRMACHINE_DEBUG_TEXT:
       AddDebugText(record, event.text);
       break;
     case VXRMACHINE_PATH_REFUSED:
-      record->refusedPaths.push_back({ToUtf8(event.subject), ToUtf8(event.detail)});
+      record->refusedPaths.push_back({MachineText(event.subject), MachineText(event.detail)});
       break;
     default:
       break;

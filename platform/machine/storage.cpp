@@ -1,0 +1,57 @@
+#include "platform/machine/storage.h"
+
+#include "platform/machine/answer.h"
+#include "platform/machine/fault.h"
+#include "platform/machine/handles.h"
+
+namespace machine {
+namespace {
+
+HANDLE FailOpen(DWORD error) {
+  platform::SetLastError(error);
+  return INVALID_HANDLE_VALUE;
+}
+
+// The drive whose volume a GUID path without trailing backslash names. With one it is the volume's root directory.
+const Drive *FindVolume(std::string_view name) {
+  return name.ends_with('\\') ? nullptr : FindDrive(std::string(name) + '\\');
+}
+
+}  // namespace
+
+bool IsDeviceName(std::string_view name) {
+  if (name.starts_with(R"(\\.\)")) return true;
+  return name.starts_with(R"(\\?\)") && (name.size() < 6 || name[5] != ':');
+}
+
+HANDLE OpenDevice(std::string_view name, DWORD access, DWORD disposition) {
+  const Disk *disk = FindDisk(name);
+  const Drive *volume = FindVolume(name);
+  if (disk == nullptr && volume == nullptr) {
+    return FailOpen(FindDrive(name) != nullptr ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
+  }
+  if (disposition != OPEN_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
+  return disk != nullptr ? OpenDisk(*disk, access) : OpenVolume(*volume, access);
+}
+
+}  // namespace machine
+
+namespace platform {
+
+BOOL DeviceIoControl(HANDLE device, DWORD code, void *, DWORD, void *out, DWORD outSize, DWORD *returned, void *) {
+  VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
+  machine::AnswerBuffer answer = {static_cast<BYTE *>(out), out == nullptr ? 0 : outSize, 0};
+  if (returned != nullptr) *returned = 0;
+  const machine::HandleRecord *record = machine::FindHandle(device);
+  if (record == nullptr) return FALSE;
+  DWORD error = ERROR_INVALID_FUNCTION;
+  if (const auto *disk = std::get_if<machine::DiskHandle>(record)) {
+    error = machine::AnswerDiskRequest(disk->number, code, &answer);
+  } else if (const auto *volume = std::get_if<machine::VolumeHandle>(record)) {
+    error = machine::AnswerVolumeRequest(volume->letter, code, &answer);
+  }
+  if (returned != nullptr) *returned = answer.stored;
+  return error == NO_ERROR ? TRUE : machine::FailWith(error);
+}
+
+}  // namespace platform

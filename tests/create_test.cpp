@@ -1,0 +1,531 @@
+// Extension files of the protected example machine: every byte of one, what failures leave out, and what a restore run
+// makes of one.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+
+#include "platform/machine/fault.h"
+#include "tests/support/fault_loop.h"
+#include "tests/support/protected_machine.h"
+#include "tests/support/restore_job.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr char kEverything[] = "C:dcb D:dc E:dc/dc";
+
+// --- Every byte -----------------------------------------------------------------------------------------------------
+
+// The image that is expected, put together by the format's offsets alone.
+class Expected {
+ public:
+  void Number(std::size_t offset, std::size_t size, uint64_t value) {
+    for (std::size_t i = 0; i < size; ++i) Put(offset + i, static_cast<char>(value >> (8 * i)));
+  }
+  void Text(std::size_t offset, const std::string &text) {
+    for (std::size_t i = 0; i < text.size(); ++i) Put(offset + i, text[i]);
+  }
+  // A 16-bit length, then the bytes; the length of both at `lengthOffset`.
+  void Counted(std::size_t offset, std::size_t lengthOffset, const std::string &bytes) {
+    Number(offset, 2, bytes.size());
+    Text(offset + 2, bytes);
+    Number(lengthOffset, 4, bytes.size() + 2);
+  }
+  std::string image = std::string(80332, '\0');
+
+ private:
+  void Put(std::size_t offset, char byte) { image.at(offset) = byte; }
+};
+
+uint64_t Ticks(int64_t seconds, int64_t nanoseconds) {
+  return static_cast<uint64_t>((seconds + 11644473600) * 10000000 + nanoseconds / 100);
+}
+
+struct ExpectedDriver {
+  std::size_t offset;
+  uint32_t classNumber, deviceType;
+  const char *instance, *description, *manufacturer, *provider;
+  const char *service, *group, *image;
+  uint32_t tag;
+  const char *imageFile, *imageVersion, *imageText, *imageProduct, *imageCompany;  // path below C:, then the texts
+  const char *infFile, *section;
+};
+
+constexpr char kDiskText[] = "Disk driver, for fixed and removable disks of every kind and of";  // 63 of 75 characters
+constexpr char kScsiDisk0[] = R"(SCSI\Disk&Ven_GRANITE&Prod_PEAK_146&Rev_2.1\4&1F2E3D4C&0&000000)";
+constexpr char kScsiDisk1[] = R"(SCSI\Disk&Ven_GRANITE&Prod_PEAK_146&Rev_2.1\4&1F2E3D4C&0&000100)";
+
+ExpectedDriver DiskDriver(std::size_t offset, const char *instance) {
+  return {offset,
+          0x4D36E967,
+          0,
+          instance,
+          "Disk drive",
+          "Generic",
+          "Generic",
+          "disk",
+          "SCSI Class",
+          R"(system32\DRIVERS\disk.sys)",
+          2,
+          R"(WINDOWS\system32\DRIVERS\disk.sys)",
+          "5.2.3790.1830",
+          kDiskText,
+          "Generic storage drivers",
+          "Generic",
+          "WINDOWS\\inf\\disk.inf",
+          "disk_install"};
+}
+
+ExpectedDriver AdapterDriver(std::size_t offset) {
+  return {offset,
+          0x4D36E97B,
+          2,
+          R"(PCI\VEN_1000&DEV_0054&SUBSYS_30101000&REV_02\3&61AAA01&0&50)",
+          "Granite Peak SAS 4-port",
+          "Granite Peak",
+          "Granite Peak",
+          "granite",
+          "SCSI miniport",
+          R"(system32\drivers\granite.sys)",
+          33,
+          R"(WINDOWS\system32\drivers\granite.sys)",
+          "1.28.3.0",
+          "Granite Peak SAS miniport",
+          "Granite Peak SAS",
+          "Granite Peak",
+          "WINDOWS\\inf\\granite.inf",
+          "G_Inst"};
+}
+
+class GoldenTest : public ProtectedMachineTest {
+ protected:
+  void PutSystem(Expected *expected) const;
+  void PutVolumes(Expected *expected) const;
+  void PutFile(Expected *expected, std::size_t offset, std::string path) const;
+  void PutDriver(Expected *expected, const ExpectedDriver &driver) const;
+};
+
+void GoldenTest::PutSystem(Expected *expected) const {
+  const struct {
+    std::size_t offset, size;
+    uint64_t value;
+  } numbers[] = {{0, 4, 0x654D6248}, {4, 4, 1},        {8, 4, 80324},  {12, 4, 3},     {16, 4, 3},
+                 {544, 4, 5},        {548, 4, 2},      {552, 4, 3790}, {556, 4, 2},    {560, 4, 2},
+                 {564, 4, 0},        {568, 4, 0x112},  {572, 4, 3},    {576, 4, 4},    {580, 4, 8664},
+                 {584, 4, 15},       {588, 4, 0x2505}, {592, 4, 9},    {596, 4, 4096}, {600, 8, 6442450944},
+                 {608, 4, 3},        {612, 4, 4}};
+  for (const auto &row : numbers) expected->Number(row.offset, row.size, row.value);
+  const std::pair<std::size_t, const char *> texts[] = {
+      {24, R"(C:\WINDOWS\system32)"}, {284, R"(C:\WINDOWS)"},   {80176, "FILESERVER-12"},
+      {80192, "FILESERVER-12"},       {80208, "fileserver-12"}, {80224, "corp.example"},
+      {80256, "FILESERVER-12"},       {80272, "fileserver-12"}, {80288, "corp.example"}};
+  for (const auto &[offset, text] : texts) expected->Text(offset, text);
+}
+
+void GoldenTest::PutVolumes(Expected *expected) const {
+  struct Extent {
+    uint32_t disk;
+    uint64_t start, length;
+  };
+  const struct {
+    std::string root, guidPath, device, uniqueId, label, backupName;
+    uint32_t serial, type;
+    std::vector<Extent> extents;
+  } volumes[] = {
+      {"C:\\",
+       R"(\\?\Volume{c0a1b2c3-1f00-11de-8a55-806e6f6e6963})",
+       R"(\Device\HarddiskVolume1)",
+       std::string("\x4E\xD1\x7A\x0C\x00\x7E\0\0\0\0\0\0", 12),
+       "SYSTEM",
+       "System drive of FILESERVER-12",
+       0x5C0A1B2C,
+       0x403,
+       {{0, 32256, 80015491584}}},
+      {"D:\\",
+       R"(\\?\Volume{d0a1b2c3-1f00-11de-8a55-806e6f6e6963})",
+       R"(\Device\HarddiskVolume2)",
+       std::string("\x4E\xD1\x7A\x1C\x00\x7E\0\0\0\0\0\0", 12),
+       "ORDERS",
+       "Orders",
+       0x1D0A1B2C,
+       0x400,
+       {{1, 32256, 73400320000}}},
+      {"E:\\",
+       R"(\\?\Volume{e0a1b2c3-1f00-11de-8a55-806e6f6e6963})",
+       R"(\Device\HarddiskDmVolumes\Server12Dg0\Volume1)",
+       std::string("DMIO:ID:\x11\x22\x33\x44\x55\x66\x77\x88\x99\xAA\xBB\xCC\xDD\xEE\xFF\0", 24),
+       "ARCHIVE",
+       "No BM File Name",
+       0x2E0A1B2C,
+       0x400,
+       {{1, 73400352256, 36700160000}, {2, 32256, 110100480000}}},
+  };
+  std::size_t at = 624;
+  for (const auto &volume : volumes) {
+    std::string wide;
+    for (const char c : volume.device) wide += {c, '\0'};
+    expected->Text(at, volume.root);
+    expected->Text(at + 16, volume.guidPath);
+    expected->Counted(at + 80, at + 892, wide);
+    expected->Counted(at + 340, at + 896, volume.uniqueId);
+    expected->Text(at + 600, volume.label);
+    expected->Text(at + 616, "NTFS");
+    expected->Text(at + 632, volume.backupName);
+    expected->Number(at + 900, 4, volume.serial);
+    expected->Number(at + 904, 4, 255);
+    expected->Number(at + 908, 4, 0x700FF);
+    expected->Number(at + 916, 4, volume.type);
+    expected->Number(at + 920, 4, volume.extents.size());
+    expected->Number(at + 924, 4, 2);
+    for (std::size_t d = 0; d < volume.extents.size(); ++d) {
+      const std::size_t disk = at + 928 + d * 9480;
+      expected->Number(disk, 4, volume.extents[d].disk);
+      expected->Number(disk + 8, 8, volume.extents[d].start);
+      expected->Number(disk + 16, 8, volume.extents[d].length);
+    }
+    at += 19888;
+  }
+}
+
+// `path`: below C:. On the host the drivers folder has one spelling.
+void GoldenTest::PutFile(Expected *expected, std::size_t offset, std::string path) const {
+  expected->Text(offset, "C:\\" + path);
+  std::replace(path.begin(), path.end(), '\\', '/');
+  if (const std::size_t at = path.find("DRIVERS"); at != std::string::npos) path.replace(at, 7, "drivers");
+  struct statx facts = {};
+  ASSERT_EQ(statx(AT_FDCWD, Host("protected/c/" + path).c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &facts), 0);
+  const auto &born = facts.stx_mask & STATX_BTIME ? facts.stx_btime : facts.stx_mtime;
+  EXPECT_GE(facts.stx_atime.tv_sec, 2500000000) << "the time of last access moved";
+  expected->Number(offset + 836, 8, Ticks(born.tv_sec, born.tv_nsec));
+  expected->Number(offset + 844, 8, Ticks(facts.stx_atime.tv_sec, 0));
+  expected->Number(offset + 852, 8, Ticks(facts.stx_mtime.tv_sec, 123456700));
+  expected->Number(offset + 860, 8, facts.stx_size);
+}
+
+void GoldenTest::PutDriver(Expected *expected, const ExpectedDriver &driver) const {
+  const std::size_t at = driver.offset, service = at + 1048, image = at + 1416, inf = at + 2284;
+  expected->Number(at, 4, driver.classNumber);
+  expected->Text(at + 4, std::string("\x25\xE3\xCE\x11\xBF\xC1\x08\x00\x2B\xE1\x03\x18", 12));
+  expected->Number(at + 16, 4, driver.deviceType);
+  expected->Text(at + 20, driver.instance);
+  expected->Text(at + 280, driver.description);
+  expected->Text(at + 536, driver.manufacturer);
+  expected->Text(at + 792, driver.provider);
+  expected->Text(service, driver.service);
+  expected->Text(service + 32, driver.group);
+  expected->Text(service + 96, driver.image);
+  expected->Number(service + 356, 4, driver.tag);
+  expected->Number(service + 360, 4, 1);
+  PutFile(expected, image, driver.imageFile);
+  expected->Text(image + 516, driver.imageProduct);
+  expected->Text(image + 580, driver.imageCompany);
+  expected->Text(image + 644, driver.imageVersion);
+  expected->Text(image + 708, driver.imageText);
+  expected->Text(image + 772, driver.imageVersion);
+  PutFile(expected, inf, driver.infFile);
+  expected->Text(inf + 260, driver.section);
+}
+
+TEST_F(GoldenTest, EveryByteOfTheFile) {
+  const std::size_t c = 1552, d = c + 19888, e = d + 19888, e2 = e + 9480;
+  Expected expected;
+  PutSystem(&expected);
+  expected.Number(616, 4, 0);
+  expected.Number(620, 4, 0);
+  PutVolumes(&expected);
+  PutDriver(&expected,
+            DiskDriver(c + 24, R"(IDE\DiskLANTERN_L80______________________________3.06____\5&1C2D3E4F&0&0.0.0)"));
+  PutDriver(&expected, {c + 3176, 0x4D36E96A, 1, R"(PCIIDE\IDEChannel\4&2617AEAE&0&0)", "IDE Channel", "Generic",
+                        "Generic", "atapi", "SCSI miniport", R"(system32\DRIVERS\atapi.sys)", 25,
+                        R"(WINDOWS\system32\DRIVERS\atapi.sys)", "5.2.3790.3959", "IDE channel driver",
+                        "Generic storage drivers", "Generic", "WINDOWS\\inf\\idecore.inf", "atapi_Inst"});
+  PutDriver(&expected, {c + 6328, 0x4D36E96A, 1, R"(PCI\VEN_8086&DEV_7111&SUBSYS_00000000&REV_01\3&61AAA01&0&39)",
+                        "Lantern 7111 IDE Controller", "Lantern", "Generic", "pciide", "System Bus Extender",
+                        "pciide.sys", 3, R"(WINDOWS\system32\drivers\pciide.sys)", "5.2.3790.0", "PCI IDE bus driver",
+                        "Generic storage drivers", "Generic", "WINDOWS\\inf\\idecore.inf", "lantern_Inst"});
+  PutDriver(&expected, DiskDriver(d + 24, kScsiDisk0));
+  PutDriver(&expected, AdapterDriver(d + 3176));
+  PutDriver(&expected, DiskDriver(e + 24, kScsiDisk0));
+  PutDriver(&expected, AdapterDriver(e + 3176));
+  PutDriver(&expected, DiskDriver(e2 + 24, kScsiDisk1));
+  PutDriver(&expected, AdapterDriver(e2 + 3176));
+
+  OpenProtected();
+  WriteFile("protected/machine.bme", std::string(100000, 'x'));  // an older file, longer
+  ASSERT_EQ(Record(), 0u);
+  const std::string image = Image();
+  ASSERT_EQ(image.size(), 80332u);
+  for (std::size_t at = 0; at < image.size(); ++at) {
+    if (image[at] == expected.image[at]) continue;
+    FAIL() << "differs at " << at << ": \"" << TextAt(image, at) << "\", not \"" << TextAt(expected.image, at) << '"';
+  }
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRExt_CreateBMExtFile:succesffully writen 8 bytes of VXR_EXTHEADER to " +
+                             Host("protected/machine.bme").string() + " \n"));
+  EXPECT_THAT(log, HasSubstr("FLUSH:VXRExt_BuildVXRVolumesHBM:drv=R:\\:not a disk\n"));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_BuildVXRVolDisksHBM:IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS():failed!ec=234:"));
+}
+
+// --- Kinds of machine -----------------------------------------------------------------------------------------------
+
+void Replace(std::string *text, const std::string &from, const std::string &to) {
+  const std::size_t at = text->find(from);
+  ASSERT_NE(at, std::string::npos) << from;
+  text->replace(at, from.size(), to);
+}
+
+std::string FixedDrive(const std::string &letter, const std::string &label = "MORE") {
+  return "\n[[drive]]\nroot = '" + letter + ":\\'\ntype = 'fixed'\npath = 'd'\nlabel = '" + label +
+         "'\nfile_system = 'NTFS'\nguid_path = '\\\\?\\Volume{" + letter +
+         "}\\'\ndevice_name = '\\Device\\V'\nunique_id = '01'\nextents = [ { disk = 1, start = 1, length = 1 } ]\n";
+}
+
+class CreateTest : public ProtectedMachineTest {};
+
+TEST_F(CreateTest, SystemOnAnotherMediumIsRecordedAsCold) {
+  OpenProtected([](std::string *toml) { Replace(toml, "type = 'fixed'", "type = 'cdrom'"); });
+  ASSERT_EQ(Record(), 0u);
+  const std::string image = Image();
+  EXPECT_EQ(image.substr(0, 4), "CbMe");
+  EXPECT_EQ(NumberAt(image, 20), 1u);
+  EXPECT_EQ(Recorded(image), "D:dc E:dc/dc");
+  EXPECT_EQ(NumberAt(image, 616), 0xFFFFFFFFu);
+  EXPECT_EQ(NumberAt(image, 620), 0xFFFFFFFFu);
+  EXPECT_EQ(TextAt(image, 80176), "FILESERVER-12");
+  for (const char *line : {"FIXME:VXRExt_BuildVXRSysInfoCBM:Cold BM:TO-BE-IMPLEMENTED:Fake it as HBM!\n",
+                           "CHECK:VXRExt_BuildVXRVolumes:Cold Bare Metal:call VXRExt_BuildVXRVolumesCBM\n",
+                           "CHECK:VXRExt_BuildVXRVolumesCBM:CBM:TO-BE-IMPLEMENTED:fake it with HBM...\n",
+                           "FIXME:VXRExt_BuildVXRNetInfoCBM:Cold BM:TO-BE-IMPLEMENTED:Fake it by HBM\n"}) {
+    EXPECT_THAT(log, HasSubstr(line));
+  }
+}
+
+TEST_F(CreateTest, FourVolumesAtMostInTheOrderOfTheirLetters) {
+  constexpr char kReached[] = "ERROR:VXRExt_BuildVXRVolumesHBM:max 4 vxr vols reached!\n";
+  WriteFile("protected/d/boot.ini", "of another system");
+  struct {
+    const char *what;
+    std::string more, letters;  // of volumes 0 to 3
+    uint64_t bootIndex;
+    bool full, sawLast;
+  } const rows[] = {
+      {"one that fails makes room for the next", FixedDrive("G"), "CDEG", 3, true, true},
+      {"the fifth is not looked at", FixedDrive("G") + FixedDrive("H"), "CDEG", 3, true, false},
+      {"a label that does not fit", FixedDrive("G", "SIXTEEN LETTERS!"), std::string("CDE\0", 4), 1, false, true},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    OpenProtected([&](std::string *toml) { *toml += row.more; });
+    log.clear();
+    ASSERT_EQ(Record(), 0u);
+    const std::string image = Image();
+    std::string letters;
+    for (const std::size_t at : {624, 20512, 40400, 60288}) letters += image[at];
+    EXPECT_EQ(letters, row.letters);
+    EXPECT_EQ(NumberAt(image, 616), row.bootIndex) << "the last one counts";
+    EXPECT_EQ(NumberAt(image, 620), 0u);
+    EXPECT_EQ(log.find(kReached) != std::string::npos, row.full);
+    EXPECT_THAT(log, Not(HasSubstr("checking mnpnt = H:")));
+    if (!row.full) {
+      EXPECT_EQ(image.substr(60288, 19888), std::string(19888, '\0')) << "what failed left something behind";
+    }
+    Close();
+  }
+}
+
+TEST_F(CreateTest, BackupNamesComeFromTheMapFile) {
+  const std::string longName(300, 'n');
+  struct {
+    const char *what, *content, *map;
+    std::string c;
+  } const rows[] = {
+      {"cut", nullptr, R"(C:\backup\long.ini)", longName.substr(0, 259)},
+      {"missing file", nullptr, R"(C:\backup\none.ini)", "No BM File Name"},
+      {"no file", nullptr, nullptr, "No BM File Name"},
+      {"not text", "\xFF\xFE[C]\0\x01\0\xD8", R"(C:\backup\bytes.ini)", "No BM File Name"},
+  };
+  WriteFile("protected/c/backup/long.ini", "[d]\r\nDeviceName=other\r\n[C]\r\nDeviceName=" + longName + "\r\n");
+  WriteFile("protected/c/backup/bytes.ini", std::string("\xFF\xFE[C]\0\x01\0\xD8\0", 10));
+  OpenProtected();
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    ASSERT_EQ(Record(nullptr, row.map), 0u);
+    EXPECT_EQ(TextAt(Image(), 624 + 632), row.c);
+  }
+  EXPECT_THAT(log, HasSubstr("WARNG:VXRExt_BuildVXRVolumeHBM:C:\\:mapfile is not available to, set to default...\n"));
+  EXPECT_THAT(log, HasSubstr("WARNG:VXRExt_CreateBMExtFile:includes file not available, bypass updating...\n"));
+}
+
+TEST_F(CreateTest, IncludesFileListsTheLastFileAndKeepsTheRest) {
+  OpenProtected();
+  ASSERT_EQ(Record(), 0u);
+  ASSERT_EQ(VXREng_CreateBMExtFile("D:\\other.bme", "C:\\backup\\includes.ini", nullptr), 0u);
+  EXPECT_EQ(ReadFile("protected/c/backup/includes.ini"),
+            "; What else goes with the backup\r\n[Backup]\r\nName=nightly\r\n"
+            "[BMExtension]\r\nItemCount=1\r\nItem0=D:\\other.bme\r\n");
+  EXPECT_EQ(ReadFile("protected/d/other.bme").size(), 80332u);
+  EXPECT_EQ(VXRExt_CreateBMExtFile(nullptr, nullptr, nullptr), 9u);
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_CreateBMExtFile:szFile is NULL\n"));
+}
+
+// --- Failures -------------------------------------------------------------------------------------------------------
+
+struct Failure {
+  const char *call;
+  unsigned nth;
+  DWORD error;
+  const char *line;      // in the log
+  const char *recorded;  // null: no file; else what the image holds
+  uint32_t result = 0;
+  std::size_t size = 80332;
+};
+
+constexpr Failure kFailures[] = {
+    // The system and its names.
+    {"GetVersionExA", 1, 0, "ERROR:VXRExt_BuildVXRSysInfoHBM:GetVersionEx():failed!", kEverything},
+    {"GlobalMemoryStatusEx", 1, 0, "ERROR:VXRExt_BuildVXRSysInfoHBM:GlobalMemoryStatusEx():failed!", kEverything},
+    {"GetComputerNameA", 1, 0, "HOT BM:ADD-MORE-HERE!", kEverything},
+    {"GetDriveTypeA", 1, 0, "ERROR:VXRExt_BuildVXRSysInfo:VXRDev_GetBootMediaType():failed!", nullptr, 9},
+    {"GlobalMemoryStatusEx", 2, 0, "ERROR:VXRExt_CreateBMExtension:VXRDev_GetArchInfo():failed!", nullptr, 9},
+    {"GetLogicalDriveStringsA", 1, 8, "GetLogicalDriveStrings():failed!ec=8:0x00000008:msg=faield to get size!\n",
+     nullptr, 9},
+    {"GetLogicalDriveStringsA", 2, 8, "GetLogicalDriveStrings():failed!ec=8:0x00000008:msg=No drives found!\n", nullptr,
+     9},
+    // A volume.
+    {"GetVolumeInformationA", 1, 21, "GetVolumeInformation():failed!ec=21:0x00000015:msg=C:\\\n", "D:dc E:dc/dc"},
+    {"GetVolumeNameForVolumeMountPointA", 2, 2, "GetVolumeNameForVolumeMountPoint():failed!ec=2:0x00000002:msg=D:\\\n",
+     "C:dcb E:dc/dc"},
+    {"CreateFileA", 1, 5,
+     "CreateFile():failed!ec=5:0x00000005:msg=\\\\?\\Volume{c0a1b2c3-1f00-11de-8a55-806e6f6e6963}\n", "D:dc E:dc/dc"},
+    {"DeviceIoControl", 1, 1, "IOCTL_MOUNTDEV_QUERY_UNIQUE_ID():failed!ec=1:0x00000001:msg=None\n", "D:dc E:dc/dc"},
+    {"DeviceIoControl", 2, 1, "IOCTL_MOUNTDEV_QUERY_DEVICE_NAME():failed!ec=1:0x00000001:msg=None\n", "D:dc E:dc/dc"},
+    {"DeviceIoControl", 3, 122, "VolDisksHBM:input buffer is too small!\tneed 0 extents!\n", "D:dc E:dc/dc"},
+    // A disk of a volume.
+    {"DeviceIoControl", 4, 1, "ERROR:VXRExt_BuildVXRVolDisk:VXRDev_GetDiskDevicePath:failed for disk 0!\n",
+     "C: D:dc E:dc/dc"},
+    {"SetupDiBuildDriverInfoList", 1, 31, "Detail:SetupDiBuildDriverInfoList():failed!ec=31:0x0000001f:msg=None\n",
+     "C: D:dc E:dc/dc"},
+    {"SetupDiEnumDriverInfoA", 2, 259, "Detail:SetupDiEnumDriverInfo():failed!ec=259:0x00000103:msg=None\n",
+     "C:d D:dc E:dc/dc"},
+    {"SetupDiGetDriverInfoDetailA", 1, 31,
+     "SetupDiGetDriverInfoDetail():failed!ec=31:0x0000001f:msg=failed to get size!", "C: D:dc E:dc/dc"},
+    {"SetupDiGetDriverInfoDetailA", 2, 31, "SetupDiGetDriverInfoDetail():failed!ec=31:0x0000001f:msg=None\n",
+     "C: D:dc E:dc/dc"},
+    {"CM_Get_Parent", 2, 0, "ERROR:VXRExt_BuildVXRVolDisk:VXRDev_GetVXRDevDriver():failed!", "C:dc D:dc E:dc/dc"},
+    // Files.
+    {"GetFileAttributesExA", 1, 5,
+     "FileInfo:GetFileAttributesEx():failed!ec=5:0x00000005:msg=C:\\WINDOWS\\inf\\disk.inf\n", kEverything},
+    {"GetFileVersionInfoSizeA", 2, 5,
+     "GetFileVersionInfoSize():failed!ec=5:0x00000005:msg=C:\\WINDOWS\\system32\\DRIVERS\\disk.sys\n", kEverything},
+    {"GetFileVersionInfoA", 1, 8,
+     "GetFileVersionInfo():failed!ec=8:0x00000008:msg=C:\\WINDOWS\\system32\\DRIVERS\\disk.sys\n", kEverything},
+    // Writing.
+    {"WriteFile", 1, 112, "WriteFile():failed!ec=112:0x00000070:msg=Failed to write bm ext. header\n", "", 9, 0},
+    {"FlushFileBuffers", 1, 112, "FlushFileBuffers():failed!ec=112:", "", 9, 8},
+    {"WriteFile", 2, 112, "ERROR:VXRExt_CreateBMExtFile:WriteFile():failed!ec=112:", "", 9, 8},
+    {"FlushFileBuffers", 2, 112, "FlushFileBuffers():failed!ec=112:", kEverything, 9},
+    {"WritePrivateProfileStringA", 1, 5,
+     "WritePrivateProfileString():failed!ec=5:0x00000005:msg=C:\\backup\\includes.ini\n", kEverything, 9},
+    {"WritePrivateProfileStringA", 2, 5,
+     "VXRExt_UpdateBMIncludesFile():failed!ec=5:0x00000005:msg=C:\\backup\\includes.ini\n", kEverything, 9},
+};
+
+TEST_F(CreateTest, FailuresAreLoggedAndCostNoMoreThanTheyMust) {
+  for (const Failure &failure : kFailures) {
+    SCOPED_TRACE(testing::Message() << failure.call << ' ' << failure.nth);
+    OpenProtected();
+    log.clear();
+    std::filesystem::remove(Host("protected/machine.bme"));
+    machine::SetFaultPlan({failure.call, failure.nth, false, failure.error});
+    EXPECT_EQ(Record(), failure.result);
+    EXPECT_EQ(machine::FaultsMet(), 1u);
+    machine::SetFaultPlan({});
+    EXPECT_THAT(log, HasSubstr(failure.line));
+    EXPECT_EQ(std::filesystem::exists(Host("protected/machine.bme")), failure.recorded != nullptr);
+    if (failure.recorded != nullptr) {
+      EXPECT_EQ(Image().size(), failure.size);
+      if (failure.size == 80332) {
+        EXPECT_EQ(Recorded(Image()), failure.recorded);
+      }
+    }
+    Close();
+  }
+}
+
+TEST_F(CreateTest, PathsThatCannotBeWrittenAreNamed) {
+  OpenProtected();
+  EXPECT_EQ(VXREng_CreateBMExtFile("C:\\none\\x.bme", "C:\\backup\\includes.ini", nullptr), 9u);
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_CreateBMExtFile:CreateFile():failed!ec=3:0x00000003:msg=C:\\none\\x.bme\n"));
+  EXPECT_THAT(ReadFile("protected/c/backup/includes.ini"), Not(HasSubstr("BMExtension")));
+}
+
+// Leaves C: with its IDE disk, F: with too many, and what is no disk: a pass for each call costs the square of their
+// number.
+void DropScsiDisks(std::string *toml) {
+  for (const char *mark : {"root = 'D:", "root = 'E:", "'\\\\?\\scsi#disk", "'SCSI\\Disk", "'PCI\\VEN_1000"}) {
+    for (std::size_t at; (at = toml->find(mark)) != std::string::npos;) {
+      const std::size_t begin = toml->rfind("\n[", at);
+      toml->erase(begin, toml->find("\n[", at) - begin);
+    }
+  }
+}
+
+class CreateFaultLoopTest : public ProtectedMachineTest, public testing::WithParamInterface<FaultLoop> {};
+
+TEST_P(CreateFaultLoopTest, NoFailureCrashesLeaksOrSpoilsTheIncludesFile) {
+  const std::string includes = ReadFile("protected/c/backup/includes.ini");
+  const std::string updated = includes + "[BMExtension]\r\nItemCount=1\r\n";
+  uint32_t result = 0;
+  const auto prepare = [&] {
+    WriteFile("protected/c/backup/includes.ini", includes);
+    std::filesystem::remove(Host("protected/machine.bme"));
+    OpenProtected(DropScsiDisks);
+  };
+  const auto check = [&](bool faulted) {
+    Close();
+    const std::string now = ReadFile("protected/c/backup/includes.ini");
+    const std::string listed = updated + "Item0=" + Host("protected/machine.bme").string() + "\r\n";
+    if (result == 0) {
+      EXPECT_EQ(now, listed);
+      EXPECT_EQ(std::filesystem::file_size(Host("protected/machine.bme")), 80332u);
+    } else {
+      EXPECT_EQ(result, 9u);
+      EXPECT_TRUE(now == includes || now == updated) << now;
+    }
+    if (!faulted) {
+      EXPECT_EQ(Recorded(Image()), "C:dcb");
+    }
+  };
+  const unsigned calls = RunFaultLoop(GetParam(), &log, {prepare, [&] { result = Record(); }, check});
+  RecordProperty("calls", static_cast<int>(calls));
+}
+
+INSTANTIATE_TEST_SUITE_P(Create, CreateFaultLoopTest, testing::ValuesIn(AllFaultLoops()), [](const auto &test) {
+  return std::string(test.param.onwards ? "Onwards" : "Once") + std::to_string(test.param.share);
+});
+
+// --- The way back ---------------------------------------------------------------------------------------------------
+
+class RoundTest : public RestoreJobTest {};
+
+TEST_F(RoundTest, RestoreRunTakesTheRecordedSystemForItsOwn) {
+  CopyExample("protected-5.2-x64", "protected", "c");
+  OpenFile("protected/machine.toml");
+  ASSERT_EQ(VXREng_CreateBMExtFile(Host("ram/machine.bme").c_str(), nullptr, nullptr), 0u);
+  Close();
+  log.clear();
+  OpenJob([](std::string *toml) {
+    Replace(toml, "HAL = 9\nOSVerMaj = 6\nOSVerMin = 1\n", "BMEFile = 'X:\\machine.bme'\n");
+  });
+  EXPECT_EQ(Run(true), 0u);
+  EXPECT_THAT(statusLines, testing::Contains(HasSubstr("Found Bare Metal extension with Magic = 0x654d6248")));
+  EXPECT_THAT(log, HasSubstr("ntamd64.5.2.0x3.0x112"));
+  EXPECT_THAT(log, HasSubstr("System Path==>C:\\WINDOWS\\system32<==   WindowsPath==>C:\\WINDOWS<=="));
+  EXPECT_EQ(ReadFile("restored/Windows/system32/drivers/FAST.SYS"), ReadFile("ram/drivers/fast.sys"));
+}
+
+}  // namespace

@@ -1,0 +1,28 @@
+// Every platform call of a job made to fail in turn, once or from then on, until a pass meets no fault.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// A loop is dealt out in shares, so that test runners can work on them side by side.
+inline constexpr unsigned kFaultShares = 4;
+
+struct FaultLoop {
+  bool onwards;
+  unsigned share;
+};
+
+std::vector<FaultLoop> AllFaultLoops();
+
+// One pass. The machine is open from the end of `prepare` until `check` closes it.
+struct FaultPass {
+  std::function<void()> prepare;
+  std::function<void()> attempt;            // with the fault, or in the last pass without one
+  std::function<void(bool faulted)> check;  // after the fault is gone and the log has ended
+};
+
+// Runs the passes of a share. After each attempt nothing must be left open, and in `log`, all that was written at level
+// 5 since `prepare`, every function must be left as often as it is entered. Returns the number of the last pass, which
+// is one more than the job has platform calls, at most kFaultShares more.
+unsigned RunFaultLoop(const FaultLoop &loop, std::string *log, const FaultPass &pass);

@@ -1,0 +1,128 @@
+#include "tools/vxr/create_record.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "platform/platform.h"
+
+namespace {
+
+// What a failing step means, by the text that its line holds.
+struct Meaning {
+  std::string_view mark;
+  const char *text;
+};
+
+constexpr Meaning kVolumeErrors[] = {
+    {":GetVolumeInformation()", "its label and file system cannot be read, or have more than 15 characters"},
+    {":GetVolumeNameForVolumeMountPoint()", "it has no GUID path"},
+    {":CreateFile()", "it cannot be opened by its GUID path"},
+    {":IOCTL_MOUNTDEV_QUERY_UNIQUE_ID()", "it has no unique id, or one of more than 258 bytes"},
+    {":IOCTL_MOUNTDEV_QUERY_DEVICE_NAME()", "it has no device name, or one of more than 129 characters"},
+    {":IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS():failed!ec=234:",
+     "it has more than the two disk extents that fit the file"},
+    {":IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS():failed!ec=122:",
+     "it has more than the two disk extents that fit the file"},
+    {":IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS()", "its disk extents are not known"},
+    {":AllocHeap(", "memory ran out; close other programs and record the machine again"},
+};
+
+constexpr Meaning kMachineErrors[] = {
+    {":VXRExt_BuildVXRSysInfo()",
+     "the system directory lies on no fixed disk, CD-ROM, network drive or RAM disk; check it and its drive"},
+    {":VXRDev_GetArchInfo()", "the computer's kind is not known; it needs a device of the class Computer"},
+    {":VXRExt_BuildVXRVolumes()", "its drives cannot be listed; it needs at least one"},
+};
+
+struct ErrorMeaning {
+  std::uint32_t code;
+  const char *text;
+};
+
+constexpr ErrorMeaning kFileErrors[] = {
+    {ERROR_FILE_NOT_FOUND, "there is no such directory or drive; make it, or name another file"},
+    {ERROR_PATH_NOT_FOUND, "there is no such directory or drive; make it, or name another file"},
+    {ERROR_ACCESS_DENIED, "it is read-only, a directory, or in a directory that may not be written; name another file"},
+    {ERROR_WRITE_PROTECT, "its file system is read-only; name a file elsewhere"},
+    {ERROR_SHARING_VIOLATION, "another program uses it; close that program and record the machine again"},
+    {ERROR_DISK_FULL, "the disk is full; make room and record the machine again"},
+    {ERROR_INVALID_NAME, "that is no file name; name another file"},
+    {ERROR_FILENAME_EXCED_RANGE, "the name is too long; name another file"},
+};
+
+bool Holds(std::string_view line, std::string_view mark) { return line.find(mark) != std::string_view::npos; }
+
+// The code behind "ec="; 0 when there is none.
+std::uint32_t ErrorCode(std::string_view line) {
+  constexpr std::string_view kMark = ":failed!ec=";
+  const std::size_t at = line.find(kMark);
+  if (at == std::string_view::npos) return 0;
+  return static_cast<std::uint32_t>(std::strtoul(std::string(line.substr(at + kMark.size(), 10)).c_str(), nullptr, 10));
+}
+
+std::string FileError(std::string_view line) {
+  const std::uint32_t code = ErrorCode(line);
+  for (const ErrorMeaning &meaning : kFileErrors) {
+    if (meaning.code == code) return meaning.text;
+  }
+  return "the system's error is " + std::to_string(code) + "; name another file";
+}
+
+template <std::size_t kCount>
+std::string Explain(const Meaning (&meanings)[kCount], std::string_view line) {
+  for (const Meaning &meaning : meanings) {
+    if (!Holds(line, meaning.mark)) continue;
+    const std::uint32_t code = ErrorCode(line);
+    return meaning.text + (code != 0 ? " (error " + std::to_string(code) + ")" : std::string());
+  }
+  return "the log says: " + std::string(line);
+}
+
+std::string_view Behind(std::string_view line, std::string_view mark) {
+  const std::size_t at = line.find(mark);
+  return at == std::string_view::npos ? line : line.substr(at + mark.size());
+}
+
+bool Begins(std::string_view line, std::string_view prefix) { return line.substr(0, prefix.size()) == prefix; }
+
+}  // namespace
+
+void AddLogLine(CreateRecord *record, std::string_view line) {
+  constexpr std::string_view kChecking = "CHECK:VXRExt_BuildVXRVolumesHBM:checking mnpnt = ";
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  if (Begins(line, kChecking)) {
+    record->root = line.substr(kChecking.size(), line.size() - kChecking.size() - std::string_view("...").size());
+    record->error.clear();
+  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolumesHBM:VXRExt_BuildVXRVolumeHBM()")) {
+    record->leftOut.push_back({record->root, Explain(kVolumeErrors, record->error)});
+    record->error.clear();
+  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolumesHBM:max ")) {
+    record->full = true;
+  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolumeHBM:") || Begins(line, "ERROR:VXRExt_BuildVXRVolDisksHBM:")) {
+    if (record->error.empty()) record->error = line;
+  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolDisk:VXRDev_GetVXRDevDriver()")) {
+    const std::string device(Behind(line, ":msg="));
+    record->incomplete.push_back({record->root, "the driver of " + device + " cannot be told"});
+  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolDisk:")) {
+    record->incomplete.push_back({record->root, "one of its disks is not among the present devices"});
+  } else if (Begins(line, "ERROR:VXRExt_CreateBMExtension:") && record->failure.empty()) {
+    record->failure = line;
+  } else if (Begins(line, "ERROR:VXRExt_CreateBMExtFile:") && record->failure.empty()) {
+    record->failure = line;
+  }
+}
+
+std::string ExplainFailure(const CreateRecord &record, const std::string &file, const std::string &includes) {
+  const std::string &line = record.failure;
+  if (Begins(line, "ERROR:VXRExt_CreateBMExtension:")) {
+    return "the machine cannot be recorded: " + Explain(kMachineErrors, line);
+  }
+  if (Holds(line, ":VXRExt_UpdateBMIncludesFile()")) {
+    return includes + ": not updated: " + FileError(line) + "; " + file + " itself is complete";
+  }
+  if (Holds(line, ":CreateFile()")) return file + ": not written: " + FileError(line);
+  if (Holds(line, ":WriteFile()") || Holds(line, ":FlushFileBuffers()")) {
+    return file + ": only a part is written and not to be used: " + FileError(line);
+  }
+  return file + ": not written: " + (line.empty() ? "the log does not say why" : "the log says: " + line);
+}

@@ -1,0 +1,20 @@
+// A described machine, open while a command runs on it.
+#pragma once
+
+#include <string>
+
+#include "vxrcore/machine.h"
+
+// Opens the machine of a TOML file; from then on `observer` hears what it does. False, after one line on standard
+// error, when it cannot be used.
+bool OpenMachine(const std::string &file, VXRMachine_Observer observer, void *context);
+// Ends the log and closes the machine, which may report still more. False when a registry hive could not be saved.
+bool CloseMachine();
+
+// Text of the open machine, given in its code page, as UTF-8. Null becomes empty.
+std::string MachineText(const char *text);
+
+// A file argument as the library takes it: a path of the machine when it begins with a drive letter, else the host's,
+// made absolute. Empty stays empty.
+std::string MachinePath(const std::string &argument);
+bool IsMachinePath(const std::string &argument);
