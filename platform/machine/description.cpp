@@ -87,10 +87,11 @@ void ReadTable(const Value &value, const std::vector<Key> &keys) {
   const toml::table &table = AsTable(value);
   for (const auto &[name, node] : table) {
     const Value member{&node, Join(value.key, name.str())};
-    const auto key = std::find_if(keys.begin(), keys.end(), [&](const Key &k) { return name.str() == k.name; });
+    const std::string_view spelled = name.str();
+    const auto key = std::find_if(keys.begin(), keys.end(), [&](const Key &k) { return spelled == k.name; });
     if (key == keys.end()) {
       const unsigned line = name.source().begin.line;
-      throw Fault{line, member.key, "unknown key" + SuggestKey(name.str(), keys)};
+      throw Fault{line, member.key, "unknown key" + SuggestKey(spelled, keys)};
     }
     key->read(member);
   }
