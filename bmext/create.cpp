@@ -43,8 +43,12 @@ OpenedFile CreateExtensionFile(const char *path, const char *caller) {
 BOOL WriteRecord(HANDLE file, const void *record, DWORD size, const char *done, const char *failed, const char *path,
                  const char *caller) {
   DWORD written = 0;
-  // A full disk may take a part of a record and call that a success.
-  if (!platform::WriteFile(file, record, size, &written, nullptr) || written != size) {
+  BOOL whole = platform::WriteFile(file, record, size, &written, nullptr);
+  if (whole && written != size) {
+    platform::SetLastError(ERROR_DISK_FULL);  // it took a part and called that a success
+    whole = FALSE;
+  }
+  if (!whole) {
     LogFailure("WriteFile", failed, caller);
     return FALSE;
   }

@@ -109,7 +109,7 @@ HeapText ReadDriveRoots(const char *caller) {
   return roots;
 }
 
-// Records the volume of a fixed drive in the next slot. A failing one leaves the slot as it was.
+// Records the volume of a fixed drive in the next slot. A failing one leaves the slot empty.
 void AddVolume(const char *root, const char *map, VXR_VOLUMES *volumes, const char *caller) {
   const DWORD index = VxrGet32(volumes->VolCount);
   VXR_VOLUME *volume = &volumes->Vols[index];
@@ -222,7 +222,7 @@ BOOL VXRExt_BuildVXRVolDisk(const DISK_EXTENT *pDiskExtent, VXR_VOLDISK *pVXRVol
     VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetDiskDevicePath:failed for disk %d!\n", __func__, pDiskExtent->DiskNumber);
     return FALSE;
   }
-  VXRDbg_Log(0, "CHECK:%s:check %s...\n", __func__, disk.get());
+  VXRDbg_Log(kStatus, "CHECK:%s:check %s...\n", __func__, disk.get());  // at every level: what follows is about it
   const HeapText controller = RecordDriver(VXR_DEVTYPE_DISKDRIVE, disk.get(), &pVXRVolDisk->DiskDriver, __func__);
   if (controller == nullptr) return FALSE;
   const bool ide = BeginsWith(disk.get(), "IDE");

@@ -23,43 +23,62 @@ vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/driver_search.cpp inf/driv
           inf/driver_search_ids.cpp inf/install_section.cpp inf/copy_section.cpp inf/service_section.cpp
           inf/critical_device.cpp)
 
-# The INF reader stands alone: the command line shows files with it.
+# The INF reader and the code pages stand alone: the command line shows files with them.
+if(WIN32)
+  set(VXR_CODE_PAGE platform/win32/code_page.cpp)
+else()
+  set(VXR_CODE_PAGE platform/machine/code_page.cpp)
+endif()
 add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/inf_lines.cpp
-  platform/machine/inf_tokens.cpp platform/machine/code_page.cpp)
+  platform/machine/inf_tokens.cpp ${VXR_CODE_PAGE})
 
-add_library(vxr_machine STATIC
-  platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
-  platform/machine/machine.cpp platform/machine/description.cpp platform/machine/setup_class.cpp
-  platform/machine/facts.cpp
-  platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
-  platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
-  platform/machine/path_syntax.cpp platform/machine/listing.cpp platform/machine/handles.cpp
-  platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
-  platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
-  platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
-  platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
-  platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
-  platform/machine/registry.cpp
-  platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
-  platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
-  platform/machine/hive_mount.cpp platform/machine/hive_cells.cpp
-  platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp
-  platform/machine/device_set.cpp platform/machine/devices.cpp platform/machine/decoration.cpp
-  platform/machine/driver_match.cpp platform/machine/driver_version.cpp platform/machine/drivers.cpp)
-target_link_libraries(vxr_machine PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
+# What stands behind platform.h: Windows itself, or the described machine.
+if(WIN32)
+  add_library(vxr_platform STATIC platform/win32/calls.cpp)
+  target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
+else()
+  add_library(vxr_platform STATIC
+    platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
+    platform/machine/machine.cpp platform/machine/description.cpp platform/machine/setup_class.cpp
+    platform/machine/facts.cpp
+    platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
+    platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
+    platform/machine/path_syntax.cpp platform/machine/listing.cpp platform/machine/handles.cpp
+    platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
+    platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
+    platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
+    platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
+    platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
+    platform/machine/registry.cpp
+    platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
+    platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
+    platform/machine/hive_mount.cpp platform/machine/hive_cells.cpp
+    platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp
+    platform/machine/device_set.cpp platform/machine/devices.cpp platform/machine/decoration.cpp
+    platform/machine/driver_match.cpp platform/machine/driver_version.cpp platform/machine/drivers.cpp)
+  target_link_libraries(vxr_platform PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
+endif()
 
 add_library(vxr_everything INTERFACE)
 list(JOIN VXR_LOGIC_ARCHIVES "," archives)
-target_link_libraries(vxr_everything INTERFACE "$<LINK_GROUP:RESCAN,${archives},vxr_machine,vxr_inf_file>"
-                      PkgConfig::HIVEX PkgConfig::TOMLPP)
+target_link_libraries(vxr_everything INTERFACE "$<LINK_GROUP:RESCAN,${archives},vxr_platform,vxr_inf_file>")
 
-# The whole archives, so that the exported functions are in; hidden visibility keeps the rest inside.
-add_library(vxrcore SHARED)
-target_sources(vxrcore PRIVATE cmake/version.c)
+# The whole archives, so that the exported functions are in; the rest stays inside: by hidden visibility, on Windows by
+# the list of what is exported.
 list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
 list(TRANSFORM whole APPEND ">")
-target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_machine>"
-                      "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>")
-target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,libstdc++.a)
+add_library(vxrcore SHARED)
+target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_platform>")
 target_include_directories(vxrcore INTERFACE ${PROJECT_SOURCE_DIR}/include)
-set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
+if(WIN32)
+  enable_language(RC)
+  configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)
+  target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/vxrcore.def ${PROJECT_BINARY_DIR}/version.rc)
+  set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
+  target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
+else()
+  target_sources(vxrcore PRIVATE cmake/version.c)
+  target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>")
+  target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,libstdc++.a)
+  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
+endif()

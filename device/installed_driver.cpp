@@ -1,7 +1,6 @@
 #include "device/installed_driver.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "device/class_repair.h"

@@ -139,6 +139,7 @@ map file binary|0|None has its name|@/x.bme --map @/bytes.ini|head -c 9999 /dev/
 no such directory|9|none/x.bme: .*no such directory|@/none/x.bme --includes C:\backup\includes.ini
 a directory of that name|9|/c: .*it is read-only, a directory|@/c --includes C:\backup\includes.ini
 no file name|9|no file name|C:\a:b.bme
+the machine file itself|2|would replace .*machine.toml|@/machine.toml
 read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
 system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml
 no computer device|9|cannot be recorded: .*class Computer|@/x.bme|sed -i "s/'Computer'/'Net'/" machine.toml

@@ -64,8 +64,8 @@ VXR_API void VXRMachine_SetObserver(VXRMachine_Observer observer, void *context)
 /* The ANSI code page in which the open machine gives its texts (1252, 932, ...); 0 when none is open. */
 VXR_API uint32_t VXRMachine_CodePage(void);
 
-/* Where on the host a path of the open machine leads; the file need not exist. False, with an empty text, when its drive
- * or directory does not exist, when it leads out of its drive, or when it does not fit `hostPathSize` bytes. */
+/* Where on the host a path of the open machine leads; the file need not exist. False, with an empty text, when its
+ * drive or directory does not exist, when it leads out of its drive, or when it does not fit `hostPathSize` bytes. */
 VXR_API int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize);
 
 /* How often an INF file was read from disk since VXRMachine_Open. */

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <filesystem>
 
 #include "tools/vxr/commands.h"
 #include "tools/vxr/create_record.h"
@@ -25,18 +25,46 @@ void OnEvent(void *context, const VXRMachine_Event *event) {
 
 const char *OrNull(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
 
-// Opens, records, closes. False, with a message, when the machine cannot be used.
-bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
-  if (!OpenMachine(options.machine, OnEvent, outcome)) return false;
+// Empty when the argument is, or when it leads nowhere.
+std::string HostPath(const std::string &argument) {
+  std::array<char, 4096> place{};
+  if (!argument.empty()) VXRMachine_HostPath(MachinePath(argument).c_str(), place.data(), place.size());
+  return place.data();
+}
+
+// The argument whose file the extension file would replace; empty when there is none.
+std::string Replaced(const CreateOptions &options, const std::string &hostPath) {
+  for (const std::string &argument : {options.machine, options.includes, options.map}) {
+    const std::string path = HostPath(argument);
+    std::error_code unknown;
+    if (!path.empty() && (path == hostPath || std::filesystem::equivalent(path, hostPath, unknown))) return argument;
+  }
+  return "";
+}
+
+void RecordOpenMachine(const CreateOptions &options, Outcome *outcome) {
   const std::string file = MachinePath(options.extension);
   const std::string includes = MachinePath(options.includes), map = MachinePath(options.map);
   outcome->code = VXREng_CreateBMExtFile(file.c_str(), OrNull(includes), OrNull(map));
   outcome->codePage = VXRMachine_CodePage();
-  std::array<char, 4096> place{};
-  VXRMachine_HostPath(file.c_str(), place.data(), place.size());
-  outcome->hostPath = place.data();
+}
+
+// Opens, records, closes. False, with a message, when the machine or the arguments cannot be used.
+bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
+  if (options.extension.empty()) {
+    PrintError("the extension file has no name; name the file to write");
+    return false;
+  }
+  if (!OpenMachine(options.machine, OnEvent, outcome)) return false;
+  outcome->hostPath = HostPath(options.extension);
+  const std::string replaced = Replaced(options, outcome->hostPath);
+  if (replaced.empty()) {
+    RecordOpenMachine(options, outcome);
+  } else {
+    PrintError(options.extension + ": would replace " + replaced + "; name another file to write");
+  }
   CloseMachine();
-  return true;
+  return replaced.empty();
 }
 
 // --- The summary ----------------------------------------------------------------------------------------------------
@@ -70,7 +98,7 @@ void PrintShortfalls(const char *title, const std::vector<CreateRecord::Shortfal
   if (shortfalls.empty()) return;
   PrintLine(title, Style::kBold);
   for (const CreateRecord::Shortfall &shortfall : shortfalls) {
-    const std::string root = shortfall.root.empty() ? "a drive" : shortfall.root;
+    const std::string root = shortfall.root.empty() ? "a drive: " : shortfall.root;
     PrintLine("  " + Padded(root, 4) + shortfall.reason, Style::kBad);
   }
 }
@@ -96,8 +124,9 @@ void PrintSummary(const CreateOptions &options, const Outcome &outcome) {
   }
   PrintShortfalls("Left out", record.leftOut);
   PrintShortfalls("Recorded without all drivers", record.incomplete);
-  if (record.full) PrintLine("Four volumes are recorded: drives behind the fourth were not looked at");
+  if (record.full) PrintLine("Four volumes are recorded, the most that fit: later drives were not looked at");
   if (!options.includes.empty()) PrintLine("Listed in " + options.includes);
+  if (!record.logFile.empty() && !record.incomplete.empty()) PrintLine("Log: " + record.logFile);
 }
 
 }  // namespace

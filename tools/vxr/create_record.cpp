@@ -1,5 +1,6 @@
 #include "tools/vxr/create_record.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -85,10 +86,24 @@ std::string_view Behind(std::string_view line, std::string_view mark) {
 
 bool Begins(std::string_view line, std::string_view prefix) { return line.substr(0, prefix.size()) == prefix; }
 
+// Two disks of a volume may lack the same controller's driver.
+void AddIncomplete(CreateRecord *record, const std::string &reason) {
+  const auto same = [&](const auto &known) { return known.root == record->root && known.reason == reason; };
+  if (std::any_of(record->incomplete.begin(), record->incomplete.end(), same)) return;
+  record->incomplete.push_back({record->root, reason});
+}
+
+// The log's file, from the line that says where it goes; the address of its stream stands before the path.
+std::string LogFile(std::string_view line, std::string_view mark) {
+  const std::string_view path = Behind(Behind(line, mark), ":");
+  return std::string(path.substr(0, path.rfind("...")));
+}
+
 }  // namespace
 
 void AddLogLine(CreateRecord *record, std::string_view line) {
   constexpr std::string_view kChecking = "CHECK:VXRExt_BuildVXRVolumesHBM:checking mnpnt = ";
+  constexpr std::string_view kLogging = ":VXRDbg_Initialize:start logging to ";
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
   if (Begins(line, kChecking)) {
     record->root = line.substr(kChecking.size(), line.size() - kChecking.size() - std::string_view("...").size());
@@ -102,13 +117,14 @@ void AddLogLine(CreateRecord *record, std::string_view line) {
     if (record->error.empty()) record->error = line;
   } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolDisk:VXRDev_GetVXRDevDriver()")) {
     const std::string device(Behind(line, ":msg="));
-    record->incomplete.push_back({record->root, "the driver of " + device + " cannot be told"});
+    AddIncomplete(record,
+                  device + ": no such device, or it has no driver, service entry or parent; the log tells which");
   } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolDisk:")) {
-    record->incomplete.push_back({record->root, "one of its disks is not among the present devices"});
-  } else if (Begins(line, "ERROR:VXRExt_CreateBMExtension:") && record->failure.empty()) {
-    record->failure = line;
-  } else if (Begins(line, "ERROR:VXRExt_CreateBMExtFile:") && record->failure.empty()) {
-    record->failure = line;
+    AddIncomplete(record, "one of its disks is not among the present devices");
+  } else if (Begins(line, "ERROR:VXRExt_CreateBMExtension:") || Begins(line, "ERROR:VXRExt_CreateBMExtFile:")) {
+    if (record->failure.empty()) record->failure = line;
+  } else if (Holds(line, kLogging)) {
+    record->logFile = LogFile(line, kLogging);
   }
 }
 

@@ -15,6 +15,7 @@ struct CreateRecord {
   std::vector<Shortfall> incomplete;  // recorded, but not all of its drivers
   bool full = false;                  // drives behind the fourth recorded one were not looked at
   std::string failure;                // the line that ended the recording; empty: none
+  std::string logFile;                // as the machine names it; empty: none
 
   // Of the drive that is being described.
   std::string root, error;

@@ -57,8 +57,8 @@ CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
   create->add_option("--map", options->map, "Map file that gives each volume's name in the backup")->type_name("FILE");
   create->footer(
       "A file name that begins with a drive letter is a path of the machine.\n"
-      "Exit status: 0; 9 when the extension or the includes file could not be written; 2 for wrong usage or a machine\n"
-      "that cannot be opened.");
+      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written;\n"
+      "2 for wrong usage or a machine that cannot be opened.");
   return create;
 }
 
