@@ -8,44 +8,10 @@
 
 #include "bench/inf_directory.h"
 #include "tests/support/scsi_machine.h"
+#include "tests/support/standard_machine.h"
 #include "vxrcore/machine.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-constexpr const char *kMachine = R"(
-[system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
-processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
-memory = 8589934592
-
-[[drive]]
-root = 'X:\'
-type = 'ramdisk'
-path = 'ram'
-
-[[drive]]
-root = 'D:\'
-type = 'fixed'
-path = 'restored'
-
-[registry.'SOFTWARE\Varnelt\Halcyra']
-HCDIR = 'X:\Halcyra'
-
-[registry.'SOFTWARE\Varnelt\Relmar\1']
-Disk = '\\.\PhysicalDrive0'
-InfDir = 'X:\drivers'
-BootPart = '\\.\PhysicalDrive0\Partition1'
-RootPath = 'D:\Windows'
-HAL = 9
-OSVerMaj = 6
-OSVerMin = 1
-)";
-
-}  // namespace
 
 BenchMachine MakeBenchMachine(unsigned infCount, const fs::path &hive) {
   std::string name = (fs::temp_directory_path() / "vxr-bench-XXXXXX").string();
@@ -56,7 +22,8 @@ BenchMachine MakeBenchMachine(unsigned infCount, const fs::path &hive) {
   fs::create_directories(folder / "restored/Windows/system32/config");
   MakeInfDirectory(folder / "ram/drivers", infCount);
   if (!hive.empty()) fs::copy_file(hive, folder / "restored/Windows/system32/config/SYSTEM");
-  std::ofstream(folder / "machine.toml") << kMachine << ScsiMachine(R"(PCI\VEN_1AF4&DEV_1042)");
+  std::ofstream(folder / "machine.toml") << kStandardSystem << kStandardDrives << kStandardJob
+                                         << ScsiMachine(R"(PCI\VEN_1AF4&DEV_1042)");
   return {folder};
 }
 

@@ -6,7 +6,6 @@
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
 #include "platform/machine/fault.h"
-#include "platform/machine/handles.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -103,7 +102,7 @@ TEST_F(LoadTest, FileIsMappedAndOverriddenOnDisk) {
   EXPECT_EQ(VXRExt_GetBootMedia(), DWORD{VXR_BOOTMEDIA_RAM});
   EXPECT_THAT(statusLines, Contains("Found Bare Metal extension with Magic = 0x654d6243 Version = 0x00000002\n"));
   EXPECT_TRUE(VXRExt_Cleanup());
-  EXPECT_EQ(machine::OpenHandles(), 0u);
+  EXPECT_EQ(OpenHandles(), 0u);
   EXPECT_EQ(VXRExt_GetSysOsInfo(), nullptr);
   EXPECT_EQ(VXRExt_GetSystemPath(), nullptr);
   EXPECT_EQ(VXRExt_GetWindowsPath(), nullptr);
@@ -139,8 +138,8 @@ TEST_F(LoadTest, UnusableFileIsRefusedAndLetGo) {
     EXPECT_FALSE(VXRExt_Initialize(5, nullptr));
     EXPECT_THAT(log, HasSubstr(row.line));
     EXPECT_EQ(VXRExt_GetSystemPath(), nullptr);
-    EXPECT_EQ(machine::OpenHandles(), 0u);
-    EXPECT_EQ(machine::OpenViews(), 0u);
+    EXPECT_EQ(OpenHandles(), 0u);
+    EXPECT_EQ(OpenViews(), 0u);
     EXPECT_TRUE(ReadFile("ram/machine.bme") == row.content) << "a refused file was changed";
   }
   OpenJob("BMEFile = 'X:\\none.bme'\n");
@@ -215,8 +214,8 @@ TEST_F(LoadTest, NoSingleFailureCrashesOrLeavesAHandle) {
       machine::SetFaultPlan({});
       EXPECT_EQ(loaded, VXRExt_GetSystemPath() != nullptr);
       VXRExt_Cleanup();
-      EXPECT_EQ(machine::OpenHandles(), 0u);
-      EXPECT_EQ(machine::OpenViews(), 0u);
+      EXPECT_EQ(OpenHandles(), 0u);
+      EXPECT_EQ(OpenViews(), 0u);
       if (met == 0) break;
     }
   }

@@ -1,9 +1,7 @@
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstring>
 #include <regex>
 
+#include "tests/support/guarded_memory.h"
 #include "tests/support/test_machine.h"
 #include "vxrcore/bmext.h"
 
@@ -147,27 +145,6 @@ Bytes HostileImage() {
   return image;
 }
 
-// The image in memory that only reads can touch, up to a page that none can.
-struct Placed {
-  uint8_t *pages;
-  size_t length;
-  const uint8_t *image;
-
-  // `slack`: readable bytes behind the image, 1 to have it at an odd address.
-  Placed(const Bytes &bytes, size_t slack) {
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const size_t readable = (bytes.size() + slack + page - 1) / page * page;
-    length = readable + page;
-    pages = static_cast<uint8_t *>(mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    uint8_t *at = pages + readable - slack - bytes.size();
-    std::memcpy(at, bytes.data(), bytes.size());
-    mprotect(pages, readable, PROT_READ);
-    mprotect(pages + readable, page, PROT_NONE);
-    image = at;
-  }
-  ~Placed() { munmap(pages, length); }
-};
-
 constexpr uint8_t kCanary = 0xA5;
 constexpr size_t kRoom = 600;
 
@@ -196,26 +173,26 @@ class QueryTest : public MachineTest {
     return std::regex_replace(noAddresses, std::regex("FLUSH:\\w+:___(ENTER|LEAVE)___\n"), "");
   }
 
-  void CheckSizes(const Question &question, const Placed &placed) {
+  void CheckSizes(const Question &question, const GuardedMemory &placed) {
     SCOPED_TRACE(std::string(question.name) + " of volume " + std::to_string(question.inValue) + ", disk " +
                  std::to_string(question.disk) + ", code " + std::to_string(question.code));
     const auto needed = static_cast<uint32_t>(question.size);
     Bytes expected(kRoom, kCanary);
-    std::memcpy(expected.data(), placed.image + question.offset, needed);
+    std::memcpy(expected.data(), placed.data() + question.offset, needed);
 
     uint32_t size = needed;
-    EXPECT_TRUE(Query(question, placed.image, &size));
+    EXPECT_TRUE(Query(question, placed.data(), &size));
     EXPECT_EQ(size, needed);
     EXPECT_EQ(out, expected);
 
     size = kRoom;
-    EXPECT_TRUE(Query(question, placed.image, &size, false));
+    EXPECT_TRUE(Query(question, placed.data(), &size, false));
     EXPECT_EQ(size, needed);
 
     for (const uint32_t capacity : {0u, needed - 1}) {
       if (needed == 0) break;
       size = capacity;
-      EXPECT_FALSE(Query(question, placed.image, &size));
+      EXPECT_FALSE(Query(question, placed.data(), &size));
       EXPECT_EQ(size, needed);
       EXPECT_TRUE(Untouched());
       EXPECT_THAT(log, HasSubstr(":" + std::string(question.name) + ":has " + std::to_string(capacity) +
@@ -231,7 +208,7 @@ TEST_F(QueryTest, EveryItemIsAnsweredFromItsPlaceOrToldItsSize) {
   VXRDbg_SetLevel(4);
   for (const Bytes &image : {FilledImage(), HostileImage()}) {
     for (const size_t slack : {0, 1}) {
-      const Placed placed(image, slack);
+      const GuardedMemory placed(image, slack);
       for (const Question &question : AllQuestions(image)) CheckSizes(question, placed);
     }
   }
@@ -251,9 +228,9 @@ TEST_F(QueryTest, AVolumeIsFoundByItsExactLetter) {
                      {"not in the table", HostileImage(), 'C', false, 0}};
   for (const auto &each : cases) {
     SCOPED_TRACE(each.what);
-    const Placed placed(each.image, 0);
+    const GuardedMemory placed(each.image, 0);
     uint32_t size = 4;
-    EXPECT_EQ(Query({0, 1, "", 0, 0, each.letter}, placed.image, &size), each.found);
+    EXPECT_EQ(Query({0, 1, "", 0, 0, each.letter}, placed.data(), &size), each.found);
     if (each.found) {
       EXPECT_EQ(NumberAt(out, 0), each.index);
     } else {
@@ -264,35 +241,35 @@ TEST_F(QueryTest, AVolumeIsFoundByItsExactLetter) {
   }
   Bytes one = FilledImage();
   PutNumber(&one, kVolumes, 1);
-  const Placed placed(one, 0);
+  const GuardedMemory placed(one, 0);
   uint32_t size = 4;
-  EXPECT_FALSE(Query({0, 1, "", 0, 0, 'D'}, placed.image, &size)) << "beyond the count";
+  EXPECT_FALSE(Query({0, 1, "", 0, 0, 'D'}, placed.data(), &size)) << "beyond the count";
 }
 
 TEST_F(QueryTest, TheFirstSelectorBitCounts) {
   const Bytes image = FilledImage();
-  const Placed placed(image, 1);
+  const GuardedMemory placed(image, 1);
   struct {
     uint32_t selector;
     size_t driver;
   } const cases[] = {{0xE0000000, 24}, {0xF0000000, 24}, {0xA0000000, 24}, {0x60000000, 6328}, {0x30000000, 3176}};
   for (const auto &each : cases) {
     uint32_t size = 16;
-    ASSERT_TRUE(Query({0, each.selector | 18, "", 0, 0}, placed.image, &size));
+    ASSERT_TRUE(Query({0, each.selector | 18, "", 0, 0}, placed.data(), &size));
     EXPECT_EQ(std::memcmp(out.data(), &image[kFirstVolume + kFirstDisk + each.driver], 16), 0) << each.selector;
   }
 }
 
 TEST_F(QueryTest, RefusalsWriteTheirLineAndNothingElse) {
-  const Placed placed(FilledImage(), 1);
+  const GuardedMemory placed(FilledImage(), 1);
   Bytes image = HostileImage();
   PutNumber(&image, 4, 2);
-  const Placed later(image, 1);
+  const GuardedMemory later(image, 1);
   PutNumber(&image, 0, 0x654D6247);
-  const Placed noise(image, 1);
+  const GuardedMemory noise(image, 1);
   image = FilledImage();
   PutNumber(&image, kVolumes, 0);
-  const Placed noVolumes(image, 1);
+  const GuardedMemory noVolumes(image, 1);
   struct {
     Question question;
     const uint8_t *image;
@@ -301,34 +278,34 @@ TEST_F(QueryTest, RefusalsWriteTheirLineAndNothingElse) {
   } const cases[] = {
       {{0, 0, "", 0, 0}, nullptr, "ERROR:VXRExt_QueryData:pHead is NULL\n"},
       {{0, 0, "", 0, 0},
-       noise.image,
+       noise.data(),
        "ERROR:VXRExt_QueryData:VXR Magic not magch!has 0x654D6247:but CBM=0x654d6243 HBM=9x654d6248!\n"},
-      {{0, 0, "", 0, 0}, later.image, "ERROR:VXRExt_QueryData:VXR Verion not match!has=00000002:requires=00000001!\n"},
-      {{4, 0, "", 0, 0}, placed.image, ""},
-      {{5, 0, "", 0, 0}, placed.image, "ERROR:VXRExt_QueryData:Uknown query!\n"},
-      {{6, 0, "", 0, 0}, placed.image, ""},
+      {{0, 0, "", 0, 0}, later.data(), "ERROR:VXRExt_QueryData:VXR Verion not match!has=00000002:requires=00000001!\n"},
+      {{4, 0, "", 0, 0}, placed.data(), ""},
+      {{5, 0, "", 0, 0}, placed.data(), "ERROR:VXRExt_QueryData:Uknown query!\n"},
+      {{6, 0, "", 0, 0}, placed.data(), ""},
       {{0, 7, "", 0, 0, 4},
-       placed.image,
+       placed.data(),
        "ERROR:VXRExt_QueryVolume:request vxrvol index = 4 invalid! vxrvols count = 4!!\n"},
       {{0, 0x8000000F, "", 0, 0, 0xFFFFFFFF},
-       placed.image,
+       placed.data(),
        "ERROR:VXRExt_QueryVolume:request vxrvol index = -1 invalid! vxrvols count = 4!!\n"},
       {{0, 99, "", 0, 0},
-       noVolumes.image,
+       noVolumes.data(),
        "ERROR:VXRExt_QueryVolume:request vxrvol index = 0 invalid! vxrvols count = 0!!\n"},
-      {{0, 0x8000000F, "", 0, 0}, placed.image, "ERROR:VXRExt_QueryVolume:pIn is NULL\n", true},
+      {{0, 0x8000000F, "", 0, 0}, placed.data(), "ERROR:VXRExt_QueryVolume:pIn is NULL\n", true},
       {{0, 0x8000000F, "", 0, 0, 1, 2},
-       placed.image,
+       placed.data(),
        "ERROR:VXRExt_QueryVolume:request vxrvoldisk index = 2 invalid! vxrvoldisks count = 2!!\n"},
       {{0, 0x8000000F, "", 0, 0, 1, INT32_MIN},
-       placed.image,
+       placed.data(),
        "ERROR:VXRExt_QueryVolume:request vxrvoldisk index = -2147483648 invalid! vxrvoldisks count = 2!!\n"},
-      {{0, 15, "", 0, 0}, placed.image, "ERROR:VXRExt_QueryVolume:pDevDrv is NULL\n"},
-      {{0, 0x1000000F, "", 0, 0}, placed.image, "ERROR:VXRExt_QueryVolume:pDevDrv is NULL\n"},
-      {{0, 0x80000005, "", 0, 0}, placed.image, "VXRExt_QueryVolume:failed...\n"},
-      {{0, 0x80000020, "", 0, 0}, placed.image, "VXRExt_QueryVolume:failed...\n"},
-      {{2, 1, "", 0, 0}, placed.image, "CHECK:VXRExt_QueryNetwork:DONE:qry=1:pIn=P:0:pO=P:P:600\n"},
-      {{3, 2, "", 0, 0}, placed.image, ""},
+      {{0, 15, "", 0, 0}, placed.data(), "ERROR:VXRExt_QueryVolume:pDevDrv is NULL\n"},
+      {{0, 0x1000000F, "", 0, 0}, placed.data(), "ERROR:VXRExt_QueryVolume:pDevDrv is NULL\n"},
+      {{0, 0x80000005, "", 0, 0}, placed.data(), "VXRExt_QueryVolume:failed...\n"},
+      {{0, 0x80000020, "", 0, 0}, placed.data(), "VXRExt_QueryVolume:failed...\n"},
+      {{2, 1, "", 0, 0}, placed.data(), "CHECK:VXRExt_QueryNetwork:DONE:qry=1:pIn=P:0:pO=P:P:600\n"},
+      {{3, 2, "", 0, 0}, placed.data(), ""},
   };
   for (const auto &each : cases) {
     SCOPED_TRACE(each.log + " class " + std::to_string(each.question.queryClass) + ", code " +
@@ -340,24 +317,24 @@ TEST_F(QueryTest, RefusalsWriteTheirLineAndNothingElse) {
     EXPECT_TRUE(Untouched());
     EXPECT_EQ(std::regex_replace(PlainLog(), std::regex("FLUSH:[^\n]*\n"), ""), each.log);
   }
-  EXPECT_FALSE(VXRExt_QueryData(1, 0, out.data(), nullptr, nullptr, 0, placed.image));
+  EXPECT_FALSE(VXRExt_QueryData(1, 0, out.data(), nullptr, nullptr, 0, placed.data()));
   EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_QueryData:pdwOut is NULL\n"));
 }
 
 TEST_F(QueryTest, SystemClassTakesUnknownCodesAndGivesAnAddress) {
-  const Placed placed(FilledImage(), 1);
+  const GuardedMemory placed(FilledImage(), 1);
   uint32_t size = 77;
-  EXPECT_TRUE(Query({1, 5, "", 0, 0}, placed.image, &size));
+  EXPECT_TRUE(Query({1, 5, "", 0, 0}, placed.data(), &size));
   EXPECT_EQ(size, 77u);
   EXPECT_TRUE(Untouched());
 
   size = 587;
-  EXPECT_FALSE(Query({1, 4, "", 0, 0}, placed.image, &size));
+  EXPECT_FALSE(Query({1, 4, "", 0, 0}, placed.data(), &size));
   EXPECT_EQ(size, 588u);
   EXPECT_TRUE(Untouched());
   EXPECT_THAT(log, HasSubstr("INFOR:VXRExt_QuerySystem:VXREQS_Reference:has 587 bytes but requires 588 bytes\n"));
-  EXPECT_TRUE(Query({1, 4, "", 0, 0}, placed.image, &size));
-  EXPECT_EQ(NumberAt(out, 0), static_cast<uint32_t>(reinterpret_cast<uintptr_t>(placed.image + 20)));
+  EXPECT_TRUE(Query({1, 4, "", 0, 0}, placed.data(), &size));
+  EXPECT_EQ(NumberAt(out, 0), static_cast<uint32_t>(reinterpret_cast<uintptr_t>(placed.data() + 20)));
   EXPECT_EQ(Bytes(out.begin() + 4, out.end()), Bytes(kRoom - 4, kCanary));
 }
 
@@ -365,7 +342,7 @@ TEST_F(QueryTest, LinesStandInTheirOrder) {
   Bytes image = FilledImage();
   std::memcpy(&image[kFirstVolume + 600], "DATA", 5);
   std::memcpy(&image[80176], "PC\0", 3);
-  const Placed placed(image, 0);
+  const GuardedMemory placed(image, 0);
   struct {
     Question question;
     std::string log;
@@ -388,7 +365,7 @@ TEST_F(QueryTest, LinesStandInTheirOrder) {
       {{1, 0, "", 0, 0}, ""}};
   for (const auto &each : cases) {
     uint32_t size = kRoom;
-    Query(each.question, placed.image, &size);
+    Query(each.question, placed.data(), &size);
     const std::string lines = PlainLog();
     EXPECT_THAT(lines, testing::StartsWith("FLUSH:VXRExt_QueryData:"));
     EXPECT_EQ(lines.substr(lines.find('\n') + 1), each.log);

@@ -1,6 +1,7 @@
 # Unit tests stand beside their sources, one program a folder; the label says which need a described machine.
 
-add_library(vxr_test_support STATIC tests/support/test_machine.cpp tests/support/hive_builder.cpp)
+add_library(vxr_test_support STATIC tests/support/test_machine.cpp tests/support/test_machine_files.cpp
+            tests/support/guarded_memory.cpp tests/support/hive_builder.cpp)
 target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main)
 
@@ -57,7 +58,7 @@ vxr_test(device_test machine device/records_test.cpp device/facts_test.cpp devic
 
 # The described machine: texts, facts, windows and prompts, the machine file.
 vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/machine/description_test.cpp
-         platform/machine/facts_test.cpp platform/machine/format_test.cpp platform/machine/machine_test.cpp
+         platform/machine/facts_test.cpp platform/format_test.cpp platform/machine/machine_test.cpp
          platform/machine/windows_test.cpp tests/c_headers.c)
 
 # The machine's registry and hive files; values and hive mounting of the logic.
@@ -99,3 +100,10 @@ target_link_libraries(list_volumes PRIVATE vxrcore)
 add_test(NAME extension_example COMMAND ${PROJECT_SOURCE_DIR}/tests/extension_example_test.sh
          $<TARGET_FILE:list_volumes> $<TARGET_FILE:make_extension>)
 set_tests_properties(extension_example PROPERTIES LABELS unit TIMEOUT 60)
+
+# The package of what is installed.
+if(NOT VXR_SANITIZE)
+  add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
+           ${PROJECT_SOURCE_DIR})
+  set_tests_properties(package PROPERTIES LABELS unit TIMEOUT 120)
+endif()

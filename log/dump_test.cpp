@@ -13,8 +13,14 @@ constexpr char kGuidDigits[] = "4D36E967-E325-11CE-BFC1-08002BE10318";
 
 std::string Address(const void *address) {
   char text[20];
-  std::snprintf(text, sizeof text, "%016lX", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(address)));
+  std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(address)));
   return text;
+}
+
+LARGE_INTEGER Number(LONG64 value) {
+  LARGE_INTEGER number;
+  number.QuadPart = value;
+  return number;
 }
 
 struct DumpCase {
@@ -150,7 +156,7 @@ TEST_F(DumpTest, DiskRecords) {
   const struct {
     DWORD count;
     DISK_EXTENT extents[2];
-  } answer = {2, {{0, {1048576}, {64420311040}}, {1, {0}, {512}}}};
+  } answer = {2, {{0, Number(1048576), Number(64420311040)}, {1, Number(0), Number(512)}}};
   const struct {
     WORD length;
     BYTE id[3];

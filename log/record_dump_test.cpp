@@ -13,7 +13,7 @@ using testing::Not;
 
 std::string Address(const void *address) {
   char text[20];
-  std::snprintf(text, sizeof text, "%016lX", static_cast<unsigned long>(reinterpret_cast<uintptr_t>(address)));
+  std::snprintf(text, sizeof text, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(address)));
   return text;
 }
 

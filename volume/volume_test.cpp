@@ -67,6 +67,7 @@ TEST_F(VolumeTest, SettingsNameTheVolume) {
 }
 
 TEST_F(VolumeTest, VolumeIsClassifiedByBootIniAndSystemDirectory) {
+  NEEDS_DESCRIBED_MACHINE();
   Open();
   EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x400u);
   EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x402u);

@@ -6,7 +6,6 @@
 
 #include "engine/base/processes.h"
 #include "platform/machine/fault.h"
-#include "platform/machine/handles.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -46,7 +45,7 @@ TEST_F(FilesTest, MappedFileIsChangedInPlace) {
   EXPECT_STREQ(second->Name, "VAVXRFMap-01");
   EXPECT_TRUE(VXREng_UnmapFile(first.get()));
   EXPECT_TRUE(VXREng_UnmapFile(second.get()));
-  EXPECT_EQ(machine::OpenHandles(), 0u);
+  EXPECT_EQ(OpenHandles(), 0u);
 }
 
 TEST_F(FilesTest, WhatCannotBeMappedLeavesNothingOpen) {
@@ -68,7 +67,7 @@ TEST_F(FilesTest, WhatCannotBeMappedLeavesNothingOpen) {
     log.clear();
     EXPECT_EQ(VXREng_MapFile(row.name), nullptr);
     EXPECT_THAT(log, HasSubstr(row.line));
-    EXPECT_EQ(machine::OpenHandles(), 0u);
+    EXPECT_EQ(OpenHandles(), 0u);
   }
   EXPECT_FALSE(VXREng_UnmapFile(nullptr));
 }
@@ -84,8 +83,8 @@ TEST_F(FilesTest, MappingThatFailsHalfwayClosesWhatItOpened) {
     EXPECT_EQ(VXREng_MapFile("X:\\file"), nullptr);
     EXPECT_EQ(machine::FaultsMet(), 1u);
     machine::SetFaultPlan({});
-    EXPECT_EQ(machine::OpenHandles(), 0u);
-    EXPECT_EQ(machine::OpenViews(), 0u);
+    EXPECT_EQ(OpenHandles(), 0u);
+    EXPECT_EQ(OpenViews(), 0u);
   }
   const HeapPtr<VXR_FILEMAP> map = VXREng_MapFile("X:\\file");
   ASSERT_NE(map, nullptr);
@@ -100,11 +99,11 @@ TEST_F(FilesTest, ReadOnlyTargetIsOverwritten) {
   Open();
   WriteFile("ram/new.sys", "new");
   WriteFile("restored/old.sys", "the old one");
-  ASSERT_TRUE(platform::SetFileAttributesA("D:\\old.sys", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM));
+  ASSERT_TRUE(platform::SetFileAttributesA("D:\\old.sys", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE));
   EXPECT_TRUE(VXREng_CopyFile("X:\\new.sys", "D:\\old.sys", FALSE));
   EXPECT_EQ(ReadFile("restored/old.sys"), "new");
   EXPECT_THAT(log, HasSubstr("FLUSH:VXREng_CopyFile:checking attr for D:\\old.sys\n"
-                             "FLUSH:VXREng_CopyFile:D:\\old.sys:attr=0x00000005:set to FILE_ATTRIBUTE_NORMAL.\n"
+                             "FLUSH:VXREng_CopyFile:D:\\old.sys:attr=0x00000021:set to FILE_ATTRIBUTE_NORMAL.\n"
                              "CHECK:VXREng_CopyFile:copied ok:src=X:\\new.sys:tgt=D:\\old.sys\n"));
 }
 
@@ -149,7 +148,7 @@ TEST_F(FilesTest, CommandInterpreterCopiesWhereTheCallCannot) {
     EXPECT_THAT(log, HasSubstr(std::string("CHECK:VXREng_ExecCommand:succss cmmd=") + row.command));
     EXPECT_THAT(log, HasSubstr("copied ok"));
   }
-  EXPECT_EQ(machine::OpenHandles(), 0u);
+  EXPECT_EQ(OpenHandles(), 0u);
 }
 #endif
 
@@ -203,7 +202,7 @@ TEST_F(FilesTest, CommandIsJudgedByItsExitCode) {
   EXPECT_FALSE(VXREng_ExecCommand(nullptr, &code));
   EXPECT_EQ(code, 0xFFFFFFFFu);
   EXPECT_THAT(log, HasSubstr("ERROR:szCmmd is NULL!\n"));
-  EXPECT_EQ(machine::OpenHandles(), 0u);
+  EXPECT_EQ(OpenHandles(), 0u);
 }
 
 #ifdef VXR_FAULT_POINTS
@@ -217,7 +216,7 @@ TEST_F(FilesTest, CommandWhoseEndIsNotKnownHasFailed) {
     EXPECT_FALSE(VXREng_ExecCommand("cmd.exe /c copy /y X:\\a X:\\b", &code));
     machine::SetFaultPlan({});
     EXPECT_EQ(code, 0xFFFFFFFFu);
-    EXPECT_EQ(machine::OpenHandles(), 0u);
+    EXPECT_EQ(OpenHandles(), 0u);
   }
 }
 #endif

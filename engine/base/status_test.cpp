@@ -28,10 +28,12 @@ TEST_F(StatusTest, RecordsTheLastFailureWhetherOrNotItIsShown) {
   EXPECT_EQ(dwError, 13u);
 
   VXREng_SetStatusWnd(window, 2);
+#ifdef VXR_FAULT_POINTS
   machine::SetFaultPlan({"HeapAlloc", 1});
   EXPECT_FALSE(VXREng_StatusMsg(3, "no memory\n"));
   EXPECT_EQ(dwError, 3u);
   machine::SetFaultPlan({});
+#endif
   EXPECT_FALSE(VXREng_StatusMsg(4, nullptr));
   EXPECT_EQ(dwError, 4u);
   EXPECT_THAT(statusLines, ElementsAre());

@@ -86,11 +86,12 @@ VXR_API uint32_t VXRExt_CreateBMExtFile(const char *extension, const char *inclu
 
 /* Answers one question about an extension image in memory: the classes and codes are in bmext.h.
  * `head`: the image, VXR_EXT_FILE_SIZE bytes, at any address; only read.
- * `out`, `outSize`: the caller's buffer and, in `*outSize`, its capacity in bytes. `*outSize` becomes the answer's
- * size. A capacity too small gives false and the size needed; a null `out` with enough capacity gives true and the
- * size. Texts are answered without terminator; a text that is empty has size 0. `in`: points to the disk's index for
- * codes that need one; else not used. `inValue`: the volume's index or, for VXREQV_VolIndex, the drive letter. False,
- * with nothing written to `out`, when there is no answer; the reason is in the log. */
+ * `out`, `outSize`: the caller's buffer and, in `*outSize`, its capacity in bytes, which becomes the answer's size.
+ * A capacity too small gives false and the size needed; a null `out` with enough capacity gives true and the size.
+ * Texts are answered without terminator; a text that is empty has size 0.
+ * `in`: points to the disk's index for codes that need one; else not used.
+ * `inValue`: the volume's index or, for VXREQV_VolIndex, the drive letter.
+ * False, with nothing written to `out`, when there is no answer; the reason is in the log. */
 VXR_API int32_t VXRExt_QueryData(uint32_t queryClass, uint32_t query, uint8_t *out, uint32_t *outSize,
                                  const int32_t *in, uint32_t inValue, const void *head);
 

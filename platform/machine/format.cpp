@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kNoPrecision = static_cast<std::size_t>(-1);
 
-enum class Size { kNone, kByte, kShort, kLong, kWide, k64 };
+enum class Size { kNone, kShort, kLong, kWide, k64 };
 
 struct Conversion {
   bool left = false, plus = false, blank = false, alternate = false, zeros = false;
@@ -102,9 +102,9 @@ Size TakeSize(const char **format) {
     const char *text;
     Size size;
   };
-  // Longer ones first where one begins another. A bare I is the size of a pointer.
+  // Longer ones first where one begins another. A bare I is the size of a pointer, and hh no more than h.
   constexpr Modifier kModifiers[] = {{"I64", Size::k64}, {"I32", Size::kLong}, {"I", Size::k64},    {"ll", Size::k64},
-                                     {"l", Size::kLong}, {"hh", Size::kByte},  {"h", Size::kShort}, {"w", Size::kWide}};
+                                     {"l", Size::kLong}, {"hh", Size::kShort}, {"h", Size::kShort}, {"w", Size::kWide}};
   for (const Modifier &modifier : kModifiers) {
     const std::size_t length = std::strlen(modifier.text);
     if (std::strncmp(*format, modifier.text, length) != 0) continue;
@@ -155,7 +155,6 @@ void PutSigned(Output *output, const Conversion &conversion, Arguments *argument
   } else {
     value = va_arg(arguments->list, int);
     if (conversion.size == Size::kShort) value = static_cast<std::int16_t>(value);
-    if (conversion.size == Size::kByte) value = static_cast<std::int8_t>(value);
   }
   const char *sign = value < 0 ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
   PutDigits(output, conversion, value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value),
@@ -169,7 +168,6 @@ void PutUnsigned(Output *output, const Conversion &conversion, Arguments *argume
   } else {
     value = va_arg(arguments->list, unsigned);
     if (conversion.size == Size::kShort) value = static_cast<std::uint16_t>(value);
-    if (conversion.size == Size::kByte) value = static_cast<std::uint8_t>(value);
   }
   const char letter = conversion.letter;
   const unsigned base = letter == 'u' ? 10 : letter == 'o' ? 8 : 16;

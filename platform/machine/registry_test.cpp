@@ -3,6 +3,7 @@
 
 #include "platform/machine/fault.h"
 #include "tests/support/hive_builder.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -245,12 +246,7 @@ TEST_F(Registry, RefusesAMachineWithABadHive) {
   bytes[4]++;
   SetHiveChecksum(&bytes);
   WriteFile("SOFTWARE.hive", std::string(bytes.begin(), bytes.end()));
-  WriteFile("machine.toml", R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
-processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
-memory = 8589934592
+  WriteFile("machine.toml", std::string(kStandardSystem) + R"(
 [[drive]]
 root = 'X:\'
 type = 'ramdisk'

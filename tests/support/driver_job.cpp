@@ -64,15 +64,6 @@ InfFile DriverJobTest::OpenInf(const std::string &name, const std::string &body)
   return inf;
 }
 
-std::vector<std::string> DriverJobTest::Lines(const std::string &prefix) const {
-  std::vector<std::string> lines;
-  std::istringstream stream(log);
-  for (std::string line; std::getline(stream, line);) {
-    if (line.starts_with(prefix)) lines.push_back(line.substr(prefix.size()));
-  }
-  return lines;
-}
-
 std::string DriverJobTest::HiveText(const std::string &key, const std::string &value) {
   DWORD type = 0, size = 0;
   const HeapText data = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, ("SYSTEM_ORG\\ControlSet001\\" + key).c_str(),

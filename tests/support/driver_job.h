@@ -20,9 +20,6 @@ class DriverJobTest : public RestoreJobTest {
   // The same, opened.
   InfFile OpenInf(const std::string &name, const std::string &body);
 
-  // The lines of the log that begin with `prefix`, without it and without the line end; and forgetting what was logged.
-  std::vector<std::string> Lines(const std::string &prefix) const;
-  void ClearLog() { log.clear(); }
   // A value of the mounted hive as "type:size:text", a number in hexadecimal; empty when it is missing.
   static std::string HiveText(const std::string &key, const std::string &value);
   // The texts as a multi-string on the process heap.

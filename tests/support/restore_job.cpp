@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "tests/support/scsi_machine.h"
+#include "tests/support/standard_machine.h"
 
 namespace fs = std::filesystem;
 
@@ -55,17 +56,6 @@ path = 'cd'
 
 )";
 
-constexpr const char *kJob = R"(
-[registry.'SOFTWARE\Varnelt\Relmar\1']
-Disk = '\\.\PhysicalDrive0'
-InfDir = 'X:\drivers'
-BootPart = '\\.\PhysicalDrive0\Partition1'
-RootPath = 'D:\Windows'
-HAL = 9
-OSVerMaj = 6
-OSVerMin = 1
-)";
-
 }  // namespace
 
 RestoreJobTest::RestoreJobTest() {
@@ -79,7 +69,7 @@ RestoreJobTest::RestoreJobTest() {
 }
 
 void RestoreJobTest::OpenJob(const std::function<void(std::string *)> &bend) {
-  std::string toml = kDrive + ScsiMachine() + kJob;
+  std::string toml = kDrive + ScsiMachine() + kStandardJob;
   if (bend) bend(&toml);
   Open(toml);
 }

@@ -2,38 +2,11 @@
 
 #include <stdlib.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "platform/machine/fault.h"
+#include "platform/machine/handles.h"
+#include "tests/support/standard_machine.h"
 
 namespace {
-
-constexpr char kSystem[] = R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
-processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
-memory = 8589934592
-)";
-
-constexpr char kDrives[] = R"(
-[[drive]]
-root = 'X:\'
-type = 'ramdisk'
-path = 'ram'
-
-[[drive]]
-root = 'D:\'
-type = 'fixed'
-path = 'restored'
-
-[registry.'SOFTWARE\Varnelt\Halcyra']
-HCDIR = 'X:\Halcyra'
-
-)";
-
-constexpr char kMasterIni[] = "[debugging]\r\nvxrcore=5\r\n";
 
 std::string Copy(const char *text) { return text == nullptr ? "" : text; }
 
@@ -69,7 +42,7 @@ MachineTest::~MachineTest() {
 }
 
 void MachineTest::Open(const std::string &rest, const std::string &system) {
-  WriteFile("machine.toml", (system.empty() ? kSystem : system) + kDrives + rest);
+  WriteFile("machine.toml", (system.empty() ? kStandardSystem : system) + kStandardDrives + rest);
   WriteFile("ram/Halcyra/master.ini", kMasterIni);
   OpenFile("machine.toml");
 }
@@ -94,36 +67,12 @@ void MachineTest::Close() {
   EXPECT_TRUE(VXRMachine_Close());
 }
 
-std::filesystem::path MachineTest::Host(const std::string &relative) const { return folder / relative; }
-
-void MachineTest::WriteFile(const std::string &relative, const std::string &content) {
-  const std::filesystem::path path = Host(relative);
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << content;
-  file.close();
-  if (!file) ADD_FAILURE() << "cannot write " << path;
-}
-
-std::string MachineTest::ReadFile(const std::string &relative) const {
-  std::ifstream file(Host(relative), std::ios::binary);
-  if (!file) ADD_FAILURE() << "cannot read " << Host(relative);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-std::string MachineTest::JobToml(int number, const std::string &more) {
-  return "[registry.'SOFTWARE\\Varnelt\\Relmar\\" + std::to_string(number) + R"(']
-Disk = '\\.\PhysicalDrive0'
-InfDir = 'X:\drivers'
-BootPart = '\\.\PhysicalDrive0\Partition1'
-RootPath = 'D:\'
-BMEFile = 'X:\machine.bme'
-)" + more +
-         "\n";
-}
-
 void MachineTest::CopyExample(const std::string &name, const std::string &relative, const std::string &drive) {
   std::filesystem::copy(std::filesystem::path(VXR_EXAMPLES_DIR) / name, Host(relative),
                         std::filesystem::copy_options::recursive);
   WriteFile(relative + "/" + drive + "/Halcyra/master.ini", kMasterIni);
 }
+
+std::size_t MachineTest::OpenHandles() const { return machine::OpenHandles(); }
+
+std::size_t MachineTest::OpenViews() const { return machine::OpenViews(); }

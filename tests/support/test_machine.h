@@ -1,4 +1,5 @@
-// A described machine in a temporary folder, for tests that run the real code on one.
+// A machine in a folder, for tests that run the real code on one: a described machine or, in the Windows build, the
+// Windows that the test runs on, with the folder's directories as its drives X: and D:.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -19,16 +20,25 @@ struct MachineEvent {
   std::string subject, detail, text;
 };
 
+// First in a test that only a described machine can run: it sets what Windows has of itself, such as the clock, devices
+// or disks, or looks at the machine's reports.
+#ifdef _WIN32
+#define NEEDS_DESCRIBED_MACHINE() GTEST_SKIP() << "needs a described machine"
+#else
+#define NEEDS_DESCRIBED_MACHINE() static_cast<void>(0)
+#endif
+
 // The folder holds ram/ (X:, RAM disk, with Windows\System32, Windows\inf and the product's Halcyra\logs.dir),
 // restored/ (D:, fixed), and machine.toml. The standard machine is a 64-bit 6.1 system, two processors, 8 GiB, with
-// HCDIR set to X:\Halcyra; nothing else until a test adds it.
+// HCDIR set to X:\Halcyra; nothing else until a test adds it. Windows is as it is, but for the drives and HCDIR.
 class MachineTest : public testing::Test {
  protected:
   MachineTest();
   ~MachineTest() override;
 
   // Writes machine.toml (`system` replaces the standard [system] table when not empty; `rest` follows) and opens it,
-  // with the log's level 5 in master.ini. Fails the test when the machine cannot be opened.
+  // with the log's level 5 in master.ini. Fails the test when the machine cannot be opened. On Windows `rest` can hold
+  // nothing but the product's keys of the registry.
   void Open(const std::string &rest = "", const std::string &system = "");
   // The same for a machine file of the folder, as it is; whoever wrote it sees to the log's level.
   void OpenFile(const std::string &relative);
@@ -39,6 +49,14 @@ class MachineTest : public testing::Test {
   std::filesystem::path Host(const std::string &relative) const;
   void WriteFile(const std::string &relative, const std::string &content);
   std::string ReadFile(const std::string &relative) const;
+  // The lines of the log that begin with `prefix`, without it and without the line end; and forgetting what was logged.
+  std::vector<std::string> Lines(const std::string &prefix) const;
+  void ClearLog() { log.clear(); }
+
+  // Handles and mapped views that the code under test has open, the log's file aside.
+  std::size_t OpenHandles() const;
+  std::size_t OpenViews() const;
+
   // Copies an example machine into the folder, as `relative`, with the log's level 5 in the master.ini that it has on
   // its drive `drive`, a directory of the example.
   void CopyExample(const std::string &name, const std::string &relative, const std::string &drive);

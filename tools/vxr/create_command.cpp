@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <array>
-#include <filesystem>
 
 #include "tools/vxr/commands.h"
 #include "tools/vxr/create_record.h"
 #include "tools/vxr/extension_file.h"
+#include "tools/vxr/host_file.h"
 #include "tools/vxr/machine_session.h"
 #include "tools/vxr/output.h"
 #include "vxrcore/vxrcore.h"
@@ -37,7 +37,8 @@ std::string Replaced(const CreateOptions &options, const std::string &hostPath) 
   for (const std::string &argument : {options.machine, options.includes, options.map}) {
     const std::string path = HostPath(argument);
     std::error_code unknown;
-    if (!path.empty() && (path == hostPath || std::filesystem::equivalent(path, hostPath, unknown))) return argument;
+    if (!path.empty() && (path == hostPath || std::filesystem::equivalent(HostFile(path), HostFile(hostPath), unknown)))
+      return argument;
   }
   return "";
 }

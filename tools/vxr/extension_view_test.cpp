@@ -69,7 +69,8 @@ TEST(ExtensionViewTest, HostileImagesAreCapped) {
 TEST(ExtensionViewTest, TextsComeFromTheRecordedCodePage) {
   const auto image = FilledImage('\0');
   std::memcpy(image->Extension.NetInfo.ComputerName, "\x83\x52\xE4", 3);
-  EXPECT_EQ(Document(*image, 932)["names"]["computer"], "コ?") << "a pair, then half of one";
+  // A pair, then half of one, for which Windows has a character of its own.
+  EXPECT_THAT(Document(*image, 932)["names"]["computer"].get<std::string>(), testing::AnyOf("コ?", "コ・"));
   EXPECT_EQ(Document(*image, 1252)["names"]["computer"], "ƒRä");
   VXR_VOLUME volume{};
   const struct {

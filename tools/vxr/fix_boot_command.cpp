@@ -166,9 +166,9 @@ int FixBootCommand(const FixBootOptions &options) {
     PrintError(std::string("no disk is named; give its device name or its image") + kHelp);
     return kExitUsage;
   }
-  if (options.machine.empty() && options.geometry.empty()) {
+  if (kDescribedMachines && options.machine.empty() && options.geometry.empty()) {
     PrintError(std::string("name the disk's machine with --machine, or an image's geometry with --geometry") + kHelp);
     return kExitUsage;
   }
-  return options.machine.empty() ? RepairImage(options) : RepairDisk(options);
+  return options.geometry.empty() ? RepairDisk(options) : RepairImage(options);
 }

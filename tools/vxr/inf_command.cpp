@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -10,6 +9,7 @@
 #include "platform/machine/code_page.h"
 #include "platform/machine/inf_file.h"
 #include "tools/vxr/commands.h"
+#include "tools/vxr/host_file.h"
 #include "tools/vxr/output.h"
 
 using Json = nlohmann::ordered_json;
@@ -18,11 +18,11 @@ namespace {
 
 bool ReadBytes(const std::string &file, std::string *bytes, std::string *reason) {
   std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error)) {
-    *reason = std::filesystem::exists(file, error) ? "is not a file" : "is missing";
+  if (!std::filesystem::is_regular_file(HostFile(file), error)) {
+    *reason = std::filesystem::exists(HostFile(file), error) ? "is not a file" : "is missing";
     return false;
   }
-  std::ifstream in(file, std::ios::binary);
+  std::ifstream in(HostFile(file), std::ios::binary);
   bytes->assign(std::istreambuf_iterator<char>(in), {});
   if (in.bad() || !in.is_open()) {
     *reason = "cannot be read";

@@ -1,9 +1,10 @@
 #include "tools/vxr/machine_session.h"
 
 #include <array>
-#include <filesystem>
 
 #include "platform/machine/code_page.h"
+#include "tools/vxr/commands.h"
+#include "tools/vxr/host_file.h"
 #include "tools/vxr/output.h"
 
 namespace {
@@ -40,6 +41,7 @@ bool IsMachinePath(const std::string &argument) {
 }
 
 std::string MachinePath(const std::string &argument) {
-  if (argument.empty() || IsMachinePath(argument)) return argument;
-  return std::filesystem::absolute(argument).string();
+  if (argument.empty() || (kDescribedMachines && IsMachinePath(argument))) return argument;
+  const std::string path = HostName(std::filesystem::absolute(HostFile(argument)));
+  return kDescribedMachines ? path : machine::Utf8ToAnsi(path, VXRMachine_CodePage());
 }

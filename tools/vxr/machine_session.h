@@ -15,6 +15,6 @@ bool CloseMachine();
 std::string MachineText(const char *text);
 
 // A file argument as the library takes it: a path of the machine when it begins with a drive letter, else the host's,
-// made absolute. Empty stays empty.
+// made absolute; on Windows, where they are the same, in the system's code page. Empty stays empty.
 std::string MachinePath(const std::string &argument);
 bool IsMachinePath(const std::string &argument);

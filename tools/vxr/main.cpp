@@ -1,4 +1,4 @@
-// vxr: runs the library on a described machine, and shows the files it reads.
+// vxr: runs the library on a described machine or, on Windows, on this one; and shows the files it reads.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -7,6 +7,9 @@
 
 #include "tools/vxr/commands.h"
 #include "tools/vxr/output.h"
+#ifdef _WIN32
+#include "tools/vxr/running_machine.h"
+#endif
 
 namespace {
 
@@ -18,9 +21,19 @@ CLI::App *AddCommand(CLI::App *app, const char *name, const char *description) {
   return command;
 }
 
+// The option that names the machine to work on; null when that is always this one.
+CLI::Option *AddMachine(CLI::App *command, std::string *file) {
+  if (!kDescribedMachines) return nullptr;
+  return command->add_option("--machine", *file, "TOML file that describes the machine")->type_name("FILE");
+}
+
+void RequireMachine(CLI::App *command, std::string *file) {
+  if (CLI::Option *machine = AddMachine(command, file)) machine->required();
+}
+
 CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   CLI::App *run = AddCommand(app, "run", "Put drivers into a restored system, or check that they would be found");
-  run->add_option("--machine", options->machine, "TOML file that describes the machine")->required()->type_name("FILE");
+  RequireMachine(run, &options->machine);
   run->add_option("--job", options->job, "Number of the restore job in the machine's registry")
       ->required()
       ->type_name("NUMBER");
@@ -48,15 +61,13 @@ CLI::App *AddInf(CLI::App *app, InfOptions *options) {
 
 CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
   CLI::App *create = AddCommand(app, "create", "Record a machine in an extension file, as at backup time");
-  create->add_option("--machine", options->machine, "TOML file that describes the machine")
-      ->required()
-      ->type_name("FILE");
+  RequireMachine(create, &options->machine);
   create->add_option("file", options->extension, "Extension file to write")->required()->type_name("FILE");
   create->add_option("--includes", options->includes, "Includes file of the backup, which is to list the file")
       ->type_name("FILE");
   create->add_option("--map", options->map, "Map file that gives each volume's name in the backup")->type_name("FILE");
   create->footer(
-      "A file name that begins with a drive letter is a path of the machine.\n"
+      std::string(kDescribedMachines ? "A file name that begins with a drive letter is a path of the machine.\n" : "") +
       "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written;\n"
       "2 for wrong usage or a machine that cannot be opened.");
   return create;
@@ -103,17 +114,18 @@ CLI::App *AddQuery(CLI::App *app, QueryOptions *options) {
 
 CLI::App *AddFixBoot(CLI::App *app, FixBootOptions *options) {
   CLI::App *fix = AddCommand(app, "fix-boot", "Make the boot sector of the active partition agree with its disk");
-  fix->add_option(
-         "disk", options->disk,
-         "With --machine a device name such as \\\\.\\PhysicalDrive0, with --geometry an image or a block device")
+  fix->add_option("disk", options->disk,
+                  kDescribedMachines ? "With --machine a device name such as \\\\.\\PhysicalDrive0, "
+                                       "with --geometry an image or a block device"
+                                     : "Device name, such as \\\\.\\PhysicalDrive0")
       ->required()
       ->type_name("DISK");
-  auto *machine =
-      fix->add_option("--machine", options->machine, "TOML file that describes the machine")->type_name("FILE");
-  auto *geometry =
-      fix->add_option("--geometry", options->geometry,
-                      "Of an image: cylinders, heads, sectors a track, bytes a sector, such as 1044,255,63,512");
-  geometry->type_name("C,H,S,B")->excludes(machine);
+  if (CLI::Option *machine = AddMachine(fix, &options->machine)) {
+    fix->add_option("--geometry", options->geometry,
+                    "Of an image: cylinders, heads, sectors a track, bytes a sector, such as 1044,255,63,512")
+        ->type_name("C,H,S,B")
+        ->excludes(machine);
+  }
   fix->footer(
       "Exit status: 0 when the sector agrees now; 1 when not; 2 for wrong usage or a machine that cannot be opened.");
   return fix;
@@ -140,6 +152,9 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
 }  // namespace
 
 int main(int argc, char **argv) {
+#ifdef _WIN32
+  UseUtf8(&argc, &argv);
+#endif
   CLI::App app("Makes a restored Windows system start on different disk hardware, by injecting drivers offline.",
                "vxr");
   app.set_version_flag("--version", kVersion, "Show the version");

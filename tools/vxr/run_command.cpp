@@ -34,7 +34,9 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
 }  // namespace
 
 int RunCommand(const RunOptions &options) {
+#ifdef SIGPIPE
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
+#endif
   Host host;
   host.showLines = !options.json;
   RunOutcome outcome{};

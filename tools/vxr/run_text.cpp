@@ -26,7 +26,7 @@ void PrintDevices(const RunRecord &record) {
   for (const DeviceRecord &device : record.devices) {
     PrintLine("  " + device.instance);
     if (!device.infFile.empty()) {
-      PrintLine("      " + device.driver + " (" + device.hardwareId + ")");
+      if (!device.driver.empty()) PrintLine("      " + device.driver + " (" + device.hardwareId + ")");
       PrintLine("      from " + device.infFile);
     }
     if (device.failed) {

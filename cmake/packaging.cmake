@@ -1,0 +1,35 @@
+# What is installed, and the packages of it: a zip for Windows, a .deb for Linux.
+#   cpack --preset windows    cpack --preset release
+
+include(GNUInstallDirs)
+if(WIN32)
+  # No described machines there, and no folders that Windows does not know.
+  set(hidden PATTERN machine.h EXCLUDE)
+  set(CMAKE_INSTALL_DOCDIR doc)
+  install(FILES platform/win32/vxrcore.def DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(FILES examples/host/host.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+endif()
+install(TARGETS vxrcore LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/vxrcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${hidden})
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
+install(FILES examples/extension-file/list_volumes.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+set(CPACK_PACKAGE_NAME vxrcore)
+set(CPACK_PACKAGE_VENDOR Varnelt)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Offline driver injection for restored Windows systems")
+set(CPACK_PACKAGE_CHECKSUM SHA256)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_SYSTEM_NAME win64)
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Varnelt <vxrcore@varnelt.example>")
+  set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+include(CPack)

@@ -1,0 +1,79 @@
+# Tests of the Windows build; they run on Windows or, when it is built elsewhere, under Wine. There each finds a registry
+# and drives of its own in the build folder.
+
+set(gtest_force_shared_crt ON)
+set(INSTALL_GTEST OFF)
+add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+
+# The tests' drives X: and D: are directories of this folder.
+set(VXR_TEST_FOLDER ${PROJECT_BINARY_DIR}/drives)
+file(MAKE_DIRECTORY ${VXR_TEST_FOLDER}/ram ${VXR_TEST_FOLDER}/restored)
+set(VXR_TEST_ENVIRONMENT "VXR_TEST_FOLDER=${VXR_TEST_FOLDER}")
+set(VXR_WINE)
+if(CMAKE_CROSSCOMPILING)
+  find_program(VXR_WINE_PROGRAM NAMES wine64 wine HINTS /usr/lib/wine REQUIRED)
+  find_program(VXR_WINESERVER NAMES wineserver HINTS /usr/lib/wine REQUIRED)
+  set(VXR_WINE ${VXR_WINE_PROGRAM})
+  list(APPEND VXR_TEST_ENVIRONMENT "WINEPREFIX=${PROJECT_BINARY_DIR}/wine" WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=)
+
+  # Ended when no more tests are to run.
+  add_test(NAME wine_start COMMAND ${PROJECT_SOURCE_DIR}/tests/support/start_wine.sh ${VXR_WINE} ${VXR_TEST_FOLDER})
+  add_test(NAME wine_end COMMAND sh -c "'${VXR_WINESERVER}' -k || true")
+  set_tests_properties(wine_start wine_end PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" LABELS windows TIMEOUT 120)
+  set_tests_properties(wine_start PROPERTIES FIXTURES_SETUP wine)
+  set_tests_properties(wine_end PROPERTIES FIXTURES_CLEANUP wine)
+endif()
+
+# A test of the Windows build: a program's name or target, its arguments, and any properties behind PROPERTIES.
+function(vxr_windows_run name)
+  add_test(NAME ${name} COMMAND ${VXR_WINE} ${ARGN})
+  # One at a time: they share the registry and the drives.
+  set_tests_properties(${name} PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" TIMEOUT 300 LABELS windows
+                       RUN_SERIAL ON FIXTURES_REQUIRED wine)
+endfunction()
+
+# What unit tests of the Windows build share.
+add_library(vxr_test_support STATIC tests/support/test_machine_win32.cpp tests/support/test_machine_files.cpp
+            tests/support/guarded_memory.cpp)
+file(CREATE_LINK /usr/include/toml++ ${PROJECT_BINARY_DIR}/headers/toml++ SYMBOLIC)
+target_include_directories(vxr_test_support SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/headers)
+target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main PRIVATE shlwapi)
+
+# A program of unit tests and its run.
+function(vxr_windows_test name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE vxr_test_support vxr_extension_view)
+  target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  vxr_windows_run(${name} $<TARGET_FILE:${name}>)
+endfunction()
+
+# Every unit test that needs no described machine, in one program, which links faster than many. It bears the name that
+# tests of the log expect.
+vxr_windows_test(unit_tests
+  bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp device/records_test.cpp engine/base/files_test.cpp
+  engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
+  log/product_test.cpp log/record_dump_test.cpp platform/format_test.cpp platform/machine/inf_file_test.cpp
+  restore/settings_test.cpp tools/vxr/boot_report_test.cpp tools/vxr/boot_report.cpp
+  tools/vxr/extension_view_test.cpp tools/vxr/query_names.cpp tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp
+  tools/vxr/result_codes.cpp tools/vxr/machine_session.cpp tools/vxr/running_machine.cpp tools/vxr/output.cpp
+  volume/volume_test.cpp engine/path_catalogue_test.cpp)
+set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)
+
+# The example for authors of hosts, and what the library and its package are from outside. Their tests are scripts.
+add_executable(host examples/host/host.c)
+add_dependencies(host vxrcore)
+if(CMAKE_CROSSCOMPILING)
+  find_program(VXR_NATIVE vxr PATHS ${PROJECT_SOURCE_DIR}/build/native/tools NO_DEFAULT_PATH
+               DOC "A vxr of the building system, to read what the Windows library wrote")
+  function(vxr_windows_script name)
+    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/${name}.sh ${ARGN})
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" TIMEOUT 120 LABELS windows
+                         RUN_SERIAL ON FIXTURES_REQUIRED wine)
+  endfunction()
+  vxr_windows_script(windows_host_test ${PROJECT_BINARY_DIR} ${VXR_WINE} $<$<BOOL:${VXR_NATIVE}>:${VXR_NATIVE}>)
+  vxr_windows_script(windows_command_line_test ${PROJECT_BINARY_DIR} ${VXR_WINE})
+  vxr_windows_script(windows_library_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+  add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
+           ${PROJECT_SOURCE_DIR})
+  set_tests_properties(package PROPERTIES LABELS windows TIMEOUT 60)
+endif()

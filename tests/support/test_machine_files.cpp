@@ -1,0 +1,43 @@
+// What the fixture does with files, whatever machine it stands on.
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "tests/support/test_machine.h"
+
+std::filesystem::path MachineTest::Host(const std::string &relative) const { return folder / relative; }
+
+void MachineTest::WriteFile(const std::string &relative, const std::string &content) {
+  const std::filesystem::path path = Host(relative);
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << content;
+  file.close();
+  if (!file) ADD_FAILURE() << "cannot write " << path;
+}
+
+std::string MachineTest::ReadFile(const std::string &relative) const {
+  std::ifstream file(Host(relative), std::ios::binary);
+  if (!file) ADD_FAILURE() << "cannot read " << Host(relative);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::vector<std::string> MachineTest::Lines(const std::string &prefix) const {
+  std::vector<std::string> lines;
+  std::istringstream stream(log);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.starts_with(prefix)) lines.push_back(line.substr(prefix.size()));
+  }
+  return lines;
+}
+
+std::string MachineTest::JobToml(int number, const std::string &more) {
+  return "[registry.'SOFTWARE\\Varnelt\\Relmar\\" + std::to_string(number) + R"(']
+Disk = '\\.\PhysicalDrive0'
+InfDir = 'X:\drivers'
+BootPart = '\\.\PhysicalDrive0\Partition1'
+RootPath = 'D:\'
+BMEFile = 'X:\machine.bme'
+)" + more +
+         "\n";
+}

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# vxr.exe under Wine: the commands of the described machines, without a machine to name.
+#   windows_command_line_test.sh BUILD WINE
+set -u
+
+build=$1
+wine=$2
+work=$(mktemp -d)
+windows="Z:${work//\//\\}"
+computer='HKLM\SYSTEM\CurrentControlSet\Enum\Root\ACPI_HAL\0000'
+product='HKLM\SOFTWARE\Varnelt\Halcyra'
+failures=0
+export LC_ALL=C.UTF-8 # of the file names below
+
+fail() {
+  echo "FAILED: $*"
+  failures=$((failures + 1))
+}
+
+registry() { "$wine" reg "$@" /f >"$work/reg.log" 2>&1 || fail "reg $*: $(cat "$work/reg.log")"; }
+
+clean() {
+  registry delete "$computer"
+  registry delete 'HKLM\SOFTWARE\Varnelt'
+  rm -rf "$work"
+}
+trap clean EXIT
+
+registry add "$computer" /v HardwareID /t REG_MULTI_SZ /d acpiapic_mp
+registry add "$computer" /v ClassGUID /d '{4D36E966-E325-11CE-BFC1-08002BE10318}'
+registry add "$product" /v HCDIR /d "$windows\\product"
+mkdir -p "$work/product/logs.dir"
+printf '[Version]\nSignature = "$Windows NT$"\nProvider = Maker\n' >"$work/größe.inf"
+cd "$work" || exit 1
+
+# Exit status, a pattern of the output or, when nothing is on standard output, of the complaint, arguments.
+while IFS='|' read -r status pattern words; do
+  # shellcheck disable=SC2086
+  "$wine" "$build/vxr.exe" $words >out 2>err </dev/null
+  got=$?
+  [[ -s out ]] || grep '^vxr: ' err >out
+  [[ $got -eq $status ]] || fail "vxr $words: exit status $got, not $status"
+  tr -d '\r' <out | grep -qE -- "$pattern" || fail "vxr $words: no \"$pattern\" in: $(cat out err)"
+done <<'CASES'
+0|^vxr [0-9]|--version
+2|--job is required; see vxr run --help|run
+2|were not expected: .*--machine|run --machine m.toml --job 1
+2|were not expected: .*--geometry|fix-boot disk.img --geometry 1,1,1,512
+0|^größe.bme: 80,332 bytes, hot|create größe.bme --includes Ä.ini
+0|Listed in Ä.ini|create größe.bme --includes Ä.ini
+2|would replace größe.bme|create größe.bme --map größe.bme
+9|no such directory|create nowhere\x.bme
+0|^größe.bme$|show größe.bme
+0|^[A-Za-z0-9-]+$|query größe.bme network Name
+0|^Provider = Maker$|inf größe.inf
+1|fehlt.inf: is missing|inf fehlt.inf
+8|^ +Log: Z:.*.logs.dir.vxr-vxr-[0-9]*.log$|run --job 3
+8|"log_file": "Z:|run --job 3 --json
+1|PhysicalDrive99: there is no such disk|fix-boot \\.\PhysicalDrive99
+CASES
+iconv -f cp1252 Ä.ini | tr -d '\r' | grep -qxF "Item0=$windows\\größe.bme" ||
+  fail "the includes file names no größe.bme"
+
+[[ $failures -eq 0 ]] || exit 1
+echo "all as expected"
