@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "log/scope_guard.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/hive_check.h"
 #include "platform/machine/machine.h"
@@ -64,7 +65,9 @@ KeyPath CurrentControlSet() {
 
 KeyPath FollowLink(const KeyPath &key) {
   if (!BeginsWith(key, kLink)) return key;
-  return JoinKeyPaths(CurrentControlSet(), KeyPathBelow(key, kLink.size()));
+  auto &known = Registry().controlSet;
+  if (!known || known->first != Registry().changes) known.emplace(Registry().changes, CurrentControlSet());
+  return JoinKeyPaths(known->second, KeyPathBelow(key, kLink.size()));
 }
 
 void MakeOverlayKey(const KeyPath &key) {
@@ -77,6 +80,7 @@ void PutOverlay(const KeyPath &key, StoredValue value) {
   const KeyPath real = FollowLink(key);
   MakeOverlayKey(real);
   PutValue(&Registry().overlay[real.folded], std::move(value));
+  ++Registry().changes;
 }
 
 struct DataToStored {
@@ -135,6 +139,7 @@ bool OpenRunningHive(const HiveFile &described, std::string *error) {
     return false;
   }
   Registry().hives.push_back(std::move(mounted));
+  ++Registry().changes;
   return true;
 }
 
@@ -180,7 +185,7 @@ LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *
 }
 
 LSTATUS SetValue(const KeyPath &given, StoredValue value) {
-  ++Registry().changes;
+  const ScopeGuard change([] { ++Registry().changes; });  // behind the change, since the link is followed before it
   const KeyPath key = FollowLink(given);
   const auto over = Registry().overlay.find(key.folded);
   const bool isOver = over != Registry().overlay.end();

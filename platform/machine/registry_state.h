@@ -4,7 +4,9 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/machine/hive.h"
@@ -26,6 +28,8 @@ using OverlayKeys = std::map<FoldedPath, std::vector<StoredValue>>;
 struct RegistryState {
   bool open = false;
   std::uint64_t changes = 0;
+  // Where SYSTEM\CurrentControlSet leads, while nothing changed: every question about a device passes through it.
+  std::optional<std::pair<std::uint64_t, KeyPath>> controlSet;
   OverlayKeys overlay;
   std::vector<MountedHive> hives;
 };
