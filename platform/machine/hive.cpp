@@ -11,6 +11,7 @@
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 
 namespace machine {
 namespace {

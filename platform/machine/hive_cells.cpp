@@ -4,6 +4,7 @@
 
 #include "platform/machine/hive.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 
 namespace machine {
 namespace {

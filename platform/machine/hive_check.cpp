@@ -10,6 +10,8 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/machine/little_endian.h"
+
 namespace machine {
 namespace {
 
@@ -127,18 +129,6 @@ std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t siz
     size -= static_cast<std::size_t>(got);
   }
   return "";
-}
-
-std::uint32_t ReadLe32(const void *at) {
-  std::uint8_t b[4];
-  std::memcpy(b, at, sizeof b);
-  return b[0] | std::uint32_t{b[1]} << 8 | std::uint32_t{b[2]} << 16 | std::uint32_t{b[3]} << 24;
-}
-
-void WriteLe32(void *at, std::uint32_t number) {
-  const std::uint8_t b[4] = {static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(number >> 8),
-                             static_cast<std::uint8_t>(number >> 16), static_cast<std::uint8_t>(number >> 24)};
-  std::memcpy(at, b, sizeof b);
 }
 
 std::uint32_t PlainXor(const void *baseBlock) {

@@ -22,9 +22,6 @@ struct HiveFacts {
 // Reads exactly `size` bytes at a file offset. Empty, or the reason in one line for people.
 std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size);
 
-std::uint32_t ReadLe32(const void *at);
-void WriteLe32(void *at, std::uint32_t number);
-
 // XOR of the 127 words before the checksum.
 std::uint32_t PlainXor(const void *baseBlock);
 // The checksum that Windows stores for it: the XOR, but 0xFFFFFFFE for 0xFFFFFFFF and 1 for 0.

@@ -15,6 +15,7 @@
 #include "platform/machine/file_time.h"
 #include "platform/machine/hive.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
 
 namespace machine {

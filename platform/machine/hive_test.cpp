@@ -14,6 +14,7 @@
 #include "platform/machine/descriptor.h"
 #include "platform/machine/fault.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 #include "platform/machine/registry.h"
 #include "tests/support/hive_builder.h"
 #include "tests/support/hive_reader.h"

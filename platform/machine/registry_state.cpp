@@ -8,7 +8,7 @@
 
 #include "log/scope_guard.h"
 #include "platform/machine/code_page.h"
-#include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
 
 namespace machine {
