@@ -51,6 +51,8 @@ else()
     platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
     platform/machine/registry.cpp
     platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
+    platform/machine/base_block.cpp platform/machine/file_bytes.cpp platform/machine/marvin.cpp
+    platform/machine/hive_log.cpp platform/machine/hive_logs.cpp platform/machine/hive_recovery.cpp
     platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
     platform/machine/hive_mount.cpp platform/machine/hive_cells.cpp
     platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp

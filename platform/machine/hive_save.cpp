@@ -2,6 +2,7 @@
 // whole under the hive's name.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -9,9 +10,11 @@
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_bytes.h"
 #include "platform/machine/file_time.h"
 #include "platform/machine/hive.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/hive_logs.h"
 #include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
 #include "platform/machine/replace_file.h"
@@ -66,20 +69,32 @@ std::uint64_t FileTimeNow() {
   return TicksOf(FileTimeOf(seconds, 0));
 }
 
-// libhivex leaves the last written time, by which an old log beside the hive could still be taken to belong to it, and
-// stores a checksum that Windows rejects when the XOR is 0 or 0xFFFFFFFF.
-bool FinishBaseBlock(int file, std::string *reason) {
-  std::uint8_t block[kChecksumOffset + 4], time[8];
-  const std::uint64_t now = FileTimeNow();
-  WriteLe32(time, static_cast<std::uint32_t>(now));
-  WriteLe32(time + 4, static_cast<std::uint32_t>(now >> 32));
-  bool good = pread(file, block, sizeof block, 0) == sizeof block;
-  std::memcpy(block + kTimeOffset, time, sizeof time);
-  WriteLe32(block + kChecksumOffset, HiveChecksum(PlainXor(block)));
-  good = good && pwrite(file, block, sizeof block, 0) == sizeof block;
-  good = good && pwrite(file, time, sizeof time, kFirstBinTime) == sizeof time;
-  if (!good) *reason = ErrnoReason("the new file cannot be written");
-  return good;
+// The time of this write. A log of the old format belongs to the hive that has its time: none must have this one.
+std::uint64_t NewTime(const std::vector<HiveLog> &logs) {
+  std::uint64_t time = FileTimeNow();
+  const auto isTaken = [&time](const HiveLog &log) { return log.head.time == time; };
+  while (std::any_of(logs.begin(), logs.end(), isTaken)) ++time;
+  return time;
+}
+
+// What libhivex does not know of: sequence numbers and a time that put every log beside the hive behind it, the two
+// checksums that are not the plain XOR; and nothing behind the last bin.
+std::string FinishNewHive(const Hive &hive, int file) {
+  std::uint8_t head[kLogHeadSize], time[8];
+  std::string reason = ReadAt(file, 0, head, sizeof head);
+  if (!reason.empty()) return reason;
+  const std::uint32_t number = NextNumber(hive.head, hive.logs);
+  WriteLe64(time, NewTime(hive.logs));
+  WriteLe32(head + kPrimaryOffset, number);
+  WriteLe32(head + kSecondaryOffset, number);
+  std::memcpy(head + kTimeOffset, time, sizeof time);
+  SealBaseBlock(head);
+  reason = WriteAt(file, 0, head, sizeof head);
+  if (reason.empty()) reason = WriteAt(file, kFirstBinTime, time, sizeof time);
+  const off_t end = static_cast<off_t>(kBaseBlockSize + std::uint64_t{ReadLe32(head + kBinsSizeOffset)});
+  if (reason.empty() && ftruncate(file, end) != 0) reason = ErrnoReason("cannot be cut to its size");
+  BaseBlock written;
+  return reason.empty() ? CheckHive(file, hive.state.binsSize, CellCheck::kAll, &written) : reason;
 }
 
 // Writes the new hive to the new file.
@@ -92,14 +107,10 @@ bool WriteNewHive(const Hive &hive, const NewFile &created, std::uint64_t *size,
     *reason = ErrnoReason("the new file cannot be written");
     return false;
   }
-  if (!FinishBaseBlock(created.file.fd, reason)) return false;
-  HiveFacts facts;
-  if (const std::string wrong = CheckHive(created.file.fd, hive.binsSize, &facts); !wrong.empty()) {
-    *reason = "the new file " + wrong;
-    return false;
-  }
-  *size = facts.size;
-  return true;
+  std::string wrong = FinishNewHive(hive, created.file.fd);
+  if (wrong.empty()) wrong = RegularFileSize(created.file.fd, size);
+  if (!wrong.empty()) *reason = "the new file " + wrong;
+  return wrong.empty();
 }
 
 bool Replace(const Hive &hive, NewFile *created, std::string *reason) {
@@ -116,7 +127,8 @@ bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   *size = 0;
   if (hive->changes.empty()) return true;
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
-  *reason = CheckReplacedCells(hive);
+  *reason = ReadHiveLogs(&hive->logs);
+  if (reason->empty()) *reason = CheckReplacedCells(hive);
   if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
 
   // The lock on the hive keeps other runs from the name.
