@@ -1,7 +1,7 @@
 # Unit tests stand beside their sources, one program a folder; the label says which need a described machine.
 
 add_library(vxr_test_support STATIC tests/support/test_machine.cpp tests/support/test_machine_files.cpp
-            tests/support/guarded_memory.cpp tests/support/hive_builder.cpp)
+            tests/support/guarded_memory.cpp tests/support/hive_builder.cpp tests/support/hive_log_builder.cpp)
 target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main)
 

@@ -50,17 +50,20 @@ std::string RegularFileSize(int file, std::uint64_t *size) {
   return "";
 }
 
-std::string CopyToMemory(int file, std::uint64_t size, Descriptor *copy) {
-  *copy = Descriptor(memfd_create("hive", MFD_CLOEXEC));
-  if (!*copy) return ErrnoReason("cannot be copied into memory");
+std::string CopyBytes(int file, std::uint64_t size, int to) {
   off_t at = 0;
   while (static_cast<std::uint64_t>(at) < size) {
-    const ssize_t moved = sendfile(copy->fd, file, &at, size - static_cast<std::uint64_t>(at));
+    const ssize_t moved = sendfile(to, file, &at, size - static_cast<std::uint64_t>(at));
     if (moved < 0 && errno == EINTR) continue;
-    if (moved < 0) return ErrnoReason("cannot be copied into memory");
+    if (moved < 0) return ErrnoReason("cannot be copied");
     if (moved == 0) return "became shorter while it was read; let nothing else change it";
   }
   return "";
+}
+
+std::string CopyToMemory(int file, std::uint64_t size, Descriptor *copy) {
+  *copy = Descriptor(memfd_create("hive", MFD_CLOEXEC));
+  return *copy ? CopyBytes(file, size, copy->fd) : ErrnoReason("cannot be copied into memory");
 }
 
 }  // namespace machine

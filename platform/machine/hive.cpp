@@ -35,6 +35,7 @@ std::string OpenLocked(Hive *hive, HiveUse use) {
     hive->file =
         Descriptor(openat(hive->directory.fd, hive->name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!hive->file && errno == ELOOP) return "is a symbolic link; name the hive file itself";
+    if (!hive->file && errno == ENOENT) return "does not exist; correct the path";
     if (!hive->file) return std::string("cannot be opened: ") + std::strerror(errno);
     if (flock(hive->file.fd, (use == HiveUse::kChange ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) return "is in use by another run; wait for its end, then run again";

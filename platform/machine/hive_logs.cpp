@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "platform/machine/file_bytes.h"
+#include "platform/machine/fold_name.h"
 #include "platform/machine/listing.h"
-#include "platform/machine/path_syntax.h"
 
 namespace machine {
 namespace {

@@ -168,6 +168,13 @@ std::string ApplyEntry(const HiveLog &log, const LogEntry &entry, int file) {
   return reason;
 }
 
+// The old format knows its hive by the time of the last write. The recovered hive has the least other one, so that the
+// log no longer fits, should they meet again.
+std::string MoveTime(std::uint8_t *head, int file) {
+  WriteLe64(head + kTimeOffset, ReadLe64(head + kTimeOffset) + 1);
+  return WriteAt(file, kFirstBinTime, head + kTimeOffset, 8);
+}
+
 }  // namespace
 
 Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const std::vector<HiveLog> &logs) {
@@ -212,6 +219,8 @@ std::string ApplyRecovery(const Recovery &recovery, int file) {
       }
     }
   }
+  if (recovery.applied.back()->format == LogFormat::kOld) reason = MoveTime(head, file);
+  if (!reason.empty()) return reason;
   WriteLe32(head + kPrimaryOffset, recovery.number);
   WriteLe32(head + kSecondaryOffset, recovery.number);
   SealBaseBlock(head);
