@@ -62,8 +62,9 @@ vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/
          platform/machine/windows_test.cpp tests/c_headers.c)
 
 # The machine's registry and hive files; values and hive mounting of the logic.
-target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp)
-vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp)
+target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp tests/support/hive_structure.cpp)
+vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp
+         platform/machine/hive_recovery_test.cpp)
 vxr_test(registry_test machine registry/values_test.cpp registry/hive_test.cpp)
 
 # The INF reader and what chooses among models sections.

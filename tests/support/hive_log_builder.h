@@ -1,6 +1,7 @@
 // Transaction logs of hives, for tests.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
