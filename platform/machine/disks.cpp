@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/machine/access.h"
+#include "platform/machine/answer.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/device_tree.h"
 #include "platform/machine/handles.h"
@@ -93,9 +94,7 @@ HANDLE OpenDisk(const Disk &disk, DWORD access) {
   DiskHandle handle = {disk.number, {}, disk.bytes};
   const bool transfers = GrantsReading(access) || GrantsWriting(access);
   const DWORD error = transfers ? OpenImage(disk, access, &handle.image) : NO_ERROR;
-  if (error == NO_ERROR) return AddHandle(std::move(handle));
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
+  return error == NO_ERROR ? AddHandle(std::move(handle)) : FailOpen(error);
 }
 
 DWORD AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {

@@ -7,11 +7,6 @@
 namespace machine {
 namespace {
 
-HANDLE FailOpen(DWORD error) {
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
-}
-
 // The drive whose volume a GUID path without trailing backslash names. With one it is the volume's root directory.
 const Drive *FindVolume(std::string_view name) {
   return name.ends_with('\\') ? nullptr : FindDrive(std::string(name) + '\\');
