@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "platform/machine/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -58,29 +57,6 @@ TEST_F(RecordsTest, ClassOfEachType) {
     EXPECT_STREQ(VXRDev_GetClassStringByType(c.type).get(), c.name);
   }
 }
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(RecordsTest, TextsThatCannotBeMadeAreNull) {
-  const auto failing = [this](const char *call, unsigned nth, HeapText (*make)()) {
-    log.clear();
-    machine::SetFaultPlan({call, nth, false, 31});
-    EXPECT_EQ(make(), nullptr);
-    EXPECT_EQ(machine::FaultsMet(), 1u);
-    machine::SetFaultPlan({});
-    return Essence();
-  };
-  const auto guid = [] { return VXRDev_GetGuidStringByType(0, TRUE); };
-  const auto name = [] { return VXRDev_GetClassStringByType(0); };
-  EXPECT_EQ(failing("HeapAlloc", 1, guid),
-            "VXRDev_GetGuidString:AllocHeap(40 bytes) failed for szGuid!\n"
-            "VXRDev_GetGuidStringByType:VXRDev_GetGuidString() failed!\n");
-  EXPECT_EQ(failing("SetupDiClassNameFromGuidA", 1, name),
-            "VXRDev_GetClassStringByType:SetupDiClassNameFromGuid() failed to get size\n");
-  EXPECT_EQ(failing("HeapAlloc", 1, name), "VXRDev_GetClassStringByType:AllocHeap(10 bytes) failed to get size\n");
-  EXPECT_EQ(failing("SetupDiClassNameFromGuidA", 2, name),
-            "VXRDev_GetClassStringByType:SetupDiClassNameFromGuid() failed!ec=0x0000001f\n");
-}
-#endif
 
 TEST_F(RecordsTest, ReleasesTheWholeChainInnermostFirst) {
   const char matched[] = "PCI\\VEN_1000";

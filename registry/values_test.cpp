@@ -176,22 +176,4 @@ TEST_F(Values, WritesAValueAndMakesItsKey) {
   }
 }
 
-TEST_F(Values, AHiveValueGoesBelowItsControlSet) {
-  Open("[registry.'SYSTEM_ORG\\Select']\nCurrent = 2\n");
-  const DWORD start = 3;
-  EXPECT_TRUE(VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, "abc", "Start", &start, REG_DWORD, sizeof start));
-  DWORD type = 0, size = 0;
-  const HeapText data =
-      VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, "SYSTEM_ORG\\ControlSet002\\Services\\abc", "Start", &type, &size);
-  ASSERT_NE(data, nullptr);
-  EXPECT_EQ(size, 4u);
-  log.clear();
-  EXPECT_FALSE(VXRReg_SetRegValueToHive(99, "abc", "Start", &start, REG_DWORD, sizeof start));
-  EXPECT_THAT(LinesOf("VXRReg_SetRegValueToHive"), testing::Contains("ERROR:VXRReg_GetKeyNameByType(type=99)"));
-  machine::SetFaultPlan({"RegSetValueExA", 1, false, 0});
-  EXPECT_FALSE(VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, "abc", "Start", &start, REG_DWORD, sizeof start));
-  EXPECT_THAT(LinesOf("VXRReg_SetRegValueToHive"),
-              testing::Contains("ERROR:VXRReg_SetRegistryValue(SYSTEM_ORG\\ControlSet002\\Services\\abc\\Start)"));
-}
-
 }  // namespace

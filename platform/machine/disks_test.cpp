@@ -130,22 +130,6 @@ TEST_F(DisksTest, TransferTheirSectorsAndNoOthers) {
   EXPECT_TRUE(CloseHandle(disk));
 }
 
-TEST_F(DisksTest, ReachBeyondFourGibibytes) {
-  std::filesystem::resize_file(Host("disk.img"), 0x200000000ull + 2 * kSector);
-  Open(kDisk0);
-  const HANDLE disk = OpenDisk(GENERIC_READ | GENERIC_WRITE);
-  LONG high = 2;
-  EXPECT_EQ(SetFilePointer(disk, kSector, &high, FILE_BEGIN), kSector);
-  EXPECT_TRUE(platform::WriteFile(disk, std::string(kSector, 'X').data(), kSector, nullptr, nullptr));
-  EXPECT_FALSE(platform::WriteFile(disk, std::string(kSector, 'X').data(), kSector, nullptr, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_SECTOR_NOT_FOUND);
-  EXPECT_TRUE(CloseHandle(disk));
-  std::string found(kSector, '\0');
-  const machine::Descriptor image(::open(Host("disk.img").c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(::pread(image.fd, found.data(), kSector, 0x200000000 + kSector), static_cast<ssize_t>(kSector));
-  EXPECT_EQ(found, std::string(kSector, 'X'));
-}
-
 TEST_F(DisksTest, RefuseOtherThanWholeSectorsOfTheirs) {
   std::filesystem::resize_file(Host("disk.img"), 8 * kSector + 100);
   Open(
