@@ -77,17 +77,9 @@ constexpr Request<Disk> kRequests[] = {
 
 }  // namespace
 
-const Disk *FindDisk(DWORD number) {
-  const Description *machine = Current();
-  if (machine == nullptr) return nullptr;
-  const auto found = std::find_if(machine->disks.begin(), machine->disks.end(),
-                                  [=](const Disk &disk) { return disk.number == number; });
-  return found == machine->disks.end() ? nullptr : &*found;
-}
-
 const Disk *FindDisk(std::string_view name) {
   const std::optional<DWORD> number = DiskNumber(name);
-  return number ? FindDisk(*number) : FindDiskByInterface(name);
+  return number ? FindDiskByNumber(*number) : FindDiskByInterface(name);
 }
 
 HANDLE OpenDisk(const Disk &disk, DWORD access) {
@@ -98,7 +90,7 @@ HANDLE OpenDisk(const Disk &disk, DWORD access) {
 }
 
 DWORD AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {
-  return AnswerRequest(kRequests, FindDisk(number), code, answer);
+  return AnswerRequest(kRequests, FindDiskByNumber(number), code, answer);
 }
 
 }  // namespace machine

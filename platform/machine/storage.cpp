@@ -21,7 +21,7 @@ bool IsDeviceName(std::string_view name) {
 
 HANDLE OpenDevice(std::string_view name, DWORD access, DWORD disposition) {
   const Disk *disk = FindDisk(name);
-  const Drive *volume = FindVolume(name);
+  const Drive *volume = disk == nullptr ? FindVolume(name) : nullptr;
   if (disk == nullptr && volume == nullptr) {
     return FailOpen(FindDrive(name) != nullptr ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
   }
