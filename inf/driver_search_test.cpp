@@ -17,9 +17,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kDirectory[] = "X:\\drivers";
-constexpr char kId[] = R"(PCI\VEN_1000&DEV_0030)";
-
 // Everything that a model line needs to be installed in verification mode.
 constexpr char kInstall[] = R"(
 [Inst]

@@ -14,9 +14,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kDirectory[] = "X:\\drivers";
-constexpr char kId[] = R"(PCI\VEN_1000&DEV_0030)";
-
 class InstallSection : public DriverJobTest {
  protected:
   // One install section of an INF file with this body.

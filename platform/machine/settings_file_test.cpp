@@ -26,14 +26,6 @@ struct SettingsTest : MachineTest {
   static DWORD Write(const char *section, const char *key, const char *value, const char *file = "X:\\s.ini") {
     return platform::WritePrivateProfileStringA(section, key, value, file) ? NO_ERROR : platform::GetLastError();
   }
-
-  std::vector<std::string> Names(const std::string &directory) const {
-    std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(Host(directory))) {
-      names.push_back(entry.path().filename());
-    }
-    return names;
-  }
 };
 
 // UTF-16LE with its mark.
