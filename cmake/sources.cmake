@@ -34,11 +34,12 @@ add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/i
 
 # What stands behind platform.h: Windows itself, or the described machine.
 if(WIN32)
-  add_library(vxr_platform STATIC platform/win32/calls.cpp)
+  add_library(vxr_platform STATIC platform/win32/calls.cpp platform/format.cpp)
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
   add_library(vxr_platform STATIC
-    platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
+    platform/machine/heap.cpp platform/machine/errors.cpp platform/format.cpp platform/machine/wide_text.cpp
+    platform/machine/fault.cpp
     platform/machine/machine.cpp platform/machine/description.cpp platform/machine/setup_class.cpp
     platform/machine/facts.cpp
     platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp

@@ -41,7 +41,7 @@ vxr_test(field_reader_test machine inf/field_reader_test.cpp)
 
 # Files, disks and processes of the described machine.
 vxr_test(machine_files_test machine platform/machine/paths_test.cpp platform/machine/files_test.cpp
-         platform/machine/disks_test.cpp platform/machine/volumes_test.cpp platform/machine/copy_test.cpp
+         platform/release_test.cpp platform/machine/disks_test.cpp platform/machine/volumes_test.cpp platform/machine/copy_test.cpp
          platform/machine/search_test.cpp platform/machine/processes_test.cpp)
 
 # The log and its dumps.
