@@ -3,33 +3,10 @@
 #   windows_command_line_test.sh BUILD WINE
 set -u
 
-build=$1
-wine=$2
-work=$(mktemp -d)
-windows="Z:${work//\//\\}"
-computer='HKLM\SYSTEM\CurrentControlSet\Enum\Root\ACPI_HAL\0000'
-product='HKLM\SOFTWARE\Varnelt\Halcyra'
-failures=0
+. "$(dirname "$0")/support/windows_host.sh"
 export LC_ALL=C.UTF-8 # of the file names below
 
-fail() {
-  echo "FAILED: $*"
-  failures=$((failures + 1))
-}
-
-registry() { "$wine" reg "$@" /f >"$work/reg.log" 2>&1 || fail "reg $*: $(cat "$work/reg.log")"; }
-
-clean() {
-  registry delete "$computer"
-  registry delete 'HKLM\SOFTWARE\Varnelt'
-  rm -rf "$work"
-}
-trap clean EXIT
-
-registry add "$computer" /v HardwareID /t REG_MULTI_SZ /d acpiapic_mp
-registry add "$computer" /v ClassGUID /d '{4D36E966-E325-11CE-BFC1-08002BE10318}'
-registry add "$product" /v HCDIR /d "$windows\\product"
-mkdir -p "$work/product/logs.dir"
+registry add 'HKLM\SOFTWARE\Varnelt\Halcyra' /v HCDIR /d "$windows\\product"
 printf '[Version]\nSignature = "$Windows NT$"\nProvider = Maker\n' >"$work/größe.inf"
 cd "$work" || exit 1
 
