@@ -1,7 +1,7 @@
 # Tests of the Windows build; they run on Windows or, when it is built elsewhere, under Wine. There each finds a registry
 # and drives of its own in the build folder.
 
-set(gtest_force_shared_crt ON)
+set(CMAKE_POLICY_DEFAULT_CMP0077 NEW) # so that the next line counts
 set(INSTALL_GTEST OFF)
 add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
@@ -81,7 +81,8 @@ if(CMAKE_CROSSCOMPILING)
     set_tests_properties(${name} PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" TIMEOUT 600 LABELS windows)
   endfunction()
   vxr_windows_script(windows_host_test ${PROJECT_BINARY_DIR} ${VXR_WINE} ${VXR_NATIVE_PROGRAM})
-  vxr_windows_script(windows_command_line_test ${PROJECT_BINARY_DIR} ${VXR_WINE})
+  vxr_windows_script(windows_command_line_test ${PROJECT_BINARY_DIR} ${VXR_WINE} ${VXR_NATIVE_PROGRAM}
+                     ${PROJECT_SOURCE_DIR})
   vxr_windows_script(windows_library_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
   vxr_windows_script(windows_rebuild_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_COMMAND})
   set_tests_properties(windows_host_test windows_command_line_test PROPERTIES RESOURCE_LOCK wine FIXTURES_REQUIRED wine)

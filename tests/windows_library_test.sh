@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# vxrcore.dll as a file: what it exports and imports, that its calls go straight to Windows; and what vxr.exe imports.
+# vxrcore.dll as a file: what it exports and imports, that its calls go straight to Windows, its version; and what vxr.exe
+# imports and declares.
 #   windows_library_test.sh BUILD SOURCE
 set -u
 
@@ -76,6 +77,8 @@ PERL
 for text in VS_VERSION_INFO Varnelt vxrcore.dll "$(sed -n 's/^project(vxrcore VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")"; do
   ${tool}strings -e l "$dll" | grep -qxF "$text" || fail "no \"$text\" in the version resource"
 done
+
+grep -qF 'supportedOS Id="{8e0f7a12-' "$build/vxr.exe" || fail "vxr.exe has no manifest: Windows 10 would tell it that it is 6.2"
 
 [[ $failures -eq 0 ]] || exit 1
 echo "all as expected"
