@@ -37,6 +37,14 @@ if(WIN32)
   add_library(vxr_platform STATIC platform/win32/calls.cpp platform/format.cpp)
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
+  # Hive files, their logs and what is in them, without a machine: the command line shows them too.
+  add_library(vxr_hive_file STATIC
+    platform/machine/base_block.cpp platform/machine/file_bytes.cpp platform/machine/marvin.cpp
+    platform/machine/hive_log.cpp platform/machine/hive_logs.cpp platform/machine/hive_recovery.cpp
+    platform/machine/hive_check.cpp platform/machine/hive.cpp platform/machine/registry_path.cpp
+    platform/machine/registry_value.cpp platform/machine/fold_name.cpp platform/machine/listing.cpp)
+  target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX)
+  set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC
     platform/machine/heap.cpp platform/machine/errors.cpp platform/format.cpp platform/machine/wide_text.cpp
     platform/machine/fault.cpp
@@ -44,16 +52,15 @@ else()
     platform/machine/facts.cpp
     platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
     platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
-    platform/machine/path_syntax.cpp platform/machine/listing.cpp platform/machine/handles.cpp
+    platform/machine/path_syntax.cpp platform/machine/handles.cpp
     platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
     platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
     platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
     platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
     platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
     platform/machine/registry.cpp
-    platform/machine/registry_state.cpp platform/machine/registry_path.cpp platform/machine/registry_value.cpp
-    platform/machine/hive.cpp platform/machine/hive_check.cpp platform/machine/hive_save.cpp
-    platform/machine/hive_mount.cpp platform/machine/hive_cells.cpp
+    platform/machine/registry_state.cpp platform/machine/hive_save.cpp platform/machine/hive_mount.cpp
+    platform/machine/hive_cells.cpp
     platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp
     platform/machine/device_set.cpp platform/machine/devices.cpp platform/machine/decoration.cpp
     platform/machine/driver_match.cpp platform/machine/driver_version.cpp platform/machine/drivers.cpp)
@@ -62,7 +69,7 @@ endif()
 
 add_library(vxr_everything INTERFACE)
 list(JOIN VXR_LOGIC_ARCHIVES "," archives)
-target_link_libraries(vxr_everything INTERFACE "$<LINK_GROUP:RESCAN,${archives},vxr_platform,vxr_inf_file>")
+target_link_libraries(vxr_everything INTERFACE "$<LINK_GROUP:RESCAN,${archives},vxr_platform,${VXR_HIVE_FILE}vxr_inf_file>")
 
 # The whole archives, so that the exported functions are in; the rest stays inside: by hidden visibility, on Windows by
 # the list of what is exported.
@@ -79,7 +86,8 @@ if(WIN32)
   target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
 else()
   target_sources(vxrcore PRIVATE cmake/version.c)
-  target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>")
+  target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
+                        "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
   target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,libstdc++.a)
   set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
 endif()

@@ -1,7 +1,7 @@
 # Unit tests stand beside their sources, one program a folder; the label says which need a described machine.
 
 add_library(vxr_test_support STATIC tests/support/test_machine.cpp tests/support/test_machine_files.cpp
-            tests/support/guarded_memory.cpp tests/support/hive_builder.cpp)
+            tests/support/guarded_memory.cpp tests/support/hive_builder.cpp tests/support/hive_log_builder.cpp)
 target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main)
 
@@ -41,8 +41,9 @@ vxr_test(field_reader_test machine inf/field_reader_test.cpp)
 
 # Files, disks and processes of the described machine.
 vxr_test(machine_files_test machine platform/machine/paths_test.cpp platform/machine/files_test.cpp
-         platform/release_test.cpp platform/machine/disks_test.cpp platform/machine/volumes_test.cpp platform/machine/copy_test.cpp
-         platform/machine/search_test.cpp platform/machine/processes_test.cpp)
+         platform/release_test.cpp platform/machine/disks_test.cpp platform/machine/volumes_test.cpp
+         platform/machine/copy_test.cpp platform/machine/replace_file_test.cpp platform/machine/search_test.cpp
+         platform/machine/processes_test.cpp)
 
 # The log and its dumps.
 vxr_test(log_test machine log/log_test.cpp log/product_test.cpp log/dump_test.cpp log/record_dump_test.cpp)
@@ -62,8 +63,9 @@ vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/
          platform/machine/windows_test.cpp tests/c_headers.c)
 
 # The machine's registry and hive files; values and hive mounting of the logic.
-target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp)
-vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp)
+target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp tests/support/hive_structure.cpp)
+vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp
+         platform/machine/hive_recovery_test.cpp)
 vxr_test(registry_test machine registry/values_test.cpp registry/hive_test.cpp)
 
 # The INF reader and what chooses among models sections.
@@ -75,7 +77,7 @@ vxr_test(setup_library_test machine platform/machine/inf_calls_test.cpp platform
 vxr_test(command_line_unit_test unit tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp tools/vxr/result_codes.cpp
          tools/vxr/machine_session.cpp tools/vxr/output.cpp)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
-         ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension>)
+         ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
 
 # The boot-sector repair: on small images, what the command line says of it, and on disks that other tools made.

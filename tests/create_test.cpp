@@ -494,7 +494,9 @@ TEST_P(CreateFaultLoopTest, NoFailureCrashesLeaksOrSpoilsTheIncludesFile) {
       EXPECT_EQ(std::filesystem::file_size(Host("protected/machine.bme")), 80332u);
     } else {
       EXPECT_EQ(result, 9u);
-      EXPECT_TRUE(now == includes || now == updated) << now;
+      // A new file whose directory could not be flushed is in place, and the write that put it there has failed.
+      const bool unsure = log.find("WritePrivateProfileString():failed!") != std::string::npos;
+      EXPECT_TRUE(now == includes || now == updated || (unsure && now == listed)) << now;
     }
     if (!faulted) {
       EXPECT_EQ(Recorded(Image()), "C:dcb");

@@ -43,7 +43,8 @@ enum {
   VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason */
   VXRMACHINE_DRIVER_CHOSEN = 8,   /* subject: INF file, detail: driver description, text: its first hardware id */
   VXRMACHINE_DEBUG_TEXT = 9,      /* text: what went to the debugger output */
-  VXRMACHINE_PATH_REFUSED = 10    /* subject: Windows path, detail: why it is not followed */
+  VXRMACHINE_PATH_REFUSED = 10,   /* subject: Windows path, detail: why it is not followed */
+  VXRMACHINE_HIVE_REPLAYED = 11   /* subject: hive file, detail: such as "replayed 14 entries from two logs" */
 };
 
 typedef struct VXRMachine_Event {

@@ -117,8 +117,8 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
   const timespec times[2] = {{0, UTIME_NOW}, copy->sourceStatus.st_mtim};
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
   const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
-  if (copy->place.exists && fchmod(created.file.fd, copy->targetStatus.st_mode & 07777) != 0 && errno != EPERM) {
-    return FailHost(copy, "cannot give the copy its permissions");
+  if (copy->place.exists && !TakeOver(created, copy->place.name)) {
+    return FailHost(copy, "cannot give the copy the owner, mode and attributes of the old file");
   }
   struct stat status = {};
   if (fstat(created.file.fd, &status) != 0 || !WriteAttributes(created.HostName(), status, attributes) ||
@@ -130,17 +130,14 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
 
 // Puts the new file in the target's place.
 bool ReplaceTarget(Copy *copy, NewFile *created) {
-  if (!PutInPlace(created, copy->place.name, copy->place.exists)) {
-    return FailHost(copy, "cannot put the copy in place");
-  }
-  return FlushDirectory(created->directory) ||
-         FailHost(copy, "the copy is in place, but its directory cannot be flushed");
+  const char *failed = PutInPlace(created, copy->place.name, copy->place.exists);
+  return failed == nullptr || FailHost(copy, failed);
 }
 
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
   NewFile created(copy->place.directory);
-  if (!OpenNewFile(&created)) return FailHost(copy, "cannot write to the target's directory");
+  if (!OpenNewFile(&created, copy->place.exists)) return FailHost(copy, "cannot write to the target's directory");
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }
 

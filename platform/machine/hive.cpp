@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -10,7 +9,10 @@
 #include <cstring>
 
 #include "platform/machine/code_page.h"
+#include "platform/machine/file_bytes.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/hive_logs.h"
+#include "platform/machine/little_endian.h"
 
 namespace machine {
 namespace {
@@ -28,13 +30,14 @@ bool SameFile(int file, int directory, const std::string &name) {
 
 // Opens and locks. The lock is on the file that is open, and another run may have put a new one in its place between
 // the two steps: then it begins again.
-std::string OpenLocked(Hive *hive) {
+std::string OpenLocked(Hive *hive, HiveUse use) {
   for (int attempt = 0; attempt < 10; ++attempt) {
     hive->file =
         Descriptor(openat(hive->directory.fd, hive->name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!hive->file && errno == ELOOP) return "is a symbolic link; name the hive file itself";
+    if (!hive->file && errno == ENOENT) return "does not exist; correct the path";
     if (!hive->file) return std::string("cannot be opened: ") + std::strerror(errno);
-    if (flock(hive->file.fd, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(hive->file.fd, (use == HiveUse::kChange ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) return "is in use by another run; wait for its end, then run again";
       return std::string("cannot be locked: ") + std::strerror(errno);
     }
@@ -43,24 +46,32 @@ std::string OpenLocked(Hive *hive) {
   return "is replaced again and again by another program; stop that, then run again";
 }
 
-// libhivex checks the plain XOR and refuses the two checksums that Windows stores in its place, so it gets a copy in
-// memory that holds what it expects.
-Descriptor CopyWithPlainXor(int file, std::uint64_t size, std::uint32_t plainXor) {
-  Descriptor copy(memfd_create("hive", MFD_CLOEXEC));
-  if (!copy) return copy;
-  std::vector<char> bytes(size);
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t got = pread(file, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-    if (got <= 0) return {};
-    done += static_cast<std::size_t>(got);
+// What is wrong with a hive that needs logs, and what to do when they cannot help.
+std::string RefuseRecovery(const Hive &hive) {
+  if (!hive.head.checksumRight) {
+    const std::string damage = CheckHead(hive.head);
+    return hive.logs.empty() ? damage : damage + ". Its logs cannot repair it: " + hive.recovery.refusal;
   }
-  WriteLe32(bytes.data() + kChecksumOffset, plainXor);
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t put = write(copy.fd, bytes.data() + done, bytes.size() - done);
-    if (put <= 0) return {};
-    done += static_cast<std::size_t>(put);
-  }
-  return copy;
+  return "was not closed cleanly (sequence numbers " + std::to_string(hive.head.primary) + " and " +
+         std::to_string(hive.head.secondary) + ") and cannot be brought up to date: " + hive.recovery.refusal +
+         "; restore it with its .LOG1 and .LOG2, or load and unload it once on a running Windows, then run again";
+}
+
+// Brings a copy in memory up to date.
+std::string Recover(Hive *hive) {
+  std::uint8_t binTime[8];
+  std::string reason = ReadHiveLogs(&hive->logs);
+  if (reason.empty()) reason = ReadAt(hive->file.fd, kFirstBinTime, binTime, sizeof binTime);
+  if (!reason.empty()) return reason;
+  hive->recovery = PlanRecovery(hive->head, ReadLe64(binTime), hive->logs);
+  if (!hive->recovery.refusal.empty()) return RefuseRecovery(*hive);
+  reason = CopyToMemory(hive->file.fd, hive->size, &hive->copy);
+  if (reason.empty()) reason = ApplyRecovery(hive->recovery, hive->copy.fd);
+  // Windows puts an empty bin in a damaged one's place, which loses keys; nothing is lost here.
+  if (reason.empty()) reason = CheckHive(hive->copy.fd, 0, CellCheck::kAll, &hive->state);
+  if (!reason.empty()) return "was brought up to date from its logs, but then " + reason;
+  hive->recovered = true;
+  return "";
 }
 
 bool IsAscii(const char *text) {
@@ -149,40 +160,41 @@ LSTATUS ReadAllValues(Hive *hive, hive_node_h node, std::vector<StoredValue> *va
 }
 
 bool IsTooLong(const Hive &hive, const StoredValue &value) {
-  return hive.minorVersion > 3 && value.bytes.size() > kLongestCellData;
+  return hive.state.minor > 3 && value.bytes.size() > kLongestCellData;
 }
 
 }  // namespace
 
-std::unique_ptr<Hive> OpenHive(Descriptor directory, const std::string &name, std::string *reason) {
-  auto hive = std::make_unique<Hive>();
-  hive->directory = std::move(directory);
-  hive->name = name;
-  *reason = OpenLocked(hive.get());
-  if (!reason->empty()) return nullptr;
-  HiveFacts facts;
-  *reason = CheckHive(hive->file.fd, 0, &facts);
-  if (!reason->empty()) return nullptr;
-  hive->minorVersion = facts.minorVersion;
-  hive->binsSize = facts.binsSize;
-  hive->exceptionalChecksum = facts.exceptional;
-  return hive;
+std::string OpenHive(Hive *hive, HiveUse use) {
+  std::string reason = OpenLocked(hive, use);
+  if (reason.empty()) reason = ReadHead(hive->file.fd, &hive->size, &hive->head);
+  // A wrong checksum says that the rest of the base block may be wrong too, and a log has another one.
+  if (reason.empty() && hive->head.checksumRight) reason = CheckHead(hive->head);
+  if (reason.empty()) reason = FindHiveLogs(hive->directory.fd, hive->name, &hive->logs);
+  if (!reason.empty()) return reason;
+  return NeedsRecovery(hive->head) ? Recover(hive) : CheckHive(hive->file.fd, 0, CellCheck::kNone, &hive->state);
+}
+
+std::string DescribeReplay(const Recovery &recovery) {
+  const char *const numbers[] = {"no log", "one log", "two logs", "three logs"};
+  return "replayed " + std::to_string(recovery.entries) + (recovery.entries == 1 ? " entry from " : " entries from ") +
+         numbers[recovery.applied.size()];
 }
 
 bool ReadHive(Hive *hive) {
   if (hive->handle != nullptr) return true;
   if (!hive->failure.empty()) return false;
-  // By its descriptor, so that what was checked and locked is what is read.
-  int source = hive->file.fd;
-  Descriptor copy;
-  if (hive->exceptionalChecksum) {
-    HiveFacts facts;
-    hive->failure = CheckHive(source, 0, &facts);
+  // libhivex checks the plain XOR and refuses the two checksums that Windows stores in its place, so it gets a copy in
+  // memory that holds what it expects.
+  if (hive->state.plainXor != HiveChecksum(hive->state.plainXor)) {
+    if (!hive->copy) hive->failure = CopyToMemory(hive->file.fd, hive->size, &hive->copy);
+    std::uint8_t sum[4];
+    WriteLe32(sum, hive->state.plainXor);
+    if (hive->failure.empty()) hive->failure = WriteAt(hive->copy.fd, kChecksumOffset, sum, sizeof sum);
     if (!hive->failure.empty()) return false;
-    copy = CopyWithPlainXor(source, facts.size, facts.plainXor);
-    source = copy.fd;
   }
-  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(source)).c_str(), HIVEX_OPEN_WRITE));
+  // By its descriptor, so that what was checked and locked is what is read.
+  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(ContentOf(*hive))).c_str(), HIVEX_OPEN_WRITE));
   if (hive->handle != nullptr) return true;
   hive->failure = std::string("is damaged within its bins (") + std::strerror(errno) + "); restore the file again";
   return false;

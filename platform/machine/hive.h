@@ -1,6 +1,6 @@
-// One hive file: opened, read, changed in memory, saved. What is set is kept beside the file's content until the hive
-// is saved, complete for each key: libhivex replaces all values of a key at once, and setting them one by one would
-// write the key's whole list anew each time.
+// One hive file: opened, brought up to date from its logs, read, changed in memory, saved. What is set is kept beside
+// the file's content until the hive is saved, complete for each key: libhivex replaces all values of a key at once, and
+// setting them one by one would write the key's whole list anew each time.
 #pragma once
 
 #include <hivex.h>
@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/machine/descriptor.h"
+#include "platform/machine/hive_recovery.h"
 #include "platform/machine/registry_path.h"
 #include "platform/machine/registry_value.h"
 
@@ -38,19 +39,33 @@ struct ChangedKey {
 struct Hive {
   Descriptor directory, file;  // the file is open for reading and locked against other runs
   std::string name;            // in the directory
-  std::uint32_t minorVersion = 0;
-  std::uint32_t binsSize = 0;  // bytes
-  bool exceptionalChecksum = false;
+  std::uint64_t size = 0;      // of the file, bytes
+  BaseBlock head;              // the file's own
+  std::vector<HiveLog> logs;   // beside it; read when needed
+  bool recovered = false;      // what the hive is comes from the file and its logs
+  Recovery recovery;           // of a hive that needed its logs
+  Descriptor copy;             // what libhivex reads instead of the file, when that is not as it should be
+  BaseBlock state;             // the base block of what is read
+
   std::unique_ptr<hive_h, HivexCloser> handle;  // null until ReadHive
   std::string failure;                          // why ReadHive failed, once it has
   std::map<FoldedPath, hive_node_h> nodes;      // found so far; a key's node never moves
   std::map<FoldedPath, ChangedKey> changes;     // a key comes before the keys below it
 };
 
-// Opens `name` in the directory, locks the file and checks it; takes over the descriptor. Null with the reason, one
-// line for people, when it is missing, in use by another run, or not a hive that may be changed. The file is not
-// touched.
-std::unique_ptr<Hive> OpenHive(Descriptor directory, const std::string &name, std::string *reason);
+// The file that holds what the hive is.
+inline int ContentOf(const Hive &hive) { return hive.copy ? hive.copy.fd : hive.file.fd; }
+
+enum class HiveUse { kLook, kChange };
+
+// Opens the hive's `name` in its directory, both set by the caller; locks the file (for a look, against changes only),
+// checks it and, where it was not closed cleanly, brings it up to date in memory from its logs. The files are not
+// touched. Empty, or the reason, one line for people, why it may not be changed: it is missing, in use by another run,
+// damaged, or needs logs that are not there. What was found out until then is in the record.
+std::string OpenHive(Hive *hive, HiveUse use);
+
+// "replayed 14 entries from two logs", of a recovered hive.
+std::string DescribeReplay(const Recovery &recovery);
 
 // Has libhivex read the file, when that has not been done. False, with `failure` set, when it cannot.
 bool ReadHive(Hive *hive);
@@ -70,8 +85,10 @@ LSTATUS SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value);
 std::string CheckReplacedCells(Hive *hive);
 
 // Writes the changes to a new file, flushes it and puts it in the old one's place, with the old one's owner, mode and
-// extended attributes; without changes does nothing and stores size 0. On failure stores the reason; the old file is
-// then whole, unless the reason says that the new one is in place. The hive must not be used afterwards.
+// extended attributes; without changes does nothing and stores size 0. The new hive is clean, and no log beside it can
+// be applied to it, now or later; the logs stay as they are, since they may be wanted as evidence. On failure stores
+// the reason; the old file is then whole, unless the reason says that the new one is in place. The hive must not be
+// used afterwards.
 bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason);
 
 }  // namespace machine

@@ -2,8 +2,9 @@
 // when it meets one a second time. In a damaged hive two records may name the same cell.
 #include <set>
 
+#include "platform/machine/file_bytes.h"
 #include "platform/machine/hive.h"
-#include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 
 namespace machine {
 namespace {
@@ -78,7 +79,7 @@ bool TakeSubkeyList(Cells *cells, hive_node_h node) {
 }  // namespace
 
 std::string CheckReplacedCells(Hive *hive) {
-  Cells cells{hive->file.fd, {}, ""};
+  Cells cells{ContentOf(*hive), {}, ""};
   std::set<hive_node_h> parents;
   for (const auto &[path, key] : hive->changes) {
     const auto node = hive->nodes.find(path);

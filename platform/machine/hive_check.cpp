@@ -1,19 +1,17 @@
 #include "platform/machine/hive_check.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <vector>
 
+#include "platform/machine/file_bytes.h"
+#include "platform/machine/little_endian.h"
+
 namespace machine {
 namespace {
 
-constexpr std::uint32_t kBinUnit = 4096;
 constexpr std::uint32_t kBinHeader = 32;
 constexpr std::uint32_t kKeyRecord = 76;  // without the name
 
@@ -26,33 +24,17 @@ constexpr std::uint32_t kKeyRecord = 76;  // without the name
   return text;
 }
 
-std::string CheckBaseBlock(const std::uint8_t *block, HiveFacts *facts) {
-  if (std::memcmp(block, "regf", 4) != 0)
-    return "is not a registry hive (it does not begin with regf); name another file";
-  const std::uint32_t type = ReadLe32(block + 28);
-  if (type != 0) return Reason("is not a hive but another registry file (type %u, such as a log); name the hive", type);
-  const std::uint32_t major = ReadLe32(block + 20), minor = ReadLe32(block + 24);
-  if (major != 1 || minor < 3 || minor > 6) {
-    return Reason("has the hive version %u.%u; only versions 1.3 to 1.6 can be changed", major, minor);
-  }
-  facts->minorVersion = minor;
-  facts->plainXor = PlainXor(block);
-  const std::uint32_t stored = ReadLe32(block + kChecksumOffset), right = HiveChecksum(facts->plainXor);
-  facts->exceptional = right != facts->plainXor;
-  if (stored != right) {
-    return Reason("is damaged: its checksum is 0x%08X and should be 0x%08X; restore the file again", stored, right);
-  }
-  const std::uint32_t bins = ReadLe32(block + 40);
+// Whether the file holds all bins, and the bins the root key.
+std::string CheckExtent(const BaseBlock &head, std::uint64_t size) {
+  const std::uint32_t bins = head.binsSize, root = head.root;
   if (bins == 0) return "is damaged: it has no bins; restore the file again";
   if (bins % kBinUnit != 0) {
     return Reason("is damaged: the size of its bins (%u) is no multiple of 4096; restore the file again", bins);
   }
-  if (bins > facts->size - kBaseBlockSize) {
+  if (bins > size - kBaseBlockSize) {
     return Reason("is cut off: its bins need %u bytes, the file has %llu; restore the file again", bins,
-                  static_cast<unsigned long long>(facts->size - kBaseBlockSize));
+                  static_cast<unsigned long long>(size - kBaseBlockSize));
   }
-  facts->binsSize = bins;
-  const std::uint32_t root = ReadLe32(block + 36);
   if (root < kBinHeader || root % 8 != 0 || root > bins - 4 - kKeyRecord) {
     return Reason("is damaged: its root key (at 0x%X) lies outside its bins; restore the file again", root);
   }
@@ -91,8 +73,25 @@ const std::uint8_t *Look(Window *window, std::uint64_t offset, std::size_t size,
   return window->bytes.data() + (offset - window->start);
 }
 
+// The cells of a bin, each with its size in front (negative when it is in use), fill it.
+std::string CheckCells(Window *window, std::uint32_t bin, std::uint32_t size) {
+  std::string reason;
+  for (std::uint32_t at = kBinHeader; at < size;) {
+    const std::uint8_t *cell = Look(window, kBaseBlockSize + std::uint64_t{bin} + at, 4, &reason);
+    if (cell == nullptr) return reason;
+    const std::int64_t length = static_cast<std::int32_t>(ReadLe32(cell));
+    const std::int64_t room = length < 0 ? -length : length;
+    if (room < 8 || room % 8 != 0 || room > size - at) {
+      return Reason("is damaged: the cell at 0x%X has the impossible size %lld; restore the file again", bin + at,
+                    static_cast<long long>(length));
+    }
+    at += static_cast<std::uint32_t>(room);
+  }
+  return "";
+}
+
 // Every bin says where it is and how long; together they fill the size that the base block gives.
-std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std::uint32_t bins) {
+std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std::uint32_t bins, CellCheck cells) {
   Window window{file, fileSize, 0, {}};
   std::string reason;
   for (std::uint32_t at = first; at < bins;) {
@@ -108,6 +107,8 @@ std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std
     if (size == 0 || size % kBinUnit != 0 || size > bins - at) {
       return Reason("is damaged: the bin at 0x%X has the impossible size %u; restore the file again", at, size);
     }
+    if (cells == CellCheck::kAll) reason = CheckCells(&window, at, size);
+    if (!reason.empty()) return reason;
     at += size;
   }
   return "";
@@ -115,66 +116,41 @@ std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std
 
 }  // namespace
 
-std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size) {
-  auto *at = static_cast<char *>(buffer);
-  while (size > 0) {
-    const ssize_t got = pread(file, at, size, static_cast<off_t>(offset));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return Reason("cannot be read: %s", std::strerror(errno));
-    if (got == 0) return "became shorter while it was read; let nothing else change it";
-    at += got;
-    offset += static_cast<std::uint64_t>(got);
-    size -= static_cast<std::size_t>(got);
-  }
-  return "";
-}
-
-std::uint32_t ReadLe32(const void *at) {
-  std::uint8_t b[4];
-  std::memcpy(b, at, sizeof b);
-  return b[0] | std::uint32_t{b[1]} << 8 | std::uint32_t{b[2]} << 16 | std::uint32_t{b[3]} << 24;
-}
-
-void WriteLe32(void *at, std::uint32_t number) {
-  const std::uint8_t b[4] = {static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(number >> 8),
-                             static_cast<std::uint8_t>(number >> 16), static_cast<std::uint8_t>(number >> 24)};
-  std::memcpy(at, b, sizeof b);
-}
-
-std::uint32_t PlainXor(const void *baseBlock) {
-  std::uint32_t sum = 0;
-  for (std::size_t at = 0; at < kChecksumOffset; at += 4) sum ^= ReadLe32(static_cast<const char *>(baseBlock) + at);
-  return sum;
-}
-
-std::uint32_t HiveChecksum(std::uint32_t plainXor) {
-  if (plainXor == 0xFFFFFFFF) return 0xFFFFFFFE;
-  return plainXor == 0 ? 1 : plainXor;
-}
-
-std::string CheckHive(int file, std::uint32_t firstBin, HiveFacts *facts) {
-  struct stat status;
-  if (fstat(file, &status) != 0) return Reason("cannot be read: %s", std::strerror(errno));
-  if (!S_ISREG(status.st_mode)) return "is not a file; name the hive file itself";
-  facts->size = static_cast<std::uint64_t>(status.st_size);
-  if (facts->size < kBaseBlockSize + kBinUnit) {
+std::string ReadHead(int file, std::uint64_t *size, BaseBlock *head) {
+  std::string reason = RegularFileSize(file, size);
+  if (!reason.empty()) return reason + "; name the hive file itself";
+  if (*size < kBaseBlockSize + kBinUnit) {
     return Reason("is too short for a registry hive (%llu bytes); restore the file again",
-                  static_cast<unsigned long long>(facts->size));
+                  static_cast<unsigned long long>(*size));
   }
-  std::uint8_t block[kBaseBlockSize];
-  std::string reason = ReadAt(file, 0, block, sizeof block);
-  if (reason.empty()) reason = CheckBaseBlock(block, facts);
-  if (reason.empty()) reason = CheckRootCell(file, ReadLe32(block + 36));
-  if (reason.empty()) reason = CheckBins(file, facts->size, firstBin, facts->binsSize);
-  if (!reason.empty()) return reason;
-  const std::uint32_t primary = ReadLe32(block + 4), secondary = ReadLe32(block + 8);
-  if (primary != secondary) {
-    return Reason(
-        "was not closed cleanly (sequence numbers %u and %u) and part of its data may be in its log files; "
-        "load and unload it once on a running Windows, then run again",
-        primary, secondary);
+  std::uint8_t block[kLogHeadSize];
+  reason = ReadAt(file, 0, block, sizeof block);
+  if (reason.empty()) *head = ReadBaseBlock(block);
+  return reason;
+}
+
+std::string CheckHead(const BaseBlock &head) {
+  if (!head.hasSignature) return "is not a registry hive (it does not begin with regf); name another file";
+  if (head.type != 0) {
+    return Reason("is not a hive but another registry file (type %u, such as a log); name the hive", head.type);
   }
-  return "";
+  if (head.major != 1 || head.minor < 3 || head.minor > 6) {
+    return Reason("has the hive version %u.%u; only versions 1.3 to 1.6 can be changed", head.major, head.minor);
+  }
+  if (head.checksumRight) return "";
+  return Reason("is damaged: its checksum is 0x%08X and should be 0x%08X; restore the file again", head.storedChecksum,
+                HiveChecksum(head.plainXor));
+}
+
+std::string CheckHive(int file, std::uint32_t firstBin, CellCheck cells, BaseBlock *head) {
+  std::uint64_t size = 0;
+  std::string reason = ReadHead(file, &size, head);
+  if (reason.empty()) reason = CheckHead(*head);
+  if (reason.empty()) reason = CheckExtent(*head, size);
+  if (reason.empty()) reason = CheckRootCell(file, head->root);
+  if (reason.empty()) reason = CheckBins(file, size, firstBin, head->binsSize, cells);
+  if (!reason.empty() || head->primary == head->secondary) return reason;
+  return Reason("was not closed cleanly (sequence numbers %u and %u)", head->primary, head->secondary);
 }
 
 }  // namespace machine

@@ -52,13 +52,13 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
     *reason = std::string("could not be saved, its directory cannot be written to (") + std::strerror(errno) +
               "); mount the file system for writing, then run again";
   } else {
+    hive = std::make_unique<Hive>();
     // The place's descriptor only names the directory; one that can be flushed must be open for reading.
-    Descriptor directory(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    hive = OpenHive(std::move(directory), place.name, reason);
-    if (hive != nullptr && !ReadHive(hive.get())) {
-      *reason = hive->failure;
-      hive.reset();
-    }
+    hive->directory = Descriptor(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    hive->name = place.name;
+    *reason = OpenHive(hive.get(), HiveUse::kChange);
+    if (reason->empty() && !ReadHive(hive.get())) *reason = hive->failure;
+    if (!reason->empty()) hive.reset();
   }
   return hive;
 }
@@ -76,6 +76,13 @@ bool SaveMounted(MountedHive *mounted) {
 }
 
 }  // namespace
+
+void TellReplay(const MountedHive &mounted) {
+  if (!mounted.hive->recovered) return;
+  const std::string replay = DescribeReplay(mounted.hive->recovery);
+  Tell(mounted.subject + " was not closed cleanly: " + replay);
+  ReportHive(VXRMACHINE_HIVE_REPLAYED, mounted.subject, replay);
+}
 
 int MountHive(const std::string &key, const char *windowsPath) {
   MountedHive mounted;
@@ -98,6 +105,7 @@ int MountHive(const std::string &key, const char *windowsPath) {
     return 1;
   }
   ReportHive(VXRMACHINE_HIVE_LOADED, mounted.subject, key);
+  TellReplay(mounted);
   Registry().hives.push_back(std::move(mounted));
   ++Registry().changes;
   return 0;

@@ -1,21 +1,23 @@
 // Saving a hive: never in place, so that whatever fails, or whenever the machine stops, the old hive or the new one is
 // whole under the hive's name.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
-#include "log/scope_guard.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/file_bytes.h"
 #include "platform/machine/file_time.h"
 #include "platform/machine/hive.h"
 #include "platform/machine/hive_check.h"
+#include "platform/machine/hive_logs.h"
+#include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
+#include "platform/machine/replace_file.h"
 
 namespace machine {
 namespace {
@@ -67,92 +69,56 @@ std::uint64_t FileTimeNow() {
   return TicksOf(FileTimeOf(seconds, 0));
 }
 
-// libhivex leaves the last written time, by which an old log beside the hive could still be taken to belong to it, and
-// stores a checksum that Windows rejects when the XOR is 0 or 0xFFFFFFFF.
-bool FinishBaseBlock(int file, std::string *reason) {
-  std::uint8_t block[kChecksumOffset + 4], time[8];
-  const std::uint64_t now = FileTimeNow();
-  WriteLe32(time, static_cast<std::uint32_t>(now));
-  WriteLe32(time + 4, static_cast<std::uint32_t>(now >> 32));
-  bool good = pread(file, block, sizeof block, 0) == sizeof block;
-  std::memcpy(block + kTimeOffset, time, sizeof time);
-  WriteLe32(block + kChecksumOffset, HiveChecksum(PlainXor(block)));
-  good = good && pwrite(file, block, sizeof block, 0) == sizeof block;
-  good = good && pwrite(file, time, sizeof time, kFirstBinTime) == sizeof time;
-  if (!good) *reason = ErrnoReason("the new file cannot be written");
-  return good;
+// The time of this write. A log of the old format belongs to the hive that has its time: none must have this one.
+std::uint64_t NewTime(const std::vector<HiveLog> &logs) {
+  std::uint64_t time = FileTimeNow();
+  const auto isTaken = [&time](const HiveLog &log) { return log.head.time == time; };
+  while (std::any_of(logs.begin(), logs.end(), isTaken)) ++time;
+  return time;
 }
 
-bool CopyAttributes(int from, int to) {
-  const ssize_t listSize = flistxattr(from, nullptr, 0);
-  if (listSize < 0) return errno == ENOTSUP;
-  std::vector<char> names(static_cast<std::size_t>(listSize) + 1), value;
-  const ssize_t listed = flistxattr(from, names.data(), static_cast<std::size_t>(listSize));
-  if (listed < 0) return false;
-  for (const char *name = names.data(); name < names.data() + listed; name += std::strlen(name) + 1) {
-    // The system labels the new file by its own rules.
-    if (std::strncmp(name, "security.", 9) == 0) continue;
-    const ssize_t size = fgetxattr(from, name, nullptr, 0);
-    if (size < 0) return false;
-    value.resize(static_cast<std::size_t>(size) + 1);
-    const ssize_t got = fgetxattr(from, name, value.data(), static_cast<std::size_t>(size));
-    if (got < 0 || fsetxattr(to, name, value.data(), static_cast<std::size_t>(got), 0) != 0) return false;
-  }
-  return true;
+// What libhivex does not know of: sequence numbers and a time that put every log beside the hive behind it, the two
+// checksums that are not the plain XOR; and nothing behind the last bin.
+std::string FinishNewHive(const Hive &hive, int file) {
+  std::uint8_t head[kLogHeadSize], time[8];
+  std::string reason = ReadAt(file, 0, head, sizeof head);
+  if (!reason.empty()) return reason;
+  const std::uint32_t number = NextNumber(hive.head, hive.logs);
+  WriteLe64(time, NewTime(hive.logs));
+  WriteLe32(head + kPrimaryOffset, number);
+  WriteLe32(head + kSecondaryOffset, number);
+  std::memcpy(head + kTimeOffset, time, sizeof time);
+  SealBaseBlock(head);
+  reason = WriteAt(file, 0, head, sizeof head);
+  if (reason.empty()) reason = WriteAt(file, kFirstBinTime, time, sizeof time);
+  const off_t end = static_cast<off_t>(kBaseBlockSize + std::uint64_t{ReadLe32(head + kBinsSizeOffset)});
+  if (reason.empty() && ftruncate(file, end) != 0) reason = ErrnoReason("cannot be cut to its size");
+  BaseBlock written;
+  return reason.empty() ? CheckHive(file, hive.state.binsSize, CellCheck::kAll, &written) : reason;
 }
 
-bool CopyOwnerAndMode(int from, int to, std::string *reason) {
-  struct stat old, fresh;
-  bool good = fstat(from, &old) == 0 && fstat(to, &fresh) == 0;
-  if (good && (old.st_uid != fresh.st_uid || old.st_gid != fresh.st_gid)) {
-    good = fchown(to, old.st_uid, old.st_gid) == 0;
-  }
-  good = good && fchmod(to, old.st_mode & 07777) == 0 && CopyAttributes(from, to);
-  if (!good) *reason = ErrnoReason("the new file cannot be given the owner, mode and attributes of the old one");
-  return good;
-}
-
-// Writes the new hive to the open temporary file and has it on disk when it returns.
-bool WriteTemporary(const Hive &hive, int file, std::uint64_t *size, std::string *reason) {
+// Writes the new hive to the new file.
+bool WriteNewHive(const Hive &hive, const NewFile &created, std::uint64_t *size, std::string *reason) {
   if (FaultPoint("hive write", ERROR_DISK_FULL)) {
     *reason = FaultReason("the new file cannot be written");
     return false;
   }
-  if (hivex_commit(hive.handle.get(), ("/proc/self/fd/" + std::to_string(file)).c_str(), 0) != 0) {
+  if (hivex_commit(hive.handle.get(), created.HostName().c_str(), 0) != 0) {
     *reason = ErrnoReason("the new file cannot be written");
     return false;
   }
-  if (!FinishBaseBlock(file, reason) || !CopyOwnerAndMode(hive.file.fd, file, reason)) return false;
-  HiveFacts facts;
-  if (const std::string wrong = CheckHive(file, hive.binsSize, &facts); !wrong.empty()) {
-    *reason = "the new file " + wrong;
-    return false;
-  }
-  *size = facts.size;
-  if (FaultPoint("hive flush", ERROR_DISK_FULL)) {
-    *reason = FaultReason("the new file cannot be flushed to disk");
-    return false;
-  }
-  if (fsync(file) == 0) return true;
-  *reason = ErrnoReason("the new file cannot be flushed to disk");
-  return false;
+  std::string wrong = FinishNewHive(hive, created.file.fd);
+  if (wrong.empty()) wrong = RegularFileSize(created.file.fd, size);
+  if (!wrong.empty()) *reason = "the new file " + wrong;
+  return wrong.empty();
 }
 
-bool Replace(const Hive &hive, const std::string &temporary, std::string *reason) {
-  if (FaultPoint("hive rename", ERROR_DISK_FULL)) {
-    *reason = FaultReason("the new file cannot take the old one's place");
-    return false;
-  }
-  if (renameat(hive.directory.fd, temporary.c_str(), hive.directory.fd, hive.name.c_str()) == 0) return true;
-  *reason = ErrnoReason("the new file cannot take the old one's place");
-  return false;
-}
-
-// Some file systems cannot flush a directory and say so; what they answer otherwise is a real failure.
-bool FlushDirectory(int directory, std::string *reason) {
-  if (fsync(directory) == 0 || errno == EINVAL || errno == ENOTSUP || errno == ENOSYS) return true;
-  *reason = ErrnoReason("the new file is in place but its directory cannot be flushed to disk");
-  return false;
+bool Replace(const Hive &hive, NewFile *created, std::string *reason) {
+  const char *failed = TakeOver(*created, hive.name)
+                           ? PutInPlace(created, hive.name, true)
+                           : "the new file cannot be given the owner, mode and attributes of the old one";
+  if (failed != nullptr) *reason = ErrnoReason(failed);
+  return failed == nullptr;
 }
 
 }  // namespace
@@ -161,25 +127,17 @@ bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   *size = 0;
   if (hive->changes.empty()) return true;
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
-  *reason = CheckReplacedCells(hive);
+  *reason = ReadHiveLogs(&hive->logs);
+  if (reason->empty()) *reason = CheckReplacedCells(hive);
   if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
 
-  // One that a run left when it was stopped may be there; the lock on the hive says that no other run writes it now.
-  const std::string temporary = "." + hive->name + ".vxr-tmp";
-  unlinkat(hive->directory.fd, temporary.c_str(), 0);
-  const int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  const Descriptor file(openat(hive->directory.fd, temporary.c_str(), flags, 0600));
-  if (!file) {
+  // The lock on the hive keeps other runs from the name.
+  NewFile created(hive->directory.fd, "." + hive->name + ".vxr-tmp");
+  if (!OpenNewFile(&created, true)) {
     *reason = ErrnoReason("no new file can be made beside it");
     return false;
   }
-  bool renamed = false;
-  const ScopeGuard removeUnlessRenamed([&] {
-    if (!renamed) unlinkat(hive->directory.fd, temporary.c_str(), 0);
-  });
-  if (!WriteTemporary(*hive, file.fd, size, reason)) return false;
-  renamed = Replace(*hive, temporary, reason);
-  return renamed && FlushDirectory(hive->directory.fd, reason);
+  return WriteNewHive(*hive, created, size, reason) && Replace(*hive, &created, reason);
 }
 
 }  // namespace machine

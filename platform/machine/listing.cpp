@@ -10,7 +10,7 @@
 #include <unordered_map>
 
 #include "platform/machine/descriptor.h"
-#include "platform/machine/path_syntax.h"
+#include "platform/machine/fold_name.h"
 
 namespace machine {
 namespace {

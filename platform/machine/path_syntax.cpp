@@ -4,6 +4,7 @@
 #include <array>
 
 #include "platform/machine/code_page.h"
+#include "platform/machine/fold_name.h"
 #include "platform/machine/machine.h"
 
 namespace machine {
@@ -20,12 +21,6 @@ bool Fail(DWORD error) {
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; }
-
-bool IsAscii(std::string_view text) {
-  return std::none_of(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80) != 0; });
-}
 
 void DropTrailing(std::string_view *text, std::string_view characters) {
   const std::size_t last = text->find_last_not_of(characters);
@@ -101,13 +96,6 @@ bool ParseWindowsPath(const char *text, WindowsPath *path) {
   // Converted before it is split: the second byte of a two-byte character may be that of a backslash.
   const std::string rest = AnsiToUtf8(bytes.substr(2));
   return AddComponents(text, rest, path);
-}
-
-std::string FoldName(std::string_view name) {
-  if (!IsAscii(name)) return ToUpper(Utf8ToAnsi(name));
-  std::string folded(name);
-  std::transform(folded.begin(), folded.end(), folded.begin(), UpperAscii);
-  return folded;
 }
 
 bool RefusePath(const char *windowsPath, const std::string &why) {

@@ -24,10 +24,6 @@ struct WindowsPath {
 // ERROR_INVALID_NAME, ERROR_ACCESS_DENIED when ".." would leave the drive (told to the observer).
 bool ParseWindowsPath(const char *text, WindowsPath *path);
 
-// What two names that differ in case alone have in common, by the machine's code page. `name` is UTF-8; what the code
-// page lacks becomes "?", which no name looked up can hold.
-std::string FoldName(std::string_view name);
-
 // Tells the observer that a path is not followed, and sets ERROR_ACCESS_DENIED. Returns false.
 bool RefusePath(const char *windowsPath, const std::string &why);
 

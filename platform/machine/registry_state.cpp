@@ -8,7 +8,7 @@
 
 #include "log/scope_guard.h"
 #include "platform/machine/code_page.h"
-#include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
 
 namespace machine {
@@ -131,13 +131,16 @@ bool OpenRunningHive(const HiveFile &described, std::string *error) {
     }
   }
   const std::filesystem::path parent = described.file.has_parent_path() ? described.file.parent_path() : ".";
-  Descriptor directory(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  std::string reason = "cannot be found; correct the path";
-  if (directory) mounted.hive = OpenHive(std::move(directory), described.file.filename().string(), &reason);
-  if (mounted.hive == nullptr) {
+  mounted.hive = std::make_unique<Hive>();
+  mounted.hive->directory = Descriptor(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  mounted.hive->name = described.file.filename().string();
+  const std::string reason = mounted.hive->directory ? OpenHive(mounted.hive.get(), HiveUse::kChange)
+                                                     : std::string("cannot be found; correct the path");
+  if (!reason.empty()) {
     *error = where + reason;
     return false;
   }
+  TellReplay(mounted);
   Registry().hives.push_back(std::move(mounted));
   ++Registry().changes;
   return true;

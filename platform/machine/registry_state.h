@@ -43,6 +43,9 @@ LSTATUS CreateKey(const KeyPath &key);
 LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *value);
 LSTATUS SetValue(const KeyPath &key, StoredValue value);  // the key must exist
 
+// Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
+void TellReplay(const MountedHive &mounted);
+
 // Forgets every key handle (registry.cpp); count of those open at or below a key.
 void DropKeyHandles();
 std::size_t OpenKeysBelow(const KeyPath &key);

@@ -2,29 +2,138 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
+#include <optional>
+#include <vector>
+
+#include "platform/machine/fault.h"
 
 namespace machine {
 namespace {
 
-// Gives `make` fresh names until it succeeds or fails for another reason than the name's being taken.
+// A failure that a test asked for; its error is an errno value.
+bool Fails(const char *step) {
+  if (!FaultPoint(step, ENOSPC)) return false;
+  errno = static_cast<int>(platform::GetLastError());
+  return true;
+}
+
+// Gives `make` the reserved name, or fresh names until it succeeds or fails for another reason than the name's being
+// taken.
 template <class Make>
-bool WithFreshName(std::string *name, Make make) {
+bool WithName(NewFile *created, Make make) {
+  if (!created->reserved.empty()) {
+    if (!make(created->reserved.c_str())) return false;
+    created->name = created->reserved;
+    return true;
+  }
   static unsigned counter = 0;
   for (unsigned attempt = 0; attempt < 100; ++attempt) {
     std::array<char, 32> fresh;
     std::snprintf(fresh.data(), fresh.size(), ".vxr-%08x%04x", static_cast<unsigned>(getpid()), ++counter & 0xFFFF);
     if (make(fresh.data())) {
-      *name = fresh.data();
+      created->name = fresh.data();
       return true;
     }
     if (errno != EEXIST) return false;
   }
   return false;
+}
+
+// --- What a file has besides its contents ---------------------------------------------------------------------------
+
+using Names = std::vector<std::string>;
+
+// What the drivers of NTFS answer to but do not list: security descriptor, attributes, time of creation.
+const char *const kNtfsKeys[] = {"system.ntfs_acl", "system.ntfs_security", "system.ntfs_attrib_be",
+                                 "system.ntfs_crtime_be"};
+// They vouch for the contents, which are others now; the system makes them anew.
+const char *const kSeals[] = {"security.ima", "security.evm"};
+
+// Whether the failure is an answer about the attribute: unknown here, not for us, gone by now. Want of room is none.
+bool IsRefusal(int error) {
+  return error == EOPNOTSUPP || error == EPERM || error == EACCES || error == EINVAL || error == ENODATA;
+}
+
+// Nothing on a failure; an empty list where the file system has no such attributes.
+std::optional<Names> ListAttributes(const std::string &file) {
+  const ssize_t room = listxattr(file.c_str(), nullptr, 0);
+  if (room < 0 && IsRefusal(errno)) return Names();
+  if (room < 0) return std::nullopt;
+  std::string list(static_cast<std::size_t>(room), '\0');
+  const ssize_t size = listxattr(file.c_str(), list.data(), list.size());
+  if (size < 0) return std::nullopt;
+  Names names;
+  for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(names.back().size()) + 1) names.emplace_back(&list[at]);
+  std::erase_if(names, [](const std::string &name) {
+    return std::find(std::begin(kSeals), std::end(kSeals), name) != std::end(kSeals);
+  });
+  return names;
+}
+
+bool CopyAttribute(const std::string &from, const std::string &to, const char *name) {
+  const ssize_t room = getxattr(from.c_str(), name, nullptr, 0);
+  if (room < 0) return IsRefusal(errno);
+  std::string value(static_cast<std::size_t>(room), '\0');
+  const ssize_t size = getxattr(from.c_str(), name, value.data(), value.size());
+  if (size < 0) return IsRefusal(errno);
+  return setxattr(to.c_str(), name, value.data(), static_cast<std::size_t>(size), 0) == 0 || IsRefusal(errno);
+}
+
+// Afterwards `to` has those of `from`, and not the access list that its directory gives to new files.
+bool CopyAttributes(const std::string &from, const std::string &to) {
+  std::optional<Names> names = ListAttributes(from);
+  const std::optional<Names> given = ListAttributes(to);
+  if (!names || !given) return false;
+  for (const std::string &name : *given) {
+    const bool kept = std::find(names->begin(), names->end(), name) != names->end();
+    if (!kept && removexattr(to.c_str(), name.c_str()) != 0 && !IsRefusal(errno)) return false;
+  }
+  names->insert(names->end(), std::begin(kNtfsKeys), std::end(kNtfsKeys));
+  return std::all_of(names->begin(), names->end(),
+                     [&](const std::string &name) { return CopyAttribute(from, to, name.c_str()); });
+}
+
+bool CopyOwner(const struct stat &old, int file) {
+  struct stat fresh;
+  if (fstat(file, &fresh) != 0) return false;
+  return (old.st_uid == fresh.st_uid && old.st_gid == fresh.st_gid) || fchown(file, old.st_uid, old.st_gid) == 0;
+}
+
+bool CopyMode(const struct stat &old, int file) {
+  struct stat fresh;
+  if (fstat(file, &fresh) != 0) return false;
+  return (old.st_mode & 07777) == (fresh.st_mode & 07777) || fchmod(file, old.st_mode & 07777) == 0;
+}
+
+// --- Taking the place -----------------------------------------------------------------------------------------------
+
+bool Rename(NewFile *created, const std::string &name, bool exists) {
+  if (Fails("file rename")) return false;
+  const std::string unnamed = created->HostName();
+  const auto link = [&](const char *as) {
+    return linkat(AT_FDCWD, unnamed.c_str(), created->directory, as, AT_SYMLINK_FOLLOW) == 0;
+  };
+  if (created->name.empty() && !exists) return link(name.c_str());
+  if (created->name.empty() && !WithName(created, link)) return false;
+  if (renameat(created->directory, created->name.c_str(), created->directory, name.c_str()) != 0) return false;
+  created->name.clear();
+  return true;
+}
+
+// Some file systems cannot flush a directory and say so; what they answer otherwise is a real failure.
+bool FlushDirectory(int directory) {
+  if (Fails("directory flush")) return false;
+  const Descriptor opened(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // One that may be changed but not read is no reason to fail.
+  return !opened || fsync(opened.fd) == 0 || errno == EINVAL || errno == EOPNOTSUPP || errno == ENOSYS;
 }
 
 }  // namespace
@@ -33,11 +142,17 @@ NewFile::~NewFile() {
   if (!name.empty()) unlinkat(directory, name.c_str(), 0);
 }
 
-bool OpenNewFile(NewFile *created) {
-  created->file = Descriptor(openat(created->directory, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
+bool OpenNewFile(NewFile *created, bool exists) {
+  if (Fails("file create")) return false;
+  constexpr int kFlags = O_RDWR | O_CLOEXEC;
+  const mode_t mode = exists ? 0600 : 0666;
+  if (!created->reserved.empty()) unlinkat(created->directory, created->reserved.c_str(), 0);
+  if (!Fails("file without name")) {
+    created->file = Descriptor(openat(created->directory, ".", O_TMPFILE | kFlags, mode));
+  }
   if (created->file) return true;
-  return WithFreshName(&created->name, [created](const char *name) {
-    created->file = Descriptor(openat(created->directory, name, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666));
+  return WithName(created, [&](const char *name) {
+    created->file = Descriptor(openat(created->directory, name, O_CREAT | O_EXCL | O_NOFOLLOW | kFlags, mode));
     return static_cast<bool>(created->file);
   });
 }
@@ -53,22 +168,24 @@ bool WriteAll(int file, const char *bytes, std::size_t size) {
   return true;
 }
 
-bool PutInPlace(NewFile *created, const std::string &name, bool exists) {
-  if (fsync(created->file.fd) != 0) return false;
-  const std::string unnamed = created->HostName();
-  const auto link = [&](const char *as) {
-    return linkat(AT_FDCWD, unnamed.c_str(), created->directory, as, AT_SYMLINK_FOLLOW) == 0;
-  };
-  if (created->name.empty() && !exists) return link(name.c_str());
-  if (created->name.empty() && !WithFreshName(&created->name, link)) return false;
-  if (renameat(created->directory, created->name.c_str(), created->directory, name.c_str()) != 0) return false;
-  created->name.clear();
-  return true;
+bool TakeOver(const NewFile &created, const std::string &old) {
+  if (Fails("file take over")) return false;
+  const int file = created.file.fd;
+  const Descriptor from(openat(created.directory, old.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status;
+  if (!from || fstat(from.fd, &status) != 0) return false;
+  // The owner first, since a change of owner clears parts of the mode; the mode last, since without write permission
+  // attributes are refused.
+  const timespec times[2] = {status.st_atim, {0, UTIME_OMIT}};
+  return CopyOwner(status, file) && CopyAttributes("/proc/self/fd/" + std::to_string(from.fd), created.HostName()) &&
+         CopyMode(status, file) && futimens(file, times) == 0;
 }
 
-bool FlushDirectory(int directory) {
-  const Descriptor opened(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return !opened || fsync(opened.fd) == 0 || errno == EINVAL || errno == EOPNOTSUPP;
+const char *PutInPlace(NewFile *created, const std::string &name, bool exists) {
+  if (Fails("file flush") || fsync(created->file.fd) != 0) return "the new file cannot be flushed to disk";
+  if (!Rename(created, name, exists)) return "the new file cannot take its place";
+  if (FlushDirectory(created->directory)) return nullptr;
+  return "the new file is in place but its directory cannot be flushed to disk";
 }
 
 }  // namespace machine

@@ -93,25 +93,17 @@ std::size_t WholeCharacters(std::string_view text, std::size_t room) {
 
 // Gives the new file what the old one has besides its contents.
 bool TakeOver(const machine::HostPlace &old, const machine::NewFile &created, DWORD attributes) {
-  const int file = created.file.fd;
   struct stat status;
-  if (fstat(file, &status) != 0) return false;
-  const bool sameOwner = old.status.st_uid == status.st_uid && old.status.st_gid == status.st_gid;
-  // Only the system's administrator may give a file away.
-  if (!sameOwner && fchown(file, old.status.st_uid, old.status.st_gid) != 0 && errno != EPERM) return false;
-  if (fchmod(file, old.status.st_mode & 07777) != 0 && errno != EPERM) return false;
-  return fstat(file, &status) == 0 &&
+  return machine::TakeOver(created, old.name) && fstat(created.file.fd, &status) == 0 &&
          machine::WriteAttributes(created.HostName(), status, attributes | FILE_ATTRIBUTE_ARCHIVE);
 }
 
-// Only when the directory cannot be flushed is the new file in place after a failure: whole, but not surely on the
-// disk.
 bool SaveSettings(const machine::HostPlace &place, DWORD attributes, const std::string &text) {
   machine::NewFile created(place.directory);
-  const bool saved = machine::OpenNewFile(&created) && machine::WriteAll(created.file.fd, text.data(), text.size()) &&
+  const bool saved = machine::OpenNewFile(&created, place.exists) &&
+                     machine::WriteAll(created.file.fd, text.data(), text.size()) &&
                      (!place.exists || TakeOver(place, created, attributes)) &&
-                     machine::PutInPlace(&created, place.name, place.exists) &&
-                     machine::FlushDirectory(place.directory);
+                     machine::PutInPlace(&created, place.name, place.exists) == nullptr;
   return saved || FailHost();
 }
 

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "platform/machine/hive_check.h"
+#include "platform/machine/little_endian.h"
 
 namespace machine {
 namespace {
@@ -19,8 +19,6 @@ constexpr std::size_t kSectionSize = 40, kSectionAddress = 12, kSectionRawSize =
 constexpr std::size_t kResourceHeaderSize = 16, kNamedCount = 12, kIdCount = 14, kEntrySize = 8;
 constexpr std::uint32_t kVersionType = 16;
 constexpr std::uint32_t kSubdirectory = 0x80000000;
-
-std::uint32_t ReadLe16(const BYTE *at) { return at[0] | std::uint32_t{at[1]} << 8; }
 
 struct Image {
   const ImageSource *source;

@@ -1,7 +1,7 @@
 #include "platform/machine/wildcard.h"
 
 #include "platform/machine/code_page.h"
-#include "platform/machine/path_syntax.h"
+#include "platform/machine/fold_name.h"
 
 namespace machine {
 namespace {

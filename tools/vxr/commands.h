@@ -36,6 +36,16 @@ struct InfOptions {
 // Shows an INF file as its reader sees it. 0, or 1 when there is nothing to show.
 int InfCommand(const InfOptions &options);
 
+struct HiveOptions {
+  std::string file;
+  std::string replay;  // file to write the recovered hive to; empty: none
+  bool json = false;
+};
+
+// Shows what a registry hive is and what its logs would do; only with described machines, since Windows does this
+// itself. 0, or 1 when the hive could not be changed, or the recovered one not be written.
+int HiveCommand(const HiveOptions &options);
+
 struct CreateOptions {
   std::string machine;    // TOML file
   std::string extension;  // host path, or a path of the machine when it begins with a drive letter; the others too

@@ -76,6 +76,22 @@ CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
   return create;
 }
 
+#ifndef _WIN32
+CLI::App *AddHive(CLI::App *app, HiveOptions *options) {
+  CLI::App *hive = AddCommand(app, "hive", "Show what a registry hive is, and what its transaction logs would do");
+  hive->add_option("file", options->file, "Hive file; its .LOG, .LOG1 and .LOG2 lie beside it")
+      ->required()
+      ->type_name("FILE");
+  hive->add_option("--replay", options->replay, "Write the hive, brought up to date from its logs, to a new file")
+      ->type_name("OUT");
+  hive->add_flag("--json", options->json, "Print one JSON document instead of text");
+  hive->footer(
+      "The hive and its logs are not changed. Exit status: 0; 1 when a run would refuse the hive, or OUT cannot be\n"
+      "written; 2 for wrong usage. What to do about a refused hive: docs/hives.md.");
+  return hive;
+}
+#endif
+
 void AddCodePage(CLI::App *command, unsigned *codePage) {
   command->add_option("--code-page", *codePage, "ANSI code page of the recorded machine")
       ->type_name("NUMBER")
@@ -173,11 +189,18 @@ int main(int argc, char **argv) {
   const CLI::App *query = AddQuery(&app, &queryOptions);
   const CLI::App *fixBoot = AddFixBoot(&app, &fixBootOptions);
   AddInf(&app, &infOptions);
+#ifndef _WIN32
+  HiveOptions hiveOptions;
+  const CLI::App *hive = AddHive(&app, &hiveOptions);
+#endif
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return ReportParse(app, argc > 1 ? argv[1] : nullptr, error);
   }
+#ifndef _WIN32
+  if (hive->parsed()) return HiveCommand(hiveOptions);
+#endif
   if (run->parsed()) return RunCommand(runOptions);
   if (create->parsed()) return CreateCommand(createOptions);
   if (show->parsed()) return ShowCommand(showOptions);

@@ -1,0 +1,69 @@
+#include "platform/machine/file_bytes.h"
+
+#include <sys/mman.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace machine {
+namespace {
+
+std::string ErrnoReason(const char *what) { return std::string(what) + ": " + std::strerror(errno); }
+
+}  // namespace
+
+std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size) {
+  auto *at = static_cast<char *>(buffer);
+  while (size > 0) {
+    const ssize_t got = pread(file, at, size, static_cast<off_t>(offset));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return ErrnoReason("cannot be read");
+    if (got == 0) return "became shorter while it was read; let nothing else change it";
+    at += got;
+    offset += static_cast<std::uint64_t>(got);
+    size -= static_cast<std::size_t>(got);
+  }
+  return "";
+}
+
+std::string WriteAt(int file, std::uint64_t offset, const void *bytes, std::size_t size) {
+  const auto *at = static_cast<const char *>(bytes);
+  while (size > 0) {
+    const ssize_t put = pwrite(file, at, size, static_cast<off_t>(offset));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return ErrnoReason("cannot be written");
+    at += put;
+    offset += static_cast<std::uint64_t>(put);
+    size -= static_cast<std::size_t>(put);
+  }
+  return "";
+}
+
+std::string RegularFileSize(int file, std::uint64_t *size) {
+  struct stat status;
+  if (fstat(file, &status) != 0) return ErrnoReason("cannot be read");
+  if (!S_ISREG(status.st_mode)) return "is not a regular file";
+  *size = static_cast<std::uint64_t>(status.st_size);
+  return "";
+}
+
+std::string CopyBytes(int file, std::uint64_t size, int to) {
+  off_t at = 0;
+  while (static_cast<std::uint64_t>(at) < size) {
+    const ssize_t moved = sendfile(to, file, &at, size - static_cast<std::uint64_t>(at));
+    if (moved < 0 && errno == EINTR) continue;
+    if (moved < 0) return ErrnoReason("cannot be copied");
+    if (moved == 0) return "became shorter while it was read; let nothing else change it";
+  }
+  return "";
+}
+
+std::string CopyToMemory(int file, std::uint64_t size, Descriptor *copy) {
+  *copy = Descriptor(memfd_create("hive", MFD_CLOEXEC));
+  return *copy ? CopyBytes(file, size, copy->fd) : ErrnoReason("cannot be copied into memory");
+}
+
+}  // namespace machine

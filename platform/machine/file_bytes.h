@@ -1,0 +1,26 @@
+// Bytes of hives and their logs, at file offsets. Every failure is a reason in one line for people, in the form that
+// follows a file's name; empty without one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/machine/descriptor.h"
+
+namespace machine {
+
+// Exactly `size` bytes.
+std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size);
+std::string WriteAt(int file, std::uint64_t offset, const void *bytes, std::size_t size);
+
+// Size of a regular file; of anything else a reason.
+std::string RegularFileSize(int file, std::uint64_t *size);
+
+// Writes the file's first `size` bytes to `to`, at its position.
+std::string CopyBytes(int file, std::uint64_t size, int to);
+
+// A copy of the file's first `size` bytes in memory, open for reading and writing.
+std::string CopyToMemory(int file, std::uint64_t size, Descriptor *copy);
+
+}  // namespace machine

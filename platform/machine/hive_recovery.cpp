@@ -1,0 +1,245 @@
+#include "platform/machine/hive_recovery.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/machine/file_bytes.h"
+#include "platform/machine/little_endian.h"
+
+namespace machine {
+namespace {
+
+struct Planner {
+  const BaseBlock &hive;
+  const std::vector<HiveLog> &logs;
+  Recovery *recovery;
+};
+
+LogVerdict *VerdictOn(const Planner &planner, const HiveLog &log) {
+  return &planner.recovery->verdicts[static_cast<std::size_t>(&log - planner.logs.data())];
+}
+
+void Apply(const Planner &planner, const HiveLog &log) {
+  VerdictOn(planner, log)->applied = true;
+  planner.recovery->applied.push_back(&log);
+  planner.recovery->entries += log.entries.size();
+}
+
+void LeaveOut(const Planner &planner, const HiveLog &log, std::string reason) {
+  VerdictOn(planner, log)->reason = std::move(reason);
+}
+
+std::string Number(std::uint32_t number) { return std::to_string(number); }
+
+// Usable logs of that format, the earliest first: their names say nothing about that.
+std::vector<const HiveLog *> UsableLogs(const Planner &planner, LogFormat format) {
+  std::vector<const HiveLog *> usable;
+  for (const HiveLog &log : planner.logs) {
+    if (log.flaw.empty() && log.format == format) usable.push_back(&log);
+  }
+  std::stable_sort(usable.begin(), usable.end(),
+                   [](const HiveLog *a, const HiveLog *b) { return IsBefore(a->head.primary, b->head.primary); });
+  return usable;
+}
+
+// --- The new format: logs are written in turn
+// -------------------------------------------------------------------------
+
+void RefuseEmptyLog(const Planner &planner, const HiveLog &log) {
+  planner.recovery->refusal = log.name + " stops before its first entry";
+  LeaveOut(planner, log, "stops before its first entry");
+}
+
+// The numbers in the hive are those with which it became dirty; logs from before that are in it already.
+void DropOldLogs(const Planner &planner, std::vector<const HiveLog *> *usable) {
+  std::erase_if(*usable, [&](const HiveLog *log) {
+    if (!IsBefore(log->head.primary, planner.hive.secondary)) return false;
+    LeaveOut(
+        planner, *log,
+        "is older than the hive (" + Number(log->head.primary) + " is before " + Number(planner.hive.secondary) + ")");
+    return true;
+  });
+}
+
+// The later of two logs builds on the earlier one, and is complete only with it.
+void PlanNewLogs(const Planner &planner, std::vector<const HiveLog *> usable) {
+  if (planner.hive.checksumRight) DropOldLogs(planner, &usable);
+  if (usable.empty()) return;
+  if (usable.front()->entries.empty()) {
+    RefuseEmptyLog(planner, *usable.front());
+    return;
+  }
+  if (!planner.hive.checksumRight) {
+    // Without the hive's own numbers nothing says where the earlier ones would begin.
+    const HiveLog &latest = *usable.back();
+    planner.recovery->replacesBlock = true;
+    for (const HiveLog *log : usable) {
+      if (log != &latest) LeaveOut(planner, *log, "comes before the log that replaces the base block");
+    }
+    if (latest.entries.empty()) {
+      RefuseEmptyLog(planner, latest);
+    } else {
+      Apply(planner, latest);
+    }
+    return;
+  }
+  Apply(planner, *usable.front());
+  for (std::size_t i = 1; i < usable.size(); ++i) {
+    const HiveLog &log = *usable[i];
+    const HiveLog &before = *planner.recovery->applied.back();
+    const std::uint32_t next = before.entries.back().number + 1;
+    if (log.head.primary != next) {
+      LeaveOut(planner, log,
+               "does not continue " + before.name + " (it begins with " + Number(log.head.primary) + ", not " +
+                   Number(next) + ")");
+    } else if (log.entries.empty()) {
+      LeaveOut(planner, log, "stops before its first entry");
+    } else {
+      Apply(planner, log);
+    }
+  }
+}
+
+// --- The old format: one log has all that the hive lacks
+// --------------------------------------------------------------
+
+// Of two that fit, the second was written because writing the first had failed: the later one holds.
+void PlanOldLogs(const Planner &planner, std::uint64_t firstBinTime, const std::vector<const HiveLog *> &usable) {
+  const std::uint64_t time = planner.hive.checksumRight ? planner.hive.time : firstBinTime;
+  std::vector<const HiveLog *> fitting;
+  for (const HiveLog *log : usable) {
+    if (log->head.time == time) {
+      fitting.push_back(log);
+    } else {
+      LeaveOut(planner, *log, "belongs to another state of the hive (the times of their last writes differ)");
+    }
+  }
+  if (fitting.empty()) return;
+  const HiveLog *latest = fitting.front();
+  for (const HiveLog *log : fitting) {
+    if (IsBefore(latest->head.primary, log->head.primary)) latest = log;
+  }
+  for (const HiveLog *log : fitting) {
+    if (log != latest) LeaveOut(planner, *log, "is not the latest that fits");
+  }
+  planner.recovery->replacesBlock = !planner.hive.checksumRight;
+  if (latest->entries.empty()) {
+    RefuseEmptyLog(planner, *latest);
+  } else {
+    Apply(planner, *latest);
+  }
+}
+
+bool LeavesOutNumbers(const Planner &planner) {
+  return std::any_of(planner.logs.begin(), planner.logs.end(),
+                     [&](const HiveLog &log) { return log.latest && !VerdictOn(planner, log)->applied; });
+}
+
+std::string DescribeFailure(const Planner &planner) {
+  if (planner.logs.empty()) return "there is no log beside it";
+  std::string reasons;
+  for (const HiveLog &log : planner.logs) {
+    reasons += (reasons.empty() ? "" : ", ") + log.name + " " + VerdictOn(planner, log)->reason;
+  }
+  return reasons;
+}
+
+// --- Applying -------------------------------------------------------------------------------------------------------
+
+std::string GrowTo(int file, std::uint64_t size) {
+  struct stat status;
+  if (fstat(file, &status) == 0 && static_cast<std::uint64_t>(status.st_size) >= size) return "";
+  if (ftruncate(file, static_cast<off_t>(size)) == 0) return "";
+  return std::string("cannot be recovered in memory: ") + std::strerror(errno);
+}
+
+std::string ApplyEntry(const HiveLog &log, const LogEntry &entry, int file) {
+  std::string reason = GrowTo(file, kBaseBlockSize + std::uint64_t{entry.binsSize});
+  for (std::size_t i = 0; i < entry.pageCount && reason.empty(); ++i) {
+    const LogPage &page = log.pages[entry.firstPage + i];
+    reason =
+        WriteAt(file, kBaseBlockSize + std::uint64_t{page.hiveOffset}, log.bytes.data() + page.logOffset, page.size);
+  }
+  return reason;
+}
+
+// The old format knows its hive by the time of the last write. The recovered hive has the least other one, so that the
+// log no longer fits, should they meet again.
+std::string MoveTime(std::uint8_t *head, int file) {
+  WriteLe64(head + kTimeOffset, ReadLe64(head + kTimeOffset) + 1);
+  return WriteAt(file, kFirstBinTime, head + kTimeOffset, 8);
+}
+
+}  // namespace
+
+Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const std::vector<HiveLog> &logs) {
+  Recovery recovery;
+  recovery.verdicts.resize(logs.size());
+  const Planner planner = {hive, logs, &recovery};
+  for (const HiveLog &log : logs) LeaveOut(planner, log, log.flaw);
+
+  // A system that writes the new format has old logs at most from the image it was installed from.
+  PlanNewLogs(planner, UsableLogs(planner, LogFormat::kNew));
+  const std::vector<const HiveLog *> old = UsableLogs(planner, LogFormat::kOld);
+  if (recovery.applied.empty() && recovery.refusal.empty()) {
+    PlanOldLogs(planner, firstBinTime, old);
+  } else {
+    for (const HiveLog *log : old) LeaveOut(planner, *log, "has the format of an earlier system");
+  }
+  if (recovery.applied.empty()) {
+    if (recovery.refusal.empty()) recovery.refusal = DescribeFailure(planner);
+    return recovery;
+  }
+  const HiveLog &last = *recovery.applied.back();
+  const bool past = last.format == LogFormat::kOld || LeavesOutNumbers(planner);
+  recovery.number = past ? NextNumber(hive, logs) : last.entries.back().number + 1;
+  return recovery;
+}
+
+std::string ApplyRecovery(const Recovery &recovery, int file) {
+  std::uint8_t head[kLogHeadSize];
+  std::string reason = ReadAt(file, 0, head, sizeof head);
+  if (!reason.empty()) return reason;
+  if (recovery.replacesBlock) {
+    std::memcpy(head, recovery.applied.back()->bytes.data(), sizeof head);
+    WriteLe32(head + kTypeOffset, 0);
+  }
+  for (const HiveLog *log : recovery.applied) {
+    for (const LogEntry &entry : log->entries) {
+      reason = ApplyEntry(*log, entry, file);
+      if (!reason.empty()) return reason;
+      WriteLe32(head + kBinsSizeOffset, entry.binsSize);
+      if (log->format == LogFormat::kNew) {
+        WriteLe32(head + kFlagsOffset, (ReadLe32(head + kFlagsOffset) & ~1u) | (entry.flags & 1));
+      }
+    }
+  }
+  if (recovery.applied.back()->format == LogFormat::kOld) reason = MoveTime(head, file);
+  if (!reason.empty()) return reason;
+  WriteLe32(head + kPrimaryOffset, recovery.number);
+  WriteLe32(head + kSecondaryOffset, recovery.number);
+  SealBaseBlock(head);
+  return WriteAt(file, 0, head, sizeof head);
+}
+
+std::uint32_t NextNumber(const BaseBlock &hive, const std::vector<HiveLog> &logs) {
+  std::optional<std::uint32_t> latest;
+  const auto note = [&latest](std::uint32_t number) {
+    if (!latest || IsBefore(*latest, number)) latest = number;
+  };
+  if (hive.checksumRight) {
+    note(hive.secondary);
+    note(hive.primary);
+  }
+  for (const HiveLog &log : logs) {
+    if (log.latest) note(*log.latest);
+  }
+  return latest.value_or(0) + 1;
+}
+
+}  // namespace machine
