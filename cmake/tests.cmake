@@ -41,8 +41,9 @@ vxr_test(field_reader_test machine inf/field_reader_test.cpp)
 
 # Files, disks and processes of the described machine.
 vxr_test(machine_files_test machine platform/machine/paths_test.cpp platform/machine/files_test.cpp
-         platform/machine/disks_test.cpp platform/machine/volumes_test.cpp platform/machine/copy_test.cpp
-         platform/machine/replace_file_test.cpp platform/machine/search_test.cpp platform/machine/processes_test.cpp)
+         platform/release_test.cpp platform/machine/disks_test.cpp platform/machine/volumes_test.cpp
+         platform/machine/copy_test.cpp platform/machine/replace_file_test.cpp platform/machine/search_test.cpp
+         platform/machine/processes_test.cpp)
 
 # The log and its dumps.
 vxr_test(log_test machine log/log_test.cpp log/product_test.cpp log/dump_test.cpp log/record_dump_test.cpp)

@@ -43,6 +43,10 @@ BOOL IsDBCSLeadByte(BYTE byte);
 // Case conversion by the ANSI code page, in place; return the count of bytes processed.
 DWORD CharUpperBuffA(char *text, DWORD length);
 DWORD CharLowerBuffA(char *text, DWORD length);
+// UTF-16 to the code page, which is always CP_ACP, with WC_NO_BEST_FIT_CHARS: a character that it lacks becomes '?',
+// also where Windows has a similar one. `length` counts units. Returns the count of bytes; 0 when they do not fit.
+int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR *wide, int length, char *buffer, int size,
+                        const char *replacement, BOOL *replaced);
 
 // --- Registry (HKEY_LOCAL_MACHINE only) --------------------------------------------------------------------------
 

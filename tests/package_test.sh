@@ -21,7 +21,7 @@ if [[ ${#zips[@]} -eq 1 ]]; then
   folder=$(basename "${zips[0]}" .zip)
   cmake -E tar tf "${zips[0]}" | sed "s|^$folder/||" >"$work/all"
   prefix='' docdir=doc
-  files='bin/vxr.exe bin/vxrcore.dll lib/vxrcore.def lib/vxrcore.dll.a doc/examples/host.c'
+  files='bin/vxr.exe bin/vxrcore.dll lib/vxrcore.def lib/vxrcore.dll.a'
 else
   dpkg-deb --fsys-tarfile "$work"/*.deb | tar t | sed 's|^\./||' >"$work/all"
   prefix=usr/ docdir=share/doc/vxrcore
@@ -31,7 +31,8 @@ else
 fi
 {
   tr ' ' '\n' <<<"$files include/vxrcore/bmext.h include/vxrcore/vxrcore.h $docdir/README.md"
-  echo "$docdir/examples/list_volumes.c"
+  # Beside the documents, the examples that they point at.
+  cd "$source" && grep -oh '](\.\./[^)]*' docs/*.md | sed "s|](\.\.|$docdir|" | sort -u
   docs $docdir
 } | sed "s|^|$prefix|" | sort >"$work/expected"
 grep -v '/$' "$work/all" | sort | diff "$work/expected" - || { echo "FAILED: other files than expected"; exit 1; }

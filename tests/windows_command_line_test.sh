@@ -1,35 +1,15 @@
 #!/usr/bin/env bash
-# vxr.exe under Wine: the commands of the described machines, without a machine to name.
-#   windows_command_line_test.sh BUILD WINE
+# vxr.exe under Wine: the commands of the described machines, without a machine to name; and every query, answered as the
+# vxr of this system does.
+#   windows_command_line_test.sh BUILD WINE VXR SOURCE
 set -u
 
-build=$1
-wine=$2
-work=$(mktemp -d)
-windows="Z:${work//\//\\}"
-computer='HKLM\SYSTEM\CurrentControlSet\Enum\Root\ACPI_HAL\0000'
-product='HKLM\SOFTWARE\Varnelt\Halcyra'
-failures=0
+native=$3
+source=$4
+. "$(dirname "$0")/support/windows_host.sh"
 export LC_ALL=C.UTF-8 # of the file names below
 
-fail() {
-  echo "FAILED: $*"
-  failures=$((failures + 1))
-}
-
-registry() { "$wine" reg "$@" /f >"$work/reg.log" 2>&1 || fail "reg $*: $(cat "$work/reg.log")"; }
-
-clean() {
-  registry delete "$computer"
-  registry delete 'HKLM\SOFTWARE\Varnelt'
-  rm -rf "$work"
-}
-trap clean EXIT
-
-registry add "$computer" /v HardwareID /t REG_MULTI_SZ /d acpiapic_mp
-registry add "$computer" /v ClassGUID /d '{4D36E966-E325-11CE-BFC1-08002BE10318}'
-registry add "$product" /v HCDIR /d "$windows\\product"
-mkdir -p "$work/product/logs.dir"
+registry add 'HKLM\SOFTWARE\Varnelt\Halcyra' /v HCDIR /d "$windows\\product"
 printf '[Version]\nSignature = "$Windows NT$"\nProvider = Maker\n' >"$work/größe.inf"
 cd "$work" || exit 1
 
@@ -60,6 +40,41 @@ done <<'CASES'
 CASES
 iconv -f cp1252 Ä.ini | tr -d '\r' | grep -qxF "Item0=$windows\\größe.bme" ||
   fail "the includes file names no größe.bme"
+
+# --- Every query, of the file of a machine with volumes and disks, which Wine has not
+cp -r "$source/examples/protected-5.2-x64" machine
+"$native" create --machine machine/machine.toml protected.bme >out 2>&1 || fail "vxr create: $(cat out)"
+mkdir queries
+# ask FILE VXR...: what one of the two says and its exit status.
+ask() {
+  local file=$1 status
+  shift
+  "$@" >"$file.out" 2>&1 </dev/null
+  status=$?
+  tr -d '\r' <"$file.out" >"$file"
+  echo "exit status $status" >>"$file"
+}
+while read -r class item; do
+  words="query protected.bme $class $item"
+  case $class,$item in
+    *,DiskCount) words+=' --volume 1' ;;
+    *,Disk*) words+=' --volume 1 --driver controller' ;;
+    *,VolIndex) words+=' --letter D' ;;
+    *,VolCount | *,*VolInd | [!v]*) ;;
+    *) words+=' --volume 1' ;;
+  esac
+  # shellcheck disable=SC2086
+  ask "queries/$item.right" "$native" $words
+  # shellcheck disable=SC2086
+  ask "queries/$item" "$wine" "$build/vxr.exe" $words & # all at once, since each mostly waits
+done < <(sed -nE '/Reference/d; s/^  VXREQV_([A-Z][A-Za-z]*),?.*/volume \1/p; s/^  VXREQS_([A-Za-z]*),.*/system \1/p' \
+  "$source/include/vxrcore/bmext.h"; printf 'network Name\narchitect KernelType\narchitect HalType\n')
+wait
+for right in queries/*.right; do
+  diff "$right" "${right%.right}" || fail "vxr (<) and vxr.exe (>) answer another ${right%.right}"
+  [[ $(tail -n 1 "$right") == 'exit status 0' ]] || fail "no answer: $(cat "$right")"
+done
+[[ $(ls queries/*.right | wc -l) -eq 39 ]] || fail "not every query was asked: $(ls queries)"
 
 [[ $failures -eq 0 ]] || exit 1
 echo "all as expected"

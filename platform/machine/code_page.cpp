@@ -257,7 +257,9 @@ char16_t CharacterOf(const CodePage &page, unsigned code) {
   return character == kUndefined ? kReplacement : character;
 }
 
+// Windows looks at UTF-16 units: a character of two is replaced twice.
 void AppendAnsi(const CodePage &page, char32_t character, std::string *text) {
+  if (character > kUndefined) *text += kReplacement;
   const unsigned code = character >= kUndefined ? 0 : page.codes[character];
   AppendCode(code == 0 && character != 0 ? kReplacement : code, text);
 }

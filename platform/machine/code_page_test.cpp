@@ -41,8 +41,8 @@ TEST_F(CodePageTest, ConvertsBothWays) {
 }
 
 TEST_F(CodePageTest, ReplacesWhatCannotBeConverted) {
-  EXPECT_EQ(machine::Utf8ToAnsi("\u4E2D\U0001F600.", 1252), "??.");
-  EXPECT_EQ(machine::Utf16ToAnsi(u"\u4E2D\U0001F600.", 1252), "??.");
+  EXPECT_EQ(machine::Utf8ToAnsi("\u4E2D\U0001F600.", 1252), "???.");
+  EXPECT_EQ(machine::Utf16ToAnsi(u"\u4E2D\U0001F600.", 1252), "???.");
   const char16_t halves[] = {0xD83D, u'x', 0xDE00, 0};
   EXPECT_EQ(machine::Utf16ToAnsi(halves, 1252), "?x?");
   EXPECT_EQ(machine::Utf16ToUtf8(halves), "?x?");

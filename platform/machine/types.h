@@ -97,6 +97,11 @@ inline constexpr DWORD ERROR_NO_DRIVER_SELECTED = 0xE0000203;
 inline constexpr DWORD ERROR_INVALID_CLASS = 0xE0000206;
 inline constexpr DWORD ERROR_NO_SUCH_DEVINST = 0xE000020B;
 
+// --- Texts -------------------------------------------------------------------------------------------------------
+
+inline constexpr UINT CP_ACP = 0;
+inline constexpr DWORD WC_NO_BEST_FIT_CHARS = 0x400;
+
 // --- Heap --------------------------------------------------------------------------------------------------------
 
 inline constexpr DWORD HEAP_ZERO_MEMORY = 0x8;

@@ -1,19 +1,10 @@
-// What is more than a pass-through: formatted text, streams, the host's name.
+// What is more than a pass-through: streams, the host's name.
 #include <cstdio>
 #include <cstring>
 
 #include "platform/layout.h"
 
 namespace platform {
-
-// The runtime that every Windows has formats as the log promises; what it leaves out is the terminator of a cut text.
-int FormatText(char *buffer, SIZE_T size, const char *format, va_list arguments) {
-  if (size == 0) return -1;
-  const int length = ::_vsnprintf(buffer, size, format, arguments);
-  const bool fits = length >= 0 && static_cast<SIZE_T>(length) < size;
-  if (!fits) buffer[size - 1] = '\0';
-  return fits ? length : -1;
-}
 
 std::FILE *OpenStream(const char *name, const char *mode) {
   char binary[8] = "";

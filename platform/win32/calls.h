@@ -4,6 +4,13 @@
 
 namespace platform {
 
+// Releases run on the way out of a failure, before somebody logs its reason, which the set-up library and the registry
+// do not promise to leave alone. Kernel objects do: there a release that goes well leaves the last error as it was.
+struct KeptError {
+  DWORD code = ::GetLastError();
+  ~KeptError() { ::SetLastError(code); }
+};
+
 // --- Errors, heap, code page of texts ------------------------------------------------------------------------------
 
 inline DWORD GetLastError() { return ::GetLastError(); }
@@ -22,6 +29,13 @@ inline BOOL IsDBCSLeadByte(BYTE byte) { return ::IsDBCSLeadByte(byte); }
 inline DWORD CharUpperBuffA(char *text, DWORD length) { return ::CharUpperBuffA(text, length); }
 inline DWORD CharLowerBuffA(char *text, DWORD length) { return ::CharLowerBuffA(text, length); }
 
+// A system whose code page is UTF-8 takes no flags, and lacks no character.
+inline int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR *wide, int length, char *buffer, int size,
+                               const char *replacement, BOOL *replaced) {
+  if (::GetACP() == CP_UTF8) flags = 0;
+  return ::WideCharToMultiByte(codePage, flags, wide, length, buffer, size, replacement, replaced);
+}
+
 // --- Registry ------------------------------------------------------------------------------------------------------
 
 inline LSTATUS RegOpenKeyA(HKEY root, const char *subKey, HKEY *key) { return ::RegOpenKeyA(root, subKey, key); }
@@ -37,7 +51,10 @@ inline LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD reserved, D
   return ::RegSetValueExA(key, valueName, reserved, type, data, size);
 }
 
-inline LSTATUS RegCloseKey(HKEY key) { return ::RegCloseKey(key); }
+inline LSTATUS RegCloseKey(HKEY key) {
+  const KeptError kept;
+  return ::RegCloseKey(key);
+}
 
 // --- Processes -----------------------------------------------------------------------------------------------------
 
@@ -135,8 +152,12 @@ inline BOOL WritePrivateProfileStringA(const char *section, const char *key, con
 
 // --- Version resources ---------------------------------------------------------------------------------------------
 
+// A file without version resource has no resource section at all or, on Windows from 6.0 on with an error of its own,
+// none of that type. It is one fact to us, for which the logic has one error.
 inline DWORD GetFileVersionInfoSizeA(const char *file, DWORD *handle) {
-  return ::GetFileVersionInfoSizeA(file, handle);
+  const DWORD size = ::GetFileVersionInfoSizeA(file, handle);
+  if (size == 0 && ::GetLastError() == ERROR_RESOURCE_TYPE_NOT_FOUND) ::SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
+  return size;
 }
 
 inline BOOL GetFileVersionInfoA(const char *file, DWORD handle, DWORD size, void *block) {
@@ -212,7 +233,10 @@ inline HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD 
   return ::SetupOpenInfFileA(fileName, infClass, style, errorLine);
 }
 
-inline void SetupCloseInfFile(HINF inf) { ::SetupCloseInfFile(inf); }
+inline void SetupCloseInfFile(HINF inf) {
+  const KeptError kept;
+  ::SetupCloseInfFile(inf);
+}
 
 inline BOOL SetupFindFirstLineA(HINF inf, const char *section, const char *key, INFCONTEXT *context) {
   return ::SetupFindFirstLineA(inf, section, key, context);
@@ -260,7 +284,10 @@ inline HDEVINFO SetupDiGetClassDevsA(const GUID *classGuid, const char *enumerat
   return ::SetupDiGetClassDevsA(classGuid, enumerator, owner, flags);
 }
 
-inline BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) { return ::SetupDiDestroyDeviceInfoList(set); }
+inline BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) {
+  const KeptError kept;
+  return ::SetupDiDestroyDeviceInfoList(set);
+}
 
 inline BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_DEVINFO_DATA *device) {
   return ::SetupDiEnumDeviceInfo(set, index, device);

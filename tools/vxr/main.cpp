@@ -14,6 +14,8 @@
 namespace {
 
 const char *const kVersion = "vxr " VXR_VERSION;
+const std::string kUsageStatus =
+    kDescribedMachines ? "2 for wrong usage or a machine that cannot be opened." : "2 for wrong usage.";
 
 CLI::App *AddCommand(CLI::App *app, const char *name, const char *description) {
   CLI::App *command = app->add_subcommand(name, description);
@@ -41,7 +43,8 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
       "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n"
-      "4 also when the restored hive could not be saved; 2 for wrong usage or a machine that cannot be opened.");
+      "4 also when the restored hive could not be saved; " +
+      kUsageStatus);
   return run;
 }
 
@@ -68,8 +71,8 @@ CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
   create->add_option("--map", options->map, "Map file that gives each volume's name in the backup")->type_name("FILE");
   create->footer(
       std::string(kDescribedMachines ? "A file name that begins with a drive letter is a path of the machine.\n" : "") +
-      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written;\n"
-      "2 for wrong usage or a machine that cannot be opened.");
+      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written;\n" +
+      kUsageStatus);
   return create;
 }
 
@@ -142,8 +145,7 @@ CLI::App *AddFixBoot(CLI::App *app, FixBootOptions *options) {
         ->type_name("C,H,S,B")
         ->excludes(machine);
   }
-  fix->footer(
-      "Exit status: 0 when the sector agrees now; 1 when not; 2 for wrong usage or a machine that cannot be opened.");
+  fix->footer("Exit status: 0 when the sector agrees now; 1 when not; " + kUsageStatus);
   return fix;
 }
 

@@ -14,7 +14,7 @@ constexpr ResultCode kCodes[] = {
      " room beside it.",
      true},
     {7, "Failed to initialize Vexmorph engine", "the engine did not start",
-     "Check that HCDIR is set and that the running system's boot drive and computer device are described.", true},
+     "Check that HCDIR is set, and that the running system has a boot drive and a device of the class Computer.", true},
     {8, "Failed to initialize the Bare Metal restore information", "the job's settings are incomplete",
      "Check the job number; its key needs Disk, InfDir, BootPart and RootPath.", true},
     {9, "Failed to initialize the Bare Metal extension information", "the extension file cannot be used",

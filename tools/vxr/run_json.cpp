@@ -86,7 +86,7 @@ Json RefusedPaths(const RunRecord &record) {
 
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   const ResultCode &entry = FindResultCode(outcome.code);
-  const Json document = {{"machine", options.machine},
+  const Json document = {{"machine", kDescribedMachines ? Json(options.machine) : Json()},
                          {"job", options.job},
                          {"mode", options.verify ? "verification" : "injection"},
                          {"result", outcome.code},

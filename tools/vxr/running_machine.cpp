@@ -152,5 +152,3 @@ int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathS
   const int length = std::snprintf(hostPath, hostPathSize, "%s", machine::AnsiToUtf8(path, GetACP()).c_str());
   return length >= 0 && static_cast<uint32_t>(length) < hostPathSize;
 }
-
-uint64_t VXRMachine_InfReads(void) { return 0; }

@@ -1,11 +1,11 @@
-// Formatted text as Windows' C library makes it: long is 32 bits, %S is UTF-16 text, %p is 16 upper-case digits.
+// Formatted text as Windows' C library makes it: long is 32 bits, %S is UTF-16 text, %p is 16 upper-case digits. One
+// formatter for every build, so that a log is the same wherever it is written; and Windows' own gives up at a UTF-16
+// character that the runtime's locale lacks, which cost the log the whole line.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <string_view>
 
-#include "platform/machine/code_page.h"
 #include "platform/platform.h"
 
 namespace {
@@ -190,32 +190,70 @@ bool IsWide(const Conversion &conversion) {
   return capital || conversion.size == Size::kLong || conversion.size == Size::kWide;
 }
 
-// The UTF-16 text, read by bytes since it may be misaligned, up to its terminator or until `most` bytes are reached
-// in the ANSI code page; a two-byte character is not split.
-std::string ReadWide(const void *text, std::size_t most) {
-  std::u16string wide;
-  for (auto *bytes = static_cast<const char *>(text); wide.size() < most; bytes += sizeof(char16_t)) {
-    char16_t character = 0;
-    std::memcpy(&character, bytes, sizeof character);
-    if (character == 0) break;
-    wide += character;
+// One character in the ANSI code page, and how many UTF-16 units it comes from.
+struct AnsiCharacter {
+  std::size_t units = 1, length = 0;
+  char bytes[4];
+};
+
+// What the code page lacks becomes '?'. A near letter, which Windows offers on its own, would tell of another file.
+AnsiCharacter ConvertCharacter(const WCHAR *units, std::size_t count) {
+  AnsiCharacter character;
+  character.units = count;
+  const int length = platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, units, static_cast<int>(count),
+                                                   character.bytes, sizeof character.bytes, nullptr, nullptr);
+  character.length = static_cast<std::size_t>(length);
+  if (length <= 0) {
+    character.bytes[0] = '?';
+    character.length = 1;
   }
-  std::string result = machine::Utf16ToAnsi(wide);
-  if (result.size() <= most) return result;
-  std::size_t end = 0;
-  for (;;) {
-    const std::size_t next = end + (machine::IsLeadByte(static_cast<unsigned char>(result[end])) ? 2 : 1);
-    if (next > most) break;
-    end = next;
+  return character;
+}
+
+// UTF-16 text up to its terminator, or to as many units as `left`; read by bytes since it may be misaligned.
+struct WideText {
+  const char *at;
+  std::size_t left;
+};
+
+WCHAR PeekUnit(const WideText &text, std::size_t index) {
+  WCHAR unit = 0;
+  if (index < text.left) std::memcpy(&unit, text.at + index * sizeof unit, sizeof unit);
+  return unit;
+}
+
+// False at the end of the text.
+bool TakeCharacter(WideText *text, AnsiCharacter *character) {
+  const WCHAR first = PeekUnit(*text, 0);
+  if (first == 0) return false;
+  const WCHAR units[] = {first, (first & 0xFC00) == 0xD800 ? PeekUnit(*text, 1) : WCHAR{0}};
+  *character = ConvertCharacter(units, (units[1] & 0xFC00) == 0xDC00 ? 2 : 1);
+  text->at += character->units * sizeof(WCHAR);
+  text->left -= character->units;
+  return true;
+}
+
+// The precision is in bytes of the ANSI code page; a character that would only partly fit is left out.
+void PutWideText(Output *output, const Conversion &conversion, const void *text) {
+  const WideText whole{static_cast<const char *>(text), conversion.precision};
+  AnsiCharacter character;
+  std::size_t length = 0, count = 0;
+  for (WideText rest = whole; length < conversion.precision && TakeCharacter(&rest, &character); ++count) {
+    if (character.length > conversion.precision - length) break;
+    length += character.length;
   }
-  result.resize(end);
-  return result;
+  const std::size_t fill = conversion.width > length ? conversion.width - length : 0;
+  if (!conversion.left) PutRepeated(output, conversion.zeros ? '0' : ' ', fill);
+  for (WideText rest = whole; count > 0 && TakeCharacter(&rest, &character); --count) {
+    Put(output, std::string_view(character.bytes, character.length));
+  }
+  if (conversion.left) PutRepeated(output, ' ', fill);
 }
 
 void PutText(Output *output, const Conversion &conversion, Arguments *arguments) {
   const void *text = va_arg(arguments->list, const void *);
   if (text != nullptr && IsWide(conversion)) {
-    PutField(output, conversion, "", 0, ReadWide(text, conversion.precision));
+    PutWideText(output, conversion, text);
     return;
   }
   const char *narrow = text == nullptr ? "(null)" : static_cast<const char *>(text);
@@ -230,8 +268,9 @@ void PutText(Output *output, const Conversion &conversion, Arguments *arguments)
 void PutCharacter(Output *output, const Conversion &conversion, Arguments *arguments) {
   const int value = va_arg(arguments->list, int);
   if (IsWide(conversion)) {
-    const auto character = static_cast<char16_t>(value);
-    PutField(output, conversion, "", 0, machine::Utf16ToAnsi(std::u16string_view(&character, 1)));
+    const auto unit = static_cast<WCHAR>(value);
+    const AnsiCharacter character = ConvertCharacter(&unit, 1);
+    PutField(output, conversion, "", 0, std::string_view(character.bytes, character.length));
     return;
   }
   const auto character = static_cast<char>(value);

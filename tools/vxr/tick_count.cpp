@@ -1,0 +1,15 @@
+// The compiler's thread library, which every program with exceptions brings along, asks for GetTickCount64, and Windows
+// has that from 6.0 on alone: vxr.exe would not start on 5.2. The linker takes this pointer for the import's.
+#include "platform/win32/types.h"
+
+namespace {
+
+// Starts over after 49 days, where the real one goes on. It only measures timed waits, of which we have none.
+ULONGLONG WINAPI TickCount() { return GetTickCount(); }
+
+}  // namespace
+
+extern "C" {
+extern ULONGLONG(WINAPI *const __imp_GetTickCount64)();
+ULONGLONG(WINAPI *const __imp_GetTickCount64)() = TickCount;
+}
