@@ -92,7 +92,8 @@ target_compile_definitions(version_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE
 
 # What the platform's calls give, here and on Windows alike.
 set(VXR_CONTRACT_TESTS tests/platform_contract_files_test.cpp tests/platform_contract_settings_test.cpp
-    tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp)
+    tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp
+    tests/log_bytes_test.cpp)
 vxr_test(platform_contract_test machine ${VXR_CONTRACT_TESTS})
 target_compile_definitions(platform_contract_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 

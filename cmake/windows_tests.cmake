@@ -61,7 +61,8 @@ set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)
 
 # What the platform's calls give, here and on the described machine alike.
 set(VXR_CONTRACT_TESTS tests/platform_contract_files_test.cpp tests/platform_contract_settings_test.cpp
-    tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp)
+    tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp
+    tests/log_bytes_test.cpp)
 vxr_windows_test(platform_contract_test ${VXR_CONTRACT_TESTS})
 
 # The example for authors of hosts, and what the library and its package are from outside. Their tests are scripts.
