@@ -92,6 +92,13 @@ vxr_test(version_test machine platform/machine/version_resource_test.cpp)
 vxr_test(settings_file_test machine platform/machine/settings_file_test.cpp)
 target_compile_definitions(version_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 
+# What the platform's calls give, here and on Windows alike.
+set(VXR_CONTRACT_TESTS tests/platform_contract_files_test.cpp tests/platform_contract_settings_test.cpp
+    tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp
+    tests/log_bytes_test.cpp)
+vxr_test(platform_contract_test machine ${VXR_CONTRACT_TESTS})
+target_compile_definitions(platform_contract_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+
 # What the command line makes of an extension file.
 vxr_test(extension_view_test unit tools/vxr/extension_view_test.cpp tools/vxr/query_names.cpp)
 target_link_libraries(extension_view_test PRIVATE vxr_extension_view)

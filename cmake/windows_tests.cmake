@@ -39,7 +39,7 @@ endfunction()
 
 # What unit tests of the Windows build share.
 add_library(vxr_test_support STATIC tests/support/test_machine_win32.cpp tests/support/test_machine_files.cpp
-            tests/support/guarded_memory.cpp)
+            tests/support/guarded_memory.cpp tests/support/pe_builder.cpp)
 file(CREATE_LINK /usr/include/toml++ ${PROJECT_BINARY_DIR}/headers/toml++ SYMBOLIC)
 target_include_directories(vxr_test_support SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/headers)
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main PRIVATE shlwapi)
@@ -69,6 +69,12 @@ vxr_windows_test(unit_tests
   tools/vxr/result_codes.cpp tools/vxr/machine_session.cpp tools/vxr/running_machine.cpp tools/vxr/output.cpp
   volume/volume_test.cpp engine/path_catalogue_test.cpp)
 set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)
+
+# What the platform's calls give, here and on the described machine alike.
+set(VXR_CONTRACT_TESTS tests/platform_contract_files_test.cpp tests/platform_contract_settings_test.cpp
+    tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp
+    tests/log_bytes_test.cpp)
+vxr_windows_test(platform_contract_test ${VXR_CONTRACT_TESTS})
 
 # The example for authors of hosts, and what the library and its package are from outside. Their tests are scripts.
 add_executable(host examples/host/host.c)

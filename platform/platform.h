@@ -54,7 +54,8 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR *wide, int lengt
 LSTATUS RegOpenKeyA(HKEY root, const char *subKey, HKEY *key);
 LSTATUS RegCreateKeyA(HKEY root, const char *subKey, HKEY *key);
 // With null `data` stores the size alone. REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ are converted to the ANSI code page
-// and sized in ANSI bytes; other types are raw. A stored text without terminator comes back without one.
+// and sized in ANSI bytes; other types are raw. A stored text without terminator comes back without one, or where the
+// buffer has room for it with one that the size does not count.
 LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *reserved, DWORD *type, BYTE *data, DWORD *size);
 LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD reserved, DWORD type, const BYTE *data, DWORD size);
 LSTATUS RegCloseKey(HKEY key);

@@ -48,9 +48,7 @@ DWORD SectorFault(const Medium &medium, DWORD size) {
 // failure `incomplete` unless that is NO_ERROR. After a failure the position is the old one, and `*transferred` says
 // how much was done all the same.
 template <class Step>
-BOOL Transfer(const Medium &medium, const void *buffer, DWORD size, DWORD *transferred, DWORD incomplete, Step step) {
-  if (transferred != nullptr) *transferred = 0;
-  if (buffer == nullptr && size != 0) return FailWith(ERROR_INVALID_USER_BUFFER);
+BOOL Transfer(const Medium &medium, DWORD size, DWORD *transferred, DWORD incomplete, Step step) {
   const DWORD fault = medium.sectorSize == 0 ? NO_ERROR : SectorFault(medium, size);
   if (fault != NO_ERROR) return FailWith(fault);
   DWORD done = 0, error = NO_ERROR;
@@ -100,22 +98,26 @@ DWORD FailMove(DWORD error) {
 namespace platform {
 
 BOOL ReadFile(HANDLE file, void *buffer, DWORD size, DWORD *read, void *) {
+  if (read != nullptr) *read = 0;
   VXR_FAULT(FALSE, ERROR_IO_DEVICE);
   const Medium medium = FindMedium(file);
   if (medium.file == nullptr) return FALSE;
   if (!medium.file->readable) return FailWith(ERROR_ACCESS_DENIED);
+  if (buffer == nullptr && size != 0) return FailWith(ERROR_NOACCESS);
   const DWORD atEnd = medium.sectorSize == 0 ? NO_ERROR : ERROR_SECTOR_NOT_FOUND;
-  return Transfer(medium, buffer, size, read, atEnd, [&](DWORD done, off_t offset) {
+  return Transfer(medium, size, read, atEnd, [&](DWORD done, off_t offset) {
     return pread(medium.file->file.fd, static_cast<BYTE *>(buffer) + done, size - done, offset);
   });
 }
 
 BOOL WriteFile(HANDLE file, const void *buffer, DWORD size, DWORD *written, void *) {
+  if (written != nullptr) *written = 0;
   VXR_FAULT(FALSE, ERROR_IO_DEVICE);
   const Medium medium = FindMedium(file);
   if (medium.file == nullptr) return FALSE;
   if (!medium.file->writable) return FailWith(ERROR_ACCESS_DENIED);
-  return Transfer(medium, buffer, size, written, ERROR_DISK_FULL, [&](DWORD done, off_t offset) {
+  if (buffer == nullptr && size != 0) return FailWith(ERROR_INVALID_USER_BUFFER);
+  return Transfer(medium, size, written, ERROR_DISK_FULL, [&](DWORD done, off_t offset) {
     return pwrite(medium.file->file.fd, static_cast<const BYTE *>(buffer) + done, size - done, offset);
   });
 }

@@ -93,7 +93,11 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
   if (machine::CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
   if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
-  if (name != nullptr && machine::IsDeviceName(name)) return machine::OpenDevice(name, access, disposition);
+  if (name != nullptr && machine::IsDeviceName(name)) {
+    const HANDLE device = machine::OpenDevice(name, access, disposition);
+    if (device != INVALID_HANDLE_VALUE) SetLastError(NO_ERROR);
+    return device;
+  }
   const OpenRequest request = {access, disposition, flags & 0xFFFF};
   if (disposition == TRUNCATE_EXISTING && !request.Writes()) return FailOpen(ERROR_INVALID_PARAMETER);
   machine::HostPlace place;
@@ -101,7 +105,7 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
   const HANDLE handle = OpenPlace(request, place);
   if (handle == INVALID_HANDLE_VALUE) return handle;
   const bool mayCreate = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
-  if (mayCreate) SetLastError(place.exists ? ERROR_ALREADY_EXISTS : NO_ERROR);
+  SetLastError(mayCreate && place.exists ? ERROR_ALREADY_EXISTS : NO_ERROR);
   return handle;
 }
 

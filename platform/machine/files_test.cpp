@@ -124,7 +124,7 @@ TEST_F(FilesTest, TransfersAtThePosition) {
   EXPECT_TRUE(FlushFileBuffers(file));
   EXPECT_EQ(ReadFile("restored/a.txt"), std::string("0123xy6789\0\0z", 13));
   EXPECT_FALSE(platform::ReadFile(file, nullptr, 1, &count, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_USER_BUFFER);
+  EXPECT_EQ(GetLastError(), ERROR_NOACCESS);
   EXPECT_TRUE(CloseHandle(file));
 }
 

@@ -138,10 +138,14 @@ InfFactsRef ReadFacts(int file, const struct stat &status) {
   ++reads;
   auto facts = std::make_shared<InfFacts>();
   facts->status = status;
-  facts->text = ReadInf(std::move(bytes), Settings(), nullptr, &facts->problemLine);
+  InfRefusal refusal;
+  facts->text = ReadInf(std::move(bytes), Settings(), &refusal);
   if (facts->text != nullptr) {
     facts->modern = IsModernInf(facts->text.get());
     ReadVersion(facts.get());
+  } else {
+    facts->problem = refusal.error;
+    facts->problemLine = refusal.line;
   }
   return facts;
 }
@@ -233,7 +237,7 @@ std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPat
     RecountText(facts);
     return text;
   }
-  if (facts->problemLine == 0) {
+  if (facts->problem == 0) {
     const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
     struct stat status = {};
     if (!file || fstat(file.fd, &status) != 0) return nullptr;
@@ -265,7 +269,7 @@ const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char 
 }
 
 bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
-  const Descriptor directory(OpenHostFile(windowsPath, O_RDONLY | O_DIRECTORY));
+  const Descriptor directory(OpenHostDirectory(windowsPath));
   std::vector<Entry> entries;
   if (!directory || !ReadEntries(directory.fd, &entries)) return false;
   for (Entry &entry : entries) {

@@ -23,8 +23,9 @@ namespace machine {
 struct InfFacts {
   struct stat status = {};  // of the file when it was read
   bool modern = false;
-  unsigned problemLine = 0;  // not 0: the file is not INF text, for what stands in this line
-  std::string classGuid;     // as the file has it; empty: none
+  std::uint32_t problem = 0;  // not 0: the file is not INF text, for this reason...
+  unsigned problemLine = 0;   // ...in this line
+  std::string classGuid;      // as the file has it; empty: none
   // The lines of [Version] as key NUL value NUL. Tokens are replaced in what the machine itself relies on, Signature
   // and ClassGUID; in other values they are as they stand.
   std::string version;

@@ -183,7 +183,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
   if (open.facts == nullptr) return INVALID_HANDLE_VALUE;
   if (!open.facts->modern) {
     if (errorLine != nullptr) *errorLine = open.facts->problemLine;
-    SetLastError(ERROR_WRONG_INF_STYLE);
+    SetLastError(open.facts->problem != 0 ? open.facts->problem : ERROR_WRONG_INF_STYLE);
     return INVALID_HANDLE_VALUE;
   }
   if (infClass != nullptr && !IsOfClass(open, infClass)) {
@@ -210,7 +210,7 @@ BOOL SetupFindFirstLineA(HINF inf, const char *section, const char *key, INFCONT
   InfFile *file = TextOf(open);
   if (file == nullptr) return FALSE;
   const std::uint32_t index = FindSectionIndex(*file, section);
-  if (index == kInfNone) return FailWith(ERROR_SECTION_NOT_FOUND);
+  if (index == kInfNone) return FailWith(ERROR_LINE_NOT_FOUND);
   const InfSection &found = ParsedSection(file, index);
   const std::uint32_t line = key == nullptr ? 0 : FindKey(file, found, key);
   if (line >= found.lines.size()) return FailWith(ERROR_LINE_NOT_FOUND);
@@ -248,7 +248,9 @@ BOOL SetupGetMultiSzFieldA(INFCONTEXT *context, DWORD index, char *buffer, DWORD
   if (!ResolveField(context, index, &position)) return FALSE;
   std::string list;
   for (DWORD field = index; field <= position.line->valueCount; ++field) {
-    list += WithTerminator(TextAt(position, field));
+    const std::string text = TextAt(position, field);
+    if (text.empty()) break;  // which would end the list for its reader
+    list += WithTerminator(text);
     if (list.size() > kInfSizeMax) return FailWith(ERROR_INVALID_DATA);  // tokens that multiply a hostile line
   }
   list += '\0';

@@ -85,8 +85,8 @@ TEST_F(InfCallsTest, OpensModernFilesOnly) {
       {nullptr, nullptr, INF_STYLE_WIN4, ERROR_INVALID_PARAMETER, 0},
       {"X:\\drivers\\none.inf", nullptr, INF_STYLE_WIN4, ERROR_FILE_NOT_FOUND, 0},
       {"X:\\drivers\\old.inf", nullptr, INF_STYLE_WIN4, ERROR_WRONG_INF_STYLE, 0},
-      {"X:\\drivers\\text.inf", nullptr, INF_STYLE_WIN4, ERROR_WRONG_INF_STYLE, 2},
-      {"X:\\drivers\\noise.inf", nullptr, INF_STYLE_WIN4, ERROR_WRONG_INF_STYLE, 1},
+      {"X:\\drivers\\text.inf", nullptr, INF_STYLE_WIN4, ERROR_EXPECTED_SECTION_NAME, 2},
+      {"X:\\drivers\\noise.inf", nullptr, INF_STYLE_WIN4, ERROR_EXPECTED_SECTION_NAME, 1},
       {"X:\\drivers\\folder.inf", nullptr, INF_STYLE_WIN4, ERROR_ACCESS_DENIED, 0},
   };
   for (const auto &one : cases) {
@@ -124,12 +124,12 @@ TEST_F(InfCallsTest, ReadsFields) {
   }
   ASSERT_TRUE(SetupFindNextLine(&context, &context));
   EXPECT_EQ(Field(SetupGetStringFieldA, &context, 0), "error 87");
-  EXPECT_EQ(Field(SetupGetMultiSzFieldA, &context, 1), std::string("c.sys\0\0002\0\0", 10));
+  EXPECT_EQ(Field(SetupGetMultiSzFieldA, &context, 1), std::string("c.sys\0\0", 7));
   EXPECT_FALSE(SetupFindNextLine(&context, &context));
   EXPECT_EQ(GetLastError(), ERROR_LINE_NOT_FOUND);
 
   EXPECT_FALSE(SetupFindFirstLineA(inf, "None", nullptr, &context));
-  EXPECT_EQ(GetLastError(), ERROR_SECTION_NOT_FOUND);
+  EXPECT_EQ(GetLastError(), ERROR_LINE_NOT_FOUND);
   EXPECT_FALSE(SetupFindFirstLineA(inf, "Empty", nullptr, &context));
   EXPECT_EQ(GetLastError(), ERROR_LINE_NOT_FOUND);
   EXPECT_FALSE(SetupFindFirstLineA(inf, "Numbers", "none", &context));
@@ -207,7 +207,7 @@ TEST_F(InfCallsTest, ListsModernFilesInNameOrder) {
   EXPECT_THAT(List("X:\\drivers\\"), ElementsAre("A.INF", "b.inf", "c.Inf", "link.inf", "\xE4.inf"));
   EXPECT_THAT(List(nullptr), ElementsAre("own.inf"));
   EXPECT_THAT(List("X:\\none"), ElementsAre());
-  EXPECT_THAT(List("X:\\missing"), ElementsAre("error " + std::to_string(ERROR_FILE_NOT_FOUND)));
+  EXPECT_THAT(List("X:\\missing"), ElementsAre("error " + std::to_string(ERROR_PATH_NOT_FOUND)));
 }
 
 TEST_F(InfCallsTest, ReadsAFileOnceWhileItDoesNotChange) {

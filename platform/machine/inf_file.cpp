@@ -7,6 +7,7 @@
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/inf_lines.h"
+#include "platform/platform.h"
 
 namespace machine {
 namespace {
@@ -98,12 +99,22 @@ void Decode(InfBytes bytes, unsigned codePage, InfFile *file) {
   file->text = text;
 }
 
+// What keeps a text from being INF text, with the set-up library's number for it.
+struct Problem {
+  std::uint32_t error;
+  const char *reason;
+};
+constexpr Problem kTextBefore = {ERROR_EXPECTED_SECTION_NAME, "there is text before the first section"};
+constexpr Problem kNotClosed = {ERROR_BAD_SECTION_NAME_LINE, "a section name has no \"]\""};
+constexpr Problem kNameTooLong = {ERROR_SECTION_NAME_TOO_LONG, "a section name is longer than 255 characters"};
+constexpr Problem kFileTooLarge = {ERROR_WRONG_INF_STYLE, "the file is larger than 64 MB"};
+
 // Finds the section headers of a file and enters them.
 struct HeaderFinder {
   InfFile *file;
   std::size_t headerLine = std::string_view::npos;  // where the latest header's line begins
+  const Problem *problem = nullptr;
   std::size_t problemAt = 0;
-  const char *problem = nullptr;
 };
 
 InfChar ClassAt(const InfFile &file, std::size_t at) {
@@ -196,12 +207,12 @@ std::size_t EnterHeader(HeaderFinder *finder, std::size_t lineBegin, std::size_t
   }
   finder->problemAt = bracket;
   if (close >= file->text.size() || kind == InfChar::kLineEnd) {
-    finder->problem = "a section name has no \"]\"";
+    finder->problem = &kNotClosed;
     return std::string_view::npos;
   }
   const std::string_view name = Trim(file->text.substr(bracket + 1, close - bracket - 1), *file->settings);
   if (name.size() > kInfSectionNameMax) {
-    finder->problem = "a section name is longer than 255 characters";
+    finder->problem = &kNameTooLong;
     return std::string_view::npos;
   }
   if (!file->bodies.empty()) file->bodies.back().span.end = static_cast<std::uint32_t>(lineBegin);
@@ -221,7 +232,7 @@ bool CheckStart(HeaderFinder *finder) {
     if (kind == InfChar::kBlank || kind == InfChar::kLineEnd) continue;
     if (kind != InfChar::kComment) {
       finder->problemAt = at;
-      finder->problem = "there is text before the first section";
+      finder->problem = &kTextBefore;
       return false;
     }
     at = LineEndFrom(file, at);
@@ -250,9 +261,8 @@ bool FindHeaders(HeaderFinder *finder) {
   return !first || CheckStart(finder);
 }
 
-void SetProblem(const char *problem, unsigned atLine, std::string *reason, unsigned *line) {
-  if (reason != nullptr) *reason = "line " + std::to_string(atLine) + ": " + problem;
-  if (line != nullptr) *line = atLine;
+void Refuse(const Problem &problem, unsigned line, InfRefusal *refusal) {
+  if (refusal != nullptr) *refusal = {problem.error, line, "line " + std::to_string(line) + ": " + problem.reason};
 }
 
 unsigned LineNumber(const InfFile &file, std::size_t at) {
@@ -294,10 +304,9 @@ std::shared_ptr<const InfSettings> MakeInfSettings(unsigned codePage, unsigned l
   return settings;
 }
 
-std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
-                                 unsigned *line) {
+std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettings> settings, InfRefusal *refusal) {
   if (bytes.size > kInfSizeMax) {
-    SetProblem("the file is larger than 64 MB", 1, reason, line);
+    Refuse(kFileTooLarge, 1, refusal);
     return nullptr;
   }
   auto file = std::make_shared<InfFile>();
@@ -305,13 +314,13 @@ std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettin
   Decode(std::move(bytes), file->settings->codePage, file.get());
   HeaderFinder finder{file.get()};
   if (FindHeaders(&finder)) return file;
-  SetProblem(finder.problem, LineNumber(*file, finder.problemAt), reason, line);
+  Refuse(*finder.problem, LineNumber(*file, finder.problemAt), refusal);
   return nullptr;
 }
 
 std::shared_ptr<InfFile> ReadInf(std::string_view bytes, std::shared_ptr<const InfSettings> settings,
-                                 std::string *reason, unsigned *line) {
-  return ReadInf(CopyOf(bytes), std::move(settings), reason, line);
+                                 InfRefusal *refusal) {
+  return ReadInf(CopyOf(bytes), std::move(settings), refusal);
 }
 
 std::uint32_t FindSectionIndex(const InfFile &file, std::string_view name) {

@@ -103,13 +103,20 @@ struct InfBytes {
   std::size_t size = 0;
 };
 
-// Null when it is not INF text: `*reason` then says why, for people, and `*line` counts from 1. Either may be null.
-// Whether it is a modern-style INF is another question (IsModernInf).
-std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettings> settings, std::string *reason,
-                                 unsigned *line = nullptr);
+// Why a file is not INF text.
+struct InfRefusal {
+  std::uint32_t error = 0;  // as the set-up library numbers it
+  unsigned line = 0;        // from 1
+  std::string reason;       // for people, with the line
+};
+
+// Null when it is not INF text: `*refusal`, when given, then says why. Whether it is a modern-style INF is another
+// question (IsModernInf).
+std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettings> settings,
+                                 InfRefusal *refusal = nullptr);
 // The same of a copy.
 std::shared_ptr<InfFile> ReadInf(std::string_view bytes, std::shared_ptr<const InfSettings> settings,
-                                 std::string *reason, unsigned *line = nullptr);
+                                 InfRefusal *refusal = nullptr);
 
 // The number of the section of that name, without regard to case; kInfNone when there is none.
 std::uint32_t FindSectionIndex(const InfFile &file, std::string_view name);

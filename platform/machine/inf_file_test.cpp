@@ -18,7 +18,7 @@ namespace {
 using testing::ElementsAre;
 
 std::shared_ptr<InfFile> Read(std::string_view bytes, unsigned codePage = 1252, unsigned language = 0x0409) {
-  return ReadInf(bytes, MakeInfSettings(codePage, language, "X:\\Windows", "X:\\Windows\\System32"), nullptr);
+  return ReadInf(bytes, MakeInfSettings(codePage, language, "X:\\Windows", "X:\\Windows\\System32"));
 }
 
 // A line as "key=<value><value>", without key "<value><value>".
@@ -142,19 +142,20 @@ TEST(InfFile, FindsSections) {
 TEST(InfFile, RefusesWhatIsNoInfText) {
   struct {
     std::string text, reason;
+    std::uint32_t error;
   } const cases[] = {
-      {"; c\r\n\r\nx=1\n[A]", "line 3: there is text before the first section"},
-      {"no section", "line 1: there is text before the first section"},
-      {"[A]\n[B\n", "line 2: a section name has no \"]\""},
-      {"[" + std::string(10000, 'x') + "]", "line 1: a section name is longer than 255 characters"},
-      {"\xFE\xFF bytes the other way round", "line 1: there is text before the first section"},
+      {"; c\r\n\r\nx=1\n[A]", "line 3: there is text before the first section", 0xE0000000},
+      {"no section", "line 1: there is text before the first section", 0xE0000000},
+      {"[A]\n[B\n", "line 2: a section name has no \"]\"", 0xE0000001},
+      {"[" + std::string(10000, 'x') + "]", "line 1: a section name is longer than 255 characters", 0xE0000002},
+      {"\xFE\xFF bytes the other way round", "line 1: there is text before the first section", 0xE0000000},
   };
   for (const auto &refused : cases) {
-    std::string reason;
-    unsigned line = 0;
-    EXPECT_EQ(ReadInf(refused.text, MakeInfSettings(1252, 0x0409), &reason, &line), nullptr);
-    EXPECT_EQ(reason, refused.reason);
-    EXPECT_EQ(reason.rfind("line " + std::to_string(line) + ":", 0), 0u);
+    InfRefusal refusal;
+    EXPECT_EQ(ReadInf(refused.text, MakeInfSettings(1252, 0x0409), &refusal), nullptr);
+    EXPECT_EQ(refusal.reason, refused.reason);
+    EXPECT_EQ(refusal.error, refused.error);
+    EXPECT_EQ(refusal.reason.rfind("line " + std::to_string(refusal.line) + ":", 0), 0u);
   }
   EXPECT_NE(Read("[" + std::string(255, 'x') + "]"), nullptr);
 }
@@ -216,7 +217,7 @@ TEST(InfFile, ReplacesTokens) {
   for (const auto &token : cases) EXPECT_EQ(ReplaceTokens(file.get(), token.raw), token.replaced);
   EXPECT_EQ(ReplaceTokens(Read("[T]").get(), "%17%"), "X:\\Windows\\inf");
   const std::shared_ptr<const InfSettings> alone = MakeInfSettings(1252, 0x0409);
-  EXPECT_EQ(ReplaceTokens(ReadInf("[T]", alone, nullptr).get(), "%12%\\a"), "%12%\\a");
+  EXPECT_EQ(ReplaceTokens(ReadInf("[T]", alone).get(), "%12%\\a"), "%12%\\a");
   const std::shared_ptr<InfFile> keys = Read("[T]\n%name%=1\n\"%name%\"=2" + strings);
   EXPECT_THAT(ShowSection(keys.get(), "T"), ElementsAre("Fast Disk=<1>", "Fast Disk=<2>"));
   EXPECT_EQ(FindKey(keys.get(), keys->sections[0], "fast disk", 1), 1u);
@@ -351,11 +352,11 @@ TEST(InfFile, ReadsTheCorpus) {
   int files = 0, refused = 0, modern = 0;
   for (const auto &entry : std::filesystem::recursive_directory_iterator(root)) {
     if (!entry.is_regular_file()) continue;
-    std::string reason;
-    const std::shared_ptr<InfFile> file = ReadInf(ReadBytes(entry.path()), MakeInfSettings(1252, 0x0409), &reason);
+    InfRefusal refusal;
+    const std::shared_ptr<InfFile> file = ReadInf(ReadBytes(entry.path()), MakeInfSettings(1252, 0x0409), &refusal);
     ++files;
     if (file == nullptr) {
-      EXPECT_EQ(reason, "line 1: there is text before the first section") << entry.path();
+      EXPECT_EQ(refusal.reason, "line 1: there is text before the first section") << entry.path();
       ++refused;  // "/*++", the mark of another language's comment
       continue;
     }

@@ -52,6 +52,8 @@ namespace platform {
 HANDLE CreateFileMappingA(HANDLE file, void *, DWORD protect, DWORD sizeHigh, DWORD sizeLow, const char *) {
   VXR_FAULT(nullptr, ERROR_NOT_ENOUGH_MEMORY);
   if (protect != PAGE_READWRITE && protect != PAGE_READONLY) return Fail<HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
+  // Memory without a file, which is not kept here; Windows refuses it as well while it has no size.
+  if (file == INVALID_HANDLE_VALUE) return Fail<HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
   const auto *record = machine::FindHandleOf<machine::FileHandle>(file);
   if (record == nullptr) return nullptr;
   const bool writable = protect == PAGE_READWRITE;
@@ -61,6 +63,7 @@ HANDLE CreateFileMappingA(HANDLE file, void *, DWORD protect, DWORD sizeHigh, DW
   if (size == 0) return nullptr;
   machine::Descriptor own(fcntl(record->file.fd, F_DUPFD_CLOEXEC, 0));
   if (!own) return Fail<HANDLE>(machine::ErrorFromErrno(errno), nullptr);
+  SetLastError(NO_ERROR);  // no mapping of that name was there
   return machine::AddHandle(machine::MappingHandle{std::move(own), size, writable});
 }
 

@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t kLongestPrefixedPath = 32767;
 constexpr std::string_view kLongPathPrefix = R"(\\?\)";
+constexpr std::string_view kDevicePrefix = R"(\\.\)";
 
 bool Fail(DWORD error) {
   platform::SetLastError(error);
@@ -91,7 +92,10 @@ bool ParseWindowsPath(const char *text, WindowsPath *path) {
   const bool prefixed = bytes.starts_with(kLongPathPrefix);
   if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return Fail(ERROR_PATH_NOT_FOUND);
   if (prefixed) bytes.remove_prefix(kLongPathPrefix.size());
-  if (bytes.size() < 2 || !IsLetter(bytes[0]) || bytes[1] != ':') return Fail(ERROR_PATH_NOT_FOUND);
+  if (bytes.size() < 2 || !IsLetter(bytes[0]) || bytes[1] != ':') {
+    const bool device = prefixed || bytes.starts_with(kDevicePrefix);
+    return Fail(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+  }
   path->drive = UpperAscii(bytes[0]);
   // Converted before it is split: the second byte of a two-byte character may be that of a backslash.
   const std::string rest = AnsiToUtf8(bytes.substr(2));

@@ -278,6 +278,22 @@ int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
   return opened;
 }
 
+int OpenHostDirectory(const char *windowsPath) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY;
+  WindowsPath path;
+  if (!ParseWindowsPath(windowsPath, &path)) return -1;
+  path.directory = false;
+  Descriptor directory = OpenExact(path, kFlags);
+  if (directory) return directory.Release();
+  HostPlace place;
+  if (!Locate(windowsPath, path, &place)) return -1;
+  const int opened = openat(place.directory, place.name.c_str(), kFlags | O_NOFOLLOW | O_CLOEXEC);
+  if (opened >= 0) return opened;
+  const DWORD error = errno == ENOTDIR ? ERROR_DIRECTORY : ErrorFromErrno(errno);
+  platform::SetLastError(place.exists ? error : ERROR_PATH_NOT_FOUND);
+  return -1;
+}
+
 std::string PlaceName(int directory, const std::string &name) {
   return "/proc/self/fd/" + std::to_string(directory) + "/" + name;
 }

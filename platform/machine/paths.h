@@ -38,6 +38,10 @@ bool LocatePlace(const char *windowsPath, HostPlace *place);
 // set: those of LocatePlace, and ERROR_FILE_NOT_FOUND. With O_CREAT a file that differs in case alone is that file.
 int OpenHostFile(const char *windowsPath, int flags, mode_t mode = 0644);
 
+// Opens a directory to be read, named with or without a separator at its end. As OpenHostFile, but ERROR_PATH_NOT_FOUND
+// when nothing is there and ERROR_DIRECTORY when something else is.
+int OpenHostDirectory(const char *windowsPath);
+
 // A name for calls that take only host paths (/proc/self/fd/<directory>/<name>); valid while the directory is open.
 std::string PlaceName(int directory, const std::string &name);
 inline std::string PlaceName(const HostPlace &place) { return PlaceName(place.directory, place.name); }

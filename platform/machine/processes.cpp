@@ -109,6 +109,7 @@ BOOL CreateProcessA(const char *application, char *commandLine, void *, void *, 
     SetLastError(ERROR_FILE_NOT_FOUND);
     return FALSE;
   }
+  SetLastError(NO_ERROR);  // what the program met is not its caller's failure
   static DWORD lastId = 0;
   *process = {machine::AddHandle(machine::ProcessHandle{exitCode}), machine::AddHandle(machine::ThreadHandle()), 0, 0};
   process->dwProcessId = lastId += 4;

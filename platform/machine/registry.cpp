@@ -50,6 +50,7 @@ LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
   const OpenKey *above = FindOpenKey(root);
   if (above == nullptr) return Fail(ERROR_INVALID_HANDLE);
   const std::string below = subKey != nullptr ? subKey : "";
+  if (below.starts_with('\\')) return Fail(ERROR_BAD_PATHNAME);
   OpenKey opened{JoinKeyPaths(above->path, ParseKeyPathA(below)), above->text};
   if (!opened.text.empty() && !below.empty()) opened.text += '\\';
   opened.text += below;
@@ -103,6 +104,11 @@ using namespace machine;
 
 LSTATUS RegOpenKeyA(HKEY root, const char *subKey, HKEY *key) {
   VXR_FAULT(FaultStatus(), ERROR_FILE_NOT_FOUND);
+  if (const bool same = subKey == nullptr || *subKey == 0;
+      same && key != nullptr && Registry().open && FindOpenKey(root) != nullptr) {
+    *key = root;  // no handle of its own
+    return ERROR_SUCCESS;
+  }
   return OpenBelow(root, subKey, key, FindKey);
 }
 
@@ -128,6 +134,9 @@ LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *, DWORD *type, 
   if (data == nullptr) return ERROR_SUCCESS;
   if (room < answer.size()) return Fail(ERROR_MORE_DATA);
   std::copy(answer.begin(), answer.end(), data);
+  // A stored text need not be terminated; where there is room the caller's is.
+  const bool unended = IsTextType(value.type) && !answer.empty() && answer.back() != 0;
+  if (unended && room > answer.size()) data[answer.size()] = 0;
   return ERROR_SUCCESS;
 }
 

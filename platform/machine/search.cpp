@@ -48,23 +48,7 @@ bool DescribeEntry(int directory, const std::string &name, WIN32_FIND_DATAA *dat
   return fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && Describe(status, name, data);
 }
 
-// A name without wildcards.
-bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
-  // A root has no entry of its own, and a name followed by a separator is none either.
-  const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
-  machine::HostPlace place;
-  if (!entry) {
-    platform::SetLastError(ERROR_FILE_NOT_FOUND);
-    return false;
-  }
-  if (!machine::LocatePlace(text, &place)) return false;
-  const std::string &shown = place.throughLink ? path.names.back() : place.name;
-  if (place.exists && Describe(place.status, shown, data)) return true;
-  platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return false;
-}
-
-// The directory of a pattern, opened.
+// The directory that is searched, opened.
 machine::Descriptor OpenParent(const char *text) {
   std::string parent = text;
   // The pattern has no separator in it, and no byte of "\" or "/" either: it begins behind the last one that is not the
@@ -78,18 +62,32 @@ machine::Descriptor OpenParent(const char *text) {
     }
   }
   parent.resize(cut);
-  return machine::Descriptor(machine::OpenHostFile(parent.c_str(), O_RDONLY | O_DIRECTORY));
+  return machine::Descriptor(machine::OpenHostDirectory(parent.c_str()));
+}
+
+// A name without wildcards.
+bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
+  // A root has no entry of its own, and a name followed by a separator is none either.
+  const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
+  machine::HostPlace place;
+  if (!entry) {
+    platform::SetLastError(ERROR_FILE_NOT_FOUND);
+    return false;
+  }
+  if (!machine::LocatePlace(text, &place)) {
+    // What is searched is no directory, or is not there.
+    if (platform::GetLastError() == ERROR_PATH_NOT_FOUND) OpenParent(text);
+    return false;
+  }
+  const std::string &shown = place.throughLink ? path.names.back() : place.name;
+  if (place.exists && Describe(place.status, shown, data)) return true;
+  platform::SetLastError(ERROR_FILE_NOT_FOUND);
+  return false;
 }
 
 bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
   const machine::Descriptor directory = OpenParent(text);
-  if (!directory) {
-    // Missing, or a file: either way there is no such directory.
-    const DWORD error = platform::GetLastError();
-    const bool absent = error == ERROR_FILE_NOT_FOUND || error == ERROR_INVALID_NAME;
-    if (absent) platform::SetLastError(ERROR_PATH_NOT_FOUND);
-    return false;
-  }
+  if (!directory) return false;
   const machine::NamePattern pattern = machine::MakePattern(path.pattern);
   // Every directory but a root holds itself, first of all.
   if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return DescribeEntry(directory.fd, ".", data);

@@ -129,7 +129,8 @@ DWORD GetPrivateProfileStringA(const char *section, const char *key, const char 
     buffer[length] = '\0';
     return static_cast<DWORD>(length);
   };
-  const std::string_view otherwise = fallback == nullptr ? "" : fallback;
+  std::string_view otherwise = fallback == nullptr ? "" : fallback;
+  while (otherwise.ends_with(' ')) otherwise.remove_suffix(1);
   VXR_FAULT(store(otherwise), ERROR_FILE_NOT_FOUND);
   const std::optional<std::string> value = ReadSetting(section, key, file);
   return store(value ? std::string_view(*value) : otherwise);

@@ -149,16 +149,13 @@ bool CanChangeSettings(std::string_view file) { return !file.starts_with("\xFE\x
 std::string WithSetting(std::string_view file, std::string_view section, std::string_view key, std::string_view value) {
   const Text text = TextOf(file);
   const Place place = FindPlace(text, section, key);
-  // Reading drops blanks and one pair of quotes.
-  const bool quotes = IsQuoted(value) || Trim(value) != value;
-  const std::string written = quotes ? '"' + std::string(value) + '"' : std::string(value);
   std::string changed(file);
-  if (place.found) return changed.replace(place.begin, place.end - place.begin, Encode(text, written));
+  if (place.found) return changed.replace(place.begin, place.end - place.begin, Encode(text, value));
   const std::string lineEnd(LineEnd(text));
   std::string added;
   if (place.append > text.begin && !IsOneOf(text, place.append - text.width, kLineEnds)) added = lineEnd;
   if (!place.hasSection) added += '[' + std::string(section) + ']' + lineEnd;
-  added += std::string(key) + '=' + written + lineEnd;
+  added += std::string(key) + '=' + std::string(value) + lineEnd;
   return changed.insert(place.append, Encode(text, added));
 }
 

@@ -13,7 +13,7 @@ namespace machine {
 // pair of quotes.
 std::optional<std::string> FindSetting(std::string_view file, std::string_view section, std::string_view key);
 
-// Whether FindSetting would find the value again, could it be written: no name or value holds the end of a line, and no
+// Whether FindSetting would find the value again, less blanks and quotes around it, could it be written: no name or value holds the end of a line, and no
 // name what ends a name.
 bool CanHoldSetting(std::string_view section, std::string_view key, std::string_view value);
 

@@ -39,7 +39,8 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, void *, DWORD, void *out, DWORD 
   if (returned != nullptr) *returned = 0;
   const machine::HandleRecord *record = machine::FindHandle(device);
   if (record == nullptr) return FALSE;
-  DWORD error = ERROR_INVALID_FUNCTION;
+  const bool file = std::holds_alternative<machine::FileHandle>(*record);
+  DWORD error = file ? ERROR_INVALID_PARAMETER : ERROR_INVALID_FUNCTION;  // a file system's answer, and a device's
   if (const auto *disk = std::get_if<machine::DiskHandle>(record)) {
     error = machine::AnswerDiskRequest(disk->number, code, &answer);
   } else if (const auto *volume = std::get_if<machine::VolumeHandle>(record)) {

@@ -1,5 +1,6 @@
 // Buffered standard streams on files that are named by Windows paths.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,6 +40,12 @@ std::FILE *OpenStream(const char *name, const char *mode) {
   }
   const int descriptor = machine::OpenHostFile(name, flags);
   if (descriptor < 0) return nullptr;
+  struct stat status = {};
+  if (fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    ::close(descriptor);
+    return nullptr;
+  }
   std::FILE *stream = ::fdopen(descriptor, mode);
   if (stream == nullptr) {
     SetLastError(machine::ErrorFromErrno(errno));

@@ -33,16 +33,17 @@ bool ReadBytes(const std::string &file, std::string *bytes, std::string *reason)
 
 // Null after one line of complaint.
 std::shared_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
-  std::string bytes, reason;
+  std::string bytes;
+  machine::InfRefusal refusal;
   std::shared_ptr<machine::InfFile> inf;
-  if (ReadBytes(options.file, &bytes, &reason)) {
-    inf = machine::ReadInf(std::move(bytes), machine::MakeInfSettings(options.codePage, options.language), &reason);
+  if (ReadBytes(options.file, &bytes, &refusal.reason)) {
+    inf = machine::ReadInf(std::move(bytes), machine::MakeInfSettings(options.codePage, options.language), &refusal);
     if (inf != nullptr && inf->sections.empty()) {
-      reason = "holds no section";
+      refusal.reason = "holds no section";
       inf.reset();
     }
   }
-  if (inf == nullptr) PrintError(options.file + ": " + reason + "; name an INF file");
+  if (inf == nullptr) PrintError(options.file + ": " + refusal.reason + "; name an INF file");
   return inf;
 }
 
