@@ -120,8 +120,8 @@ std::FILE *OpenStream(const char *name, const char *mode);
 // --- Settings files ----------------------------------------------------------------------------------------------
 
 UINT GetPrivateProfileIntA(const char *section, const char *key, int fallback, const char *file);
-// Stores the value, or `fallback`, cut to the buffer (never inside a character) and terminated. Returns the characters
-// stored, without terminator. We always name section, key and fallback.
+// Stores the value, or `fallback` without blanks at its end, cut to the buffer (never inside a character) and
+// terminated. Returns the characters stored, without terminator. We always name section, key and fallback.
 DWORD GetPrivateProfileStringA(const char *section, const char *key, const char *fallback, char *buffer, DWORD size,
                                const char *file);
 // Sets one value, creating section and file (not its directory) when missing; every other line stays as it is. We
@@ -199,7 +199,8 @@ void SetupCloseInfFile(HINF inf);
 BOOL SetupFindFirstLineA(HINF inf, const char *section, const char *key, INFCONTEXT *context);
 BOOL SetupFindNextLine(INFCONTEXT *contextIn, INFCONTEXT *contextOut);
 DWORD SetupGetFieldCount(INFCONTEXT *context);
-// Each stores the size needed in `*requiredSize`; with a null buffer and size 0 that alone is a success.
+// Each stores the size needed in `*requiredSize`; with a null buffer and size 0 that alone is a success. A list ends at
+// the first empty field, which would end it for its reader.
 BOOL SetupGetStringFieldA(INFCONTEXT *context, DWORD index, char *buffer, DWORD size, DWORD *requiredSize);
 BOOL SetupGetMultiSzFieldA(INFCONTEXT *context, DWORD index, char *buffer, DWORD size, DWORD *requiredSize);
 BOOL SetupGetIntField(INFCONTEXT *context, DWORD index, int *value);

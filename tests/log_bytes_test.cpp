@@ -1,6 +1,6 @@
 // The log of one series of calls, byte for byte as tests/data/log_bytes.log has it but for addresses, times and paths
-// of the machine: every build writes the same. VXR_LOG_BYTES names a file that gets what was written, to be looked at
-// or kept.
+// of the machine: every build writes the same. VXR_LOG_BYTES names a file that gets what was written, to look at or
+// keep.
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>

@@ -322,7 +322,7 @@ TEST_F(SettingsContract, Encodings) {
     const char *gives;
   } rows[] = {
       {"utf8", "\xEF\xBB\xBF[S]\r\nK=\xC3\xA9\r\n", "1 <E9><00>"},
-      {"utf16", std::string("\xFF\xFE[\0S\0]\0\n\0K\0=\0\xE9\0\n\0", 20), "1 <E9><00>"},
+      {"utf16", std::string("\xFF\xFE[\0S\0]\0\n\0K\0=\0\xE9\0\n\0", 18), "1 <E9><00>"},
       {"mac", "[S]\rK=cr\r", "2 cr<00>"},
       {"unix", "[S]\nK=lf\n", "2 lf<00>"},
       {"eof", "[S]\n\x1A\nK=behind\n", "6 behind<00>"},

@@ -13,8 +13,8 @@ namespace machine {
 // pair of quotes.
 std::optional<std::string> FindSetting(std::string_view file, std::string_view section, std::string_view key);
 
-// Whether FindSetting would find the value again, less blanks and quotes around it, could it be written: no name or value holds the end of a line, and no
-// name what ends a name.
+// Whether FindSetting would find the value again, less blanks and quotes around it, could it be written: no name or
+// value holds the end of a line, and no name what ends a name.
 bool CanHoldSetting(std::string_view section, std::string_view key, std::string_view value);
 
 // Whether settings can be added to the file: not when its byte order mark is that of UTF-16BE, which nothing here
