@@ -117,7 +117,7 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
   const timespec times[2] = {{0, UTIME_NOW}, copy->sourceStatus.st_mtim};
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
   const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
-  if (copy->place.exists && !TakeOver(created, copy->place.name)) {
+  if (copy->place.exists && !TakeOver(created)) {
     return FailHost(copy, "cannot give the copy the owner, mode and attributes of the old file");
   }
   struct stat status = {};
@@ -130,13 +130,13 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
 
 // Puts the new file in the target's place.
 bool ReplaceTarget(Copy *copy, NewFile *created) {
-  const char *failed = PutInPlace(created, copy->place.name, copy->place.exists);
+  const char *failed = PutInPlace(created, copy->place.exists);
   return failed == nullptr || FailHost(copy, failed);
 }
 
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
-  NewFile created(copy->place.directory);
+  NewFile created(copy->place.directory, copy->place.name);
   if (!OpenNewFile(&created, copy->place.exists)) return FailHost(copy, "cannot write to the target's directory");
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }

@@ -22,14 +22,14 @@ class ReplaceFile : public MachineTest {
   void Reopen() { directory = machine::Descriptor(::open(Host("d").c_str(), O_PATH | O_DIRECTORY)); }
 
   // The text in the place of d/`name`, as every user of the calls puts it there; null or what failed.
-  const char *Replace(const char *name, const std::string &text, const char *reserved = "") {
+  const char *Replace(const char *name, const std::string &text) {
     struct stat status;
     const bool exists = fstatat(directory.fd, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
-    machine::NewFile created(directory.fd, reserved);
+    machine::NewFile created(directory.fd, name);
     if (!machine::OpenNewFile(&created, exists)) return "create";
     if (!machine::WriteAll(created.file.fd, text.data(), text.size())) return "write";
-    if (exists && !machine::TakeOver(created, name)) return "take over";
-    return machine::PutInPlace(&created, name, exists);
+    if (exists && !machine::TakeOver(created)) return "take over";
+    return machine::PutInPlace(&created, exists);
   }
 
   std::string Attribute(const char *name) const {
@@ -106,22 +106,42 @@ TEST_F(ReplaceFile, AFailingStepLeavesTheOldFile) {
                {"file rename", "the new file cannot take its place", false},
                {"directory flush", "the new file is in place but its directory cannot be flushed to disk", true}};
   for (const auto &c : cases) {
-    for (const char *reserved : {"", ".left-over"}) {
-      SCOPED_TRACE(std::string(c.step) + reserved);
+    for (const bool leftOver : {false, true}) {
+      SCOPED_TRACE(std::string(c.step) + (leftOver ? " after a stopped run" : ""));
       WriteFile("d/old", "old");
-      if (*reserved != '\0') WriteFile("d/.left-over", "of a run that was stopped");
+      if (leftOver) WriteFile("d/.old.vxr-tmp", "of a run that was stopped");
       machine::SetFaultPlan({c.step, 1, false, 0});
-      EXPECT_STREQ(Replace("old", "new", reserved), c.failed);
+      EXPECT_STREQ(Replace("old", "new"), c.failed);
       EXPECT_EQ(machine::FaultsMet(), 1u);
       machine::SetFaultPlan({});
       EXPECT_EQ(ReadFile("d/old"), c.inPlace ? "new" : "old");
-      std::filesystem::remove(Host("d/.left-over"));  // a file that could not be made clears nothing
+      std::filesystem::remove(Host("d/.old.vxr-tmp"));  // a file that could not be made clears nothing
       EXPECT_THAT(Names(), testing::ElementsAre("old"));
     }
   }
   EXPECT_EQ(Replace("fresh", "new"), nullptr);
-  EXPECT_EQ(Replace("fresh", "newer", ".left-over"), nullptr);
-  EXPECT_THAT(Names(), testing::UnorderedElementsAre("old", "fresh"));
+  const std::string longest = "\u00e4" + std::string(253, 'n');
+  EXPECT_EQ(Replace(longest.c_str(), "new"), nullptr);
+  EXPECT_EQ(Replace(longest.c_str(), "newer"), nullptr);
+  EXPECT_THAT(Names(), testing::UnorderedElementsAre("old", "fresh", longest));
+}
+
+// Of two runs at once on one file, with names from the beginning or not, one fails, and the other's file is whole.
+TEST_F(ReplaceFile, TwoAtOnceDoNotMix) {
+  for (const bool named : {false, true}) {
+    machine::SetFaultPlan({named ? "file without name" : nullptr, 1, true, 0});
+    WriteFile("d/old", "old");
+    {
+      machine::NewFile first(directory.fd, "old");
+      ASSERT_TRUE(machine::OpenNewFile(&first, true));
+      const char *failed = Replace("old", "of the second");
+      EXPECT_STREQ(failed, named ? "create" : nullptr);
+      ASSERT_TRUE(machine::WriteAll(first.file.fd, "of the first", 12));
+      EXPECT_EQ(machine::PutInPlace(&first, true), nullptr);
+    }
+    EXPECT_EQ(ReadFile("d/old"), "of the first");
+    EXPECT_THAT(Names(), testing::ElementsAre("old"));
+  }
 }
 
 TEST_F(ReplaceFile, AFullDiskKeepsTheOldFile) {
