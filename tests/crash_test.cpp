@@ -225,6 +225,9 @@ TEST_P(CrashTest, KilledAtAnyCall) {
       if (HasFailure()) return;
     }
   }
+  // A power failure may bring the name back beside the new hive; there is nothing to save then.
+  WriteFile(fs::path(kHivePath).parent_path() / ".SYSTEM.vxr-tmp", "of the run before");
+  ExpectSecondRunCompletes();
   EXPECT_GT(sawOld, 20u);
   EXPECT_GT(sawNew, 1u);
 }

@@ -33,7 +33,7 @@ class ReplaceFile : public MachineTest {
   }
 
   std::string Attribute(const char *name) const {
-    char value[64] = "";
+    char value[128] = "";
     const ssize_t size = getxattr(Host("d/old").c_str(), name, value, sizeof value);
     return size < 0 ? "(none)" : std::string(value, static_cast<size_t>(size));
   }
@@ -158,6 +158,37 @@ TEST_F(ReplaceFile, AFullDiskKeepsTheOldFile) {
   EXPECT_EQ(Replace("old", "new"), nullptr) << "the space is free again";
   directory = {};
   EXPECT_EQ(umount(Host("d").c_str()), 0);
+}
+
+// A restored system is on such a file system, which makes no files without a name either.
+TEST_F(ReplaceFile, NtfsKeepsWhatWindowsKnowsOfAFile) {
+  const std::string image = Host("image"), mounted = Host("d");
+  WriteFile("image", "");
+  std::filesystem::resize_file(image, 4 << 20);
+  const std::string make = "mkntfs -qFs 512 " + image + " && ntfs-3g " + image + " " + mounted;
+  if (std::system(("{ " + make + "; } >/dev/null 2>&1").c_str()) != 0) GTEST_SKIP() << "no NTFS can be mounted here";
+  Reopen();
+  WriteFile("d/old", "old");
+  // The local system's own file: it is owner and group, and alone may do anything with it.
+  const std::string system("\1\1\0\0\0\0\0\5\x12\0\0\0", 12);
+  const std::string rights("\2\0\x1c\0\1\0\0\0\0\0\x14\0\xff\1\x1f\0", 16);
+  const std::string head("\1\0\4\x80\x14\0\0\0\x20\0\0\0\0\0\0\0\x2c\0\0\0", 20);
+  const std::pair<const char *, std::string> attributes[] = {
+      {"system.ntfs_acl", head + system + system + rights + system},
+      {"system.ntfs_crtime_be", std::string("\1\xca\x43\x67\0\0\0\0", 8)},
+      {"system.ntfs_attrib_be", std::string("\0\0\0\x26", 4)}};  // hidden, system, archive
+  for (const auto &[name, value] : attributes) {
+    EXPECT_EQ(setxattr(Host("d/old").c_str(), name, value.data(), value.size(), 0), 0) << name << strerror(errno);
+  }
+  EXPECT_EQ(Replace("old", "new"), nullptr) << strerror(errno);
+  EXPECT_EQ(ReadFile("d/old"), "new");
+  for (const auto &[name, value] : attributes) {
+    const std::string kept = Attribute(name);
+    EXPECT_TRUE(kept == value) << name << " is another";
+  }
+  EXPECT_THAT(Names(), testing::ElementsAre("old"));
+  directory = {};
+  EXPECT_EQ(umount(mounted.c_str()), 0);
 }
 
 }  // namespace
