@@ -18,5 +18,7 @@ void Row(const char *what, double measured, double budget, const char *unit);
 
 void AddRestoreBenchmarks(const char *hive);  // a large SYSTEM hive; null: its row is left out
 void PrintRestoreRows(const Times &times);
+void AddHiveBenchmarks();
+void PrintHiveRows(const Times &times);
 void AddExtensionBenchmarks();
 void PrintExtensionRows(const Times &times);

@@ -87,7 +87,7 @@ vxr_test(setup_library_test machine platform/machine/inf_calls_test.cpp platform
 vxr_test(command_line_unit_test unit tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp tools/vxr/result_codes.cpp
          tools/vxr/machine_session.cpp tools/vxr/output.cpp)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
-         ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension>)
+         ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
 
 # The boot-sector repair: on small images, what the command line says of it, and on disks that other tools made.

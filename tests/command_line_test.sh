@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # The command line from outside, on copies of the example machines: exit statuses, where output goes, one clear line for
 # each bad input, and that a verification leaves the restored system as it is.
-#   command_line_test.sh VXR EXAMPLES MAKE_EXTENSION
+#   command_line_test.sh VXR EXAMPLES MAKE_EXTENSION MAKE_HIVE
 set -u
 
 vxr=$1
 examples=$2
 make_extension=$3
+make_hive=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -108,6 +109,7 @@ extension of another kind|9|wrong bme head magic|printf XXXX | dd of=ram/machine
 hive missing|4|not mounted: does not exist|rm "$hive"
 hive cut short|4|not mounted: is too short|truncate -s 5000 "$hive"
 hive of zeroes|4|not mounted: is not a registry hive|head -c 32768 /dev/zero >"$hive"
+hive dirty, its log gone|4|not mounted: was not closed cleanly .*no log beside it|"$make_hive" "$hive" dirty && rm "$hive".LOG1
 no INF file|3|cancelled.*\[15\]|rm ram/drivers/*.inf
 no INF file that fits|3|no driver was set up|rm ram/drivers/nbstor.inf
 driver file missing|11|Failed to locate file .*NBSTOR.SYS|rm ram/drivers/nbstor.sys
@@ -145,6 +147,25 @@ system directory on a floppy disk|9|cannot be recorded: the system directory|@/x
 no computer device|9|cannot be recorded: .*class Computer|@/x.bme|sed -i "s/'Computer'/'Net'/" machine.toml
 CASES
 expect "create, no machine" 2 'nowhere.toml: ' create --machine "$work/nowhere.toml" "$work/x.bme"
+
+# --- Hives: one whose last page is only in its log
+fresh scsi-6.1-x64
+shows "hive, clean" 'state +clean' hive "$hive"
+"$make_hive" "$hive" dirty || fail "no dirty hive can be made"
+before=$(digest)
+shows "hive, dirty" 'recovery +replayed 1 entry from one log; both numbers are then 41' hive "$hive"
+shows "hive, as JSON" '"control_set": 1,' hive "$hive" --json
+shows "hive, replayed elsewhere" 'Written to' hive "$hive" --replay "$work/recovered"
+shows "hive, recovered" 'state +clean' hive "$work/recovered"
+[[ $(digest) == "$before" ]] || fail "hive: a look changed something"
+run hive "$hive" --replay "$work/recovered"
+[[ $? -eq 1 ]] && grep -q 'exists; name a new file' "$work/err" || fail "hive: an existing file was replaced"
+expect "hive missing" 1 'none does not exist; correct the path' hive "$work/none"
+shows "verification of a dirty hive" 'Result' run --machine "$machine" --job 7 --verify
+[[ $(digest) == "$before" ]] || fail "a verification changed a dirty hive or its log"
+shows "injection into a dirty hive" 'was not closed cleanly: replayed 1 entry from one log' run --machine "$machine" --job 7
+shows "hive, injected" 'sequence numbers +41 and 41' hive "$hive"
+rm "$hive".LOG1
 
 # --- INF files
 run inf --json "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && grep -q '"Northbridge 1030 SCSI Adapter"' "$work/out" ||

@@ -18,6 +18,7 @@
 #include "platform/machine/registry.h"
 #include "tests/support/hive_builder.h"
 #include "tests/support/hive_reader.h"
+#include "tests/support/hive_structure.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -182,6 +183,7 @@ TEST_F(Hive, SavesSetValuesAndLosesNone) {
   EXPECT_EQ(machine::UnmountHive("SYSTEM_ORG"), 0);
   EXPECT_EQ(events.back().kind, uint32_t(VXRMACHINE_HIVE_SAVED));
   EXPECT_EQ(events.back().size, fs::file_size(Host(kHost)));
+  EXPECT_EQ(HiveProblem(HiveBytes()), "");
   ExpectAlone();
 
   if (before.empty()) GTEST_SKIP() << "hivexregedit is not installed";
@@ -368,6 +370,7 @@ TEST_F(CorpusHive, OnlyWhatIsSetChanges) {
   // A file that Windows and we accept again, and that has hardly grown.
   EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0);
   EXPECT_LT(fs::file_size(Host(kHost)), 11771904u + 65536u);
+  EXPECT_EQ(HiveProblem(HiveBytes()), "");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "tests/support/hive_structure.h"
 #include "tests/support/scsi_machine.h"
 #include "tests/support/standard_machine.h"
 
@@ -89,7 +90,8 @@ std::string RestoreJobTest::RestoredTree() const {
 }
 
 void RestoreJobTest::ExpectHiveWhole() const {
-  const std::string file = (folder / kHivePath).string();
+  const std::string file = (folder / kHivePath).string(), bytes = ReadFile(kHivePath);
+  EXPECT_EQ(HiveProblem({bytes.begin(), bytes.end()}), "");
   hive_h *hive = hivex_open(file.c_str(), 0);
   ASSERT_NE(hive, nullptr) << "the hive cannot be read any more";
   for (const HiveValue &value : SystemHiveValues(1)) {

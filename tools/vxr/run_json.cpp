@@ -67,6 +67,7 @@ Json Hives(const RunRecord &record) {
                   {"file", hive.file},
                   {"mount_point", TextOrNull(hive.mountPoint)}};
     if (hive.outcome == HiveOutcome::kSaved) entry["size"] = hive.size;
+    entry["replay"] = TextOrNull(hive.replay);
     if (!hive.reason.empty()) entry["reason"] = hive.reason;
     list.push_back(std::move(entry));
   }

@@ -66,6 +66,23 @@ void AddCopy(RunRecord *record, CopyRecord copy) {
   copies.push_back(std::move(copy));
 }
 
+HiveRecord *FindHive(RunRecord *record, const std::string &file) {
+  const auto known = std::find_if(record->hives.begin(), record->hives.end(),
+                                  [&](const HiveRecord &hive) { return hive.file == file; });
+  return known == record->hives.end() ? nullptr : &*known;
+}
+
+void AddReplay(RunRecord *record, const VXRMachine_Event &event) {
+  HiveRecord hive;
+  hive.file = MachineText(event.subject);
+  hive.replay = MachineText(event.detail);
+  if (HiveRecord *known = FindHive(record, hive.file)) {
+    known->replay = hive.replay;
+  } else {
+    record->hives.push_back(std::move(hive));
+  }
+}
+
 void AddHive(RunRecord *record, const VXRMachine_Event &event) {
   HiveRecord hive;
   hive.file = MachineText(event.subject);
@@ -82,13 +99,14 @@ void AddHive(RunRecord *record, const VXRMachine_Event &event) {
       hive.reason = MachineText(event.detail);
       break;
   }
-  for (HiveRecord &known : record->hives) {
-    if (known.file != hive.file) continue;
-    hive.mountPoint = known.mountPoint;
-    known = std::move(hive);
+  HiveRecord *known = FindHive(record, hive.file);
+  if (known == nullptr) {
+    record->hives.push_back(std::move(hive));
     return;
   }
-  record->hives.push_back(std::move(hive));
+  hive.mountPoint = known->mountPoint;
+  hive.replay = known->replay;
+  *known = std::move(hive);
 }
 
 // A hive that could not be unmounted is dropped when the machine closes, and what was set in it is lost.
@@ -162,6 +180,9 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
     case VXRMACHINE_HIVE_SAVED:
     case VXRMACHINE_HIVE_NOT_SAVED:
       AddHive(record, event);
+      break;
+    case VXRMACHINE_HIVE_REPLAYED:
+      AddReplay(record, event);
       break;
     case VXRMACHINE_DRIVER_CHOSEN:
       record->candidate = {"", MachineText(event.subject), MachineText(event.detail), MachineText(event.text), false};

@@ -41,6 +41,7 @@ struct HiveRecord {
   std::string file, mountPoint, reason;
   HiveOutcome outcome = HiveOutcome::kMounted;
   std::uint64_t size = 0;  // bytes of a saved hive
+  std::string replay;      // what its logs brought, such as "replayed 14 entries from two logs"; empty: nothing
 };
 
 struct RefusedPath {

@@ -62,11 +62,14 @@ void PrintValues(const RunRecord &record) {
 }
 
 void PrintHives(const RunRecord &record) {
+  bool titled = false;
   for (const HiveRecord &hive : record.hives) {
-    if (hive.outcome == HiveOutcome::kSaved) {
-      Title("Hives saved");
-      PrintLine("  " + hive.file + "  " + Bytes(hive.size));
-    }
+    const bool saved = hive.outcome == HiveOutcome::kSaved;
+    if (!saved && hive.replay.empty()) continue;
+    if (!titled) Title("Hives");
+    titled = true;
+    PrintLine("  " + hive.file + (saved ? "  saved, " + Bytes(hive.size) : "  as it was"));
+    if (!hive.replay.empty()) PrintLine("      was not closed cleanly: " + hive.replay);
   }
 }
 
