@@ -27,6 +27,7 @@ struct Copy {
   struct stat sourceStatus = {};
   HostPlace place;
   struct stat targetStatus = {};  // of an old target
+  bool inPlace = false;
   DWORD error = NO_ERROR;
   std::string reason;
 };
@@ -131,6 +132,7 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
 // Puts the new file in the target's place.
 bool ReplaceTarget(Copy *copy, NewFile *created) {
   const char *failed = PutInPlace(created, copy->place.exists);
+  copy->inPlace = created->inPlace;
   return failed == nullptr || FailHost(copy, failed);
 }
 
@@ -153,7 +155,8 @@ void Tell(const Copy &copy, bool copied, CopyCaller caller) {
   event.kind = copied ? VXRMACHINE_FILE_COPIED : VXRMACHINE_FILE_NOT_COPIED;
   event.subject = copy.target;
   event.detail = copied ? copy.source : copy.reason.c_str();
-  event.size = copied ? static_cast<std::uint64_t>(copy.sourceStatus.st_size) : (copy.place.exists ? 1 : 0);
+  event.size =
+      copied ? static_cast<std::uint64_t>(copy.sourceStatus.st_size) : (copy.place.exists && !copy.inPlace ? 1 : 0);
   Report(event);
 }
 

@@ -72,7 +72,7 @@ bool SaveMounted(MountedHive *mounted) {
   std::string reason;
   if (!SaveHive(mounted->hive.get(), &size, &reason)) {
     Tell(mounted->subject + " is not saved: " + reason);
-    ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason);
+    ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
   }
   if (size != 0) ReportHive(VXRMACHINE_HIVE_SAVED, mounted->subject, "", size);

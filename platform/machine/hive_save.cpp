@@ -136,7 +136,9 @@ bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
     *reason = ErrnoReason("no new file can be made beside it");
     return false;
   }
-  return WriteNewHive(*hive, created, size, reason) && Replace(&created, reason);
+  if (WriteNewHive(*hive, created, size, reason) && Replace(&created, reason)) return true;
+  if (!created.inPlace) *size = 0;
+  return false;
 }
 
 }  // namespace machine

@@ -196,7 +196,8 @@ bool TakeOver(const NewFile &created) {
 
 const char *PutInPlace(NewFile *created, bool exists) {
   if (Fails("file flush") || fsync(created->file.fd) != 0) return "the new file cannot be flushed to disk";
-  if (!Rename(created, exists)) return "the new file cannot take its place";
+  created->inPlace = Rename(created, exists);
+  if (!created->inPlace) return "the new file cannot take its place";
   if (FlushDirectory(created->directory)) return nullptr;
   return "the new file is in place but its directory cannot be flushed to disk";
 }

@@ -20,7 +20,8 @@ struct NewFile {
   int directory = -1;  // not owned; may be an O_PATH descriptor
   std::string target;  // the name of the place
   Descriptor file;     // open for reading and writing
-  std::string name;    // the name that it has; empty while it has none
+  std::string name;    // the name that it has on the way; empty while it has none
+  bool inPlace = false;
 
   NewFile(int where, std::string place) : directory(where), target(std::move(place)) {}
   NewFile(const NewFile &) = delete;
@@ -45,7 +46,7 @@ bool WriteAll(int file, const char *bytes, std::size_t size);
 bool TakeOver(const NewFile &created);
 
 // Flushes the file, puts it in place and flushes the directory; `exists` says whether there is an old one to replace.
-// Null, or what failed, for people. Only when the last step fails is the new file in place after a failure: whole, but
+// Null, or what failed, for people. Only when the last step fails is the new file `inPlace` after a failure: whole, but
 // not surely on the disk. That a file system cannot flush directories is no failure.
 const char *PutInPlace(NewFile *created, bool exists);
 
