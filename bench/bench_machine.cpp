@@ -13,10 +13,14 @@
 
 namespace fs = std::filesystem;
 
-BenchMachine MakeBenchMachine(unsigned infCount, const fs::path &hive) {
+fs::path MakeBenchFolder() {
   std::string name = (fs::temp_directory_path() / "vxr-bench-XXXXXX").string();
   if (!mkdtemp(name.data())) std::abort();
-  const fs::path folder = name;
+  return name;
+}
+
+BenchMachine MakeBenchMachine(unsigned infCount, const fs::path &hive) {
+  const fs::path folder = MakeBenchFolder();
   fs::create_directories(folder / "ram/Windows/System32");
   fs::create_directories(folder / "ram/Halcyra/logs.dir");
   fs::create_directories(folder / "restored/Windows/system32/config");

@@ -9,6 +9,9 @@ struct BenchMachine {
   std::filesystem::path folder;  // X: is its ram/, D: its restored/
 };
 
+// A new temporary folder.
+std::filesystem::path MakeBenchFolder();
+
 // Makes the folder with `infCount` INF files in X:\drivers; `hive` (a file) becomes the restored system's hive when not
 // empty. Job 1 is the restore job.
 BenchMachine MakeBenchMachine(unsigned infCount, const std::filesystem::path &hive);

@@ -27,8 +27,8 @@ void Write(const std::string &name, const Bytes &bytes) {
 // A hive of about a megabyte, as a user's is.
 Bytes SampleHive() {
   std::vector<HiveValue> values;
-  for (int i = 0; i < 2600; ++i) {
-    const std::string key = "Software\\Vendor" + std::to_string(i % 50) + "\\Key" + std::to_string(i);
+  for (int i = 0; i < 31000; ++i) {
+    const std::string key = "Software\\Vendor" + std::to_string(i % 400) + "\\Key" + std::to_string(i);
     values.push_back(NumberValue(key, "Number", static_cast<uint32_t>(i)));
     values.push_back(TextValue(key, "Text", "C:\\Program Files\\Vendor\\Program\\File " + std::to_string(i)));
   }

@@ -1,8 +1,5 @@
 #include "bench/protected_machine.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -96,9 +93,7 @@ void AddVolume(unsigned index, unsigned firstDisk, std::string *toml) {
 }  // namespace
 
 BenchMachine MakeProtectedMachine(unsigned devices) {
-  std::string name = (fs::temp_directory_path() / "vxr-bench-XXXXXX").string();
-  if (!mkdtemp(name.data())) std::abort();
-  const fs::path folder = name;
+  const fs::path folder = MakeBenchFolder();
   for (const char *directory : {"C/Windows/System32/drivers", "C/Halcyra/logs.dir", "D", "E", "F"})
     fs::create_directories(folder / directory);
   MakeInfDirectory(folder / "C/Windows/inf", kOtherInfFiles);

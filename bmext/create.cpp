@@ -1,6 +1,7 @@
 #include "bmext/create.h"
 
 #include "device/facts.h"
+#include "engine/base/files.h"
 #include "log/heap.h"
 #include "log/log.h"
 #include "log/record_dump.h"
@@ -11,11 +12,6 @@ namespace {
 constexpr DWORD kSuccess = 0;
 constexpr DWORD kFailed = 9;
 constexpr char kIncludesSection[] = "BMExtension";
-
-struct HandleCloser {
-  void operator()(void *handle) const { platform::CloseHandle(handle); }
-};
-using OpenedFile = std::unique_ptr<void, HandleCloser>;
 
 void LogInputs(const char *file, const char *includes, const char *map, const char *caller) {
   VXRDbg_Log(kCheck, "CHECK:%s:bmext file = %s\n", caller, file);
@@ -29,14 +25,6 @@ void LogInputs(const char *file, const char *includes, const char *map, const ch
   } else {
     VXRDbg_Log(kCheck, "CHECK:%s:includes file unavailable\n", caller);
   }
-}
-
-OpenedFile CreateExtensionFile(const char *path, const char *caller) {
-  const HANDLE file = platform::CreateFileA(path, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file != INVALID_HANDLE_VALUE) return OpenedFile(file);
-  LogFailure("CreateFile", path, caller);
-  return nullptr;
 }
 
 // Writes a record and has it reach the disk; `done` is the line of success, `failed` the message of the failing one.
@@ -102,7 +90,7 @@ uint32_t VXRExt_CreateBMExtFile(const char *extension, const char *includes, con
   const DWORD cold = VxrGet32(record->SysInfo.BootMedia);
   if (!Done(VXRExt_CreateBMExtFileHeader(cold, &header), "VXRExt_CreateBMExtFileHeader", __func__)) return kFailed;
   VXRDbg_DumpExtHeader(&header, __func__);
-  const OpenedFile file = CreateExtensionFile(extension, __func__);
+  const OpenedFile file = OpenLogged(extension, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, CREATE_ALWAYS);
   if (file == nullptr || !WriteExtension(file.get(), header, *record, extension, __func__)) return kFailed;
   return ListInIncludes(extension, includes, __func__) ? kSuccess : kFailed;
 }

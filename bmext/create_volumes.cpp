@@ -4,10 +4,10 @@
 #include "bmext/create.h"
 #include "device/disk_identity.h"
 #include "device/installed_driver.h"
+#include "engine/base/files.h"
 #include "engine/base/strings.h"
 #include "log/log.h"
 #include "log/product.h"
-#include "log/scope_guard.h"
 #include "volume/volume.h"
 
 namespace {
@@ -175,14 +175,8 @@ BOOL VXRExt_BuildVXRVolumeHBM(const char *szMntPnt, const char *szMap, VXR_VOLUM
   FillBackupName(szMntPnt, szMap, pVXRVolume, __func__);
   if (!FillInformation(szMntPnt, pVXRVolume, __func__) || !FillGuidPath(szMntPnt, pVXRVolume, __func__)) return FALSE;
   // No access rights: the questions need none, and a volume in use can still be asked.
-  const HANDLE handle = platform::CreateFileA(pVXRVolume->Volume, 0, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                              FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
-    LogFailure("CreateFile", pVXRVolume->Volume);
-    return FALSE;
-  }
-  const ScopeGuard closeHandle([handle] { platform::CloseHandle(handle); });
-  return FillFromOpenVolume(handle, szMntPnt[0], pVXRVolume, __func__);
+  const OpenedFile volume = OpenLogged(pVXRVolume->Volume, 0, FILE_SHARE_READ, OPEN_EXISTING);
+  return volume != nullptr && FillFromOpenVolume(volume.get(), szMntPnt[0], pVXRVolume, __func__);
 }
 
 BOOL VXRExt_BuildVXRVolDisksHBM(HANDLE hVolume, VXR_VOLDISKS *pVXRVolDisks) {

@@ -338,38 +338,4 @@ TEST_F(QueryTest, SystemClassTakesUnknownCodesAndGivesAnAddress) {
   EXPECT_EQ(Bytes(out.begin() + 4, out.end()), Bytes(kRoom - 4, kCanary));
 }
 
-TEST_F(QueryTest, LinesStandInTheirOrder) {
-  Bytes image = FilledImage();
-  std::memcpy(&image[kFirstVolume + 600], "DATA", 5);
-  std::memcpy(&image[80176], "PC\0", 3);
-  const GuardedMemory placed(image, 0);
-  struct {
-    Question question;
-    std::string log;
-  } const cases[] = {
-      {{0, 0x2000000D, "", 0, 0, 2, 1},
-       "FLUSH:VXRExt_QueryVolume:volume index = 2\n"
-       "FLUSH:VXRExt_QueryVolume:vxrvoldisk=1:P\n"
-       "FLUSH:VXRExt_QueryVolume:qtType=0x2000000D:drvType = 0x20000000 devType=0x0000000D\n"
-       "FLUSH:VXRExt_QueryVolume:pDevDrv=P\n"
-       "FLUSH:VXRExt_QueryVolume:copy 4 bytes data:P->P\n"
-       "FLUSH:VXRExt_QueryVolume:q=[0x2000000D:0x20000000:0x0000000D]:in=[2:P]:out=P->[4:P]:ret=TRUE\n"},
-      {{0, 7, "", 0, 0},
-       "FLUSH:VXRExt_QueryVolume:volume index = 0\n"
-       "FLUSH:VXRExt_QueryVolume:copy 4 bytes data:P->P\n"
-       "FLUSH:VXRExt_QueryVolume:q=[0x00000007:0x00000000:0x00000000]:in=[0:P]:out=P->[4:P]:ret=TRUE\n"},
-      {{3, 0, "", 0, 0},
-       "FLUSH:VXRExt_QueryArchitect:copy 4 bytes data:P->P\nFLUSH:VXRExt_QueryArchitect:DONE:RET=TRUE\n"},
-      {{3, 9, "", 0, 0}, "FLUSH:VXRExt_QueryArchitect:DONE:RET=FALSE\n"},
-      {{2, 0, "", 0, 0}, "CHECK:VXRExt_QueryNetwork:DONE:qry=0:pIn=P:0:pO=P:P:2\n"},
-      {{1, 0, "", 0, 0}, ""}};
-  for (const auto &each : cases) {
-    uint32_t size = kRoom;
-    Query(each.question, placed.data(), &size);
-    const std::string lines = PlainLog();
-    EXPECT_THAT(lines, testing::StartsWith("FLUSH:VXRExt_QueryData:"));
-    EXPECT_EQ(lines.substr(lines.find('\n') + 1), each.log);
-  }
-}
-
 }  // namespace

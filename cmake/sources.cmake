@@ -47,8 +47,8 @@ else()
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC
     platform/machine/heap.cpp platform/machine/errors.cpp platform/machine/format.cpp platform/machine/fault.cpp
-    platform/machine/machine.cpp platform/machine/description.cpp platform/machine/setup_class.cpp
-    platform/machine/facts.cpp
+    platform/machine/machine.cpp platform/machine/description.cpp platform/machine/description_values.cpp
+    platform/machine/setup_class.cpp platform/machine/facts.cpp
     platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
     platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
     platform/machine/path_syntax.cpp platform/machine/handles.cpp

@@ -107,22 +107,4 @@ TEST_F(ClassRepairTest, EachFailureHasItsLine) {
   EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_FixDevRegistry:NULL instance id\n"));
 }
 
-TEST_F(ClassRepairTest, SaysSoWhenMemoryRunsOut) {
-  OpenWith();
-  for (unsigned nth = 1; nth < 100; ++nth) {
-    machine::SetFaultPlan({"HeapAlloc", nth});
-    const bool fixed = VXRDev_FixDevRegistry(VXR_DEVTYPE_HDC, kInstance) != 0;
-    const bool met = machine::FaultsMet() > 0;
-    machine::SetFaultPlan({});
-    if (!met) {
-      EXPECT_TRUE(fixed);
-      EXPECT_EQ(Value("Class"), Terminated("hdc"));
-      return;
-    }
-    EXPECT_THAT(log, HasSubstr("ERROR:"));
-    log.clear();
-  }
-  FAIL() << "the repair never came to its end";
-}
-
 }  // namespace

@@ -1,8 +1,7 @@
 // The boot-sector repair: makes the boot sector of a disk's active partition agree with the disk it now lies on.
 // Unlike every other operation it writes no entry and exit lines.
 
-#include <memory>
-
+#include "engine/base/files.h"
 #include "engine/boot_sector.h"
 #include "log/heap.h"
 #include "log/log.h"
@@ -10,10 +9,6 @@
 
 namespace {
 
-struct DiskCloser {
-  void operator()(void *disk) const { platform::CloseHandle(disk); }
-};
-using Disk = std::unique_ptr<void, DiskCloser>;
 using SectorBuffer = HeapPtr<void>;
 
 // The repair's warnings are shown at every level of the log: they tell what is changed on a disk, and why.
@@ -24,15 +19,6 @@ struct Volume {
   DISK_GEOMETRY geometry;
   PartitionEntry entry;
 };
-
-Disk OpenDisk(const char *name, const char *caller) {
-  VXRDbg_Log(kCheck, "CHECK:%s:opening disk %s...\n", caller, name);
-  const HANDLE disk = platform::CreateFileA(name, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (disk != INVALID_HANDLE_VALUE) return Disk(disk);
-  LogFailure("CreateFile", name, caller);
-  return nullptr;
-}
 
 BOOL ReadGeometry(HANDLE disk, DISK_GEOMETRY *geometry, const char *caller) {
   DWORD returned = 0;
@@ -209,7 +195,8 @@ BOOL RepairBootSector(HANDLE disk, const char *name, const Volume &volume, const
 int32_t VXREng_FixBootVolume(const char *disk) {
   const char *caller = __func__;
   if (!Given(disk, "szDisk")) return FALSE;
-  const Disk handle = OpenDisk(disk, caller);
+  VXRDbg_Log(kCheck, "CHECK:%s:opening disk %s...\n", caller, disk);
+  const OpenedFile handle = OpenLogged(disk, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING);
   if (handle == nullptr) return FALSE;
   Volume volume{};
   return ReadGeometry(handle.get(), &volume.geometry, caller) &&

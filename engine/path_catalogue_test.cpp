@@ -4,7 +4,6 @@
 
 #include "bmext/load.h"
 #include "engine/base/parameters.h"
-#include "platform/machine/fault.h"
 #include "restore/settings.h"
 #include "tests/support/test_machine.h"
 
@@ -107,16 +106,5 @@ TEST_F(PathCatalogueTest, RestoredSystemNeedsADirectoryAndADrive) {
   root[0] = '\0';
   EXPECT_EQ(VXREng_GetStringAs(VXR_DIR_WININF, nullptr), nullptr);
 }
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(PathCatalogueTest, NoMemoryNoPath) {
-  Open();
-  VXRDbg_Initialize(5, 0, nullptr);  // so that the fault does not meet the log instead
-  machine::SetFaultPlan({"HeapAlloc", 1, false, 0});
-  EXPECT_EQ(VXREng_GetStringAs(VXR_DIR_PRODUCT, "name"), nullptr);
-  machine::SetFaultPlan({});
-  EXPECT_THAT(log, HasSubstr("CHECK:VXREng_GetStringAs:AllocHeap(11 bytes) failed for type 5!ec=8\n"));
-}
-#endif
 
 }  // namespace

@@ -17,9 +17,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kDirectory[] = "X:\\drivers";
-constexpr char kId[] = R"(PCI\VEN_1000&DEV_0030)";
-
 // Everything that a model line needs to be installed in verification mode.
 constexpr char kInstall[] = R"(
 [Inst]
@@ -116,27 +113,6 @@ TEST_F(DriverSearch, TriesManufacturersInTurnAndOnlyIdsFromFieldTwoOn) {
   EXPECT_THAT(Lines("ERROR:VXRDev_ProcessModSect:"),
               ElementsAre("VXRDev_ProcessInstSect() failed for InstSect=Broken"));
   EXPECT_THAT(Lines("CHECK:VXRDev_LocateDriverInf:"), ElementsAre("found match:sec=B:arch=ntamd64.6.1..."));
-}
-
-TEST_F(DriverSearch, RefusesWhatIsMissing) {
-  Begin(false);
-  WriteInf("a.inf", kInstall);
-  EXPECT_FALSE(SearchFile("a.inf")) << "no Manufacturer section";
-  EXPECT_FALSE(SearchFile("none.inf"));
-  EXPECT_THAT(Lines("ERROR:VXRDev_LocateDriverInf:SetupOpenInfFile():failed!ec=2:"),
-              ElementsAre(HasSubstr("msg=X:\\drivers\\none.inf")));
-  device->szTargetOS[0] = '\0';
-  EXPECT_FALSE(SearchFile("a.inf"));
-  EXPECT_THAT(Lines("ERROR:VXRDev_LocateDriverInf:VXREng_GetSubStringCount:szTargetOS():failed!"),
-              ElementsAre(HasSubstr("msg=X:\\drivers\\a.inf")));
-  FreeMember(device->szTargetOS);
-  EXPECT_FALSE(SearchFile("a.inf"));
-  driver->pVXRDevice = nullptr;
-  EXPECT_FALSE(SearchFile("a.inf"));
-  EXPECT_FALSE(VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, kDirectory, "a.inf", kId, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:szTargetOS is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:pVXRDriver->pVXRDevice is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:pVXRDriver is NULL\n"));
 }
 
 TEST_F(DriverSearch, LeavesAGivenHandleOpen) {
@@ -283,28 +259,6 @@ TEST_F(DriverSearch, SurvivesEveryFailedCall) {
       EXPECT_EQ(now.pVXRDevice, device);
     }
   }
-}
-
-TEST_F(DriverSearch, BuildsNoDriverInformationFromFailedCalls) {
-  Begin(false);
-  WriteModel("a.inf", kId);
-  const struct {
-    const char *call;
-    unsigned nth;
-  } cases[] = {{"SetupDiGetClassDevsA", 1},           {"SetupDiEnumDeviceInfo", 1},
-               {"SetupDiGetDeviceInstallParamsA", 1}, {"SetupDiSetDeviceInstallParamsA", 1},
-               {"SetupDiBuildDriverInfoList", 1},     {"SetupDiEnumDriverInfoA", 1},
-               {"SetupDiGetDriverInfoDetailA", 1},    {"SetupDiGetDriverInfoDetailA", 2}};
-  for (const auto &c : cases) {
-    machine::SetFaultPlan({c.call, c.nth, false, 0});
-    EXPECT_FALSE(VXRDev_InitDriverInf("X:\\drivers\\a.inf", driver, device)) << c.call;
-    EXPECT_EQ(machine::FaultsMet(), 1u) << c.call;
-    EXPECT_EQ(driver->pDrvInfoData, nullptr);
-  }
-  machine::SetFaultPlan({});
-  EXPECT_TRUE(VXRDev_InitDriverInf("X:\\drivers\\a.inf", driver, device));
-  device->iDevEnum = 5;
-  EXPECT_FALSE(VXRDev_InitDriverInf("X:\\drivers\\a.inf", driver, device));
 }
 
 // A question that cannot be shown is no "No": the prompt would come back without end.

@@ -14,9 +14,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kDirectory[] = "X:\\drivers";
-constexpr char kId[] = R"(PCI\VEN_1000&DEV_0030)";
-
 class InstallSection : public DriverJobTest {
  protected:
   // One install section of an INF file with this body.
@@ -153,24 +150,6 @@ INSTANTIATE_TEST_SUITE_P(
         Directive{"AddReg", "AddReg = Nowhere\n", TRUE, {}}),
     [](const auto &test) { return test.param.name; });
 
-TEST_F(InstallSection, RefusesWhatIsMissing) {
-  Begin(false);
-  const InfFile inf = OpenInf("t.inf", "[Inst]\nDriverVer = 1\n");
-  ClearLog();
-  EXPECT_FALSE(VXRDev_ProcessInstSect(INVALID_HANDLE_VALUE, kDirectory, "Inst", nullptr, driver));
-  EXPECT_FALSE(VXRDev_ProcessInstSect(inf.get(), nullptr, "Inst", nullptr, driver));
-  EXPECT_FALSE(VXRDev_ProcessInstSect(inf.get(), kDirectory, "Inst", nullptr, nullptr));
-  EXPECT_FALSE(VXRDev_ProcessInstSect(inf.get(), kDirectory, "Other", nullptr, driver));
-  VXR_DRIVER alone = {};
-  EXPECT_FALSE(VXRDev_ProcessInstSect(inf.get(), kDirectory, "Inst", nullptr, &alone));
-  VXR_DEVICE bare = {};
-  alone.pVXRDevice = &bare;
-  EXPECT_FALSE(VXRDev_ProcessInstSect(inf.get(), kDirectory, "Inst", nullptr, &alone));
-  EXPECT_THAT(Lines("ERROR:VXRDev_ProcessInstSect:"),
-              ElementsAre("hInf is INVALID_HANDLE_VALUE", "szInfDir is NULL", "pVXRDriver is NULL",
-                          "pVXRDriver->pVXRDevice is NULL", "szTargetOS is NULL"));
-}
-
 TEST_F(InstallSection, StopsACopySectionAtTheFirstFailure) {
   Begin(true);
   WriteFile("ram/drivers/storport.sys", "port");
@@ -251,21 +230,6 @@ TEST_F(InstallSection, RefusesNamesOfOtherPlaces) {
   }
 }
 
-TEST_F(InstallSection, TellsOfFailedCopies) {
-  Begin(true);
-  WriteFile("ram/drivers/new.sys", "new");
-  const auto drivers = Host("restored/Windows/system32/drivers");
-  std::filesystem::rename(drivers, Host("restored/away"));
-  EXPECT_FALSE(Install("CopyFiles = @new.sys\n"));
-  EXPECT_EQ(dwError, 13u);
-  EXPECT_THAT(statusLines,
-              Contains("Failed to copy X:\\drivers\\NEW.SYS to D:\\Windows\\system32\\drivers\\NEW.SYS\n"));
-  std::filesystem::rename(Host("restored/away"), drivers);
-  EXPECT_TRUE(Install("CopyFiles = @new.sys\n"));
-  EXPECT_EQ(statusLines.back(),
-            "Successfully copied X:\\drivers\\NEW.SYS -> D:\\Windows\\system32\\drivers\\NEW.SYS...\n");
-}
-
 struct ServiceSection {
   const char *name;
   const char *lines;
@@ -322,19 +286,6 @@ TEST_F(InstallSection, LetsTheLastServiceLineDecide) {
               ElementsAre("szRoot=HKCU:bypassed processing...", "szRoot=hku:bypassed processing..."));
   EXPECT_EQ(HiveText("Services\\abc\\Parameters", "x"), "");
   EXPECT_FALSE(VXRDev_ProcessSrvcInst(INVALID_HANDLE_VALUE, kDirectory, "abc", "Svc"));
-}
-
-TEST_F(InstallSection, WalksAddRegSectionsOfServicesOnly) {
-  Begin(false);
-  const InfFile inf = OpenInf("t.inf", "[Values]\n=x\n");
-  ClearLog();
-  EXPECT_TRUE(VXRDev_ProcessAddReg(inf.get(), kDirectory, "Nowhere", kInstallRoot));
-  EXPECT_FALSE(VXRDev_ProcessAddReg(inf.get(), kDirectory, "Nowhere", kServiceRoot));
-  EXPECT_FALSE(VXRDev_ProcessAddReg(INVALID_HANDLE_VALUE, kDirectory, "Values", kServiceRoot));
-  EXPECT_FALSE(VXRDev_ProcessAddReg(inf.get(), kDirectory, nullptr, kServiceRoot));
-  EXPECT_THAT(Lines("WARNG:VXRDev_ProcessAddReg:"), ElementsAre("uiHKRType=0:bypass processing"));
-  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessAddReg:section "),
-              ElementsAre("Nowhere:done.", "Nowhere:done.", "Values:done.", "(null):done."));
 }
 
 TEST_F(InstallSection, ReplacesTheDirectoryOfAnImagePath) {

@@ -17,12 +17,6 @@ std::string Address(const void *address) {
   return text;
 }
 
-LARGE_INTEGER Number(LONG64 value) {
-  LARGE_INTEGER number;
-  number.QuadPart = value;
-  return number;
-}
-
 struct DumpCase {
   std::function<void()> dump;
   std::string expected;
@@ -151,87 +145,15 @@ TEST_F(DumpTest, SuiteLabelsFollowTheirBits) {
   });
 }
 
-TEST_F(DumpTest, DiskRecords) {
-  const STORAGE_DEVICE_NUMBER number = {7, 0, 1};
-  const struct {
-    DWORD count;
-    DISK_EXTENT extents[2];
-  } answer = {2, {{0, Number(1048576), Number(64420311040)}, {1, Number(0), Number(512)}}};
-  const struct {
-    WORD length;
-    BYTE id[3];
-  } id = {3, {0x01, 0x02, 0xAB}};
-  Expect({
-      {[&] { VXRDbg_DumpStorageDeviceNumber(&number, "f"); },
-       "CHECK:f:STORAGE_DEVICE_NUMBER:DeviceType =00000007:DeviceNumber =00:PartitionNumber =01\n"},
-      {[&] { VXRDbg_DumpDiskExtents(reinterpret_cast<const VOLUME_DISK_EXTENTS *>(&answer), nullptr); },
-       "CHECK:DISK_EXTENT:\tdisk #0:start=1048576:len=64420311040\n"
-       "CHECK:DISK_EXTENT:\tdisk #1:start=0:len=512\n"},
-      {[&] { VXRDbg_DumpUniqueId(reinterpret_cast<const MOUNTDEV_UNIQUE_ID *>(&id), "f"); },
-       "CHECK:f:MOUNTDEV_UNIQUE_ID:Length = 3:0102AB\n"},
-  });
-}
-
-TEST_F(DumpTest, MachineRecords) {
+TEST_F(DumpTest, TextsThatFillTheirFieldsEndThere) {
   OSVERSIONINFOEXA os{};
-  os.dwMajorVersion = 6;
-  os.dwMinorVersion = 1;
-  os.dwBuildNumber = 7601;
-  os.dwPlatformId = 2;
-  os.wServicePackMajor = 1;
-  os.wSuiteMask = 0x100;
-  os.wProductType = 1;
-  std::memset(os.szCSDVersion, 's', sizeof os.szCSDVersion);  // no terminator
-  const MEMORYSTATUSEX memory = {64, 50, 8589934592, 2, 3, 4, 5, 6, 7};
-  SYSTEM_INFO info{};
-  info.dwOemId = 9;
-  info.dwPageSize = 4096;
-  info.lpMinimumApplicationAddress = reinterpret_cast<void *>(0x10000);
-  info.dwActiveProcessorMask = 0x100000003;
-  info.dwNumberOfProcessors = 2;
-  info.wProcessorRevision = 0x3A09;
-  Expect({
-      {[&] { VXRDbg_DumpOsVersionInfo(&os, "f"); },
-       "CHECK:f:OSVERSIONINFOEX\n\tOS Major=0x6:OS Minor=0x1:Build=0x1db1\n\t" + std::string(128, 's') +
-           ":SrvPack Major=0x1:SrvPack Minor=0x0\n\tPlaftform ID = 0x2: PLATFORM_WIN32_NT\n"
-           "\tProduct Type = 0x1: WORKSTATION\n\tSuite Masks = 0x100: SINGLEUSERTS\n"},
-      {[&] { VXRDbg_DumpMemoryStatus(&memory, nullptr); },
-       "CHECK:MEMORYSTATUSEX:\n\tdwMemoryLoad= 50 \n\tullTotalPhys= 8589934592\n\tullAvailPhys= 2\n"
-       "\tullTotalPageFile= 3\n\tullAvailPageFile= 4\n\tullTotalVirtual= 5\n\tullAvailVirtual= 6\n"
-       "\tullAvailExtendedVirtual= 7\n"},
-      {[&] { VXRDbg_DumpSystemInfo(&info, "f"); },
-       "CHECK:f:SYSTEM_INFO:\n\tdwOemId = 00000009\n\twProcessorArchitecture= 0009\n\twReserved= 0000\n"
-       "\tdwPageSize= 00001000\n\tlpMinimumApplicationAddress= 0000000000010000\n"
-       "\tlpMaximumApplicationAddress= 0000000000000000\n\tdwActiveProcessorMask= 00000003\n"
-       "\tdwNumberOfProcessors= 00000002\n\tdwProcessorType= 00000000\n\tdwAllocationGranularity= 00000000\n"
-       "\twProcessorLevel= 0000\n\twProcessorRevision= 3A09\n"},
-  });
-}
-
-TEST_F(DumpTest, SetUpRecords) {
+  std::memset(os.szCSDVersion, 's', sizeof os.szCSDVersion);
   SP_DRVINFO_DATA_A driver{};
-  driver.DriverType = 2;
-  std::strcpy(driver.MfgName, "Acme");
-  std::strcpy(driver.Description, "Fast Adapter");
   std::memset(driver.ProviderName, 'p', sizeof driver.ProviderName);
-  SP_DEVINSTALL_PARAMS_A parameters{};
-  parameters.cbSize = 320;
-  parameters.Flags = 0x10000;
-  std::strcpy(parameters.DriverPath, "X:\\drivers\\fast.inf");
-  const SP_DEVINFO_DATA device = {32, kGuid, 5, 0};
-  const INFCONTEXT context = {reinterpret_cast<void *>(0x10), reinterpret_cast<void *>(0x20), 3, 4};
-  Expect({
-      {[&] { VXRDbg_DumpDrvInfo(&driver, "f"); },
-       "CHECK:f:SP_DRVINFO_DATA:\n\tDriverType   = 2\n\tManufacturer = Acme\n\tDescription  = Fast Adapter\n"
-       "\tProviderName =" +
-           std::string(256, 'p') + "\n"},
-      {[&] { VXRDbg_DumpDevInstallParams(&parameters, nullptr); },
-       "CHECK:SP_DEVINSTALL_PARAMS:size=320:Flags=0x00010000:FlagsEx=0x00000000:DriverPath=X:\\drivers\\fast.inf\n"},
-      {[&] { VXRDbg_DumpDevInfo(&device, "f"); },
-       "CHECK:f:SP_DEVINFO_DATA:DevInst=0x00000005:Reserved=00000000:GUID= " + std::string(kGuidDigits) + ":"},
-      {[&] { VXRDbg_DumpInfContext(&context, "f"); },
-       "CHECK:f:INFCONTEXT:CurInf=0x0000000000000020:Inf=0x0000000000000010:Line=004:Sect=003\n"},
-  });
+  VXRDbg_DumpOsVersionInfo(&os, "f");
+  VXRDbg_DumpDrvInfo(&driver, "f");
+  EXPECT_THAT(log, testing::HasSubstr("\n\t" + std::string(128, 's') + ":SrvPack Major=0x0"));
+  EXPECT_THAT(log, testing::HasSubstr("\tProviderName =" + std::string(256, 'p') + "\n"));
 }
 
 TEST_F(DumpTest, DriverDetailWithItsIdList) {

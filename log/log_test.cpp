@@ -1,6 +1,5 @@
 #include "log/log.h"
 
-#include "log/heap.h"
 #include "platform/machine/fault.h"
 #include "tests/support/test_machine.h"
 
@@ -218,40 +217,5 @@ TEST_F(LogTest, LeavesTheLastErrorAlone) {
   VXRDbg_Cleanup();
   EXPECT_EQ(platform::GetLastError(), 1234u);
 }
-
-void Fails() {
-  const CallTrace trace = TraceCall();
-  platform::SetLastError(5);
-  LogFailure("CreateFile", "C:\\a");
-  LogFailure("FindFirstFile", nullptr);
-  LogNull("szDisk");
-}
-
-TEST_F(LogTest, WritesTheSharedShapesUnderTheCallersName) {
-  OpenAs();
-  VXRDbg_Initialize(5, 0, nullptr);
-  VXRDbg_SetLevel(5);
-  log.clear();
-  Fails();
-  EXPECT_EQ(log,
-            "FLUSH:Fails:___ENTER___\n"
-            "ERROR:Fails:CreateFile():failed!ec=5:0x00000005:msg=C:\\a\n"
-            "ERROR:Fails:FindFirstFile():failed!ec=5:0x00000005:msg=N/A\n"
-            "ERROR:Fails:szDisk is NULL\n"
-            "FLUSH:Fails:___LEAVE___\n");
-}
-
-#ifdef VXR_FAULT_POINTS
-void *Allocate() { return AllocHeap(24, "szText"); }
-
-TEST_F(LogTest, TellsOfMissingMemoryUnderTheCallersName) {
-  OpenAs();
-  VXRDbg_Initialize(0, 0, nullptr);
-  log.clear();
-  machine::SetFaultPlan({"HeapAlloc", 1});
-  EXPECT_EQ(Allocate(), nullptr);
-  EXPECT_EQ(log, "ERROR:Allocate:AllocHeap(24 bytes) failed for szText:ec=8:0x00000008\n");
-}
-#endif
 
 }  // namespace

@@ -60,54 +60,14 @@ constexpr char kDiskText[] = "Disk driver, for fixed and removable disks of ever
 constexpr char kScsiDisk0[] = R"(SCSI\Disk&Ven_GRANITE&Prod_PEAK_146&Rev_2.1\4&1F2E3D4C&0&000000)";
 constexpr char kScsiDisk1[] = R"(SCSI\Disk&Ven_GRANITE&Prod_PEAK_146&Rev_2.1\4&1F2E3D4C&0&000100)";
 
-ExpectedDriver DiskDriver(std::size_t offset, const char *instance) {
-  return {offset,
-          0x4D36E967,
-          0,
-          instance,
-          "Disk drive",
-          "Generic",
-          "Generic",
-          "disk",
-          "SCSI Class",
-          R"(system32\DRIVERS\disk.sys)",
-          2,
-          R"(WINDOWS\system32\DRIVERS\disk.sys)",
-          "5.2.3790.1830",
-          kDiskText,
-          "Generic storage drivers",
-          "Generic",
-          "WINDOWS\\inf\\disk.inf",
-          "disk_install"};
-}
-
-ExpectedDriver AdapterDriver(std::size_t offset) {
-  return {offset,
-          0x4D36E97B,
-          2,
-          R"(PCI\VEN_1000&DEV_0054&SUBSYS_30101000&REV_02\3&61AAA01&0&50)",
-          "Granite Peak SAS 4-port",
-          "Granite Peak",
-          "Granite Peak",
-          "granite",
-          "SCSI miniport",
-          R"(system32\drivers\granite.sys)",
-          33,
-          R"(WINDOWS\system32\drivers\granite.sys)",
-          "1.28.3.0",
-          "Granite Peak SAS miniport",
-          "Granite Peak SAS",
-          "Granite Peak",
-          "WINDOWS\\inf\\granite.inf",
-          "G_Inst"};
-}
-
 class GoldenTest : public ProtectedMachineTest {
  protected:
   void PutSystem(Expected *expected) const;
   void PutVolumes(Expected *expected) const;
   void PutFile(Expected *expected, std::size_t offset, std::string path) const;
   void PutDriver(Expected *expected, const ExpectedDriver &driver) const;
+  void PutDisk(Expected *expected, std::size_t offset, const char *instance) const;
+  void PutAdapter(Expected *expected, std::size_t offset) const;
 };
 
 void GoldenTest::PutSystem(Expected *expected) const {
@@ -231,6 +191,20 @@ void GoldenTest::PutDriver(Expected *expected, const ExpectedDriver &driver) con
   expected->Text(inf + 260, driver.section);
 }
 
+void GoldenTest::PutDisk(Expected *expected, std::size_t offset, const char *instance) const {
+  PutDriver(expected, {offset, 0x4D36E967, 0, instance, "Disk drive", "Generic", "Generic", "disk", "SCSI Class",
+                       R"(system32\DRIVERS\disk.sys)", 2, R"(WINDOWS\system32\DRIVERS\disk.sys)", "5.2.3790.1830",
+                       kDiskText, "Generic storage drivers", "Generic", "WINDOWS\\inf\\disk.inf", "disk_install"});
+}
+
+void GoldenTest::PutAdapter(Expected *expected, std::size_t offset) const {
+  PutDriver(expected,
+            {offset, 0x4D36E97B, 2, R"(PCI\VEN_1000&DEV_0054&SUBSYS_30101000&REV_02\3&61AAA01&0&50)",
+             "Granite Peak SAS 4-port", "Granite Peak", "Granite Peak", "granite", "SCSI miniport",
+             R"(system32\drivers\granite.sys)", 33, R"(WINDOWS\system32\drivers\granite.sys)", "1.28.3.0",
+             "Granite Peak SAS miniport", "Granite Peak SAS", "Granite Peak", "WINDOWS\\inf\\granite.inf", "G_Inst"});
+}
+
 TEST_F(GoldenTest, EveryByteOfTheFile) {
   const std::size_t c = 1552, d = c + 19888, e = d + 19888, e2 = e + 9480;
   Expected expected;
@@ -238,8 +212,7 @@ TEST_F(GoldenTest, EveryByteOfTheFile) {
   expected.Number(616, 4, 0);
   expected.Number(620, 4, 0);
   PutVolumes(&expected);
-  PutDriver(&expected,
-            DiskDriver(c + 24, R"(IDE\DiskLANTERN_L80______________________________3.06____\5&1C2D3E4F&0&0.0.0)"));
+  PutDisk(&expected, c + 24, R"(IDE\DiskLANTERN_L80______________________________3.06____\5&1C2D3E4F&0&0.0.0)");
   PutDriver(&expected, {c + 3176, 0x4D36E96A, 1, R"(PCIIDE\IDEChannel\4&2617AEAE&0&0)", "IDE Channel", "Generic",
                         "Generic", "atapi", "SCSI miniport", R"(system32\DRIVERS\atapi.sys)", 25,
                         R"(WINDOWS\system32\DRIVERS\atapi.sys)", "5.2.3790.3959", "IDE channel driver",
@@ -248,12 +221,12 @@ TEST_F(GoldenTest, EveryByteOfTheFile) {
                         "Lantern 7111 IDE Controller", "Lantern", "Generic", "pciide", "System Bus Extender",
                         "pciide.sys", 3, R"(WINDOWS\system32\drivers\pciide.sys)", "5.2.3790.0", "PCI IDE bus driver",
                         "Generic storage drivers", "Generic", "WINDOWS\\inf\\idecore.inf", "lantern_Inst"});
-  PutDriver(&expected, DiskDriver(d + 24, kScsiDisk0));
-  PutDriver(&expected, AdapterDriver(d + 3176));
-  PutDriver(&expected, DiskDriver(e + 24, kScsiDisk0));
-  PutDriver(&expected, AdapterDriver(e + 3176));
-  PutDriver(&expected, DiskDriver(e2 + 24, kScsiDisk1));
-  PutDriver(&expected, AdapterDriver(e2 + 3176));
+  PutDisk(&expected, d + 24, kScsiDisk0);
+  PutAdapter(&expected, d + 3176);
+  PutDisk(&expected, e + 24, kScsiDisk0);
+  PutAdapter(&expected, e + 3176);
+  PutDisk(&expected, e2 + 24, kScsiDisk1);
+  PutAdapter(&expected, e2 + 3176);
 
   OpenProtected();
   WriteFile("protected/machine.bme", std::string(100000, 'x'));  // an older file, longer
@@ -454,13 +427,6 @@ TEST_F(CreateTest, FailuresAreLoggedAndCostNoMoreThanTheyMust) {
     }
     Close();
   }
-}
-
-TEST_F(CreateTest, PathsThatCannotBeWrittenAreNamed) {
-  OpenProtected();
-  EXPECT_EQ(VXREng_CreateBMExtFile("C:\\none\\x.bme", "C:\\backup\\includes.ini", nullptr), 9u);
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_CreateBMExtFile:CreateFile():failed!ec=3:0x00000003:msg=C:\\none\\x.bme\n"));
-  EXPECT_THAT(ReadFile("protected/c/backup/includes.ini"), Not(HasSubstr("BMExtension")));
 }
 
 // Leaves C: with its IDE disk, F: with too many, and what is no disk: a pass for each call costs the square of their

@@ -175,17 +175,6 @@ TEST_F(RestoreJobTest, NamedIdCheckChangesNothingInInjectionMode) {
   EXPECT_EQ(RestoredTree(), before);
 }
 
-TEST_F(RestoreJobTest, OldTargetStaysWholeWhenItsCopyFails) {
-  OpenJob();
-  const auto target = folder / "restored/Windows/system32/drivers/FAST.SYS";
-  std::filesystem::remove(target);
-  WriteFile("elsewhere.sys", "outside");
-  std::filesystem::create_symlink(folder / "elsewhere.sys", target);  // leads out of the restored volume
-  const uint32_t result = Run(true);
-  EXPECT_EQ(ReadFile("elsewhere.sys"), "outside");
-  EXPECT_NE(result, 0u);
-}
-
 TEST_F(RestoreJobTest, RunWithoutWindowGivesTheSameCode) {
   OpenJob([this](std::string *) { EditInf(folder, "DEV_0030", "DEV_9999"); });
   EXPECT_EQ(VXREng_RunVXR(1, 1, nullptr, nullptr), 3u);

@@ -21,17 +21,14 @@ unsigned liveMappings = 0;  // numbers the mapping objects' names
 void CloseFileMap(VXR_FILEMAP *fileMap) {
   if (fileMap->Start != nullptr) platform::UnmapViewOfFile(fileMap->Start);
   if (fileMap->hMap != nullptr) platform::CloseHandle(fileMap->hMap);
-  if (fileMap->hFile != nullptr && fileMap->hFile != INVALID_HANDLE_VALUE) platform::CloseHandle(fileMap->hFile);
+  if (fileMap->hFile != nullptr) platform::CloseHandle(fileMap->hFile);
 }
 
 // Opens the file named in the record and maps a view of all of it. FALSE, after logging, at the first step that fails.
 BOOL OpenFileMap(VXR_FILEMAP *fileMap, const char *caller) {
-  fileMap->hFile = platform::CreateFileA(fileMap->File, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (fileMap->hFile == INVALID_HANDLE_VALUE) {
-    LogFailure("CreateFile", fileMap->File, caller);
-    return FALSE;
-  }
+  fileMap->hFile =
+      OpenLogged(fileMap->File, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, caller).release();
+  if (fileMap->hFile == nullptr) return FALSE;
   fileMap->Size = platform::GetFileSize(fileMap->hFile, nullptr);
   if (fileMap->Size == INVALID_FILE_SIZE) {
     LogFailure("GetFileSize", fileMap->File, caller);
@@ -105,6 +102,13 @@ void CopyOver(const char *source, const char *target, const char *caller) {
 }
 
 }  // namespace
+
+OpenedFile OpenLogged(const char *name, DWORD access, DWORD share, DWORD disposition, const char *caller) {
+  const HANDLE file = platform::CreateFileA(name, access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file != INVALID_HANDLE_VALUE) return OpenedFile(file);
+  LogFailure("CreateFile", name, caller);
+  return nullptr;
+}
 
 // Asked for every file that may be there: no entry and exit lines.
 extern "C" int32_t VXREng_FileExists(const char *path) {

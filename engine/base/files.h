@@ -1,8 +1,20 @@
 // Files in the running and the restored system. VXREng_FileExists is declared in vxrcore/vxrcore.h.
 #pragma once
 
+#include <memory>
+
 #include "log/heap.h"
 #include "vxr/file_map.h"
+
+struct FileCloser {
+  void operator()(void *file) const { platform::CloseHandle(file); }
+};
+// A file, disk or volume that is open; null when it could not be opened.
+using OpenedFile = std::unique_ptr<void, FileCloser>;
+
+// Opens it with the arguments of CreateFileA; null after that call's failure line, with the name for its message.
+OpenedFile OpenLogged(const char *name, DWORD access, DWORD share, DWORD disposition,
+                      const char *caller = __builtin_FUNCTION());
 
 // Maps a whole existing file read-write; changes made through the view reach the file. The caller frees the record
 // after VXREng_UnmapFile. Null, after one error line and with nothing left open, when the name is null or does not fit

@@ -1,10 +1,12 @@
-// How the set-up library's calls hand out bytes of a size that the caller first asks for.
+// How calls fail, and how those of the set-up library hand out bytes of a size that the caller first asks for.
 #pragma once
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "platform/machine/paths.h"
 #include "platform/platform.h"
 
 namespace machine {
@@ -12,6 +14,14 @@ namespace machine {
 inline BOOL FailWith(DWORD error) {
   platform::SetLastError(error);
   return FALSE;
+}
+
+// With the code for errno.
+inline BOOL FailHost() { return FailWith(ErrorFromErrno(errno)); }
+
+inline HANDLE FailOpen(DWORD error) {
+  platform::SetLastError(error);
+  return INVALID_HANDLE_VALUE;
 }
 
 enum class SizeAlone { kSucceeds, kFails };  // what a query with a null buffer and size 0 is

@@ -20,6 +20,19 @@ std::string Utf16ToAnsi(std::u16string_view text, unsigned codePage = 0);
 std::u16string Utf8ToUtf16(std::string_view text);
 std::string Utf16ToUtf8(std::u16string_view text);
 bool IsLeadByte(unsigned char byte, unsigned codePage = 0);
+// The length of the longest beginning of at most `limit` bytes that splits no two-byte character; `isLead` says of a
+// byte whether it begins one.
+template <typename IsLead>
+std::size_t WholeCharacters(std::string_view text, std::size_t limit, IsLead isLead) {
+  if (text.size() <= limit) return text.size();
+  std::size_t at = 0;
+  while (at < limit) {
+    const std::size_t next = at + (isLead(static_cast<unsigned char>(text[at])) ? 2 : 1);
+    if (next > limit) break;
+    at = next;
+  }
+  return at;
+}
 // Whether it can be a machine's code page: ASCII in its lower half, and characters of one byte or two.
 bool KnownCodePage(unsigned codePage);
 

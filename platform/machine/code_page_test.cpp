@@ -97,12 +97,4 @@ TEST_F(CodePageTest, ChangesCase) {
   EXPECT_EQ(platform::CharUpperBuffA(nullptr, 4), 0u);
 }
 
-TEST_F(CodePageTest, Compares) {
-  EXPECT_EQ(machine::CompareNoCase("PCI\\Ven_1000", "pci\\VEN_1000"), 0);
-  EXPECT_LT(machine::CompareNoCase("a.inf", "B.INF"), 0);
-  EXPECT_GT(machine::CompareNoCase("ab", "A"), 0);
-  EXPECT_LT(machine::CompareNoCase("", "a"), 0);
-  EXPECT_GT(machine::CompareNoCase("\xE9", "z"), 0);
-}
-
 }  // namespace

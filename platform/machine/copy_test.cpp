@@ -23,14 +23,6 @@ class CopyTest : public MachineTest {
     return CopyFileA(source, target, failIfExists) ? NO_ERROR : GetLastError();
   }
 
-  std::vector<std::string> Names(const std::string &directory) const {
-    std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(Host(directory))) {
-      names.push_back(entry.path().filename());
-    }
-    return names;
-  }
-
   std::vector<MachineEvent> CopyEvents() const {
     std::vector<MachineEvent> copies;
     for (const MachineEvent &event : events) {

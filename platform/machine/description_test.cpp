@@ -2,6 +2,7 @@
 #include <regex>
 
 #include "platform/machine/machine.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -10,16 +11,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-
-constexpr char kBase[] = R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1 }
-[[drive]]
-root = 'X:\'
-type = 'ramdisk'
-path = 'ram'
-)";  // eight lines
 
 // Reads machine files of the test's folder without opening the machine.
 struct DescriptionTest : MachineTest {
@@ -173,8 +164,9 @@ cancel_search = ['yes', 'no']
 }
 
 TEST_F(DescriptionTest, FillsInDefaults) {
-  ASSERT_TRUE(Read(std::string(kBase) + "[names]\ncomputer = 'BOX'\ndns_domain = 'lan'\n[[drive]]\nroot = 'E:\\'\n"
-                                        "type = 'cdrom'\n"))
+  ASSERT_TRUE(Read(std::string(kLeastMachine) +
+                   "[names]\ncomputer = 'BOX'\ndns_domain = 'lan'\n[[drive]]\nroot = 'E:\\'\n"
+                   "type = 'cdrom'\n"))
       << error;
   const machine::System &system = description.system;
   EXPECT_THAT((std::vector<DWORD>{system.osBuild, system.osPlatform, system.product, system.processorCount,
@@ -254,7 +246,7 @@ TEST_F(DescriptionTest, RefusesWithOneLine) {
       {"[prompts]\ncancel_search = ['maybe']", "10: prompts.cancel_search: \"maybe\" is no answer; use yes or no"},
   };
   for (const auto &c : cases) {
-    EXPECT_FALSE(Read(std::string(kBase) + c.rest + "\n")) << c.rest;
+    EXPECT_FALSE(Read(std::string(kLeastMachine) + c.rest + "\n")) << c.rest;
     EXPECT_THAT(error, StartsWith(Host("m.toml").string() + ":" + c.message)) << c.rest;
     EXPECT_THAT(error, testing::Not(HasSubstr("\n")));
   }
@@ -282,8 +274,8 @@ TEST_F(DescriptionTest, RefusesABadSystem) {
       {"os = ", "clock = 'now'\nos = ", "4: system.clock: must be a date and time with its offset"},
   };
   for (const auto &c : cases) {
-    const std::string toml =
-        std::regex_replace(std::string(kBase), std::regex(c.from), c.to, std::regex_constants::format_first_only);
+    const std::string toml = std::regex_replace(std::string(kLeastMachine), std::regex(c.from), c.to,
+                                                std::regex_constants::format_first_only);
     EXPECT_FALSE(Read(toml)) << toml;
     EXPECT_THAT(error, StartsWith(Host("m.toml").string() + ":" + c.message)) << toml;
   }

@@ -1,15 +1,13 @@
 #include "platform/machine/device_tree.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/device_set.h"
-#include "platform/machine/inf_file.h"
 #include "platform/machine/registry.h"
 
 namespace machine {
@@ -18,13 +16,20 @@ namespace {
 struct DeviceTree {
   std::unordered_map<std::string, std::uint32_t> byInstance;      // upper case
   std::unordered_map<std::string, std::size_t> disksByInterface;  // upper case
+  std::unordered_map<DWORD, std::size_t> disksByNumber;
+  std::vector<std::uint32_t> diskDevices;  // by disk
   // Read anew when the registry has changed since.
   std::vector<std::optional<GUID>> classes;  // by device; absent where the registry gives none
-  std::unordered_set<std::string> present;   // the classes that some device has, upper case
+  std::vector<GUID> present;                 // the classes that some device has
   std::optional<std::uint64_t> readAt;       // RegistryChanges when they were read
 };
 
 DeviceTree tree;
+
+// Of a machine's few classes.
+bool IsAmong(const std::vector<GUID> &classes, const GUID &sought) {
+  return std::any_of(classes.begin(), classes.end(), [&](const GUID &each) { return IsSame(each, sought); });
+}
 
 void ReadClasses() {
   if (tree.readAt == RegistryChanges()) return;
@@ -37,7 +42,7 @@ void ReadClasses() {
     const bool known = ReadRegistryText("SYSTEM\\CurrentControlSet\\Enum\\" + device.instance, "ClassGUID", &text) &&
                        ParseGuid(text, &guid);
     tree.classes.push_back(known ? std::optional<GUID>(guid) : std::nullopt);
-    if (known) tree.present.insert(GuidText(guid));
+    if (known && !IsAmong(tree.present, guid)) tree.present.push_back(guid);
   }
 }
 
@@ -45,6 +50,15 @@ template <typename Number>
 bool ParseHex(std::string_view text, Number *number) {
   const std::from_chars_result read = std::from_chars(text.data(), text.data() + text.size(), *number, 16);
   return read.ec == std::errc() && read.ptr == text.data() + text.size();
+}
+
+// An interface path is "\\?\", the instance id with "#" for each backslash, "#" and the interface's GUID.
+std::uint32_t DeviceOfInterface(const std::string &path) {
+  const std::size_t end = path.rfind('#');
+  if (end == std::string::npos || !path.starts_with("\\\\?\\")) return kNoDevice;
+  std::string instance = path.substr(4, end < 4 ? 0 : end - 4);
+  std::replace(instance.begin(), instance.end(), '#', '\\');
+  return FindDevice(instance);
 }
 
 }  // namespace
@@ -58,10 +72,17 @@ std::uint32_t FindDevice(std::string_view instance) {
   return found != tree.byInstance.end() ? found->second : kNoDevice;
 }
 
+const Disk *FindDiskByNumber(DWORD number) {
+  const auto found = tree.disksByNumber.find(number);
+  return found != tree.disksByNumber.end() ? &Current()->disks[found->second] : nullptr;
+}
+
 const Disk *FindDiskByInterface(std::string_view path) {
   const auto found = tree.disksByInterface.find(ToUpper(path));
   return found != tree.disksByInterface.end() ? &Current()->disks[found->second] : nullptr;
 }
+
+std::uint32_t DeviceOfDisk(std::size_t disk) { return tree.diskDevices[disk]; }
 
 std::string GuidText(const GUID &guid) {
   char text[39];
@@ -96,7 +117,8 @@ bool ClassOf(std::uint32_t device, GUID *classGuid) {
 
 bool IsPresentClass(std::string_view classGuid) {
   ReadClasses();
-  return tree.present.contains(FoldedName(classGuid));
+  GUID guid;
+  return ParseGuid(classGuid, &guid) && IsAmong(tree.present, guid);
 }
 
 void OpenDevices(const Description &description) {
@@ -107,6 +129,8 @@ void OpenDevices(const Description &description) {
   for (std::size_t disk = 0; disk < description.disks.size(); ++disk) {
     const std::string &path = description.disks[disk].interfacePath;
     if (!path.empty()) tree.disksByInterface.try_emplace(ToUpper(path), disk);
+    tree.disksByNumber.try_emplace(description.disks[disk].number, disk);
+    tree.diskDevices.push_back(DeviceOfInterface(path));
   }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -18,10 +19,16 @@ std::uint32_t DeviceOfNode(DEVINST node);
 // By instance id, without regard to case; kNoDevice when there is none.
 std::uint32_t FindDevice(std::string_view instance);
 
-// By interface path, without regard to case; null when there is none. Whoever looks for a disk asks every interface
-// which disk it is, so this must not be a search.
+// By number; null when there is none. Like the next, asked of every disk in turn: neither may be a search.
+const Disk *FindDiskByNumber(DWORD number);
+// By interface path, without regard to case; null when there is none.
 const Disk *FindDiskByInterface(std::string_view path);
 
+// The device that an interface path of the disk names, by the disk's place in the machine file; kNoDevice when the path
+// names none.
+std::uint32_t DeviceOfDisk(std::size_t disk);
+
+inline bool IsSame(const GUID &a, const GUID &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 // Braced, upper-case hexadecimal.
 std::string GuidText(const GUID &guid);
 bool ParseGuid(std::string_view text, GUID *guid);

@@ -14,26 +14,15 @@ namespace {
 constexpr GUID kDiskInterface = {0x53F56307, 0xB6BF, 0x11D0, {0x94, 0xF2, 0x00, 0xA0, 0xC9, 0x1E, 0xFB, 0x8B}};
 constexpr DWORD kInterfaceActive = 1;
 
-bool IsSame(const GUID &a, const GUID &b) { return std::memcmp(&a, &b, sizeof a) == 0; }
-
 // "PCI" is the enumerator of "PCI\VEN_...".
 bool IsEnumeratedBy(const Device &device, const char *enumerator) {
   return CompareNoCase(device.instance.substr(0, device.instance.find('\\')), enumerator) == 0;
 }
 
-// An interface path is "\\?\", the instance id with "#" for each backslash, "#" and the interface's GUID.
-std::uint32_t DeviceOfDisk(const Disk &disk) {
-  const std::size_t end = disk.interfacePath.rfind('#');
-  if (end == std::string::npos || !disk.interfacePath.starts_with("\\\\?\\")) return kNoDevice;
-  std::string instance = disk.interfacePath.substr(4, end < 4 ? 0 : end - 4);
-  std::replace(instance.begin(), instance.end(), '#', '\\');
-  return FindDevice(instance);
-}
-
 void AddInterfaces(const Description &machine, const char *enumerator, DeviceSet *set) {
   for (std::size_t i = 0; i < machine.disks.size(); ++i) {
     if (machine.disks[i].interfacePath.empty()) continue;
-    const std::uint32_t device = DeviceOfDisk(machine.disks[i]);
+    const std::uint32_t device = DeviceOfDisk(i);
     if (enumerator != nullptr && (device == kNoDevice || !IsEnumeratedBy(machine.devices[device], enumerator))) {
       continue;
     }
@@ -178,7 +167,7 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA *device, const GU
   if (!IsSame(*interfaceGuid, kDiskInterface)) return FailWith(ERROR_NO_MORE_ITEMS);
   std::vector<std::size_t> own;
   for (const std::size_t disk : found->disks) {
-    if (device != nullptr && DeviceOfDisk(Current()->disks[disk]) == number) own.push_back(disk);
+    if (device != nullptr && DeviceOfDisk(disk) == number) own.push_back(disk);
   }
   const std::vector<std::size_t> &disks = device == nullptr ? found->disks : own;
   if (index >= disks.size()) return FailWith(ERROR_NO_MORE_ITEMS);
@@ -208,7 +197,7 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA *in
   // The record's own size is the least, so that a caller may fill its size field in what it allocated.
   const auto needed = static_cast<DWORD>(std::max(fixed + disk.interfacePath.size() + 1, sizeof *detail));
   if (requiredSize != nullptr) *requiredSize = needed;
-  if (device != nullptr) FillDevice(DeviceOfDisk(disk), device);
+  if (device != nullptr) FillDevice(DeviceOfDisk(number), device);
   if (detail == nullptr && size != 0) return FailWith(ERROR_INVALID_PARAMETER);
   if (detail == nullptr || size < needed) return FailWith(ERROR_INSUFFICIENT_BUFFER);
   std::memcpy(reinterpret_cast<char *>(detail) + fixed, disk.interfacePath.c_str(), disk.interfacePath.size() + 1);

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "platform/machine/access.h"
+#include "platform/machine/answer.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/device_tree.h"
 #include "platform/machine/handles.h"
@@ -76,30 +77,20 @@ constexpr Request<Disk> kRequests[] = {
 
 }  // namespace
 
-const Disk *FindDisk(DWORD number) {
-  const Description *machine = Current();
-  if (machine == nullptr) return nullptr;
-  const auto found = std::find_if(machine->disks.begin(), machine->disks.end(),
-                                  [=](const Disk &disk) { return disk.number == number; });
-  return found == machine->disks.end() ? nullptr : &*found;
-}
-
 const Disk *FindDisk(std::string_view name) {
   const std::optional<DWORD> number = DiskNumber(name);
-  return number ? FindDisk(*number) : FindDiskByInterface(name);
+  return number ? FindDiskByNumber(*number) : FindDiskByInterface(name);
 }
 
 HANDLE OpenDisk(const Disk &disk, DWORD access) {
   DiskHandle handle = {disk.number, {}, disk.bytes};
   const bool transfers = GrantsReading(access) || GrantsWriting(access);
   const DWORD error = transfers ? OpenImage(disk, access, &handle.image) : NO_ERROR;
-  if (error == NO_ERROR) return AddHandle(std::move(handle));
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
+  return error == NO_ERROR ? AddHandle(std::move(handle)) : FailOpen(error);
 }
 
 DWORD AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {
-  return AnswerRequest(kRequests, FindDisk(number), code, answer);
+  return AnswerRequest(kRequests, FindDiskByNumber(number), code, answer);
 }
 
 }  // namespace machine

@@ -1,14 +1,11 @@
 // Disks: their names, requests, and transfers to and from their images.
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <cstring>
 
 #include "platform/machine/fault.h"
-#include "platform/machine/handles.h"
-#include "tests/support/test_machine.h"
+#include "tests/support/handles_test.h"
 
 namespace {
 
@@ -20,20 +17,17 @@ constexpr const char *kDisk2 =
 constexpr const char *kDisk0 = "[[disk]]\nnumber = 0\nimage = 'disk.img'\n";
 constexpr DWORD kSector = 512;
 
-class DisksTest : public MachineTest {
+class DisksTest : public HandlesTest {
  protected:
-  DisksTest() : handlesBefore(machine::OpenHandles()) {
+  DisksTest() {
     std::string image;
     for (char letter = 'a'; letter <= 'h'; letter++) image.append(kSector, letter);
     WriteFile("disk.img", image);
   }
-  ~DisksTest() override { EXPECT_EQ(machine::OpenHandles(), handlesBefore); }
 
   static HANDLE OpenDisk(DWORD access, DWORD disposition = OPEN_EXISTING, const char *name = R"(\\.\PhysicalDrive0)") {
     return CreateFileA(name, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, disposition, 0, nullptr);
   }
-
-  std::size_t handlesBefore;
 };
 
 TEST_F(DisksTest, DisksAnswerTheirNumber) {
@@ -59,8 +53,7 @@ TEST_F(DisksTest, DisksAnswerTheirNumber) {
   }
   for (const char *name : {R"(\\.\PhysicalDrive0)", R"(\\.\PhysicalDrive02)", R"(\\.\PhysicalDrive2\Partition1)",
                            R"(\\.\PhysicalDrive)", R"(\\.\PhysicalDrive4294967298)", R"(\\?\scsi#other)", R"(\\?\)"}) {
-    EXPECT_EQ(CreateFileA(name, 0, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE) << name;
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND) << name;
+    EXPECT_EQ(OpenError(name, 0, OPEN_EXISTING), ERROR_FILE_NOT_FOUND) << name;
   }
 }
 
@@ -104,12 +97,11 @@ TEST_F(DisksTest, OpenTheirImages) {
       {R"(\\.\PhysicalDrive4)", GENERIC_READ, OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
   };
   for (const auto &c : cases) {
-    const HANDLE disk = OpenDisk(c.access, c.disposition, c.name);
-    EXPECT_EQ(disk == INVALID_HANDLE_VALUE ? GetLastError() : NO_ERROR, c.error) << c.name << " access " << c.access;
-    if (disk != INVALID_HANDLE_VALUE) CloseHandle(disk);
+    EXPECT_EQ(OpenError(c.name, c.access, c.disposition), c.error) << c.name << " access " << c.access;
   }
-  EXPECT_EQ(OpenDisk(GENERIC_WRITE, OPEN_EXISTING, R"(\\.\PhysicalDrive3)"), INVALID_HANDLE_VALUE);
-  EXPECT_THAT(GetLastError(), testing::AnyOf(ERROR_WRITE_PROTECT, ERROR_ACCESS_DENIED)) << "as the superuser or not";
+  EXPECT_THAT(OpenError(R"(\\.\PhysicalDrive3)", GENERIC_WRITE, OPEN_EXISTING),
+              testing::AnyOf(ERROR_WRITE_PROTECT, ERROR_ACCESS_DENIED))
+      << "as the superuser or not";
 }
 
 TEST_F(DisksTest, TransferTheirSectorsAndNoOthers) {
@@ -128,22 +120,6 @@ TEST_F(DisksTest, TransferTheirSectorsAndNoOthers) {
   EXPECT_EQ(SetFilePointer(disk, 0, nullptr, FILE_END), 8 * kSector);
   EXPECT_TRUE(FlushFileBuffers(disk));
   EXPECT_TRUE(CloseHandle(disk));
-}
-
-TEST_F(DisksTest, ReachBeyondFourGibibytes) {
-  std::filesystem::resize_file(Host("disk.img"), 0x200000000ull + 2 * kSector);
-  Open(kDisk0);
-  const HANDLE disk = OpenDisk(GENERIC_READ | GENERIC_WRITE);
-  LONG high = 2;
-  EXPECT_EQ(SetFilePointer(disk, kSector, &high, FILE_BEGIN), kSector);
-  EXPECT_TRUE(platform::WriteFile(disk, std::string(kSector, 'X').data(), kSector, nullptr, nullptr));
-  EXPECT_FALSE(platform::WriteFile(disk, std::string(kSector, 'X').data(), kSector, nullptr, nullptr));
-  EXPECT_EQ(GetLastError(), ERROR_SECTOR_NOT_FOUND);
-  EXPECT_TRUE(CloseHandle(disk));
-  std::string found(kSector, '\0');
-  const machine::Descriptor image(::open(Host("disk.img").c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(::pread(image.fd, found.data(), kSector, 0x200000000 + kSector), static_cast<ssize_t>(kSector));
-  EXPECT_EQ(found, std::string(kSector, 'X'));
 }
 
 TEST_F(DisksTest, RefuseOtherThanWholeSectorsOfTheirs) {
@@ -185,26 +161,6 @@ TEST_F(DisksTest, RefuseOtherThanWholeSectorsOfTheirs) {
     EXPECT_TRUE(CloseHandle(disk));
   }
   EXPECT_EQ(ReadFile("disk.img"), before);
-}
-
-TEST_F(DisksTest, OnlyAWriteTouchesTheImagesTime) {
-  Open(kDisk0);
-  const timespec times[] = {{1000000000, 0}, {1000000000, 0}};
-  ASSERT_EQ(utimensat(AT_FDCWD, Host("disk.img").c_str(), times, 0), 0);
-  char buffer[kSector] = {};
-  const HANDLE disk = OpenDisk(GENERIC_ALL);
-  EXPECT_TRUE(platform::ReadFile(disk, buffer, kSector, nullptr, nullptr));
-  EXPECT_FALSE(platform::WriteFile(disk, buffer, 1, nullptr, nullptr));
-  EXPECT_TRUE(FlushFileBuffers(disk));
-#ifdef VXR_FAULT_POINTS
-  machine::SetFaultPlan({"WriteFile", 1, false, ERROR_IO_DEVICE});
-  EXPECT_FALSE(platform::WriteFile(disk, buffer, kSector, nullptr, nullptr));
-  machine::SetFaultPlan({});
-#endif
-  struct stat status = {};
-  EXPECT_EQ(stat(Host("disk.img").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mtime, 1000000000);
-  EXPECT_TRUE(CloseHandle(disk));
 }
 
 // A host that takes no more than part of a write stands for a disk that breaks in the middle of one.

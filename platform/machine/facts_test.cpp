@@ -3,6 +3,7 @@
 #include "platform/machine/code_page.h"
 #include "platform/machine/file_time.h"
 #include "platform/platform.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -121,14 +122,8 @@ TEST_F(FactsTest, MemoryAndProcessors) {
   EXPECT_EQ(info.dwPageSize, 4096u);
 }
 
-constexpr char kMinimal[] = R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1 }
-)";
-
 TEST_F(FactsTest, AFixedClock) {
-  Open("", std::string(kMinimal) + "clock = 2026-11-19T13:14:15+02:00\n");
+  Open("", std::string(kStandardSystem) + "clock = 2026-11-19T13:14:15+02:00\n");
   SYSTEMTIME time;
   platform::GetSystemTime(&time);
   EXPECT_EQ(time.wYear, 2026);
@@ -174,10 +169,10 @@ TEST_F(FactsTest, ProgramName) {
   ASSERT_NE(platform::GetProgramName(), nullptr);
   EXPECT_THAT(platform::GetProgramName(), testing::EndsWith("machine_base_test"));
   EXPECT_THAT(platform::GetProgramName(), testing::Not(testing::HasSubstr("/")));
-  Open("", std::string(kMinimal) + "program = 'C:\\Tools\\agent.exe'\n");
+  Open("", std::string(kStandardSystem) + "program = 'C:\\Tools\\agent.exe'\n");
   EXPECT_STREQ(platform::GetProgramName(), "C:\\Tools\\agent.exe");
   Close();
-  Open("", std::string(kMinimal) + "program = ''\n");
+  Open("", std::string(kStandardSystem) + "program = ''\n");
   EXPECT_EQ(platform::GetProgramName(), nullptr);
 }
 

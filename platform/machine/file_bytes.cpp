@@ -1,12 +1,13 @@
 #include "platform/machine/file_bytes.h"
 
 #include <sys/mman.h>
-#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 namespace machine {
 namespace {
@@ -51,19 +52,21 @@ std::string RegularFileSize(int file, std::uint64_t *size) {
 }
 
 std::string CopyBytes(int file, std::uint64_t size, int to) {
-  off_t at = 0;
-  while (static_cast<std::uint64_t>(at) < size) {
-    const ssize_t moved = sendfile(to, file, &at, size - static_cast<std::uint64_t>(at));
-    if (moved < 0 && errno == EINTR) continue;
-    if (moved < 0) return ErrnoReason("cannot be copied");
-    if (moved == 0) return "became shorter while it was read; let nothing else change it";
+  // Small enough to stay in the processor's cache between the two calls.
+  std::vector<char> buffer(std::min<std::uint64_t>(size, 256 << 10));
+  for (std::uint64_t at = 0; at < size;) {
+    const std::size_t count = std::min<std::uint64_t>(buffer.size(), size - at);
+    std::string reason = ReadAt(file, at, buffer.data(), count);
+    if (reason.empty()) reason = WriteAt(to, at, buffer.data(), count);
+    if (!reason.empty()) return reason;
+    at += count;
   }
   return "";
 }
 
-std::string CopyToMemory(int file, std::uint64_t size, Descriptor *copy) {
-  *copy = Descriptor(memfd_create("hive", MFD_CLOEXEC));
-  return *copy ? CopyBytes(file, size, copy->fd) : ErrnoReason("cannot be copied into memory");
+std::string MakeMemoryFile(Descriptor *file) {
+  *file = Descriptor(memfd_create("hive", MFD_CLOEXEC));
+  return *file ? "" : ErrnoReason("cannot be copied into memory");
 }
 
 }  // namespace machine

@@ -17,10 +17,10 @@ std::string WriteAt(int file, std::uint64_t offset, const void *bytes, std::size
 // Size of a regular file; of anything else a reason.
 std::string RegularFileSize(int file, std::uint64_t *size);
 
-// Writes the file's first `size` bytes to `to`, at its position.
+// Writes the file's first `size` bytes to the beginning of `to`.
 std::string CopyBytes(int file, std::uint64_t size, int to);
 
-// A copy of the file's first `size` bytes in memory, open for reading and writing.
-std::string CopyToMemory(int file, std::uint64_t size, Descriptor *copy);
+// An empty file in memory, open for reading and writing.
+std::string MakeMemoryFile(Descriptor *file);
 
 }  // namespace machine

@@ -146,7 +146,7 @@ BOOL FlushFileBuffers(HANDLE file) {
   const Medium medium = FindMedium(file);
   if (medium.file == nullptr) return FALSE;
   if (!medium.file->writable) return FailWith(ERROR_ACCESS_DENIED);
-  return fsync(medium.file->file.fd) == 0 ? TRUE : FailWith(machine::ErrorFromErrno(errno));
+  return fsync(medium.file->file.fd) == 0 ? TRUE : machine::FailHost();
 }
 
 }  // namespace platform

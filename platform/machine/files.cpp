@@ -18,11 +18,7 @@
 namespace {
 
 using machine::Descriptor;
-
-HANDLE FailOpen(DWORD error) {
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
-}
+using machine::FailOpen;
 
 struct OpenRequest {
   DWORD access, disposition, attributes;
@@ -125,7 +121,7 @@ DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
   struct stat status = {};
   if (record == nullptr) return INVALID_FILE_SIZE;
   if (fstat(record->file.fd, &status) != 0) {
-    SetLastError(machine::ErrorFromErrno(errno));
+    machine::FailHost();
     return INVALID_FILE_SIZE;
   }
   const auto size = static_cast<DWORD64>(status.st_size);
@@ -147,7 +143,7 @@ BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   machine::HostPlace place;
   if (!LocateExisting(name, &place)) return FALSE;
   if (machine::WriteAttributes(machine::PlaceName(place), place.status, attributes)) return TRUE;
-  return machine::FailWith(machine::ErrorFromErrno(errno));
+  return machine::FailHost();
 }
 
 BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data) {

@@ -6,33 +6,19 @@
 
 #include "platform/machine/fault.h"
 #include "platform/machine/file_time.h"
-#include "platform/machine/handles.h"
-#include "tests/support/test_machine.h"
+#include "tests/support/handles_test.h"
 
 namespace {
 
 using namespace platform;
 
-class FilesTest : public MachineTest {
+class FilesTest : public HandlesTest {
  protected:
-  FilesTest() : handlesBefore(machine::OpenHandles()) {}
-  ~FilesTest() override { EXPECT_EQ(machine::OpenHandles(), handlesBefore); }
-
-  // NO_ERROR when the file could be opened, which also closes it again.
-  static DWORD OpenError(const char *name, DWORD access, DWORD disposition, DWORD attributes = 0) {
-    const HANDLE handle = CreateFileA(name, access, 0, nullptr, disposition, attributes, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) return GetLastError();
-    EXPECT_TRUE(CloseHandle(handle));
-    return NO_ERROR;
-  }
-
   bool IsReadOnlyOnHost(const std::string &relative) const {
     struct stat status = {};
     EXPECT_EQ(stat(Host(relative).c_str(), &status), 0);
     return (status.st_mode & 0222) == 0;
   }
-
-  std::size_t handlesBefore;
 };
 
 TEST_F(FilesTest, OpensByDisposition) {

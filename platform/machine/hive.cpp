@@ -59,10 +59,10 @@ std::string Recover(Hive *hive) {
   if (!reason.empty()) return reason;
   hive->recovery = PlanRecovery(hive->head, ReadLe64(binTime), hive->logs);
   if (!hive->recovery.refusal.empty()) return RefuseRecovery(*hive);
-  reason = CopyToMemory(hive->file.fd, hive->size, &hive->copy);
-  if (reason.empty()) reason = ApplyRecovery(hive->recovery, hive->copy.fd);
+  reason = MakeMemoryFile(&hive->copy);
+  if (reason.empty()) reason = ApplyRecovery(hive->recovery, hive->file.fd, hive->size, hive->copy.fd);
   // Windows puts an empty bin in a damaged one's place, which loses keys; nothing is lost here.
-  if (reason.empty()) reason = CheckHive(hive->copy.fd, 0, CellCheck::kAll, &hive->state);
+  if (reason.empty()) reason = CheckAllButBins(hive->copy.fd, &hive->state);
   if (!reason.empty()) return "was brought up to date from its logs, but then " + reason;
   hive->recovered = true;
   return "";
@@ -166,7 +166,7 @@ std::string OpenHive(Hive *hive, HiveUse use) {
   if (reason.empty() && hive->head.checksumRight) reason = CheckHead(hive->head);
   if (reason.empty()) reason = FindHiveLogs(hive->directory.fd, hive->name, &hive->logs);
   if (!reason.empty()) return reason;
-  return NeedsRecovery(hive->head) ? Recover(hive) : CheckHive(hive->file.fd, 0, CellCheck::kNone, &hive->state);
+  return NeedsRecovery(hive->head) ? Recover(hive) : CheckHive(hive->file.fd, 0, &hive->state);
 }
 
 std::string DescribeReplay(const Recovery &recovery) {
@@ -181,7 +181,10 @@ bool ReadHive(Hive *hive) {
   // libhivex checks the plain XOR and refuses the two checksums that Windows stores in its place, so it gets a copy in
   // memory that holds what it expects.
   if (hive->state.plainXor != HiveChecksum(hive->state.plainXor)) {
-    if (!hive->copy) hive->failure = CopyToMemory(hive->file.fd, hive->size, &hive->copy);
+    if (!hive->copy) hive->failure = MakeMemoryFile(&hive->copy);
+    if (!hive->recovered && hive->failure.empty()) {
+      hive->failure = CopyBytes(hive->file.fd, hive->size, hive->copy.fd);
+    }
     std::uint8_t sum[4];
     WriteLe32(sum, hive->state.plainXor);
     if (hive->failure.empty()) hive->failure = WriteAt(hive->copy.fd, kChecksumOffset, sum, sizeof sum);

@@ -51,65 +51,16 @@ std::string CheckRootCell(int file, std::uint32_t root) {
   return "";
 }
 
-// A window on the file. Bins are mostly of 4096 bytes: reading many at once costs less than a call for each.
-struct Window {
-  int file = -1;
-  std::uint64_t end = 0;  // of the file
-  std::uint64_t start = 0;
-  std::vector<std::uint8_t> bytes;
-};
-
-constexpr std::uint64_t kWindowSize = 256 << 10;
-
-// The `size` bytes at `offset`, valid until the next call; null with the reason.
-const std::uint8_t *Look(Window *window, std::uint64_t offset, std::size_t size, std::string *reason) {
-  if (offset < window->start || offset + size > window->start + window->bytes.size()) {
-    window->start = offset;
-    window->bytes.resize(
-        std::max<std::uint64_t>(size, std::min(kWindowSize, window->end - std::min(offset, window->end))));
-    *reason = ReadAt(window->file, offset, window->bytes.data(), window->bytes.size());
-    if (!reason->empty()) return nullptr;
+std::string CheckBin(const BinWalk &walk, const std::uint8_t *header) {
+  const std::uint32_t at = walk.at, own = ReadLe32(header + 4), size = ReadLe32(header + 8);
+  if (std::memcmp(header, "hbin", 4) != 0) {
+    return Reason("is damaged: the bin at 0x%X has no signature; restore the file again", at);
   }
-  return window->bytes.data() + (offset - window->start);
-}
-
-// The cells of a bin, each with its size in front (negative when it is in use), fill it.
-std::string CheckCells(Window *window, std::uint32_t bin, std::uint32_t size) {
-  std::string reason;
-  for (std::uint32_t at = kBinHeader; at < size;) {
-    const std::uint8_t *cell = Look(window, kBaseBlockSize + std::uint64_t{bin} + at, 4, &reason);
-    if (cell == nullptr) return reason;
-    const std::int64_t length = static_cast<std::int32_t>(ReadLe32(cell));
-    const std::int64_t room = length < 0 ? -length : length;
-    if (room < 8 || room % 8 != 0 || room > size - at) {
-      return Reason("is damaged: the cell at 0x%X has the impossible size %lld; restore the file again", bin + at,
-                    static_cast<long long>(length));
-    }
-    at += static_cast<std::uint32_t>(room);
+  if (own != at) {
+    return Reason("is damaged: the bin at 0x%X says that it is at 0x%X; restore the file again", at, own);
   }
-  return "";
-}
-
-// Every bin says where it is and how long; together they fill the size that the base block gives.
-std::string CheckBins(int file, std::uint64_t fileSize, std::uint32_t first, std::uint32_t bins, CellCheck cells) {
-  Window window{file, fileSize, 0, {}};
-  std::string reason;
-  for (std::uint32_t at = first; at < bins;) {
-    const std::uint8_t *header = Look(&window, kBaseBlockSize + std::uint64_t{at}, 12, &reason);
-    if (header == nullptr) return reason;
-    if (std::memcmp(header, "hbin", 4) != 0) {
-      return Reason("is damaged: the bin at 0x%X has no signature; restore the file again", at);
-    }
-    const std::uint32_t own = ReadLe32(header + 4), size = ReadLe32(header + 8);
-    if (own != at) {
-      return Reason("is damaged: the bin at 0x%X says that it is at 0x%X; restore the file again", at, own);
-    }
-    if (size == 0 || size % kBinUnit != 0 || size > bins - at) {
-      return Reason("is damaged: the bin at 0x%X has the impossible size %u; restore the file again", at, size);
-    }
-    if (cells == CellCheck::kAll) reason = CheckCells(&window, at, size);
-    if (!reason.empty()) return reason;
-    at += size;
+  if (size == 0 || size % kBinUnit != 0 || size > walk.bins - at) {
+    return Reason("is damaged: the bin at 0x%X has the impossible size %u; restore the file again", at, size);
   }
   return "";
 }
@@ -142,15 +93,48 @@ std::string CheckHead(const BaseBlock &head) {
                 HiveChecksum(head.plainXor));
 }
 
-std::string CheckHive(int file, std::uint32_t firstBin, CellCheck cells, BaseBlock *head) {
+std::string WalkBins(BinWalk *walk, const std::uint8_t *bytes, std::uint32_t start, std::uint32_t size) {
+  while (walk->at < start + size) {
+    const std::uint8_t *header = bytes + (walk->at - start);
+    if (walk->at == walk->end) {
+      if (std::string reason = CheckBin(*walk, header); !reason.empty()) return reason;
+      walk->end = walk->at + ReadLe32(header + 8);
+      walk->at += kBinHeader;
+      continue;
+    }
+    const std::int64_t length = static_cast<std::int32_t>(ReadLe32(header));
+    const std::int64_t room = length < 0 ? -length : length;
+    if (room < 8 || room % 8 != 0 || room > walk->end - walk->at) {
+      return Reason("is damaged: the cell at 0x%X has the impossible size %lld; restore the file again", walk->at,
+                    static_cast<long long>(length));
+    }
+    walk->at += static_cast<std::uint32_t>(room);
+  }
+  return "";
+}
+
+std::string CheckAllButBins(int file, BaseBlock *head) {
   std::uint64_t size = 0;
   std::string reason = ReadHead(file, &size, head);
   if (reason.empty()) reason = CheckHead(*head);
   if (reason.empty()) reason = CheckExtent(*head, size);
   if (reason.empty()) reason = CheckRootCell(file, head->root);
-  if (reason.empty()) reason = CheckBins(file, size, firstBin, head->binsSize, cells);
   if (!reason.empty() || head->primary == head->secondary) return reason;
   return Reason("was not closed cleanly (sequence numbers %u and %u)", head->primary, head->secondary);
+}
+
+std::string CheckHive(int file, std::uint32_t firstBin, BaseBlock *head) {
+  std::string reason = CheckAllButBins(file, head);
+  if (!reason.empty()) return reason;
+  BinWalk walk = {head->binsSize, firstBin, firstBin};
+  std::vector<std::uint8_t> window(std::min(head->binsSize, kWindowSize));
+  while (walk.at < walk.bins && reason.empty()) {
+    const std::uint32_t start = walk.at / kBinUnit * kBinUnit;  // large cells are passed over
+    const std::uint32_t size = std::min(kWindowSize, walk.bins - start);
+    reason = ReadAt(file, kBaseBlockSize + std::uint64_t{start}, window.data(), size);
+    if (reason.empty()) reason = WalkBins(&walk, window.data(), start, size);
+  }
+  return reason;
 }
 
 }  // namespace machine

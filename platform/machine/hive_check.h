@@ -15,12 +15,24 @@ std::string ReadHead(int file, std::uint64_t *size, BaseBlock *head);
 // Whether a base block is that of a hive that can be changed: signature, type, version, checksum. A reason as above.
 std::string CheckHead(const BaseBlock &head);
 
-enum class CellCheck { kNone, kAll };
+// A walk from header to header through bins and cells, window by window.
+struct BinWalk {
+  std::uint32_t bins = 0;         // bytes of all bins
+  std::uint32_t at = 0, end = 0;  // the next header, and the end of its bin; both where a bin begins
+};
+// How much of the bins is worth looking at at once: it stays in the processor's cache.
+inline constexpr std::uint32_t kWindowSize = 256 << 10;
 
-// Checks base block, root cell and the chain of bins; with kAll also that cells fill each bin. Stores the base block.
-// Empty when the file is a clean hive that may be changed, else the reason. Moves no file position.
-// `firstBin` is where the chain of bins is taken up: 0 for a file from outside, the old size of the bins for one that
-// was made from a checked one by adding bins.
-std::string CheckHive(int file, std::uint32_t firstBin, CellCheck cells, BaseBlock *head);
+// Goes on through the bins' bytes from offset `start` to `start + size`, both multiples of 4096; the next header must
+// not lie before them. Every bin says where it is and how long, the bins fill their size, cells fill each bin. A reason
+// as above.
+std::string WalkBins(BinWalk *walk, const std::uint8_t *bytes, std::uint32_t start, std::uint32_t size);
+
+// Checks base block, root cell, and that the hive was closed cleanly, and stores the base block. A reason as above.
+std::string CheckAllButBins(int file, BaseBlock *head);
+// The same and all bins and cells: empty when the file is a hive that may be changed. Moves no file position.
+// `firstBin` is where the bins are taken up: 0 for a file from outside, the old size of the bins for one that was made
+// from a checked one by adding bins.
+std::string CheckHive(int file, std::uint32_t firstBin, BaseBlock *head);
 
 }  // namespace machine

@@ -1,14 +1,11 @@
 #include "platform/machine/hive_recovery.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "platform/machine/file_bytes.h"
+#include "platform/machine/hive_check.h"
 #include "platform/machine/little_endian.h"
 
 namespace machine {
@@ -151,28 +148,68 @@ std::string DescribeFailure(const Planner &planner) {
 
 // --- Applying -------------------------------------------------------------------------------------------------------
 
-std::string GrowTo(int file, std::uint64_t size) {
-  struct stat status;
-  if (fstat(file, &status) == 0 && static_cast<std::uint64_t>(status.st_size) >= size) return "";
-  if (ftruncate(file, static_cast<off_t>(size)) == 0) return "";
-  return std::string("cannot be recovered in memory: ") + std::strerror(errno);
-}
+// A page that reaches into a window of the bins.
+struct PageUse {
+  const HiveLog *log;
+  const LogPage *page;
+};
+using WindowPages = std::vector<std::vector<PageUse>>;  // by window, in the order in which they apply
 
-std::string ApplyEntry(const HiveLog &log, const LogEntry &entry, int file) {
-  std::string reason = GrowTo(file, kBaseBlockSize + std::uint64_t{entry.binsSize});
-  for (std::size_t i = 0; i < entry.pageCount && reason.empty(); ++i) {
-    const LogPage &page = log.pages[entry.firstPage + i];
-    reason =
-        WriteAt(file, kBaseBlockSize + std::uint64_t{page.hiveOffset}, log.bytes.data() + page.logOffset, page.size);
+WindowPages SortPages(const Recovery &recovery, std::uint64_t end) {
+  WindowPages windows((end + kWindowSize - 1) / kWindowSize);
+  for (const HiveLog *log : recovery.applied) {
+    for (const LogPage &page : log->pages) {
+      if (page.size == 0) continue;
+      const std::uint32_t last = page.hiveOffset + page.size - 1;
+      for (std::uint32_t i = page.hiveOffset / kWindowSize; i <= last / kWindowSize; ++i)
+        windows[i].push_back({log, &page});
+    }
   }
-  return reason;
+  return windows;
 }
 
-// The old format knows its hive by the time of the last write. The recovered hive has the least other one, so that the
-// log no longer fits, should they meet again.
-std::string MoveTime(std::uint8_t *head, int file) {
-  WriteLe64(head + kTimeOffset, ReadLe64(head + kTimeOffset) + 1);
-  return WriteAt(file, kFirstBinTime, head + kTimeOffset, 8);
+void CopyPage(const PageUse &use, std::uint64_t start, std::vector<std::uint8_t> *window) {
+  const std::uint64_t from = std::max<std::uint64_t>(start, use.page->hiveOffset);
+  const std::uint64_t to =
+      std::min<std::uint64_t>(start + window->size(), std::uint64_t{use.page->hiveOffset} + use.page->size);
+  const std::uint8_t *bytes = use.log->bytes.data() + use.page->logOffset + (from - use.page->hiveOffset);
+  std::memcpy(window->data() + (from - start), bytes, to - from);
+}
+
+// The window of the old hive's bins; zeros behind its end.
+std::string ReadWindow(int hive, std::uint64_t size, std::uint64_t start, std::vector<std::uint8_t> *window) {
+  const std::uint64_t at = kBaseBlockSize + start, there = at < size ? std::min(size - at, window->size()) : 0;
+  std::fill(window->begin() + static_cast<std::ptrdiff_t>(there), window->end(), 0);
+  return there == 0 ? "" : ReadAt(hive, at, window->data(), there);
+}
+
+// What the base block becomes.
+void FinishHead(const Recovery &recovery, std::uint8_t *head) {
+  const HiveLog &last = *recovery.applied.back();
+  if (recovery.replacesBlock) {
+    std::memcpy(head, last.bytes.data(), kLogHeadSize);
+    WriteLe32(head + kTypeOffset, 0);
+  }
+  const LogEntry &entry = last.entries.back();
+  WriteLe32(head + kBinsSizeOffset, entry.binsSize);
+  if (last.format == LogFormat::kNew) {
+    WriteLe32(head + kFlagsOffset, (ReadLe32(head + kFlagsOffset) & ~1u) | (entry.flags & 1));
+  } else {
+    // The old format knows its hive by the time of the last write. The recovered one has the least other time, so that
+    // the log no longer fits, should they meet again.
+    WriteLe64(head + kTimeOffset, ReadLe64(head + kTimeOffset) + 1);
+  }
+  WriteLe32(head + kPrimaryOffset, recovery.number);
+  WriteLe32(head + kSecondaryOffset, recovery.number);
+  SealBaseBlock(head);
+}
+
+std::uint32_t LargestBinsSize(const Recovery &recovery) {
+  std::uint32_t largest = 0;
+  for (const HiveLog *log : recovery.applied) {
+    for (const LogEntry &entry : log->entries) largest = std::max(largest, entry.binsSize);
+  }
+  return largest;
 }
 
 }  // namespace
@@ -201,30 +238,30 @@ Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const s
   return recovery;
 }
 
-std::string ApplyRecovery(const Recovery &recovery, int file) {
-  std::uint8_t head[kLogHeadSize];
-  std::string reason = ReadAt(file, 0, head, sizeof head);
-  if (!reason.empty()) return reason;
-  if (recovery.replacesBlock) {
-    std::memcpy(head, recovery.applied.back()->bytes.data(), sizeof head);
-    WriteLe32(head + kTypeOffset, 0);
-  }
-  for (const HiveLog *log : recovery.applied) {
-    for (const LogEntry &entry : log->entries) {
-      reason = ApplyEntry(*log, entry, file);
-      if (!reason.empty()) return reason;
-      WriteLe32(head + kBinsSizeOffset, entry.binsSize);
-      if (log->format == LogFormat::kNew) {
-        WriteLe32(head + kFlagsOffset, (ReadLe32(head + kFlagsOffset) & ~1u) | (entry.flags & 1));
-      }
+std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered) {
+  std::uint8_t head[kBaseBlockSize];
+  std::string reason = ReadAt(hive, 0, head, sizeof head);
+  FinishHead(recovery, head);
+  if (reason.empty()) reason = WriteAt(recovered, 0, head, sizeof head);
+
+  // In one pass, since a hive can be large: read, put the pages in, look at bins and cells, write.
+  BinWalk walk = {ReadLe32(head + kBinsSizeOffset), 0, 0};
+  const std::uint64_t end = std::max<std::uint64_t>(size - kBaseBlockSize, LargestBinsSize(recovery));
+  const WindowPages pages = SortPages(recovery, end);
+  const bool moveTime = recovery.applied.back()->format == LogFormat::kOld;
+  std::vector<std::uint8_t> window;
+  for (std::uint64_t start = 0; start < end && reason.empty(); start += kWindowSize) {
+    window.resize(std::min<std::uint64_t>(kWindowSize, end - start));
+    reason = ReadWindow(hive, size, start, &window);
+    for (const PageUse &use : pages[start / kWindowSize]) CopyPage(use, start, &window);
+    if (start == 0 && moveTime) std::memcpy(window.data() + kFirstBinTime - kBaseBlockSize, head + kTimeOffset, 8);
+    const auto checked = std::min<std::uint64_t>(window.size(), walk.bins - std::min<std::uint64_t>(walk.bins, start));
+    if (reason.empty() && checked != 0) {
+      reason = WalkBins(&walk, window.data(), static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(checked));
     }
+    if (reason.empty()) reason = WriteAt(recovered, kBaseBlockSize + start, window.data(), window.size());
   }
-  if (recovery.applied.back()->format == LogFormat::kOld) reason = MoveTime(head, file);
-  if (!reason.empty()) return reason;
-  WriteLe32(head + kPrimaryOffset, recovery.number);
-  WriteLe32(head + kSecondaryOffset, recovery.number);
-  SealBaseBlock(head);
-  return WriteAt(file, 0, head, sizeof head);
+  return reason;
 }
 
 std::uint32_t NextNumber(const BaseBlock &hive, const std::vector<HiveLog> &logs) {

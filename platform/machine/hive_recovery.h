@@ -32,9 +32,10 @@ inline bool NeedsRecovery(const BaseBlock &hive) { return !hive.checksumRight ||
 // The result points into `logs`.
 Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const std::vector<HiveLog> &logs);
 
-// Applies the logs to `file`, a copy of the hive that is open for reading and writing; it may grow. Empty, or the
-// reason of a failure in one line for people. Whether the bins are whole then is for CheckHive to say.
-std::string ApplyRecovery(const Recovery &recovery, int file);
+// Writes what the hive, of `size` bytes, becomes with the logs to the empty file `recovered`. Empty, or the reason of a
+// failure in one line for people: the bins that come of it are not whole, or memory is short. Base block and root cell
+// are left for CheckAllButBins.
+std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered);
 
 // The sequence number for a hive that was changed with those logs beside it: past the hive's own and every entry of
 // every log, old rounds too. None of them can then be applied, not even when the hive is dirty the next time.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/machine/file_bytes.h"
 #include "platform/machine/little_endian.h"
 #include "platform/machine/marvin.h"
 #include "platform/machine/registry.h"
@@ -422,13 +423,11 @@ TEST(HiveLog, GivesTheHiveItsFlag) {
     logs[0].bytes = BuildNewLog(hive, 4, {entry});
     machine::ReadHiveLog(logs.data());
     const machine::Recovery plan = machine::PlanRecovery(machine::ReadBaseBlock(hive.data()), 0, logs);
-    std::FILE *file = std::tmpfile();
-    std::fwrite(hive.data(), 1, hive.size(), file);
-    std::fflush(file);
-    EXPECT_EQ(machine::ApplyRecovery(plan, fileno(file)), "");
-    std::rewind(file);
-    EXPECT_EQ(std::fread(hive.data(), 1, hive.size(), file), hive.size());
-    std::fclose(file);
+    machine::Descriptor file, recovered;
+    ASSERT_EQ(machine::MakeMemoryFile(&file) + machine::MakeMemoryFile(&recovered), "");
+    ASSERT_EQ(machine::WriteAt(file.fd, 0, hive.data(), hive.size()), "");
+    ASSERT_EQ(machine::ApplyRecovery(plan, file.fd, hive.size(), recovered.fd), "");
+    ASSERT_EQ(machine::ReadAt(recovered.fd, 0, hive.data(), hive.size()), "");
     EXPECT_EQ(machine::ReadLe32(&hive[machine::kFlagsOffset]), 2 | flag);
     EXPECT_EQ(HiveProblem(hive), "");
   }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/machine/answer.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/descriptor.h"
 #include "platform/machine/device_tree.h"
@@ -95,10 +96,7 @@ bool ReadWhole(int file, std::size_t size, InfBytes *bytes) {
   while (bytes->size < size) {
     const ssize_t got = read(file, bytes->memory.get() + bytes->size, size - bytes->size);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) {
-      platform::SetLastError(ErrorFromErrno(errno));
-      return false;
-    }
+    if (got < 0) return FailHost();
     if (got == 0) break;
     bytes->size += static_cast<std::size_t>(got);
   }
@@ -202,10 +200,7 @@ bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.
 
 bool ReadEntries(int directory, std::vector<Entry> *entries) {
   const DirectoryStream stream = OpenDirectoryStream(directory);
-  if (stream == nullptr) {
-    platform::SetLastError(ErrorFromErrno(errno));
-    return false;
-  }
+  if (stream == nullptr) return FailHost();
   while (const dirent *entry = readdir(stream.get())) {
     if (!IsInfName(entry->d_name)) continue;
     std::string name = Utf8ToAnsi(entry->d_name);

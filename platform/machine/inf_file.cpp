@@ -429,15 +429,8 @@ std::string FoldedName(std::string_view text) {
 }
 
 std::size_t WholeCharacters(std::string_view text, std::size_t limit, const InfSettings &settings) {
-  if (text.size() <= limit) return text.size();
-  if (!settings.twoByte) return limit;
-  std::size_t at = 0;
-  while (at < limit) {
-    const std::size_t next = at + (settings.classes[static_cast<unsigned char>(text[at])] == InfChar::kLead ? 2 : 1);
-    if (next > limit) break;
-    at = next;
-  }
-  return at;
+  if (!settings.twoByte) return std::min(text.size(), limit);
+  return WholeCharacters(text, limit, [&](unsigned char byte) { return settings.classes[byte] == InfChar::kLead; });
 }
 
 }  // namespace machine

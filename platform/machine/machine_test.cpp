@@ -6,6 +6,7 @@
 
 #include "platform/machine/fault.h"
 #include "platform/machine/paths.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 extern "C" {
@@ -46,18 +47,7 @@ TEST_F(OpeningTest, AFailureLeavesNoMachine) {
   EXPECT_EQ(machine::Current(), nullptr);
   EXPECT_FALSE(platform::IsDBCSLeadByte(0x93));
   WriteFile("hive", "no hive");
-  WriteFile("refused.toml", R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1 }
-[[drive]]
-root = 'X:\'
-type = 'ramdisk'
-path = 'ram'
-[[hive]]
-key = 'SOFTWARE'
-file = 'hive'
-)");
+  WriteFile("refused.toml", std::string(kLeastMachine) + "[[hive]]\nkey = 'SOFTWARE'\nfile = 'hive'\n");
   EXPECT_FALSE(TryOpen("refused.toml"));
   EXPECT_THAT(message, HasSubstr("hive"));
   EXPECT_EQ(machine::Current(), nullptr);
@@ -69,15 +59,7 @@ file = 'hive'
 }
 
 TEST_F(OpeningTest, AMachineFromAText) {
-  const std::string text = R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1 }
-[[drive]]
-root = 'X:\'
-type = 'ramdisk'
-path = 'ram'
-)";
+  const std::string text = kLeastMachine;
   const auto tryText = [this](const std::string &toml) {
     return VXRMachine_OpenText(toml.c_str(), folder.c_str(), message, sizeof message) != 0;
   };
@@ -98,12 +80,7 @@ path = 'ram'
 }
 
 TEST_F(OpeningTest, TheCodePageIsTheMachines) {
-  Open("", R"([system]
-system_directory = 'X:\Windows\System32'
-windows_directory = 'X:\Windows'
-os = { major = 6, minor = 1 }
-code_page = 932
-)");
+  Open("", std::string(kStandardSystem) + "code_page = 932\n");
   EXPECT_TRUE(platform::IsDBCSLeadByte(0x93));
   Close();
   EXPECT_FALSE(platform::IsDBCSLeadByte(0x93));

@@ -10,6 +10,7 @@
 
 #include "platform/machine/listing.h"
 #include "platform/machine/path_syntax.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -169,11 +170,7 @@ TEST_F(PathsTest, FindsTheSpellingOnDisk) {
 
 TEST_F(PathsTest, TwoByteCharactersMayEndInABackslashByte) {
   WriteFile("restored/\xE8\xA1\xA8/a.txt", "table");  // U+8868 is 95 5C in code page 932
-  Open(kMore,
-       "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\ncode_page = 932\n"
-       "os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0, product = 1 }\n"
-       "processor = { count = 1, architecture = 9, type = 8664, level = 6, revision = 1 }\nmemory = 1073741824\n"
-       "page_size = 4096\nlanguage = 0x0411\n");
+  Open(kMore, std::string(kStandardSystem) + "code_page = 932\n");
   EXPECT_EQ(Read("D:\\\x95\x5C\\A.txt"), "table");
 }
 

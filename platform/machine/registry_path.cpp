@@ -31,6 +31,12 @@ std::u16string FoldName(std::u16string_view name) {
   return folded;
 }
 
+std::size_t FoldedPathHash::operator()(const FoldedPath &path) const {
+  std::size_t hash = path.size();
+  for (const std::u16string &name : path) hash = hash * 31 + std::hash<std::u16string>()(name);
+  return hash;
+}
+
 KeyPath ParseKeyPath(std::u16string_view text) {
   KeyPath path;
   while (!text.empty()) {

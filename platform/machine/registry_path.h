@@ -13,6 +13,10 @@ std::u16string FoldName(std::u16string_view name);
 
 using FoldedPath = std::vector<std::u16string>;
 
+struct FoldedPathHash {
+  std::size_t operator()(const FoldedPath &path) const;
+};
+
 // A key path split at its backslashes; empty components are dropped. Both lists have the same length, 0 for the root.
 struct KeyPath {
   std::vector<std::u16string> names;  // as written

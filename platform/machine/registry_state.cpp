@@ -64,11 +64,14 @@ KeyPath CurrentControlSet() {
   return ParseKeyPath(u"SYSTEM\\" + std::u16string(name, name + std::char_traits<char>::length(name)));
 }
 
-KeyPath FollowLink(const KeyPath &key) {
+KeyPath FollowLink(KeyPath key) {
   if (!BeginsWith(key, kLink)) return key;
   auto &known = Registry().controlSet;
   if (!known || known->first != Registry().changes) known.emplace(Registry().changes, CurrentControlSet());
-  return JoinKeyPaths(known->second, KeyPathBelow(key, kLink.size()));
+  // As many components as the link has: they take its place.
+  std::copy(known->second.names.begin(), known->second.names.end(), key.names.begin());
+  std::copy(known->second.folded.begin(), known->second.folded.end(), key.folded.begin());
+  return key;
 }
 
 void MakeOverlayKey(const KeyPath &key) {
@@ -185,8 +188,8 @@ LSTATUS CreateKey(const KeyPath &given) {
   return ERROR_SUCCESS;
 }
 
-LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *value) {
-  return QueryPlain(FollowLink(key), name, value);
+LSTATUS QueryValue(KeyPath key, const std::u16string &name, StoredValue *value) {
+  return QueryPlain(FollowLink(std::move(key)), name, value);
 }
 
 LSTATUS SetValue(const KeyPath &given, StoredValue value) {

@@ -2,10 +2,10 @@
 // and hives mounted beside them.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -23,7 +23,7 @@ struct MountedHive {
   std::unique_ptr<Hive> hive;
 };
 
-using OverlayKeys = std::map<FoldedPath, std::vector<StoredValue>>;
+using OverlayKeys = std::unordered_map<FoldedPath, std::vector<StoredValue>, FoldedPathHash>;
 
 struct RegistryState {
   bool open = false;
@@ -40,7 +40,7 @@ RegistryState &Registry();
 // return Windows' error codes.
 LSTATUS FindKey(const KeyPath &key);
 LSTATUS CreateKey(const KeyPath &key);
-LSTATUS QueryValue(const KeyPath &key, const std::u16string &name, StoredValue *value);
+LSTATUS QueryValue(KeyPath key, const std::u16string &name, StoredValue *value);
 LSTATUS SetValue(const KeyPath &key, StoredValue value);  // the key must exist
 
 // Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).

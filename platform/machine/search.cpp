@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
+#include "platform/machine/answer.h"
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
 #include "platform/machine/file_time.h"
@@ -19,11 +19,6 @@
 #include "platform/machine/wildcard.h"
 
 namespace {
-
-HANDLE FailSearch(DWORD error) {
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
-}
 
 // Tells of an entry under the name `shown` (UTF-8). False when the name does not fit.
 bool Describe(const struct stat &status, const std::string &shown, WIN32_FIND_DATAA *data) {
@@ -99,10 +94,7 @@ bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_
   // Every directory but a root holds itself, first of all.
   if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return DescribeEntry(directory.fd, ".", data);
   const machine::DirectoryStream stream = machine::OpenDirectoryStream(directory.fd);
-  if (!stream) {
-    platform::SetLastError(machine::ErrorFromErrno(errno));
-    return false;
-  }
+  if (!stream) return machine::FailHost();
   while (const dirent *entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name == "." || name == "..") continue;
@@ -119,7 +111,7 @@ namespace platform {
 HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data) {
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
   machine::WindowsPath path;
-  if (data == nullptr) return FailSearch(ERROR_INVALID_PARAMETER);
+  if (data == nullptr) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   if (!machine::ParseWindowsPath(pattern, &path)) return INVALID_HANDLE_VALUE;
   const bool found = path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, data);
   return found ? machine::AddHandle(machine::SearchHandle()) : INVALID_HANDLE_VALUE;

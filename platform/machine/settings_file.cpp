@@ -23,12 +23,11 @@
 
 namespace {
 
+using machine::FailHost;
 using machine::FailWith;
 
 // Settings are kept in memory as a whole; anything larger is no settings file.
 constexpr off_t kLargestFile = off_t{64} << 20;
-
-bool FailHost() { return FailWith(machine::ErrorFromErrno(errno)); }
 
 // A name without a directory is looked for where Windows looks, in its own directory.
 std::string FullName(const char *file) {
@@ -80,17 +79,6 @@ std::int32_t LeadingNumber(std::string_view text) {
   return static_cast<std::int32_t>(negative ? 0 - number : number);
 }
 
-// How many of the text's bytes go into so much room without cutting a character of two bytes.
-std::size_t WholeCharacters(std::string_view text, std::size_t room) {
-  if (text.size() <= room) return text.size();
-  std::size_t end = 0;
-  for (;;) {
-    const std::size_t next = end + (machine::IsLeadByte(static_cast<unsigned char>(text[end])) ? 2 : 1);
-    if (next > room) return end;
-    end = next;
-  }
-}
-
 // Gives the new file what the old one has besides its contents.
 bool TakeOver(const machine::NewFile &created, DWORD attributes) {
   struct stat status;
@@ -134,7 +122,8 @@ DWORD GetPrivateProfileStringA(const char *section, const char *key, const char 
                                const char *file) {
   const auto store = [&](std::string_view text) -> DWORD {
     if (buffer == nullptr || size == 0) return 0;
-    const std::size_t length = WholeCharacters(text, size - 1);
+    const std::size_t length =
+        machine::WholeCharacters(text, size - 1, [](unsigned char byte) { return machine::IsLeadByte(byte); });
     std::memcpy(buffer, text.data(), length);
     buffer[length] = '\0';
     return static_cast<DWORD>(length);

@@ -7,11 +7,6 @@
 namespace machine {
 namespace {
 
-HANDLE FailOpen(DWORD error) {
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
-}
-
 // The drive whose volume a GUID path without trailing backslash names. With one it is the volume's root directory.
 const Drive *FindVolume(std::string_view name) {
   return name.ends_with('\\') ? nullptr : FindDrive(std::string(name) + '\\');
@@ -26,7 +21,7 @@ bool IsDeviceName(std::string_view name) {
 
 HANDLE OpenDevice(std::string_view name, DWORD access, DWORD disposition) {
   const Disk *disk = FindDisk(name);
-  const Drive *volume = FindVolume(name);
+  const Drive *volume = disk == nullptr ? FindVolume(name) : nullptr;
   if (disk == nullptr && volume == nullptr) {
     return FailOpen(FindDrive(name) != nullptr ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
   }

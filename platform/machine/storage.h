@@ -19,7 +19,6 @@ HANDLE OpenDevice(std::string_view name, DWORD access, DWORD disposition);
 // --- Disks -------------------------------------------------------------------------------------------------------
 
 // Null when there is no such disk. A name is "\\.\PhysicalDriveN" or the disk's interface path, in any case.
-const Disk *FindDisk(DWORD number);
 const Disk *FindDisk(std::string_view name);
 
 // With access rights opens the image too: ERROR_NOT_READY the disk has none; ERROR_WRITE_PROTECT writing is asked for

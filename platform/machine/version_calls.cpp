@@ -42,7 +42,7 @@ bool LoadResource(const char *file, std::vector<BYTE> *resource) {
   const machine::Descriptor descriptor(machine::OpenHostFile(file, O_RDONLY | O_NONBLOCK));
   if (!descriptor) return false;
   struct stat status;
-  if (fstat(descriptor.fd, &status) != 0) return FailWith(machine::ErrorFromErrno(errno));
+  if (fstat(descriptor.fd, &status) != 0) return machine::FailHost();
   if (!S_ISREG(status.st_mode)) return FailWith(ERROR_ACCESS_DENIED);
   DWORD readError = NO_ERROR;
   const machine::ImageSource source = {static_cast<std::uint64_t>(status.st_size),

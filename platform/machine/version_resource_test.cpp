@@ -9,6 +9,7 @@
 #include "platform/machine/version_block.h"
 #include "platform/machine/version_tree.h"
 #include "tests/support/pe_builder.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -258,9 +259,7 @@ TEST_F(VersionCallsTest, ATextOfTwoByteCharactersFits) {
   const std::string table = VersionNode(
       u"041103a4", 1, "", 0, {TextNode(u"CompanyName", u"\u65E5\u672C\u8A9E"), TextNode(u"ProductName", u"\u8868")});
   WriteFile("ram/ja.sys", BuildImage(VersionTree({VersionNode(u"StringFileInfo", 1, "", 0, {table})})));
-  Open("",
-       "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\n"
-       "os = { major = 5, minor = 1 }\ncode_page = 932\n");
+  Open("", std::string(kStandardSystem) + "code_page = 932\n");
   const std::vector<BYTE> block = Block(R"(X:\ja.sys)");
   ASSERT_FALSE(block.empty()) << GetLastError();
   EXPECT_EQ(Value(block, R"(\StringFileInfo\041103a4\CompanyName)"), WithNul("\x93\xFA\x96\x7B\x8C\xEA"));

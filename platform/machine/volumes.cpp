@@ -93,8 +93,7 @@ const Drive *FindDrive(std::string_view root) {
 
 HANDLE OpenVolume(const Drive &drive, DWORD access) {
   if (!GrantsReading(access) && !GrantsWriting(access)) return AddHandle(VolumeHandle{drive.root.front()});
-  platform::SetLastError(ERROR_ACCESS_DENIED);
-  return INVALID_HANDLE_VALUE;
+  return FailOpen(ERROR_ACCESS_DENIED);
 }
 
 DWORD AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer) {

@@ -6,6 +6,9 @@
 #include "tests/support/restore_job.h"
 #include "vxr/device.h"
 
+inline constexpr char kDirectory[] = "X:\\drivers";
+inline constexpr char kId[] = R"(PCI\VEN_1000&DEV_0030)";  // of the adapter
+
 class DriverJobTest : public RestoreJobTest {
  protected:
   ~DriverJobTest() override;

@@ -10,6 +10,17 @@ processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x
 memory = 8589934592
 )";
 
+// The least that a machine file may say: eight lines.
+inline constexpr char kLeastMachine[] = R"([system]
+system_directory = 'X:\Windows\System32'
+windows_directory = 'X:\Windows'
+os = { major = 6, minor = 1 }
+[[drive]]
+root = 'X:\'
+type = 'ramdisk'
+path = 'ram'
+)";
+
 // X: (RAM disk, host directory ram), with the product in X:\Halcyra, and D: (fixed, restored).
 inline constexpr char kStandardDrives[] = R"(
 [[drive]]

@@ -49,6 +49,8 @@ class MachineTest : public testing::Test {
   std::filesystem::path Host(const std::string &relative) const;
   void WriteFile(const std::string &relative, const std::string &content);
   std::string ReadFile(const std::string &relative) const;
+  // The names of what a directory holds, in no order.
+  std::vector<std::string> Names(const std::string &relative) const;
   // The lines of the log that begin with `prefix`, without it and without the line end; and forgetting what was logged.
   std::vector<std::string> Lines(const std::string &prefix) const;
   void ClearLog() { log.clear(); }

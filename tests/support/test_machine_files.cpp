@@ -22,6 +22,14 @@ std::string MachineTest::ReadFile(const std::string &relative) const {
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
+std::vector<std::string> MachineTest::Names(const std::string &relative) const {
+  std::vector<std::string> names;
+  for (const auto &entry : std::filesystem::directory_iterator(Host(relative))) {
+    names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
 std::vector<std::string> MachineTest::Lines(const std::string &prefix) const {
   std::vector<std::string> lines;
   std::istringstream stream(log);

@@ -100,24 +100,6 @@ void DescribeFields(const BootReport &report, std::vector<std::string> *lines) {
 
 // --- What failed ----------------------------------------------------------------------------------------------------
 
-struct Failure {
-  std::string call;
-  DWORD code = 0;
-};
-
-// "CALL():failed!ec=CODE:..." of an error line.
-Failure ReadFailure(std::string_view error) {
-  constexpr std::string_view kMark = "():failed!ec=";
-  const std::size_t at = error.find(kMark);
-  if (at == std::string_view::npos) return {};
-  unsigned code = 0;
-  for (char c : error.substr(at + kMark.size())) {
-    if (c < '0' || c > '9') break;
-    code = code * 10 + static_cast<unsigned>(c - '0');
-  }
-  return {std::string(error.substr(0, at)), code};
-}
-
 std::string Reason(DWORD code) {
   switch (code) {
     case ERROR_ACCESS_DENIED:
@@ -146,7 +128,7 @@ std::string ExplainOpenFailure(DWORD code) {
 }
 
 // What went wrong before the active partition was known.
-std::string ExplainDiskFailure(const Failure &failure) {
+std::string ExplainDiskFailure(const FailedCall &failure) {
   if (failure.call == "CreateFile") return ExplainOpenFailure(failure.code);
   if (failure.call == "DeviceIoControl" && failure.code == ERROR_INVALID_FUNCTION) {
     return "it is no disk, or one without a geometry; give the device name of a disk of the machine, and add "
@@ -167,7 +149,7 @@ std::string ExplainDiskFailure(const Failure &failure) {
   return "";
 }
 
-std::string ExplainPartitionFailure(const BootReport &report, const Failure &failure) {
+std::string ExplainPartitionFailure(const BootReport &report, const FailedCall &failure) {
   const std::string active = "the active partition (entry " + std::to_string(report.partition->index + 1) + ")";
   const std::string place = BootSectorPlace(report);
   if (failure.call == "IS_WINPART") {
@@ -221,7 +203,7 @@ std::vector<std::string> DescribeRepair(const BootReport &report, const std::str
 }
 
 std::string ExplainFailure(const BootReport &report, const std::string &disk) {
-  const Failure failure = ReadFailure(report.error);
+  const FailedCall failure = ReadFailedCall(report.error);
   std::string text = report.partition ? ExplainPartitionFailure(report, failure) : ExplainDiskFailure(failure);
   if (Contains(report.error, "DiskGeo.BytesPerSector")) {
     text = "its sectors cannot have " + std::to_string(report.geometry ? report.geometry->bytes : 0) +

@@ -46,13 +46,6 @@ TEST(BootReport, SaysWhatBecameOfEachField) {
   EXPECT_EQ(report.error, "");
 }
 
-TEST(BootReport, LeavesFatItsOtherField) {
-  const std::vector<std::string> lines = DescribeRepair(Report({kGeometry, kFat, kFields}), "D");
-  ASSERT_EQ(lines.size(), 7u);
-  EXPECT_EQ(lines[5], "Total sectors     not kept there by this file system");
-  EXPECT_EQ(lines[6], "Nothing had to be changed.");
-}
-
 TEST(BootReport, EachFailureIsOneLineForPeople) {
   const struct {
     std::vector<const char *> before;

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 
 #include "tools/vxr/commands.h"
@@ -69,11 +68,6 @@ bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
 }
 
 // --- The summary ----------------------------------------------------------------------------------------------------
-
-std::string Padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text;
-}
 
 void PrintVolumes(const VXR_VOLUMES &volumes, unsigned codePage) {
   const std::uint32_t volumeCount = UsableVolumes(volumes);

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 
 #include "platform/platform.h"
+#include "tools/vxr/output.h"
 
 namespace {
 
@@ -53,16 +53,8 @@ constexpr ErrorMeaning kFileErrors[] = {
 
 bool Holds(std::string_view line, std::string_view mark) { return line.find(mark) != std::string_view::npos; }
 
-// The code behind "ec="; 0 when there is none.
-std::uint32_t ErrorCode(std::string_view line) {
-  constexpr std::string_view kMark = ":failed!ec=";
-  const std::size_t at = line.find(kMark);
-  if (at == std::string_view::npos) return 0;
-  return static_cast<std::uint32_t>(std::strtoul(std::string(line.substr(at + kMark.size(), 10)).c_str(), nullptr, 10));
-}
-
 std::string FileError(std::string_view line) {
-  const std::uint32_t code = ErrorCode(line);
+  const std::uint32_t code = ReadFailedCall(line).code;
   for (const ErrorMeaning &meaning : kFileErrors) {
     if (meaning.code == code) return meaning.text;
   }
@@ -73,7 +65,7 @@ template <std::size_t kCount>
 std::string Explain(const Meaning (&meanings)[kCount], std::string_view line) {
   for (const Meaning &meaning : meanings) {
     if (!Holds(line, meaning.mark)) continue;
-    const std::uint32_t code = ErrorCode(line);
+    const std::uint32_t code = ReadFailedCall(line).code;
     return meaning.text + (code != 0 ? " (error " + std::to_string(code) + ")" : std::string());
   }
   return "the log says: " + std::string(line);

@@ -15,11 +15,6 @@ void Title(const std::string &text) {
 
 void Problem(const std::string &text) { PrintLine("  " + text, Style::kBad); }
 
-std::string Padded(std::string text, std::size_t width) {
-  text.resize(std::max(text.size(), width), ' ');
-  return text;
-}
-
 void PrintDevices(const RunRecord &record) {
   if (record.devices.empty()) return;
   Title("Devices");
