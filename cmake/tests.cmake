@@ -16,6 +16,17 @@ endfunction()
 target_sources(vxr_test_support PRIVATE tests/support/restore_job.cpp tests/support/fault_loop.cpp)
 vxr_test(restore_run_test machine tests/restore_run_test.cpp)
 
+# A run that is killed or has no room at any call that changes something. Not with sanitizers, whose library would have
+# to come before the preloaded one.
+if(NOT VXR_SANITIZE)
+  add_library(kill_point MODULE tests/support/kill_point.cpp)
+  set_target_properties(kill_point PROPERTIES CXX_VISIBILITY_PRESET default)
+  vxr_test(crash_test machine tests/crash_test.cpp)
+  target_compile_definitions(crash_test PRIVATE VXR_KILL_POINT="$<TARGET_FILE:kill_point>"
+                             VXR_PROGRAM="$<TARGET_FILE:vxr>")
+  add_dependencies(crash_test vxr kill_point)
+endif()
+
 # Recording a machine.
 target_sources(vxr_test_support PRIVATE tests/support/protected_machine.cpp)
 vxr_test(create_test machine tests/create_test.cpp)

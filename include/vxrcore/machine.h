@@ -40,7 +40,8 @@ enum {
   VXRMACHINE_HIVE_LOADED = 4,     /* subject: hive file, detail: mount point */
   VXRMACHINE_HIVE_REFUSED = 5,    /* subject: hive file, detail: reason */
   VXRMACHINE_HIVE_SAVED = 6,      /* subject: hive file, size: bytes */
-  VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason */
+  VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason, size: 0 when the old hive stays, else bytes of
+                                     the new one, which is in place but not surely on the disk */
   VXRMACHINE_DRIVER_CHOSEN = 8,   /* subject: INF file, detail: driver description, text: its first hardware id */
   VXRMACHINE_DEBUG_TEXT = 9,      /* text: what went to the debugger output */
   VXRMACHINE_PATH_REFUSED = 10,   /* subject: Windows path, detail: why it is not followed */

@@ -27,6 +27,7 @@ struct Copy {
   struct stat sourceStatus = {};
   HostPlace place;
   struct stat targetStatus = {};  // of an old target
+  bool inPlace = false;
   DWORD error = NO_ERROR;
   std::string reason;
 };
@@ -117,7 +118,7 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
   const timespec times[2] = {{0, UTIME_NOW}, copy->sourceStatus.st_mtim};
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
   const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
-  if (copy->place.exists && !TakeOver(created, copy->place.name)) {
+  if (copy->place.exists && !TakeOver(created)) {
     return FailHost(copy, "cannot give the copy the owner, mode and attributes of the old file");
   }
   struct stat status = {};
@@ -130,13 +131,14 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
 
 // Puts the new file in the target's place.
 bool ReplaceTarget(Copy *copy, NewFile *created) {
-  const char *failed = PutInPlace(created, copy->place.name, copy->place.exists);
+  const char *failed = PutInPlace(created, copy->place.exists);
+  copy->inPlace = created->inPlace;
   return failed == nullptr || FailHost(copy, failed);
 }
 
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
-  NewFile created(copy->place.directory);
+  NewFile created(copy->place.directory, copy->place.name);
   if (!OpenNewFile(&created, copy->place.exists)) return FailHost(copy, "cannot write to the target's directory");
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }
@@ -153,7 +155,8 @@ void Tell(const Copy &copy, bool copied, CopyCaller caller) {
   event.kind = copied ? VXRMACHINE_FILE_COPIED : VXRMACHINE_FILE_NOT_COPIED;
   event.subject = copy.target;
   event.detail = copied ? copy.source : copy.reason.c_str();
-  event.size = copied ? static_cast<std::uint64_t>(copy.sourceStatus.st_size) : (copy.place.exists ? 1 : 0);
+  event.size =
+      copied ? static_cast<std::uint64_t>(copy.sourceStatus.st_size) : (copy.place.exists && !copy.inPlace ? 1 : 0);
   Report(event);
 }
 

@@ -1,8 +1,11 @@
 // The owner of one file descriptor.
 #pragma once
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <string>
 #include <utility>
 
 namespace machine {
@@ -23,5 +26,12 @@ struct Descriptor {
   explicit operator bool() const { return fd >= 0; }
   int Release() { return std::exchange(fd, -1); }
 };
+
+// Whether the name in the directory is still, or again, the open file's.
+inline bool IsNamed(int file, int directory, const std::string &name) {
+  struct stat opened, named;
+  return fstat(file, &opened) == 0 && fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
 
 }  // namespace machine

@@ -22,12 +22,6 @@ constexpr std::size_t kLongestCellData = 16344;
 
 constexpr std::size_t kLongestKeyName = 255;
 
-bool SameFile(int file, int directory, const std::string &name) {
-  struct stat opened, named;
-  return fstat(file, &opened) == 0 && fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-}
-
 // Opens and locks. The lock is on the file that is open, and another run may have put a new one in its place between
 // the two steps: then it begins again.
 std::string OpenLocked(Hive *hive, HiveUse use) {
@@ -41,7 +35,7 @@ std::string OpenLocked(Hive *hive, HiveUse use) {
       if (errno == EWOULDBLOCK) return "is in use by another run; wait for its end, then run again";
       return std::string("cannot be locked: ") + std::strerror(errno);
     }
-    if (SameFile(hive->file.fd, hive->directory.fd, hive->name)) return "";
+    if (IsNamed(hive->file.fd, hive->directory.fd, hive->name)) return "";
   }
   return "is replaced again and again by another program; stop that, then run again";
 }

@@ -10,6 +10,7 @@
 #include "platform/machine/paths.h"
 #include "platform/machine/registry.h"
 #include "platform/machine/registry_state.h"
+#include "platform/machine/replace_file.h"
 
 namespace machine {
 namespace {
@@ -60,6 +61,9 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
     if (reason->empty() && !ReadHive(hive.get())) *reason = hive->failure;
     if (!reason->empty()) hive.reset();
   }
+  // A run that was stopped may have left a new hive, and this run may have nothing to save. What cannot be removed is
+  // told when it is in the way.
+  if (hive != nullptr) ClearLeftOver(hive->directory.fd, hive->name);
   return hive;
 }
 
@@ -68,7 +72,7 @@ bool SaveMounted(MountedHive *mounted) {
   std::string reason;
   if (!SaveHive(mounted->hive.get(), &size, &reason)) {
     Tell(mounted->subject + " is not saved: " + reason);
-    ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason);
+    ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
   }
   if (size != 0) ReportHive(VXRMACHINE_HIVE_SAVED, mounted->subject, "", size);

@@ -113,9 +113,9 @@ bool WriteNewHive(const Hive &hive, const NewFile &created, std::uint64_t *size,
   return wrong.empty();
 }
 
-bool Replace(const Hive &hive, NewFile *created, std::string *reason) {
-  const char *failed = TakeOver(*created, hive.name)
-                           ? PutInPlace(created, hive.name, true)
+bool Replace(NewFile *created, std::string *reason) {
+  const char *failed = TakeOver(*created)
+                           ? PutInPlace(created, true)
                            : "the new file cannot be given the owner, mode and attributes of the old one";
   if (failed != nullptr) *reason = ErrnoReason(failed);
   return failed == nullptr;
@@ -131,13 +131,14 @@ bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   if (reason->empty()) *reason = CheckReplacedCells(hive);
   if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
 
-  // The lock on the hive keeps other runs from the name.
-  NewFile created(hive->directory.fd, "." + hive->name + ".vxr-tmp");
+  NewFile created(hive->directory.fd, hive->name);
   if (!OpenNewFile(&created, true)) {
     *reason = ErrnoReason("no new file can be made beside it");
     return false;
   }
-  return WriteNewHive(*hive, created, size, reason) && Replace(*hive, &created, reason);
+  if (WriteNewHive(*hive, created, size, reason) && Replace(&created, reason)) return true;
+  if (!created.inPlace) *size = 0;
+  return false;
 }
 
 }  // namespace machine

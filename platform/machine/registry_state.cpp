@@ -10,6 +10,7 @@
 #include "platform/machine/code_page.h"
 #include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
+#include "platform/machine/replace_file.h"
 
 namespace machine {
 namespace {
@@ -143,6 +144,7 @@ bool OpenRunningHive(const HiveFile &described, std::string *error) {
     *error = where + reason;
     return false;
   }
+  ClearLeftOver(mounted.hive->directory.fd, mounted.hive->name);
   TellReplay(mounted);
   Registry().hives.push_back(std::move(mounted));
   ++Registry().changes;

@@ -1,14 +1,13 @@
 #include "platform/machine/replace_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <iterator>
 #include <optional>
 #include <vector>
@@ -25,25 +24,31 @@ bool Fails(const char *step) {
   return true;
 }
 
-// Gives `make` the reserved name, or fresh names until it succeeds or fails for another reason than the name's being
-// taken.
-template <class Make>
-bool WithName(NewFile *created, Make make) {
-  if (!created->reserved.empty()) {
-    if (!make(created->reserved.c_str())) return false;
-    created->name = created->reserved;
+// Such as .SYSTEM.vxr-tmp; of a long name the beginning, in whole characters, so that it fits in 255 bytes.
+std::string TemporaryName(const std::string &target) {
+  std::size_t length = std::min<std::size_t>(target.size(), 240);
+  while (length < target.size() && (target[length] & 0xC0) == 0x80) --length;
+  return "." + target.substr(0, length) + ".vxr-tmp";
+}
+
+// False when another run has the lock. A file system without locks is no reason to fail.
+bool Lock(int file) {
+  if (flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
+  errno = EBUSY;
+  return false;
+}
+
+bool OpenNamed(NewFile *created, int flags, mode_t mode) {
+  const std::string name = TemporaryName(created->target);
+  created->file = Descriptor(openat(created->directory, name.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | flags, mode));
+  if (!created->file && errno == EEXIST) errno = EBUSY;
+  if (!created->file || !Lock(created->file.fd)) return false;
+  // Until it was locked, another run may have taken it for a left-over.
+  if (IsNamed(created->file.fd, created->directory, name)) {
+    created->name = name;
     return true;
   }
-  static unsigned counter = 0;
-  for (unsigned attempt = 0; attempt < 100; ++attempt) {
-    std::array<char, 32> fresh;
-    std::snprintf(fresh.data(), fresh.size(), ".vxr-%08x%04x", static_cast<unsigned>(getpid()), ++counter & 0xFFFF);
-    if (make(fresh.data())) {
-      created->name = fresh.data();
-      return true;
-    }
-    if (errno != EEXIST) return false;
-  }
+  errno = EBUSY;
   return false;
 }
 
@@ -115,15 +120,18 @@ bool CopyMode(const struct stat &old, int file) {
 
 // --- Taking the place -----------------------------------------------------------------------------------------------
 
-bool Rename(NewFile *created, const std::string &name, bool exists) {
+bool Rename(NewFile *created, bool exists) {
   if (Fails("file rename")) return false;
   const std::string unnamed = created->HostName();
-  const auto link = [&](const char *as) {
-    return linkat(AT_FDCWD, unnamed.c_str(), created->directory, as, AT_SYMLINK_FOLLOW) == 0;
-  };
-  if (created->name.empty() && !exists) return link(name.c_str());
-  if (created->name.empty() && !WithName(created, link)) return false;
-  if (renameat(created->directory, created->name.c_str(), created->directory, name.c_str()) != 0) return false;
+  if (created->name.empty()) {
+    const std::string name = exists ? TemporaryName(created->target) : created->target;
+    if (linkat(AT_FDCWD, unnamed.c_str(), created->directory, name.c_str(), AT_SYMLINK_FOLLOW) != 0) return false;
+    if (!exists) return true;
+    created->name = name;
+  }
+  if (renameat(created->directory, created->name.c_str(), created->directory, created->target.c_str()) != 0) {
+    return false;
+  }
   created->name.clear();
   return true;
 }
@@ -142,19 +150,24 @@ NewFile::~NewFile() {
   if (!name.empty()) unlinkat(directory, name.c_str(), 0);
 }
 
+bool ClearLeftOver(int directory, const std::string &target) {
+  const std::string name = TemporaryName(target);
+  const Descriptor old(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!old && errno == ENOENT) return true;
+  if (old && !Lock(old.fd)) return false;
+  // Until it was locked, another run may have cleared it and made its own.
+  if (old && !IsNamed(old.fd, directory, name)) return true;
+  return unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT;
+}
+
 bool OpenNewFile(NewFile *created, bool exists) {
-  if (Fails("file create")) return false;
+  if (Fails("file create") || !ClearLeftOver(created->directory, created->target)) return false;
   constexpr int kFlags = O_RDWR | O_CLOEXEC;
   const mode_t mode = exists ? 0600 : 0666;
-  if (!created->reserved.empty()) unlinkat(created->directory, created->reserved.c_str(), 0);
   if (!Fails("file without name")) {
     created->file = Descriptor(openat(created->directory, ".", O_TMPFILE | kFlags, mode));
   }
-  if (created->file) return true;
-  return WithName(created, [&](const char *name) {
-    created->file = Descriptor(openat(created->directory, name, O_CREAT | O_EXCL | O_NOFOLLOW | kFlags, mode));
-    return static_cast<bool>(created->file);
-  });
+  return created->file ? Lock(created->file.fd) : OpenNamed(created, kFlags, mode);
 }
 
 bool WriteAll(int file, const char *bytes, std::size_t size) {
@@ -168,10 +181,10 @@ bool WriteAll(int file, const char *bytes, std::size_t size) {
   return true;
 }
 
-bool TakeOver(const NewFile &created, const std::string &old) {
+bool TakeOver(const NewFile &created) {
   if (Fails("file take over")) return false;
   const int file = created.file.fd;
-  const Descriptor from(openat(created.directory, old.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const Descriptor from(openat(created.directory, created.target.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status;
   if (!from || fstat(from.fd, &status) != 0) return false;
   // The owner first, since a change of owner clears parts of the mode; the mode last, since without write permission
@@ -181,9 +194,10 @@ bool TakeOver(const NewFile &created, const std::string &old) {
          CopyMode(status, file) && futimens(file, times) == 0;
 }
 
-const char *PutInPlace(NewFile *created, const std::string &name, bool exists) {
+const char *PutInPlace(NewFile *created, bool exists) {
   if (Fails("file flush") || fsync(created->file.fd) != 0) return "the new file cannot be flushed to disk";
-  if (!Rename(created, name, exists)) return "the new file cannot take its place";
+  created->inPlace = Rename(created, exists);
+  if (!created->inPlace) return "the new file cannot take its place";
   if (FlushDirectory(created->directory)) return nullptr;
   return "the new file is in place but its directory cannot be flushed to disk";
 }

@@ -22,18 +22,18 @@ class ReplaceFile : public MachineTest {
   void Reopen() { directory = machine::Descriptor(::open(Host("d").c_str(), O_PATH | O_DIRECTORY)); }
 
   // The text in the place of d/`name`, as every user of the calls puts it there; null or what failed.
-  const char *Replace(const char *name, const std::string &text, const char *reserved = "") {
+  const char *Replace(const char *name, const std::string &text) {
     struct stat status;
     const bool exists = fstatat(directory.fd, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
-    machine::NewFile created(directory.fd, reserved);
+    machine::NewFile created(directory.fd, name);
     if (!machine::OpenNewFile(&created, exists)) return "create";
     if (!machine::WriteAll(created.file.fd, text.data(), text.size())) return "write";
-    if (exists && !machine::TakeOver(created, name)) return "take over";
-    return machine::PutInPlace(&created, name, exists);
+    if (exists && !machine::TakeOver(created)) return "take over";
+    return machine::PutInPlace(&created, exists);
   }
 
   std::string Attribute(const char *name) const {
-    char value[64] = "";
+    char value[128] = "";
     const ssize_t size = getxattr(Host("d/old").c_str(), name, value, sizeof value);
     return size < 0 ? "(none)" : std::string(value, static_cast<size_t>(size));
   }
@@ -100,22 +100,42 @@ TEST_F(ReplaceFile, AFailingStepLeavesTheOldFile) {
                {"file rename", "the new file cannot take its place", false},
                {"directory flush", "the new file is in place but its directory cannot be flushed to disk", true}};
   for (const auto &c : cases) {
-    for (const char *reserved : {"", ".left-over"}) {
-      SCOPED_TRACE(std::string(c.step) + reserved);
+    for (const bool leftOver : {false, true}) {
+      SCOPED_TRACE(std::string(c.step) + (leftOver ? " after a stopped run" : ""));
       WriteFile("d/old", "old");
-      if (*reserved != '\0') WriteFile("d/.left-over", "of a run that was stopped");
+      if (leftOver) WriteFile("d/.old.vxr-tmp", "of a run that was stopped");
       machine::SetFaultPlan({c.step, 1, false, 0});
-      EXPECT_STREQ(Replace("old", "new", reserved), c.failed);
+      EXPECT_STREQ(Replace("old", "new"), c.failed);
       EXPECT_EQ(machine::FaultsMet(), 1u);
       machine::SetFaultPlan({});
       EXPECT_EQ(ReadFile("d/old"), c.inPlace ? "new" : "old");
-      std::filesystem::remove(Host("d/.left-over"));  // a file that could not be made clears nothing
+      std::filesystem::remove(Host("d/.old.vxr-tmp"));  // a file that could not be made clears nothing
       EXPECT_THAT(Names("d"), testing::ElementsAre("old"));
     }
   }
   EXPECT_EQ(Replace("fresh", "new"), nullptr);
-  EXPECT_EQ(Replace("fresh", "newer", ".left-over"), nullptr);
-  EXPECT_THAT(Names("d"), testing::UnorderedElementsAre("old", "fresh"));
+  const std::string longest = "\u00e4" + std::string(253, 'n');
+  EXPECT_EQ(Replace(longest.c_str(), "new"), nullptr);
+  EXPECT_EQ(Replace(longest.c_str(), "newer"), nullptr);
+  EXPECT_THAT(Names("d"), testing::UnorderedElementsAre("old", "fresh", longest));
+}
+
+// Of two runs at once on one file, with names from the beginning or not, one fails, and the other's file is whole.
+TEST_F(ReplaceFile, TwoAtOnceDoNotMix) {
+  for (const bool named : {false, true}) {
+    machine::SetFaultPlan({named ? "file without name" : nullptr, 1, true, 0});
+    WriteFile("d/old", "old");
+    {
+      machine::NewFile first(directory.fd, "old");
+      ASSERT_TRUE(machine::OpenNewFile(&first, true));
+      const char *failed = Replace("old", "of the second");
+      EXPECT_STREQ(failed, named ? "create" : nullptr);
+      ASSERT_TRUE(machine::WriteAll(first.file.fd, "of the first", 12));
+      EXPECT_EQ(machine::PutInPlace(&first, true), nullptr);
+    }
+    EXPECT_EQ(ReadFile("d/old"), "of the first");
+    EXPECT_THAT(Names("d"), testing::ElementsAre("old"));
+  }
 }
 
 TEST_F(ReplaceFile, AFullDiskKeepsTheOldFile) {
@@ -132,6 +152,37 @@ TEST_F(ReplaceFile, AFullDiskKeepsTheOldFile) {
   EXPECT_EQ(Replace("old", "new"), nullptr) << "the space is free again";
   directory = {};
   EXPECT_EQ(umount(Host("d").c_str()), 0);
+}
+
+// A restored system is on such a file system, which makes no files without a name either.
+TEST_F(ReplaceFile, NtfsKeepsWhatWindowsKnowsOfAFile) {
+  const std::string image = Host("image"), mounted = Host("d");
+  WriteFile("image", "");
+  std::filesystem::resize_file(image, 4 << 20);
+  const std::string make = "mkntfs -qFs 512 " + image + " && ntfs-3g " + image + " " + mounted;
+  if (std::system(("{ " + make + "; } >/dev/null 2>&1").c_str()) != 0) GTEST_SKIP() << "no NTFS can be mounted here";
+  Reopen();
+  WriteFile("d/old", "old");
+  // The local system's own file: it is owner and group, and alone may do anything with it.
+  const std::string system("\1\1\0\0\0\0\0\5\x12\0\0\0", 12);
+  const std::string rights("\2\0\x1c\0\1\0\0\0\0\0\x14\0\xff\1\x1f\0", 16);
+  const std::string head("\1\0\4\x80\x14\0\0\0\x20\0\0\0\0\0\0\0\x2c\0\0\0", 20);
+  const std::pair<const char *, std::string> attributes[] = {
+      {"system.ntfs_acl", head + system + system + rights + system},
+      {"system.ntfs_crtime_be", std::string("\1\xca\x43\x67\0\0\0\0", 8)},
+      {"system.ntfs_attrib_be", std::string("\0\0\0\x26", 4)}};  // hidden, system, archive
+  for (const auto &[name, value] : attributes) {
+    EXPECT_EQ(setxattr(Host("d/old").c_str(), name, value.data(), value.size(), 0), 0) << name << strerror(errno);
+  }
+  EXPECT_EQ(Replace("old", "new"), nullptr) << strerror(errno);
+  EXPECT_EQ(ReadFile("d/old"), "new");
+  for (const auto &[name, value] : attributes) {
+    const std::string kept = Attribute(name);
+    EXPECT_TRUE(kept == value) << name << " is another";
+  }
+  EXPECT_THAT(Names("d"), testing::ElementsAre("old"));
+  directory = {};
+  EXPECT_EQ(umount(mounted.c_str()), 0);
 }
 
 }  // namespace

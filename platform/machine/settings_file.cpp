@@ -80,18 +80,17 @@ std::int32_t LeadingNumber(std::string_view text) {
 }
 
 // Gives the new file what the old one has besides its contents.
-bool TakeOver(const machine::HostPlace &old, const machine::NewFile &created, DWORD attributes) {
+bool TakeOver(const machine::NewFile &created, DWORD attributes) {
   struct stat status;
-  return machine::TakeOver(created, old.name) && fstat(created.file.fd, &status) == 0 &&
+  return machine::TakeOver(created) && fstat(created.file.fd, &status) == 0 &&
          machine::WriteAttributes(created.HostName(), status, attributes | FILE_ATTRIBUTE_ARCHIVE);
 }
 
 bool SaveSettings(const machine::HostPlace &place, DWORD attributes, const std::string &text) {
-  machine::NewFile created(place.directory);
-  const bool saved = machine::OpenNewFile(&created, place.exists) &&
-                     machine::WriteAll(created.file.fd, text.data(), text.size()) &&
-                     (!place.exists || TakeOver(place, created, attributes)) &&
-                     machine::PutInPlace(&created, place.name, place.exists) == nullptr;
+  machine::NewFile created(place.directory, place.name);
+  const bool saved =
+      machine::OpenNewFile(&created, place.exists) && machine::WriteAll(created.file.fd, text.data(), text.size()) &&
+      (!place.exists || TakeOver(created, attributes)) && machine::PutInPlace(&created, place.exists) == nullptr;
   return saved || FailHost();
 }
 

@@ -62,11 +62,11 @@ Json Values(const RunRecord &record) {
 Json Hives(const RunRecord &record) {
   Json list = Json::array();
   for (const HiveRecord &hive : record.hives) {
-    static const char *const kStates[] = {"mounted", "saved", "not_saved", "refused"};
+    static const char *const kStates[] = {"mounted", "saved", "not_saved", "refused", "unflushed"};
     Json entry = {{"state", kStates[static_cast<int>(hive.outcome)]},
                   {"file", hive.file},
                   {"mount_point", TextOrNull(hive.mountPoint)}};
-    if (hive.outcome == HiveOutcome::kSaved) entry["size"] = hive.size;
+    if (hive.size != 0) entry["size"] = hive.size;
     entry["replay"] = TextOrNull(hive.replay);
     if (!hive.reason.empty()) entry["reason"] = hive.reason;
     list.push_back(std::move(entry));

@@ -97,6 +97,8 @@ void AddHive(RunRecord *record, const VXRMachine_Event &event) {
     default:
       hive.outcome = event.kind == VXRMACHINE_HIVE_REFUSED ? HiveOutcome::kRefused : HiveOutcome::kNotSaved;
       hive.reason = MachineText(event.detail);
+      hive.size = event.size;
+      if (hive.size != 0) hive.outcome = HiveOutcome::kUnflushed;
       break;
   }
   HiveRecord *known = FindHive(record, hive.file);
@@ -200,7 +202,8 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
 
 const HiveRecord *UnsavedRestoredHive(const RunRecord &record) {
   for (const HiveRecord &hive : record.hives) {
-    if (hive.outcome == HiveOutcome::kNotSaved && !hive.mountPoint.empty()) return &hive;
+    const bool failed = hive.outcome == HiveOutcome::kNotSaved || hive.outcome == HiveOutcome::kUnflushed;
+    if (failed && !hive.mountPoint.empty()) return &hive;
   }
   return nullptr;
 }

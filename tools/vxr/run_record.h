@@ -35,12 +35,12 @@ struct ValueRecord {
   std::uint64_t size = 0;  // bytes
 };
 
-enum class HiveOutcome { kMounted, kSaved, kNotSaved, kRefused };
+enum class HiveOutcome { kMounted, kSaved, kNotSaved, kRefused, kUnflushed };
 
 struct HiveRecord {
   std::string file, mountPoint, reason;
   HiveOutcome outcome = HiveOutcome::kMounted;
-  std::uint64_t size = 0;  // bytes of a saved hive
+  std::uint64_t size = 0;  // bytes of a saved hive, or one in place but not surely on the disk
   std::string replay;      // what its logs brought, such as "replayed 14 entries from two logs"; empty: nothing
 };
 
@@ -68,7 +68,7 @@ struct RunRecord {
 const StatusLine &AddStatusLine(RunRecord *record, const char *text);
 void AddEvent(RunRecord *record, const VXRMachine_Event &event);
 
-// The hive of the restored system that the run mounted and then could not save; null when there is none.
+// The hive of the restored system that the run mounted and then could not save, or not flush; null when there is none.
 const HiveRecord *UnsavedRestoredHive(const RunRecord &record);
 // Whether the run met anything that the user should know beside success.
 bool HasProblems(const RunRecord &record);

@@ -108,6 +108,11 @@ TEST(Hives, UnsavedOnlyWhenChangesOfTheRestoredSystemAreLost) {
   ASSERT_NE(UnsavedRestoredHive(notSaved), nullptr);
   EXPECT_EQ(UnsavedRestoredHive(notSaved)->reason, "disk full");
 
+  RunRecord unflushed = mounted(true);
+  Event(&unflushed, VXRMACHINE_HIVE_NOT_SAVED, kHive, "the directory cannot be flushed", nullptr, 4096);
+  ASSERT_NE(UnsavedRestoredHive(unflushed), nullptr);
+  EXPECT_EQ(UnsavedRestoredHive(unflushed)->outcome, HiveOutcome::kUnflushed) << "the new hive is in place";
+
   RunRecord stuck = mounted(true);
   Debug(&stuck, kUnloadFailed);
   EXPECT_NE(UnsavedRestoredHive(stuck), nullptr) << "dropped with its changes when the machine closes";

@@ -44,7 +44,8 @@ void PrintCopies(const RunOptions &options, const RunRecord &record) {
 }
 
 void PrintValues(const RunRecord &record) {
-  const bool lost = UnsavedRestoredHive(record) != nullptr;
+  const HiveRecord *unsaved = UnsavedRestoredHive(record);
+  const bool lost = unsaved != nullptr && unsaved->outcome == HiveOutcome::kNotSaved;
   const std::string *key = nullptr;
   for (const ValueRecord &value : record.values) {
     if (key == nullptr) Title(lost ? "Registry values set but not saved" : "Registry values written");
@@ -91,6 +92,12 @@ void PrintHiveProblem(const HiveRecord &hive) {
     Problem(hive.file + ": not mounted: " + hive.reason);
     return;
   }
+  if (hive.outcome == HiveOutcome::kUnflushed) {
+    Problem(hive.file + ": not surely on the disk: " + hive.reason);
+    PrintLine(
+        "      Should the power fail now, the hive may be as it was before the run. Look for errors of the disk.");
+    return;
+  }
   Problem(hive.file + ": not saved: " + hive.reason);
   if (!hive.mountPoint.empty()) {
     PrintLine("      The hive file is as it was before the run: none of the values above is in the restored system.");
@@ -131,11 +138,13 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
   const ResultCode &entry = FindResultCode(outcome.code);
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
-  const bool unsaved = UnsavedRestoredHive(record) != nullptr && outcome.code != kHiveCode;
+  const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
   std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
-  if (unsaved) {
-    meaning = "the restored system's registry was not saved and is unchanged; the run's own code is " +
-              std::to_string(outcome.code);
+  if (unsaved != nullptr) {
+    const bool unchanged = unsaved->outcome == HiveOutcome::kNotSaved;
+    meaning = std::string("the restored system's registry was ") +
+              (unchanged ? "not saved and is unchanged" : "saved, but is not surely on the disk") +
+              "; the run's own code is " + std::to_string(outcome.code);
   }
   PrintLine("  " + std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")",
             outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood);
