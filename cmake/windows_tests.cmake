@@ -22,8 +22,7 @@ if(CMAKE_CROSSCOMPILING)
   set(VXR_JAPANESE_ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" LOCPATH=${PROJECT_BINARY_DIR}/locale LC_ALL=ja_JP.UTF-8)
 
   # Ended when no more tests are to run.
-  add_test(NAME wine_start COMMAND ${PROJECT_SOURCE_DIR}/tests/support/start_wine.sh ${VXR_WINE} ${VXR_WINESERVER}
-           ${VXR_TEST_FOLDER})
+  add_test(NAME wine_start COMMAND ${PROJECT_SOURCE_DIR}/tests/support/start_wine.sh ${VXR_WINE} ${VXR_TEST_FOLDER})
   add_test(NAME wine_end COMMAND sh -c "'${VXR_WINESERVER}' -k || true")
   set_tests_properties(wine_start wine_end PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" LABELS windows TIMEOUT 120)
   set_tests_properties(wine_start PROPERTIES FIXTURES_SETUP wine)
