@@ -14,9 +14,17 @@ fail() {
 
 registry() { "$wine" reg "$@" /f >"$work/reg.log" 2>&1 || fail "reg $*: $(cat "$work/reg.log")"; }
 
+# Wine's server ends soon after its last program, and one that starts at that moment ends at once, with nothing said: a
+# program that waits for input until the script ends keeps the server.
+mkfifo "$work/never"
+exec 9<>"$work/never"
+"$wine" cmd <"$work/never" >"$work/keeper.log" 2>&1 &
+keeper=$!
+
 clean() {
   registry delete "$computer"
   registry delete 'HKLM\SOFTWARE\Varnelt'
+  kill "$keeper" 2>/dev/null
   rm -rf "$work"
 }
 trap clean EXIT
