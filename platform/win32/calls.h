@@ -285,8 +285,10 @@ inline HDEVINFO SetupDiGetClassDevsA(const GUID *classGuid, const char *enumerat
 }
 
 inline BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) {
-  const KeptError kept;
-  return ::SetupDiDestroyDeviceInfoList(set);
+  const DWORD before = ::GetLastError();
+  if (!::SetupDiDestroyDeviceInfoList(set)) return FALSE;
+  ::SetLastError(before);
+  return TRUE;
 }
 
 inline BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_DEVINFO_DATA *device) {
