@@ -165,6 +165,7 @@ shows "verification of a dirty hive" 'Result' run --machine "$machine" --job 7 -
 [[ $(digest) == "$before" ]] || fail "a verification changed a dirty hive or its log"
 shows "injection into a dirty hive" 'was not closed cleanly: replayed 1 entry from one log' run --machine "$machine" --job 7
 shows "hive, injected" 'sequence numbers +41 and 41' hive "$hive"
+shows "hive, clean with a log" 'SYSTEM.LOG1: new format, number 40, ' hive "$hive"
 rm "$hive".LOG1
 
 # --- INF files

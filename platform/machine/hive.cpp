@@ -42,13 +42,17 @@ std::string OpenLocked(Hive *hive, HiveUse use) {
 
 // What is wrong with a hive that needs logs, and what to do when they cannot help.
 std::string RefuseRecovery(const Hive &hive) {
+  const bool noLog = std::all_of(hive.logs.begin(), hive.logs.end(), [](const HiveLog &log) { return log.size == 0; });
   if (!hive.head.checksumRight) {
     const std::string damage = CheckHead(hive.head);
-    return hive.logs.empty() ? damage : damage + ". Its logs cannot repair it: " + hive.recovery.refusal;
+    if (noLog) return damage;
+    return damage.substr(0, damage.rfind(';')) + ", and its logs cannot repair it: " + hive.recovery.refusal +
+           "; restore the hive and its logs again, together";
   }
   return "was not closed cleanly (sequence numbers " + std::to_string(hive.head.primary) + " and " +
-         std::to_string(hive.head.secondary) + ") and cannot be brought up to date: " + hive.recovery.refusal +
-         "; restore it with its .LOG1 and .LOG2, or load and unload it once on a running Windows, then run again";
+         std::to_string(hive.head.secondary) + ") and cannot be brought up to date: " + hive.recovery.refusal + "; " +
+         (noLog ? "restore its .LOG1 and .LOG2 too" : "restore the hive and its logs again, together") +
+         ", or load and unload it once on a running Windows, then run again";
 }
 
 // Brings a copy in memory up to date.
@@ -183,7 +187,7 @@ bool ReadHive(Hive *hive) {
   if (hive->state.plainXor != HiveChecksum(hive->state.plainXor)) {
     if (!hive->copy) hive->failure = MakeMemoryFile(&hive->copy);
     if (!hive->recovered && hive->failure.empty()) {
-      hive->failure = CopyBytes(hive->file.fd, hive->size, hive->copy.fd);
+      hive->failure = CopyBytes(hive->file.fd, kBaseBlockSize + std::uint64_t{hive->state.binsSize}, hive->copy.fd);
     }
     std::uint8_t sum[4];
     WriteLe32(sum, hive->state.plainXor);

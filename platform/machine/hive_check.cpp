@@ -28,6 +28,8 @@ constexpr std::uint32_t kKeyRecord = 76;  // without the name
 std::string CheckExtent(const BaseBlock &head, std::uint64_t size) {
   const std::uint32_t bins = head.binsSize, root = head.root;
   if (bins == 0) return "is damaged: it has no bins; restore the file again";
+  if (bins > kLargestBins)
+    return Reason("is damaged: its bins have the impossible size %u; restore the file again", bins);
   if (bins % kBinUnit != 0) {
     return Reason("is damaged: the size of its bins (%u) is no multiple of 4096; restore the file again", bins);
   }

@@ -91,9 +91,10 @@ bool TakeEntry(HiveLog *log, std::size_t offset) {
   return true;
 }
 
-// Takes the valid entries, from the first on, and looks for whole ones behind them.
+// Takes the valid entries, from the first on, and looks for whole ones behind them; in a log of the old format too,
+// which may have been written over a new one.
 void ReadEntries(HiveLog *log) {
-  bool valid = log->flaw.empty();
+  bool valid = log->flaw.empty() && log->format == LogFormat::kNew;
   // Headers made to lie about large entries would have the same bytes hashed again and again. Beyond this limit a sound
   // header counts as a whole entry: a number too many does no harm.
   std::size_t allowance = 4 * log->bytes.size();
@@ -106,14 +107,8 @@ void ReadEntries(HiveLog *log) {
     const auto expected = static_cast<std::uint32_t>(log->head.primary + log->entries.size());
     valid = valid && whole && ReadLe32(&log->bytes[at + 12]) == expected && TakeEntry(log, at);
     if (whole) NoteNumber(log, ReadLe32(&log->bytes[at + 12]));
-    at += whole ? size : kLogUnit;
+    at += whole && affordable ? size : kLogUnit;
   }
-}
-
-LogFormat FormatOf(const BaseBlock &head) {
-  if (!head.hasSignature || !head.checksumRight) return LogFormat::kNone;
-  if (head.type == kNewLog) return LogFormat::kNew;
-  return head.type == 1 || head.type == 2 ? LogFormat::kOld : LogFormat::kNone;  // 2 up to Windows 2000
 }
 
 std::string CheckLogHead(const HiveLog &log) {
@@ -130,6 +125,12 @@ std::string CheckLogHead(const HiveLog &log) {
 
 }  // namespace
 
+LogFormat FormatOf(const BaseBlock &head) {
+  if (!head.hasSignature || !head.checksumRight) return LogFormat::kNone;
+  if (head.type == kNewLog) return LogFormat::kNew;
+  return head.type == 1 || head.type == 2 ? LogFormat::kOld : LogFormat::kNone;  // 2 up to Windows 2000
+}
+
 void ReadHiveLog(HiveLog *log) {
   log->entries.clear();
   log->pages.clear();
@@ -141,11 +142,8 @@ void ReadHiveLog(HiveLog *log) {
     NoteNumber(log, log->head.primary);
     NoteNumber(log, log->head.secondary);
   }
-  if (log->format != LogFormat::kOld) {
-    ReadEntries(log);
-  } else if (log->flaw.empty()) {
-    log->flaw = ReadOldLog(log);
-  }
+  ReadEntries(log);
+  if (log->format == LogFormat::kOld && log->flaw.empty()) log->flaw = ReadOldLog(log);
 }
 
 }  // namespace machine

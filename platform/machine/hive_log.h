@@ -49,6 +49,9 @@ struct HiveLog {
   std::optional<std::uint32_t> latest;
 };
 
+// The format of a log with that base block; none when the block is not sound.
+LogFormat FormatOf(const BaseBlock &head);
+
 // Takes apart `bytes`, which hold the whole log; any bytes do.
 void ReadHiveLog(HiveLog *log);
 

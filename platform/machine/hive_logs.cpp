@@ -22,15 +22,16 @@ std::string OpenLog(int directory, HiveLog *log) {
   log->file = Descriptor(openat(directory, log->name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!log->file) return std::string("cannot be opened: ") + std::strerror(errno);
   std::string reason = RegularFileSize(log->file.fd, &log->size);
+  if (log->size > kLargestLog) return "is larger than any log (" + std::to_string(log->size) + " bytes)";
   if (!reason.empty() || log->size < kLogHeadSize) return reason;
   std::uint8_t head[kLogHeadSize];
   reason = ReadAt(log->file.fd, 0, head, sizeof head);
   if (reason.empty()) log->head = ReadBaseBlock(head);
+  log->format = FormatOf(log->head);
   return reason;
 }
 
 std::string ReadLog(HiveLog *log) {
-  if (log->size > kLargestLog) return "is larger than any log (" + std::to_string(log->size) + " bytes)";
   log->bytes.resize(static_cast<std::size_t>(log->size));
   std::string reason = ReadAt(log->file.fd, 0, log->bytes.data(), log->bytes.size());
   if (reason.empty()) ReadHiveLog(log);

@@ -52,6 +52,12 @@ void RefuseEmptyLog(const Planner &planner, const HiveLog &log) {
   LeaveOut(planner, log, "stops before its first entry");
 }
 
+bool HasNewLog(const Planner &planner) {
+  return std::any_of(planner.logs.begin(), planner.logs.end(), [](const HiveLog &log) {
+    return log.format == LogFormat::kNew || (log.format == LogFormat::kNone && log.latest);
+  });
+}
+
 // The numbers in the hive are those with which it became dirty; logs from before that are in it already.
 void DropOldLogs(const Planner &planner, std::vector<const HiveLog *> *usable) {
   std::erase_if(*usable, [&](const HiveLog *log) {
@@ -68,6 +74,7 @@ void PlanNewLogs(const Planner &planner, std::vector<const HiveLog *> usable) {
   if (planner.hive.checksumRight) DropOldLogs(planner, &usable);
   if (usable.empty()) return;
   if (usable.front()->entries.empty()) {
+    for (const HiveLog *log : usable) LeaveOut(planner, *log, "builds on a log that stops before its first entry");
     RefuseEmptyLog(planner, *usable.front());
     return;
   }
@@ -220,13 +227,14 @@ Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const s
   const Planner planner = {hive, logs, &recovery};
   for (const HiveLog &log : logs) LeaveOut(planner, log, log.flaw);
 
-  // A system that writes the new format has old logs at most from the image it was installed from.
+  // A system that writes the new format, even if nothing of that can be used, has old logs at most from the image it
+  // was installed from; and since it no longer changes the hive's time, such a log can still seem to fit.
   PlanNewLogs(planner, UsableLogs(planner, LogFormat::kNew));
   const std::vector<const HiveLog *> old = UsableLogs(planner, LogFormat::kOld);
-  if (recovery.applied.empty() && recovery.refusal.empty()) {
-    PlanOldLogs(planner, firstBinTime, old);
-  } else {
+  if (HasNewLog(planner)) {
     for (const HiveLog *log : old) LeaveOut(planner, *log, "has the format of an earlier system");
+  } else {
+    PlanOldLogs(planner, firstBinTime, old);
   }
   if (recovery.applied.empty()) {
     if (recovery.refusal.empty()) recovery.refusal = DescribeFailure(planner);
@@ -246,7 +254,8 @@ std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size
 
   // In one pass, since a hive can be large: read, put the pages in, look at bins and cells, write.
   BinWalk walk = {ReadLe32(head + kBinsSizeOffset), 0, 0};
-  const std::uint64_t end = std::max<std::uint64_t>(size - kBaseBlockSize, LargestBinsSize(recovery));
+  const std::uint64_t end =
+      std::max(std::min<std::uint64_t>(size - kBaseBlockSize, kLargestBins), std::uint64_t{LargestBinsSize(recovery)});
   const WindowPages pages = SortPages(recovery, end);
   const bool moveTime = recovery.applied.back()->format == LogFormat::kOld;
   std::vector<std::uint8_t> window;

@@ -37,8 +37,9 @@ Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const s
 // are left for CheckAllButBins.
 std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered);
 
-// The sequence number for a hive that was changed with those logs beside it: past the hive's own and every entry of
-// every log, old rounds too. None of them can then be applied, not even when the hive is dirty the next time.
+// The sequence number for a hive that was changed with those logs beside it: past the hive's own (unless its base block
+// is damaged, and they with it) and every entry of every log, old rounds too. None of them can then be applied, not
+// even when the hive is dirty the next time.
 std::uint32_t NextNumber(const BaseBlock &hive, const std::vector<HiveLog> &logs);
 
 }  // namespace machine

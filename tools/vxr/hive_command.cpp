@@ -43,7 +43,7 @@ bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
   if (problem.empty() && fsync(out.fd) != 0) problem = std::string("cannot be flushed: ") + std::strerror(errno);
   if (problem.empty()) return true;
   unlink(file.c_str());
-  PrintError(name + ": " + problem + "; make room, then try again");
+  PrintError(name + ": " + problem + "; it was removed again");
   return false;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "platform/machine/code_page.h"
+#include "platform/machine/hive_logs.h"
 #include "platform/machine/little_endian.h"
 
 namespace {
@@ -73,6 +74,9 @@ HiveFacts CollectHiveFacts(const std::string &file, Hive *hive, const std::strin
   facts.primary = hive->head.primary;
   facts.secondary = hive->head.secondary;
   facts.binsSize = hive->head.binsSize;
+  // Only a dirty hive's logs have been read; a look is for seeing them all.
+  const std::string unread = ReadHiveLogs(&hive->logs);
+  if (facts.refusal.empty()) facts.refusal = unread;
   facts.logs = FactsOfLogs(*hive);
   if (hive->recovered) {
     facts.replay = DescribeReplay(hive->recovery);

@@ -31,11 +31,10 @@ void PrintLog(const LogFacts &log, bool needed) {
     line += log.format + " format, number " + std::to_string(*log.number) + ", " + Bytes(log.size);
   }
   PrintLine(line);
-  if (!needed) return;
   if (!log.format.empty()) PrintLine("      " + Entries(log));
   if (log.applied) {
     PrintLine("      applies", Style::kGood);
-  } else if (log.size != 0) {
+  } else if (needed && log.size != 0 && !log.reason.empty()) {
     PrintLine("      does not apply: it " + log.reason);
   }
 }

@@ -60,11 +60,12 @@ void PrintValues(const RunRecord &record) {
 void PrintHives(const RunRecord &record) {
   bool titled = false;
   for (const HiveRecord &hive : record.hives) {
-    const bool saved = hive.outcome == HiveOutcome::kSaved;
-    if (!saved && hive.replay.empty()) continue;
+    const bool saved = hive.outcome == HiveOutcome::kSaved, unflushed = hive.outcome == HiveOutcome::kUnflushed;
+    if (!saved && !unflushed && hive.replay.empty()) continue;
     if (!titled) Title("Hives");
     titled = true;
-    PrintLine("  " + hive.file + (saved ? "  saved, " + Bytes(hive.size) : "  as it was"));
+    const std::string outcome = saved ? "saved, " + Bytes(hive.size) : unflushed ? "replaced, see below" : "as it was";
+    PrintLine("  " + hive.file + "  " + outcome);
     if (!hive.replay.empty()) PrintLine("      was not closed cleanly: " + hive.replay);
   }
 }
