@@ -84,7 +84,8 @@ void Recover(const machine::Recovery &plan, const Bytes &hive) {
   Require(head.checksumRight && head.primary == plan.number && head.secondary == plan.number);
   Require(size >= machine::kBaseBlockSize + uint64_t{head.binsSize});
   const std::string reason = machine::CheckAllButBins(recovered.fd, &head);
-  Require(machine::CheckHive(recovered.fd, 0, &head) == reason);  // the bins were looked at on their way
+  Require(machine::CheckHive(recovered.fd, 0, machine::CellCheck::kAll, &head) ==
+          reason);  // the bins were looked at on their way
 }
 
 }  // namespace

@@ -170,7 +170,7 @@ std::string OpenHive(Hive *hive, HiveUse use) {
   if (reason.empty() && hive->head.checksumRight) reason = CheckHead(hive->head);
   if (reason.empty()) reason = FindHiveLogs(hive->directory.fd, hive->name, &hive->logs);
   if (!reason.empty()) return reason;
-  return NeedsRecovery(hive->head) ? Recover(hive) : CheckHive(hive->file.fd, 0, &hive->state);
+  return NeedsRecovery(hive->head) ? Recover(hive) : CheckHive(hive->file.fd, 0, CellCheck::kNone, &hive->state);
 }
 
 std::string DescribeReplay(const Recovery &recovery) {

@@ -101,7 +101,7 @@ std::string WalkBins(BinWalk *walk, const std::uint8_t *bytes, std::uint32_t sta
     if (walk->at == walk->end) {
       if (std::string reason = CheckBin(*walk, header); !reason.empty()) return reason;
       walk->end = walk->at + ReadLe32(header + 8);
-      walk->at += kBinHeader;
+      walk->at = walk->cells == CellCheck::kAll ? walk->at + kBinHeader : walk->end;
       continue;
     }
     const std::int64_t length = static_cast<std::int32_t>(ReadLe32(header));
@@ -125,10 +125,10 @@ std::string CheckAllButBins(int file, BaseBlock *head) {
   return Reason("was not closed cleanly (sequence numbers %u and %u)", head->primary, head->secondary);
 }
 
-std::string CheckHive(int file, std::uint32_t firstBin, BaseBlock *head) {
+std::string CheckHive(int file, std::uint32_t firstBin, CellCheck cells, BaseBlock *head) {
   std::string reason = CheckAllButBins(file, head);
   if (!reason.empty()) return reason;
-  BinWalk walk = {head->binsSize, firstBin, firstBin};
+  BinWalk walk = {cells, head->binsSize, firstBin, firstBin};
   std::vector<std::uint8_t> window(std::min(head->binsSize, kWindowSize));
   while (walk.at < walk.bins && reason.empty()) {
     const std::uint32_t start = walk.at / kBinUnit * kBinUnit;  // large cells are passed over

@@ -253,7 +253,7 @@ std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size
   if (reason.empty()) reason = WriteAt(recovered, 0, head, sizeof head);
 
   // In one pass, since a hive can be large: read, put the pages in, look at bins and cells, write.
-  BinWalk walk = {ReadLe32(head + kBinsSizeOffset), 0, 0};
+  BinWalk walk = {CellCheck::kAll, ReadLe32(head + kBinsSizeOffset), 0, 0};
   const std::uint64_t end =
       std::max(std::min<std::uint64_t>(size - kBaseBlockSize, kLargestBins), std::uint64_t{LargestBinsSize(recovery)});
   const WindowPages pages = SortPages(recovery, end);

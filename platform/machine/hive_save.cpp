@@ -94,7 +94,7 @@ std::string FinishNewHive(const Hive &hive, int file) {
   const off_t end = static_cast<off_t>(kBaseBlockSize + std::uint64_t{ReadLe32(head + kBinsSizeOffset)});
   if (reason.empty() && ftruncate(file, end) != 0) reason = ErrnoReason("cannot be cut to its size");
   BaseBlock written;
-  return reason.empty() ? CheckHive(file, hive.state.binsSize, &written) : reason;
+  return reason.empty() ? CheckHive(file, hive.state.binsSize, CellCheck::kAll, &written) : reason;
 }
 
 // Writes the new hive to the new file.

@@ -119,8 +119,7 @@ const BadHive kBadHives[] = {
     {"BinSizeZero", "impossible size 0", [](auto *bytes) { Put32(bytes, 8192 + 8, 0); }},
     {"BinSizeOdd", "impossible size 4100", [](auto *bytes) { Put32(bytes, 8192 + 8, 4100); }},
     {"BinTooLong", "impossible size 1048576", [](auto *bytes) { Put32(bytes, 8192 + 8, 1 << 20); }},
-    {"CellTooLong", "the cell at 0x1020 has the impossible size",
-     [](auto *bytes) { Put32(bytes, 8192 + 32, 0x80000008); }},
+    {"CellTooLong", "damaged within its bins", [](auto *bytes) { Put32(bytes, 8192 + 32, 0x80000008); }},
     {"Dirty", "not closed cleanly (sequence numbers 2 and 1)", [](auto *bytes) { Put32(bytes, 4, 2); }},
 };
 
