@@ -44,8 +44,7 @@ std::vector<const HiveLog *> UsableLogs(const Planner &planner, LogFormat format
   return usable;
 }
 
-// --- The new format: logs are written in turn
-// -------------------------------------------------------------------------
+// --- The new format: logs are written in turn -----------------------------------------------------------------------
 
 void RefuseEmptyLog(const Planner &planner, const HiveLog &log) {
   planner.recovery->refusal = log.name + " stops before its first entry";
@@ -109,8 +108,7 @@ void PlanNewLogs(const Planner &planner, std::vector<const HiveLog *> usable) {
   }
 }
 
-// --- The old format: one log has all that the hive lacks
-// --------------------------------------------------------------
+// --- The old format: one log has all that the hive lacks ------------------------------------------------------------
 
 // Of two that fit, the second was written because writing the first had failed: the later one holds.
 void PlanOldLogs(const Planner &planner, std::uint64_t firstBinTime, const std::vector<const HiveLog *> &usable) {
