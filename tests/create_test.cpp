@@ -429,6 +429,13 @@ TEST_F(CreateTest, FailuresAreLoggedAndCostNoMoreThanTheyMust) {
   }
 }
 
+TEST_F(CreateTest, PathsThatCannotBeWrittenAreNamed) {
+  OpenProtected();
+  EXPECT_EQ(VXREng_CreateBMExtFile("C:\\none\\x.bme", "C:\\backup\\includes.ini", nullptr), 9u);
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_CreateBMExtFile:CreateFile():failed!ec=3:0x00000003:msg=C:\\none\\x.bme\n"));
+  EXPECT_THAT(ReadFile("protected/c/backup/includes.ini"), Not(HasSubstr("BMExtension")));
+}
+
 // Leaves C: with its IDE disk, F: with too many, and what is no disk: a pass for each call costs the square of their
 // number.
 void DropScsiDisks(std::string *toml) {
