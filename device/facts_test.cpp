@@ -121,6 +121,20 @@ TEST_F(FactsTest, HalFromTheRegistryWhenNoComputerIsPresent) {
   EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetArchInfo:VXRDev_GetHalType() failed!\n"));
 }
 
+TEST_F(FactsTest, ArchitectureNeedsBoth) {
+  OpenQuiet(ComputerToml("acpiapic_up"));
+  VXR_ARCHITECT architecture{};
+  EXPECT_TRUE(VXRDev_GetArchInfo(VXR_BOOTMEDIA_UNKNOWN, &architecture));
+  EXPECT_EQ(VxrGet32(architecture.HalType), VXR_HAL_ACPIAPIC_UP);
+  EXPECT_EQ(VxrGet32(architecture.KernelType), VXR_KRNL_MP_PAE);
+  EXPECT_FALSE(VXRDev_GetArchInfo(0, nullptr));
+  machine::SetFaultPlan({"GlobalMemoryStatusEx", 1, false, 31});
+  EXPECT_FALSE(VXRDev_GetArchInfo(0, &architecture));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetKrnlType:GlobalMemoryStatusEx() failed!ec=0x0000001f\n"
+                             "FLUSH:VXRDev_GetKrnlType:___LEAVE___\n"
+                             "ERROR:VXRDev_GetArchInfo:VXRDev_GetKrnlType() failed\n"));
+}
+
 // Properties, of the one computer device.
 class PropertiesTest : public FactsTest {
  protected:

@@ -129,6 +129,16 @@ TEST_F(BootVolumeTest, TheWholeLogOfARepair) {
             "CHECK:VXREng_FixBootVolume:patching the mismatched BPB in volume boot sector...\n");
 }
 
+TEST_F(BootVolumeTest, TheWholeLogWhenNothingIsToBeDone) {
+  const Plan plan{.first = 63};
+  OpenDisk(plan, MakeImage(plan));
+  EXPECT_TRUE(Repair());
+  EXPECT_THAT(log, testing::HasSubstr(":read boot sector at 63:32256 bytes\n"));
+  EXPECT_THAT(log,
+              testing::EndsWith("\tTotalSectors     =39\nCHECK:VXREng_FixBootVolume:no need to patch, leaving...\n"));
+  EXPECT_EQ(LogOf("WARNG:"), "") << "geometry and entry agree";
+}
+
 // The warnings of a set field are shown even where the log tells failures only.
 TEST_F(BootVolumeTest, ChangesAreLoggedAtTheLowestLevel) {
   const Plan plan{.heads = 16};

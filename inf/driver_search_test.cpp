@@ -115,6 +115,27 @@ TEST_F(DriverSearch, TriesManufacturersInTurnAndOnlyIdsFromFieldTwoOn) {
   EXPECT_THAT(Lines("CHECK:VXRDev_LocateDriverInf:"), ElementsAre("found match:sec=B:arch=ntamd64.6.1..."));
 }
 
+TEST_F(DriverSearch, RefusesWhatIsMissing) {
+  Begin(false);
+  WriteInf("a.inf", kInstall);
+  EXPECT_FALSE(SearchFile("a.inf")) << "no Manufacturer section";
+  EXPECT_FALSE(SearchFile("none.inf"));
+  EXPECT_THAT(Lines("ERROR:VXRDev_LocateDriverInf:SetupOpenInfFile():failed!ec=2:"),
+              ElementsAre(HasSubstr("msg=X:\\drivers\\none.inf")));
+  device->szTargetOS[0] = '\0';
+  EXPECT_FALSE(SearchFile("a.inf"));
+  EXPECT_THAT(Lines("ERROR:VXRDev_LocateDriverInf:VXREng_GetSubStringCount:szTargetOS():failed!"),
+              ElementsAre(HasSubstr("msg=X:\\drivers\\a.inf")));
+  FreeMember(device->szTargetOS);
+  EXPECT_FALSE(SearchFile("a.inf"));
+  driver->pVXRDevice = nullptr;
+  EXPECT_FALSE(SearchFile("a.inf"));
+  EXPECT_FALSE(VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, kDirectory, "a.inf", kId, nullptr));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:szTargetOS is NULL\n"));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:pVXRDriver->pVXRDevice is NULL\n"));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:pVXRDriver is NULL\n"));
+}
+
 TEST_F(DriverSearch, LeavesAGivenHandleOpen) {
   Begin(false);
   const InfFile inf = OpenInf("a.inf", "[Manufacturer]\nAcme = Models\n[Models]\n" FITS + std::string(kInstall));

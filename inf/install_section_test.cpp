@@ -163,6 +163,21 @@ TEST_F(InstallSection, StopsACopySectionAtTheFirstFailure) {
 }
 
 // Name, INF directory, where the file is taken from, where it goes.
+TEST_F(InstallSection, TellsOfFailedCopies) {
+  Begin(true);
+  WriteFile("ram/drivers/new.sys", "new");
+  const auto drivers = Host("restored/Windows/system32/drivers");
+  std::filesystem::rename(drivers, Host("restored/away"));
+  EXPECT_FALSE(Install("CopyFiles = @new.sys\n"));
+  EXPECT_EQ(dwError, 13u);
+  EXPECT_THAT(statusLines,
+              Contains("Failed to copy X:\\drivers\\NEW.SYS to D:\\Windows\\system32\\drivers\\NEW.SYS\n"));
+  std::filesystem::rename(Host("restored/away"), drivers);
+  EXPECT_TRUE(Install("CopyFiles = @new.sys\n"));
+  EXPECT_EQ(statusLines.back(),
+            "Successfully copied X:\\drivers\\NEW.SYS -> D:\\Windows\\system32\\drivers\\NEW.SYS...\n");
+}
+
 TEST_F(InstallSection, ChoosesSourceAndTarget) {
   Begin(false);
   for (const char *file : {"Windows/inf/oem0.inf", "Windows/System32/util.dll", "Windows/System32/drivers/iastor.sys",
@@ -286,6 +301,19 @@ TEST_F(InstallSection, LetsTheLastServiceLineDecide) {
               ElementsAre("szRoot=HKCU:bypassed processing...", "szRoot=hku:bypassed processing..."));
   EXPECT_EQ(HiveText("Services\\abc\\Parameters", "x"), "");
   EXPECT_FALSE(VXRDev_ProcessSrvcInst(INVALID_HANDLE_VALUE, kDirectory, "abc", "Svc"));
+}
+
+TEST_F(InstallSection, WalksAddRegSectionsOfServicesOnly) {
+  Begin(false);
+  const InfFile inf = OpenInf("t.inf", "[Values]\n=x\n");
+  ClearLog();
+  EXPECT_TRUE(VXRDev_ProcessAddReg(inf.get(), kDirectory, "Nowhere", kInstallRoot));
+  EXPECT_FALSE(VXRDev_ProcessAddReg(inf.get(), kDirectory, "Nowhere", kServiceRoot));
+  EXPECT_FALSE(VXRDev_ProcessAddReg(INVALID_HANDLE_VALUE, kDirectory, "Values", kServiceRoot));
+  EXPECT_FALSE(VXRDev_ProcessAddReg(inf.get(), kDirectory, nullptr, kServiceRoot));
+  EXPECT_THAT(Lines("WARNG:VXRDev_ProcessAddReg:"), ElementsAre("uiHKRType=0:bypass processing"));
+  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessAddReg:section "),
+              ElementsAre("Nowhere:done.", "Nowhere:done.", "Values:done.", "(null):done."));
 }
 
 TEST_F(InstallSection, ReplacesTheDirectoryOfAnImagePath) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <map>
 
+#include "device/file_facts.h"
 #include "platform/machine/fault.h"
 #include "tests/support/fault_loop.h"
 #include "tests/support/protected_machine.h"
@@ -427,6 +428,24 @@ TEST_F(CreateTest, FailuresAreLoggedAndCostNoMoreThanTheyMust) {
     }
     Close();
   }
+}
+
+TEST_F(CreateTest, PathsThatCannotBeWrittenAreNamed) {
+  OpenProtected();
+  EXPECT_EQ(VXREng_CreateBMExtFile("C:\\none\\x.bme", "C:\\backup\\includes.ini", nullptr), 9u);
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_CreateBMExtFile:CreateFile():failed!ec=3:0x00000003:msg=C:\\none\\x.bme\n"));
+  EXPECT_THAT(ReadFile("protected/c/backup/includes.ini"), Not(HasSubstr("BMExtension")));
+}
+
+TEST_F(CreateTest, NoMemoryForAVersionBlockIsNamed) {
+  OpenProtected();
+  VXRDbg_Initialize(5, 0, nullptr);
+  VXR_FILEINFO facts = {};
+  machine::SetFaultPlan({"HeapAlloc", 2, false, 0});  // the first is for the file's full name
+  EXPECT_FALSE(VXRDev_GetVXRFileInfo("C:\\WINDOWS\\system32\\DRIVERS\\disk.sys", nullptr, nullptr, &facts));
+  machine::SetFaultPlan({});
+  EXPECT_THAT(log, testing::ContainsRegex("GetFileVersionInfoSize.*:dwSize=[0-9]+\nERROR:VXRDev_GetVXRFileInfo:"
+                                          "AllocHeap.[0-9]+ bytes. failed for pVerInfo:ec=8:0x00000008\n"));
 }
 
 // Leaves C: with its IDE disk, F: with too many, and what is no disk: a pass for each call costs the square of their

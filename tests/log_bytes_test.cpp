@@ -24,18 +24,26 @@ namespace {
 
 using LogBytes = MachineTest;
 
-// A record all of whose bytes are that number.
+// A record whose fields all differ and whose texts have no end: a field shown in another's place, or beyond its own
+// end, shows.
 template <class Record>
-std::unique_ptr<Record> Filled(int byte) {
+std::unique_ptr<Record> Patterned() {
   auto record = std::make_unique<Record>();
-  std::memset(static_cast<void *>(record.get()), byte, sizeof(Record));
+  auto *bytes = reinterpret_cast<unsigned char *>(record.get());
+  for (std::size_t i = 0; i < sizeof(Record); ++i) bytes[i] = static_cast<unsigned char>('A' + i % 23);
   return record;
 }
 
-// Dumps a record of zeros and one of a text without end.
 template <class Record>
-void Dump(void (*dump)(const Record *, const char *)) {
-  for (const int byte : {0, int{'X'}}) dump(Filled<Record>(byte).get(), "test");
+using Dumper = void (*)(const Record *, const char *);
+
+// Dumps a record of zeros, one of the pattern, in which `name` may set what a dump has names for, and none.
+template <class Record>
+void Dump(Dumper<Record> dump, void (*name)(Record *) = nullptr) {
+  dump(std::make_unique<Record>().get(), "test");
+  const auto record = Patterned<Record>();
+  if (name != nullptr) name(record.get());
+  dump(record.get(), "test");
   dump(nullptr, "test");
 }
 
@@ -84,7 +92,10 @@ void DumpValues() {
 void DumpRecords() {
   Dump(VXRDbg_DumpStorageDeviceNumber);
   Dump(VXRDbg_DumpDiskExtent);
-  Dump(VXRDbg_DumpOsVersionInfo);
+  Dump<OSVERSIONINFOEXA>(VXRDbg_DumpOsVersionInfo, [](OSVERSIONINFOEXA *os) {
+    os->dwPlatformId = 1;
+    os->wProductType = 2;
+  });
   Dump(VXRDbg_DumpMemoryStatus);
   Dump(VXRDbg_DumpSystemInfo);
   Dump(VXRDbg_DumpDrvInfo);
@@ -92,18 +103,40 @@ void DumpRecords() {
   Dump(VXRDbg_DumpDevInfo);
   Dump(VXRDbg_DumpInfContext);
   Dump(VXRDbg_DumpExtHeader);
-  Dump(VXRDbg_DumpArchitect);
   Dump(VXRDbg_DumpSysInfo);
-  Dump(VXRDbg_DumpSysOsInfo);
+  Dump<VXR_SYSOSINFO>(VXRDbg_DumpSysOsInfo, [](VXR_SYSOSINFO *os) {
+    os->PlatformId = VxrPut32(2);
+    os->ProductType = VxrPut32(1);
+  });
   Dump(VXRDbg_DumpNetInfo);
-  Dump(VXRDbg_DumpVolDisk);
-  Dump(VXRDbg_DumpFileInfo);
-  VXRDbg_DumpVolume(Filled<VXR_VOLUME>(0).get(), "test");
-  VXRDbg_DumpDevDrv(Filled<VXR_DEVDRV>(0).get(), "test");
-  VXRDbg_DumpService(Filled<VXR_SERVICE>(0).get(), "test");
-  VXRDbg_DumpDriver(Filled<VXR_DRIVER>(0).get(), "test");
-  VXRDbg_DumpDevice(Filled<VXR_DEVICE>(0).get(), "test");
-  VXRDbg_DumpFileMap(Filled<VXR_FILEMAP>(0).get(), "test");
+  Dump(VXRDbg_DumpVolDisk);  // with drivers, services and files
+  Dump<VXR_VOLUME>(VXRDbg_DumpVolume, [](VXR_VOLUME *volume) {
+    // What a device's name would be of the pattern depends on the code page.
+    std::memcpy(volume->Device, u"\x14\\Device\\X\0", 24);
+    volume->UniqIdLen = VxrPut32(5);
+    volume->VolDisks.DiskCount = VxrPut32(0);
+  });
+  Dump<VXR_DRIVER>(VXRDbg_DumpDriver, [](VXR_DRIVER *driver) {
+    static SP_DRVINFO_DATA_A info;
+    driver->pDrvInfoData = &info;
+    driver->pDrvInfoDetailData = nullptr;
+  });
+  Dump<VXR_DEVICE>(VXRDbg_DumpDevice, [](VXR_DEVICE *device) {
+    static char instance[] = "instance";
+    static VXR_DEVICE parent;
+    device->szInstanceID = instance;
+    device->pVXRDevParent = &parent;
+  });
+  Dump(VXRDbg_DumpFileMap);
+  for (DWORD type = 0; type < 7; ++type) {
+    const VXR_ARCHITECT architecture = {VxrPut32(type), VxrPut32(6 - type)};
+    VXRDbg_DumpArchitect(&architecture, "test");
+  }
+  const struct {
+    WORD length;
+    BYTE id[3];
+  } id = {3, {0x01, 0x02, 0xAB}};
+  VXRDbg_DumpUniqueId(reinterpret_cast<const MOUNTDEV_UNIQUE_ID *>(&id), "test");
 }
 
 void UseFiles() {
@@ -134,6 +167,7 @@ void UseRegistry() {
   for (const char *key : {"SOFTWARE\\Varnelt\\New", "\\SOFTWARE\\Varnelt"}) {
     VXRReg_SetRegistryValue(HKEY_LOCAL_MACHINE, key, "Value", "text", REG_SZ, 5);
   }
+  VXRReg_SetRegValueToHive(99, "key", "Value", "text", REG_SZ, 5);  // no key type
 }
 
 void ReadInf() {
@@ -155,16 +189,55 @@ void ReadInf() {
 void UseExports() {
   VXREng_FixBootVolume("\\\\.\\PhysicalDrive77");
   VXREng_FixBootVolume(nullptr);
-  VXREng_CreateBMExtFile(nullptr, nullptr, nullptr);
-  VXREng_StatusMsg(0, "status %d\n", 1);
-  VXREng_StatusMsg(58, "failed %s\n", "text");
+  char window = 0;
+  for (void *shown : {static_cast<void *>(&window), static_cast<void *>(nullptr)}) {
+    VXREng_SetStatusWnd(shown, 0);  // of no kind that the window would be called for
+    VXREng_StatusMsg(0, "status %d\n", 1);
+    VXREng_StatusMsg(58, "failed %s\n", "text");
+  }
+}
+
+// Keeps a log of its own, which it has ended when it returns.
+void Record() { VXREng_CreateBMExtFile(nullptr, nullptr, nullptr); }
+
+void AskQueries() {
+  const auto image = Patterned<VXR_EXTIMAGE>();
+  VXR_VOLUMES &volumes = image->Extension.Volumes;
+  image->Header = {VxrPut32(VXR_EXT_MAGIC_HOT), VxrPut32(VXR_EXT_VERSION)};
+  volumes.VolCount = VxrPut32(1);
+  volumes.Vols[0].VolDisks.DiskCount = VxrPut32(1);
+  const auto wrongVersion = std::make_unique<VXR_EXTIMAGE>(*image), wrongMagic = std::make_unique<VXR_EXTIMAGE>();
+  wrongVersion->Header.Version = VxrPut32(2);
+  const int32_t first = 0, second = 1;
+  const struct {
+    uint32_t queryClass, query, size;
+    const int32_t *in;
+    uint32_t inValue;
+    const void *head;
+  } rows[] = {
+      {VXREQ_Volume, VXREQV_VolCount, 4, nullptr, 0, nullptr},
+      {VXREQ_Volume, VXREQV_VolCount, 4, nullptr, 0, wrongMagic.get()},
+      {VXREQ_Volume, VXREQV_VolCount, 4, nullptr, 0, wrongVersion.get()},
+      {VXREQ_Volume, VXREQV_VolCount, 4, nullptr, 0, image.get()},
+      {VXREQ_Volume, VXREQV_VolIndex, 4, nullptr, 'q', image.get()},
+      {VXREQ_Volume, VXREQV_Label, 512, nullptr, 0, image.get()},
+      {VXREQ_Volume, VXREQV_Label, 3, nullptr, 0, image.get()},
+      {VXREQ_Volume, VXREQV_Label, 512, nullptr, 1, image.get()},
+      {VXREQ_Volume, VXREQV_CtrlDriver | VXREQV_DiskNumber, 4, &first, 0, image.get()},
+      {VXREQ_Volume, VXREQV_CtrlDriver | VXREQV_DiskNumber, 4, &second, 0, image.get()},
+      {VXREQ_Volume, VXREQV_CtrlDriver | VXREQV_DiskNumber, 4, nullptr, 0, image.get()},
+      {VXREQ_Volume, VXREQV_DiskNumber, 4, &first, 0, image.get()},
+      {VXREQ_Volume, VXREQV_DiskDriver | 99, 4, &first, 0, image.get()},
+      {VXREQ_System, VXREQS_WindowsPath, 512, nullptr, 0, image.get()},
+      {VXREQ_Network, VXREQN_Name, 512, nullptr, 0, image.get()},
+      {VXREQ_Architect, VXREQA_KernelType, 4, nullptr, 0, image.get()},
+      {VXREQ_Architect, 9, 4, nullptr, 0, image.get()},
+      {5, 0, 4, nullptr, 0, image.get()},
+  };
   uint8_t answer[512] = {};
-  const auto file = Filled<VXR_BMEXTNSON>(0);
-  for (const void *head : {static_cast<const void *>(file.get()), static_cast<const void *>(nullptr)}) {
-    for (const uint32_t code : {0u, 2u, 99u}) {
-      uint32_t size = sizeof answer;
-      VXRExt_QueryData(0, code, answer, &size, nullptr, 0, head);
-    }
+  for (const auto &row : rows) {
+    uint32_t size = row.size;
+    VXRExt_QueryData(row.queryClass, row.query, answer, &size, row.in, row.inValue, row.head);
   }
 }
 
@@ -177,8 +250,10 @@ std::string Normalised(std::string text) {
       {"-vxr-[0-9]{8}\\.log", "-vxr-DATE.log"},
       // A registry call tells its error by its result; whether it leaves a last error is the system's business.
       {"(rc=[0-9]+[ :]ec=)[0-9]+", "$1CODE"},
-      {"(0x|\\b)[0-9A-F]{16}\\b", "$1ADDRESS"},
-      {"(Start= 0x)[0-9A-F]{8}", "$1ADDRESS"},
+      // Not the numbers behind REG_QWORD and a tab, nor what a record of the pattern holds for an address.
+      {"(0x|[^\\t\\w])(?!(?:[45][0-9A-F]){8})[0-9A-F]{16}\\b", "$1ADDRESS"},
+      {"(hWnd = 0x)(?!0{8})[0-9a-f]{8}", "$1ADDRESS"},
+      {"(Start= 0x)(?!(?:[45][0-9A-F]){4})[0-9A-F]{8}", "$1ADDRESS"},
   };
   for (const auto &row : rows) text = std::regex_replace(text, std::regex(row.pattern), row.name);
   return text;
@@ -202,7 +277,8 @@ TEST_F(LogBytes, AreThoseOfEveryBuild) {
   Open();
   platform::SetFileAttributesA("X:\\hidden", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE);
   std::string written;
-  for (void (*part)() : {WriteLines, DumpValues, DumpRecords, UseFiles, UseRegistry, ReadInf, UseExports}) {
+  for (void (*part)() :
+       {WriteLines, DumpValues, DumpRecords, UseFiles, UseRegistry, ReadInf, UseExports, Record, AskQueries}) {
     VXRDbg_Cleanup();
     VXRDbg_Initialize(2, 0, nullptr);
     part();
