@@ -226,12 +226,6 @@ constexpr char kSettings[] =
     "Key=of Blank\r\n"
     "[Main]\r\n"
     "Later=in the second Main\r\n"
-    "[Open\r\n"
-    "Key=of Open\r\n"
-    "[a]b]\r\n"
-    "Key=of a\r\n"
-    "[]\r\n"
-    "Key=of nothing\r\n"
     "[Numbers]\r\n"
     "N1=42\nN2=-42\nN3=+42\nN4=0x1F\nN5=12abc\nN6=abc\nN7=\nN8= 7\nN9=\"8\"\nN10=4294967297\nN11=010\nN12=- "
     "5\nN13=--5\n"
@@ -372,7 +366,6 @@ TEST_F(SettingsContract, Writing) {
 }
 
 TEST_F(SettingsContract, WritingFails) {
-  WriteFile("ram/readonly.ini", "[S]\r\nK=old\r\n");
   WriteFile("ram/dir/file", "");
   Open();
   const struct {

@@ -20,12 +20,36 @@ struct Difference {
   const char *name;  // as the document has it
   std::string (*call)();
   const char *machine, *windows;  // what the call gives there; null where no documentation of Windows tells
-  const char *wine = nullptr;     // null: as Windows; kAny: what depends on the user
+  const char *wine = nullptr;     // null: as Windows; kAny: what depends on the user, or is left unwritten
 };
 constexpr char kAny[] = "any";
 
 std::string Attributes(const char *path) {
   return Outcome([&] { return platform::GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES; });
+}
+
+std::string VersionSize(const char *path) {
+  DWORD ignored = 0;
+  return Outcome([&] { return platform::GetFileVersionInfoSizeA(path, &ignored) != 0; });
+}
+
+// The status of making a key, which is taken away again: a Windows keeps it from test to test.
+std::string MadeKey(const char *path) {
+  HKEY key = nullptr;
+  const std::string status = Status(platform::RegCreateKeyA(HKEY_LOCAL_MACHINE, path, &key));
+  if (status != "ok") return status;
+  platform::RegCloseKey(key);
+#ifdef _WIN32
+  RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
+#endif
+  return status;
+}
+
+// What a call makes of devices and a volume that are not there.
+template <class Call>
+std::string OfDevices(Call call) {
+  return call("\\\\.\\PhysicalDrive77") + ' ' + call("\\\\.\\Q:") + ' ' +
+         call("\\\\?\\Volume{00000000-0000-0000-0000-000000000000}");
 }
 
 std::string Copied(const char *target) {
@@ -121,6 +145,13 @@ std::string Listed(const char *directory, DWORD size) {
       [&] { return platform::SetupGetInfFileListA(directory, INF_STYLE_WIN4, buffer.bytes, size, &buffer.size); });
 }
 
+std::string ListedNames(const char *directory) {
+  Buffer buffer(100);
+  const BOOL listed =
+      platform::SetupGetInfFileListA(directory, INF_STYLE_WIN4, buffer.bytes, buffer.size, &buffer.size);
+  return listed == FALSE ? LastError() : "ok " + std::to_string(buffer.size) + ' ' + Shown({buffer.bytes, buffer.size});
+}
+
 std::string OpenedInf(const char *path, const char *infClass = nullptr) {
   return Outcome([&] {
     const HINF inf = platform::SetupOpenInfFileA(path, infClass, INF_STYLE_WIN4, nullptr);
@@ -156,6 +187,22 @@ std::string Field(const char *key, DWORD index) {
   });
 }
 
+std::string FieldText(const char *key) {
+  return Asked(key, [](INFCONTEXT *context) {
+    Buffer buffer;
+    platform::SetupGetStringFieldA(context, 1, buffer.bytes, buffer.size, nullptr);
+    return Shown(buffer.Text());
+  });
+}
+
+std::string FoundSection(const char *section) {
+  const HINF inf = platform::SetupOpenInfFileA("X:\\inf\\fields.inf", nullptr, INF_STYLE_WIN4, nullptr);
+  INFCONTEXT context;
+  const std::string outcome = Outcome([&] { return platform::SetupFindFirstLineA(inf, section, nullptr, &context); });
+  platform::SetupCloseInfFile(inf);
+  return outcome;
+}
+
 std::string Byte(const char *key) {
   return Asked(key, [&](INFCONTEXT *context) {
     BYTE byte = 0;
@@ -168,6 +215,12 @@ std::string ClassName() {
   constexpr GUID kNone = {0x12345678, 0x1234, 0x1234, {1, 2, 3, 4, 5, 6, 7, 8}};
   Buffer buffer;
   return Outcome([&] { return platform::SetupDiClassNameFromGuidA(&kNone, buffer.bytes, 32, nullptr); });
+}
+
+std::string Setting(const char *section, const char *key = "K") {
+  Buffer buffer;
+  platform::GetPrivateProfileStringA(section, key, "none", buffer.bytes, buffer.size, "X:\\brackets.ini");
+  return buffer.Text();
 }
 
 std::string SettingNumber(const char *key) {
@@ -200,12 +253,16 @@ constexpr Difference kDifferences[] = {
     {"programs", [] { return Started("X:\\file.txt"); }, "2", "193"},
     {"the last error of registry calls", RegistryLastError, "2", "unset"},
     {"a text stored without its terminator", StoredSize, "4", "5"},
+    {"other directories' ids in an INF file", [] { return FieldText("source"); }, "%1%\\x", "X:\\inf\\x"},
     // Windows and Wine; in a few Windows' documentation is silent.
     {"a file named as a directory", [] { return Attributes("X:\\file.txt\\"); }, "123", "123", "3"},
     {"a drive that is not there", [] { return Attributes("Q:\\file.txt"); }, "3", "3", "2"},
     {"a name of 256 characters", [] { return Attributes(("X:\\" + std::string(256, 'a')).c_str()); }, "123", "123",
      "2"},
     {"a search in a file", [] { return Found("X:\\file.txt\\*"); }, "267", "267", "123"},
+    {"a search by a device's path", [] { return OfDevices(Found); }, "2 2 2", nullptr, "123 123 123"},
+    {"attributes by a device's path", [] { return OfDevices(Attributes); }, "2 2 2", nullptr, "66 66 66"},
+    {"a version resource of no name", [] { return VersionSize(""); }, "3", nullptr, "161"},
     {"a search for no name", [] { return Found("X:\\bad|name"); }, "123", "123", "2"},
     {"a question mark at a name's end", [] { return Found("X:\\file.txt?"); }, "file.txt", "file.txt", "2"},
     {"a read-only file opened for writing", [] { return Opened("X:\\readonly", kBoth, OPEN_EXISTING); }, "5", "5",
@@ -221,17 +278,35 @@ constexpr Difference kDifferences[] = {
     {"a position asked for without its high half", LowPosition, "87", "87", "5"},
     {"a disk's request to a file", DiskNumberOfFile, "87", "87", "ok"},
     {"INF files of no directory", [] { return Listed("X:\\none", 100); }, "3", "3", "ok"},
+    {"INF files where there are none", [] { return ListedNames("X:\\noinf"); }, "ok 1 <00>", "ok 1 <00>", kAny},
     {"INF files in too small a buffer", [] { return Listed("X:\\inf", 5); }, "122", "122", "ok"},
     {"an INF file of another class", [] { return OpenedInf("X:\\inf\\fields.inf", "Net"); }, "E0000201", "E0000201",
      "ok"},
+    {"an INF file named by blanks", [] { return OpenedInf("   "); }, "123", nullptr, "5"},
+    {"text before the first section of an INF file", [] { return OpenedInf("X:\\inf\\text.inf"); }, "E0000000", nullptr,
+     "ok"},
+    {"sections that an INF file lacks", [] { return FoundSection("None"); }, "E0000102", nullptr, "E0000102"},
     {"an empty INF file", [] { return OpenedInf("X:\\inf\\empty.inf"); }, "E0000100", nullptr, "1006"},
     {"bytes of an INF file that are none", [] { return Byte("bytes"); }, "13", "13", "ok"},
     {"numbers of an INF file with a zero before them", [] { return Number("zero"); }, "10", "10", "8"},
     {"numbers of an INF file beyond 31 bits", [] { return Number("large"); }, "-1", nullptr, "2147483647"},
+    {"negative hexadecimal numbers of an INF file", [] { return Number("sign"); }, "error 13", nullptr, "-1"},
     {"empty numbers of an INF file", [] { return Number("none"); }, "error 13", nullptr, "0"},
     {"keys of an INF file without a value", [] { return Field("empty", 1); }, "87", nullptr, "ok"},
+    {"no-break spaces at a field's end", [] { return FieldText("spaces"); }, "a<A0>", nullptr, "a"},
+    {"the driver store's id in an INF file", [] { return FieldText("store").substr(0, 5); }, "%13%\\", nullptr,
+     "C:\\wi"},
     {"fields that an INF file lacks", [] { return Field("zero", 2); }, "87", nullptr, "0"},
     {"a class that is not there", ClassName, "E0000206", "E0000206", "2"},
+    {"keys directly below HKEY_LOCAL_MACHINE", [] { return MadeKey("SOFTWARE/Varnelt") + ' ' + MadeKey(" SOFTWARE"); },
+     "87 87", "87 87", "ok ok"},
+    {"a read-only settings file",
+     [] { return Outcome([] { return platform::WritePrivateProfileStringA("S", "K", "v", "X:\\readonly"); }); }, "5",
+     "5", kAny},
+    {"sections of a settings file without a bracket's end", [] { return Setting("Open"); }, "1", nullptr, "none"},
+    {"sections of a settings file with a bracket inside", [] { return Setting("a") + ' ' + Setting("a]b"); }, "2 none",
+     nullptr, "none 2"},
+    {"sections of a settings file without a name", [] { return Setting("", "N"); }, "3", nullptr, "none"},
     {"other lines of a settings file", [] { return Written("X:\\lines.ini", "v"); },
      "; first<0A><0A>[S]<0A> A = 1<0A>K=v<0A>", "; first<0A><0A>[S]<0A> A = 1<0A>K=v<0A>",
      "; first<0D><0A>[S]<0D><0A>A=1<0D><0A>K=v<0D><0A>"},
@@ -243,9 +318,7 @@ constexpr Difference kDifferences[] = {
 
 const char *ExpectedOf(const Difference &row) {
 #ifdef _WIN32
-  const HMODULE system = GetModuleHandleA("ntdll.dll");
-  const bool wine = system != nullptr && GetProcAddress(system, "wine_get_version") != nullptr;
-  return wine && row.wine != nullptr ? row.wine : row.windows;
+  return OnWine() && row.wine != nullptr ? row.wine : row.windows;
 #else
   return row.machine;
 #endif
@@ -258,7 +331,13 @@ TEST_F(DifferencesTest, AreAsTheTableSays) {
   WriteFile("ram/hidden", "");
   WriteFile("ram/inf/fields.inf",
             "[Version]\r\nSignature=$Chicago$\r\nClass=SCSIAdapter\r\n"
-            "[S]\r\nbytes=zz\r\nzero=010\r\nlarge=0xFFFFFFFF\r\nempty=\r\nnone=,\r\n");
+            "[S]\r\nbytes=zz\r\nzero=010\r\nlarge=0xFFFFFFFF\r\nempty=\r\nnone=,\r\nsign=-0x1\r\n"
+            "source=%1%\\x\r\nstore=%13%\\x\r\nspaces=a\xA0\r\n");
+  WriteFile("ram/inf/text.inf",
+            "/*++\r\n[Version]\r\nSignature=\"$Windows NT$\"\r\n"
+            "[Strings]\r\na=b\r\n");
+  WriteFile("ram/noinf/file.txt", "");
+  WriteFile("ram/brackets.ini", "[Open\r\nK=1\r\n[a]b]\r\nK=2\r\n[]\r\nN=3\r\n");
   WriteFile("ram/inf/empty.inf", "");
   WriteFile("ram/lines.ini", "; first\n\n[S]\n A = 1\nK=old\n");
   WriteFile("ram/value.ini", "[S]\r\nK=old\r\n");

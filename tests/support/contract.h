@@ -62,6 +62,16 @@ inline std::string Agreed(const std::string &answers, const std::string &expecte
   return agreed;
 }
 
+// Whether the Windows that the test runs on is Wine.
+inline bool OnWine() {
+#ifdef _WIN32
+  const HMODULE system = GetModuleHandleA("ntdll.dll");
+  return system != nullptr && GetProcAddress(system, "wine_get_version") != nullptr;
+#else
+  return false;
+#endif
+}
+
 // A buffer of that many bytes in use, all 0x7F.
 struct Buffer {
   char bytes[4096];
