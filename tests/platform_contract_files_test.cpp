@@ -319,8 +319,7 @@ TEST_F(FilesContract, ReadingAndWriting) {
   for (const HANDLE file : {g_file, g_reader, g_writer}) platform::CloseHandle(file);
 }
 
-// --- Mappings
-// ----------------------------------------------------------------------------------------------------------
+// --- Mappings -------------------------------------------------------------------------------------------------------
 
 struct MappingCase {
   DWORD access;  // of the file
@@ -389,8 +388,7 @@ TEST_F(FilesContract, Mappings) {
   EXPECT_EQ(Outcome([] { return platform::MapViewOfFile(nullptr, FILE_MAP_READ, 0, 0, 0); }), "6");
 }
 
-// --- Processes
-// ---------------------------------------------------------------------------------------------------------
+// --- Processes ------------------------------------------------------------------------------------------------------
 
 // The exit code of a command line run to its end, or why it did not start.
 std::string Ran(const char *application, const char *commandLine) {
