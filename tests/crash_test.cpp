@@ -205,6 +205,10 @@ void CrashTest::ExpectSecondRunCompletes() const {
   const Outcome second = RunVxr();
   EXPECT_EQ(second.status, 0) << second.output;
   EXPECT_TRUE(Restored() == complete) << "the second run did not complete what the first began";
+  const std::vector<Call> made = Calls();
+  EXPECT_TRUE(std::any_of(made.begin(), made.end(), [](const Call &call) {
+    return call.name == "fsync" && call.path == fs::path(kHivePath).parent_path();
+  })) << "a power failure may still undo what the first run's rename did";
 }
 
 // --- Killed ----------------------------------------------------------------------------------------------------------

@@ -125,7 +125,11 @@ bool Replace(NewFile *created, std::string *reason) {
 
 bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   *size = 0;
-  if (hive->changes.empty()) return true;
+  if (hive->changes.empty()) {
+    // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
+    FlushDirectory(hive->directory.fd);
+    return true;
+  }
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
   *reason = ReadHiveLogs(&hive->logs);
   if (reason->empty()) *reason = CheckReplacedCells(hive);

@@ -136,14 +136,6 @@ bool Rename(NewFile *created, bool exists) {
   return true;
 }
 
-// Some file systems cannot flush a directory and say so; what they answer otherwise is a real failure.
-bool FlushDirectory(int directory) {
-  if (Fails("directory flush")) return false;
-  const Descriptor opened(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // One that may be changed but not read is no reason to fail.
-  return !opened || fsync(opened.fd) == 0 || errno == EINVAL || errno == EOPNOTSUPP || errno == ENOSYS;
-}
-
 }  // namespace
 
 NewFile::~NewFile() {
@@ -192,6 +184,14 @@ bool TakeOver(const NewFile &created) {
   const timespec times[2] = {status.st_atim, {0, UTIME_OMIT}};
   return CopyOwner(status, file) && CopyAttributes("/proc/self/fd/" + std::to_string(from.fd), created.HostName()) &&
          CopyMode(status, file) && futimens(file, times) == 0;
+}
+
+// Some file systems cannot flush a directory and say so; what they answer otherwise is a real failure.
+bool FlushDirectory(int directory) {
+  if (Fails("directory flush")) return false;
+  const Descriptor opened(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // One that may be changed but not read is no reason to fail.
+  return !opened || fsync(opened.fd) == 0 || errno == EINVAL || errno == EOPNOTSUPP || errno == ENOSYS;
 }
 
 const char *PutInPlace(NewFile *created, bool exists) {

@@ -50,4 +50,7 @@ bool TakeOver(const NewFile &created);
 // not surely on the disk. That a file system cannot flush directories is no failure.
 const char *PutInPlace(NewFile *created, bool exists);
 
+// Has the disk know the names in the directory; true also where the file system cannot do that.
+bool FlushDirectory(int directory);
+
 }  // namespace machine
