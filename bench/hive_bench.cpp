@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "bench/bench_machine.h"
 #include "bench/report.h"
 #include "platform/machine/hive.h"
 #include "tests/support/hive_builder.h"
@@ -47,8 +48,7 @@ std::vector<LogEntrySpec> SampleEntries(const Bytes &hive) {
 }
 
 void MakeHives() {
-  folder = fs::temp_directory_path() / ("vxr-bench-hives-" + std::to_string(getpid()));
-  fs::create_directory(folder);
+  folder = MakeBenchFolder();
   const Bytes hive = SampleHive();
   Bytes dirty = hive;
   SetSequence(&dirty, 3, 2);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace machine {
 
@@ -46,5 +47,9 @@ std::uint32_t HiveChecksum(std::uint32_t plainXor);
 
 // Whether sequence number `a` comes before `b`. They wrap: what is less than half the circle behind is before.
 inline bool IsBefore(std::uint32_t a, std::uint32_t b) { return a != b && b - a < 0x80000000; }
+// Keeps the later of the two.
+inline void NoteNumber(std::optional<std::uint32_t> *latest, std::uint32_t number) {
+  if (!*latest || IsBefore(**latest, number)) *latest = number;
+}
 
 }  // namespace machine

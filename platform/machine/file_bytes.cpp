@@ -10,11 +10,8 @@
 #include <vector>
 
 namespace machine {
-namespace {
 
-std::string ErrnoReason(const char *what) { return std::string(what) + ": " + std::strerror(errno); }
-
-}  // namespace
+std::string ErrnoReason(const std::string &what) { return what + ": " + std::strerror(errno); }
 
 std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size) {
   auto *at = static_cast<char *>(buffer);

@@ -10,6 +10,9 @@
 
 namespace machine {
 
+// "what: reason", by errno.
+std::string ErrnoReason(const std::string &what);
+
 // Exactly `size` bytes.
 std::string ReadAt(int file, std::uint64_t offset, void *buffer, std::size_t size);
 std::string WriteAt(int file, std::uint64_t offset, const void *bytes, std::size_t size);

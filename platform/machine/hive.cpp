@@ -30,10 +30,10 @@ std::string OpenLocked(Hive *hive, HiveUse use) {
         Descriptor(openat(hive->directory.fd, hive->name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!hive->file && errno == ELOOP) return "is a symbolic link; name the hive file itself";
     if (!hive->file && errno == ENOENT) return "does not exist; correct the path";
-    if (!hive->file) return std::string("cannot be opened: ") + std::strerror(errno);
+    if (!hive->file) return ErrnoReason("cannot be opened");
     if (flock(hive->file.fd, (use == HiveUse::kChange ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) return "is in use by another run; wait for its end, then run again";
-      return std::string("cannot be locked: ") + std::strerror(errno);
+      return ErrnoReason("cannot be locked");
     }
     if (IsNamed(hive->file.fd, hive->directory.fd, hive->name)) return "";
   }
@@ -171,6 +171,13 @@ std::string OpenHive(Hive *hive, HiveUse use) {
   if (reason.empty()) reason = FindHiveLogs(hive->directory.fd, hive->name, &hive->logs);
   if (!reason.empty()) return reason;
   return NeedsRecovery(hive->head) ? Recover(hive) : CheckHive(hive->file.fd, 0, CellCheck::kNone, &hive->state);
+}
+
+std::string OpenHiveFile(Hive *hive, const std::filesystem::path &file, HiveUse use) {
+  const std::filesystem::path parent = file.has_parent_path() ? file.parent_path() : ".";
+  hive->directory = Descriptor(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  hive->name = file.filename().string();
+  return hive->directory ? OpenHive(hive, use) : "cannot be found; correct the path";
 }
 
 std::string DescribeReplay(const Recovery &recovery) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -63,6 +64,9 @@ enum class HiveUse { kLook, kChange };
 // touched. Empty, or the reason, one line for people, why it may not be changed: it is missing, in use by another run,
 // damaged, or needs logs that are not there. What was found out until then is in the record.
 std::string OpenHive(Hive *hive, HiveUse use);
+
+// The same for a file by its path on the host; sets directory and name.
+std::string OpenHiveFile(Hive *hive, const std::filesystem::path &file, HiveUse use);
 
 // "replayed 14 entries from two logs", of a recovered hive.
 std::string DescribeReplay(const Recovery &recovery);

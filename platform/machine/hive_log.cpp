@@ -16,10 +16,6 @@ constexpr std::size_t kEntryHead = 40;
 constexpr std::size_t kReferenceSize = 8;
 constexpr std::size_t kBitmapOffset = kLogHeadSize + 4;
 
-void NoteNumber(HiveLog *log, std::uint32_t number) {
-  if (!log->latest || IsBefore(*log->latest, number)) log->latest = number;
-}
-
 bool IsBinsSize(std::uint32_t size) { return size != 0 && size % kBinUnit == 0 && size <= kLargestBins; }
 
 // --- The old format -------------------------------------------------------------------------------------------------
@@ -106,7 +102,7 @@ void ReadEntries(HiveLog *log) {
     if (affordable && sound) allowance -= size;
     const auto expected = static_cast<std::uint32_t>(log->head.primary + log->entries.size());
     valid = valid && whole && ReadLe32(&log->bytes[at + 12]) == expected && TakeEntry(log, at);
-    if (whole) NoteNumber(log, ReadLe32(&log->bytes[at + 12]));
+    if (whole) NoteNumber(&log->latest, ReadLe32(&log->bytes[at + 12]));
     at += whole && affordable ? size : kLogUnit;
   }
 }
@@ -139,8 +135,8 @@ void ReadHiveLog(HiveLog *log) {
   log->flaw = CheckLogHead(*log);
   log->format = FormatOf(log->head);
   if (log->format != LogFormat::kNone) {
-    NoteNumber(log, log->head.primary);
-    NoteNumber(log, log->head.secondary);
+    NoteNumber(&log->latest, log->head.primary);
+    NoteNumber(&log->latest, log->head.secondary);
   }
   ReadEntries(log);
   if (log->format == LogFormat::kOld && log->flaw.empty()) log->flaw = ReadOldLog(log);

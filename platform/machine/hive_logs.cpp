@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "platform/machine/file_bytes.h"
@@ -20,7 +19,7 @@ constexpr std::uint64_t kLargestLog = std::uint64_t{1} << 30;
 
 std::string OpenLog(int directory, HiveLog *log) {
   log->file = Descriptor(openat(directory, log->name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!log->file) return std::string("cannot be opened: ") + std::strerror(errno);
+  if (!log->file) return ErrnoReason("cannot be opened");
   std::string reason = RegularFileSize(log->file.fd, &log->size);
   if (log->size > kLargestLog) return "is larger than any log (" + std::to_string(log->size) + " bytes)";
   if (!reason.empty() || log->size < kLogHeadSize) return reason;
@@ -47,7 +46,7 @@ std::string OfLog(const HiveLog &log, const std::string &reason) {
 
 std::string FindHiveLogs(int directory, const std::string &name, std::vector<HiveLog> *logs) {
   const DirectoryStream stream = OpenDirectoryStream(directory);
-  if (!stream) return std::string("lies in a directory that cannot be read: ") + std::strerror(errno);
+  if (!stream) return ErrnoReason("lies in a directory that cannot be read");
   HiveLog found[std::size(kSuffixes)];
   while (const dirent *entry = readdir(stream.get())) {
     for (std::size_t i = 0; i < std::size(kSuffixes); ++i) {

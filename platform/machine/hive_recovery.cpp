@@ -273,15 +273,12 @@ std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size
 
 std::uint32_t NextNumber(const BaseBlock &hive, const std::vector<HiveLog> &logs) {
   std::optional<std::uint32_t> latest;
-  const auto note = [&latest](std::uint32_t number) {
-    if (!latest || IsBefore(*latest, number)) latest = number;
-  };
   if (hive.checksumRight) {
-    note(hive.secondary);
-    note(hive.primary);
+    NoteNumber(&latest, hive.secondary);
+    NoteNumber(&latest, hive.primary);
   }
   for (const HiveLog &log : logs) {
-    if (log.latest) note(*log.latest);
+    if (log.latest) NoteNumber(&latest, *log.latest);
   }
   return latest.value_or(0) + 1;
 }

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -21,8 +20,6 @@
 
 namespace machine {
 namespace {
-
-std::string ErrnoReason(const char *what) { return std::string(what) + ": " + std::strerror(errno); }
 
 std::string FaultReason(const char *what) {
   return std::string(what) + ": system error " + std::to_string(platform::GetLastError());
@@ -55,7 +52,7 @@ bool ApplyChanges(Hive *hive, std::string *reason) {
       if (node != 0) hive->nodes.emplace(path, node);
     }
     if (node == 0 || (key.valuesSet && !SetValues(handle, node, key.values))) {
-      *reason = ErrnoReason(("could not take the key " + Utf16ToAnsi(key.name) + " and its values").c_str());
+      *reason = ErrnoReason("could not take the key " + Utf16ToAnsi(key.name) + " and its values");
       return false;
     }
   }

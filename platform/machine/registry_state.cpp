@@ -1,7 +1,5 @@
 #include "platform/machine/registry_state.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
@@ -134,12 +132,8 @@ bool OpenRunningHive(const HiveFile &described, std::string *error) {
       return false;
     }
   }
-  const std::filesystem::path parent = described.file.has_parent_path() ? described.file.parent_path() : ".";
   mounted.hive = std::make_unique<Hive>();
-  mounted.hive->directory = Descriptor(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  mounted.hive->name = described.file.filename().string();
-  const std::string reason = mounted.hive->directory ? OpenHive(mounted.hive.get(), HiveUse::kChange)
-                                                     : std::string("cannot be found; correct the path");
+  const std::string reason = OpenHiveFile(mounted.hive.get(), described.file, HiveUse::kChange);
   if (!reason.empty()) {
     *error = where + reason;
     return false;

@@ -12,14 +12,6 @@
 
 namespace {
 
-std::string OpenFor(const std::filesystem::path &file, machine::Hive *hive) {
-  const std::filesystem::path parent = file.has_parent_path() ? file.parent_path() : ".";
-  hive->directory = machine::Descriptor(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  hive->name = file.filename().string();
-  if (!hive->directory) return "is missing; correct the path";
-  return OpenHive(hive, machine::HiveUse::kLook);
-}
-
 // Writes what the hive is, brought up to date, to a new file; one that could not be written whole is removed again.
 // False after one line of complaint.
 bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
@@ -51,7 +43,7 @@ bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
 
 int HiveCommand(const HiveOptions &options) {
   machine::Hive hive;
-  const std::string refusal = OpenFor(HostFile(options.file), &hive);
+  const std::string refusal = OpenHiveFile(&hive, HostFile(options.file), machine::HiveUse::kLook);
   const HiveFacts facts = CollectHiveFacts(options.file, &hive, refusal);
   const bool seen = hive.size != 0;
   if (options.json && seen) {

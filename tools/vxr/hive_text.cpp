@@ -9,11 +9,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-void PrintFact(const char *name, const std::string &value) {
-  std::string line = std::string("  ") + name;
-  line.resize(20, ' ');
-  PrintLine(line + value);
-}
+void PrintFact(const char *name, const std::string &value) { PrintLine(Padded(std::string("  ") + name, 20) + value); }
 
 std::string Entries(const LogFacts &log) {
   if (log.entries == 0) return "no valid entry";
