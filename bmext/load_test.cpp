@@ -5,7 +5,7 @@
 
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {

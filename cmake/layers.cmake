@@ -1,22 +1,41 @@
-# Fails the configure step when a logic folder includes what stands above it, tests the system it is built for, or reaches
-# past the platform layer; and when a test on disk is in no target.
+# Fails the configure step when a file includes what does not stand below it, when the logic tests the system it is built
+# for or reaches past the platform layer, and when a test on disk is in no target.
 
-# Floors from the top; a path belongs to the first prefix that fits it.
+# Floors from the top, one a folder, so that no two folders include each other; a path belongs to the first prefix that
+# fits it. Folders of one floor do not know each other.
 set(VXR_FLOORS
-  "tools/=0" "tests/=0" "bench/=0" "fuzz/=0"
-  "bmext/create=2"
-  "device/disk_scan=3" "device/installed_driver=3" "volume/=3"
-  "inf/driver_search=4"
-  "inf/=5" "registry/hive=5"
-  "engine/path_catalogue=6"
-  "bmext/=7" "restore/=7"
-  "device/=8"
-  "registry/=9"
-  "engine/base/=10"
-  "engine/=1"
-  "log/=11"
-  "vxr/=12" "vxrcore/=12" "include/=12"
-  "platform/=13")
+  "tools/vxr/base/=2" "tools/vxr/main.cpp=0" "tools/vxr/=1"
+  "bmext/create/=11"
+  "device/scan/=12" "volume/=12"
+  "inf/search/=13"
+  "inf/=14" "registry/mount/=14"
+  "engine/paths/=15"
+  "bmext/=16" "restore/=16"
+  "device/=17"
+  "registry/=18"
+  "engine/base/=19"
+  "engine/=10"
+  "log/=20"
+  "include/vxr/=21"
+  "platform/machine/machine=30"
+  "platform/machine/system/=31"
+  "platform/machine/setup/=32"
+  "platform/machine/version/=33"
+  "platform/machine/registry/=34"
+  "platform/machine/files/=35"
+  "platform/machine/hive/=36"
+  "platform/machine/host/=37" "platform/machine/description/=37"
+  "platform/machine/text/=38" "platform/inf/=38" "platform/win32/=38"
+  "platform/machine/base/=39" "platform/text/=39"
+  "platform/=40"
+  "include/vxrcore/=41")
+
+# What the logic sees of the platform, and what the command line, a host like any other, sees beside the public headers:
+# the readers of INF files and hives, which show files without a machine.
+set(VXR_LOGIC_SEES "^platform/[a-z_]+\\.h$")
+set(VXR_TOOLS_SEE "^platform/([a-z_]+\\.h$|inf/|text/|win32/types|machine/(hive|version|host|base)/)")
+# platform.h is the seam: it takes the types and the calls of the system that it is built for.
+set(VXR_SEAM "platform/platform.h")
 
 function(vxr_floor path out)
   foreach(entry IN LISTS VXR_FLOORS)
@@ -32,33 +51,49 @@ function(vxr_floor path out)
   set(${out} -1 PARENT_SCOPE)
 endfunction()
 
+# One include of a file: what it names must stand below, or beside it in its own folder.
+function(vxr_check_include file target)
+  if(target MATCHES "^vxr(core)?/")
+    set(target "include/${target}")
+  endif()
+  vxr_floor("${file}" own)
+  vxr_floor("${target}" theirs)
+  get_filename_component(folder "${file}" DIRECTORY)
+  get_filename_component(targetFolder "${target}" DIRECTORY)
+  if(theirs EQUAL -1)
+    message(FATAL_ERROR "${file}: includes ${target}, which belongs to no folder of the house")
+  elseif(theirs LESS own OR (theirs EQUAL own AND NOT folder STREQUAL targetFolder))
+    message(FATAL_ERROR "${file}: includes ${target}, which does not stand below it")
+  endif()
+  if(target MATCHES "^platform/" AND NOT file MATCHES "^platform/")
+    set(seen "${VXR_LOGIC_SEES}")
+    if(file MATCHES "^tools/")
+      set(seen "${VXR_TOOLS_SEE}")
+    endif()
+    if(NOT target MATCHES "${seen}")
+      message(FATAL_ERROR "${file}: includes past the platform layer: ${target}")
+    endif()
+  endif()
+endfunction()
+
 function(vxr_check_layers)
-  file(GLOB_RECURSE files RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
-    engine/*.h engine/*.cpp log/*.h log/*.cpp bmext/*.h bmext/*.cpp device/*.h device/*.cpp inf/*.h inf/*.cpp
-    registry/*.h registry/*.cpp volume/*.h volume/*.cpp restore/*.h restore/*.cpp)
+  set(folders engine log bmext device inf registry volume restore include platform tools)
+  set(patterns)
+  foreach(folder IN LISTS folders)
+    list(APPEND patterns ${folder}/*.h ${folder}/*.cpp)
+  endforeach()
+  file(GLOB_RECURSE files RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${patterns})
   foreach(file IN LISTS files)
-    if(file MATCHES "_test\\.cpp$")
+    if(file MATCHES "_test\\.cpp$" OR file STREQUAL VXR_SEAM)
       continue()
     endif()
-    vxr_floor("${file}" own)
-    get_filename_component(folder "${file}" DIRECTORY)
     file(STRINGS "${file}" lines REGEX "#[ ]*(include|if|elif)|windows\\.h|_WIN32")
     foreach(line IN LISTS lines)
-      if(line MATCHES "(^|[^A-Za-z0-9_])_WIN32|windows\\.h")
+      if(NOT file MATCHES "^(platform|tools|include)/" AND line MATCHES "(^|[^A-Za-z0-9_])_WIN32|windows\\.h")
         message(FATAL_ERROR "${file}: only platform/ may know which system it is built for: ${line}")
       endif()
-      if(line MATCHES "platform/(machine|win32)")
-        message(FATAL_ERROR "${file}: includes past the platform layer: ${line}")
-      endif()
       if(line MATCHES "#[ ]*include[ ]+\"([^\"]+)\"")
-        set(target "${CMAKE_MATCH_1}")
-        vxr_floor("${target}" theirs)
-        get_filename_component(targetFolder "${target}" DIRECTORY)
-        if(theirs EQUAL -1)
-          message(FATAL_ERROR "${file}: includes ${target}, which belongs to no folder of the house")
-        elseif(theirs LESS own OR (theirs EQUAL own AND NOT folder STREQUAL targetFolder))
-          message(FATAL_ERROR "${file}: includes ${target}, which does not stand below it")
-        endif()
+        vxr_check_include("${file}" "${CMAKE_MATCH_1}")
       endif()
     endforeach()
   endforeach()

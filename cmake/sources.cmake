@@ -10,65 +10,76 @@ endfunction()
 vxr_logic(log log/heap.cpp log/product.cpp log/log.cpp log/dump.cpp log/record_dump.cpp)
 vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/strings.cpp engine/base/files.cpp
           engine/base/processes.cpp)
-vxr_logic(engine engine/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp engine/extension_job.cpp
+vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp engine/extension_job.cpp
           engine/boot_sector.cpp engine/boot_volume.cpp)
-vxr_logic(registry registry/values.cpp registry/hive.cpp)
+vxr_logic(registry registry/values.cpp registry/mount/hive.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
-vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create.cpp bmext/create_system.cpp bmext/create_volumes.cpp
+vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp
+    bmext/create/create_volumes.cpp
           bmext/query.cpp bmext/query_volume.cpp)
 vxr_logic(device device/records.cpp device/properties.cpp device/facts.cpp device/class_repair.cpp
-          device/disk_scan.cpp device/disk_identity.cpp device/installed_driver.cpp device/file_facts.cpp)
-vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/driver_search.cpp inf/driver_search_files.cpp
-          inf/driver_search_ids.cpp inf/install_section.cpp inf/copy_section.cpp inf/service_section.cpp
+device/scan/disk_scan.cpp device/scan/disk_identity.cpp device/scan/installed_driver.cpp device/scan/file_facts.cpp)
+vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/search/driver_search.cpp inf/search/driver_search_files.cpp
+          inf/search/driver_search_ids.cpp inf/install_section.cpp inf/copy_section.cpp inf/service_section.cpp
           inf/critical_device.cpp)
 
 # The INF reader and the code pages stand alone: the command line shows files with them.
 if(WIN32)
   set(VXR_CODE_PAGE platform/win32/code_page.cpp)
 else()
-  set(VXR_CODE_PAGE platform/machine/code_page.cpp)
+  set(VXR_CODE_PAGE platform/text/code_page.cpp)
 endif()
-add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/inf_lines.cpp
-  platform/machine/inf_tokens.cpp ${VXR_CODE_PAGE})
+add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
+  platform/inf/inf_tokens.cpp ${VXR_CODE_PAGE})
 
 # What stands behind platform.h: Windows itself, or the described machine.
 if(WIN32)
-  add_library(vxr_platform STATIC platform/win32/calls.cpp platform/format.cpp)
+  add_library(vxr_platform STATIC platform/win32/calls.cpp platform/text/format.cpp)
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
   # Hive files, their logs and what is in them, without a machine: the command line shows them too.
   add_library(vxr_hive_file STATIC
-    platform/machine/base_block.cpp platform/machine/file_bytes.cpp platform/machine/marvin.cpp
-    platform/machine/hive_log.cpp platform/machine/hive_logs.cpp platform/machine/hive_recovery.cpp
-    platform/machine/hive_check.cpp platform/machine/hive.cpp platform/machine/registry_path.cpp
-    platform/machine/registry_value.cpp platform/machine/fold_name.cpp platform/machine/listing.cpp)
+    platform/machine/hive/base_block.cpp platform/machine/host/file_bytes.cpp platform/machine/hive/marvin.cpp
+    platform/machine/hive/hive_log.cpp platform/machine/hive/hive_logs.cpp platform/machine/hive/hive_recovery.cpp
+    platform/machine/hive/hive_check.cpp platform/machine/hive/hive.cpp platform/machine/hive/registry_path.cpp
+    platform/machine/hive/registry_value.cpp platform/machine/text/fold_name.cpp platform/machine/host/listing.cpp)
   target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX)
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC
-    platform/machine/heap.cpp platform/machine/errors.cpp platform/format.cpp platform/machine/wide_text.cpp
-    platform/machine/fault.cpp platform/machine/machine.cpp platform/machine/description.cpp
-    platform/machine/description_values.cpp platform/machine/setup_class.cpp platform/machine/facts.cpp
-    platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
-    platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
-    platform/machine/path_syntax.cpp platform/machine/handles.cpp
-    platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
-    platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
-    platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
-    platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
-    platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
-    platform/machine/registry.cpp
-    platform/machine/registry_state.cpp platform/machine/hive_save.cpp platform/machine/hive_mount.cpp
-    platform/machine/hive_cells.cpp
-    platform/machine/inf_calls.cpp platform/machine/inf_cache.cpp platform/machine/device_tree.cpp
-    platform/machine/device_set.cpp platform/machine/devices.cpp platform/machine/decoration.cpp
-    platform/machine/driver_match.cpp platform/machine/driver_version.cpp platform/machine/drivers.cpp)
+platform/machine/base/heap.cpp platform/machine/base/errors.cpp platform/text/format.cpp
+    platform/machine/text/wide_text.cpp
+platform/machine/base/fault.cpp platform/machine/base/report.cpp platform/machine/machine.cpp
+    platform/machine/description/current.cpp platform/machine/description/description.cpp
+platform/machine/description/description_values.cpp platform/machine/description/setup_class.cpp
+    platform/machine/system/facts.cpp
+platform/machine/files/settings_file.cpp platform/machine/text/settings_text.cpp
+    platform/machine/host/replace_file.cpp
+    platform/machine/system/windows.cpp platform/machine/system/prompts.cpp platform/machine/files/paths.cpp
+    platform/machine/files/path_syntax.cpp platform/machine/base/handles.cpp
+    platform/machine/host/attributes.cpp platform/machine/text/wildcard.cpp platform/machine/text/command_line.cpp
+platform/machine/files/files.cpp platform/machine/files/file_io.cpp platform/machine/files/stream.cpp
+    platform/machine/files/mapping.cpp
+platform/machine/files/copy.cpp platform/machine/files/search.cpp platform/machine/files/storage.cpp
+    platform/machine/files/disks.cpp platform/machine/files/disk_index.cpp
+platform/machine/files/volumes.cpp platform/machine/version/version_resource.cpp
+    platform/machine/version/version_tree.cpp
+platform/machine/version/version_block.cpp platform/machine/version/version_calls.cpp
+    platform/machine/system/processes.cpp
+    platform/machine/registry/registry.cpp
+platform/machine/registry/registry_state.cpp platform/machine/hive/hive_save.cpp
+    platform/machine/registry/hive_mount.cpp
+    platform/machine/hive/hive_cells.cpp
+    platform/machine/setup/inf_calls.cpp platform/machine/setup/inf_cache.cpp platform/machine/setup/device_tree.cpp
+    platform/machine/setup/device_set.cpp platform/machine/setup/devices.cpp platform/machine/setup/decoration.cpp
+platform/machine/setup/driver_match.cpp platform/machine/setup/driver_version.cpp platform/machine/setup/drivers.cpp)
   target_link_libraries(vxr_platform PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
 endif()
 
 add_library(vxr_everything INTERFACE)
 list(JOIN VXR_LOGIC_ARCHIVES "," archives)
-target_link_libraries(vxr_everything INTERFACE "$<LINK_GROUP:RESCAN,${archives},vxr_platform,${VXR_HIVE_FILE}vxr_inf_file>")
+target_link_libraries(vxr_everything INTERFACE
+    "$<LINK_GROUP:RESCAN,${archives},vxr_platform,${VXR_HIVE_FILE}vxr_inf_file>")
 
 # The whole archives, so that the exported functions are in; the rest stays inside: by hidden visibility, on Windows by
 # the list of what is exported.

@@ -41,66 +41,69 @@ add_executable(make_extension tests/support/make_extension.cpp)
 
 # Texts, files, settings, the path catalogue.
 vxr_test(strings_test machine engine/base/strings_test.cpp)
-vxr_test(engine_test machine engine/base/files_test.cpp engine/path_catalogue_test.cpp restore/settings_test.cpp
+vxr_test(engine_test machine engine/base/files_test.cpp engine/paths/path_catalogue_test.cpp restore/settings_test.cpp
          volume/volume_test.cpp)
 vxr_test(bmext_test machine bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp)
-vxr_test(scan_test machine device/disk_scan_test.cpp)
+vxr_test(scan_test machine device/scan/disk_scan_test.cpp)
 
 # INF fields, the driver search, what a model line installs.
 target_sources(vxr_test_support PRIVATE tests/support/driver_job.cpp)
 vxr_test(field_reader_test machine inf/field_reader_test.cpp)
 
 # Files, disks and processes of the described machine.
-vxr_test(machine_files_test machine platform/machine/paths_test.cpp platform/machine/files_test.cpp
-         platform/release_test.cpp platform/machine/disks_test.cpp platform/machine/volumes_test.cpp
-         platform/machine/copy_test.cpp platform/machine/replace_file_test.cpp platform/machine/search_test.cpp
-         platform/machine/processes_test.cpp)
+vxr_test(machine_files_test machine platform/machine/files/paths_test.cpp platform/machine/files/files_test.cpp
+         platform/release_test.cpp platform/machine/files/disks_test.cpp platform/machine/files/volumes_test.cpp
+platform/machine/files/copy_test.cpp platform/machine/host/replace_file_test.cpp
+         platform/machine/files/search_test.cpp
+         platform/machine/system/processes_test.cpp)
 
 # The log and its dumps.
 vxr_test(log_test machine log/log_test.cpp log/product_test.cpp log/dump_test.cpp log/record_dump_test.cpp)
 
 # Status lines and the life of the parameter block.
 vxr_test(lifecycle_test machine engine/lifecycle_test.cpp engine/base/status_test.cpp)
-vxr_test(driver_search_test machine inf/driver_search_test.cpp)
+vxr_test(driver_search_test machine inf/search/driver_search_test.cpp)
 vxr_test(install_section_test machine inf/install_section_test.cpp inf/critical_device_test.cpp)
 
 # Device records, properties, machine facts, class values.
 vxr_test(device_test machine device/records_test.cpp device/facts_test.cpp device/class_repair_test.cpp
-         device/installed_driver_test.cpp)
+         device/scan/installed_driver_test.cpp)
 
 # The described machine: texts, facts, windows and prompts, the machine file.
-vxr_test(machine_base_test machine platform/machine/code_page_test.cpp platform/machine/description_test.cpp
-         platform/machine/facts_test.cpp platform/format_test.cpp platform/machine/machine_test.cpp
-         platform/machine/windows_test.cpp tests/c_headers.c)
+vxr_test(machine_base_test machine platform/text/code_page_test.cpp platform/machine/description/description_test.cpp
+         platform/machine/system/facts_test.cpp platform/text/format_test.cpp platform/machine/machine_test.cpp
+         platform/machine/system/windows_test.cpp tests/c_headers.c)
 
 # The machine's registry and hive files; values and hive mounting of the logic.
 target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp tests/support/hive_structure.cpp)
-vxr_test(machine_registry_test machine platform/machine/registry_test.cpp platform/machine/hive_test.cpp
-         platform/machine/hive_recovery_test.cpp)
-vxr_test(registry_test machine registry/values_test.cpp registry/hive_test.cpp)
+vxr_test(machine_registry_test machine platform/machine/registry/registry_test.cpp platform/machine/hive/hive_test.cpp
+         platform/machine/hive/hive_recovery_test.cpp)
+vxr_test(registry_test machine registry/values_test.cpp registry/mount/hive_test.cpp)
 
 # The INF reader and what chooses among models sections.
-vxr_test(inf_file_test unit platform/machine/inf_file_test.cpp platform/machine/decoration_test.cpp)
-vxr_test(setup_library_test machine platform/machine/inf_calls_test.cpp platform/machine/devices_test.cpp
-         platform/machine/drivers_test.cpp)
+vxr_test(inf_file_test unit platform/inf/inf_file_test.cpp platform/machine/setup/decoration_test.cpp)
+vxr_test(setup_library_test machine platform/machine/setup/inf_calls_test.cpp platform/machine/setup/devices_test.cpp
+         platform/machine/setup/drivers_test.cpp)
 
 # The command line: what it makes of a run, and the program from outside.
-vxr_test(command_line_unit_test unit tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp tools/vxr/result_codes.cpp
-         tools/vxr/machine_session.cpp tools/vxr/output.cpp)
+vxr_test(command_line_unit_test unit tools/vxr/run/run_record_test.cpp tools/vxr/run/run_record.cpp
+    tools/vxr/run/result_codes.cpp
+         tools/vxr/base/machine_session.cpp tools/vxr/base/output.cpp)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
          ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
 
 # The boot-sector repair: on small images, what the command line says of it, and on disks that other tools made.
 vxr_test(boot_volume_test machine engine/boot_volume_test.cpp)
-vxr_test(boot_report_test unit tools/vxr/boot_report_test.cpp tools/vxr/boot_report.cpp tools/vxr/output.cpp)
+vxr_test(boot_report_test unit tools/vxr/boot/boot_report_test.cpp tools/vxr/boot/boot_report.cpp
+    tools/vxr/base/output.cpp)
 add_test(NAME fix_boot COMMAND ${PROJECT_SOURCE_DIR}/tests/fix_boot_test.sh $<TARGET_FILE:vxr>)
 set_tests_properties(fix_boot PROPERTIES LABELS machine TIMEOUT 300 SKIP_RETURN_CODE 77)
 
 # Version resources, and settings files, of the described machine.
 target_sources(vxr_test_support PRIVATE tests/support/pe_builder.cpp)
-vxr_test(version_test machine platform/machine/version_resource_test.cpp)
-vxr_test(settings_file_test machine platform/machine/settings_file_test.cpp)
+vxr_test(version_test machine platform/machine/version/version_resource_test.cpp)
+vxr_test(settings_file_test machine platform/machine/files/settings_file_test.cpp)
 target_compile_definitions(version_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 
 # What the platform's calls give, here and on Windows alike.
@@ -111,7 +114,7 @@ vxr_test(platform_contract_test machine ${VXR_CONTRACT_TESTS})
 target_compile_definitions(platform_contract_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 
 # What the command line makes of an extension file.
-vxr_test(extension_view_test unit tools/vxr/extension_view_test.cpp tools/vxr/query_names.cpp)
+vxr_test(extension_view_test unit tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp)
 target_link_libraries(extension_view_test PRIVATE vxr_extension_view)
 
 # The example for authors of hosts, in C, against the shared library as they have it.
@@ -123,7 +126,7 @@ set_tests_properties(extension_example PROPERTIES LABELS unit TIMEOUT 60)
 
 # The package of what is installed.
 if(NOT VXR_SANITIZE)
-  add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
+add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
            ${PROJECT_SOURCE_DIR})
   set_tests_properties(package PROPERTIES LABELS unit TIMEOUT 120)
 endif()

@@ -14,7 +14,8 @@ if(CMAKE_CROSSCOMPILING)
   find_program(VXR_WINE_PROGRAM NAMES wine64 wine HINTS /usr/lib/wine REQUIRED)
   find_program(VXR_WINESERVER NAMES wineserver HINTS /usr/lib/wine REQUIRED)
   set(VXR_WINE ${VXR_WINE_PROGRAM})
-  list(APPEND VXR_TEST_ENVIRONMENT "WINEPREFIX=${PROJECT_BINARY_DIR}/wine" WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml= LC_ALL=C.UTF-8)
+list(APPEND VXR_TEST_ENVIRONMENT "WINEPREFIX=${PROJECT_BINARY_DIR}/wine" WINEDEBUG=-all
+  WINEDLLOVERRIDES=mscoree,mshtml= LC_ALL=C.UTF-8)
 
   # Wine takes its code page from the locale's name. The building system need not know Japan: it gets its own locale under
   # that name.
@@ -24,7 +25,7 @@ if(CMAKE_CROSSCOMPILING)
   # Ended when no more tests are to run.
   add_test(NAME wine_start COMMAND ${PROJECT_SOURCE_DIR}/tests/support/start_wine.sh ${VXR_WINE} ${VXR_TEST_FOLDER})
   add_test(NAME wine_end COMMAND sh -c "'${VXR_WINESERVER}' -k || true")
-  set_tests_properties(wine_start wine_end PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" LABELS windows TIMEOUT 120)
+set_tests_properties(wine_start wine_end PROPERTIES ENVIRONMENT "${VXR_TEST_ENVIRONMENT}" LABELS windows TIMEOUT 120)
   set_tests_properties(wine_start PROPERTIES FIXTURES_SETUP wine)
   set_tests_properties(wine_end PROPERTIES FIXTURES_CLEANUP wine)
 endif()
@@ -42,7 +43,8 @@ add_library(vxr_test_support STATIC tests/support/test_machine_win32.cpp tests/s
             tests/support/guarded_memory.cpp tests/support/pe_builder.cpp)
 file(CREATE_LINK /usr/include/toml++ ${PROJECT_BINARY_DIR}/headers/toml++ SYMBOLIC)
 target_include_directories(vxr_test_support SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/headers)
-target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main PRIVATE shlwapi)
+target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main PRIVATE
+    shlwapi)
 
 # A program of unit tests and its run.
 function(vxr_windows_test name)
@@ -56,12 +58,15 @@ endfunction()
 # tests of the log expect.
 vxr_windows_test(unit_tests
   bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp device/records_test.cpp engine/base/files_test.cpp
-  engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
-  log/product_test.cpp log/record_dump_test.cpp platform/format_test.cpp platform/release_test.cpp platform/machine/inf_file_test.cpp
-  restore/settings_test.cpp tools/vxr/boot_report_test.cpp tools/vxr/boot_report.cpp
-  tools/vxr/extension_view_test.cpp tools/vxr/query_names.cpp tools/vxr/run_record_test.cpp tools/vxr/run_record.cpp
-  tools/vxr/result_codes.cpp tools/vxr/machine_session.cpp tools/vxr/running_machine.cpp tools/vxr/output.cpp
-  volume/volume_test.cpp engine/path_catalogue_test.cpp)
+engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
+log/product_test.cpp log/record_dump_test.cpp platform/text/format_test.cpp platform/release_test.cpp
+  platform/inf/inf_file_test.cpp
+  restore/settings_test.cpp tools/vxr/boot/boot_report_test.cpp tools/vxr/boot/boot_report.cpp
+tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp tools/vxr/run/run_record_test.cpp
+  tools/vxr/run/run_record.cpp
+tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/running_machine.cpp
+  tools/vxr/base/output.cpp
+  volume/volume_test.cpp engine/paths/path_catalogue_test.cpp)
 set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)
 if(CMAKE_CROSSCOMPILING)
   # Once more with Japanese texts.
@@ -92,8 +97,8 @@ if(CMAKE_CROSSCOMPILING)
                      ${PROJECT_SOURCE_DIR})
   vxr_windows_script(windows_library_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
   vxr_windows_script(windows_rebuild_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_COMMAND})
-  set_tests_properties(windows_host_test windows_command_line_test PROPERTIES RESOURCE_LOCK wine FIXTURES_REQUIRED wine)
-  add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
+set_tests_properties(windows_host_test windows_command_line_test PROPERTIES RESOURCE_LOCK wine FIXTURES_REQUIRED wine)
+add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
            ${PROJECT_SOURCE_DIR})
   set_tests_properties(package PROPERTIES LABELS windows TIMEOUT 60)
 endif()

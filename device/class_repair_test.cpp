@@ -2,7 +2,7 @@
 
 #include "device/class_guids.h"
 #include "device/records.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "registry/values.h"
 #include "tests/support/test_machine.h"
 

@@ -3,7 +3,7 @@
 #include "device/class_guids.h"
 #include "device/properties.h"
 #include "device/records.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {

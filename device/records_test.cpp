@@ -5,7 +5,7 @@
 #include "tests/support/test_machine.h"
 
 #ifdef VXR_FAULT_POINTS
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #endif
 
 namespace {

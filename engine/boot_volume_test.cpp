@@ -6,8 +6,8 @@
 #include <functional>
 #include <regex>
 
-#include "platform/machine/fault.h"
-#include "platform/machine/handles.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/handles.h"
 #include "tests/support/test_machine.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "engine/base/parameters.h"
 #include "log/heap.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include "engine/base/files.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
-#include "engine/path_catalogue.h"
+#include "engine/paths/path_catalogue.h"
 #include "inf/checks.h"
 #include "inf/install_section.h"
 #include "inf/walks.h"

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/driver_job.h"
 
 namespace {

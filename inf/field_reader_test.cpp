@@ -3,7 +3,7 @@
 #include "inf/field_reader.h"
 
 #include "log/log.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "inf/checks.h"
 #include "inf/walks.h"
 #include "log/log.h"
-#include "log/scope_guard.h"
+#include "platform/scope_guard.h"
 
 namespace {
 

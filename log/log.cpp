@@ -6,7 +6,7 @@
 
 #include "log/heap.h"
 #include "log/product.h"
-#include "log/scope_guard.h"
+#include "platform/scope_guard.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #ifdef _WIN32
 #include "platform/win32/types.h"
 #else
-#include "platform/machine/types.h"
+#include "platform/machine/base/types.h"
 #endif
 
 namespace platform {

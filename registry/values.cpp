@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "log/log.h"
-#include "log/scope_guard.h"
+#include "platform/scope_guard.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "registry/values.h"
 
-#include "platform/machine/fault.h"
-#include "platform/machine/registry.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/registry/registry.h"
 #include "tests/support/test_machine.h"
 
 namespace {

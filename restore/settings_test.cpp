@@ -2,8 +2,8 @@
 
 #include "engine/base/parameters.h"
 #include "log/heap.h"
-#include "platform/machine/fault.h"
-#include "platform/machine/registry.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/registry/registry.h"
 #include "tests/support/test_machine.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <map>
 
-#include "device/file_facts.h"
-#include "platform/machine/fault.h"
+#include "device/scan/file_facts.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/fault_loop.h"
 #include "tests/support/protected_machine.h"
 #include "tests/support/restore_job.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine/inf_file.h"
+#include "platform/inf/inf_file.h"
 #include "tests/support/contract.h"
 #include "tests/support/pe_builder.h"
 #include "tests/support/test_machine.h"

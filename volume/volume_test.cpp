@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "engine/base/status.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "restore/settings.h"
 #include "tests/support/test_machine.h"
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "engine/base/processes.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {

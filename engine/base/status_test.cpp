@@ -1,6 +1,6 @@
 #include "engine/base/status.h"
 
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {

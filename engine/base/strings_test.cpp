@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
 #include "tests/support/own_code_page.h"
 
 namespace {

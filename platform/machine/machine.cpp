@@ -1,19 +1,24 @@
 // Opening and closing the described machine, and its observer.
-#include "platform/machine/machine.h"
+#include "vxrcore/machine.h"
 
 #include <cstdlib>
 #include <exception>
 #include <functional>
 #include <memory>
 
-#include "platform/machine/code_page.h"
-#include "platform/machine/fault.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/description/current.h"
+#include "platform/machine/description/description.h"
+#include "platform/machine/files/disk_index.h"
+#include "platform/machine/files/paths.h"
+#include "platform/machine/registry/registry.h"
+#include "platform/machine/setup/device_tree.h"
+#include "platform/machine/setup/inf_cache.h"
+#include "platform/machine/system/prompts.h"
+#include "platform/machine/system/windows.h"
+#include "platform/text/code_page.h"
 
 namespace {
-
-std::unique_ptr<machine::Description> current;
-VXRMachine_Observer observer = nullptr;
-void *observerContext = nullptr;
 
 // Takes the plan of VXR_FAULTS. A plan that does not parse would make a fault test pass without a fault.
 bool ReadFaultPlan([[maybe_unused]] std::string *error) {
@@ -27,29 +32,24 @@ bool ReadFaultPlan([[maybe_unused]] std::string *error) {
   return true;
 }
 
-void Forget() {
-  current.reset();
-  machine::SetCodePage(machine::kDefaultCodePage);
-}
-
 // Reads a description; false with one line for people.
 using Reader = std::function<bool(machine::Description *, std::string *error)>;
 
 bool Open(const Reader &read, const std::string &name, std::string *error) {
-  if (current != nullptr) {
-    *error = name + ": a machine is open already (" + current->file.string() + "); close it first";
+  if (machine::Current() != nullptr) {
+    *error = name + ": a machine is open already (" + machine::Current()->file.string() + "); close it first";
     return false;
   }
   auto description = std::make_unique<machine::Description>();
   if (!read(description.get(), error) || !ReadFaultPlan(error)) return false;
   // The parts below may already ask for the machine and report to its observer.
-  current = std::move(description);
-  machine::SetCodePage(current->system.codePage);
-  if (!machine::OpenRegistry(*current, error)) {
-    Forget();
+  machine::SetCurrent(std::move(description));
+  if (!machine::OpenRegistry(*machine::Current(), error)) {
+    machine::SetCurrent(nullptr);
     return false;
   }
-  machine::OpenDevices(*current);
+  machine::IndexDisks(*machine::Current());
+  machine::OpenDevices(*machine::Current());
   return true;
 }
 
@@ -60,7 +60,7 @@ void StoreMessage(const std::string &error, char *message, uint32_t messageSize)
 int32_t OpenOrExplain(const Reader &read, const std::string &name, char *message, uint32_t messageSize) {
   std::string error;
   bool opened = false;
-  const bool another = current != nullptr;
+  const bool another = machine::Current() != nullptr;
   try {
     opened = Open(read, name, &error);
   } catch (const std::exception &exception) {
@@ -72,24 +72,6 @@ int32_t OpenOrExplain(const Reader &read, const std::string &name, char *message
 }
 
 }  // namespace
-
-namespace machine {
-
-const Description *Current() { return current.get(); }
-
-const Description *CurrentOrNotReady() {
-  if (current == nullptr) platform::SetLastError(ERROR_NOT_READY);
-  return current.get();
-}
-
-void Report(const VXRMachine_Event &event) {
-  if (observer == nullptr) return;
-  const DWORD error = platform::GetLastError();
-  observer(observerContext, &event);
-  platform::SetLastError(error);
-}
-
-}  // namespace machine
 
 int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize) {
   if (file == nullptr || *file == '\0') {
@@ -111,22 +93,18 @@ int32_t VXRMachine_OpenText(const char *text, const char *directory, char *messa
 }
 
 int32_t VXRMachine_Close() {
-  if (current == nullptr) return 1;
+  if (machine::Current() == nullptr) return 1;
   machine::CloseInfFiles();
   machine::CloseDevices();
+  machine::ForgetDisks();
   machine::CloseWindows();
   machine::ClosePrompts();
   const bool saved = machine::CloseRegistry();
   machine::ClosePaths();
-  Forget();
+  machine::SetCurrent(nullptr);
   return saved;
-}
-
-void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
-  observer = newObserver;
-  observerContext = context;
 }
 
 uint64_t VXRMachine_InfReads() { return machine::InfReads(); }
 
-uint32_t VXRMachine_CodePage() { return current == nullptr ? 0 : current->system.codePage; }
+uint32_t VXRMachine_CodePage() { return machine::Current() == nullptr ? 0 : machine::Current()->system.codePage; }

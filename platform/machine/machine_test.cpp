@@ -1,11 +1,13 @@
-#include "platform/machine/machine.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
-#include "platform/machine/fault.h"
-#include "platform/machine/paths.h"
+#include "platform/machine/base/errors.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/description/current.h"
+#include "platform/machine/description/records.h"
+#include "platform/machine/files/paths.h"
 #include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 

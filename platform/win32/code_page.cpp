@@ -1,5 +1,5 @@
 // Code pages as Windows converts them itself.
-#include "platform/machine/code_page.h"
+#include "platform/text/code_page.h"
 
 #include <algorithm>
 

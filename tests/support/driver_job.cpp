@@ -6,7 +6,7 @@
 #include "bmext/load.h"
 #include "device/records.h"
 #include "engine/base/parameters.h"
-#include "registry/hive.h"
+#include "registry/mount/hive.h"
 #include "registry/values.h"
 #include "restore/settings.h"
 #include "tests/support/scsi_machine.h"

@@ -5,9 +5,9 @@
 #include <map>
 #include <set>
 
-#include "platform/machine/fault.h"
-#include "platform/machine/handles.h"
-#include "platform/machine/registry.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/handles.h"
+#include "platform/machine/registry/registry.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {

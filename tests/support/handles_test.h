@@ -1,7 +1,7 @@
 // Tests of the described machine's handles: every one that is opened is closed again.
 #pragma once
 
-#include "platform/machine/handles.h"
+#include "platform/machine/base/handles.h"
 #include "tests/support/test_machine.h"
 
 class HandlesTest : public MachineTest {

@@ -5,7 +5,7 @@
 #include <map>
 #include <stdexcept>
 
-#include "platform/machine/code_page.h"
+#include "platform/text/code_page.h"
 
 namespace {
 

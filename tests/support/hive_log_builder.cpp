@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/machine/little_endian.h"
-#include "platform/machine/marvin.h"
+#include "platform/machine/base/little_endian.h"
+#include "platform/machine/hive/marvin.h"
 #include "tests/support/hive_builder.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // The ANSI code page of texts, for tests of what depends on it.
 #pragma once
 
-#include "platform/machine/code_page.h"
 #include "platform/platform.h"
+#include "platform/text/code_page.h"
 
 // Makes `page` the code page. False, after one line, on a Windows that has another: what needs it is to be skipped.
 inline bool UseCodePage(unsigned page) {

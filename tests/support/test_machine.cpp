@@ -2,8 +2,8 @@
 
 #include <stdlib.h>
 
-#include "platform/machine/fault.h"
-#include "platform/machine/handles.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/handles.h"
 #include "tests/support/standard_machine.h"
 
 namespace {

@@ -5,10 +5,17 @@
 #include <string>
 #include <string_view>
 
-#include "tools/vxr/commands.h"
-#include "tools/vxr/output.h"
+#include "tools/vxr/base/output.h"
+#include "tools/vxr/base/program.h"
+#include "tools/vxr/boot/fix_boot_command.h"
+#include "tools/vxr/extension/create_command.h"
+#include "tools/vxr/extension/query_command.h"
+#include "tools/vxr/extension/show_command.h"
+#include "tools/vxr/hive/hive_command.h"
+#include "tools/vxr/inf/inf_command.h"
+#include "tools/vxr/run/run_command.h"
 #ifdef _WIN32
-#include "tools/vxr/running_machine.h"
+#include "tools/vxr/base/running_machine.h"
 #endif
 
 namespace {

@@ -1,0 +1,319 @@
+#include "device/scan/disk_scan.h"
+
+#include <cstring>
+
+#include "bmext/load.h"
+#include "device/records.h"
+#include "device/scan/disk_identity.h"
+#include "engine/base/parameters.h"
+#include "engine/base/status.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/handles.h"
+#include "platform/machine/registry/registry.h"
+#include "restore/settings.h"
+#include "tests/support/scsi_machine.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string Inf(const std::string &className, const std::string &classGuid, const std::string &models) {
+  return "[Version]\nSignature = \"$Windows NT$\"\nClass = " + className + "\nClassGUID = " + classGuid +
+         "\n[Manufacturer]\nAcme = Models, NTamd64\n[Models.NTamd64]\n" + models +
+         "[Install]\nDriverVer = 01/02/2010,1.0\n[Install.Services]\nAddService = acme, 2, Service\n"
+         "[Service]\nServiceType = 1\nStartType = 0\nErrorControl = 1\nServiceBinary = %12%\\acme.sys\n";
+}
+
+const std::string kHdc = "{4D36E96A-E325-11CE-BFC1-08002BE10318}";
+const std::string kScsiAdapter = "{4D36E97B-E325-11CE-BFC1-08002BE10318}";
+
+std::string Disk(int number, const std::string &id) {
+  return "[[disk]]\nnumber = " + std::to_string(number) +
+         "\ngeometry = { cylinders = 10, heads = 255, sectors = 63, bytes = 512 }\ninterface = '\\\\?\\" + id +
+         "#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'\n";
+}
+
+std::string Device(const std::string &instance, const std::string &className, const std::string &hardwareId,
+                   const std::string &parent) {
+  return "[[device]]\ninstance = '" + instance + "'\n" + (className.empty() ? "" : "class = '" + className + "'\n") +
+         "hardware_ids = ['" + hardwareId + "']\n" + (parent.empty() ? "" : "parent = '" + parent + "'\n");
+}
+
+const std::string kScsiController = ScsiAdapterInstance(kScsiAdapterId);
+
+const std::string kIdeMachine =
+    Disk(0, "ide#diskacme_1.05____#5&2b7f1d3e&0&0.0.0") +
+    Device("IDE\\DiskACME_1.05____\\5&2B7F1D3E&0&0.0.0", "DiskDrive", "GenDisk", "PCIIDE\\IDEChannel\\4&2617AEAE&0&0") +
+    Device("PCIIDE\\IDEChannel\\4&2617AEAE&0&0", "hdc", "Primary_IDE_Channel",
+           "PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39") +
+    Device("PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39", "", "PCI\\VEN_8086&DEV_7111", "");
+
+// A verification run's state just before the scan: a 64-bit 6.1 system, drivers below X:\drivers and X:\Windows\inf.
+class ScanTest : public MachineTest {
+ protected:
+  ScanTest() {
+    block.szWindowsPath = windows;
+    block.szSystemPath = system;
+    block.szVrnltPath = product;
+    settings.szBootDisk = bootDisk;
+    settings.szRootPath = root;
+    settings.szInfDir = infDir;
+    gpVXRParaBlock = &block;
+    gpVXRBMRestore = &settings;
+    WriteFile("ram/drivers/scsi.inf", Inf("SCSIAdapter", kScsiAdapter, "Fast = Install, PCI\\VEN_1000&DEV_0030\n"));
+    WriteFile("ram/Windows/inf/ide.inf", Inf("hdc", kHdc,
+                                             "Channel = Install, Primary_IDE_Channel\n"
+                                             "Controller = Install, PCI\\VEN_8086&DEV_7111\n"));
+  }
+  ~ScanTest() override {
+#ifdef VXR_FAULT_POINTS
+    machine::SetFaultPlan({});
+#endif
+    VXRDev_FreeDevices(&block);
+    VXR_EXTHEADER none = {};
+    VXRExt_Initialize(0, &none);
+    gpVXRParaBlock = nullptr;
+    gpVXRBMRestore = nullptr;
+    hStatusWnd = nullptr;
+  }
+  void OpenScan(const std::string &toml) {
+    Close();
+    Open(toml);
+    hStatusWnd = static_cast<HWND>(window);
+    dwWndFlags = 2;
+    dwError = 0;
+    image.header.Magic = VxrPut32(VXR_EXT_MAGIC_HOT);
+    VXR_SYSOSINFO *os = &image.extension.SysInfo.SysOs;
+    os->MajorVersion = VxrPut32(6);
+    os->MinorVersion = VxrPut32(1);
+    os->ProcessorArchitecture = VxrPut32(9);
+    ASSERT_TRUE(VXRExt_Initialize(0, &image));
+    log.clear();
+  }
+
+  char windows[16] = "X:\\Windows", system[32] = "X:\\Windows\\System32", product[16] = "X:\\Halcyra";
+  char infDir[16] = "X:\\drivers", root[8] = "D:\\", bootDisk[80] = "\\\\.\\PHYSICALDRIVE0";
+  VXR_PARABLOCK block = {};
+  VXR_BMRESTORE settings = {};
+  struct {
+    VXR_EXTHEADER header;
+    VXR_BMEXTNSON extension;
+  } image = {};
+};
+
+// --- The chain of records -------------------------------------------------------------------------------------------
+
+TEST_F(ScanTest, ScsiDiskHasItsAdapterAboveIt) {
+  OpenScan(ScsiMachine());
+  EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
+  EXPECT_EQ(dwError, 0u);
+  ASSERT_EQ(block.dwDevCnt, 1u);
+  const VXR_DEVICE *disk = block.pVXRDevices[0];
+  EXPECT_STREQ(disk->szInstanceID, "scsi\\disk&ven_acme&prod_fast_disk&rev_1.0\\4&1a2b3c&0&000000");
+  EXPECT_EQ(disk->VXRDevType, DWORD{VXR_DEVTYPE_DISKDRIVE});
+  EXPECT_EQ(disk->pVXRDriver, nullptr);
+  EXPECT_STREQ(disk->szHardwareID, "SCSI\\DiskACME____FAST_DISK");
+  const VXR_DEVICE *adapter = disk->pVXRDevParent;
+  ASSERT_NE(adapter, nullptr);
+  EXPECT_EQ(adapter->szInstanceID, kScsiController);
+  EXPECT_EQ(adapter->VXRDevType, DWORD{VXR_DEVTYPE_SCSIADAPTER});
+  EXPECT_EQ(adapter->guDevice.Data1, 0x4D36E97Bu);
+  EXPECT_STREQ(adapter->szTargetOS, "ntamd64.6.1.0x0.0x0");
+  ASSERT_NE(adapter->pVXRDriver, nullptr);
+  EXPECT_EQ(adapter->pVXRDevParent, nullptr);
+  EXPECT_THAT(log, Not(HasSubstr("VXR_DEVTYPE_HDC:using system inf path")));
+  EXPECT_THAT(statusLines, Contains("Checking device with id " + kScsiController + "...\n"));
+  EXPECT_EQ(machine::OpenHandles(), 0u);
+
+  // A second scan gives the first one's records back; the count stays.
+  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRDev_ScanDiskDevices:total 0 vxr disks found...\n"));
+  EXPECT_EQ(block.dwDevCnt, 1u);
+}
+
+TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
+  OpenScan(kIdeMachine);
+  EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
+  EXPECT_EQ(dwError, 0u);
+  ASSERT_EQ(block.dwDevCnt, 1u);
+  const VXR_DEVICE *channel = block.pVXRDevices[0]->pVXRDevParent;
+  ASSERT_NE(channel, nullptr);
+  EXPECT_STREQ(channel->szInstanceID, "PCIIDE\\IDEChannel\\4&2617AEAE&0&0");
+  EXPECT_EQ(channel->VXRDevType, DWORD{VXR_DEVTYPE_HDC});
+  ASSERT_NE(channel->pVXRDriver, nullptr);
+  const VXR_DEVICE *extender = channel->pVXRDevParent;
+  ASSERT_NE(extender, nullptr);
+  EXPECT_STREQ(extender->szInstanceID, "PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39");
+  EXPECT_EQ(extender->VXRDevType, DWORD{VXR_DEVTYPE_HDC});
+  ASSERT_NE(extender->pVXRDriver, nullptr);
+  EXPECT_EQ(extender->pVXRDevParent, nullptr);
+  EXPECT_THAT(log, HasSubstr("VXR_DEVTYPE_HDC:using system inf path as:X:\\Windows\\inf\n"));
+}
+
+TEST_F(ScanTest, DiskOfAnotherBusStandsAlone) {
+  OpenScan(Disk(0, "usbstor#disk&ven_acme#77") +
+           Device("USBSTOR\\Disk&Ven_ACME\\77", "DiskDrive", "GenDisk", kScsiController) +
+           Device(kScsiController, "SCSIAdapter", "PCI\\VEN_1000&DEV_0030", ""));
+  EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
+  ASSERT_EQ(block.dwDevCnt, 1u);
+  EXPECT_EQ(block.pVXRDevices[0]->pVXRDevParent, nullptr);
+  EXPECT_EQ(dwError, 0u);
+}
+
+TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
+  const std::string disk = Disk(0, kScsiDiskInterface), id = kScsiDiskInstance;
+  struct {
+    const char *what;
+    std::string toml, named;
+  } const rows[] = {
+      {"no driver",
+       disk + Device(id, "DiskDrive", "GenDisk", kScsiController) +
+           Device(kScsiController, "SCSIAdapter", "PCI\\VEN_9999", ""),
+       kScsiController},
+      {"no parent", disk + Device(id, "DiskDrive", "GenDisk", ""), "N/A"},
+      {"class of another kind",
+       disk + Device(id, "DiskDrive", "GenDisk", kScsiController) +
+           Device(kScsiController, "Net", "PCI\\VEN_1000&DEV_0030", ""),
+       kScsiController},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    OpenScan(row.toml);
+    statusLines.clear();
+    EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
+    EXPECT_EQ(block.dwDevCnt, 1u);
+    EXPECT_EQ(block.pVXRDevices[0]->pVXRDevParent, nullptr);
+    EXPECT_EQ(dwError, 3u);
+    EXPECT_THAT(statusLines, Contains("Failed to locate driver files for device " + row.named));
+    VXRDev_FreeDevices(&block);
+  }
+}
+
+TEST_F(ScanTest, NothingIsRecordedWithoutTheDisk) {
+  OpenScan(ScsiMachine());
+  EXPECT_FALSE(VXRDev_ScanDiskDevices(nullptr));
+  std::strcpy(bootDisk, "\\\\.\\PHYSICALDRIVE1");
+  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ScanDiskDevices:VXRDev_GetDiskInstanceID():failed!"));
+  std::strcpy(bootDisk, "\\\\.\\PHYSICALDRIVE0");
+  gpVXRBMRestore = nullptr;
+  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ScanDiskDevices:VXRRlm_GetBootDisk():failed!"));
+  gpVXRBMRestore = &settings;
+  EXPECT_EQ(dwError, 0u);
+
+  VXR_EXTHEADER none = {};
+  VXRExt_Initialize(0, &none);
+  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
+  EXPECT_THAT(log, HasSubstr("msg=Target OS to be restored is not supported!\n"));
+  EXPECT_EQ(dwError, 3u);
+  EXPECT_EQ(block.dwDevCnt, 0u);
+}
+
+// --- The disk's identity --------------------------------------------------------------------------------------------
+
+TEST_F(ScanTest, InstanceIdComesFromTheInterfacePath) {
+  struct {
+    const char *interface, *id;  // null id: it cannot be made
+  } const rows[] = {
+      {R"(\\?\scsi#disk&ven_acme&prod_fast_disk&rev_1.0#4&1a2b3c&0&000000#{53f56307})",
+       R"(scsi\disk&ven_acme&prod_fast_disk&rev_1.0\4&1a2b3c&0&000000)"},
+      {R"(\\?\SCSI#Disk&Ven_A#B#C&Prod_D&Rev_1#4&1#{53F56307})", R"(scsi\disk&ven_a/b/c&prod_d&rev_1\4&1)"},
+      {R"(\\?\scsi#disk&rev_1#ven_a#2#{5})", R"(scsi\disk&rev_1\ven_a\2)"},
+      {R"(\\?\scsi#disk&ven_a#b#{5})", R"(scsi\disk&ven_a\b)"},
+      {R"(\\?\x#{5}#{6})", "x"},
+      {R"(\\?\scsi#disk)", nullptr},
+      {R"({53f56307})", nullptr},
+      {R"(\\?#{53f56307})", nullptr},
+      {R"(a{53f56307})", nullptr},
+      {R"(\\?\#{53f56307})", nullptr},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.interface);
+    OpenScan(std::string("[[disk]]\nnumber = 3\ngeometry = { cylinders = 1, heads = 1, sectors = 1, bytes = 512 }\n"
+                         "interface = '") +
+             row.interface + "'\n");
+    EXPECT_STREQ(VXRDev_GetDiskInstanceID(nullptr, 3).get(), row.id);
+    EXPECT_STREQ(VXRDev_GetDiskInstanceID("\\\\.\\physicaldrive3", 0).get(), row.id);
+    EXPECT_EQ(machine::OpenHandles(), 0u);
+  }
+}
+
+TEST_F(ScanTest, DiskIsFoundByItsDeviceNumberAmongOthers) {
+  OpenScan(Disk(2, "scsi#second#0") + Disk(1, "scsi#first#0"));
+  EXPECT_STREQ(VXRDev_GetDiskInstanceID("\\\\.\\PHYSICALDRIVE1", 0).get(), "scsi\\first\\0");
+  EXPECT_THAT(log, HasSubstr("FLUSH:VXRDev_GetDiskDevicePath:NOT THIS DISK!iEnum=1:In =1:\\\\.\\PHYSICALDRIVE1\n"));
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRDev_GetDiskDevicePath:found matched devic at iEnum=2\n"));
+  log.clear();
+  EXPECT_EQ(VXRDev_GetDiskInstanceID(nullptr, 7), nullptr);
+  EXPECT_THAT(log, HasSubstr("VXRDev_GetStoragetDeviceNumber(\\\\.\\PhysicalDrive7) failed!2\n"));
+  const std::string longest = "\\\\.\\" + std::string(59, 'x');
+  log.clear();
+  EXPECT_EQ(VXRDev_GetDiskInstanceID(longest.c_str(), 0), nullptr);
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRDev_GetDiskInstanceID:checking disk " + longest));
+  log.clear();
+  EXPECT_EQ(VXRDev_GetDiskInstanceID((longest + "x").c_str(), 0), nullptr);
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetDiskInstanceID:disk name has 64 characters, at most 63 are possible"));
+  STORAGE_DEVICE_NUMBER number = {};
+  EXPECT_FALSE(VXRDev_GetStoragetDeviceNumber(nullptr, &number));
+}
+
+// --- Present devices ------------------------------------------------------------------------------------------------
+
+TEST_F(ScanTest, FirstDeviceThatBeginsWithTheIdIsTaken) {
+  OpenScan(Device("PCI\\VEN_1\\1", "SCSIAdapter", "one", "") + Device("PCI\\VEN_12\\LONGER", "Net", "other", "") +
+           Device("PCI\\VEN_12\\2", "SCSIAdapter", "two", ""));
+  struct {
+    DWORD type;
+    const char *id, *hardwareId;
+    DWORD index;
+  } const rows[] = {
+      {VXR_DEVTYPE_SCSIADAPTER, "pci\\ven_1", "one", 0}, {VXR_DEVTYPE_SCSIADAPTER, "pci\\ven_12", "two", 1},
+      {VXR_DEVTYPE_UNKNOWN, "PCI\\VEN_12", "other", 1},  {VXR_DEVTYPE_SCSIADAPTER, "PCI\\VEN_12\\23", nullptr, 0},
+      {VXR_DEVTYPE_HDC, "PCI\\VEN_1", nullptr, 0},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.id);
+    auto device = AllocRecord<VXR_DEVICE>("device");
+    EXPECT_EQ(VXRDev_GetDevInfoData(row.type, row.id, device.get()), row.hardwareId != nullptr);
+    EXPECT_STREQ(device->szHardwareID, row.hardwareId);
+    EXPECT_EQ(device->iDevEnum, row.index);
+    VXRDev_FreeDevice(device.release());
+  }
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetDevInfoData:failed to find devinfodata for PCI\\VEN_1!ec=0x00000103\n"));
+}
+
+#ifdef VXR_FAULT_POINTS
+// The longest chain under every single failure and from each failure on: what is recorded is whole, what is not is
+// released.
+TEST_F(ScanTest, NoFailureCrashesOrLeavesHalfARecord) {
+  for (const bool onwards : {false, true}) {
+    OpenScan(kIdeMachine);
+    VXRDbg_SetLevel(0);  // thousands of scans: not every step of each
+    for (unsigned n = 1;; ++n) {
+      SCOPED_TRACE(testing::Message() << "call " << n << (onwards ? " onwards" : ""));
+      ASSERT_LT(n, 20000u);
+      dwError = 0;
+      machine::SetFaultPlan({"*", n, onwards, 0});
+      VXRDev_ScanDiskDevices(&block);
+      const unsigned met = machine::FaultsMet();
+      machine::SetFaultPlan({});
+      EXPECT_EQ(block.dwDevCnt == 1, block.pVXRDevices[0] != nullptr);
+      if (block.dwDevCnt == 1) {
+        EXPECT_NE(block.pVXRDevices[0]->szInstanceID, nullptr);
+      }
+      VXRDev_FreeDevices(&block);
+      EXPECT_EQ(machine::OpenHandles(), 0u);
+      EXPECT_EQ(machine::OpenKeys(), 0u);
+      if (met == 0) break;
+      ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_EQ(dwError, 0u);
+  }
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,118 @@
+// The search for an id of the device: candidates, INF files, manufacturers, decorations.
+#include "device/records.h"
+#include "inf/checks.h"
+#include "inf/install_section.h"
+#include "inf/search/driver_search.h"
+#include "inf/walks.h"
+#include "log/log.h"
+
+namespace {
+
+// One manufacturer line: its model section under each decoration of the driver's device, then under none. The target
+// systems that follow on the line are not read; which decorations count is the restored system's matter alone.
+BOOL UseManufacturer(HINF hInf, INFCONTEXT *line, const char *szInfDir, const char *szHardwareID, VXR_DRIVER *driver,
+                     const char *caller) {
+  const HeapText manufacturer = TextField(hInf, line, 0);
+  if (manufacturer == nullptr) return FALSE;
+  VXRDbg_Log(kFlush, "FLUSH:%s:checking manufacturer %s...\n", caller, manufacturer.get());
+  const HeapText models = TextField(hInf, line, 1);
+  if (models == nullptr) return FALSE;
+  const char *next = driver->pVXRDevice->szTargetOS;
+  while (next != nullptr) {
+    // The empty text that closes the list stands for the walk without a decoration.
+    const char *decoration = *next != '\0' ? next : nullptr;
+    if (VXRDev_ProcessModSect(hInf, szInfDir, models.get(), decoration, szHardwareID, driver)) {
+      VXRDbg_Log(kCheck, "CHECK:%s:found match:sec=%s:arch=%s...\n", caller, models.get(), DecorationName(decoration));
+      return TRUE;
+    }
+    next = decoration != nullptr ? NextText(decoration) : nullptr;
+  }
+  VXRDbg_Log(kInfo, "INFOR:%s:not found match in section %s...\n", caller, models.get());
+  return FALSE;
+}
+
+}  // namespace
+
+BOOL VXRDev_LocateDriverInfs(const char *szInfDir, const char *szInfFiles, VXR_DRIVER *pVXRDriver,
+                             VXR_DEVICE *pVXRDevice) {
+  const CallTrace trace = TraceCall();
+  if (!Given(szInfFiles, "szInfFiles") || !Given(pVXRDevice, "pVXRDevice") || !Given(pVXRDriver, "pVXRDriver") ||
+      !Given(pVXRDriver->pDrvInfoData, "pVXRDriver->pDrvInfoData") ||
+      !Given(pVXRDriver->pDrvInfoDetailData, "pVXRDriver->pDrvInfoDData") ||
+      !Given(pVXRDriver->pVXRDevice, "pVXRDriver->pVXRDevice")) {
+    return FALSE;
+  }
+  VXRDbg_Log(kCheck, "CHECK:%s:instid=%s:infdir=%s\n", __func__, pVXRDevice->szInstanceID, szInfDir);
+
+  const SP_DRVINFO_DETAIL_DATA_A *detail = pVXRDriver->pDrvInfoDetailData;
+  const char *ids = detail->HardwareID;
+  const struct {
+    const char *name;
+    const char *ids;
+  } candidates[] = {
+      {"drvinfo hardware", ids},
+      {"drvinfo compatible", detail->CompatIDsLength != 0 ? ids + detail->CompatIDsOffset : nullptr},
+      {"devinfo hardware", pVXRDriver->pVXRDevice->szHardwareID},
+      {"devinfo compatible", pVXRDriver->pVXRDevice->szCompatibleIDs},
+  };
+  BOOL found = FALSE;
+  for (const auto &list : candidates) {
+    int32_t number = 0;
+    for (const char *id = list.ids; id != nullptr && *id != '\0' && !found; id = NextText(id)) {
+      VXRDbg_Log(kCheck, "CHECK:%s:check %s id=%02d:%s\n", __func__, list.name, ++number, id);
+      found = VXRDev_LocateDriverByID(id, szInfDir, szInfFiles, pVXRDriver, pVXRDevice);
+    }
+  }
+  VXRDbg_Log(kInfo, "INFOR:%s:%s driver for %s\n", __func__, found ? "successfully located" : "failed to locate",
+             pVXRDevice->szInstanceID);
+  return found;
+}
+
+BOOL VXRDev_LocateDriverByID(const char *szHardwareID, const char *szInfDir, const char *szInfFiles,
+                             VXR_DRIVER *pVXRDriver, VXR_DEVICE *pVXRDevice) {
+  const CallTrace trace = TraceCall();
+  if (!Given(pVXRDriver, "pVXRDriver") || !Given(pVXRDevice, "pVXRDevice") || !Given(szInfDir, "szInfDir") ||
+      !Given(szInfFiles, "szInfFiles") || !Given(szHardwareID, "szHardwareID")) {
+    return FALSE;
+  }
+  const HeapText guid = VXRDev_GetGuidString(&pVXRDevice->guDevice, TRUE);
+  VXRDbg_Log(kInfo, "INFOR:%s:check for hwid=%s:devguid=%s\n", __func__, szHardwareID, guid.get());
+  const HeapText path = AllocText(MAX_PATH, "szInfFile");
+  if (path == nullptr) return FALSE;
+  for (const char *file = szInfFiles; *file != '\0'; file = NextText(file)) {
+    if (!PutText(path.get(), MAX_PATH, "szInfFile", {szInfDir, "\\", file})) continue;
+    if (VXRDev_ValidateInfFile(path.get(), &pVXRDevice->guDevice) &&
+        VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, szInfDir, path.get(), szHardwareID, pVXRDriver)) {
+      return TRUE;
+    }
+  }
+  return FALSE;
+}
+
+BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFile, const char *szHardwareID,
+                            VXR_DRIVER *pVXRDriver) {
+  const CallTrace trace = TraceCall();
+  if (!Given(szInfDir, "szInfDir") || !Given(szInfFile, "szInfFile") || !Given(szHardwareID, "szHardwareID") ||
+      !DecorationsGiven(pVXRDriver)) {
+    return FALSE;
+  }
+  if (*pVXRDriver->pVXRDevice->szTargetOS == '\0') {
+    LogFailure("VXREng_GetSubStringCount:szTargetOS", szInfFile);
+    return FALSE;
+  }
+  InfFile own;
+  if (hInf == INVALID_HANDLE_VALUE) {
+    own = OpenInfFile(szInfFile);
+    if (own == nullptr) {
+      LogFailure("SetupOpenInfFile", szInfFile);
+      return FALSE;
+    }
+    hInf = own.get();
+  }
+  VXRDbg_Log(kCheck, "FLUSH:%s:InfFile=%s\n", __func__, szInfFile);
+  INFCONTEXT line = {};
+  for (BOOL more = FirstLine(hInf, "Manufacturer", &line); more; more = NextLine(&line)) {
+    if (UseManufacturer(hInf, &line, szInfDir, szHardwareID, pVXRDriver, __func__)) return TRUE;
+  }
+  return FALSE;
+}

@@ -1,0 +1,26 @@
+#include "platform/machine/description/current.h"
+
+#include <utility>
+
+#include "platform/text/code_page.h"
+
+namespace machine {
+namespace {
+
+std::unique_ptr<Description> current;
+
+}  // namespace
+
+const Description *Current() { return current.get(); }
+
+const Description *CurrentOrNotReady() {
+  if (current == nullptr) platform::SetLastError(ERROR_NOT_READY);
+  return current.get();
+}
+
+void SetCurrent(std::unique_ptr<Description> description) {
+  current = std::move(description);
+  SetCodePage(current == nullptr ? kDefaultCodePage : current->system.codePage);
+}
+
+}  // namespace machine

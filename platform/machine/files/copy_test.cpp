@@ -1,0 +1,201 @@
+// Copies: what they carry over, what they refuse, and that an old target survives every failure.
+#include "platform/machine/files/copy.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/handles.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using namespace platform;
+
+class CopyTest : public MachineTest {
+ protected:
+  CopyTest() { WriteFile("ram/drivers/new.sys", "new contents"); }
+
+  // NO_ERROR or why not.
+  static DWORD Copy(const char *source, const char *target, BOOL failIfExists = FALSE) {
+    return CopyFileA(source, target, failIfExists) ? NO_ERROR : GetLastError();
+  }
+
+  std::vector<MachineEvent> CopyEvents() const {
+    std::vector<MachineEvent> copies;
+    for (const MachineEvent &event : events) {
+      if (event.kind == VXRMACHINE_FILE_COPIED || event.kind == VXRMACHINE_FILE_NOT_COPIED) copies.push_back(event);
+    }
+    return copies;
+  }
+};
+
+constexpr const char *kSource = R"(X:\drivers\new.sys)";
+
+TEST_F(CopyTest, CarriesContentsTimeAndAttributes) {
+  std::filesystem::create_directories(Host("restored/drv"));
+  const std::string large(3000000, 'x');
+  WriteFile("ram/drivers/large.sys", large);
+  const timespec times[2] = {{1000, 0}, {1234567890, 500}};
+  utimensat(-1, Host("ram/drivers/new.sys").c_str(), times, 0);
+  Open();
+  constexpr DWORD kHidden = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
+  ASSERT_TRUE(SetFileAttributesA(kSource, kHidden));
+  ASSERT_EQ(Copy(kSource, R"(D:\drv\A.SYS)"), NO_ERROR);
+  ASSERT_EQ(Copy(R"(X:\drivers\large.sys)", R"(D:\drv\large.sys)"), NO_ERROR);
+
+  EXPECT_EQ(ReadFile("restored/drv/A.SYS"), "new contents");
+  EXPECT_EQ(ReadFile("restored/drv/large.sys"), large);
+  EXPECT_EQ(GetFileAttributesA(R"(D:\drv\a.sys)"), kHidden | FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(GetFileAttributesA(R"(D:\drv\large.sys)"), FILE_ATTRIBUTE_ARCHIVE);
+  struct stat status = {};
+  ASSERT_EQ(stat(Host("restored/drv/A.SYS").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mtim.tv_sec, 1234567890);
+  EXPECT_EQ(status.st_mtim.tv_nsec, 500);
+  EXPECT_THAT(Names("restored/drv"), testing::UnorderedElementsAre("A.SYS", "large.sys"));
+  ASSERT_EQ(CopyEvents().size(), 2u);
+  EXPECT_EQ(CopyEvents()[0].kind, static_cast<uint32_t>(VXRMACHINE_FILE_COPIED));
+  EXPECT_EQ(CopyEvents()[0].subject, R"(D:\drv\A.SYS)");
+  EXPECT_EQ(CopyEvents()[0].detail, kSource);
+  EXPECT_EQ(CopyEvents()[0].size, 12u);
+}
+
+TEST_F(CopyTest, ReplacesUnderTheOldName) {
+  WriteFile("restored/drv/Old.Sys", "old");
+  std::filesystem::permissions(Host("restored/drv/Old.Sys"), std::filesystem::perms(0640));
+  Open();
+  ASSERT_EQ(Copy(kSource, R"(D:\DRV\OLD.SYS)"), NO_ERROR);
+  EXPECT_THAT(Names("restored/drv"), testing::ElementsAre("Old.Sys"));
+  EXPECT_EQ(ReadFile("restored/drv/Old.Sys"), "new contents");
+  struct stat status = {};
+  ASSERT_EQ(stat(Host("restored/drv/Old.Sys").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
+}
+
+TEST_F(CopyTest, RefusalsLeaveAllAsItWas) {
+  WriteFile("restored/drv/readonly.sys", "old");
+  WriteFile("restored/drv/hidden.sys", "old");
+  WriteFile("restored/drv/system.sys", "old");
+  WriteFile("restored/drv/plain.sys", "old");
+  WriteFile("secret/file.sys", "old");
+  std::filesystem::create_symlink("../../secret/file.sys", Host("restored/drv/out.sys"));
+  std::filesystem::create_symlink("../../secret", Host("restored/drv/away"));
+  std::filesystem::create_symlink("plain.sys", Host("restored/drv/in.sys"));
+  std::filesystem::create_directories(Host("restored/drv/dir.sys"));
+  std::filesystem::create_hard_link(Host("restored/drv/plain.sys"), Host("restored/drv/same.sys"));
+  Open();
+  SetFileAttributesA(R"(D:\drv\readonly.sys)", FILE_ATTRIBUTE_READONLY);
+  SetFileAttributesA(R"(D:\drv\hidden.sys)", FILE_ATTRIBUTE_HIDDEN);
+  SetFileAttributesA(R"(D:\drv\system.sys)", FILE_ATTRIBUTE_SYSTEM);
+  const auto namesBefore = Names("restored/drv");
+  const struct {
+    const char *source, *target;
+    BOOL failIfExists;
+    DWORD expected;
+    uint64_t kept;
+  } cases[] = {
+      {kSource, R"(D:\drv\readonly.sys)", FALSE, ERROR_ACCESS_DENIED, 1},
+      {kSource, R"(D:\drv\hidden.sys)", FALSE, ERROR_ACCESS_DENIED, 1},
+      {kSource, R"(D:\drv\system.sys)", FALSE, ERROR_ACCESS_DENIED, 1},
+      {kSource, R"(D:\drv\plain.sys)", TRUE, ERROR_FILE_EXISTS, 1},
+      {kSource, R"(D:\drv\dir.sys)", FALSE, ERROR_ACCESS_DENIED, 1},
+      {kSource, R"(D:\drv\in.sys)", FALSE, ERROR_ACCESS_DENIED, 1},
+      {kSource, R"(D:\drv\out.sys)", FALSE, ERROR_ACCESS_DENIED, 0},
+      {kSource, R"(D:\drv\away\file.sys)", FALSE, ERROR_ACCESS_DENIED, 0},
+      {kSource, R"(D:\..\secret\file.sys)", FALSE, ERROR_ACCESS_DENIED, 0},
+      {kSource, R"(D:\absent\file.sys)", FALSE, ERROR_PATH_NOT_FOUND, 0},
+      {kSource, R"(D:\drv\con.sys)", FALSE, ERROR_INVALID_NAME, 0},
+      {R"(D:\drv\PLAIN.sys)", R"(D:\drv\plain.SYS)", FALSE, ERROR_SHARING_VIOLATION, 1},
+      {R"(D:\drv\same.sys)", R"(D:\drv\plain.sys)", FALSE, ERROR_SHARING_VIOLATION, 1},
+      {R"(X:\drivers)", R"(D:\drv\new.sys)", FALSE, ERROR_ACCESS_DENIED, 0},
+      {R"(X:\drivers\none.sys)", R"(D:\drv\new.sys)", FALSE, ERROR_FILE_NOT_FOUND, 0},
+      {R"(X:\none\none.sys)", R"(D:\drv\new.sys)", FALSE, ERROR_PATH_NOT_FOUND, 0},
+  };
+  for (const auto &c : cases) {
+    const std::size_t told = CopyEvents().size();
+    EXPECT_EQ(Copy(c.source, c.target, c.failIfExists), c.expected) << c.source << " -> " << c.target;
+    ASSERT_EQ(CopyEvents().size(), told + 1) << c.target;
+    const MachineEvent event = CopyEvents().back();
+    EXPECT_EQ(event.kind, static_cast<uint32_t>(VXRMACHINE_FILE_NOT_COPIED));
+    EXPECT_EQ(event.subject, c.target);
+    EXPECT_NE(event.detail, "");
+    EXPECT_EQ(event.size, c.kept) << c.target << ": " << event.detail;
+  }
+  EXPECT_THAT(Names("restored/drv"), testing::UnorderedElementsAreArray(namesBefore));
+  for (const char *name : {"restored/drv/readonly.sys", "restored/drv/hidden.sys", "restored/drv/system.sys",
+                           "restored/drv/plain.sys", "secret/file.sys"}) {
+    EXPECT_EQ(ReadFile(name), "old") << name;
+  }
+  EXPECT_EQ(Copy(nullptr, R"(D:\drv\new.sys)"), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(Copy(kSource, nullptr), ERROR_INVALID_PARAMETER);
+}
+
+// Runs with files limited to 64 KiB, which fails a write in the midst of a copy wherever the test runs.
+class SizeLimit {
+ public:
+  SizeLimit() {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit small = {65536, before_.rlim_max};
+    handler_ = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+  }
+  ~SizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  rlimit before_ = {};
+  void (*handler_)(int) = nullptr;
+};
+
+TEST_F(CopyTest, AFailedWriteKeepsTheOldTarget) {
+  WriteFile("restored/drv/old.sys", "old");
+  WriteFile("ram/drivers/large.sys", std::string(1 << 20, 'x'));
+  Open();
+  {
+    const SizeLimit limit;
+    EXPECT_EQ(Copy(R"(X:\drivers\large.sys)", R"(D:\drv\old.sys)"), ERROR_FILE_TOO_LARGE);
+    EXPECT_EQ(Copy(R"(X:\drivers\large.sys)", R"(D:\drv\new.sys)"), ERROR_FILE_TOO_LARGE);
+  }
+  EXPECT_EQ(ReadFile("restored/drv/old.sys"), "old");
+  EXPECT_THAT(Names("restored/drv"), testing::ElementsAre("old.sys"));
+}
+
+TEST_F(CopyTest, TheCommandTellsOnlyWhatIsNew) {
+  WriteFile("restored/a.sys", "old");
+  Open();
+  SetFileAttributesA(R"(D:\a.sys)", FILE_ATTRIBUTE_READONLY);
+  const auto command = [] {
+    return machine::CopyWindowsFile(kSource, R"(D:\a.sys)", false, machine::CopyCaller::kCommand);
+  };
+  EXPECT_FALSE(CopyFileA(kSource, R"(D:\a.sys)", FALSE));
+  EXPECT_FALSE(command());
+  EXPECT_EQ(CopyEvents().size(), 1u) << "the same failure again";
+  EXPECT_FALSE(command());
+  EXPECT_EQ(CopyEvents().size(), 2u) << "no call before it";
+  EXPECT_FALSE(CopyFileA(kSource, R"(D:\a.sys)", FALSE));
+  SetFileAttributesA(R"(D:\a.sys)", FILE_ATTRIBUTE_NORMAL);
+  EXPECT_TRUE(command());
+  ASSERT_EQ(CopyEvents().size(), 4u);
+  EXPECT_EQ(CopyEvents().back().kind, static_cast<uint32_t>(VXRMACHINE_FILE_COPIED));
+}
+
+// A copy is written beside the target, which is the old file or the whole new one whatever fails.
+TEST_F(CopyTest, AFaultKeepsTheOldTarget) {
+  WriteFile("restored/drv/a.sys", "old");
+  Open();
+  for (const char *step : {"CopyFileA", "file create", "file take over", "file flush", "file rename"}) {
+    machine::SetFaultPlan({step, 1, false, ERROR_NOT_ENOUGH_MEMORY});
+    EXPECT_NE(Copy(kSource, R"(D:\drv\a.sys)"), NO_ERROR) << step;
+    EXPECT_EQ(machine::FaultsMet(), 1u);
+    machine::SetFaultPlan({});
+    EXPECT_EQ(ReadFile("restored/drv/a.sys"), "old") << step;
+    EXPECT_THAT(Names("restored/drv"), testing::ElementsAre("a.sys")) << step;
+  }
+  EXPECT_EQ(Copy(kSource, R"(D:\drv\a.sys)"), NO_ERROR);
+}
+
+}  // namespace

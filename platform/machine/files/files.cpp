@@ -1,0 +1,172 @@
+// Opening and closing of files; their sizes, attributes and times.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/machine/base/access.h"
+#include "platform/machine/base/answer.h"
+#include "platform/machine/base/errors.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/file_time.h"
+#include "platform/machine/base/handles.h"
+#include "platform/machine/description/current.h"
+#include "platform/machine/files/paths.h"
+#include "platform/machine/files/storage.h"
+#include "platform/machine/host/attributes.h"
+
+namespace {
+
+using machine::Descriptor;
+using machine::FailOpen;
+
+struct OpenRequest {
+  DWORD access, disposition, attributes;
+  bool Writes() const { return machine::GrantsWriting(access); }
+  bool Empties() const { return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING; }
+};
+
+// What a file that exists does not let happen to it; NO_ERROR when the request may go on.
+DWORD Obstacle(const OpenRequest &request, const machine::HostPlace &place) {
+  struct stat status = {};
+  if (fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return machine::ErrorFromErrno(errno);
+  }
+  if (request.disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
+  // Not pipes or devices either: opening one may wait, or do something.
+  if (!S_ISREG(status.st_mode)) return ERROR_ACCESS_DENIED;
+  const DWORD attributes = machine::ReadAttributes(machine::PlaceName(place), status);
+  if ((request.Writes() || request.Empties()) && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+    return ERROR_ACCESS_DENIED;
+  }
+  constexpr DWORD kMustBeNamed = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+  const bool hides = (attributes & kMustBeNamed & ~request.attributes) != 0;
+  return request.disposition == CREATE_ALWAYS && hides ? ERROR_ACCESS_DENIED : NO_ERROR;
+}
+
+HANDLE OpenPlace(const OpenRequest &request, const machine::HostPlace &place) {
+  int flags = machine::AccessFlags(request.access) | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+  if (place.exists) {
+    const DWORD obstacle = Obstacle(request, place);
+    if (obstacle != NO_ERROR) return FailOpen(obstacle);
+    if (request.Empties()) flags |= O_TRUNC;
+  } else {
+    if (request.disposition == OPEN_EXISTING || request.disposition == TRUNCATE_EXISTING) {
+      return FailOpen(ERROR_FILE_NOT_FOUND);
+    }
+    flags |= O_CREAT | O_EXCL;
+  }
+  Descriptor file(openat(place.directory, place.name.c_str(), flags, 0666));
+  if (!file) return FailOpen(machine::ErrorFromErrno(errno));
+  if (!place.exists || request.disposition == CREATE_ALWAYS) {
+    struct stat status = {};
+    const DWORD attributes = request.attributes | FILE_ATTRIBUTE_ARCHIVE;
+    if (fstat(file.fd, &status) != 0 || !machine::WriteAttributes(machine::PlaceName(place), status, attributes)) {
+      return FailOpen(machine::ErrorFromErrno(errno));
+    }
+  }
+  return machine::AddHandle(
+      machine::FileHandle{std::move(file), machine::GrantsReading(request.access), request.Writes(), 0});
+}
+
+// As LocatePlace, of what exists.
+bool LocateExisting(const char *name, machine::HostPlace *place) {
+  if (!machine::LocatePlace(name, place)) return false;
+  if (!place->exists) platform::SetLastError(ERROR_FILE_NOT_FOUND);
+  return place->exists;
+}
+
+// Where the file system does not keep it, the time of the last write stands in.
+FILETIME CreationTime(const machine::HostPlace &place) {
+  struct statx more = {};
+  const bool told = statx(place.directory, place.name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &more) == 0 &&
+                    (more.stx_mask & STATX_BTIME) != 0;
+  return told ? machine::FileTimeOf(more.stx_btime.tv_sec, more.stx_btime.tv_nsec)
+              : machine::FileTimeOf(place.status.st_mtim);
+}
+
+}  // namespace
+
+namespace platform {
+
+HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposition, DWORD flags, HANDLE) {
+  VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
+  if (machine::CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
+  if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
+  if (name != nullptr && machine::IsDeviceName(name)) {
+    const HANDLE device = machine::OpenDevice(name, access, disposition);
+    if (device != INVALID_HANDLE_VALUE) SetLastError(NO_ERROR);
+    return device;
+  }
+  const OpenRequest request = {access, disposition, flags & 0xFFFF};
+  if (disposition == TRUNCATE_EXISTING && !request.Writes()) return FailOpen(ERROR_INVALID_PARAMETER);
+  machine::HostPlace place;
+  if (!machine::LocatePlace(name, &place)) return INVALID_HANDLE_VALUE;
+  const HANDLE handle = OpenPlace(request, place);
+  if (handle == INVALID_HANDLE_VALUE) return handle;
+  const bool mayCreate = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+  SetLastError(mayCreate && place.exists ? ERROR_ALREADY_EXISTS : NO_ERROR);
+  return handle;
+}
+
+// A close that is made to fail closes all the same: no caller tries twice.
+BOOL CloseHandle(HANDLE handle) {
+  const machine::HandleRecord *record = machine::FindHandle(handle);
+  const bool search = record != nullptr && std::holds_alternative<machine::SearchHandle>(*record);
+  const BOOL closed = !search && machine::DropHandle(handle);
+  VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
+  if (search) SetLastError(ERROR_INVALID_HANDLE);  // FindClose ends those
+  return closed;
+}
+
+DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
+  VXR_FAULT(INVALID_FILE_SIZE, ERROR_INVALID_HANDLE);
+  const auto *record = machine::FindHandleOf<machine::FileHandle>(file);
+  struct stat status = {};
+  if (record == nullptr) return INVALID_FILE_SIZE;
+  if (fstat(record->file.fd, &status) != 0) {
+    machine::FailHost();
+    return INVALID_FILE_SIZE;
+  }
+  const auto size = static_cast<DWORD64>(status.st_size);
+  if (sizeHigh != nullptr) *sizeHigh = static_cast<DWORD>(size >> 32);
+  const auto low = static_cast<DWORD>(size);
+  if (low == INVALID_FILE_SIZE) SetLastError(NO_ERROR);  // how a caller tells this size from a failure
+  return low;
+}
+
+DWORD GetFileAttributesA(const char *name) {
+  VXR_FAULT(INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND);
+  machine::HostPlace place;
+  return LocateExisting(name, &place) ? machine::ReadAttributes(machine::PlaceName(place), place.status)
+                                      : INVALID_FILE_ATTRIBUTES;
+}
+
+BOOL SetFileAttributesA(const char *name, DWORD attributes) {
+  VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
+  machine::HostPlace place;
+  if (!LocateExisting(name, &place)) return FALSE;
+  if (machine::WriteAttributes(machine::PlaceName(place), place.status, attributes)) return TRUE;
+  return machine::FailHost();
+}
+
+BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data) {
+  VXR_FAULT(FALSE, ERROR_FILE_NOT_FOUND);
+  machine::HostPlace place;
+  if (level != GetFileExInfoStandard || data == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  if (!LocateExisting(name, &place)) return FALSE;
+  const struct stat &status = place.status;
+  const DWORD64 size = S_ISREG(status.st_mode) ? static_cast<DWORD64>(status.st_size) : 0;
+  WIN32_FILE_ATTRIBUTE_DATA facts = {};
+  facts.dwFileAttributes = machine::ReadAttributes(machine::PlaceName(place), status);
+  facts.ftCreationTime = CreationTime(place);
+  facts.ftLastAccessTime = machine::FileTimeOf(status.st_atim);
+  facts.ftLastWriteTime = machine::FileTimeOf(status.st_mtim);
+  facts.nFileSizeHigh = static_cast<DWORD>(size >> 32);
+  facts.nFileSizeLow = static_cast<DWORD>(size);
+  std::memcpy(data, &facts, sizeof facts);
+  return TRUE;
+}
+
+}  // namespace platform

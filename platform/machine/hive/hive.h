@@ -1,0 +1,98 @@
+// One hive file: opened, brought up to date from its logs, read, changed in memory, saved. What is set is kept beside
+// the file's content until the hive is saved, complete for each key: libhivex replaces all values of a key at once, and
+// setting them one by one would write the key's whole list anew each time.
+#pragma once
+
+#include <hivex.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/machine/base/descriptor.h"
+#include "platform/machine/hive/hive_recovery.h"
+#include "platform/machine/hive/registry_path.h"
+#include "platform/machine/hive/registry_value.h"
+
+namespace machine {
+
+struct Free {
+  void operator()(void *memory) const { std::free(memory); }
+};
+// What libhivex hands out.
+template <typename T>
+using Malloced = std::unique_ptr<T, Free>;
+
+struct HivexCloser {
+  void operator()(hive_h *handle) const { hivex_close(handle); }
+};
+
+// A key that was made, or had a value set, since the hive was opened.
+struct ChangedKey {
+  std::u16string name;              // its own, as spelled when it was made
+  bool valuesSet = false;           // else only made
+  std::vector<StoredValue> values;  // all of the key's, the unchanged ones too
+};
+
+struct Hive {
+  Descriptor directory, file;  // the file is open for reading and locked against other runs
+  std::string name;            // in the directory
+  std::uint64_t size = 0;      // of the file, bytes
+  BaseBlock head;              // the file's own
+  std::vector<HiveLog> logs;   // beside it; read when needed
+  bool recovered = false;      // what the hive is comes from the file and its logs
+  Recovery recovery;           // of a hive that needed its logs
+  Descriptor copy;             // what libhivex reads instead of the file, when that is not as it should be
+  BaseBlock state;             // the base block of what is read
+
+  std::unique_ptr<hive_h, HivexCloser> handle;  // null until ReadHive
+  std::string failure;                          // why ReadHive failed, once it has
+  std::map<FoldedPath, hive_node_h> nodes;      // found so far; a key's node never moves
+  std::map<FoldedPath, ChangedKey> changes;     // a key comes before the keys below it
+};
+
+// The file that holds what the hive is.
+inline int ContentOf(const Hive &hive) { return hive.copy ? hive.copy.fd : hive.file.fd; }
+
+enum class HiveUse { kLook, kChange };
+
+// Opens the hive's `name` in its directory, both set by the caller; locks the file (for a look, against changes only),
+// checks it and, where it was not closed cleanly, brings it up to date in memory from its logs. The files are not
+// touched. Empty, or the reason, one line for people, why it may not be changed: it is missing, in use by another run,
+// damaged, or needs logs that are not there. What was found out until then is in the record.
+std::string OpenHive(Hive *hive, HiveUse use);
+
+// The same for a file by its path on the host; sets directory and name.
+std::string OpenHiveFile(Hive *hive, const std::filesystem::path &file, HiveUse use);
+
+// "replayed 14 entries from two logs", of a recovered hive.
+std::string DescribeReplay(const Recovery &recovery);
+
+// Has libhivex read the file, when that has not been done. False, with `failure` set, when it cannot.
+bool ReadHive(Hive *hive);
+
+// Key paths are relative to the hive's root. These return Windows' error codes: ERROR_FILE_NOT_FOUND for no such key or
+// value, ERROR_BADDB for a hive that cannot be read there.
+LSTATUS FindHiveKey(Hive *hive, const KeyPath &key);
+LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value);
+// Makes the key and those above it that are missing.
+LSTATUS CreateHiveKey(Hive *hive, const KeyPath &key);
+// The key must exist. A value that is there already with the same data changes nothing. ERROR_NOT_SUPPORTED when the
+// key could not be saved whole: it holds (or would hold) data longer than one cell, or a name that libhivex cannot give
+// back.
+LSTATUS SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value);
+
+// Whether the changes can be given to libhivex: every cell that it will free is named once. Empty, or the reason.
+std::string CheckReplacedCells(Hive *hive);
+
+// Writes the changes to a new file, flushes it and puts it in the old one's place, with the old one's owner, mode and
+// extended attributes; without changes only has the disk know the names there, and stores size 0. The new hive is
+// clean, and no log beside it can be applied to it, now or later; the logs stay as they are, since they may be wanted
+// as evidence. On failure stores the reason; the old file is then whole, or the new one is in place but not surely on
+// the disk, and its size is stored. The hive must not be used afterwards.
+bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason);
+
+}  // namespace machine

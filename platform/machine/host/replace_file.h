@@ -1,0 +1,56 @@
+// Putting a new file in a place at once: it is written beside, flushed, and then takes the place, so that whatever
+// fails, or whenever the machine stops, an old file or the new one is whole under the name.
+//
+// A failing function sets errno; what is not in place then vanishes with its record.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+#include "platform/machine/base/descriptor.h"
+
+namespace machine {
+
+// The new file: without a name where the file system can do that, so that not even a power failure leaves it behind.
+// The name that it has otherwise, or for a moment, comes from the target's, so that the next run finds what one that
+// was stopped left there; its lock says that it is at work.
+struct NewFile {
+  int directory = -1;  // not owned; may be an O_PATH descriptor
+  std::string target;  // the name of the place
+  Descriptor file;     // open for reading and writing
+  std::string name;    // the name that it has on the way; empty while it has none
+  bool inPlace = false;
+
+  NewFile(int where, std::string place) : directory(where), target(std::move(place)) {}
+  NewFile(const NewFile &) = delete;
+  NewFile &operator=(const NewFile &) = delete;
+  ~NewFile();
+  std::string HostName() const { return "/proc/self/fd/" + std::to_string(file.fd); }
+};
+
+// Removes what a stopped run left of a new file for the target. False when that cannot be, EBUSY when a run is at work
+// on it.
+bool ClearLeftOver(int directory, const std::string &target);
+
+// Makes the file in its directory, where nothing is left of an earlier one then. One that replaces another is its
+// owner's alone until TakeOver; `exists` says so. EBUSY when another run makes one for the same target.
+bool OpenNewFile(NewFile *created, bool exists);
+
+bool WriteAll(int file, const char *bytes, std::size_t size);
+
+// Gives the written file what the old one has besides its contents: access time, owner, mode and extended attributes,
+// also those of NTFS. False when owner or mode cannot be the same, since others might then read or change it, or for
+// want of room. Attributes that the file system or the system's rules refuse are passed over.
+bool TakeOver(const NewFile &created);
+
+// Flushes the file, puts it in place and flushes the directory; `exists` says whether there is an old one to replace.
+// Null, or what failed, for people. Only when the last step fails is the new file `inPlace` after a failure: whole, but
+// not surely on the disk. That a file system cannot flush directories is no failure.
+const char *PutInPlace(NewFile *created, bool exists);
+
+// Has the disk know the names in the directory; true also where the file system cannot do that.
+bool FlushDirectory(int directory);
+
+}  // namespace machine

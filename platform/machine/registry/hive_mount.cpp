@@ -1,0 +1,151 @@
+// What the registry tool does with hives, and the saving of the running system's.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/machine/base/report.h"
+#include "platform/machine/files/paths.h"
+#include "platform/machine/host/replace_file.h"
+#include "platform/machine/registry/registry.h"
+#include "platform/machine/registry/registry_state.h"
+
+namespace machine {
+namespace {
+
+void Tell(const std::string &line) { platform::OutputDebugStringA(("reg.exe: " + line + "\n").c_str()); }
+
+void ReportHive(DWORD kind, const std::string &subject, const std::string &detail, std::uint64_t size = 0) {
+  VXRMachine_Event event = {};
+  event.kind = kind;
+  event.subject = subject.c_str();
+  event.detail = detail.empty() ? nullptr : detail.c_str();
+  event.size = size;
+  Report(event);
+}
+
+std::string CannotLocate() {
+  switch (platform::GetLastError()) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return "does not exist; correct the path";
+    case ERROR_ACCESS_DENIED:
+      return "leads out of its drive or may not be read; correct the path or its rights";
+    default:
+      return "cannot be found (system error " + std::to_string(platform::GetLastError()) + "); correct the path";
+  }
+}
+
+// Opens the hive file for a mount. A directory that cannot be written to is refused now: the save at the end of the run
+// would fail, after everything else was done.
+std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason) {
+  HostPlace place;
+  if (windowsPath == nullptr || !LocatePlace(windowsPath, &place)) {
+    *reason = windowsPath == nullptr ? "is not named; give its path" : CannotLocate();
+    return nullptr;
+  }
+  std::unique_ptr<Hive> hive;
+  if (!place.exists) {
+    *reason = "does not exist; correct the path";
+  } else if (faccessat(place.directory, ".", W_OK | X_OK, 0) != 0) {
+    *reason = std::string("could not be saved, its directory cannot be written to (") + std::strerror(errno) +
+              "); mount the file system for writing, then run again";
+  } else {
+    hive = std::make_unique<Hive>();
+    // The place's descriptor only names the directory; one that can be flushed must be open for reading.
+    hive->directory = Descriptor(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    hive->name = place.name;
+    *reason = OpenHive(hive.get(), HiveUse::kChange);
+    if (reason->empty() && !ReadHive(hive.get())) *reason = hive->failure;
+    if (!reason->empty()) hive.reset();
+  }
+  // A run that was stopped may have left a new hive, and this run may have nothing to save. What cannot be removed is
+  // told when it is in the way.
+  if (hive != nullptr) ClearLeftOver(hive->directory.fd, hive->name);
+  return hive;
+}
+
+bool SaveMounted(MountedHive *mounted) {
+  std::uint64_t size = 0;
+  std::string reason;
+  if (!SaveHive(mounted->hive.get(), &size, &reason)) {
+    Tell(mounted->subject + " is not saved: " + reason);
+    ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
+    return false;
+  }
+  if (size != 0) ReportHive(VXRMACHINE_HIVE_SAVED, mounted->subject, "", size);
+  return true;
+}
+
+}  // namespace
+
+void TellReplay(const MountedHive &mounted) {
+  if (!mounted.hive->recovered) return;
+  const std::string replay = DescribeReplay(mounted.hive->recovery);
+  Tell(mounted.subject + " was not closed cleanly: " + replay);
+  ReportHive(VXRMACHINE_HIVE_REPLAYED, mounted.subject, replay);
+}
+
+int MountHive(const std::string &key, const char *windowsPath) {
+  MountedHive mounted;
+  mounted.key = key;
+  mounted.at = ParseKeyPathA(key);
+  mounted.subject = windowsPath != nullptr ? windowsPath : "";
+  std::string reason;
+  if (!Registry().open) {
+    reason = "cannot be mounted without a machine; open one first";
+  } else if (mounted.at.folded.size() != 1) {
+    reason = "cannot be mounted at \"" + key + "\"; give one key directly below HKLM";
+  } else if (FindKey(mounted.at) != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
+    reason = "cannot be mounted, HKLM\\" + key + " is in use; unload what is there first";
+  } else {
+    mounted.hive = OpenNamedHive(windowsPath, &reason);
+  }
+  if (mounted.hive == nullptr) {
+    Tell(mounted.subject + " " + reason);
+    ReportHive(VXRMACHINE_HIVE_REFUSED, mounted.subject, reason);
+    return 1;
+  }
+  ReportHive(VXRMACHINE_HIVE_LOADED, mounted.subject, key);
+  TellReplay(mounted);
+  Registry().hives.push_back(std::move(mounted));
+  ++Registry().changes;
+  return 0;
+}
+
+int UnmountHive(const std::string &key) {
+  std::vector<MountedHive> &hives = Registry().hives;
+  const KeyPath at = ParseKeyPathA(key);
+  const auto found = std::find_if(hives.begin(), hives.end(), [&](const MountedHive &mounted) {
+    return !mounted.running && mounted.at.folded == at.folded;
+  });
+  if (found == hives.end()) {
+    Tell("no hive is mounted at HKLM\\" + key);
+    return 1;
+  }
+  if (const std::size_t open = OpenKeysBelow(at); open != 0) {
+    const std::string reason =
+        "stays mounted: " + std::to_string(open) + " of its keys are still open; close them first";
+    Tell(found->subject + " " + reason);
+    ReportHive(VXRMACHINE_HIVE_NOT_SAVED, found->subject, reason);
+    return 1;
+  }
+  const bool saved = SaveMounted(&*found);
+  hives.erase(found);
+  ++Registry().changes;
+  return saved ? 0 : 1;
+}
+
+bool CloseRegistry() {
+  DropKeyHandles();
+  bool saved = true;
+  for (MountedHive &mounted : Registry().hives) {
+    if (mounted.running) saved = SaveMounted(&mounted) && saved;
+  }
+  Registry() = RegistryState();
+  return saved;
+}
+
+}  // namespace machine

@@ -1,0 +1,163 @@
+// The registry calls, and the key handles that they trade in.
+#include "platform/machine/registry/registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_map>
+
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/report.h"
+#include "platform/machine/registry/registry_state.h"
+#include "platform/text/code_page.h"
+
+namespace machine {
+namespace {
+
+struct OpenKey {
+  KeyPath path;
+  std::string text;  // the same as the callers gave it
+};
+
+// A handle is a number into this table, never an address: one that was closed, or never was one, is recognised.
+std::unordered_map<ULONG_PTR, OpenKey> g_keys;
+ULONG_PTR g_lastKey = 0;
+
+LSTATUS Fail(DWORD code) {
+  platform::SetLastError(code);
+  return static_cast<LSTATUS>(code);
+}
+
+LSTATUS Answer(LSTATUS status) { return status == ERROR_SUCCESS ? status : Fail(static_cast<DWORD>(status)); }
+
+// For VXR_FAULT, which sets the last error first.
+LSTATUS FaultStatus() { return static_cast<LSTATUS>(platform::GetLastError()); }
+
+// Null for a handle that is none. HKEY_LOCAL_MACHINE is the key with the empty path.
+const OpenKey *FindOpenKey(HKEY key) {
+  static const OpenKey root;
+  if (key == HKEY_LOCAL_MACHINE) return &root;
+  const auto found = g_keys.find(reinterpret_cast<ULONG_PTR>(key));
+  return found == g_keys.end() ? nullptr : &found->second;
+}
+
+using KeyStep = LSTATUS (*)(const KeyPath &key);
+
+// Opens a handle on the key below `root` after `step` has found or made it.
+LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
+  if (key == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  *key = nullptr;
+  if (!Registry().open) return Fail(ERROR_NOT_READY);
+  const OpenKey *above = FindOpenKey(root);
+  if (above == nullptr) return Fail(ERROR_INVALID_HANDLE);
+  const std::string below = subKey != nullptr ? subKey : "";
+  if (below.starts_with('\\')) return Fail(ERROR_BAD_PATHNAME);
+  OpenKey opened{JoinKeyPaths(above->path, ParseKeyPathA(below)), above->text};
+  if (!opened.text.empty() && !below.empty()) opened.text += '\\';
+  opened.text += below;
+  if (const LSTATUS status = step(opened.path); status != ERROR_SUCCESS) return Answer(status);
+  g_lastKey += 4;
+  *key = reinterpret_cast<HKEY>(g_lastKey);
+  g_keys.emplace(g_lastKey, std::move(opened));
+  return ERROR_SUCCESS;
+}
+
+void ReportWritten(const std::string &key, const char *name, const StoredValue &value) {
+  const std::string text = DataForPeople(value.type, value.bytes);
+  VXRMachine_Event event = {};
+  event.kind = VXRMACHINE_VALUE_WRITTEN;
+  event.subject = key.c_str();
+  event.detail = name;
+  event.text = text.c_str();
+  event.type = value.type;
+  event.size = value.bytes.size();
+  Report(event);
+}
+
+}  // namespace
+
+bool ReadRegistryText(const std::string &key, const char *name, std::string *text) {
+  StoredValue value;
+  if (!Registry().open) return false;
+  if (QueryValue(ParseKeyPathA(key), AnsiToUtf16(name), &value) != ERROR_SUCCESS) return false;
+  if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return false;
+  const std::u16string whole = TextOf(value.bytes);
+  *text = Utf16ToAnsi(std::u16string_view(whole).substr(0, whole.find(u'\0')));
+  return true;
+}
+
+std::uint64_t RegistryChanges() { return Registry().changes; }
+
+std::size_t OpenKeys() { return g_keys.size(); }
+
+std::size_t OpenKeysBelow(const KeyPath &key) {
+  return static_cast<std::size_t>(std::count_if(
+      g_keys.begin(), g_keys.end(), [&](const auto &entry) { return BeginsWith(entry.second.path, key.folded); }));
+}
+
+void DropKeyHandles() { g_keys.clear(); }
+
+}  // namespace machine
+
+namespace platform {
+
+using namespace machine;
+
+LSTATUS RegOpenKeyA(HKEY root, const char *subKey, HKEY *key) {
+  VXR_FAULT(FaultStatus(), ERROR_FILE_NOT_FOUND);
+  if (const bool same = subKey == nullptr || *subKey == 0;
+      same && key != nullptr && Registry().open && FindOpenKey(root) != nullptr) {
+    *key = root;  // no handle of its own
+    return ERROR_SUCCESS;
+  }
+  return OpenBelow(root, subKey, key, FindKey);
+}
+
+LSTATUS RegCreateKeyA(HKEY root, const char *subKey, HKEY *key) {
+  VXR_FAULT(FaultStatus(), ERROR_ACCESS_DENIED);
+  return OpenBelow(root, subKey, key, CreateKey);
+}
+
+LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *, DWORD *type, BYTE *data, DWORD *size) {
+  VXR_FAULT(FaultStatus(), ERROR_FILE_NOT_FOUND);
+  const OpenKey *open = FindOpenKey(key);
+  if (open == nullptr) return Fail(ERROR_INVALID_HANDLE);
+  if (!Registry().open) return Fail(ERROR_NOT_READY);
+  if (data != nullptr && size == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  StoredValue value;
+  const std::u16string name = AnsiToUtf16(valueName != nullptr ? valueName : "");
+  if (const LSTATUS status = QueryValue(open->path, name, &value); status != ERROR_SUCCESS) return Answer(status);
+
+  const std::vector<BYTE> answer = AnsiData(value);
+  const DWORD room = size != nullptr ? *size : 0;
+  if (type != nullptr) *type = value.type;
+  if (size != nullptr) *size = static_cast<DWORD>(answer.size());
+  if (data == nullptr) return ERROR_SUCCESS;
+  if (room < answer.size()) return Fail(ERROR_MORE_DATA);
+  std::copy(answer.begin(), answer.end(), data);
+  // A stored text need not be terminated; where there is room the caller's is.
+  const bool unended = IsTextType(value.type) && !answer.empty() && answer.back() != 0;
+  if (unended && room > answer.size()) data[answer.size()] = 0;
+  return ERROR_SUCCESS;
+}
+
+LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD, DWORD type, const BYTE *data, DWORD size) {
+  VXR_FAULT(FaultStatus(), ERROR_ACCESS_DENIED);
+  const OpenKey *open = FindOpenKey(key);
+  if (open == nullptr) return Fail(ERROR_INVALID_HANDLE);
+  if (!Registry().open) return Fail(ERROR_NOT_READY);
+  if (data == nullptr && size != 0) return Fail(ERROR_INVALID_PARAMETER);
+  const char *name = valueName != nullptr ? valueName : "";
+  StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
+  const LSTATUS status = SetValue(open->path, value);
+  if (status == ERROR_SUCCESS) ReportWritten(open->text, name, value);
+  return Answer(status);
+}
+
+// The handle is gone even when a test has the call fail, so that what is still open afterwards was never closed.
+LSTATUS RegCloseKey(HKEY key) {
+  const bool known = key == HKEY_LOCAL_MACHINE || g_keys.erase(reinterpret_cast<ULONG_PTR>(key)) != 0;
+  VXR_FAULT(FaultStatus(), ERROR_INVALID_HANDLE);
+  return known ? ERROR_SUCCESS : Fail(ERROR_INVALID_HANDLE);
+}
+
+}  // namespace platform

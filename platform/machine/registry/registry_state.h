@@ -1,0 +1,53 @@
+// The registry below HKEY_LOCAL_MACHINE as the machine sees it: values in memory laid over the running system's hives,
+// and hives mounted beside them.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/machine/hive/hive.h"
+#include "platform/machine/hive/registry_path.h"
+#include "platform/machine/hive/registry_value.h"
+
+namespace machine {
+
+struct MountedHive {
+  std::string key;  // where it is mounted, as written
+  KeyPath at;
+  std::string subject;   // the hive file for people, in the machine's ANSI code page
+  bool running = false;  // of the running system: saved when the machine closes
+  std::unique_ptr<Hive> hive;
+};
+
+using OverlayKeys = std::unordered_map<FoldedPath, std::vector<StoredValue>, FoldedPathHash>;
+
+struct RegistryState {
+  bool open = false;
+  std::uint64_t changes = 0;
+  // Where SYSTEM\CurrentControlSet leads, while nothing changed: every question about a device passes through it.
+  std::optional<std::pair<std::uint64_t, KeyPath>> controlSet;
+  OverlayKeys overlay;
+  std::vector<MountedHive> hives;
+};
+
+RegistryState &Registry();
+
+// Key paths begin below HKEY_LOCAL_MACHINE. SYSTEM\CurrentControlSet stands for the running system's control set. These
+// return Windows' error codes.
+LSTATUS FindKey(const KeyPath &key);
+LSTATUS CreateKey(const KeyPath &key);
+LSTATUS QueryValue(KeyPath key, const std::u16string &name, StoredValue *value);
+LSTATUS SetValue(const KeyPath &key, StoredValue value);  // the key must exist
+
+// Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
+void TellReplay(const MountedHive &mounted);
+
+// Forgets every key handle (registry.cpp); count of those open at or below a key.
+void DropKeyHandles();
+std::size_t OpenKeysBelow(const KeyPath &key);
+
+}  // namespace machine

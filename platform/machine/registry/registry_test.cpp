@@ -1,0 +1,278 @@
+// The registry calls over values in memory and over the running system's hives.
+#include "platform/machine/registry/registry.h"
+
+#include "platform/machine/base/fault.h"
+#include "tests/support/hive_builder.h"
+#include "tests/support/standard_machine.h"
+#include "tests/support/test_machine.h"
+
+namespace {
+
+using platform::RegCloseKey;
+using platform::RegCreateKeyA;
+using platform::RegOpenKeyA;
+using platform::RegQueryValueExA;
+using platform::RegSetValueExA;
+using testing::HasSubstr;
+
+const std::string kNoKey = "(no key)", kNoValue = "(no value)";
+
+// The bytes that the ANSI call gives for a value.
+std::string Read(const std::string &key, const char *name, DWORD *type = nullptr) {
+  HKEY handle = nullptr;
+  if (RegOpenKeyA(HKEY_LOCAL_MACHINE, key.c_str(), &handle) != ERROR_SUCCESS) return kNoKey;
+  DWORD size = 0;
+  std::string data = kNoValue;
+  if (RegQueryValueExA(handle, name, nullptr, type, nullptr, &size) == ERROR_SUCCESS) {
+    data.assign(size, '?');
+    EXPECT_EQ(RegQueryValueExA(handle, name, nullptr, type, reinterpret_cast<BYTE *>(data.data()), &size),
+              ERROR_SUCCESS);
+    EXPECT_EQ(size, data.size());
+  }
+  EXPECT_EQ(RegCloseKey(handle), ERROR_SUCCESS);
+  return data;
+}
+
+LSTATUS Write(const std::string &key, const char *name, DWORD type, const std::string &data) {
+  HKEY handle = nullptr;
+  LSTATUS status = RegCreateKeyA(HKEY_LOCAL_MACHINE, key.c_str(), &handle);
+  if (status != ERROR_SUCCESS) return status;
+  status = RegSetValueExA(handle, name, 0, type, reinterpret_cast<const BYTE *>(data.data()),
+                          static_cast<DWORD>(data.size()));
+  EXPECT_EQ(RegCloseKey(handle), ERROR_SUCCESS);
+  return status;
+}
+
+std::string Text(const char *text) { return std::string(text) + '\0'; }
+
+class Registry : public MachineTest {
+ protected:
+  ~Registry() override { EXPECT_EQ(machine::OpenKeys(), 0u); }
+
+  std::string HiveToml(const std::string &key, const std::vector<HiveValue> &values) {
+    WriteHive(Host(key + ".hive"), values);
+    return "[[hive]]\nkey = '" + key + "'\nfile = '" + key + ".hive'\n";
+  }
+};
+
+TEST_F(Registry, GivesDescribedValuesInTheirStoredForms) {
+  Open(R"([registry.'SOFTWARE\Maker']
+Text = 'Gr\u00f6\u00dfe'
+Real = "Gr\u00f6\u00dfe"
+Number = 0xFFFFFFFE
+List = ['one', 'two']
+Raw = { type = 3, hex = '01 02 AB' }
+Odd = { type = 1, hex = '41 00 42 00 43' }
+Bare = { type = 1, hex = '41 00 42 00' }
+Empty = { type = 1, hex = '' }
+NotAnsi = "\u0416"
+)");
+  const struct {
+    const char *name;
+    DWORD type;
+    std::string data;
+  } cases[] = {
+      {"Text", REG_SZ, Text("Gr\\u00f6\\u00dfe")},
+      {"real", REG_SZ,
+       Text("Gr\xF6\xDF"
+            "e")},
+      {"NUMBER", REG_DWORD, "\xFE\xFF\xFF\xFF"},
+      {"List", REG_MULTI_SZ, Text("one") + Text("two") + '\0'},
+      {"Raw", REG_BINARY, "\x01\x02\xAB"},
+      {"Odd", REG_SZ, "AB"},
+      {"Bare", REG_SZ, "AB"},
+      {"Empty", REG_SZ, ""},
+      {"NotAnsi", REG_SZ, Text("?")},
+  };
+  for (const auto &c : cases) {
+    DWORD type = 99;
+    EXPECT_EQ(Read("software\\MAKER", c.name, &type), c.data) << c.name;
+    EXPECT_EQ(type, c.type) << c.name;
+  }
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Absent"), kNoValue);
+  EXPECT_EQ(Read("SOFTWARE\\Absent", "Text"), kNoKey);
+  std::string text;
+  EXPECT_TRUE(machine::ReadRegistryText("SOFTWARE\\Maker", "Bare", &text));
+  EXPECT_EQ(text, "AB");
+  EXPECT_FALSE(machine::ReadRegistryText("SOFTWARE\\Maker", "Number", &text));
+}
+
+TEST_F(Registry, TellsTheSizeAndRefusesASmallBuffer) {
+  Open("[registry.'SOFTWARE\\Maker']\nText = 'abc'\n");
+  HKEY key = nullptr;
+  ASSERT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Maker", &key), ERROR_SUCCESS);
+  BYTE buffer[8] = "unspoil";
+  DWORD type = 0, size = 3;
+  EXPECT_EQ(RegQueryValueExA(key, "Text", nullptr, &type, buffer, &size), LSTATUS(ERROR_MORE_DATA));
+  EXPECT_EQ(platform::GetLastError(), DWORD(ERROR_MORE_DATA));
+  EXPECT_EQ(size, 4u);
+  EXPECT_STREQ(reinterpret_cast<char *>(buffer), "unspoil");
+  EXPECT_EQ(RegQueryValueExA(key, "Text", nullptr, nullptr, buffer, &size), ERROR_SUCCESS);
+  EXPECT_STREQ(reinterpret_cast<char *>(buffer), "abc");
+  EXPECT_EQ(RegQueryValueExA(key, "Text", nullptr, nullptr, buffer, nullptr), LSTATUS(ERROR_INVALID_PARAMETER));
+  EXPECT_EQ(RegQueryValueExA(key, "Text", nullptr, &type, nullptr, nullptr), ERROR_SUCCESS);
+  EXPECT_EQ(RegSetValueExA(key, "Text", 0, REG_SZ, nullptr, 4), LSTATUS(ERROR_INVALID_PARAMETER));
+  EXPECT_EQ(RegSetValueExA(key, "Text", 0, REG_SZ, nullptr, 0), ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Text"), "");
+}
+
+TEST_F(Registry, ChecksHandles) {
+  Open();
+  HKEY key = nullptr, below = nullptr;
+  EXPECT_EQ(RegOpenKeyA(reinterpret_cast<HKEY>(0x80000001), "SOFTWARE", &key), LSTATUS(ERROR_INVALID_HANDLE));
+  EXPECT_EQ(RegOpenKeyA(nullptr, "SOFTWARE", &key), LSTATUS(ERROR_INVALID_HANDLE));
+  EXPECT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE", nullptr), LSTATUS(ERROR_INVALID_PARAMETER));
+  ASSERT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), ERROR_SUCCESS);
+  EXPECT_EQ(RegOpenKeyA(key, "Varnelt", &below), ERROR_SUCCESS);
+  EXPECT_EQ(machine::OpenKeys(), 2u);
+  EXPECT_EQ(RegCloseKey(below), ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+  EXPECT_EQ(RegCloseKey(key), LSTATUS(ERROR_INVALID_HANDLE));
+  EXPECT_EQ(RegQueryValueExA(below, "HCDIR", nullptr, nullptr, nullptr, nullptr), LSTATUS(ERROR_INVALID_HANDLE));
+  EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
+  // Nothing can be made directly below the root: what is meant for a hive that is not mounted must not vanish.
+  EXPECT_EQ(Write("SYSTEM_ORG\\ControlSet001", "a", REG_SZ, "x"), LSTATUS(ERROR_INVALID_PARAMETER));
+  Close();
+  EXPECT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), LSTATUS(ERROR_NOT_READY));
+}
+
+TEST_F(Registry, FailsOnRequestAndKeepsNoHandle) {
+  Open();
+  HKEY key = nullptr;
+  machine::SetFaultPlan({"RegOpenKeyA", 1, false, ERROR_ACCESS_DENIED});
+  EXPECT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), LSTATUS(ERROR_ACCESS_DENIED));
+  ASSERT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE", &key), ERROR_SUCCESS);
+  machine::SetFaultPlan({"RegCloseKey", 1, false, 0});
+  EXPECT_NE(RegCloseKey(key), ERROR_SUCCESS);
+}
+
+TEST_F(Registry, CurrentControlSetLeadsWhereSelectSays) {
+  const struct {
+    const char *select;
+    const char *leadsTo;
+  } cases[] = {
+      {"", "ControlSet001"},
+      {"[registry.'SYSTEM\\Select']\nCurrent = 2\n", "ControlSet002"},
+      {"[registry.'SYSTEM\\Select']\nCurrent = 12\n", "ControlSet012"},
+      {"[registry.'SYSTEM\\Select']\nCurrent = 0\n", "ControlSet001"},
+      {"[registry.'SYSTEM\\Select']\nCurrent = 70000\n", "ControlSet001"},
+      {"[registry.'SYSTEM\\Select']\nCurrent = { type = 4, hex = '02' }\n", "ControlSet001"},
+  };
+  for (const auto &c : cases) {
+    Open(std::string("[registry.'SYSTEM\\CurrentControlSet\\Control\\Early']\nWhere = 'here'\n") + c.select);
+    const std::string real = std::string("SYSTEM\\") + c.leadsTo;
+    EXPECT_EQ(Read(real + "\\Control\\Early", "Where"), Text("here")) << c.select;
+    EXPECT_EQ(Write("System\\currentcontrolset\\Control\\Late", "Where", REG_SZ, Text("there")), ERROR_SUCCESS);
+    EXPECT_EQ(Read(real + "\\Control\\Late", "Where"), Text("there")) << c.select;
+    Close();
+  }
+  Open(HiveToml("SYSTEM", SystemHiveValues(2)));
+  ASSERT_EQ(Write("SYSTEM\\CurrentControlSet\\Services\\new", "Start", REG_SZ, Text("x")), ERROR_SUCCESS);
+  EXPECT_EQ(Read("SYSTEM\\ControlSet002\\Services\\new", "Start"), Text("x"));
+  EXPECT_EQ(Read("SYSTEM\\ControlSet001\\Services\\new", "Start"), kNoKey);
+}
+
+TEST_F(Registry, DevicesHaveKeysAndThoseOfAClassItsValues) {
+  Open(R"([[device]]
+instance = 'ROOT\WITH\0000'
+class = 'SCSIAdapter'
+hardware_ids = ['a']
+[[device]]
+instance = 'ROOT\WITHOUT\0000'
+hardware_ids = ['b']
+)");
+  const std::string key = "SYSTEM\\CurrentControlSet\\ENUM\\ROOT\\";
+  EXPECT_EQ(Read(key + "WITH\\0000", "Class"), Text("SCSIAdapter"));
+  EXPECT_EQ(Read(key + "WITH\\0000", "ClassGUID"), Text("{4D36E97B-E325-11CE-BFC1-08002BE10318}"));
+  EXPECT_EQ(Read(key + "WITHOUT\\0000", "Class"), kNoValue);
+  EXPECT_EQ(Write(key + "WITHOUT\\0000", "Class", REG_SZ, Text("hdc")), ERROR_SUCCESS);
+  std::string text;
+  EXPECT_TRUE(machine::ReadRegistryText(key + "WITHOUT\\0000", "Class", &text));
+  EXPECT_EQ(text, "hdc");
+}
+
+TEST_F(Registry, OverlayWinsOverTheHiveAndKeepsItsWrites) {
+  const std::string toml =
+      HiveToml("SOFTWARE", {TextValue("Maker", "Over", "hive"), TextValue("Maker", "Under", "hive")}) +
+      "[registry.'SOFTWARE\\Maker']\nOver = 'overlay'\n";
+  Open(toml);
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Over"), Text("overlay"));
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Under"), Text("hive"));
+  EXPECT_EQ(Write("SOFTWARE\\Maker", "over", REG_SZ, Text("changed")), ERROR_SUCCESS);
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Over"), Text("changed"));
+  const std::string before = ReadFile("SOFTWARE.hive");
+  Close();
+  EXPECT_EQ(ReadFile("SOFTWARE.hive"), before) << "a value laid over the hive went into it";
+
+  Open(toml);
+  EXPECT_EQ(Write("SOFTWARE\\Maker", "Under", REG_SZ, Text("changed")), ERROR_SUCCESS);
+  EXPECT_EQ(Write("SOFTWARE\\Maker\\New\\Deep", "Number", REG_DWORD, std::string("\1\0\0\0", 4)), ERROR_SUCCESS);
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Under"), Text("changed"));
+  EXPECT_EQ(ReadFile("SOFTWARE.hive"), before) << "a hive is saved when the machine closes";
+  Close();
+  Open(toml);
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Over"), Text("overlay"));
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Under"), Text("changed"));
+  EXPECT_EQ(Read("SOFTWARE\\Maker\\New\\Deep", "Number"), std::string("\1\0\0\0", 4));
+  std::vector<std::string> written;
+  for (const MachineEvent &event : events) {
+    if (event.kind == VXRMACHINE_VALUE_WRITTEN) written.push_back(event.subject + ": " + event.detail);
+  }
+  EXPECT_THAT(written, testing::ElementsAre("SOFTWARE\\Maker: over", "SOFTWARE\\Maker: Under",
+                                            "SOFTWARE\\Maker\\New\\Deep: Number"));
+}
+
+TEST_F(Registry, HiveNamesAreUnicodeAndHaveNoCase) {
+  Open(HiveToml("SOFTWARE", {TextValue("Gr\xC3\xB6\xC3\x9F"
+                                       "e",
+                                       "\xC3\xA4rger", "latin"),
+                             TextValue("\xD0\x96\xD0\xB6", "name", "cyrillic"), TextValue("Maker", "", "default value"),
+                             TextValue("Maker", "smile", "\xF0\x9F\x98\x80")}));
+  EXPECT_EQ(Read("SOFTWARE\\GR\xD6\xDF"
+                 "E",
+                 "\xC4RGER"),
+            Text("latin"));
+  EXPECT_EQ(Read("SOFTWARE\\??", "name"), kNoKey) << "a question mark stands for no letter";
+  EXPECT_EQ(Read("SOFTWARE\\Maker", ""), Text("default value"));
+  EXPECT_EQ(Read("SOFTWARE\\Maker", nullptr), Text("default value"));
+  EXPECT_EQ(Read("SOFTWARE\\\\Maker\\", "smile").back(), '\0');
+}
+
+TEST_F(Registry, RefusesAMachineWithABadHive) {
+  std::vector<uint8_t> bytes = BuildHive({});
+  bytes[4]++;
+  SetHiveChecksum(&bytes);
+  WriteFile("SOFTWARE.hive", std::string(bytes.begin(), bytes.end()));
+  WriteFile("machine.toml", std::string(kStandardSystem) + R"(
+[[drive]]
+root = 'X:\'
+type = 'ramdisk'
+path = 'ram'
+[[hive]]
+key = 'SOFTWARE'
+file = 'SOFTWARE.hive'
+)");
+  char message[512] = "";
+  EXPECT_FALSE(VXRMachine_Open(Host("machine.toml").c_str(), message, sizeof message));
+  EXPECT_THAT(std::string(message), HasSubstr("SOFTWARE.hive: the hive of SOFTWARE was not closed cleanly"));
+}
+
+TEST_F(Registry, ConvertsTwoByteTexts) {
+  Open("[registry.'SOFTWARE\\Maker']\nText = \"\xE8\xA1\xA8\"\n",
+       R"([system]
+system_directory = 'X:\Windows\System32'
+windows_directory = 'X:\Windows'
+os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
+processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
+memory = 8589934592
+code_page = 932
+)");
+  // The second byte of this character is a backslash's.
+  const std::string twoBytes = "\x95\x5C";
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Text"), Text(twoBytes.c_str()));
+  EXPECT_EQ(Write("SOFTWARE\\Maker\\" + twoBytes, twoBytes.c_str(), REG_SZ, Text(twoBytes.c_str())), ERROR_SUCCESS);
+  EXPECT_EQ(Read("SOFTWARE\\Maker\\" + twoBytes, twoBytes.c_str()), Text(twoBytes.c_str()));
+}
+
+}  // namespace

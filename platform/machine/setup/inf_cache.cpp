@@ -1,0 +1,300 @@
+#include "platform/machine/setup/inf_cache.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/machine/base/answer.h"
+#include "platform/machine/base/descriptor.h"
+#include "platform/machine/base/errors.h"
+#include "platform/machine/description/current.h"
+#include "platform/machine/files/paths.h"
+#include "platform/machine/host/listing.h"
+#include "platform/machine/setup/device_tree.h"
+#include "platform/machine/setup/inf_handles.h"
+#include "platform/text/code_page.h"
+
+namespace machine {
+namespace {
+
+constexpr int kOpenInf = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+constexpr std::size_t kVersionMax = 64 << 10;  // bytes of a file's [Version] kept
+constexpr std::size_t kVersionUsual = 512;
+
+// Whether a text is likely to be asked for again: that of a file with a driver for some device or, while that is not
+// known, of a present device's class. Of the others few are kept, so that a search through thousands of them goes
+// through memory that is still in the processor's cache.
+enum Use { kUseUnlikely, kUseLikely, kUses };
+constexpr std::size_t kTextBudgets[kUses] = {256 << 10, 32 << 20};  // bytes
+
+struct FileKey {
+  dev_t device;
+  ino_t inode;
+  bool operator==(const FileKey &) const = default;
+};
+
+struct HashFileKey {
+  std::size_t operator()(const FileKey &key) const { return key.inode * 0x9E3779B97F4A7C15u ^ key.device; }
+};
+
+struct Cache {
+  std::unordered_map<FileKey, InfFactsRef, HashFileKey> files;
+  struct {
+    std::list<InfFactsRef> files;  // those with a text, latest first
+    std::size_t size = 0;
+  } kept[kUses];
+  std::shared_ptr<const InfSettings> settings;
+  std::optional<IdIndex> ids;
+};
+
+Cache cache;
+std::uint64_t reads = 0;
+
+bool IsSameFile(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+void Unlist(InfFacts *facts) {
+  if (facts->keptSize == 0) return;
+  auto &kept = cache.kept[facts->keptUse];
+  kept.size -= std::exchange(facts->keptSize, 0);
+  kept.files.erase(facts->place);  // the last step: it may release the facts
+}
+
+void DropText(const InfFactsRef &facts) {
+  facts->text = nullptr;
+  Unlist(facts.get());
+}
+
+// Keeps the text as the latest of its use, at its present size. One that is larger than the budget goes at once.
+void KeepText(const InfFactsRef &facts, Use use) {
+  Unlist(facts.get());
+  auto &kept = cache.kept[use];
+  kept.files.push_front(facts);
+  facts->keptUse = use;
+  facts->place = kept.files.begin();
+  facts->keptSize = MemoryOf(*facts->text);
+  kept.size += facts->keptSize;
+  while (kept.size > kTextBudgets[use]) DropText(InfFactsRef(kept.files.back()));
+}
+
+const std::shared_ptr<const InfSettings> &Settings() {
+  if (cache.settings == nullptr) {
+    const System &system = Current()->system;
+    cache.settings = MakeInfSettings(system.codePage, system.language, system.windowsDirectory, system.systemDirectory);
+  }
+  return cache.settings;
+}
+
+bool ReadWhole(int file, std::size_t size, InfBytes *bytes) {
+  if (size > kInfSizeMax) {
+    platform::SetLastError(ERROR_FILE_TOO_LARGE);
+    return false;
+  }
+  bytes->memory = std::make_unique_for_overwrite<char[]>(size);
+  while (bytes->size < size) {
+    const ssize_t got = read(file, bytes->memory.get() + bytes->size, size - bytes->size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return FailHost();
+    if (got == 0) break;
+    bytes->size += static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+void ReadVersion(InfFacts *facts) {
+  InfFile *file = facts->text.get();
+  const InfSection *version = FindSection(file, "Version");
+  if (version == nullptr) return;
+  FindValue(file, *version, "ClassGUID", &facts->classGuid);
+  facts->version.reserve(kVersionUsual);
+  for (const InfLine &line : version->lines) {
+    if (!line.hasKey || line.valueCount == 0) continue;
+    const std::string_view key = RawField(*version, line, 0);
+    const std::string_view raw = RawField(*version, line, 1);
+    if (facts->version.size() + key.size() + kInfFieldMax + 2 > kVersionMax) break;
+    const bool replace = SameName(key, "Signature") || SameName(key, "ClassGUID");
+    facts->version.append(key) += '\0';
+    facts->version.append(replace ? ReplaceTokens(file, raw) : raw) += '\0';
+  }
+  facts->version.shrink_to_fit();
+}
+
+Use UseOf(const InfFacts &facts) {
+  if (!facts.modern) return kUseUnlikely;
+  if (facts.served) return facts.served->empty() ? kUseUnlikely : kUseLikely;
+  return facts.classGuid.empty() || IsPresentClass(facts.classGuid) ? kUseLikely : kUseUnlikely;
+}
+
+// Reads the open file and enters it. The text is kept with the facts for now.
+InfFactsRef ReadFacts(int file, const struct stat &status) {
+  if (!S_ISREG(status.st_mode)) {
+    platform::SetLastError(ERROR_ACCESS_DENIED);
+    return nullptr;
+  }
+  InfBytes bytes;
+  if (!ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes)) return nullptr;
+  ++reads;
+  auto facts = std::make_shared<InfFacts>();
+  facts->status = status;
+  InfRefusal refusal;
+  facts->text = ReadInf(std::move(bytes), Settings(), &refusal);
+  if (facts->text != nullptr) {
+    facts->modern = IsModernInf(facts->text.get());
+    ReadVersion(facts.get());
+  } else {
+    facts->problem = refusal.error;
+    facts->problemLine = refusal.line;
+  }
+  return facts;
+}
+
+InfFactsRef Known(const struct stat &status) {
+  const auto found = cache.files.find({status.st_dev, status.st_ino});
+  return found != cache.files.end() && IsSameFile(found->second->status, status) ? found->second : nullptr;
+}
+
+// Reads an open file that is not known. `status` is of a moment ago: a file that has changed since is found to have,
+// the next time. The text goes to `*text`, when given, whether it is kept or not.
+InfFactsRef Enter(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
+  InfFactsRef facts = ReadFacts(file, status);
+  if (facts == nullptr) return nullptr;
+  if (text != nullptr) *text = facts->text;
+  InfFactsRef &place = cache.files[{status.st_dev, status.st_ino}];
+  if (place != nullptr) DropText(place);
+  place = facts;
+  if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
+  return facts;
+}
+
+// The facts of a file with that status, which `open` opens when it is not known.
+template <typename Open>
+InfFactsRef KnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
+  if (InfFactsRef known = Known(status)) {
+    if (text != nullptr) *text = known->text;
+    return known;
+  }
+  const Descriptor file(open());
+  return file ? Enter(file.fd, status, text) : nullptr;
+}
+
+// The facts of an open file.
+InfFactsRef FindOpen(Descriptor file, std::shared_ptr<InfFile> *text) {
+  struct stat status = {};
+  if (!file) return nullptr;
+  if (fstat(file.fd, &status) == 0) return KnownOrRead(status, text, [&file] { return file.Release(); });
+  platform::SetLastError(ErrorFromErrno(errno));
+  return nullptr;
+}
+
+// The facts of a directory's entry. A plain file is looked at where it is; what else it may be, a symbolic link say,
+// goes the way of every path, which knows where links may lead.
+InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
+  Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
+  if (file) return FindOpen(std::move(file), nullptr);
+  return errno == ELOOP ? FindInf(windowsPath.c_str()) : nullptr;
+}
+
+struct Entry {
+  std::string order, name, hostName;
+};
+
+bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.substr(name.size() - 4), ".inf"); }
+
+bool ReadEntries(int directory, std::vector<Entry> *entries) {
+  const DirectoryStream stream = OpenDirectoryStream(directory);
+  if (stream == nullptr) return FailHost();
+  while (const dirent *entry = readdir(stream.get())) {
+    if (!IsInfName(entry->d_name)) continue;
+    std::string name = Utf8ToAnsi(entry->d_name);
+    // A name that the code page lacks could not be opened by what the list says.
+    if (AnsiToUtf8(name) != entry->d_name) continue;
+    std::string order = FoldedName(name);
+    entries->push_back({std::move(order), std::move(name), entry->d_name});
+  }
+  std::sort(entries->begin(), entries->end(),
+            [](const Entry &a, const Entry &b) { return a.order != b.order ? a.order < b.order : a.name < b.name; });
+  return true;
+}
+
+}  // namespace
+
+InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
+  HostPlace place;
+  if (!LocatePlace(windowsPath, &place)) return nullptr;
+  if (place.exists) {
+    // Found a moment ago below its drive, and no link.
+    const auto open = [&place] { return openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW); };
+    if (InfFactsRef facts = KnownOrRead(place.status, text, open)) return facts;
+  }
+  return FindOpen(Descriptor(OpenHostFile(windowsPath, kOpenInf)), text);
+}
+
+std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {
+  if (facts->text != nullptr) {
+    std::shared_ptr<InfFile> text = facts->text;  // which a large one does not survive next
+    RecountText(facts);
+    return text;
+  }
+  if (facts->problem == 0) {
+    const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
+    struct stat status = {};
+    if (!file || fstat(file.fd, &status) != 0) return nullptr;
+    const InfFactsRef again = ReadFacts(file.fd, status);
+    if (again == nullptr) return nullptr;
+    facts->text = again->text;
+  }
+  if (facts->text == nullptr) {
+    platform::SetLastError(ERROR_WRONG_INF_STYLE);
+    return nullptr;
+  }
+  std::shared_ptr<InfFile> text = facts->text;
+  KeepText(facts, UseOf(*facts));
+  return text;
+}
+
+void RecountText(const InfFactsRef &facts) {
+  if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
+}
+
+const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath) {
+  if (facts->served) return &*facts->served;
+  const std::shared_ptr<InfFile> text = TextOf(facts, windowsPath);
+  if (text == nullptr) return nullptr;
+  if (!cache.ids) cache.ids = IndexIds(*Current());
+  facts->served = ServedDevices(text.get(), *Current(), *cache.ids);
+  RecountText(facts);
+  return &*facts->served;
+}
+
+bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
+  const Descriptor directory(OpenHostDirectory(windowsPath));
+  std::vector<Entry> entries;
+  if (!directory || !ReadEntries(directory.fd, &entries)) return false;
+  for (Entry &entry : entries) {
+    const std::string path = std::string(windowsPath) + "\\" + entry.name;
+    const InfFactsRef facts = FindEntry(directory.fd, entry.hostName, path);
+    if (facts == nullptr || !facts->modern) continue;
+    // The text is at hand now; later it may have to be read again.
+    if (!facts->served && UseOf(*facts) == kUseLikely) ServedBy(facts, path.c_str());
+    names->push_back(std::move(entry.name));
+  }
+  return true;
+}
+
+const InfSettings &CurrentInfSettings() { return *Settings(); }
+
+std::string InfDirectory() { return Current()->system.windowsDirectory + "\\inf"; }
+
+void CloseInfFiles() {
+  CloseInfHandles();
+  cache = {};
+  reads = 0;
+}
+
+std::uint64_t InfReads() { return reads; }
+
+}  // namespace machine

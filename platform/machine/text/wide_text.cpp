@@ -1,0 +1,21 @@
+// UTF-16 texts in the machine's code page.
+#include <algorithm>
+#include <string>
+
+#include "platform/platform.h"
+#include "platform/text/code_page.h"
+
+namespace platform {
+
+// No fault point: the log stands on it.
+int WideCharToMultiByte(UINT, DWORD, const WCHAR *wide, int length, char *buffer, int size, const char *, BOOL *) {
+  const std::string text = machine::Utf16ToAnsi(std::u16string_view(wide, static_cast<std::size_t>(length)));
+  if (text.size() > static_cast<std::size_t>(size)) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return 0;
+  }
+  std::copy(text.begin(), text.end(), buffer);
+  return static_cast<int>(text.size());
+}
+
+}  // namespace platform

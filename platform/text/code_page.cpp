@@ -1,0 +1,376 @@
+// Tables of the code pages, made with iconv when a page is first used.
+#include "platform/text/code_page.h"
+
+#include <iconv.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace {
+
+constexpr char16_t kUndefined = 0xFFFF;  // no character has this number
+constexpr char kReplacement = '?';
+
+struct ByteRange {
+  unsigned codePage;
+  unsigned char first, last;
+};
+
+// Windows' lead bytes. Those that begin no defined character lead all the same.
+constexpr ByteRange kLeadBytes[] = {
+    {932, 0x81, 0x9F}, {932, 0xE0, 0xFC}, {936, 0x81, 0xFE}, {949, 0x81, 0xFE}, {950, 0x81, 0xFE}};
+
+struct CodePage {
+  bool known = false;
+  std::array<bool, 256> lead{};
+  std::array<char16_t, 256> single{};
+  std::vector<char16_t> pairs;       // by lead and trail byte; empty for a page of single bytes
+  std::vector<std::uint16_t> codes;  // by character: one byte, or lead * 256 + trail; 0 for none
+  std::array<unsigned char, 256> upper{}, lower{};
+};
+
+// --- Case ---------------------------------------------------------------------------------------------------------
+
+// Lower-case letters first, first + step, ... last have their capitals `distance` below.
+struct CaseRange {
+  char16_t first, last;
+  int step, distance;
+};
+
+constexpr CaseRange kCases[] = {
+    {u'a', u'z', 1, 32},   {0xE0, 0xF6, 1, 32},     {0xF8, 0xFE, 1, 32},    {0xFF, 0xFF, 1, -121},
+    {0x101, 0x12F, 2, 1},  {0x133, 0x137, 2, 1},    {0x13A, 0x148, 2, 1},   {0x14B, 0x177, 2, 1},
+    {0x17A, 0x17E, 2, 1},  {0x192, 0x192, 1, 1},    {0x1A1, 0x1A1, 1, 1},   {0x1B0, 0x1B0, 1, 1},
+    {0x3AC, 0x3AC, 1, 38}, {0x3AD, 0x3AF, 1, 37},   {0x3B1, 0x3C1, 1, 32},  {0x3C3, 0x3CB, 1, 32},
+    {0x3CC, 0x3CC, 1, 64}, {0x3CD, 0x3CE, 1, 63},   {0x430, 0x44F, 1, 32},  {0x450, 0x45F, 1, 80},
+    {0x491, 0x491, 1, 1},  {0x2170, 0x217F, 1, 16}, {0xFF41, 0xFF5A, 1, 32}};
+
+char16_t UpperOf(char16_t character) {
+  for (const CaseRange &range : kCases) {
+    if (character < range.first || character > range.last) continue;
+    if ((character - range.first) % range.step == 0) return static_cast<char16_t>(character - range.distance);
+  }
+  return character;
+}
+
+char16_t LowerOf(char16_t character) {
+  for (const CaseRange &range : kCases) {
+    const int lower = character + range.distance;
+    if (lower < range.first || lower > range.last) continue;
+    if ((lower - range.first) % range.step == 0) return static_cast<char16_t>(lower);
+  }
+  return character;
+}
+
+// --- Tables -------------------------------------------------------------------------------------------------------
+
+struct IconvClose {
+  void operator()(void *converter) const { iconv_close(converter); }
+};
+using Converter = std::unique_ptr<void, IconvClose>;
+
+Converter OpenConverter(const std::string &to, const std::string &from) {
+  iconv_t converter = iconv_open(to.c_str(), from.c_str());
+  return Converter(converter == reinterpret_cast<iconv_t>(-1) ? nullptr : converter);
+}
+
+// The one UTF-16 character that the bytes stand for, or kUndefined. `*incomplete` when more bytes must follow.
+char16_t DecodeOne(iconv_t converter, const unsigned char *bytes, std::size_t count, bool *incomplete) {
+  char source[2] = {};
+  std::copy(bytes, bytes + count, source);
+  char16_t target[2] = {};
+  char *in = source, *out = reinterpret_cast<char *>(target);
+  std::size_t inLeft = count, outLeft = sizeof target;
+  iconv(converter, nullptr, nullptr, nullptr, nullptr);
+  const std::size_t result = iconv(converter, &in, &inLeft, &out, &outLeft);
+  *incomplete = result == static_cast<std::size_t>(-1) && errno == EINVAL;
+  if (result == static_cast<std::size_t>(-1)) return kUndefined;
+  iconv(converter, nullptr, nullptr, &out, &outLeft);  // some pages keep a character back to see what follows it
+  return outLeft == sizeof target - sizeof(char16_t) ? target[0] : kUndefined;
+}
+
+// What iconv writes for a character that several codes stand for; 0 when it knows none.
+std::uint16_t EncodeOne(iconv_t converter, char16_t character) {
+  char *in = reinterpret_cast<char *>(&character);
+  char target[4] = {};
+  char *out = target;
+  std::size_t inLeft = sizeof character, outLeft = sizeof target;
+  iconv(converter, nullptr, nullptr, nullptr, nullptr);
+  if (iconv(converter, &in, &inLeft, &out, &outLeft) != 0 || outLeft != sizeof target - 2) return 0;
+  return static_cast<std::uint16_t>(static_cast<unsigned char>(target[0]) << 8 | static_cast<unsigned char>(target[1]));
+}
+
+// Lets every byte that stands for nothing yet be the character of its number.
+void FillUndefined(CodePage *page) {
+  for (unsigned byte = 0; byte < 256; byte++) {
+    if (page->single[byte] != kUndefined || page->lead[byte]) continue;
+    page->single[byte] = static_cast<char16_t>(byte);
+    if (page->codes[byte] == 0) page->codes[byte] = static_cast<std::uint16_t>(byte);
+  }
+}
+
+bool ReadSingles(iconv_t converter, CodePage *page) {
+  for (unsigned byte = 0; byte < 256; byte++) {
+    const auto bytes = static_cast<unsigned char>(byte);
+    bool incomplete = false;
+    const char16_t character = page->lead[byte] ? kUndefined : DecodeOne(converter, &bytes, 1, &incomplete);
+    if (incomplete || (byte < 0x80 && character != byte)) return false;
+    page->single[byte] = character;
+    if (character != kUndefined) page->codes[character] = static_cast<std::uint16_t>(byte);
+  }
+  FillUndefined(page);
+  return true;
+}
+
+void ReadPairs(iconv_t decoder, iconv_t encoder, CodePage *page) {
+  page->pairs.assign(0x10000, kUndefined);
+  for (unsigned code = 0x8000; code < 0x10000; code++) {
+    if (!page->lead[code >> 8]) continue;
+    const unsigned char bytes[2] = {static_cast<unsigned char>(code >> 8), static_cast<unsigned char>(code)};
+    bool incomplete = false;
+    const char16_t character = DecodeOne(decoder, bytes, 2, &incomplete);
+    if (character == kUndefined) continue;
+    page->pairs[code] = character;
+    std::uint16_t &known = page->codes[character];
+    const std::uint16_t preferred = known == 0 ? 0 : EncodeOne(encoder, character);
+    if (known == 0 || preferred == code) known = static_cast<std::uint16_t>(code);
+  }
+}
+
+std::unique_ptr<CodePage> MakeCodePage(unsigned codePage) {
+  auto page = std::make_unique<CodePage>();
+  page->single.fill(kUndefined);
+  page->codes.assign(0x10000, 0);
+  const std::string name = "CP" + std::to_string(codePage);
+  const Converter decoder = OpenConverter("UTF-16LE", name);
+  const Converter encoder = OpenConverter(name, "UTF-16LE");
+  if (decoder == nullptr || encoder == nullptr) {
+    FillUndefined(page.get());  // not known, yet safe to look up in
+    return page;
+  }
+  bool pairs = false;
+  for (const ByteRange &range : kLeadBytes) {
+    if (range.codePage != codePage) continue;
+    pairs = true;
+    std::fill(page->lead.begin() + range.first, page->lead.begin() + range.last + 1, true);
+  }
+  page->known = ReadSingles(decoder.get(), page.get());
+  if (pairs && page->known) ReadPairs(decoder.get(), encoder.get(), page.get());
+  for (unsigned byte = 0; byte < 256; byte++) {
+    const unsigned upper = page->codes[UpperOf(page->single[byte])], lower = page->codes[LowerOf(page->single[byte])];
+    page->upper[byte] = static_cast<unsigned char>(upper == 0 || upper > 0xFF || page->lead[byte] ? byte : upper);
+    page->lower[byte] = static_cast<unsigned char>(lower == 0 || lower > 0xFF || page->lead[byte] ? byte : lower);
+  }
+  return page;
+}
+
+const CodePage &FindPage(unsigned codePage) {
+  static std::map<unsigned, std::unique_ptr<CodePage>> pages;
+  std::unique_ptr<CodePage> &page = pages[codePage];
+  if (page == nullptr) page = MakeCodePage(codePage);
+  return *page;
+}
+
+const CodePage *currentPage = nullptr;
+
+const CodePage &Page(unsigned codePage = 0) {
+  if (codePage == 0 && currentPage != nullptr) return *currentPage;
+  const CodePage &page = FindPage(codePage == 0 ? machine::kDefaultCodePage : codePage);
+  return page.known ? page : FindPage(machine::kDefaultCodePage);
+}
+
+bool IsAscii(std::string_view text) {
+  return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+}
+
+// --- Characters ---------------------------------------------------------------------------------------------------
+
+// Takes the next character off an ANSI text that is not empty: its code, one byte or lead * 256 + trail. A lead byte
+// without a trail byte counts alone, so that a quote or line end behind it is not swallowed.
+unsigned TakeCode(const CodePage &page, std::string_view *text) {
+  const auto first = static_cast<unsigned char>((*text)[0]);
+  const auto second = static_cast<unsigned char>(text->size() > 1 ? (*text)[1] : '\0');
+  const bool pair = page.lead[first] && second >= 0x40;
+  text->remove_prefix(pair ? 2 : 1);
+  return pair ? first << 8 | second : first;
+}
+
+void AppendCode(unsigned code, std::string *text) {
+  if (code > 0xFF) *text += static_cast<char>(code >> 8);
+  *text += static_cast<char>(code);
+}
+
+// Takes the next character off a UTF-8 text that is not empty; kUndefined for a byte that is not well-formed UTF-8.
+char32_t TakeUtf8(std::string_view *text) {
+  const auto first = static_cast<unsigned char>((*text)[0]);
+  const std::size_t more = first < 0x80 ? 0 : first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
+  char32_t character = more == 0 ? first : first & (0x3F >> more);
+  bool good = first < 0x80 || (first >= 0xC2 && first < 0xF5);
+  for (std::size_t i = 1; good && i <= more; i++) {
+    const auto byte = static_cast<unsigned char>(i < text->size() ? (*text)[i] : '\0');
+    good = (byte & 0xC0) == 0x80;
+    character = character << 6 | (byte & 0x3F);
+  }
+  constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
+  good = good && character >= kSmallest[more] && character <= 0x10FFFF && (character & ~0x7FFu) != 0xD800;
+  text->remove_prefix(good ? more + 1 : 1);
+  return good ? character : kUndefined;
+}
+
+void AppendUtf8(char32_t character, std::string *text) {
+  if (character < 0x80) {
+    *text += static_cast<char>(character);
+    return;
+  }
+  const int more = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+  *text += static_cast<char>((0xFF00 >> (more + 1) & 0xFF) | character >> (6 * more));
+  for (int i = more - 1; i >= 0; i--) *text += static_cast<char>(0x80 | (character >> (6 * i) & 0x3F));
+}
+
+// Takes the next character off a UTF-16 text that is not empty; kUndefined for half a pair.
+char32_t TakeUtf16(std::u16string_view *text) {
+  const char16_t first = (*text)[0];
+  const char16_t second = text->size() > 1 ? (*text)[1] : u'\0';
+  const bool pair = (first & 0xFC00) == 0xD800 && (second & 0xFC00) == 0xDC00;
+  text->remove_prefix(pair ? 2 : 1);
+  if (pair) return 0x10000 + ((first & 0x3FF) << 10 | (second & 0x3FF));
+  return (first & 0xF800) == 0xD800 ? kUndefined : first;
+}
+
+void AppendUtf16(char32_t character, std::u16string *text) {
+  if (character >= 0x10000) {
+    *text += static_cast<char16_t>(0xD7C0 + (character >> 10));
+    character = 0xDC00 + (character & 0x3FF);
+  }
+  *text += static_cast<char16_t>(character);
+}
+
+char16_t CharacterOf(const CodePage &page, unsigned code) {
+  const char16_t character = code > 0xFF ? page.pairs[code] : page.single[code];
+  return character == kUndefined ? kReplacement : character;
+}
+
+// Windows looks at UTF-16 units: a character of two is replaced twice.
+void AppendAnsi(const CodePage &page, char32_t character, std::string *text) {
+  if (character > kUndefined) *text += kReplacement;
+  const unsigned code = character >= kUndefined ? 0 : page.codes[character];
+  AppendCode(code == 0 && character != 0 ? kReplacement : code, text);
+}
+
+// The code of the same letter in the other case; the code itself when the page lacks it or has it in another size.
+unsigned ChangeCase(const CodePage &page, unsigned code, bool upper) {
+  if (code <= 0xFF) return upper ? page.upper[code] : page.lower[code];
+  const char16_t character = page.pairs[code];
+  if (character == kUndefined) return code;
+  const char16_t wanted = upper ? UpperOf(character) : LowerOf(character);
+  return wanted == character || page.codes[wanted] <= 0xFF ? code : page.codes[wanted];
+}
+
+DWORD ChangeCase(char *text, DWORD length, bool upper) {
+  if (text == nullptr) return 0;
+  const CodePage &page = Page();
+  std::string_view rest(text, length);
+  char *out = text;
+  while (!rest.empty()) {
+    const unsigned code = ChangeCase(page, TakeCode(page, &rest), upper);
+    if (code > 0xFF) *out++ = static_cast<char>(code >> 8);
+    *out++ = static_cast<char>(code);
+  }
+  return length;
+}
+
+}  // namespace
+
+namespace machine {
+
+std::string Utf8ToAnsi(std::string_view text, unsigned codePage) {
+  if (IsAscii(text)) return std::string(text);
+  const CodePage &page = Page(codePage);
+  std::string result;
+  while (!text.empty()) AppendAnsi(page, TakeUtf8(&text), &result);
+  return result;
+}
+
+std::string AnsiToUtf8(std::string_view text, unsigned codePage) {
+  if (IsAscii(text)) return std::string(text);
+  const CodePage &page = Page(codePage);
+  std::string result;
+  while (!text.empty()) AppendUtf8(CharacterOf(page, TakeCode(page, &text)), &result);
+  return result;
+}
+
+std::u16string AnsiToUtf16(std::string_view text, unsigned codePage) {
+  const CodePage &page = Page(codePage);
+  std::u16string result;
+  result.reserve(text.size());
+  while (!text.empty()) result += CharacterOf(page, TakeCode(page, &text));
+  return result;
+}
+
+std::string Utf16ToAnsi(std::u16string_view text, unsigned codePage) {
+  const CodePage &page = Page(codePage);
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) AppendAnsi(page, TakeUtf16(&text), &result);
+  return result;
+}
+
+std::u16string Utf8ToUtf16(std::string_view text) {
+  std::u16string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const char32_t character = TakeUtf8(&text);
+    AppendUtf16(character == kUndefined ? kReplacement : character, &result);
+  }
+  return result;
+}
+
+std::string Utf16ToUtf8(std::u16string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const char32_t character = TakeUtf16(&text);
+    AppendUtf8(character == kUndefined ? kReplacement : character, &result);
+  }
+  return result;
+}
+
+bool IsLeadByte(unsigned char byte, unsigned codePage) { return Page(codePage).lead[byte]; }
+
+bool KnownCodePage(unsigned codePage) { return codePage != 0 && FindPage(codePage).known; }
+
+void SetCodePage(unsigned codePage) { currentPage = &Page(codePage); }
+
+int CompareNoCase(std::string_view a, std::string_view b) {
+  const CodePage &page = Page();
+  while (!a.empty() && !b.empty()) {
+    const unsigned x = ChangeCase(page, TakeCode(page, &a), true), y = ChangeCase(page, TakeCode(page, &b), true);
+    if (x != y) return x < y ? -1 : 1;
+  }
+  return static_cast<int>(!a.empty()) - static_cast<int>(!b.empty());
+}
+
+std::string ToUpper(std::string_view text) {
+  std::string result(text);
+  ChangeCase(result.data(), static_cast<DWORD>(result.size()), true);
+  return result;
+}
+
+}  // namespace machine
+
+namespace platform {
+
+BOOL IsDBCSLeadByte(BYTE byte) { return machine::IsLeadByte(byte) ? TRUE : FALSE; }
+
+DWORD CharUpperBuffA(char *text, DWORD length) { return ChangeCase(text, length, true); }
+
+DWORD CharLowerBuffA(char *text, DWORD length) { return ChangeCase(text, length, false); }
+
+}  // namespace platform

@@ -1,0 +1,177 @@
+#include "registry/mount/hive.h"
+
+#include "bmext/load.h"
+#include "engine/base/parameters.h"
+#include "engine/base/status.h"
+#include "platform/machine/base/fault.h"
+#include "platform/machine/base/handles.h"
+#include "platform/machine/registry/registry.h"
+#include "registry/values.h"
+#include "restore/settings.h"
+#include "tests/support/restore_job.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char *kSystem = "X:\\Windows\\System32";
+
+class HiveMounting : public MachineTest {
+ protected:
+  HiveMounting() {
+    for (const char *directory : {"restored/cfg", "restored/with blank"})
+      std::filesystem::create_directories(Host(directory));
+    WriteHive(Host("restored/cfg/system"), SystemHiveValues(2));
+    WriteHive(Host("restored/cfg/sam"), SystemHiveValues(1));
+    WriteHive(Host("restored/with blank/system"), SystemHiveValues(1));
+  }
+  ~HiveMounting() override {
+    VXRReg_UnloadHive(kSystem);
+    EXPECT_EQ(szCurHiveFile, nullptr);
+    EXPECT_EQ(machine::OpenHandles(), 0u);
+  }
+};
+
+TEST_F(HiveMounting, MountsAndUnmounts) {
+  Open();
+  EXPECT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
+  EXPECT_STREQ(szCurHiveFile, "D:\\cfg\\system");
+  EXPECT_EQ(VXRReg_GetControlSetIndex(FALSE), 2u);
+  EXPECT_THAT(log, HasSubstr("FLUSH:VXREng_ExecCommand:szCmmd=X:\\Windows\\System32\\reg.exe LOAD HKLM\\SYSTEM_ORG "
+                             "D:\\cfg\\system\n"));
+  // A second one takes the first one's place.
+  EXPECT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\with blank\\system"));
+  EXPECT_EQ(VXRReg_GetControlSetIndex(FALSE), 1u);
+  EXPECT_THAT(log, HasSubstr("LOAD HKLM\\SYSTEM_ORG \"D:\\with blank\\system\"\n"));
+  log.clear();
+  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
+  EXPECT_EQ(szCurHiveFile, nullptr);
+  EXPECT_THAT(
+      log,
+      HasSubstr("CHECK:VXRReg_UnloadHive:unloading original hive D:\\with blank\\system at HKLM\\SYSTEM_ORG...\n"));
+  EXPECT_THAT(log,
+              HasSubstr("FLUSH:VXREng_ExecCommand:szCmmd=X:\\Windows\\System32\\reg.exe UNLOAD HKLM\\SYSTEM_ORG \n"));
+  log.clear();
+  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:no hive file found!\n"));
+  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
+}
+
+TEST_F(HiveMounting, QuotesASystemDirectoryWithBlanks) {
+  Open("", R"([system]
+system_directory = 'X:\Win dows\System32'
+windows_directory = 'X:\Win dows'
+os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
+processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
+memory = 8589934592
+)");
+  EXPECT_TRUE(VXRReg_LoadHiveFile("X:\\Win dows\\System32", "D:\\cfg\\system"));
+  EXPECT_TRUE(VXRReg_UnloadHive("X:\\Win dows\\System32"));
+}
+
+TEST_F(HiveMounting, AFailedLoadLeavesNothingMounted) {
+  Open();
+  const std::string tooLong = "D:\\" + std::string(500, 'a');
+  const struct {
+    const char *system, *file, *line;
+  } cases[] = {
+      {kSystem, nullptr, "ERROR:VXRReg_LoadHiveFile:szLoadFile is NULL\n"},
+      {nullptr, "D:\\cfg\\system", "ERROR:VXRReg_LoadHiveFile:szSysPath is NULL\n"},
+      {kSystem, "D:\\cfg\\absent", "reg.exe LOAD HKLM\\SYSTEM_ORG D:\\cfg\\absent\n"},
+      {"X:\\Elsewhere", "D:\\cfg\\system", "ERROR:VXRReg_LoadHiveFile:VXREng_ExecCommand():failed!ec=2:"},
+      {kSystem, tooLong.c_str(), "ERROR:VXRReg_LoadHiveFile:the LOAD command for D:\\aaa"},
+  };
+  for (const auto &c : cases) {
+    log.clear();
+    EXPECT_FALSE(VXRReg_LoadHiveFile(c.system, c.file));
+    EXPECT_THAT(log, HasSubstr(c.line));
+    EXPECT_EQ(szCurHiveFile, nullptr);
+  }
+  for (const unsigned allocation : {1u, 2u}) {
+    machine::SetFaultPlan({"HeapAlloc", allocation, false, 0});
+    EXPECT_FALSE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
+    machine::SetFaultPlan({});
+    EXPECT_EQ(szCurHiveFile, nullptr);
+  }
+  EXPECT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system")) << "none of them was mounted";
+}
+
+TEST_F(HiveMounting, AFailedUnloadIsForgotten) {
+  Open();
+  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
+  const DWORD start = 3;
+  ASSERT_TRUE(VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, "disk", "Start", &start, REG_DWORD, sizeof start));
+  machine::SetFaultPlan({"hive write", 1, false, 0});
+  EXPECT_FALSE(VXRReg_UnloadHive(kSystem));
+  machine::SetFaultPlan({});
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:VXREng_ExecCommand() failed!\n"));
+  EXPECT_EQ(szCurHiveFile, nullptr);
+  log.clear();
+  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
+  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
+}
+
+TEST_F(HiveMounting, AnUnloadWithoutToolIsForgottenToo) {
+  Open();
+  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
+  log.clear();
+  EXPECT_FALSE(VXRReg_UnloadHive(nullptr));
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:szSysPath is NULL\n"));
+  EXPECT_EQ(szCurHiveFile, nullptr);
+  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
+  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
+}
+
+// The hives of the restored system, found as a restore run finds them.
+class RestoredHive : public RestoreJobTest {
+ protected:
+  RestoredHive() {
+    WriteHive(Host(kHivePath), SystemHiveValues(2));
+    WriteHive(Host(kHivePath).replace_filename("sam"), SystemHiveValues(1));
+  }
+  void InitializeJob() {
+    OpenJob();
+    ASSERT_TRUE(VXREng_Initialize(1, 1));
+    ASSERT_TRUE(VXRExt_Initialize(1, nullptr));
+    ASSERT_TRUE(VXRRlm_Initialize(1, nullptr));
+  }
+  ~RestoredHive() override {
+    VXRReg_UnloadHive(kSystem);
+    VXRRlm_Cleanup();
+    VXRExt_Cleanup();
+    VXREng_Cleanup();
+  }
+};
+
+TEST_F(RestoredHive, IsMountedByTypeAndItsControlSetRecorded) {
+  InitializeJob();
+  EXPECT_TRUE(VXRReg_LoadHive(0, gpVXRParaBlock));
+  EXPECT_STREQ(szCurHiveFile, "D:\\Windows\\system32\\config\\system");
+  EXPECT_EQ(gpVXRParaBlock->dwCtrlSetIndex, 2u);
+  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_LoadHive:Control Set Index = 2\n"));
+  EXPECT_TRUE(VXRReg_LoadHive(3, gpVXRParaBlock));
+  EXPECT_STREQ(szCurHiveFile, "D:\\Windows\\system32\\config\\sam");
+  EXPECT_EQ(gpVXRParaBlock->dwCtrlSetIndex, 1u);
+
+  EXPECT_FALSE(VXRReg_LoadHive(4, gpVXRParaBlock));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:VXREng_GetStringAs(8) failed!\n"));
+  EXPECT_EQ(szCurHiveFile, nullptr) << "a failure leaves nothing mounted";
+  EXPECT_FALSE(VXRReg_LoadHive(1, gpVXRParaBlock)) << "there is no such file";
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:VXRReg_LoadHiveFile(X:\\Windows\\System32, "
+                             "D:\\Windows\\system32\\config\\software) failed!\n"));
+}
+
+TEST_F(RestoredHive, CheckOnlyMountsNothing) {
+  Open();
+  VXREng_SetStatusWnd(window, 2);
+  VXR_PARABLOCK block = {};
+  EXPECT_TRUE(VXRReg_LoadHive(0, &block));
+  EXPECT_EQ(szCurHiveFile, nullptr);
+  EXPECT_EQ(statusLines, std::vector<std::string>{"Check only, bypass loading the original registry hive...\n"});
+  VXREng_SetStatusWnd(nullptr, 0);
+  EXPECT_FALSE(VXRReg_LoadHive(0, nullptr));
+  EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:pVXRParaBlock is NULL\n"));
+}
+
+}  // namespace

@@ -1,0 +1,214 @@
+#include "tools/vxr/boot/boot_report.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "platform/platform.h"
+#include "tools/vxr/base/output.h"
+
+namespace {
+
+constexpr std::string_view kErrorPrefix = "ERROR:VXREng_FixBootVolume:";
+constexpr std::string_view kCheckPrefix = "CHECK:VXREng_FixBootVolume:";
+constexpr std::string_view kWarningPrefix = "WARNG:VXREng_FixBootVolume:";
+constexpr std::string_view kSettingMark = ", setting BPB";
+constexpr unsigned kNtfs = 0x07;
+
+bool Contains(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
+
+// --- Reading the log ------------------------------------------------------------------------------------------------
+
+void AddCheck(BootReport *report, const char *line) {
+  unsigned long long cylinders = 0;
+  BootReport::Geometry geometry;
+  if (std::sscanf(line,
+                  "IOCTL_DISK_GET_DRIVE_GEOMETRY: Cylinder =%llu (%*x) Tracks =%u (%*x) Sectors =%u (%*x) Bytes =%u",
+                  &cylinders, &geometry.heads, &geometry.sectors, &geometry.bytes) == 4) {
+    geometry.cylinders = cylinders;
+    report->geometry = geometry;
+  }
+  BootReport::Partition partition;
+  if (std::sscanf(line, "Active partitin found:Index=%d:Type=%x:SecTotal=%u:SecRelative=%u", &partition.index,
+                  &partition.type, &partition.sectors, &partition.first) == 4) {
+    report->partition = partition;
+  }
+  BootReport::BootSectorFields fields;
+  if (std::sscanf(line, "Boot Volume BPB: SectorsPerTrack =%u TracksPerCylinder=%u HiddenSectors =%u TotalSectors =%u",
+                  &fields.sectors, &fields.heads, &fields.hidden, &fields.total) == 4) {
+    report->fields = fields;
+  }
+}
+
+void AddWarning(BootReport *report, std::string_view line) {
+  if (!Contains(line, kSettingMark)) return;
+  if (Contains(line, "BPB.SecsPerTrack=")) report->sectorsSet = true;
+  if (Contains(line, "BPB.TracksPerCyl=")) report->headsSet = true;
+  if (Contains(line, "BPB.HiddenSect=")) report->hiddenSet = true;
+  if (Contains(line, "BPB.TotalSect=")) report->totalSet = true;
+}
+
+// --- What succeeded -------------------------------------------------------------------------------------------------
+
+const char *TypeName(unsigned type) {
+  switch (type) {
+    case kNtfs:
+      return "NTFS";
+    case 0x0B:
+    case 0x0C:
+      return "FAT32";
+    case 0x0E:
+      return "FAT16";
+    case 0x0F:
+      return "extended";
+    default:
+      return "unknown";
+  }
+}
+
+std::string TypeText(unsigned type) {
+  char text[8];
+  std::snprintf(text, sizeof text, "0x%02X", type & 0xFF);
+  return text;
+}
+
+std::string BootSectorPlace(const BootReport &report) {
+  if (!report.geometry || !report.partition) return "boot sector";
+  return "boot sector " + Bytes(std::uint64_t{report.partition->first} * report.geometry->bytes) + " into the disk";
+}
+
+std::string FieldLine(std::string name, const std::string &value) {
+  name.resize(17, ' ');
+  return name + " " + value;
+}
+
+std::string FieldLine(const std::string &name, std::uint32_t found, bool set, std::uint32_t wanted) {
+  const std::string value = std::to_string(found);
+  return FieldLine(name, set ? value + " -> " + std::to_string(wanted) + "  set" : value + "  agrees");
+}
+
+void DescribeFields(const BootReport &report, std::vector<std::string> *lines) {
+  const auto &[sectors, heads, hidden, total] = *report.fields;
+  lines->push_back(FieldLine("Sectors a track", sectors, report.sectorsSet, report.geometry->sectors & 0xFFFF));
+  lines->push_back(FieldLine("Heads", heads, report.headsSet, report.geometry->heads & 0xFFFF));
+  lines->push_back(FieldLine("Hidden sectors", hidden, report.hiddenSet, report.partition->first));
+  if (report.partition->type == kNtfs) {
+    lines->push_back(FieldLine("Total sectors", total, report.totalSet, report.partition->sectors - 1));
+  } else {
+    lines->push_back(FieldLine("Total sectors", "not kept there by this file system"));
+  }
+}
+
+// --- What failed ----------------------------------------------------------------------------------------------------
+
+std::string Reason(DWORD code) {
+  switch (code) {
+    case ERROR_ACCESS_DENIED:
+      return " (access is denied)";
+    case ERROR_WRITE_PROTECT:
+      return " (it is write-protected)";
+    case ERROR_SECTOR_NOT_FOUND:
+      return " (the disk is too short)";
+    case ERROR_SHARING_VIOLATION:
+      return " (it is in use)";
+    default:
+      return " (system error " + std::to_string(code) + ")";
+  }
+}
+
+std::string ExplainOpenFailure(DWORD code) {
+  switch (code) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return R"(there is no such disk; give the device name of a disk of the machine, such as \\.\PhysicalDrive0)";
+    case ERROR_NOT_READY:
+      return "the machine has no image for it; add \"image\" to its [[disk]]";
+    default:
+      return "cannot be opened for reading and writing" + Reason(code) + "; give a disk that you may read and write";
+  }
+}
+
+// What went wrong before the active partition was known.
+std::string ExplainDiskFailure(const FailedCall &failure) {
+  if (failure.call == "CreateFile") return ExplainOpenFailure(failure.code);
+  if (failure.call == "DeviceIoControl" && failure.code == ERROR_INVALID_FUNCTION) {
+    return "it is no disk, or one without a geometry; give the device name of a disk of the machine, and add "
+           "\"geometry\" to its [[disk]]";
+  }
+  if (failure.call == "DeviceIoControl")
+    return "its geometry cannot be read" + Reason(failure.code) + "; check the disk";
+  if (failure.call == "ReadFile") {
+    return "its first sector cannot be read" + Reason(failure.code) + "; check that this is the right disk";
+  }
+  if (failure.call == "IS_MAGICOK") {
+    return "its first sector is no master boot record (55 AA is missing at byte 510); check that this is the right "
+           "disk, or restore its partition table first";
+  }
+  if (failure.call == "IS_ACTIVE") {
+    return "no partition is active (on a GPT disk none is); mark the one that Windows starts from as active";
+  }
+  return "";
+}
+
+std::string ExplainPartitionFailure(const BootReport &report, const FailedCall &failure) {
+  const std::string active = "the active partition (entry " + std::to_string(report.partition->index + 1) + ")";
+  const std::string place = BootSectorPlace(report);
+  if (failure.call == "IS_WINPART") {
+    return active + " has type " + TypeText(report.partition->type) +
+           ", which is not Windows' own (07, 0B, 0C, 0E or 0F); mark the one that Windows starts from as active";
+  }
+  if (failure.call == "SetFilePointer" || failure.call == "ReadFile") {
+    return "the " + place + " cannot be read" + Reason(failure.code) +
+           "; check that the disk is as large as its partition table says, and that its bytes a sector are right";
+  }
+  if (failure.call == "IS_MAGICOK") {
+    return "there is no " + place + " (55 AA is missing at byte 510 of the sector); restore the partition first, or " +
+           "correct the disk's bytes a sector";
+  }
+  if (failure.call == "WriteFile") {
+    return "the " + place + " could not be written" + Reason(failure.code) +
+           "; it is as the disk left it, old or new: run again once the disk can be written";
+  }
+  if (Contains(report.error, "rel_sect =0")) {
+    return active + " begins at the master boot record, which is never changed; correct the partition table";
+  }
+  return "";
+}
+
+}  // namespace
+
+void AddLogLine(BootReport *report, std::string_view line) {
+  const std::size_t length = kCheckPrefix.size();  // all three are of one length
+  const std::string text(line.substr(std::min(length, line.size())));
+  if (line.starts_with(kCheckPrefix)) AddCheck(report, text.c_str());
+  if (line.starts_with(kWarningPrefix)) AddWarning(report, text);
+  if (line.starts_with(kErrorPrefix) && report->error.empty()) report->error = text;
+}
+
+std::vector<std::string> DescribeRepair(const BootReport &report, const std::string &disk) {
+  std::vector<std::string> lines;
+  if (!report.geometry || !report.partition || !report.fields) return {"Disk " + disk + ": the boot sector agrees."};
+  const BootReport::Geometry &geometry = *report.geometry;
+  const BootReport::Partition &partition = *report.partition;
+  lines.push_back("Disk " + disk + ": " + std::to_string(geometry.cylinders) + " cylinders, " +
+                  std::to_string(geometry.heads) + " heads, " + std::to_string(geometry.sectors) +
+                  " sectors a track, " + std::to_string(geometry.bytes) + " bytes a sector");
+  lines.push_back("Active partition: entry " + std::to_string(partition.index + 1) + ", type " +
+                  TypeText(partition.type) + " (" + TypeName(partition.type) + "), " +
+                  std::to_string(partition.sectors) + " sectors from sector " + std::to_string(partition.first) + ", " +
+                  BootSectorPlace(report));
+  DescribeFields(report, &lines);
+  const bool written = report.sectorsSet || report.headsSet || report.hiddenSet || report.totalSet;
+  lines.emplace_back(written ? "The boot sector was written." : "Nothing had to be changed.");
+  return lines;
+}
+
+std::string ExplainFailure(const BootReport &report, const std::string &disk) {
+  const FailedCall failure = ReadFailedCall(report.error);
+  std::string text = report.partition ? ExplainPartitionFailure(report, failure) : ExplainDiskFailure(failure);
+  if (Contains(report.error, "DiskGeo.BytesPerSector")) {
+    text = "its sectors cannot have " + std::to_string(report.geometry ? report.geometry->bytes : 0) +
+           " bytes; correct its description";
+  }
+  if (text.empty()) text = "the boot sector was not repaired: " + report.error;
+  return disk + ": " + text;
+}

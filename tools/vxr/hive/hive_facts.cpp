@@ -1,0 +1,88 @@
+#include "tools/vxr/hive/hive_facts.h"
+
+#include <cstdio>
+
+#include "platform/machine/base/little_endian.h"
+#include "platform/machine/hive/hive_logs.h"
+#include "platform/text/code_page.h"
+
+namespace {
+
+using machine::Hive;
+
+LogFacts FactsOf(const machine::HiveLog &log) {
+  LogFacts facts;
+  facts.name = log.name;
+  facts.size = log.size;
+  if (log.format != machine::LogFormat::kNone) {
+    facts.format = log.format == machine::LogFormat::kNew ? "new" : "old";
+    facts.number = log.head.primary;
+  }
+  facts.entries = static_cast<std::uint32_t>(log.entries.size());
+  if (!log.entries.empty()) {
+    facts.first = log.entries.front().number;
+    facts.last = log.entries.back().number;
+  }
+  return facts;
+}
+
+std::vector<LogFacts> FactsOfLogs(const Hive &hive) {
+  std::vector<LogFacts> logs;
+  for (std::size_t i = 0; i < hive.logs.size(); ++i) {
+    logs.push_back(FactsOf(hive.logs[i]));
+    if (i >= hive.recovery.verdicts.size()) continue;
+    logs.back().applied = hive.recovery.verdicts[i].applied;
+    logs.back().reason = hive.recovery.verdicts[i].reason;
+  }
+  return logs;
+}
+
+std::optional<machine::StoredValue> Find(Hive *hive, const std::u16string &key, const std::u16string &name) {
+  machine::StoredValue value;
+  const auto path = machine::ParseKeyPath(key);
+  if (machine::FindHiveValue(hive, path, machine::FoldName(name), &value) != ERROR_SUCCESS) return std::nullopt;
+  return value;
+}
+
+// The control set that the system starts from next, and the name in it.
+void ReadSystemFacts(Hive *hive, HiveFacts *facts) {
+  const auto current = Find(hive, u"Select", u"Current");
+  if (!current || current->type != REG_DWORD || current->bytes.size() != 4) return;
+  const std::uint32_t set = machine::ReadLe32(current->bytes.data());
+  facts->controlSet = set;
+  char number[16];
+  std::snprintf(number, sizeof number, "%03u", set);
+  const std::u16string key = u"ControlSet" + std::u16string(number, number + std::char_traits<char>::length(number));
+  const auto name = Find(hive, key + u"\\Control\\ComputerName\\ComputerName", u"ComputerName");
+  if (!name || !machine::IsTextType(name->type)) return;
+  const std::u16string text = machine::TextOf(name->bytes);
+  facts->machineName = machine::Utf16ToUtf8(std::u16string_view(text).substr(0, text.find(u'\0')));
+}
+
+}  // namespace
+
+HiveFacts CollectHiveFacts(const std::string &file, Hive *hive, const std::string &refusal) {
+  HiveFacts facts;
+  facts.file = file;
+  facts.refusal = refusal;
+  facts.size = hive->size;
+  // What an unsound base block says of itself is still worth seeing.
+  facts.isHive = hive->head.hasSignature && hive->head.type == 0;
+  facts.clean = facts.isHive && !NeedsRecovery(hive->head);
+  facts.major = hive->head.major;
+  facts.minor = hive->head.minor;
+  facts.primary = hive->head.primary;
+  facts.secondary = hive->head.secondary;
+  facts.binsSize = hive->head.binsSize;
+  // Only a dirty hive's logs have been read; a look is for seeing them all.
+  const std::string unread = ReadHiveLogs(&hive->logs);
+  if (facts.refusal.empty()) facts.refusal = unread;
+  facts.logs = FactsOfLogs(*hive);
+  if (hive->recovered) {
+    facts.replay = DescribeReplay(hive->recovery);
+    facts.numberAfter = hive->recovery.number;
+  }
+  if (facts.refusal.empty() && !ReadHive(hive)) facts.refusal = hive->failure;
+  if (facts.refusal.empty()) ReadSystemFacts(hive, &facts);
+  return facts;
+}

@@ -1,0 +1,54 @@
+#include "tools/vxr/run/result_codes.h"
+
+namespace {
+
+constexpr ResultCode kCodes[] = {
+    {0, nullptr, "success", "", false},
+    {3, "Failed to locate driver files for device ", "a device has no driver",
+     "Put the driver's INF and files into the job's InfDir (for an IDE controller: into the running system's inf and "
+     "drivers folders). The driver must list the device's ids for the restored Windows version.",
+     false},
+    {4, "Failed to load the original registry hive file ",
+     "the restored system's SYSTEM hive was not mounted or not saved",
+     "Check that RootPath names the restored system and that its SYSTEM hive is whole, can be written and has"
+     " room beside it.",
+     true},
+    {7, "Failed to initialize Vexmorph engine", "the engine did not start",
+     "Check that HCDIR is set, and that the running system has a boot drive and a device of the class Computer.", true},
+    {8, "Failed to initialize the Bare Metal restore information", "the job's settings are incomplete",
+     "Check the job number; its key needs Disk, InfDir, BootPart and RootPath.", true},
+    {9, "Failed to initialize the Bare Metal extension information", "the extension file cannot be used",
+     "Check the job's BMEFile: a file of 80,332 bytes that was written at backup time.", true},
+    {11, "Failed to locate file ", "a driver file is missing",
+     "Put the file beside its INF file, or complete the driver package.", false},
+    {13, "Failed to copy ", "a driver file was not copied",
+     "Check free space and write access on the restored volume, then run again.", false},
+    {14, "Failed to locate the restored system volume", "the restored volume is not known",
+     "Check the job's BootPart and RootPath.", true},
+    {15, "User cancelled searching for driver files", "the search for drivers was cancelled",
+     "Run again and name a directory that holds the driver's INF file.", false},
+    {58, nullptr, "no driver for the hardware id that the job names",
+     "Check the job's HardwareID, and that InfDir is the path of one INF file that lists it for the restored Windows "
+     "version.",
+     false},
+};
+
+constexpr ResultCode kUnknown = {0, nullptr, "unknown result", "See the log.", false};
+
+}  // namespace
+
+const ResultCode &FindResultCode(std::uint32_t code) {
+  for (const ResultCode &entry : kCodes) {
+    if (entry.code == code) return entry;
+  }
+  return kUnknown;
+}
+
+const ResultCode *FailureOfStatusLine(std::string_view line) {
+  for (const ResultCode &entry : kCodes) {
+    if (entry.statusLine != nullptr && line.substr(0, std::string_view(entry.statusLine).size()) == entry.statusLine) {
+      return &entry;
+    }
+  }
+  return nullptr;
+}

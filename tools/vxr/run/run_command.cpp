@@ -1,0 +1,53 @@
+#include "tools/vxr/run/run_command.h"
+
+#include <csignal>
+
+#include "tools/vxr/base/machine_session.h"
+#include "tools/vxr/base/output.h"
+#include "tools/vxr/base/program.h"
+#include "tools/vxr/run/run_text.h"
+#include "vxrcore/vxrcore.h"
+
+namespace {
+
+struct Host {
+  RunRecord record;
+  bool showLines = true;
+};
+
+void OnStatusLine(void *context, const char *text) {
+  Host *host = static_cast<Host *>(context);
+  const StatusLine &line = AddStatusLine(&host->record, text);
+  if (host->showLines) PrintStatusLine(line);
+}
+
+void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_cast<Host *>(context)->record, *event); }
+
+// Opens, runs, closes. False, with a message, when the machine cannot be used.
+bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
+  if (!OpenMachine(options.machine, OnEvent, host)) return false;
+  void *window = VXRMachine_CreateWindow(OnStatusLine, host);
+  outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
+  CloseMachine();
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  return true;
+}
+
+}  // namespace
+
+int RunCommand(const RunOptions &options) {
+#ifdef SIGPIPE
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
+#endif
+  Host host;
+  host.showLines = !options.json;
+  RunOutcome outcome{};
+  if (!RunOnMachine(options, &host, &outcome)) return kExitUsage;
+  if (options.json) {
+    PrintRunJson(options, outcome, host.record);
+  } else {
+    PrintRunText(options, outcome, host.record);
+  }
+  FinishOutput();
+  return outcome.exitStatus;
+}

@@ -1,0 +1,220 @@
+#include "tools/vxr/run/run_record.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "tools/vxr/base/machine_session.h"
+
+namespace {
+
+constexpr std::string_view kRestoredMount = "SYSTEM_ORG";
+constexpr std::string_view kUnloadError = "ERROR:VXREng_RunVXR:VXRReg_UnloadHive():failed";
+constexpr std::string_view kScanError = "ERROR:VXRDev_ScanDiskDevices:";
+
+// What stands between a fixed beginning and a fixed end; nothing when the line has another form.
+std::optional<std::string> Between(std::string_view line, std::string_view begin, std::string_view end) {
+  if (line.size() < begin.size() + end.size()) return std::nullopt;
+  if (line.substr(0, begin.size()) != begin || line.substr(line.size() - end.size()) != end) return std::nullopt;
+  return std::string(line.substr(begin.size(), line.size() - begin.size() - end.size()));
+}
+
+// What follows `mark` in a line of the log, up to `end`.
+std::optional<std::string> After(std::string_view line, std::string_view mark, std::string_view end) {
+  const std::size_t at = line.find(mark);
+  if (at == std::string_view::npos) return std::nullopt;
+  line.remove_prefix(at + mark.size());
+  const std::size_t stop = line.rfind(end);
+  return std::string(line.substr(0, stop));
+}
+
+DeviceRecord *FindDevice(RunRecord *record, std::string_view instance) {
+  for (DeviceRecord &device : record->devices) {
+    if (device.instance == instance) return &device;
+  }
+  return nullptr;
+}
+
+// "Successfully processed INF for INSTANCE...": the device takes the driver that the machine chose last.
+void TakeDriver(RunRecord *record, std::string_view line) {
+  const std::optional<std::string> taken = Between(line, "Successfully processed ", "...");
+  if (!taken) return;
+  for (DeviceRecord &device : record->devices) {
+    const std::string tail = " for " + device.instance;
+    if (taken->size() <= tail.size() || taken->compare(taken->size() - tail.size(), tail.size(), tail) != 0) continue;
+    device.infFile = taken->substr(0, taken->size() - tail.size());
+    device.driver = record->candidate.driver;
+    device.hardwareId = record->candidate.hardwareId;
+  }
+}
+
+void AddWouldCopy(RunRecord *record, std::string_view line) {
+  const std::optional<std::string> paths = Between(line, "Check only, bypassed copying ", "...");
+  const std::size_t arrow = paths ? paths->find(" -> ") : std::string::npos;
+  if (arrow == std::string::npos) return;
+  CopyRecord copy;
+  copy.source = paths->substr(0, arrow);
+  copy.target = paths->substr(arrow + 4);
+  record->copies.push_back(std::move(copy));
+}
+
+// Two attempts are made at each file; only what became of the file counts.
+void AddCopy(RunRecord *record, CopyRecord copy) {
+  std::vector<CopyRecord> &copies = record->copies;
+  copies.erase(std::remove_if(copies.begin(), copies.end(),
+                              [&](const CopyRecord &other) { return other.target == copy.target; }),
+               copies.end());
+  copies.push_back(std::move(copy));
+}
+
+HiveRecord *FindHive(RunRecord *record, const std::string &file) {
+  const auto known = std::find_if(record->hives.begin(), record->hives.end(),
+                                  [&](const HiveRecord &hive) { return hive.file == file; });
+  return known == record->hives.end() ? nullptr : &*known;
+}
+
+void AddReplay(RunRecord *record, const VXRMachine_Event &event) {
+  HiveRecord hive;
+  hive.file = MachineText(event.subject);
+  hive.replay = MachineText(event.detail);
+  if (HiveRecord *known = FindHive(record, hive.file)) {
+    known->replay = hive.replay;
+  } else {
+    record->hives.push_back(std::move(hive));
+  }
+}
+
+void AddHive(RunRecord *record, const VXRMachine_Event &event) {
+  HiveRecord hive;
+  hive.file = MachineText(event.subject);
+  switch (event.kind) {
+    case VXRMACHINE_HIVE_LOADED:
+      hive.mountPoint = MachineText(event.detail);
+      break;
+    case VXRMACHINE_HIVE_SAVED:
+      hive.outcome = HiveOutcome::kSaved;
+      hive.size = event.size;
+      break;
+    default:
+      hive.outcome = event.kind == VXRMACHINE_HIVE_REFUSED ? HiveOutcome::kRefused : HiveOutcome::kNotSaved;
+      hive.reason = MachineText(event.detail);
+      hive.size = event.size;
+      if (hive.size != 0) hive.outcome = HiveOutcome::kUnflushed;
+      break;
+  }
+  HiveRecord *known = FindHive(record, hive.file);
+  if (known == nullptr) {
+    record->hives.push_back(std::move(hive));
+    return;
+  }
+  hive.mountPoint = known->mountPoint;
+  hive.replay = known->replay;
+  *known = std::move(hive);
+}
+
+// A hive that could not be unmounted is dropped when the machine closes, and what was set in it is lost.
+void DropMounted(RunRecord *record) {
+  if (std::none_of(record->values.begin(), record->values.end(), InRestoredHive)) return;
+  for (HiveRecord &hive : record->hives) {
+    if (hive.outcome != HiveOutcome::kMounted) continue;
+    hive.outcome = HiveOutcome::kNotSaved;
+    hive.reason = "it could not be unmounted";
+  }
+}
+
+// The log's own lines tell where it goes and, before a failing status line, what went wrong.
+void AddDebugText(RunRecord *record, const char *raw) {
+  std::string text = MachineText(raw);
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  if (text.compare(0, 6, "ERROR:") == 0) {
+    // A job without HardwareID is the usual one.
+    const bool usual = text.find("\\HardwareID) failed") != std::string::npos;
+    if (record->firstError.empty() && !usual) record->firstError = text;
+    if (text.compare(0, kUnloadError.size(), kUnloadError) == 0) DropMounted(record);
+    if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
+      record->scanProblem = record->firstError;
+    }
+  } else if (const auto file = After(text, ":VXRDbg_Initialize:start logging to ", "...")) {
+    const std::size_t colon = file->find(':');  // the stream's address stands before the path
+    record->logFile = colon == std::string::npos ? *file : file->substr(colon + 1);
+    record->logProblem.clear();
+  } else if (const auto problem = After(text, ":VXRDbg_Initialize:CreateFile(", "\n")) {
+    record->logProblem = "CreateFile(" + *problem;
+  }
+}
+
+}  // namespace
+
+const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
+  StatusLine line{MachineText(text), kProgress, ""};
+  while (!line.text.empty() && (line.text.back() == '\n' || line.text.back() == '\r')) line.text.pop_back();
+  if (const ResultCode *failure = FailureOfStatusLine(line.text)) {
+    line.code = failure->code;
+    const bool told = failure->code == kHiveCode && !record->hives.empty();  // the machine gives a better reason
+    if (failure->causeInLog && !told) line.cause = record->firstError;
+  }
+  if (const auto checked = Between(line.text, "Checking device with id ", "...")) {
+    record->devices.push_back({*checked, "", "", "", false});
+  }
+  if (const auto failed = Between(line.text, "Failed to locate driver files for device ", "")) {
+    if (DeviceRecord *device = FindDevice(record, *failed)) device->failed = true;
+  }
+  TakeDriver(record, line.text);
+  AddWouldCopy(record, line.text);
+  record->firstError.clear();
+  record->lines.push_back(std::move(line));
+  return record->lines.back();
+}
+
+void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
+  switch (event.kind) {
+    case VXRMACHINE_FILE_COPIED:
+      AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false});
+      break;
+    case VXRMACHINE_FILE_NOT_COPIED:
+      AddCopy(record, {"", MachineText(event.subject), 0, false, MachineText(event.detail), event.size != 0});
+      break;
+    case VXRMACHINE_VALUE_WRITTEN:
+      record->values.push_back(
+          {MachineText(event.subject), MachineText(event.detail), MachineText(event.text), event.type, event.size});
+      break;
+    case VXRMACHINE_HIVE_LOADED:
+    case VXRMACHINE_HIVE_REFUSED:
+    case VXRMACHINE_HIVE_SAVED:
+    case VXRMACHINE_HIVE_NOT_SAVED:
+      AddHive(record, event);
+      break;
+    case VXRMACHINE_HIVE_REPLAYED:
+      AddReplay(record, event);
+      break;
+    case VXRMACHINE_DRIVER_CHOSEN:
+      record->candidate = {"", MachineText(event.subject), MachineText(event.detail), MachineText(event.text), false};
+      break;
+    case VXRMACHINE_DEBUG_TEXT:
+      AddDebugText(record, event.text);
+      break;
+    case VXRMACHINE_PATH_REFUSED:
+      record->refusedPaths.push_back({MachineText(event.subject), MachineText(event.detail)});
+      break;
+    default:
+      break;
+  }
+}
+
+const HiveRecord *UnsavedRestoredHive(const RunRecord &record) {
+  for (const HiveRecord &hive : record.hives) {
+    const bool failed = hive.outcome == HiveOutcome::kNotSaved || hive.outcome == HiveOutcome::kUnflushed;
+    if (failed && !hive.mountPoint.empty()) return &hive;
+  }
+  return nullptr;
+}
+
+bool HasProblems(const RunRecord &record) {
+  return std::any_of(record.lines.begin(), record.lines.end(), [](const auto &l) { return l.code != kProgress; }) ||
+         std::any_of(record.copies.begin(), record.copies.end(), [](const auto &c) { return !c.reason.empty(); }) ||
+         std::any_of(record.hives.begin(), record.hives.end(), [](const auto &h) { return !h.reason.empty(); }) ||
+         !record.refusedPaths.empty() || !record.scanProblem.empty();
+}
+
+bool InRestoredHive(const ValueRecord &value) {
+  return value.key.compare(0, kRestoredMount.size(), kRestoredMount) == 0;
+}

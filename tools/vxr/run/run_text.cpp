@@ -1,0 +1,174 @@
+#include "tools/vxr/run/run_text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "tools/vxr/base/output.h"
+
+namespace {
+
+void Title(const std::string &text) {
+  PrintLine("");
+  PrintLine(text, Style::kBold);
+}
+
+void Problem(const std::string &text) { PrintLine("  " + text, Style::kBad); }
+
+void PrintDevices(const RunRecord &record) {
+  if (record.devices.empty()) return;
+  Title("Devices");
+  for (const DeviceRecord &device : record.devices) {
+    PrintLine("  " + device.instance);
+    if (!device.infFile.empty()) {
+      if (!device.driver.empty()) PrintLine("      " + device.driver + " (" + device.hardwareId + ")");
+      PrintLine("      from " + device.infFile);
+    }
+    if (device.failed) {
+      PrintLine("      no driver was set up", Style::kBad);
+    } else if (device.infFile.empty()) {
+      PrintLine("      needs no driver of its own");
+    }
+  }
+}
+
+void PrintCopies(const RunOptions &options, const RunRecord &record) {
+  bool titled = false;
+  for (const CopyRecord &copy : record.copies) {
+    if (!copy.reason.empty()) continue;
+    if (!titled) Title(options.verify ? "Files that would be copied" : "Files copied");
+    titled = true;
+    PrintLine("  " + copy.target + (copy.copied ? "  " + Bytes(copy.size) : ""));
+    PrintLine("      from " + copy.source);
+  }
+}
+
+void PrintValues(const RunRecord &record) {
+  const HiveRecord *unsaved = UnsavedRestoredHive(record);
+  const bool lost = unsaved != nullptr && unsaved->outcome == HiveOutcome::kNotSaved;
+  const std::string *key = nullptr;
+  for (const ValueRecord &value : record.values) {
+    if (key == nullptr) Title(lost ? "Registry values set but not saved" : "Registry values written");
+    if (key == nullptr || *key != value.key) {
+      PrintLine("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
+    }
+    key = &value.key;
+    PrintLine("      " + Padded(value.name, 14) + " " + Padded(ValueTypeName(value.type), 10) + " " + value.data);
+  }
+}
+
+void PrintHives(const RunRecord &record) {
+  bool titled = false;
+  for (const HiveRecord &hive : record.hives) {
+    const bool saved = hive.outcome == HiveOutcome::kSaved, unflushed = hive.outcome == HiveOutcome::kUnflushed;
+    if (!saved && !unflushed && hive.replay.empty()) continue;
+    if (!titled) Title("Hives");
+    titled = true;
+    const std::string outcome = saved ? "saved, " + Bytes(hive.size) : unflushed ? "replaced, see below" : "as it was";
+    PrintLine("  " + hive.file + "  " + outcome);
+    if (!hive.replay.empty()) PrintLine("      was not closed cleanly: " + hive.replay);
+  }
+}
+
+// A search that tries a driver again for each id fails each time with the same line: it is shown once.
+void PrintFailingLines(const RunRecord &record) {
+  const auto &lines = record.lines;
+  for (auto line = lines.begin(); line != lines.end(); ++line) {
+    const auto same = [&](const StatusLine &other) { return other.text == line->text; };
+    if (line->code == kProgress || std::any_of(lines.begin(), line, same)) continue;
+    const auto times = std::count_if(line, lines.end(), same);
+    Problem(line->text + " [" + std::to_string(line->code) + "]" +
+            (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
+    if (!line->cause.empty()) PrintLine("      log: " + line->cause);
+  }
+}
+
+void PrintCopyProblem(const CopyRecord &copy) {
+  Problem(copy.target + ": not copied: " + copy.reason);
+  if (copy.keptOld) PrintLine("      The file that was there before stays; the run counts it as copied.");
+}
+
+void PrintHiveProblem(const HiveRecord &hive) {
+  if (hive.outcome == HiveOutcome::kRefused) {
+    Problem(hive.file + ": not mounted: " + hive.reason);
+    return;
+  }
+  if (hive.outcome == HiveOutcome::kUnflushed) {
+    Problem(hive.file + ": not surely on the disk: " + hive.reason);
+    PrintLine(
+        "      Should the power fail now, the hive may be as it was before the run. Look for errors of the disk.");
+    return;
+  }
+  Problem(hive.file + ": not saved: " + hive.reason);
+  if (!hive.mountPoint.empty()) {
+    PrintLine("      The hive file is as it was before the run: none of the values above is in the restored system.");
+  }
+}
+
+// What to do about each kind of failure, in the order in which they occurred.
+void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
+  std::vector<std::uint32_t> codes;
+  for (const StatusLine &line : record.lines) codes.push_back(line.code);
+  codes.push_back(outcome.code);
+  codes.push_back(static_cast<std::uint32_t>(outcome.exitStatus));
+  for (auto code = codes.begin(); code != codes.end(); ++code) {
+    if (*code == kProgress || std::find(codes.begin(), code, *code) != code) continue;
+    if (const ResultCode &entry = FindResultCode(*code); *entry.advice != '\0')
+      PrintLine(std::string("  ") + entry.advice);
+  }
+}
+
+void PrintProblems(const RunRecord &record) {
+  if (!HasProblems(record)) return;
+  Title("Problems");
+  if (!record.scanProblem.empty()) {
+    Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
+    PrintLine("      log: " + record.scanProblem);
+  }
+  PrintFailingLines(record);
+  for (const CopyRecord &copy : record.copies) {
+    if (!copy.reason.empty()) PrintCopyProblem(copy);
+  }
+  for (const HiveRecord &hive : record.hives) {
+    if (!hive.reason.empty()) PrintHiveProblem(hive);
+  }
+  for (const RefusedPath &refused : record.refusedPaths) Problem(refused.path + ": " + refused.reason);
+}
+
+void PrintResult(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
+  const ResultCode &entry = FindResultCode(outcome.code);
+  const std::string what = options.verify ? "driver files verification" : "driver files injection";
+  Title("Result");
+  const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
+  std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
+  if (unsaved != nullptr) {
+    const bool unchanged = unsaved->outcome == HiveOutcome::kNotSaved;
+    meaning = std::string("the restored system's registry was ") +
+              (unchanged ? "not saved and is unchanged" : "saved, but is not surely on the disk") +
+              "; the run's own code is " + std::to_string(outcome.code);
+  }
+  PrintLine("  " + std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")",
+            outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood);
+  PrintAdvice(outcome, record);
+  if (!record.logFile.empty()) {
+    PrintLine("  Log: " + record.logFile);
+  } else {
+    PrintLine("  Log: no file" + (record.logProblem.empty() ? "" : ": " + record.logProblem));
+  }
+}
+
+}  // namespace
+
+void PrintStatusLine(const StatusLine &line) {
+  PrintLine(line.text, line.code == kProgress ? Style::kDim : Style::kBad);
+  std::fflush(stdout);
+}
+
+void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
+  PrintDevices(record);
+  PrintCopies(options, record);
+  PrintValues(record);
+  PrintHives(record);
+  PrintProblems(record);
+  PrintResult(options, outcome, record);
+}
