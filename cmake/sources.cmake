@@ -37,12 +37,13 @@ if(WIN32)
   add_library(vxr_platform STATIC platform/win32/calls.cpp platform/format.cpp)
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
-  # Hive files, their logs and what is in them, without a machine: the command line shows them too.
+  # Hive files, their logs and what is in them, and version resources, without a machine: the command line reads them too.
   add_library(vxr_hive_file STATIC
     platform/machine/base_block.cpp platform/machine/file_bytes.cpp platform/machine/marvin.cpp
     platform/machine/hive_log.cpp platform/machine/hive_logs.cpp platform/machine/hive_recovery.cpp
     platform/machine/hive_check.cpp platform/machine/hive.cpp platform/machine/registry_path.cpp
-    platform/machine/registry_value.cpp platform/machine/fold_name.cpp platform/machine/listing.cpp)
+    platform/machine/registry_value.cpp platform/machine/fold_name.cpp platform/machine/listing.cpp
+    platform/machine/version_resource.cpp platform/machine/version_tree.cpp)
   target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX)
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC
@@ -55,8 +56,7 @@ else()
     platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
     platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
     platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
-    platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
-    platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
+    platform/machine/volumes.cpp platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
     platform/machine/registry.cpp
     platform/machine/registry_state.cpp platform/machine/hive_save.cpp platform/machine/hive_mount.cpp
     platform/machine/hive_cells.cpp

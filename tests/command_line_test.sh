@@ -8,6 +8,7 @@ vxr=$1
 examples=$2
 make_extension=$3
 make_hive=$4
+page=$(cd "$(dirname "$0")/.." && pwd)/docs/machine.md
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -19,7 +20,7 @@ fail() {
   failures=$((failures + 1))
 }
 
-run() { "$vxr" "$@" >"$work/out" 2>"$work/err" </dev/null; }
+run() { timeout 60 "$vxr" "$@" >"$work/out" 2>"$work/err" </dev/null; }
 
 # expect NAME STATUS PATTERN ARGUMENT...: PATTERN is looked for on standard output when STATUS comes from a run, else on
 # standard error, which must then be one line, with nothing on standard output.
@@ -60,6 +61,7 @@ digest() { (cd "$work/machine/restored" && find . -type f -print0 | sort -z | xa
 expect "no command" 2 'name a command; see vxr --help'
 expect "unknown command" 2 'frobnicate: unknown' frobnicate
 expect "no machine" 2 '--machine is required; see vxr run --help' run --job 1
+expect "unknown option" 2 '^vxr: --machin: unknown option; see vxr run --help' run --job 1 --machin=m
 expect "job is no number" 2 '--job = x is not a number' run --machine m --job x
 expect "unknown code page" 2 'code page 7 is not known' inf --code-page 7 x
 for words in --help --version 'run --help' 'run --version' 'inf --help' 'inf --version' 'show --help' 'query --help'; do
@@ -79,6 +81,37 @@ for example in 'scsi-6.1-x64 7 nbstor.inf' 'ide-5.1-x86 3 idecore.inf'; do
   expect "$name, again as JSON" 0 '"result": 0,' run --machine "$machine" --job "$job" --json
   [[ $(head -c 1 "$work/out") == '{' && ! -s $work/err ]] || fail "$name: something beside the JSON document"
 done
+
+# --- Errors as JSON: exit status, what the document says, arguments
+mkfifo "$work/pipe"
+truncate -s 1G "$work/large.inf"
+cd "$work" || exit 1
+while IFS='|' read -r status pattern words; do
+  # shellcheck disable=SC2086
+  run $words --json
+  [[ $? -eq $status && $(head -c 1 out) == '{' && $(wc -l <err) -eq 1 ]] && grep -q "\"exit_status\": $status" out &&
+    grep -qE "\"error\": \".*$pattern" out || fail "$words --json"
+done <<'CASES'
+2|--nosuch: unknown option|run --nosuch
+2|. is a directory|run --job 7 --machine .
+2|file is required|inf
+1|is missing|inf none.inf
+1|pipe: is a FIFO|show pipe
+1|large.inf is not a registry hive|hive large.inf
+CASES
+while IFS='|' read -r status pattern words; do
+  # shellcheck disable=SC2086
+  expect "$words" "$status" "$pattern" $words
+done <<'CASES'
+1|has 1,073,741,824 bytes, more than|inf large.inf
+1|is not a registry hive|hive large.inf
+1|pipe is a FIFO|hive pipe
+1|is a FIFO|inf pipe
+1|is a FIFO|query pipe volume Label
+1|is a FIFO|fix-boot pipe --geometry 1,1,1,512
+2|is a FIFO|run --machine pipe --job 7
+CASES
+cd "$OLDPWD" || exit 1
 
 # --- Machine files
 expect "machine missing" 2 'nowhere.toml: ' run --machine "$work/nowhere.toml" --job 7
@@ -114,7 +147,37 @@ no INF file|3|cancelled.*\[15\]|rm ram/drivers/*.inf
 no INF file that fits|3|no driver was set up|rm ram/drivers/nbstor.inf
 driver file missing|11|Failed to locate file .*NBSTOR.SYS|rm ram/drivers/nbstor.sys
 boot disk unknown|0|The boot disk was not found|sed -i 's/PhysicalDrive0.$/PhysicalDrive9\x27/' machine.toml
+a text for a number|3|HAL is the text "9", of which a run takes the first byte, 57|sed -i "/^BMEF/aHAL = '9'" machine.toml
+HAL of another kind|3|is x86 by the job's HAL, the running machine is x64|sed -i '/^BMEF/aHAL = 0' machine.toml
 CASES
+
+# --- Jobs that the restored system contradicts: what is said of it, how it is told; the result stays
+reg() { printf '[\\%s]\n\n' "${@:3}" | sed "\$s/^\$/$2/" >lines.reg && hivexregedit --merge "$1" lines.reg; }
+while IFS='|' read -r pattern spoil; do
+  fresh scsi-6.1-x64
+  (cd "$work/machine/restored/Windows/System32" && eval "$spoil") || fail "$spoil"
+  expect "$spoil" 0 "The extension file says 6.1, the restored system's $pattern" run --machine "$machine" --job 7 --verify
+done <<'CASES'
+kernel is 5.2|cp "$examples"/protected-5.2-x64/c/WINDOWS/system32/drivers/disk.sys ntoskrnl.exe
+SOFTWARE hive says 6.3|"$make_hive" config/SOFTWARE empty && reg config/SOFTWARE '"CurrentVersion"="6.3"' Microsoft 'Microsoft\Windows NT' 'Microsoft\Windows NT\CurrentVersion'
+SYSTEM hive is that of 6.2 or later|reg config/SYSTEM '' DriverDatabase
+CASES
+
+# --- The documentation's machine, made as the page says
+mkdir "$work/page"
+cd "$work/page" || exit 1
+block() { awk -v begin="\`\`\`$1" '$0 == begin && !n++ {on = 1; next} /^```/ {on = 0} on' "$page"; }
+block toml >machine.toml
+block ini >acme.inf
+cp "$examples/scsi-6.1-x64/ram/drivers/nbstor.sys" acme.sys
+cp "$examples/scsi-6.1-x64/restored/Windows/System32/config/SYSTEM" .
+eval "$(block sh)"
+for mode in --verify ''; do
+  # shellcheck disable=SC2086
+  expect "the page's machine" 0 'Acme SCSI Adapter' run --machine machine.toml --job 7 $mode
+  ! grep -q '^Problems' "$work/out" || fail "the page's machine $mode has problems"
+done
+cd "$OLDPWD" || exit 1
 
 # --- Recording a machine: name, exit status, what is said, arguments, how the machine is spoilt; @ is its directory. A
 # failure leaves the includes file as it is.
@@ -174,7 +237,7 @@ run inf --json "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && grep -q '"Nort
 run inf --language 0x0407 "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && grep -q 'für Northbridge' "$work/out" ||
   fail "inf --language"
 expect "INF file missing" 1 'is missing' inf "$work/none.inf"
-expect "a directory" 1 'is not a file' inf "$work"
+expect "a directory" 1 'is a directory' inf "$work"
 expect "not an INF file" 1 'text before the first section' inf "$0"
 
 # --- Extension files
@@ -202,7 +265,7 @@ shows "show --json" '"written_utc": "2007-02-19T17:20:00Z"' show --json "$two"
 shows "show --json of two" '^]$' show --json "$two" "$two"
 [[ $(head -c 1 "$work/out") == '[' && $(grep -c '"file"' "$work/out") -eq 2 ]] || fail "show --json: two are a list"
 run show --json "$work/short.bme" "$two" "$work/missing.bme"
-[[ $? -eq 1 && $(grep -c '"file"' "$work/out") -eq 1 && $(wc -l <"$work/err") -eq 2 ]] ||
+[[ $? -eq 1 && $(grep -c '"file"' "$work/out") -eq 3 && $(grep -c '"error"' "$work/out") -eq 2 && $(wc -l <"$work/err") -eq 2 ]] ||
   fail "show: a bad file must not hide a good one"
 run show "$work/short.bme" "$two"
 [[ $? -eq 1 ]] && grep -q FILESERVER "$work/out" || fail "show: a bad file must not hide a good one"
@@ -216,8 +279,8 @@ long.bme|has 160664 bytes
 noise.bme|is not an extension file: it begins with
 later.bme|is of version 2
 empty.bme|is empty
-missing.bme|cannot be read: No such file
-|cannot be read: Is a directory
+missing.bme|is missing
+|is a directory
 CASES
 
 # Arguments, exit status, what the answer or the complaint is.

@@ -70,6 +70,14 @@ VXR_API uint32_t VXRMachine_CodePage(void);
  * drive or directory does not exist, when it leads out of its drive, or when it does not fit `hostPathSize` bytes. */
 VXR_API int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize);
 
+/* Data of a registry value of the open machine, its key below HKEY_LOCAL_MACHINE, as a program of the ANSI code page
+ * reads it. `*size`: bytes of `data` before, of the value after; without `data` it only tells. False when there is no
+ * such value, or when it does not fit. */
+VXR_API int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t *type, void *data, uint32_t *size);
+
+/* The open machine's kind of processor: 0 x86, 6 Itanium, 9 x64; 0xFFFF when none is open. */
+VXR_API uint32_t VXRMachine_ProcessorArchitecture(void);
+
 /* How often an INF file was read from disk since VXRMachine_Open. */
 VXR_API uint64_t VXRMachine_InfReads(void);
 

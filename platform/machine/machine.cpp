@@ -129,4 +129,9 @@ void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
 
 uint64_t VXRMachine_InfReads() { return machine::InfReads(); }
 
+uint32_t VXRMachine_ProcessorArchitecture() {
+  constexpr uint32_t kUnknown = 0xFFFF;
+  return current == nullptr ? kUnknown : current->system.processorArchitecture;
+}
+
 uint32_t VXRMachine_CodePage() { return current == nullptr ? 0 : current->system.codePage; }

@@ -161,3 +161,17 @@ LSTATUS RegCloseKey(HKEY key) {
 }
 
 }  // namespace platform
+
+int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t *type, void *data, uint32_t *size) {
+  machine::StoredValue value;
+  if (!machine::Registry().open) return FALSE;
+  if (machine::QueryValue(machine::ParseKeyPathA(key), machine::AnsiToUtf16(name), &value) != ERROR_SUCCESS) {
+    return FALSE;
+  }
+  const std::vector<BYTE> bytes = machine::AnsiData(value);
+  const bool fits = data == nullptr || bytes.size() <= *size;
+  *type = value.type;
+  *size = static_cast<uint32_t>(bytes.size());
+  if (data != nullptr && fits) std::copy(bytes.begin(), bytes.end(), static_cast<BYTE *>(data));
+  return fits;
+}

@@ -38,10 +38,10 @@ std::FILE *OpenStream(const char *name, const char *mode) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
   }
-  const int descriptor = machine::OpenHostFile(name, flags);
+  const int descriptor = machine::OpenHostFile(name, flags | O_NONBLOCK);
   if (descriptor < 0) return nullptr;
   struct stat status = {};
-  if (fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
     SetLastError(ERROR_ACCESS_DENIED);
     ::close(descriptor);
     return nullptr;

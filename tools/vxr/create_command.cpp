@@ -114,7 +114,8 @@ void PrintSummary(const CreateOptions &options, const Outcome &outcome) {
   PrintVolumes(image.Extension.Volumes, outcome.codePage);
   if (!options.map.empty() && NamesNoVolume(image.Extension.Volumes, outcome.codePage)) {
     PrintLine("  None has its name in the backup from " + options.map +
-                  ": it is missing, or has no [C] with a DeviceName; check it and record the machine again",
+                  ": it is missing, is no regular file, or has no [C] with a DeviceName; check it and record the "
+                  "machine again",
               Style::kBad);
   }
   PrintShortfalls("Left out", record.leftOut);

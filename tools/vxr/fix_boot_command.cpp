@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/machine/code_page.h"
+#include "platform/machine/file_kind.h"
 #include "tools/vxr/boot_report.h"
 #include "tools/vxr/commands.h"
 #include "tools/vxr/machine_session.h"
@@ -112,7 +113,7 @@ bool IsImage(const std::string &path) {
     if (IsUtf8(path)) return true;
     PrintError(path + ": the name is not UTF-8; rename the image, or make a link to it");
   } else if (fs::exists(status)) {
-    PrintError(path + ": is not a file; give a disk image or a block device");
+    PrintError(path + ": " + machine::FileKind(status.type()) + "; give a disk image or a block device");
   } else {
     PrintError(path + ": " + (error ? error.message() : "there is no such file") +
                "; give a disk image or a block device, or name with --machine the machine that has the disk");

@@ -1,6 +1,4 @@
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -16,24 +14,24 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-bool ReadBytes(const std::string &file, std::string *bytes, std::string *reason) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(HostFile(file), error)) {
-    *reason = std::filesystem::exists(HostFile(file), error) ? "is not a file" : "is missing";
+bool ReadBytes(const std::string &name, machine::InfBytes *bytes, std::string *reason) {
+  std::uint64_t size = 0;
+  const OpenFile file = OpenRegularFile(name, &size, reason);
+  if (file == nullptr) return false;
+  if (size > machine::kInfSizeMax) {
+    *reason = "has " + Bytes(size) + ", more than the " + Bytes(machine::kInfSizeMax) + " of the largest INF file";
     return false;
   }
-  std::ifstream in(HostFile(file), std::ios::binary);
-  bytes->assign(std::istreambuf_iterator<char>(in), {});
-  if (in.bad() || !in.is_open()) {
-    *reason = "cannot be read";
-    return false;
-  }
-  return true;
+  bytes->memory = std::make_unique_for_overwrite<char[]>(size);
+  bytes->size = std::fread(bytes->memory.get(), 1, size, file.get());
+  if (std::ferror(file.get()) == 0) return true;
+  *reason = "cannot be read";
+  return false;
 }
 
 // Null after one line of complaint.
 std::shared_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
-  std::string bytes;
+  machine::InfBytes bytes;
   machine::InfRefusal refusal;
   std::shared_ptr<machine::InfFile> inf;
   if (ReadBytes(options.file, &bytes, &refusal.reason)) {

@@ -1,7 +1,9 @@
 // vxr: runs the library on a described machine or, on Windows, on this one; and shows the files it reads.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
@@ -149,6 +151,18 @@ CLI::App *AddFixBoot(CLI::App *app, FixBootOptions *options) {
   return fix;
 }
 
+// An argument that no command takes; empty when there is none. It is what to name first, whatever is missing beside it:
+// it may be that very thing, misspelt.
+std::string UnknownArgument(const CLI::App &app) {
+  std::vector<std::string> unknown = app.remaining();
+  for (const CLI::App *used : app.get_subcommands()) {
+    for (std::string &argument : used->remaining()) unknown.push_back(std::move(argument));
+  }
+  const auto option = std::find_if(unknown.begin(), unknown.end(), [](const auto &a) { return a.front() == '-'; });
+  if (option != unknown.end()) return option->substr(0, option->find('=')) + ": unknown option";
+  return unknown.empty() ? "" : unknown.front() + ": one argument too many";
+}
+
 // Help and version go to standard output; anything else is one line saying what to do. `wrong` is the first argument,
 // which is to blame when no command was recognised; null when there is none.
 int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &error) {
@@ -158,6 +172,7 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
   }
   std::string command = "vxr", what = error.what();
   for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
+  if (const std::string unknown = UnknownArgument(app); !unknown.empty()) what = unknown;
   if (app.get_subcommands().empty()) what = wrong == nullptr ? "name a command" : std::string(wrong) + ": unknown";
   if (const std::string_view bad = "Could not convert: "; what.compare(0, bad.size(), bad) == 0) {
     what = what.substr(bad.size()) + " is not a number of 32 bits";
@@ -167,12 +182,16 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
   return kExitUsage;
 }
 
-}  // namespace
+// Whoever asks for a document gets one: of an error that no document tells, it is the error and the exit status.
+void PrintErrorDocument(int exitStatus) {
+  const std::string error = TakeError();
+  if (error.empty() || std::ferror(stdout) != 0) return;
+  const nlohmann::ordered_json document = {{"error", error}, {"exit_status", exitStatus}};
+  std::printf("%s\n", document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::fflush(stdout);
+}
 
-int main(int argc, char **argv) {
-#ifdef _WIN32
-  UseUtf8(&argc, &argv);
-#endif
+int Run(int argc, char **argv) {
   CLI::App app("Makes a restored Windows system start on different disk hardware, by injecting drivers offline.",
                "vxr");
   app.set_version_flag("--version", kVersion, "Show the version");
@@ -207,4 +226,17 @@ int main(int argc, char **argv) {
   if (query->parsed()) return QueryCommand(queryOptions);
   if (fixBoot->parsed()) return FixBootCommand(fixBootOptions);
   return InfCommand(infOptions);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+#ifdef _WIN32
+  UseUtf8(&argc, &argv);
+#endif
+  const int exitStatus = Run(argc, argv);
+  const auto is = [](const char *text) { return [text](std::string_view argument) { return argument == text; }; };
+  char **end = std::find_if(argv, argv + argc, is("--"));  // file names follow
+  if (std::any_of(argv, end, is("--json"))) PrintErrorDocument(exitStatus);
+  return exitStatus;
 }

@@ -14,7 +14,9 @@ constexpr ResultCode kCodes[] = {
      " room beside it.",
      true},
     {7, "Failed to initialize Vexmorph engine", "the engine did not start",
-     "Check that HCDIR is set, and that the running system has a boot drive and a device of the class Computer.", true},
+     "Check that HCDIR is set, and that the running system has a boot drive and a device of the class Computer with "
+     "hardware_ids (or the value HardwareID of SYSTEM\\CurrentControlSet\\Enum\\Root\\ACPI_HAL\\0000).",
+     true},
     {8, "Failed to initialize the Bare Metal restore information", "the job's settings are incomplete",
      "Check the job number; its key needs Disk, InfDir, BootPart and RootPath.", true},
     {9, "Failed to initialize the Bare Metal extension information", "the extension file cannot be used",

@@ -1,8 +1,12 @@
+#include <algorithm>
 #include <csignal>
 
 #include "tools/vxr/commands.h"
 #include "tools/vxr/machine_session.h"
 #include "tools/vxr/output.h"
+#ifndef _WIN32
+#include "tools/vxr/restored_facts.h"
+#endif
 #include "tools/vxr/run_text.h"
 #include "vxrcore/vxrcore.h"
 
@@ -21,11 +25,30 @@ void OnStatusLine(void *context, const char *text) {
 
 void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_cast<Host *>(context)->record, *event); }
 
+#ifndef _WIN32
+bool LacksDriver(std::uint32_t code, const RunRecord &record) {
+  constexpr std::uint32_t kNoNamedDriver = 58;
+  return code == kNoNamedDriver || std::any_of(record.devices.begin(), record.devices.end(),
+                                               [](const DeviceRecord &device) { return device.failed; });
+}
+#endif
+
 // Opens, runs, closes. False, with a message, when the machine cannot be used.
 bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   if (!OpenMachine(options.machine, OnEvent, host)) return false;
+#ifndef _WIN32
+  VXRMachine_SetObserver(nullptr, nullptr);  // what the look meets is not the run's
+  const JobFacts facts = ReadJobFacts(options.job);
+  host->record.contradictions = FindContradictions(facts);
+  VXRMachine_SetObserver(OnEvent, host);
+#endif
   void *window = VXRMachine_CreateWindow(OnStatusLine, host);
   outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
+#ifndef _WIN32
+  if (std::string line = ProcessorContradiction(facts); !line.empty() && LacksDriver(outcome->code, host->record)) {
+    host->record.contradictions.push_back(std::move(line));
+  }
+#endif
   CloseMachine();
   outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
   return true;

@@ -99,6 +99,7 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"values", Values(record)},
                          {"hives", Hives(record)},
                          {"refused_paths", RefusedPaths(record)},
+                         {"contradictions", record.contradictions},
                          {"boot_disk_problem", TextOrNull(record.scanProblem)},
                          {"log_file", TextOrNull(record.logFile)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

@@ -212,7 +212,7 @@ bool HasProblems(const RunRecord &record) {
   return std::any_of(record.lines.begin(), record.lines.end(), [](const auto &l) { return l.code != kProgress; }) ||
          std::any_of(record.copies.begin(), record.copies.end(), [](const auto &c) { return !c.reason.empty(); }) ||
          std::any_of(record.hives.begin(), record.hives.end(), [](const auto &h) { return !h.reason.empty(); }) ||
-         !record.refusedPaths.empty() || !record.scanProblem.empty();
+         !record.refusedPaths.empty() || !record.contradictions.empty() || !record.scanProblem.empty();
 }
 
 bool InRestoredHive(const ValueRecord &value) {

@@ -55,9 +55,10 @@ struct RunRecord {
   std::vector<ValueRecord> values;
   std::vector<HiveRecord> hives;
   std::vector<RefusedPath> refusedPaths;
-  std::string logFile;      // Windows path; empty when there is none
-  std::string logProblem;   // why there is none
-  std::string scanProblem;  // why the boot disk was not found; the result code says nothing of it
+  std::string logFile;                      // Windows path; empty when there is none
+  std::string logProblem;                   // why there is none
+  std::string scanProblem;                  // why the boot disk was not found; the result code says nothing of it
+  std::vector<std::string> contradictions;  // between the job, the restored system and the machine
 
   // Since the last status line, for the lines that follow.
   DeviceRecord candidate;

@@ -125,6 +125,7 @@ void PrintProblems(const RunRecord &record) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
     PrintLine("      log: " + record.scanProblem);
   }
+  for (const std::string &contradiction : record.contradictions) Problem(contradiction + ".");
   PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
     if (!copy.reason.empty()) PrintCopyProblem(copy);
