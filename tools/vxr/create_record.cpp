@@ -31,7 +31,8 @@ constexpr Meaning kVolumeErrors[] = {
 constexpr Meaning kMachineErrors[] = {
     {":VXRExt_BuildVXRSysInfo()",
      "the system directory lies on no fixed disk, CD-ROM, network drive or RAM disk; check it and its drive"},
-    {":VXRDev_GetArchInfo()", "the computer's kind is not known; it needs a device of the class Computer"},
+    {":VXRDev_GetArchInfo()",
+     "the computer's kind is not known; it needs a device of the class Computer with hardware_ids"},
     {":VXRExt_BuildVXRVolumes()", "its drives cannot be listed; it needs at least one"},
 };
 

@@ -171,7 +171,9 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
     return FinishOutput() ? 0 : 1;
   }
   std::string command = "vxr", what = error.what();
-  for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
+  if (app.remaining().empty()) {
+    for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
+  }
   if (const std::string unknown = UnknownArgument(app); !unknown.empty()) what = unknown;
   if (app.get_subcommands().empty()) what = wrong == nullptr ? "name a command" : std::string(wrong) + ": unknown";
   if (const std::string_view bad = "Could not convert: "; what.compare(0, bad.size(), bad) == 0) {
