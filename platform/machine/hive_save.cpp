@@ -130,6 +130,7 @@ bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
   *reason = ReadHiveLogs(&hive->logs);
   if (reason->empty()) *reason = CheckReplacedCells(hive);
+  if (reason->empty() && !MakeHiveWritable(hive)) *reason = ErrnoReason("its copy in memory cannot be read again");
   if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
 
   NewFile created(hive->directory.fd, hive->name);
