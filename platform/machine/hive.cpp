@@ -157,6 +157,12 @@ LSTATUS ReadAllValues(Hive *hive, hive_node_h node, std::vector<StoredValue> *va
   return ERROR_SUCCESS;
 }
 
+// Has libhivex read what the hive is, by its descriptor, so that what was checked and locked is what is read.
+bool OpenContent(Hive *hive, int flags) {
+  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(ContentOf(*hive))).c_str(), flags));
+  return hive->handle != nullptr;
+}
+
 bool IsTooLong(const Hive &hive, const StoredValue &value) {
   return hive.state.minor > 3 && value.bytes.size() > kLongestCellData;
 }
@@ -186,6 +192,8 @@ std::string DescribeReplay(const Recovery &recovery) {
          numbers[recovery.applied.size()];
 }
 
+// libhivex maps what it only reads, which must be ours alone: a file that another program cuts short would end this
+// one. What it may write it reads into memory, and a copy in memory need not be there twice before something is saved.
 bool ReadHive(Hive *hive) {
   if (hive->handle != nullptr) return true;
   if (!hive->failure.empty()) return false;
@@ -201,12 +209,12 @@ bool ReadHive(Hive *hive) {
     if (hive->failure.empty()) hive->failure = WriteAt(hive->copy.fd, kChecksumOffset, sum, sizeof sum);
     if (!hive->failure.empty()) return false;
   }
-  // By its descriptor, so that what was checked and locked is what is read.
-  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(ContentOf(*hive))).c_str(), HIVEX_OPEN_WRITE));
-  if (hive->handle != nullptr) return true;
+  if (OpenContent(hive, hive->copy ? 0 : HIVEX_OPEN_WRITE)) return true;
   hive->failure = std::string("is damaged within its bins (") + std::strerror(errno) + "); restore the file again";
   return false;
 }
+
+bool MakeHiveWritable(Hive *hive) { return !hive->copy || OpenContent(hive, HIVEX_OPEN_WRITE); }
 
 LSTATUS FindHiveKey(Hive *hive, const KeyPath &key) {
   if (hive->changes.count(key.folded) != 0) return ERROR_SUCCESS;

@@ -74,6 +74,10 @@ std::string DescribeReplay(const Recovery &recovery);
 // Has libhivex read the file, when that has not been done. False, with `failure` set, when it cannot.
 bool ReadHive(Hive *hive);
 
+// Of a hive that has been read: has libhivex take changes to it. Nodes stay where they are. False, with errno set, when
+// memory is short; the hive must not be used afterwards.
+bool MakeHiveWritable(Hive *hive);
+
 // Key paths are relative to the hive's root. These return Windows' error codes: ERROR_FILE_NOT_FOUND for no such key or
 // value, ERROR_BADDB for a hive that cannot be read there.
 LSTATUS FindHiveKey(Hive *hive, const KeyPath &key);

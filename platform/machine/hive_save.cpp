@@ -39,6 +39,16 @@ bool SetValues(hive_h *handle, hive_node_h node, const std::vector<StoredValue> 
   return hivex_node_set_values(handle, node, list.size(), list.data(), 0) == 0;
 }
 
+bool ReadForChange(Hive *hive, std::string *reason) {
+  const char *const failed = "cannot be read once more to change it";
+  if (FaultPoint("hive read", ERROR_NOT_ENOUGH_MEMORY)) {
+    *reason = FaultReason(failed);
+  } else if (!MakeHiveWritable(hive)) {
+    *reason = ErrnoReason(failed);
+  }
+  return reason->empty();
+}
+
 // Makes the new keys and sets each changed key's values, in libhivex's copy in memory.
 bool ApplyChanges(Hive *hive, std::string *reason) {
   hive_h *handle = hive->handle.get();
@@ -130,7 +140,7 @@ bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
   *reason = ReadHiveLogs(&hive->logs);
   if (reason->empty()) *reason = CheckReplacedCells(hive);
-  if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
+  if (!reason->empty() || !ReadForChange(hive, reason) || !ApplyChanges(hive, reason)) return false;
 
   NewFile created(hive->directory.fd, hive->name);
   if (!OpenNewFile(&created, true)) {
