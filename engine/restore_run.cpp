@@ -4,6 +4,7 @@
 #include "bmext/target_os.h"
 #include "device/disk_scan.h"
 #include "device/records.h"
+#include "engine/base/decisions.h"
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
@@ -75,6 +76,9 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
   if (fileName != nullptr) *fileName = '\0';
   VXRDbg_Log(kCheck, "CHECK:%s:checking HardwareID %s in %s...\n", caller, hardwareId, infDir.get());
 
+  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId);
+  platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
+
   VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", caller).release();
   VXR_DRIVER *driver = AllocRecord<VXR_DRIVER>("pVXRDriver", caller).release();
   BOOL found = FALSE;
@@ -83,10 +87,12 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
     if (device->szTargetOS == nullptr) {
       LogFailure("VXRExt_GetTargetOS", "Target OS to be restored is not supported!", caller);
     }
+    ReportTexts(VXRMACHINE_DEVICE_TARGET, device->szTargetOS);
     driver->pVXRDevice = device;
     // Says itself what is missing: a directory, a file, decorations.
     found = VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, infDir.get(), infFile.get(), hardwareId, driver);
   }
+  if (!found) platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, hardwareId);
   VXRDev_FreeDriver(driver);
   VXRDev_FreeDevice(device);
   return found;

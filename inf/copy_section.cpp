@@ -1,6 +1,7 @@
 // The files that an install section copies.
 #include <cstring>
 
+#include "engine/base/decisions.h"
 #include "engine/base/files.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
@@ -90,6 +91,7 @@ BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const cha
   VXRDbg_Log(kCheck, "CHECK:%s:VXREng_CopyFile:%s -> %s...\n", caller, source, target);
   if (!VXREng_CopyFile(source, target, FALSE)) {
     VXREng_StatusMsg(kCopyFailed, "Failed to copy %s to %s\n", source, target);
+    ReportRefusal(VXRMACHINE_REFUSED_FILE_NOT_COPIED, target);
     return FALSE;
   }
   VXREng_StatusMsg(kProgress, "Successfully copied %s -> %s...\n", source, target);
@@ -111,7 +113,10 @@ BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSecti
   if (!HandleGiven(hInf) || !Given(szSection, "szSection") || !Given(szInfDir, "szInfDir")) return FALSE;
   VXRDbg_Log(kCheck, "CHECK:%s:CopySection=%s:InfDir=%s\n", __func__, szSection, szInfDir);
   INFCONTEXT line = {};
-  if (!FirstLine(hInf, szSection, &line)) return FALSE;
+  if (!FirstLine(hInf, szSection, &line)) {
+    ReportRefusal(VXRMACHINE_REFUSED_COPY_SECTION, szSection);
+    return FALSE;
+  }
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     const HeapText destination = TextField(hInf, &line, 1);
     if (destination == nullptr) {
@@ -139,6 +144,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   if (!IsPlainFileName(szFileName)) {
     VXRDbg_Log(kError, "ERROR:%s:%s is not the name of one file, not followed\n", __func__, szFileName);
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", szFileName);
+    ReportRefusal(VXRMACHINE_REFUSED_FILE_NAME, szFileName);
     return FALSE;
   }
   const HeapText runningInf = VXREng_GetStringAs(VXR_DIR_WPEINF, nullptr);
@@ -150,6 +156,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   if (source == nullptr) return FALSE;
   if (!VXREng_FileExists(source.get())) {
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", source.get());
+    ReportRefusal(VXRMACHINE_REFUSED_FILE_MISSING, source.get());
     return FALSE;
   }
   VXRDbg_Log(kCheck, "CHECK:%s:source is %s\n", __func__, source.get());

@@ -157,6 +157,12 @@ UINT SetupPromptForDiskA(HWND owner, const char *title, const char *diskName, co
                          const char *fileSought, const char *tagFile, DWORD style, char *pathBuffer,
                          DWORD pathBufferSize, DWORD *requiredSize);
 
+// --- What the host hears beside the log --------------------------------------------------------------------------
+
+// Tells a host that watches the run what was decided, in fields: a kind of vxrcore/events.h, and for a refusal its
+// reason. On Windows nobody listens. Leaves the last error as it was.
+void ReportDecision(DWORD kind, const char *subject, const char *detail = nullptr, DWORD type = 0);
+
 // --- Machine facts -----------------------------------------------------------------------------------------------
 
 // With a buffer too small (or null and 0) return the size needed, terminator included; else the length written.

@@ -3,6 +3,7 @@
 #ifndef VXRCORE_MACHINE_H
 #define VXRCORE_MACHINE_H
 
+#include "vxrcore/events.h"
 #include "vxrcore/vxrcore.h"
 
 #ifdef __cplusplus
@@ -30,32 +31,6 @@ typedef void (*VXRMachine_WindowText)(void *context, const char *text);
  * machine. Lives until VXRMachine_DestroyWindow or VXRMachine_Close. */
 VXR_API void *VXRMachine_CreateWindow(VXRMachine_WindowText callback, void *context);
 VXR_API void VXRMachine_DestroyWindow(void *window);
-
-/* What the machine did or refused, for a host that reports it. Unused texts are null, unused numbers 0. */
-enum {
-  VXRMACHINE_FILE_COPIED = 1,     /* subject: target, detail: source, size: bytes */
-  VXRMACHINE_FILE_NOT_COPIED = 2, /* subject: target, detail: reason, size: 1 when an old target was kept, else 0 */
-  VXRMACHINE_VALUE_WRITTEN = 3,   /* subject: key, detail: value name, text: data for people, type, size: bytes;
-                                     of the running system too */
-  VXRMACHINE_HIVE_LOADED = 4,     /* subject: hive file, detail: mount point */
-  VXRMACHINE_HIVE_REFUSED = 5,    /* subject: hive file, detail: reason */
-  VXRMACHINE_HIVE_SAVED = 6,      /* subject: hive file, size: bytes */
-  VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason, size: 0 when the old hive stays, else bytes of
-                                     the new one, which is in place but not surely on the disk */
-  VXRMACHINE_DRIVER_CHOSEN = 8,   /* subject: INF file, detail: driver description, text: its first hardware id */
-  VXRMACHINE_DEBUG_TEXT = 9,      /* text: what went to the debugger output */
-  VXRMACHINE_PATH_REFUSED = 10,   /* subject: Windows path, detail: why it is not followed */
-  VXRMACHINE_HIVE_REPLAYED = 11   /* subject: hive file, detail: such as "replayed 14 entries from two logs" */
-};
-
-typedef struct VXRMachine_Event {
-  uint32_t kind;
-  uint32_t type; /* registry value type */
-  uint64_t size;
-  const char *subject;
-  const char *detail;
-  const char *text;
-} VXRMachine_Event;
 
 /* `event` and its texts are valid during the call. */
 typedef void (*VXRMachine_Observer)(void *context, const VXRMachine_Event *event);

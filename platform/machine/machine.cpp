@@ -91,6 +91,15 @@ void Report(const VXRMachine_Event &event) {
 
 }  // namespace machine
 
+void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type) {
+  VXRMachine_Event event = {};
+  event.kind = kind;
+  event.type = type;
+  event.subject = subject;
+  event.detail = detail;
+  machine::Report(event);
+}
+
 int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize) {
   if (file == nullptr || *file == '\0') {
     StoreMessage("no machine file is named; give the path of its TOML file", message, messageSize);

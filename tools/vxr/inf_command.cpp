@@ -7,41 +7,23 @@
 #include "platform/machine/code_page.h"
 #include "platform/machine/inf_file.h"
 #include "tools/vxr/commands.h"
-#include "tools/vxr/host_file.h"
+#include "tools/vxr/inf_text.h"
 #include "tools/vxr/output.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
 
-bool ReadBytes(const std::string &name, machine::InfBytes *bytes, std::string *reason) {
-  std::uint64_t size = 0;
-  const OpenFile file = OpenRegularFile(name, &size, reason);
-  if (file == nullptr) return false;
-  if (size > machine::kInfSizeMax) {
-    *reason = "has " + Bytes(size) + ", more than the " + Bytes(machine::kInfSizeMax) + " of the largest INF file";
-    return false;
-  }
-  bytes->memory = std::make_unique_for_overwrite<char[]>(size);
-  bytes->size = std::fread(bytes->memory.get(), 1, size, file.get());
-  if (std::ferror(file.get()) == 0) return true;
-  *reason = "cannot be read";
-  return false;
-}
-
 // Null after one line of complaint.
 std::shared_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
-  machine::InfBytes bytes;
-  machine::InfRefusal refusal;
-  std::shared_ptr<machine::InfFile> inf;
-  if (ReadBytes(options.file, &bytes, &refusal.reason)) {
-    inf = machine::ReadInf(std::move(bytes), machine::MakeInfSettings(options.codePage, options.language), &refusal);
-    if (inf != nullptr && inf->sections.empty()) {
-      refusal.reason = "holds no section";
-      inf.reset();
-    }
+  std::string reason;
+  std::shared_ptr<machine::InfFile> inf =
+      ReadInfText(options.file, machine::MakeInfSettings(options.codePage, options.language), &reason);
+  if (inf != nullptr && inf->sections.empty()) {
+    reason = "holds no section";
+    inf.reset();
   }
-  if (inf == nullptr) PrintError(options.file + ": " + refusal.reason + "; name an INF file");
+  if (inf == nullptr) PrintError(options.file + ": " + reason + "; name an INF file");
   return inf;
 }
 

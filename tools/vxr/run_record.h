@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,10 +16,29 @@ struct StatusLine {
   std::string cause;   // of a failure: the log line that tells why; often empty
 };
 
+// What became of an INF file that was tried for a device.
+struct Refusal {
+  std::string id;            // the id sought in it; empty: any of the device's
+  std::uint32_t reason = 0;  // VXRMACHINE_REFUSED_..., the furthest of its attempts; 0: none
+  std::string detail;
+};
+
+// An INF file that lists an id of a device without driver, and why it was not taken.
+struct Candidate {
+  std::string inf, id;
+  std::string reason;  // a word for programs
+  std::string text;    // for people
+};
+
 struct DeviceRecord {
-  std::string instance;
+  std::string instance;                     // or the one hardware id that the job names
   std::string infFile, driver, hardwareId;  // of the driver that was taken; empty: none
   bool failed = false;
+  std::vector<std::string> ids;             // best first
+  std::vector<std::string> targets;         // decorations that sections for the restored system may have
+  std::vector<std::string> directories;     // searched
+  std::map<std::string, Refusal> refusals;  // by INF file
+  std::vector<Candidate> candidates;        // of a failed one
 };
 
 struct CopyRecord {
@@ -59,6 +79,13 @@ struct RunRecord {
   std::string logProblem;                   // why there is none
   std::string scanProblem;                  // why the boot disk was not found; the result code says nothing of it
   std::vector<std::string> contradictions;  // between the job, the restored system and the machine
+
+  std::vector<std::string> problems;        // what was seen beside the status lines
+  bool diskAlone = false;                   // no controller is looked for above the boot disk
+
+  // The attempt that is being made.
+  std::string triedInf;
+  Refusal tried;
 
   // Since the last status line, for the lines that follow.
   DeviceRecord candidate;
