@@ -44,7 +44,7 @@ bool IsPortNumber(const char *text, SIZE_T length) {
     char digit[4];
     const int size = platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, &superscript, 1, digit, sizeof digit,
                                                    nullptr, nullptr);
-    if (size > 0 && static_cast<SIZE_T>(size) == length && std::memcmp(text, digit, length) == 0) return true;
+    if (size > 0 && static_cast<SIZE_T>(size) == length && std::strncmp(text, digit, length) == 0) return true;
   }
   return false;
 }

@@ -2,20 +2,22 @@
 
 namespace platform {
 
-std::string TakeProgramName(std::string_view commandLine, std::size_t *length) {
-  std::string name;
+// Without a string: the Windows library would load half of the C++ runtime for it.
+std::size_t TakeProgramName(std::string_view commandLine, char *name, std::size_t size) {
   bool quoted = false;
-  std::size_t at = 0;
+  std::size_t taken = 0, length = 0;
   // By bytes: neither a quote nor a blank is ever the second byte of a character.
-  for (; at < commandLine.size() && (quoted || (commandLine[at] != ' ' && commandLine[at] != '\t')); ++at) {
-    if (commandLine[at] == '"') {
+  for (const char c : commandLine) {
+    if (!quoted && (c == ' ' || c == '\t')) break;
+    ++taken;
+    if (c == '"') {
       quoted = !quoted;
-    } else {
-      name += commandLine[at];
+    } else if (length + 1 < size) {
+      name[length++] = c;
     }
   }
-  if (length != nullptr) *length = at;
-  return name;
+  name[length] = '\0';
+  return taken;
 }
 
 }  // namespace platform

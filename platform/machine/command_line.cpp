@@ -62,9 +62,10 @@ std::vector<std::string> SplitCommandLine(std::string_view text) {
   std::vector<std::string> parts;
   std::size_t at = SkipBlanks(text, 0);
   if (at == text.size()) return parts;
-  std::size_t length = 0;
-  parts.push_back(platform::TakeProgramName(text.substr(at), &length));
-  for (at = SkipBlanks(text, at + length); at < text.size(); at = SkipBlanks(text, at)) {
+  std::string program(text.size() + 1, '\0');
+  at += platform::TakeProgramName(text.substr(at), program.data(), program.size());
+  parts.emplace_back(program.c_str());
+  for (at = SkipBlanks(text, at); at < text.size(); at = SkipBlanks(text, at)) {
     parts.push_back(TakeArgument(text, &at));
   }
   return parts;

@@ -1,6 +1,5 @@
 // What is more than a pass-through: streams, the host's name.
 #include <cstdio>
-#include <string>
 
 #include "platform/layout.h"
 #include "platform/program_name.h"
@@ -15,8 +14,9 @@ std::FILE *OpenStream(const char *name, const char *mode) {
 
 // From the process's command line: the runtime's own list of arguments is empty in a host built on another runtime.
 const char *GetProgramName() {
-  static const std::string name = TakeProgramName(::GetCommandLineA());
-  return name.empty() ? nullptr : name.c_str();
+  static char name[0x10000];  // room for the longest command line, in two-byte characters
+  TakeProgramName(::GetCommandLineA(), name, sizeof name);
+  return *name == '\0' ? nullptr : name;
 }
 
 }  // namespace platform
