@@ -190,17 +190,11 @@ TEST_F(LogTest, CutsALongLineAtItsBufferForEveryOutput) {
   VXRDbg_Cleanup();
   EXPECT_THAT(ReadFile(LogFile()), HasSubstr(fits + "\n" + cut + std::string(1, '\0') + "next\n"))
       << "a stream gets the whole buffer";
-}
-
-TEST_F(LogTest, CutsALongLineBetweenCharacters) {
-  OpenAs();
-  VXRDbg_Initialize(5, 0, nullptr);
   if (!UseCodePage(932)) return;
-  std::string tooLong = "a";
-  for (int i = 0; i < 1500; ++i) tooLong += "\x95\x5C";
-  VXRDbg_Log(0, "%s\n", tooLong.c_str());
+  const std::string odd(2045, 'c');
+  VXRDbg_Log(0, "%s\x95\x5C\x95\x5C", odd.c_str());  // the buffer ends inside a character
   VXRDbg_Cleanup();
-  EXPECT_THAT(ReadFile(LogFile()), HasSubstr(tooLong.substr(0, 2045) + "\n" + std::string(2, '\0') + "*** "));
+  EXPECT_THAT(ReadFile(LogFile()), HasSubstr(odd + "\n" + std::string(2, '\0') + "*** "));
   machine::SetCodePage(machine::kDefaultCodePage);
 }
 

@@ -167,26 +167,18 @@ TEST_F(FactsTest, HostTimesBecomeFileTimes) {
 }
 
 TEST(ProgramNameTest, IsTakenAsTheRuntimeTakesIt) {
-  const std::string longName(5000, 'x');
   const struct {
     std::string commandLine, name;
   } cases[] = {
-      {"C:\\a.exe\tb", "C:\\a.exe"},
-      {R"("C:\My Tools\a.exe" "b c")", R"(C:\My Tools\a.exe)"},
-      {R"(C:\"My Tools"\a.exe b)", R"(C:\My Tools\a.exe)"},
-      {R"("C:\My Tools"\a.exe b)", R"(C:\My Tools\a.exe)"},
-      {R"("C:\a b)", "C:\\a b"},
-      {longName + " b", longName},
-      {" a.exe", ""},
+      {R"("C:\My Tools\a.exe" "b c")", R"(C:\My Tools\a.exe)"}, {R"(C:\"My Tools"\a.exe b)", R"(C:\My Tools\a.exe)"},
+      {R"("C:\My Tools"\a.exe b)", R"(C:\My Tools\a.exe)"},     {R"("C:\a b)", "C:\\a b"},
+      {std::string(5000, 'x') + "\tb", std::string(5000, 'x')}, {" a.exe", ""},
   };
   for (const auto &c : cases) {
-    char name[6000];
+    char name[5001];
     platform::TakeProgramName(c.commandLine, name, sizeof name);
     EXPECT_EQ(name, c.name) << c.commandLine;
   }
-  char cut[4];
-  EXPECT_EQ(platform::TakeProgramName(R"("a b"cd e)", cut, sizeof cut), 7u);
-  EXPECT_STREQ(cut, "a b");
 }
 
 TEST_F(FactsTest, ProgramName) {
