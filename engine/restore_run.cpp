@@ -80,9 +80,6 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
   BOOL found = FALSE;
   if (device != nullptr && driver != nullptr) {
     device->szTargetOS = VXRExt_GetTargetOS().release();
-    if (device->szTargetOS == nullptr) {
-      LogFailure("VXRExt_GetTargetOS", "Target OS to be restored is not supported!", caller);
-    }
     driver->pVXRDevice = device;
     // Says itself what is missing: a directory, a file, decorations.
     found = VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, infDir.get(), infFile.get(), hardwareId, driver);
