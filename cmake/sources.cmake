@@ -34,7 +34,7 @@ add_library(vxr_inf_file STATIC platform/machine/inf_file.cpp platform/machine/i
 
 # What stands behind platform.h: Windows itself, or the described machine.
 if(WIN32)
-  add_library(vxr_platform STATIC platform/win32/calls.cpp platform/format.cpp)
+  add_library(vxr_platform STATIC platform/win32/calls.cpp platform/format.cpp platform/program_name.cpp)
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
   # Hive files, their logs and what is in them, and version resources, without a machine: the command line reads them too.
@@ -47,7 +47,8 @@ else()
   target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX)
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC
-    platform/machine/heap.cpp platform/machine/errors.cpp platform/format.cpp platform/machine/wide_text.cpp
+    platform/machine/heap.cpp platform/machine/errors.cpp platform/format.cpp platform/program_name.cpp
+    platform/machine/wide_text.cpp
     platform/machine/fault.cpp platform/machine/machine.cpp platform/machine/description.cpp
     platform/machine/description_values.cpp platform/machine/setup_class.cpp platform/machine/facts.cpp
     platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp

@@ -84,9 +84,6 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
   BOOL found = FALSE;
   if (device != nullptr && driver != nullptr) {
     device->szTargetOS = VXRExt_GetTargetOS().release();
-    if (device->szTargetOS == nullptr) {
-      LogFailure("VXRExt_GetTargetOS", "Target OS to be restored is not supported!", caller);
-    }
     ReportTexts(VXRMACHINE_DEVICE_TARGET, device->szTargetOS);
     driver->pVXRDevice = device;
     // Says itself what is missing: a directory, a file, decorations.

@@ -182,7 +182,8 @@ BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT format, char *buffer, DWORD *size);
 void GetSystemInfo(SYSTEM_INFO *info);
 void GetSystemTime(SYSTEMTIME *time);
 BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime);
-// The host's first command-line argument (argv[0]), or null when there is none. Never freed by the caller.
+// The host's first command-line argument (argv[0]), or null when there is none. Never freed by the caller; good until
+// the next call. What the code page lacks stands in it as '?'.
 const char *GetProgramName();
 
 // --- Volumes -----------------------------------------------------------------------------------------------------

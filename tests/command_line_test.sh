@@ -206,9 +206,13 @@ a directory of that name|9|/c: .*it is read-only, a directory|@/c --includes C:\
 no file name|9|no file name|C:\a:b.bme
 the machine file itself|2|would replace .*machine.toml|@/machine.toml
 read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
+a letter that the code page lacks|2|C:.backup.日.bme: .* code page 1252 lacks; use another name|C:\backup\日.bme
 system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml
 no computer device|9|cannot be recorded: .*class Computer|@/x.bme|sed -i "s/'Computer'/'Net'/" machine.toml
 CASES
+fresh protected-5.2-x64
+shows "create, a letter beyond ASCII" 'café.bme: 80,332 bytes' create --machine "$machine" 'C:\backup\café.bme'
+[[ -f $work/machine/c/backup/café.bme ]] || fail "create: the file's name is not in the machine's code page"
 expect "create, no machine" 2 'nowhere.toml: ' create --machine "$work/nowhere.toml" "$work/x.bme"
 
 # --- Hives: one whose last page is only in its log
@@ -260,6 +264,9 @@ for pattern in 'Windows 5.2 build 3790 Service Pack 2, server' 'Processors +4, a
   'service +atapi, kernel driver, boot start, group "SCSI Miniport"' '"Geschäft\?"' '2007-02-19 17:20:00 UTC'; do
   shows "show" "$pattern" show "$two"
 done
+"$make_extension" "$work/host.bme" computer=files dns_hostname=FILES dns_fully_qualified=files &&
+  shows "show, no domain" 'Computer +files' show "$work/host.bme" && ! grep -q DNS "$work/out" ||
+  fail "show: the host's name is there twice"
 shows "show --json" '"written_utc": "2007-02-19T17:20:00Z"' show --json "$two"
 [[ $(head -c 1 "$work/out") == '{' ]] || fail "show --json: one file is one object"
 shows "show --json of two" '^]$' show --json "$two" "$two"

@@ -175,6 +175,16 @@ TEST_F(RestoreJobTest, NamedIdCheckChangesNothingInInjectionMode) {
   EXPECT_EQ(RestoredTree(), before);
 }
 
+TEST_F(RestoreJobTest, NamedIdOfAnUnsupportedSystemFailsWithoutALineOfTheRun) {
+  OpenJob([](std::string *toml) {
+    *toml = Replaced(Replaced(*toml, "HAL = 9", "HAL = 5"), "InfDir = 'X:\\drivers'",
+                     "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'x'");
+  });
+  EXPECT_EQ(Run(true), 58u);
+  EXPECT_THAT(Lines("ERROR:VXRExt_GetTargetOS:"), testing::SizeIs(1));
+  EXPECT_THAT(Lines("ERROR:VXREng_RunVXR:"), testing::IsEmpty());
+}
+
 TEST_F(RestoreJobTest, RunWithoutWindowGivesTheSameCode) {
   OpenJob([this](std::string *) { EditInf(folder, "DEV_0030", "DEV_9999"); });
   EXPECT_EQ(VXREng_RunVXR(1, 1, nullptr, nullptr), 3u);

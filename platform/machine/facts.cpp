@@ -9,6 +9,7 @@
 
 #include "platform/layout.h"
 #include "platform/machine/answer.h"
+#include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
 #include "platform/machine/file_time.h"
 #include "platform/machine/machine.h"
@@ -69,7 +70,8 @@ BOOL GiveName(std::string machine::Names::*which, char *buffer, DWORD *size, DWO
   return TRUE;
 }
 
-// The host process's own first argument, with the separators of Windows: callers take the name behind the last one.
+// The host process's own first argument, in UTF-8, with the separators of Windows: callers take the name behind the
+// last one.
 std::string ReadOwnProgramName() {
   std::ifstream arguments("/proc/self/cmdline", std::ios::binary);
   std::string name;
@@ -205,8 +207,9 @@ BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime) {
 const char *GetProgramName() {
   VXR_FAULT(nullptr, ERROR_NOT_ENOUGH_MEMORY);
   static const std::string own = ReadOwnProgramName();
+  static std::string name;  // as it was last given, in the code page of the machine that was open then
   const machine::Description *machine = machine::Current();
-  const std::string &name = machine != nullptr && machine->system.program ? *machine->system.program : own;
+  name = machine != nullptr && machine->system.program ? *machine->system.program : machine::Utf8ToAnsi(own);
   return name.empty() ? nullptr : name.c_str();
 }
 

@@ -56,6 +56,10 @@ bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
     return false;
   }
   if (!OpenMachine(options.machine, OnEvent, outcome)) return false;
+  if (!PathInCodePage(options.extension) || !PathInCodePage(options.includes) || !PathInCodePage(options.map)) {
+    CloseMachine();
+    return false;
+  }
   outcome->hostPath = HostPath(options.extension);
   const std::string replaced = Replaced(options, outcome->hostPath);
   if (replaced.empty()) {

@@ -157,6 +157,10 @@ int RepairImage(const FixBootOptions &options) {
 
 int RepairDisk(const FixBootOptions &options) {
   if (!OpenMachine(options.machine, nullptr, nullptr)) return kExitUsage;
+  if (!InCodePage(options.disk)) {
+    CloseMachine();
+    return kExitUsage;
+  }
   return Repair(machine::Utf8ToAnsi(options.disk, VXRMachine_CodePage()), options.disk);
 }
 

@@ -77,13 +77,6 @@ std::string RestoredDirectory(std::string recorded, const std::string &root) {
 
 // --- The restored system ---------------------------------------------------------------------------------------------
 
-// Empty when there is none.
-std::string HostPathOf(const std::string &windowsPath) {
-  std::array<char, 4096> place{};
-  VXRMachine_HostPath(windowsPath.c_str(), place.data(), place.size());
-  return place.data();
-}
-
 std::optional<SystemVersion> FileVersion(const std::vector<BYTE> &resource) {
   constexpr std::size_t kVersionOffset = 8;  // behind the signature and the record's own version
   const auto fixed = machine::IsVersionTree(resource) ? machine::FindVersionValue(resource, "\\") : std::nullopt;

@@ -5,6 +5,7 @@
 #include "tools/vxr/machine_session.h"
 #include "tools/vxr/output.h"
 #ifndef _WIN32
+#include "tools/vxr/candidates.h"
 #include "tools/vxr/restored_facts.h"
 #endif
 #include "tools/vxr/run_text.h"
@@ -27,9 +28,8 @@ void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_ca
 
 #ifndef _WIN32
 bool LacksDriver(std::uint32_t code, const RunRecord &record) {
-  constexpr std::uint32_t kNoNamedDriver = 58;
-  return code == kNoNamedDriver || std::any_of(record.devices.begin(), record.devices.end(),
-                                               [](const DeviceRecord &device) { return device.failed; });
+  return code == kNamedIdCode || std::any_of(record.devices.begin(), record.devices.end(),
+                                             [](const DeviceRecord &device) { return device.failed; });
 }
 #endif
 
@@ -49,8 +49,14 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
     host->record.contradictions.push_back(std::move(line));
   }
 #endif
+#ifndef _WIN32
+  ExplainFailures(&host->record);
+#endif
   CloseMachine();
-  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  const bool withoutController = outcome->code == 0 && host->record.noController;
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode
+                                         : withoutController               ? kNoDriverCode
+                                                                           : outcome->code);
   return true;
 }
 

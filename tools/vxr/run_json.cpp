@@ -26,7 +26,15 @@ Json Devices(const RunRecord &record) {
     if (!device.infFile.empty()) {
       driver = {{"inf", device.infFile}, {"description", device.driver}, {"hardware_id", device.hardwareId}};
     }
-    list.push_back({{"instance", device.instance}, {"driver", driver}, {"failed", device.failed}});
+    Json candidates = Json::array();
+    for (const Candidate &candidate : device.candidates) {
+      candidates.push_back(
+          {{"inf", candidate.inf}, {"id", candidate.id}, {"reason", candidate.reason}, {"text", candidate.text}});
+    }
+    list.push_back({{"instance", device.instance},
+                    {"driver", driver},
+                    {"failed", device.failed},
+                    {"candidates", std::move(candidates)}});
   }
   return list;
 }
@@ -91,7 +99,7 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"mode", options.verify ? "verification" : "injection"},
                          {"result", outcome.code},
                          {"meaning", entry.meaning},
-                         {"advice", TextOrNull(entry.advice)},
+                         {"advice", TextOrNull(AdviceFor(outcome.code, record))},
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
@@ -100,6 +108,7 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"hives", Hives(record)},
                          {"refused_paths", RefusedPaths(record)},
                          {"contradictions", record.contradictions},
+                         {"problems", record.problems},
                          {"boot_disk_problem", TextOrNull(record.scanProblem)},
                          {"log_file", TextOrNull(record.logFile)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

@@ -34,11 +34,13 @@ DeviceRecord *FindDevice(RunRecord *record, std::string_view instance) {
   return nullptr;
 }
 
-// "Successfully processed INF for INSTANCE...": the device takes the driver that the machine chose last.
+// "Successfully processed INF for INSTANCE...": the device takes the driver that the machine chose last, unless it was
+// told which file it came from.
 void TakeDriver(RunRecord *record, std::string_view line) {
   const std::optional<std::string> taken = Between(line, "Successfully processed ", "...");
   if (!taken) return;
   for (DeviceRecord &device : record->devices) {
+    if (!device.infFile.empty()) continue;
     const std::string tail = " for " + device.instance;
     if (taken->size() <= tail.size() || taken->compare(taken->size() - tail.size(), tail.size(), tail) != 0) continue;
     device.infFile = taken->substr(0, taken->size() - tail.size());
@@ -142,6 +144,112 @@ void AddDebugText(RunRecord *record, const char *raw) {
   }
 }
 
+// --- The search for drivers
+// --------------------------------------------------------------------------------------------
+
+DeviceRecord *CurrentDevice(RunRecord *record) { return record->devices.empty() ? nullptr : &record->devices.back(); }
+
+// The attempt at the INF file that was tried is over: of all attempts at it the one that got furthest is kept.
+void EndAttempt(RunRecord *record) {
+  DeviceRecord *device = CurrentDevice(record);
+  if (device != nullptr && !record->triedInf.empty()) {
+    Refusal &kept = device->refusals[record->triedInf];
+    if (record->tried.reason > kept.reason) kept = std::move(record->tried);
+  }
+  record->triedInf.clear();
+  record->tried = {};
+}
+
+void AddDevice(RunRecord *record, const std::string &instance) {
+  EndAttempt(record);
+  const DeviceRecord *last = CurrentDevice(record);
+  if (last != nullptr && last->instance == instance) return;  // its status line came first
+  record->devices.emplace_back();
+  record->devices.back().instance = instance;
+}
+
+void AddRefusal(RunRecord *record, const VXRMachine_Event &event) {
+  Refusal &tried = record->tried;
+  if (event.type == VXRMACHINE_REFUSED_RESTORED_SYSTEM && tried.reason > event.type) return;
+  tried.reason = event.type;
+  tried.detail = MachineText(event.detail);
+}
+
+// The driver is that of the file that was tried last, whatever file its list of drivers was built from.
+void AddDriver(RunRecord *record, const VXRMachine_Event &event) {
+  record->candidate = {};
+  record->candidate.infFile = record->triedInf;
+  record->candidate.driver = MachineText(event.subject);
+  record->candidate.hardwareId = MachineText(event.detail);
+  record->triedInf.clear();
+  record->tried = {};
+  DeviceRecord *device = CurrentDevice(record);
+  if (device == nullptr) return;
+  device->infFile = record->candidate.infFile;
+  device->driver = record->candidate.driver;
+  device->hardwareId = record->candidate.hardwareId;
+}
+
+void FailDevice(RunRecord *record, const std::string &instance) {
+  EndAttempt(record);
+  DeviceRecord *device = CurrentDevice(record);
+  if (!instance.empty()) device = FindDevice(record, instance);
+  if (device == nullptr) return;
+  if (instance.empty()) {
+    record->noController = true;
+    record->problems.push_back(device->instance +
+                               ": no controller stands above it in the device tree (it has no parent), and none got a "
+                               "driver: give the device its parent");
+    return;
+  }
+  device->failed = true;
+  device->infFile.clear();
+}
+
+// False for another event.
+bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
+  DeviceRecord *device = CurrentDevice(record);
+  const std::string subject = MachineText(event.subject);
+  switch (event.kind) {
+    case VXRMACHINE_DEVICE_CHECKED:
+      AddDevice(record, subject);
+      return true;
+    case VXRMACHINE_DEVICE_ID:
+      if (device != nullptr) device->ids.push_back(subject);
+      return true;
+    case VXRMACHINE_DEVICE_TARGET:
+      if (device != nullptr) device->targets.push_back(subject);
+      return true;
+    case VXRMACHINE_DIRECTORY_SEARCHED:
+      EndAttempt(record);
+      if (device != nullptr) device->directories.push_back(subject);
+      return true;
+    case VXRMACHINE_INF_TRIED:
+      EndAttempt(record);
+      record->triedInf = subject;
+      record->tried = {MachineText(event.detail), 0, ""};
+      return true;
+    case VXRMACHINE_INF_REFUSED:
+      AddRefusal(record, event);
+      return true;
+    case VXRMACHINE_DRIVER_TAKEN:
+      AddDriver(record, event);
+      return true;
+    case VXRMACHINE_DEVICE_FAILED:
+      FailDevice(record, subject);
+      return true;
+    case VXRMACHINE_DISK_ALONE:
+      record->noController = true;
+      record->problems.push_back(subject +
+                                 ": is on neither an IDE nor a SCSI bus, so that no controller was looked for above it "
+                                 "and none got a driver: describe the disk as its controller's driver shows it to the "
+                                 "restored system (SCSI\\Disk...)");
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
@@ -153,7 +261,7 @@ const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
     if (failure->causeInLog && !told) line.cause = record->firstError;
   }
   if (const auto checked = Between(line.text, "Checking device with id ", "...")) {
-    record->devices.push_back({*checked, "", "", "", false});
+    AddDevice(record, *checked);
   }
   if (const auto failed = Between(line.text, "Failed to locate driver files for device ", "")) {
     if (DeviceRecord *device = FindDevice(record, *failed)) device->failed = true;
@@ -166,6 +274,7 @@ const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
 }
 
 void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
+  if (AddSearchEvent(record, event)) return;
   switch (event.kind) {
     case VXRMACHINE_FILE_COPIED:
       AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false});
@@ -187,7 +296,10 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
       AddReplay(record, event);
       break;
     case VXRMACHINE_DRIVER_CHOSEN:
-      record->candidate = {"", MachineText(event.subject), MachineText(event.detail), MachineText(event.text), false};
+      record->candidate = {};
+      record->candidate.infFile = MachineText(event.subject);
+      record->candidate.driver = MachineText(event.detail);
+      record->candidate.hardwareId = MachineText(event.text);
       break;
     case VXRMACHINE_DEBUG_TEXT:
       AddDebugText(record, event.text);
@@ -198,6 +310,15 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
     default:
       break;
   }
+}
+
+std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
+  const bool explained = std::any_of(record.devices.begin(), record.devices.end(),
+                                     [](const DeviceRecord &device) { return !device.candidates.empty(); });
+  if (explained && (code == kNoDriverCode || code == kNamedIdCode)) {
+    return "Mend what is said above of an INF file that lists the device, or add one that fits.";
+  }
+  return FindResultCode(code).advice;
 }
 
 const HiveRecord *UnsavedRestoredHive(const RunRecord &record) {
@@ -212,7 +333,8 @@ bool HasProblems(const RunRecord &record) {
   return std::any_of(record.lines.begin(), record.lines.end(), [](const auto &l) { return l.code != kProgress; }) ||
          std::any_of(record.copies.begin(), record.copies.end(), [](const auto &c) { return !c.reason.empty(); }) ||
          std::any_of(record.hives.begin(), record.hives.end(), [](const auto &h) { return !h.reason.empty(); }) ||
-         !record.refusedPaths.empty() || !record.contradictions.empty() || !record.scanProblem.empty();
+         !record.refusedPaths.empty() || !record.contradictions.empty() || !record.problems.empty() ||
+         !record.scanProblem.empty();
 }
 
 bool InRestoredHive(const ValueRecord &value) {

@@ -80,8 +80,8 @@ struct RunRecord {
   std::string scanProblem;                  // why the boot disk was not found; the result code says nothing of it
   std::vector<std::string> contradictions;  // between the job, the restored system and the machine
 
-  std::vector<std::string> problems;        // what was seen beside the status lines
-  bool diskAlone = false;                   // no controller is looked for above the boot disk
+  std::vector<std::string> problems;  // what was seen beside the status lines
+  bool noController = false;          // no controller was found, or looked for, above a device of the disk's chain
 
   // The attempt that is being made.
   std::string triedInf;
@@ -96,6 +96,8 @@ struct RunRecord {
 const StatusLine &AddStatusLine(RunRecord *record, const char *text);
 void AddEvent(RunRecord *record, const VXRMachine_Event &event);
 
+// What to do about a result code; empty: nothing.
+std::string AdviceFor(std::uint32_t code, const RunRecord &record);
 // The hive of the restored system that the run mounted and then could not save, or not flush; null when there is none.
 const HiveRecord *UnsavedRestoredHive(const RunRecord &record);
 // Whether the run met anything that the user should know beside success.

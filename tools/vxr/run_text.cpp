@@ -70,6 +70,23 @@ void PrintHives(const RunRecord &record) {
   }
 }
 
+// For each device without driver one line for each INF file at hand that lists it.
+void PrintCandidates(const RunRecord &record) {
+  for (const DeviceRecord &device : record.devices) {
+    if (!device.failed) continue;
+    Title("INF files for " + device.instance);
+    if (device.candidates.empty()) PrintLine("  no file here lists the device");
+    std::size_t file = 0, id = 0;
+    for (const Candidate &candidate : device.candidates) {
+      file = std::max(file, candidate.inf.size());
+      id = std::max(id, candidate.id.size());
+    }
+    for (const Candidate &candidate : device.candidates) {
+      PrintLine("  " + Padded(candidate.inf, file) + "  " + Padded(candidate.id, id) + "  " + candidate.text);
+    }
+  }
+}
+
 // A search that tries a driver again for each id fails each time with the same line: it is shown once.
 void PrintFailingLines(const RunRecord &record) {
   const auto &lines = record.lines;
@@ -113,8 +130,8 @@ void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
   codes.push_back(static_cast<std::uint32_t>(outcome.exitStatus));
   for (auto code = codes.begin(); code != codes.end(); ++code) {
     if (*code == kProgress || std::find(codes.begin(), code, *code) != code) continue;
-    if (const ResultCode &entry = FindResultCode(*code); *entry.advice != '\0')
-      PrintLine(std::string("  ") + entry.advice);
+    const std::string advice = AdviceFor(*code, record);
+    if (!advice.empty()) PrintLine("  " + advice);
   }
 }
 
@@ -125,6 +142,7 @@ void PrintProblems(const RunRecord &record) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
     PrintLine("      log: " + record.scanProblem);
   }
+  for (const std::string &problem : record.problems) Problem(problem + ".");
   for (const std::string &contradiction : record.contradictions) Problem(contradiction + ".");
   PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
@@ -142,6 +160,7 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
   Title("Result");
   const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
   std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
+  if (outcome.code == 0 && record.noController) meaning = "a controller above the boot disk is missing";
   if (unsaved != nullptr) {
     const bool unchanged = unsaved->outcome == HiveOutcome::kNotSaved;
     meaning = std::string("the restored system's registry was ") +
@@ -170,6 +189,7 @@ void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const Ru
   PrintCopies(options, record);
   PrintValues(record);
   PrintHives(record);
+  PrintCandidates(record);
   PrintProblems(record);
   PrintResult(options, outcome, record);
 }
