@@ -62,11 +62,11 @@ bool StopsSearching(const char *caller) {
 // One file of the directory, number `number` of its list, which goes on from it as `files`.
 BOOL UseInfFile(const char *path, int32_t number, const char *directory, const char *files, VXR_DRIVER *driver,
                 VXR_DEVICE *device, const char *caller) {
-  platform::ReportDecision(VXRMACHINE_INF_TRIED, path);
   if (!VXRDev_ValidateInfFile(path, &device->guDevice)) {
     VXRDbg_Log(kFlush, "FLUSH:%s:VXRDev_ValidateInfFile():failed for [%02d]:%s!\n", caller, number, path);
     return FALSE;
   }
+  platform::ReportDecision(VXRMACHINE_INF_TRIED, path);
   if (!VXRDev_InitDriverInf(path, driver, device)) {
     VXRDbg_Log(kError, "ERROR:%s:VXRDev_InitDriverInf():failed for [%02d]:%s!\n", caller, number, path);
     return FALSE;

@@ -111,6 +111,7 @@ BOOL VXRDev_ValidateInfFile(const char *szInfFile, const GUID *pGuid) {
   char classGuid[kClassGuidSize] = {};
   if (!ReadClassGuid(szInfFile, classGuid)) return TRUE;
   if (VXREng_StrNICmp(classGuid, wanted.get(), std::strlen(wanted.get())) == 0) return TRUE;
+  platform::ReportDecision(VXRMACHINE_INF_TRIED, szInfFile);
   ReportRefusal(VXRMACHINE_REFUSED_CLASS, classGuid);
   return FALSE;
 }

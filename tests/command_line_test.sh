@@ -125,6 +125,9 @@ fresh scsi-6.1-x64
 rm -r "$work/machine/ram"
 expect "path missing" 2 'machine.toml:[0-9]+: drive.path' run --machine "$machine" --job 7
 
+# utf8_inf FILE SCRIPT: the UTF-16 file as UTF-8, edited by sed.
+utf8_inf() { iconv -f UTF-16 -t UTF-8 "$1" | sed "$2" >inf.new && mv inf.new "$1"; }
+
 # --- Jobs and files: name, exit status, what the output says, how the machine is spoilt. A refused run changes nothing.
 while IFS='|' read -r name status pattern spoil; do
   [[ -n $name ]] || continue
@@ -143,13 +146,79 @@ hive missing|4|not mounted: does not exist|rm "$hive"
 hive cut short|4|not mounted: is too short|truncate -s 5000 "$hive"
 hive of zeroes|4|not mounted: is not a registry hive|head -c 32768 /dev/zero >"$hive"
 hive dirty, its log gone|4|not mounted: was not closed cleanly .*no log beside it|"$make_hive" "$hive" dirty && rm "$hive".LOG1
-no INF file|3|cancelled.*\[15\]|rm ram/drivers/*.inf
-no INF file that fits|3|no driver was set up|rm ram/drivers/nbstor.inf
+no INF file|3|X:.drivers holds no INF file: put|rm ram/drivers/*.inf
+INF files below|3|such as X:.drivers.a\.$|mkdir ram/drivers/a && mv ram/drivers/*.inf ram/drivers/a
+InfDir missing|3|X:.drivers does not exist|rm -r ram/drivers
+InfDir of the host|3|is a path of this computer|sed -i "s#^InfDir.*#InfDir = '/tmp/x'#" machine.toml
+no INF file that fits|3|no file here lists the device|rm ram/drivers/nbstor.inf ram/drivers/longvale.inf
+INF file of 10.0|3|longvale.*needs 10.0 exactly; the restored system is 6.1|rm ram/drivers/nbstor.inf
+another bus|3|nvme.* is on neither an IDE nor a SCSI bus|sed -i 's/?.scsi#disk/?\\nvme#disk/; s/SCSI.Disk&Ven/NVME\\Disk\&Ven/' machine.toml
+disk without parent|3|no controller stands above it|sed -i '/^parent = .PCI/d' machine.toml
+named id|58|Reboot.*which this reading refuses|sed -i "s/^InfDir.*/InfDir = 'X:\\\\drivers\\\\nbstor.inf'\nHardwareID = 'PCI\\\\VEN_1000\&DEV_0030'/" machine.toml && utf8_inf ram/drivers/nbstor.inf 's/^CopyFiles/Reboot\n&/'
+named file missing|58|is no file of the machine|sed -i "s/^InfDir.*/InfDir = 'X:\\\\none.inf'\nHardwareID = 'PCI\\\\VEN_1000'/" machine.toml
 driver file missing|11|Failed to locate file .*NBSTOR.SYS|rm ram/drivers/nbstor.sys
 boot disk unknown|0|The boot disk was not found|sed -i 's/PhysicalDrive0.$/PhysicalDrive9\x27/' machine.toml
 a text for a number|3|HAL is the text "9", of which a run takes the first byte, 57|sed -i "/^BMEF/aHAL = '9'" machine.toml
 HAL of another kind|3|is x86 by the job's HAL, the running machine is x64|sed -i '/^BMEF/aHAL = 0' machine.toml
 CASES
+
+# --- INF files that list the device and are not taken: reason in the JSON document, what is said, sed on one that fits
+fresh scsi-6.1-x64
+rm "$work"/machine/ram/drivers/*.inf
+mkdir "$work/machine/ram/drivers/sub"
+cat >"$work/fits.inf" <<'INF'
+[Version]
+Signature = "$Windows NT$"
+ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}
+[Manufacturer]
+Maker = Models, NTamd64
+[Models.NTamd64]
+Driver = Inst, PCI\VEN_1000&DEV_0030
+[Inst]
+CopyFiles = @nbstor.sys
+[Inst.Services]
+AddService = abc, 2, Svc
+[Svc]
+StartType = 0
+INF
+reasons=$(cat <<'CASES'
+class|{4D36E972-|s/4D36E97B/4D36E972/
+running_system|lists it for NTamd64 alone, not for the system that the run works on (x64)|s/^Maker.*/Maker = Models, NTx86/; s/.Inst.$/[Models.NTx86]\nOther = Inst, PCI\\VEN_1\n&/
+restored_system|needs 6.2 exactly; the restored system is 6.1|s/NTamd64/NTamd64.6.2/
+restored_system|for x86; the restored system is x64|s/NTamd64/NTx86/
+restored_system|needs 6.0 exactly; the restored system is 6.1|s/NTamd64/NTamd64.6.0/
+section_missing|its install section [Inst] is not there|/^.Inst.$/,+1d
+directive|its install section has `Reboot`, which this reading refuses|s/^CopyF/Reboot\n&/
+directive|its install section has `FeatureScore`,|s/^CopyF/FeatureScore = FE\n&/
+directive_empty|`CopyFiles` in its install section has no value|s/^CopyFiles.*/CopyFiles =/
+bare_line|its install section [Inst] ends in a line|s/^CopyF.*/&\na, b/
+copy_section_missing|its list of files [List] is not there|s/@nbstor.sys/List/
+file_name|is not the name of one file|s/@nbstor/@..\\nbstor/
+file_missing|NBNONE.SYS is not beside it|s/nbstor/nbnone/
+service_missing|its install section [Inst] adds no service|/Services/,+1d
+service_section_missing|its service's section [Svc] is not there|/^.Svc/,$d
+service_value|`LoadOrderGroup` of its service could not be|s/^StartType.*/LoadOrderGroup =/
+unreadable|has no Signature of this style|/^Signature/d
+CASES
+)
+n=10
+while IFS='|' read -r _ _ script; do
+  sed "$script" "$work/fits.inf" >"$work/machine/ram/drivers/$n.inf"
+  n=$((n + 1))
+done <<<"$reasons"
+cp "$work/fits.inf" "$work/machine/ram/drivers/sub/below.inf"
+run run --machine "$machine" --job 7 --json
+cp "$work/out" "$work/json"
+expect "INF files, in words" 3 'lies in a folder below' run --machine "$machine" --job 7
+n=10
+while IFS='|' read -r reason text _; do
+  grep -qF -- "$text" <(grep -F "drivers\\$n.inf" "$work/out") || fail "$n.inf: not \"$text\""
+  [[ $(grep -A2 "drivers..$n.inf" "$work/json" | sed -n 's/.*"reason": "\(.*\)",/\1/p') == "$reason" ]] || fail "$n.inf: not $reason"
+  n=$((n + 1))
+done <<<"$reasons"
+# A driver is found by way of the first file that lists the device, and may come from a later one.
+cp "$work/fits.inf" "$work/machine/ram/drivers/later.inf"
+expect "driver of a later file" 11 '^      from X:.drivers.later.inf$' run --machine "$machine" --job 7
 
 # --- Jobs that the restored system contradicts: what is said of it, how it is told; the result stays
 reg() { printf '[\\%s]\n\n' "${@:3}" | sed "\$s/^\$/$2/" >lines.reg && hivexregedit --merge "$1" lines.reg; }

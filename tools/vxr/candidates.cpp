@@ -18,6 +18,8 @@ namespace {
 constexpr int kDepthMax = 8;              // folders below a searched one
 constexpr std::size_t kFilesMax = 50000;  // INF files looked into for one device
 
+constexpr unsigned kAnyLanguage = 0x0409;  // ids and names of sections are hardly ever translated
+
 using IdOrder = machine::NameTable<std::size_t>;  // a device's ids, by the machine's code page; best is 0
 
 // --- The files at hand -----------------------------------------------------------------------------------------------
@@ -163,6 +165,13 @@ std::string NotForRestored(const Listing &listing, const std::vector<std::string
          " alone; for the restored system " + targets.front() + " is the most that is looked for";
 }
 
+bool IsForRestored(const Listing &listing, const std::vector<std::string> &targets) {
+  return std::any_of(listing.decorations.begin(), listing.decorations.end(), [&](const std::string &decoration) {
+    const auto same = [&](const std::string &target) { return machine::SameName(target, decoration); };
+    return decoration.empty() || std::any_of(targets.begin(), targets.end(), same);
+  });
+}
+
 std::string NotForRunning(const Listing &listing) {
   constexpr const char *kNames[] = {"x86", "", "", "", "", "", "Itanium", "", "", "x64"};
   const std::uint32_t processor = VXRMachine_ProcessorArchitecture();
@@ -238,7 +247,11 @@ Candidate Explain(const FoundFile &file, const Listing &listing, const std::vect
     candidate.reason = listing.modern ? kReasons[0].word : "unreadable";
     candidate.text = listing.modern ? kReasons[0].before : kReasons[VXRMACHINE_REFUSED_UNREADABLE].before;
   } else {
-    const Refusal &refusal = tried->second;
+    Refusal refusal = tried->second;
+    // The running system looked first; that the file is not for the restored one either is what people can mend.
+    if (refusal.reason == VXRMACHINE_REFUSED_RUNNING_SYSTEM && !IsForRestored(listing, device.targets)) {
+      refusal.reason = VXRMACHINE_REFUSED_RESTORED_SYSTEM;
+    }
     if (!refusal.id.empty() && refusal.reason > VXRMACHINE_REFUSED_RESTORED_SYSTEM) candidate.id = refusal.id;
     candidate.reason = kReasons[refusal.reason < std::size(kReasons) ? refusal.reason : 0].word;
     candidate.text = ReasonText(file.path, refusal, listing, device.targets);
@@ -267,26 +280,54 @@ std::string DirectoryProblem(const std::string &directory, const std::filesystem
          files.front().path.substr(0, files.front().path.rfind('\\'));
 }
 
-void ExplainDevice(DeviceRecord *device, std::vector<std::string> *problems) {
+std::filesystem::path HostOf(const std::string &machinePath) {
+  return HostFile(HostPathOf(machine::Utf8ToAnsi(machinePath, VXRMachine_CodePage())));
+}
+
+void AddDirectoryProblem(std::string problem, RunRecord *record) {
+  std::vector<std::string> &problems = record->problems;
+  record->badDirectory = true;
+  if (std::find(problems.begin(), problems.end(), problem) == problems.end()) problems.push_back(std::move(problem));
+}
+
+// The files in and below the directories searched; for an id that is looked for in one file alone, that file.
+std::vector<FoundFile> FilesAtHand(const DeviceRecord &device, RunRecord *record) {
+  std::vector<FoundFile> all;
+  for (const std::string &directory : device.directories) {
+    std::vector<FoundFile> files;
+    const std::filesystem::path host = HostOf(directory);
+    if (!host.empty()) ListInfFiles(host, directory, 0, &files);
+    if (std::string problem = DirectoryProblem(directory, host, files); !problem.empty()) {
+      AddDirectoryProblem(std::move(problem), record);
+    }
+    all.insert(all.end(), files.begin(), files.end());
+  }
+  if (!device.directories.empty()) return all;
+  for (const auto &[path, refusal] : device.refusals) {
+    std::error_code error;
+    const std::filesystem::path host = HostOf(path);
+    if (std::filesystem::is_regular_file(host, error)) {
+      all.push_back({path, host, false});
+    } else {
+      AddDirectoryProblem(path + " is no file of the machine: with HardwareID, InfDir is the path of one INF file",
+                          record);
+    }
+  }
+  return all;
+}
+
+void ExplainDevice(DeviceRecord *device, RunRecord *record) {
   const std::uint32_t codePage = VXRMachine_CodePage();
   machine::SetCodePage(codePage);
-  const auto settings = machine::MakeInfSettings(codePage, 0x0409);
+  const auto settings = machine::MakeInfSettings(codePage, kAnyLanguage);
   IdOrder ids;
   std::vector<std::string> names;
   for (const std::string &id : device->ids) {
     if (ids.try_emplace(machine::Utf8ToAnsi(id, codePage), names.size()).second) names.push_back(id);
   }
-  for (const std::string &directory : device->directories) {
-    std::vector<FoundFile> files;
-    const std::filesystem::path host = HostFile(HostPathOf(machine::Utf8ToAnsi(directory, codePage)));
-    if (!host.empty()) ListInfFiles(host, directory, 0, &files);
-    if (std::string problem = DirectoryProblem(directory, host, files); !problem.empty()) {
-      if (std::find(problems->begin(), problems->end(), problem) == problems->end()) problems->push_back(problem);
-    }
-    for (const FoundFile &file : files) {
-      const std::optional<Listing> listing = ReadListing(file.host, settings, ids);
-      if (listing) device->candidates.push_back(Explain(file, *listing, names, *device));
-    }
+  for (const FoundFile &file : FilesAtHand(*device, record)) {
+    const std::optional<Listing> listing = ReadListing(file.host, settings, ids);
+    if (listing) device->candidates.push_back(Explain(file, *listing, names, *device));
   }
 }
 
@@ -294,6 +335,6 @@ void ExplainDevice(DeviceRecord *device, std::vector<std::string> *problems) {
 
 void ExplainFailures(RunRecord *record) {
   for (DeviceRecord &device : record->devices) {
-    if (device.failed) ExplainDevice(&device, &record->problems);
+    if (device.failed) ExplainDevice(&device, record);
   }
 }

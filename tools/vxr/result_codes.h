@@ -7,6 +7,7 @@
 constexpr std::uint32_t kProgress = 101;
 constexpr std::uint32_t kHiveCode = 4;
 constexpr std::uint32_t kNoDriverCode = 3;
+constexpr std::uint32_t kCancelledCode = 15;
 constexpr std::uint32_t kNamedIdCode = 58;
 
 struct ResultCode {

@@ -318,6 +318,7 @@ std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
   if (explained && (code == kNoDriverCode || code == kNamedIdCode)) {
     return "Mend what is said above of an INF file that lists the device, or add one that fits.";
   }
+  if ((code == kNoDriverCode && record.noController) || (code == kCancelledCode && record.badDirectory)) return "";
   return FindResultCode(code).advice;
 }
 

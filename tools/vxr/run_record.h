@@ -81,6 +81,7 @@ struct RunRecord {
   std::vector<std::string> contradictions;  // between the job, the restored system and the machine
 
   std::vector<std::string> problems;  // what was seen beside the status lines
+  bool badDirectory = false;                // one of the problems is a directory that was searched for INF files
   bool noController = false;          // no controller was found, or looked for, above a device of the disk's chain
 
   // The attempt that is being made.

@@ -93,6 +93,8 @@ void PrintFailingLines(const RunRecord &record) {
   for (auto line = lines.begin(); line != lines.end(); ++line) {
     const auto same = [&](const StatusLine &other) { return other.text == line->text; };
     if (line->code == kProgress || std::any_of(lines.begin(), line, same)) continue;
+    // Nobody need have cancelled anything: without a terminal a directory without INF files counts so.
+    if (line->code == kCancelledCode && record.badDirectory) continue;
     const auto times = std::count_if(line, lines.end(), same);
     Problem(line->text + " [" + std::to_string(line->code) + "]" +
             (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
