@@ -54,7 +54,7 @@ else()
     platform/machine/path_syntax.cpp platform/machine/handles.cpp
     platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
     platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
-    platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
+    platform/machine/copy.cpp platform/machine/rehearsal.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
     platform/machine/volumes.cpp platform/machine/version_resource.cpp platform/machine/version_tree.cpp
     platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
     platform/machine/registry.cpp

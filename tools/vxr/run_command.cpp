@@ -26,8 +26,13 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   if (!OpenMachine(options.machine, OnEvent, host)) return false;
   void *window = VXRMachine_CreateWindow(OnStatusLine, host);
   outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
+  if (options.verify && WorthRehearsing(outcome->code)) {
+    outcome->rehearsal = RehearseInjection(options.job, &host->record);
+    VXRMachine_SetObserver(OnEvent, host);
+  }
   CloseMachine();
   outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  if (outcome->exitStatus == 0 && WouldFail(outcome->rehearsal)) outcome->exitStatus = kRehearsalCode;
   return true;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/vxr/run_record.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "tools/vxr/machine_session.h"
@@ -217,4 +218,10 @@ bool HasProblems(const RunRecord &record) {
 
 bool InRestoredHive(const ValueRecord &value) {
   return value.key.compare(0, kRestoredMount.size(), kRestoredMount) == 0;
+}
+
+std::vector<ValueRecord> RestoredValues(const RunRecord &record) {
+  std::vector<ValueRecord> values;
+  std::copy_if(record.values.begin(), record.values.end(), std::back_inserter(values), InRestoredHive);
+  return values;
 }
