@@ -23,14 +23,14 @@ std::filesystem::path HostPathOf(const std::string &path) {
   return VXRMachine_HostPath(text.c_str(), name, sizeof name) ? HostFile(name) : std::filesystem::path();
 }
 
-// What the first part of a path lacks that is not there; empty when all of it is.
+// What is wrong with the first part of a path that is not there; empty when all of it is.
 std::string MissingPart(const std::string &path) {
   std::error_code error;
   for (std::size_t cut = path.find('\\'); cut != std::string::npos;) {
     const std::size_t next = path.find('\\', cut + 1);
     const bool drive = cut == 2;
     const std::filesystem::path host = HostPathOf(path.substr(0, drive ? cut + 1 : cut));
-    if (drive && host.empty()) return "there is no drive " + path.substr(0, cut);
+    if (drive && host.empty()) return "drive " + path.substr(0, cut) + " is not there, or holds no medium";
     if (drive && std::filesystem::is_empty(host, error)) return "drive " + path.substr(0, cut) + " is empty";
     if (!std::filesystem::exists(host, error)) return path.substr(0, cut) + " does not exist";
     cut = next;

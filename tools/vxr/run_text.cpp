@@ -62,14 +62,14 @@ void PrintValues(const RunRecord &record) {
   PrintValueList(lost ? "Registry values set but not saved" : "Registry values written", record.values);
 }
 
-void PrintHives(const RunRecord &record, bool rehearsed) {
+void PrintHives(const RunRecord &record, const char *title, const char *would) {
   bool titled = false;
   for (const HiveRecord &hive : record.hives) {
     const bool saved = hive.outcome == HiveOutcome::kSaved, unflushed = hive.outcome == HiveOutcome::kUnflushed;
     if (!saved && !unflushed && hive.replay.empty()) continue;
-    if (!titled) Title("Hives");
+    if (!titled) Title(title);
     titled = true;
-    const std::string outcome = saved       ? (rehearsed ? "would be saved, " : "saved, ") + Bytes(hive.size)
+    const std::string outcome = saved       ? would + ("saved, " + Bytes(hive.size))
                                 : unflushed ? "replaced, see below"
                                             : "as it was";
     PrintLine("  " + hive.file + "  " + outcome);
@@ -186,8 +186,8 @@ void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const Ru
   PrintCopies(options, record, outcome.rehearsal.done);
   PrintValues(record);
   PrintValueList("Registry values that would be written", RestoredValues(outcome.rehearsal.record));
-  PrintHives(record, false);
-  PrintHives(outcome.rehearsal.record, true);
+  PrintHives(record, "Hives", "");
+  PrintHives(outcome.rehearsal.record, "Hives in an injection", "would be ");
   PrintProblems(outcome, record);
   PrintResult(options, outcome, record);
 }
