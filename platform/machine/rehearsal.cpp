@@ -1,11 +1,14 @@
 #include "platform/machine/rehearsal.h"
 
 #include <fcntl.h>
+#include <sys/statfs.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <tuple>
 
@@ -31,11 +34,21 @@ struct Rehearsal {
 bool g_on = false;
 Rehearsal g_rehearsal;
 
-// Whether the new file could be given the old one's owner. On a file system that gives all files one owner, its
-// directory's, nothing has to be given; else a file in memory shows what this process may do.
-bool MayTakeOver(const struct stat &directory, const struct stat &old) {
-  if (old.st_uid == directory.st_uid && old.st_gid == directory.st_gid) return true;
-  if (old.st_uid == geteuid() && old.st_gid == getegid()) return true;
+// Whether all files of the directory's file system belong to whom the mount says, a new one too.
+bool HasNoOwners(int directory) {
+  constexpr std::uint32_t kFat = 0x4D44, kExFat = 0x2011BAB0, kNtfs = 0x5346544E, kNtfs3 = 0x7366746E,
+                          kFuse = 0x65735546, kCifs = 0xFF534D42, kSmb2 = 0xFE534D42;
+  struct statfs system = {};
+  if (fstatfs(directory, &system) != 0) return false;
+  const auto type = static_cast<std::uint32_t>(system.f_type);
+  const std::uint32_t types[] = {kFat, kExFat, kNtfs, kNtfs3, kFuse, kCifs, kSmb2};
+  return std::find(std::begin(types), std::end(types), type) != std::end(types);
+}
+
+// Whether the new file could be given the old one's owner and group: a file in memory shows what this process may do.
+bool MayTakeOver(int directory, const struct stat &parent, const struct stat &old) {
+  const gid_t group = (parent.st_mode & S_ISGID) != 0 ? parent.st_gid : getegid();
+  if ((old.st_uid == geteuid() && old.st_gid == group) || HasNoOwners(directory)) return true;
   Descriptor trial;
   return MakeMemoryFile(&trial).empty() && fchown(trial.fd, old.st_uid, old.st_gid) == 0;
 }
@@ -52,7 +65,10 @@ std::string Reason(const char *what, const char *advice) {
   return std::string(what) + " (" + std::strerror(errno) + "); " + advice;
 }
 
-// Room on the directory's file system in bytes, what is taken already included; -1 when it does not tell.
+// More than any disk has; sums of a few stay in range.
+constexpr std::uint64_t kMost = std::uint64_t{1} << 60;
+
+// Bytes free on the directory's file system at the rehearsal's beginning; -1 when it does not tell.
 std::int64_t FreeRoom(int directory, std::int64_t *blockSize) {
   struct statvfs system = {};
   *blockSize = 1;
@@ -60,20 +76,20 @@ std::int64_t FreeRoom(int directory, std::int64_t *blockSize) {
   if (fstatvfs(directory, &system) != 0 || system.f_blocks == 0 || system.f_frsize == 0) return -1;
   *blockSize = static_cast<std::int64_t>(system.f_frsize);
   const fsblkcnt_t blocks = geteuid() == 0 ? system.f_bfree : system.f_bavail;
-  std::int64_t bytes = 0;
-  return __builtin_mul_overflow(blocks, *blockSize, &bytes) ? INT64_MAX : bytes;
+  return static_cast<std::int64_t>(std::min<std::uint64_t>(blocks, kMost / system.f_frsize) * system.f_frsize);
 }
 
 // The new file stands beside the old one for a moment: both need room then.
 std::string TakeRoom(int directory, dev_t device, std::uint64_t size, std::uint64_t givenBack) {
   std::int64_t blockSize = 1;
   const std::int64_t room = FreeRoom(directory, &blockSize);
-  if (size > INT64_MAX / 2) size = INT64_MAX / 2;
-  const std::int64_t needed = (static_cast<std::int64_t>(size) + blockSize - 1) / blockSize * blockSize;
+  if (room < 0) return "";
+  const auto bytes = static_cast<std::int64_t>(std::min(size, 2 * kMost));
+  const std::int64_t needed = (bytes + blockSize - 1) / blockSize * blockSize;
   std::int64_t &taken = g_rehearsal.taken[device];
-  if (room >= 0 && needed > room - taken) {
+  if (needed > room - taken) {
     errno = ENOSPC;
-    const std::int64_t left = room > taken ? room - taken : 0;
+    const std::int64_t left = std::max<std::int64_t>(room - taken, 0);
     return "there is no room: it needs " + std::to_string(needed) + " bytes, " + std::to_string(left) +
            " are free; make room on the restored volume";
   }
@@ -95,11 +111,12 @@ std::string RehearseNewFile(int directory, const std::string &name, std::uint64_
     return Reason("its directory cannot be written to", "mount the file system for writing, or allow it");
   }
   struct stat parent = {}, old = {};
-  if (fstatat(directory, ".", &parent, 0) != 0)
-    return Reason("its directory cannot be examined", "look for its errors");
+  if (fstatat(directory, ".", &parent, 0) != 0) {
+    return Reason("its directory cannot be examined", "look for errors of the disk");
+  }
   const bool exists = fstatat(directory, name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
-  if (exists && (!MayReplace(parent, old) || !MayTakeOver(parent, old))) {
-    return Reason("the old file belongs to another user and cannot be replaced", "run as its owner or as root");
+  if (exists && (!MayReplace(parent, old) || !MayTakeOver(directory, parent, old))) {
+    return Reason("the old file has another owner or group and cannot be replaced", "run as its owner or as root");
   }
   const NewFileKey key = {parent.st_dev, parent.st_ino, FoldName(name)};
   const auto earlier = g_rehearsal.files.find(key);

@@ -13,7 +13,13 @@ constexpr char kCheckRootPath[] =
     "Check the job's RootPath, and that the system is restored there. Without an extension file RootPath is the "
     "restored Windows directory.";
 
-void OnStatusLine(void *context, const char *text) { AddStatusLine(static_cast<RunRecord *>(context), text); }
+// A rehearsal has no log file to look into: each failure brings the log's first error line.
+void OnStatusLine(void *context, const char *text) {
+  RunRecord *record = static_cast<RunRecord *>(context);
+  const std::string error = record->firstError;
+  AddStatusLine(record, text);
+  if (record->lines.back().cause.empty()) record->lines.back().cause = error;
+}
 void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(static_cast<RunRecord *>(context), *event); }
 
 // The host's name of a path of the machine; empty when its drive or directory does not exist.
@@ -60,8 +66,9 @@ void AddProblem(std::vector<RehearsalProblem> *problems, RehearsalProblem proble
 
 RehearsalProblem HiveProblem(const HiveRecord &hive) {
   const char *advice = FindResultCode(kHiveCode).advice;
-  if (hive.outcome != HiveOutcome::kRefused)
+  if (hive.outcome != HiveOutcome::kRefused) {
     return ProblemOf(hive.file, "an injection could not save it: ", hive.reason, advice);
+  }
   const std::string missing = MissingPart(hive.file);
   if (!missing.empty()) return {hive.file, "an injection could not mount it: " + missing, kCheckRootPath};
   return ProblemOf(hive.file, "an injection could not mount it: it ", hive.reason, advice);
@@ -71,8 +78,9 @@ RehearsalProblem HiveProblem(const HiveRecord &hive) {
 RehearsalProblem CopyProblem(const CopyRecord &copy) {
   const std::string directory = copy.target.substr(0, copy.target.rfind('\\'));
   const std::string missing = MissingPart(directory);
-  if (!missing.empty())
+  if (!missing.empty()) {
     return {directory, "an injection could not copy files there: " + missing, "Restore that directory, or make it."};
+  }
   return ProblemOf(copy.target, "an injection could not copy it: ", copy.reason, FindResultCode(kCopyCode).advice);
 }
 
@@ -97,8 +105,13 @@ void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
   }
   for (const StatusLine &line : rehearsal->record.lines) {
     if (IsTold(line, verified, *problems)) continue;
-    AddProblem(problems, {"", "An injection would fail: " + line.text + (line.cause.empty() ? "" : ": " + line.cause),
-                          FindResultCode(line.code).advice});
+    // The verification found the driver.
+    const char *advice = line.code == kNoDriverCode
+                             ? "Mend what the restored system's hive or files lack, or restore the system again."
+                             : FindResultCode(line.code).advice;
+    AddProblem(problems,
+               {"", "An injection would fail: " + line.text + (line.cause.empty() ? "" : " (log: " + line.cause + ")"),
+                advice});
   }
 }
 

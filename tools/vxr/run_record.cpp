@@ -127,8 +127,9 @@ void AddDebugText(RunRecord *record, const char *raw) {
   std::string text = MachineText(raw);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   if (text.compare(0, 6, "ERROR:") == 0) {
-    // A job without HardwareID is the usual one.
-    const bool usual = text.find("\\HardwareID) failed") != std::string::npos;
+    // A job without HardwareID is the usual one, and so is a key that is made.
+    const bool usual = text.find("\\HardwareID) failed") != std::string::npos ||
+                       text.find(") failed!create it...") != std::string::npos;
     if (record->firstError.empty() && !usual) record->firstError = text;
     if (text.compare(0, kUnloadError.size(), kUnloadError) == 0) DropMounted(record);
     if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
