@@ -56,8 +56,9 @@ else()
     platform/machine/path_syntax.cpp platform/machine/handles.cpp
     platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
     platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp
-    platform/machine/copy.cpp platform/machine/search.cpp platform/machine/storage.cpp platform/machine/disks.cpp
-    platform/machine/volumes.cpp platform/machine/version_block.cpp platform/machine/version_calls.cpp platform/machine/processes.cpp
+    platform/machine/copy.cpp platform/machine/rehearsal.cpp platform/machine/search.cpp platform/machine/storage.cpp
+    platform/machine/disks.cpp platform/machine/volumes.cpp platform/machine/version_block.cpp
+    platform/machine/version_calls.cpp platform/machine/processes.cpp
     platform/machine/registry.cpp
     platform/machine/registry_state.cpp platform/machine/hive_save.cpp platform/machine/hive_mount.cpp
     platform/machine/hive_cells.cpp

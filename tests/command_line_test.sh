@@ -248,6 +248,41 @@ for mode in --verify ''; do
 done
 cd "$OLDPWD" || exit 1
 
+# --- A verification of what no injection could mend: name, fault, what the problem says, how the machine is spoilt. It
+# ends with 1, and not even a time in the restored system changes.
+state() { (cd "$work/machine/restored" && find . -printf '%p %y %s %m %T@ %C@\n' | sort && digest) | sha256sum; }
+while IFS='|' read -r name faults pattern spoil; do
+  [[ -n $name ]] || continue
+  fresh scsi-6.1-x64
+  (cd "$work/machine" && eval "$spoil") || fail "$name: cannot be set up"
+  before=$(state)
+  export VXR_FAULTS=$faults
+  expect "verification, $name" 1 "$pattern" run --machine "$machine" --job 7 --verify
+  grep -q '^  1: the verification succeeds, but an injection' "$work/out" || fail "$name: the result is not explained"
+  expect "verification as JSON, $name" 1 '"rehearsal": \{' run --machine "$machine" --job 7 --verify --json
+  unset VXR_FAULTS
+  [[ $(state) == "$before" ]] || fail "$name: the verification changed the restored system"
+done <<'CASES'
+hive missing||config.system: an injection could not mount it: it does not exist|rm "$hive"
+hive cut short||mount it: it is too short|truncate -s 5000 "$hive"
+hive damaged within||mount it: it is damaged|printf 'XXXX' | dd of="$hive" bs=1 seek=4096 conv=notrunc status=none
+hive dirty, its log gone||mount it: it was not closed cleanly .*no log beside it|"$make_hive" "$hive" dirty && rm "$hive".LOG1
+empty volume||mount it: drive D: is empty|rm -r restored/*
+drive nowhere||mount it: drive E: is not there|sed -i '/^RootPath/s/D:/E:/' machine.toml
+directory nowhere||mount it: D:.Other does not exist|sed -i "/^BMEFile/d; s/^RootPath.*/RootPath = 'D:\\\\Other'\nOSVerMaj = 6\nOSVerMin = 1\nHAL = 9/" machine.toml
+no directory for drivers||drivers: an injection could not copy files there|rm -r restored/Windows/System32/drivers
+hive's directory read-only|directory write:1:30|could not be saved, .*Read-only file system|true
+drivers' directory read-only|directory write:2:on:30|NBSTOR.SYS: an injection could not copy it: .*Read-only|true
+no room for a driver||NBSTOR.SYS: .*there is no room: it needs 109951|truncate -s 10T ram/drivers/nbstor.sys
+no room for both||NB[A-Z]*.SYS: .*there is no room|truncate -s "$(($(stat -f -c '%f*%S/10*6' .)))" ram/drivers/nb{stor,help}.sys
+no room for the hive|free room:6|could not save it: there is no room: it needs 36864|true
+a directory in the way||NBSTOR.SYS: .*the target is no file|mkdir restored/Windows/System32/drivers/NBSTOR.SYS
+a value refused|RegSetValueExA:1:on|An injection would fail: .*RegSetValueEx|true
+CASES
+fresh scsi-6.1-x64
+expect "verification" 0 'SYSTEM_ORG.ControlSet001.Services.nbstor' run --machine "$machine" --job 7 --verify
+grep -q '^Registry values that would be written' "$work/out" || fail "verification: its values are said to be written"
+
 # --- Recording a machine: name, exit status, what is said, arguments, how the machine is spoilt; @ is its directory. A
 # failure leaves the includes file as it is.
 backup() { sha256sum "$work"/machine/c/backup/*.ini; }

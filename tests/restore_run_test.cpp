@@ -141,6 +141,53 @@ TEST_F(RestoreJobTest, InjectionLeavesFilesServiceAndCriticalDevice) {
                                             critical + "ClassGUID", critical + "Service"));
 }
 
+// Every file of the machine with its mode, its times and its bytes.
+std::string WholeMachine(const std::filesystem::path &folder) {
+  std::vector<std::string> files;
+  for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
+    struct stat status = {};
+    stat(entry.path().c_str(), &status);
+    std::string file = entry.path().string();
+    for (const long number : {long{status.st_mode}, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+                              status.st_ctim.tv_sec, status.st_ctim.tv_nsec}) {
+      file += ' ' + std::to_string(number);
+    }
+    files.push_back(file + (entry.is_regular_file() ? '\n' + ReadBytes(entry.path()) : ""));
+  }
+  std::sort(files.begin(), files.end());
+  return testing::PrintToString(files);
+}
+
+// The extension file of this job is written to through its mapping; an old driver is read-only; neither changes.
+TEST_F(RestoreJobTest, ARehearsalTellsWhatTheInjectionThenDoesAndChangesNothing) {
+  OpenJob([this](std::string *toml) {
+    NameExtension(toml, folder, "HbMe" + std::string(80328, '\0'));
+    std::filesystem::permissions(folder / "restored/Windows/system32/drivers/FAST.SYS", std::filesystem::perms(0444));
+  });
+  const auto told = [this](bool inject) {
+    std::vector<std::string> all;
+    events.clear();
+    statusLines.clear();
+    EXPECT_EQ(Run(inject), 0u);
+    for (const MachineEvent &event : events) {
+      all.push_back(std::to_string(event.kind) + event.subject + event.detail + event.text +
+                    std::to_string(event.size));
+    }
+    all.insert(all.end(), statusLines.begin(), statusLines.end());
+    VXRDbg_Cleanup();
+    return all;
+  };
+  const std::string before = WholeMachine(folder);
+  ASSERT_TRUE(VXRMachine_Rehearse(1));
+  const auto rehearsed = told(true);
+  EXPECT_EQ(told(true), rehearsed) << "within one rehearsal";
+  EXPECT_EQ(VXREng_CreateBMExtFile("X:\\new.bme", nullptr, nullptr), 9u);
+  ASSERT_TRUE(VXRMachine_Rehearse(0));
+  EXPECT_TRUE(WholeMachine(folder) == before) << "a rehearsal changed a file";
+  EXPECT_EQ(told(true), rehearsed);
+  EXPECT_EQ(ReadFile("restored/Windows/system32/drivers/FAST.SYS"), "the new driver, longer than the old one");
+}
+
 TEST_F(RestoreJobTest, SecondRunFindsWhatTheFirstLeft) {
   OpenJob();
   ASSERT_EQ(Run(true), 0u);

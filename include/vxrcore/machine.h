@@ -53,6 +53,20 @@ VXR_API int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t
 /* The open machine's kind of processor: 0 x86, 6 Itanium, 9 x64; 0xFFFF when none is open. */
 VXR_API uint32_t VXRMachine_ProcessorArchitecture(void);
 
+/* Begins a rehearsal (`on` not zero) or ends it: while it is on, nothing that the library does changes a file.
+ * VXREng_RunVXR goes its whole way in injection mode all the same:
+ * - a copy is checked (source, target, rights, the free room for all of them) and not made; the file then counts as
+ *   being there;
+ * - a hive that is mounted and changed is made anew in memory when it is unmounted, its place and room are checked, and
+ *   it is dropped;
+ * - questions to the user get the answers that they got since the machine was opened; another is not put to a terminal;
+ * - the log has no file: end a log that runs (VXRDbg_Cleanup) before the beginning and before the end.
+ * The observer is told what would happen, by the same events. Whatever else would write fails with the system error 19,
+ * so no extension file is made and no boot sector changed. The end takes back what was set in the running system's
+ * registry; VXRMachine_Close ends it too.
+ * False, with nothing begun, without a machine or with a hive mounted, and on Windows, which has no rehearsals. */
+VXR_API int32_t VXRMachine_Rehearse(int32_t on);
+
 /* How often an INF file was read from disk since VXRMachine_Open. */
 VXR_API uint64_t VXRMachine_InfReads(void);
 

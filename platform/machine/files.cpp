@@ -13,6 +13,7 @@
 #include "platform/machine/handles.h"
 #include "platform/machine/machine.h"
 #include "platform/machine/paths.h"
+#include "platform/machine/rehearsal.h"
 #include "platform/machine/storage.h"
 
 namespace {
@@ -56,6 +57,7 @@ HANDLE OpenPlace(const OpenRequest &request, const machine::HostPlace &place) {
     }
     flags |= O_CREAT | O_EXCL;
   }
+  if (machine::Rehearsing() && (flags & (O_CREAT | O_TRUNC)) != 0) return FailOpen(ERROR_WRITE_PROTECT);
   Descriptor file(openat(place.directory, place.name.c_str(), flags, 0666));
   if (!file) return FailOpen(machine::ErrorFromErrno(errno));
   if (!place.exists || request.disposition == CREATE_ALWAYS) {
@@ -146,6 +148,9 @@ BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
   machine::HostPlace place;
   if (!LocateExisting(name, &place)) return FALSE;
+  if (machine::Rehearsing()) {
+    return machine::RehearseAttributes(place.status, attributes) ? TRUE : machine::FailHost();
+  }
   if (machine::WriteAttributes(machine::PlaceName(place), place.status, attributes)) return TRUE;
   return machine::FailHost();
 }

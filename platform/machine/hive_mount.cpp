@@ -10,6 +10,7 @@
 #include "platform/machine/paths.h"
 #include "platform/machine/registry.h"
 #include "platform/machine/registry_state.h"
+#include "platform/machine/rehearsal.h"
 #include "platform/machine/replace_file.h"
 
 namespace machine {
@@ -49,7 +50,7 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
   std::unique_ptr<Hive> hive;
   if (!place.exists) {
     *reason = "does not exist; correct the path";
-  } else if (faccessat(place.directory, ".", W_OK | X_OK, 0) != 0) {
+  } else if (!MayWriteTo(place.directory)) {
     *reason = std::string("could not be saved, its directory cannot be written to (") + std::strerror(errno) +
               "); mount the file system for writing, then run again";
   } else {
@@ -63,7 +64,7 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
   }
   // A run that was stopped may have left a new hive, and this run may have nothing to save. What cannot be removed is
   // told when it is in the way.
-  if (hive != nullptr) ClearLeftOver(hive->directory.fd, hive->name);
+  if (hive != nullptr && !Rehearsing()) ClearLeftOver(hive->directory.fd, hive->name);
   return hive;
 }
 
@@ -136,6 +137,12 @@ int UnmountHive(const std::string &key) {
   hives.erase(found);
   ++Registry().changes;
   return saved ? 0 : 1;
+}
+
+void DropMountedHives() {
+  if (std::erase_if(Registry().hives, [](const MountedHive &mounted) { return !mounted.running; }) != 0) {
+    ++Registry().changes;
+  }
 }
 
 bool CloseRegistry() {

@@ -16,6 +16,7 @@
 #include "platform/machine/hive_logs.h"
 #include "platform/machine/little_endian.h"
 #include "platform/machine/machine.h"
+#include "platform/machine/rehearsal.h"
 #include "platform/machine/replace_file.h"
 
 namespace machine {
@@ -105,17 +106,17 @@ std::string FinishNewHive(const Hive &hive, int file) {
 }
 
 // Writes the new hive to the new file.
-bool WriteNewHive(const Hive &hive, const NewFile &created, std::uint64_t *size, std::string *reason) {
+bool WriteNewHive(const Hive &hive, int file, std::uint64_t *size, std::string *reason) {
   if (FaultPoint("hive write", ERROR_DISK_FULL)) {
     *reason = FaultReason("the new file cannot be written");
     return false;
   }
-  if (hivex_commit(hive.handle.get(), created.HostName().c_str(), 0) != 0) {
+  if (hivex_commit(hive.handle.get(), ("/proc/self/fd/" + std::to_string(file)).c_str(), 0) != 0) {
     *reason = ErrnoReason("the new file cannot be written");
     return false;
   }
-  std::string wrong = FinishNewHive(hive, created.file.fd);
-  if (wrong.empty()) wrong = RegularFileSize(created.file.fd, size);
+  std::string wrong = FinishNewHive(hive, file);
+  if (wrong.empty()) wrong = RegularFileSize(file, size);
   if (!wrong.empty()) *reason = "the new file " + wrong;
   return wrong.empty();
 }
@@ -128,26 +129,37 @@ bool Replace(NewFile *created, std::string *reason) {
   return failed == nullptr;
 }
 
+// Makes the new hive in memory, and asks whether it could take the old one's place.
+bool RehearseSave(const Hive &hive, std::uint64_t *size, std::string *reason) {
+  Descriptor made;
+  *reason = MakeMemoryFile(&made);
+  if (!reason->empty() || !WriteNewHive(hive, made.fd, size, reason)) return false;
+  *reason = RehearseNewFile(hive.directory.fd, hive.name, *size);
+  if (!reason->empty()) *size = 0;
+  return reason->empty();
+}
+
 }  // namespace
 
 bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   *size = 0;
   if (hive->changes.empty()) {
     // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
-    FlushDirectory(hive->directory.fd);
+    if (!Rehearsing()) FlushDirectory(hive->directory.fd);
     return true;
   }
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
   *reason = ReadHiveLogs(&hive->logs);
   if (reason->empty()) *reason = CheckReplacedCells(hive);
   if (!reason->empty() || !ReadForChange(hive, reason) || !ApplyChanges(hive, reason)) return false;
+  if (Rehearsing()) return RehearseSave(*hive, size, reason);
 
   NewFile created(hive->directory.fd, hive->name);
   if (!OpenNewFile(&created, true)) {
     *reason = ErrnoReason("no new file can be made beside it");
     return false;
   }
-  if (WriteNewHive(*hive, created, size, reason) && Replace(&created, reason)) return true;
+  if (WriteNewHive(*hive, created.file.fd, size, reason) && Replace(&created, reason)) return true;
   if (!created.inPlace) *size = 0;
   return false;
 }

@@ -8,6 +8,7 @@
 
 #include "platform/machine/code_page.h"
 #include "platform/machine/fault.h"
+#include "platform/machine/rehearsal.h"
 
 namespace {
 
@@ -121,6 +122,7 @@ int32_t VXRMachine_OpenText(const char *text, const char *directory, char *messa
 
 int32_t VXRMachine_Close() {
   if (current == nullptr) return 1;
+  machine::EndRehearsal();
   machine::CloseInfFiles();
   machine::CloseDevices();
   machine::CloseWindows();

@@ -16,6 +16,7 @@
 #include "platform/machine/listing.h"
 #include "platform/machine/path_syntax.h"
 #include "platform/machine/paths.h"
+#include "platform/machine/rehearsal.h"
 #include "platform/machine/wildcard.h"
 
 namespace {
@@ -80,6 +81,12 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
     return false;
   }
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
+  std::uint64_t size = 0;
+  if (!place.exists && machine::WouldExist(place, &size)) {
+    place.exists = true;
+    place.status.st_mode = S_IFREG;
+    place.status.st_size = static_cast<off_t>(size);
+  }
   if (place.exists && Describe(place.status, shown, data)) return true;
   platform::SetLastError(ERROR_FILE_NOT_FOUND);
   return false;

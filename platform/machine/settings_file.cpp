@@ -18,6 +18,7 @@
 #include "platform/machine/fault.h"
 #include "platform/machine/machine.h"
 #include "platform/machine/paths.h"
+#include "platform/machine/rehearsal.h"
 #include "platform/machine/replace_file.h"
 #include "platform/machine/settings_text.h"
 
@@ -142,6 +143,7 @@ BOOL WritePrivateProfileStringA(const char *section, const char *key, const char
       !machine::CanHoldSetting(section, key, value)) {
     return FailWith(ERROR_INVALID_PARAMETER);
   }
+  if (machine::Rehearsing()) return FailWith(ERROR_WRITE_PROTECT);
   return WriteSetting(section, key, value, file) ? TRUE : FALSE;
 }
 

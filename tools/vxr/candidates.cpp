@@ -280,10 +280,6 @@ std::string DirectoryProblem(const std::string &directory, const std::filesystem
          files.front().path.substr(0, files.front().path.rfind('\\'));
 }
 
-std::filesystem::path HostOf(const std::string &machinePath) {
-  return HostFile(HostPathOf(machine::Utf8ToAnsi(machinePath, VXRMachine_CodePage())));
-}
-
 void AddDirectoryProblem(std::string problem, RunRecord *record) {
   std::vector<std::string> &problems = record->problems;
   record->badDirectory = true;

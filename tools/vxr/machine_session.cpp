@@ -69,3 +69,7 @@ std::string HostPathOf(const std::string &machinePath) {
   VXRMachine_HostPath(machinePath.c_str(), place.data(), place.size());
   return place.data();
 }
+
+std::filesystem::path HostOf(const std::string &path) {
+  return HostFile(HostPathOf(machine::Utf8ToAnsi(path, VXRMachine_CodePage())));
+}

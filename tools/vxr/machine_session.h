@@ -1,6 +1,7 @@
 // A described machine, open while a command runs on it.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "vxrcore/machine.h"
@@ -25,3 +26,5 @@ bool PathInCodePage(const std::string &argument);
 bool IsMachinePath(const std::string &argument);
 // Where a path of the open machine, in its code page, leads on the host; empty when nowhere.
 std::string HostPathOf(const std::string &machinePath);
+// The same of a path in UTF-8.
+std::filesystem::path HostOf(const std::string &path);

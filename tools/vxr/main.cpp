@@ -16,6 +16,8 @@
 namespace {
 
 const char *const kVersion = "vxr " VXR_VERSION;
+const std::string kRehearsalStatus =
+    kDescribedMachines ? "1 when a verification succeeds but an injection would not (see Problems);\n" : "";
 const std::string kUsageStatus =
     kDescribedMachines ? "2 for wrong usage or a machine that cannot be opened." : "2 for wrong usage.";
 
@@ -41,12 +43,13 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_option("--job", options->job, "Number of the restore job in the machine's registry")
       ->required()
       ->type_name("NUMBER");
-  run->add_flag("--verify", options->verify, "Check only; leave the restored system as it is");
+  run->add_flag("--verify", options->verify,
+                kDescribedMachines ? "Check only, and rehearse the injection; leave the restored system as it is"
+                                   : "Check only; leave the restored system as it is");
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
-      "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n"
-      "4 also when the restored hive could not be saved; " +
-      kUsageStatus);
+      "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n" +
+      kRehearsalStatus + "4 also when the restored hive could not be saved; " + kUsageStatus);
   return run;
 }
 

@@ -4,6 +4,8 @@ namespace {
 
 constexpr ResultCode kCodes[] = {
     {0, nullptr, "success", "", false},
+    {kRehearsalCode, nullptr, "the verification succeeds, but an injection would not",
+     "Mend what stands under Problems, then verify again.", false},
     {3, "Failed to locate driver files for device ", "a device has no driver",
      "Put the driver's INF and files into the job's InfDir (for an IDE controller: into the running system's inf and "
      "drivers folders). The driver must list the device's ids for the restored Windows version.",

@@ -48,15 +48,16 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   if (std::string line = ProcessorContradiction(facts); !line.empty() && LacksDriver(outcome->code, host->record)) {
     host->record.contradictions.push_back(std::move(line));
   }
-#endif
-#ifndef _WIN32
   ExplainFailures(&host->record);
 #endif
+  if (options.verify && WorthRehearsing(outcome->code)) {
+    outcome->rehearsal = RehearseInjection(options.job, &host->record);
+    VXRMachine_SetObserver(OnEvent, host);
+  }
   CloseMachine();
-  const bool withoutController = outcome->code == 0 && host->record.noController;
-  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode
-                                         : withoutController               ? kNoDriverCode
-                                                                           : outcome->code);
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  if (outcome->exitStatus == 0 && host->record.noController) outcome->exitStatus = kNoDriverCode;
+  if (outcome->exitStatus == 0 && WouldFail(outcome->rehearsal)) outcome->exitStatus = kRehearsalCode;
   return true;
 }
 

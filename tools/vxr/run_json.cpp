@@ -39,12 +39,13 @@ Json Devices(const RunRecord &record) {
   return list;
 }
 
-Json Files(const RunRecord &record) {
+Json Files(const RunRecord &record, bool rehearsed) {
   Json list = Json::array();
   for (const CopyRecord &copy : record.copies) {
-    const char *state = copy.copied ? "copied" : copy.reason.empty() ? "would_copy" : "not_copied";
+    const char *failed = rehearsed ? "would_not_copy" : "not_copied";
+    const char *state = copy.copied ? "copied" : copy.reason.empty() ? "would_copy" : failed;
     Json file = {{"state", state}, {"target", copy.target}, {"source", TextOrNull(copy.source)}};
-    if (copy.copied) file["size"] = copy.size;
+    if (copy.copied || (rehearsed && copy.reason.empty())) file["size"] = copy.size;
     if (!copy.reason.empty()) {
       file["reason"] = copy.reason;
       file["old_target_kept"] = copy.keptOld;
@@ -54,32 +55,53 @@ Json Files(const RunRecord &record) {
   return list;
 }
 
-Json Values(const RunRecord &record) {
-  Json list = Json::array();
-  for (const ValueRecord &value : record.values) {
-    list.push_back({{"system", InRestoredHive(value) ? "restored" : "running"},
-                    {"key", value.key},
-                    {"name", value.name},
-                    {"type", ValueTypeName(value.type)},
-                    {"size", value.size},
-                    {"data", value.data}});
+void AddValues(const char *state, const std::vector<ValueRecord> &values, Json *list) {
+  for (const ValueRecord &value : values) {
+    list->push_back({{"state", state},
+                     {"system", InRestoredHive(value) ? "restored" : "running"},
+                     {"key", value.key},
+                     {"name", value.name},
+                     {"type", ValueTypeName(value.type)},
+                     {"size", value.size},
+                     {"data", value.data}});
   }
+}
+
+Json Values(const RunOutcome &outcome, const RunRecord &record) {
+  Json list = Json::array();
+  AddValues("written", record.values, &list);
+  AddValues("would_write", RestoredValues(outcome.rehearsal.record), &list);
   return list;
 }
 
-Json Hives(const RunRecord &record) {
-  Json list = Json::array();
+void AddHives(const char *const (&states)[5], const RunRecord &record, Json *list) {
   for (const HiveRecord &hive : record.hives) {
-    static const char *const kStates[] = {"mounted", "saved", "not_saved", "refused", "unflushed"};
-    Json entry = {{"state", kStates[static_cast<int>(hive.outcome)]},
+    Json entry = {{"state", states[static_cast<int>(hive.outcome)]},
                   {"file", hive.file},
                   {"mount_point", TextOrNull(hive.mountPoint)}};
     if (hive.size != 0) entry["size"] = hive.size;
     entry["replay"] = TextOrNull(hive.replay);
     if (!hive.reason.empty()) entry["reason"] = hive.reason;
-    list.push_back(std::move(entry));
+    list->push_back(std::move(entry));
   }
+}
+
+Json Hives(const RunOutcome &outcome, const RunRecord &record) {
+  static const char *const kDone[] = {"mounted", "saved", "not_saved", "refused", "unflushed"};
+  static const char *const kWould[] = {"would_mount", "would_save", "would_not_save", "would_refuse", "would_not_save"};
+  Json list = Json::array();
+  AddHives(kDone, record, &list);
+  AddHives(kWould, outcome.rehearsal.record, &list);
   return list;
+}
+
+Json RehearsalOf(const Rehearsal &rehearsal) {
+  if (!rehearsal.done) return Json();
+  Json problems = Json::array();
+  for (const RehearsalProblem &problem : rehearsal.problems) {
+    problems.push_back({{"file", TextOrNull(problem.file)}, {"problem", problem.text}, {"advice", problem.advice}});
+  }
+  return {{"result", rehearsal.code}, {"problems", problems}};
 }
 
 Json RefusedPaths(const RunRecord &record) {
@@ -93,7 +115,7 @@ Json RefusedPaths(const RunRecord &record) {
 }  // namespace
 
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
-  const ResultCode &entry = FindResultCode(outcome.code);
+  const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const Json document = {{"machine", kDescribedMachines ? Json(options.machine) : Json()},
                          {"job", options.job},
                          {"mode", options.verify ? "verification" : "injection"},
@@ -103,9 +125,10 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
-                         {"files", Files(record)},
-                         {"values", Values(record)},
-                         {"hives", Hives(record)},
+                         {"files", Files(record, outcome.rehearsal.done)},
+                         {"values", Values(outcome, record)},
+                         {"hives", Hives(outcome, record)},
+                         {"rehearsal", RehearsalOf(outcome.rehearsal)},
                          {"refused_paths", RefusedPaths(record)},
                          {"contradictions", record.contradictions},
                          {"problems", record.problems},

@@ -1,6 +1,7 @@
 #include "tools/vxr/run_record.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "tools/vxr/machine_session.h"
@@ -128,8 +129,9 @@ void AddDebugText(RunRecord *record, const char *raw) {
   std::string text = MachineText(raw);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   if (text.compare(0, 6, "ERROR:") == 0) {
-    // A job without HardwareID is the usual one.
-    const bool usual = text.find("\\HardwareID) failed") != std::string::npos;
+    // A job without HardwareID is the usual one, and so is a key that is made.
+    const bool usual = text.find("\\HardwareID) failed") != std::string::npos ||
+                       text.find(") failed!create it...") != std::string::npos;
     if (record->firstError.empty() && !usual) record->firstError = text;
     if (text.compare(0, kUnloadError.size(), kUnloadError) == 0) DropMounted(record);
     if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
@@ -340,4 +342,10 @@ bool HasProblems(const RunRecord &record) {
 
 bool InRestoredHive(const ValueRecord &value) {
   return value.key.compare(0, kRestoredMount.size(), kRestoredMount) == 0;
+}
+
+std::vector<ValueRecord> RestoredValues(const RunRecord &record) {
+  std::vector<ValueRecord> values;
+  std::copy_if(record.values.begin(), record.values.end(), std::back_inserter(values), InRestoredHive);
+  return values;
 }

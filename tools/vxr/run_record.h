@@ -105,3 +105,4 @@ const HiveRecord *UnsavedRestoredHive(const RunRecord &record);
 bool HasProblems(const RunRecord &record);
 // Whether a value's key belongs to the restored system's mounted hive, not to the running system.
 bool InRestoredHive(const ValueRecord &value);
+std::vector<ValueRecord> RestoredValues(const RunRecord &record);

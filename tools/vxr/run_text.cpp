@@ -32,23 +32,22 @@ void PrintDevices(const RunRecord &record) {
   }
 }
 
-void PrintCopies(const RunOptions &options, const RunRecord &record) {
+void PrintCopies(const RunOptions &options, const RunRecord &record, bool rehearsed) {
   bool titled = false;
   for (const CopyRecord &copy : record.copies) {
     if (!copy.reason.empty()) continue;
     if (!titled) Title(options.verify ? "Files that would be copied" : "Files copied");
     titled = true;
-    PrintLine("  " + copy.target + (copy.copied ? "  " + Bytes(copy.size) : ""));
+    const bool known = copy.copied || rehearsed;
+    PrintLine("  " + copy.target + (known ? "  " + Bytes(copy.size) : ""));
     PrintLine("      from " + copy.source);
   }
 }
 
-void PrintValues(const RunRecord &record) {
-  const HiveRecord *unsaved = UnsavedRestoredHive(record);
-  const bool lost = unsaved != nullptr && unsaved->outcome == HiveOutcome::kNotSaved;
+void PrintValueList(const char *title, const std::vector<ValueRecord> &values) {
   const std::string *key = nullptr;
-  for (const ValueRecord &value : record.values) {
-    if (key == nullptr) Title(lost ? "Registry values set but not saved" : "Registry values written");
+  for (const ValueRecord &value : values) {
+    if (key == nullptr) Title(title);
     if (key == nullptr || *key != value.key) {
       PrintLine("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
     }
@@ -57,14 +56,22 @@ void PrintValues(const RunRecord &record) {
   }
 }
 
-void PrintHives(const RunRecord &record) {
+void PrintValues(const RunRecord &record) {
+  const HiveRecord *unsaved = UnsavedRestoredHive(record);
+  const bool lost = unsaved != nullptr && unsaved->outcome == HiveOutcome::kNotSaved;
+  PrintValueList(lost ? "Registry values set but not saved" : "Registry values written", record.values);
+}
+
+void PrintHives(const RunRecord &record, const char *title, const char *would) {
   bool titled = false;
   for (const HiveRecord &hive : record.hives) {
     const bool saved = hive.outcome == HiveOutcome::kSaved, unflushed = hive.outcome == HiveOutcome::kUnflushed;
     if (!saved && !unflushed && hive.replay.empty()) continue;
-    if (!titled) Title("Hives");
+    if (!titled) Title(title);
     titled = true;
-    const std::string outcome = saved ? "saved, " + Bytes(hive.size) : unflushed ? "replaced, see below" : "as it was";
+    const std::string outcome = saved       ? would + ("saved, " + Bytes(hive.size))
+                                : unflushed ? "replaced, see below"
+                                            : "as it was";
     PrintLine("  " + hive.file + "  " + outcome);
     if (!hive.replay.empty()) PrintLine("      was not closed cleanly: " + hive.replay);
   }
@@ -137,8 +144,17 @@ void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
   }
 }
 
-void PrintProblems(const RunRecord &record) {
-  if (!HasProblems(record)) return;
+void PrintRehearsalProblem(const RehearsalProblem &problem) {
+  Problem(problem.file + (problem.file.empty() ? "" : ": ") + problem.text);
+  PrintLine("      " + problem.advice);
+}
+
+bool HasProblems(const RunOutcome &outcome, const RunRecord &record) {
+  return HasProblems(record) || WouldFail(outcome.rehearsal);
+}
+
+void PrintProblems(const RunOutcome &outcome, const RunRecord &record) {
+  if (!HasProblems(outcome, record)) return;
   Title("Problems");
   if (!record.scanProblem.empty()) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
@@ -148,21 +164,21 @@ void PrintProblems(const RunRecord &record) {
   for (const std::string &contradiction : record.contradictions) Problem(contradiction + ".");
   PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
-    if (!copy.reason.empty()) PrintCopyProblem(copy);
+    if (!copy.reason.empty() && !outcome.rehearsal.done) PrintCopyProblem(copy);
   }
   for (const HiveRecord &hive : record.hives) {
     if (!hive.reason.empty()) PrintHiveProblem(hive);
   }
+  for (const RehearsalProblem &problem : outcome.rehearsal.problems) PrintRehearsalProblem(problem);
   for (const RefusedPath &refused : record.refusedPaths) Problem(refused.path + ": " + refused.reason);
 }
 
 void PrintResult(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
-  const ResultCode &entry = FindResultCode(outcome.code);
+  const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
   const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
   std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
-  if (outcome.code == 0 && record.noController) meaning = "a controller above the boot disk is missing";
   if (unsaved != nullptr) {
     const bool unchanged = unsaved->outcome == HiveOutcome::kNotSaved;
     meaning = std::string("the restored system's registry was ") +
@@ -170,7 +186,7 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
               "; the run's own code is " + std::to_string(outcome.code);
   }
   PrintLine("  " + std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")",
-            outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood);
+            outcome.exitStatus != 0 || HasProblems(outcome, record) ? Style::kBad : Style::kGood);
   PrintAdvice(outcome, record);
   if (!record.logFile.empty()) {
     PrintLine("  Log: " + record.logFile);
@@ -188,10 +204,12 @@ void PrintStatusLine(const StatusLine &line) {
 
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   PrintDevices(record);
-  PrintCopies(options, record);
+  PrintCopies(options, record, outcome.rehearsal.done);
   PrintValues(record);
-  PrintHives(record);
+  PrintValueList("Registry values that would be written", RestoredValues(outcome.rehearsal.record));
+  PrintHives(record, "Hives", "");
+  PrintHives(outcome.rehearsal.record, "Hives in an injection", "would be ");
   PrintCandidates(record);
-  PrintProblems(record);
+  PrintProblems(outcome, record);
   PrintResult(options, outcome, record);
 }

@@ -2,12 +2,19 @@
 #pragma once
 
 #include "tools/vxr/commands.h"
+#include "tools/vxr/rehearsal.h"
 #include "tools/vxr/run_record.h"
 
 struct RunOutcome {
-  std::uint32_t code;  // the library's result
-  int exitStatus;      // the program's
+  std::uint32_t code;   // the library's result
+  int exitStatus;       // the program's
+  Rehearsal rehearsal;  // of a verification
 };
+
+// The code whose meaning the program's result has.
+inline std::uint32_t MeaningCode(const RunOutcome &outcome) {
+  return outcome.code == 0 ? static_cast<std::uint32_t>(outcome.exitStatus) : outcome.code;
+}
 
 void PrintStatusLine(const StatusLine &line);
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);

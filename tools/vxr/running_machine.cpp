@@ -146,6 +146,8 @@ void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
   observerContext = context;
 }
 
+int32_t VXRMachine_Rehearse(int32_t) { return FALSE; }
+
 uint32_t VXRMachine_CodePage(void) { return GetACP(); }
 
 int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize) {
