@@ -50,7 +50,8 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   }
 #endif
   CloseMachine();
-  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  const bool lost = outcome->code == 0 && LostRestoredValues(host->record) != 0;
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) || lost ? kHiveCode : outcome->code);
   return true;
 }
 

@@ -31,12 +31,14 @@ Json Devices(const RunRecord &record) {
   return list;
 }
 
-Json Files(const RunRecord &record) {
+Json Files(const RunOptions &options, const RunRecord &record) {
+  const char *const notCopied = options.verify ? "would_copy" : "found";
   Json list = Json::array();
   for (const CopyRecord &copy : record.copies) {
-    const char *state = copy.copied ? "copied" : copy.reason.empty() ? "would_copy" : "not_copied";
+    const char *state = copy.copied ? "copied" : copy.reason.empty() ? notCopied : "not_copied";
     Json file = {{"state", state}, {"target", copy.target}, {"source", TextOrNull(copy.source)}};
     if (copy.copied) file["size"] = copy.size;
+    if (copy.reason.empty()) file["left_over"] = copy.use == CopyUse::kLeftOver;
     if (!copy.reason.empty()) {
       file["reason"] = copy.reason;
       file["old_target_kept"] = copy.keptOld;
@@ -55,6 +57,19 @@ Json Values(const RunRecord &record) {
                     {"type", ValueTypeName(value.type)},
                     {"size", value.size},
                     {"data", value.data}});
+  }
+  return list;
+}
+
+Json FailedValues(const RunRecord &record) {
+  Json list = Json::array();
+  for (const FailedValue &value : record.failedValues) {
+    list.push_back({{"system", InRestoredHive(value) ? "restored" : "running"},
+                    {"key", value.key},
+                    {"name", value.wholeKey ? Json() : Json(value.name)},
+                    {"type", value.wholeKey ? Json() : Json(ValueTypeName(value.type))},
+                    {"error", value.error},
+                    {"reason", value.reason}});
   }
   return list;
 }
@@ -95,11 +110,13 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
-                         {"files", Files(record)},
+                         {"files", Files(options, record)},
                          {"values", Values(record)},
+                         {"values_not_written", FailedValues(record)},
                          {"hives", Hives(record)},
                          {"refused_paths", RefusedPaths(record)},
                          {"contradictions", record.contradictions},
+                         {"named_id_problem", TextOrNull(record.namedIdProblem)},
                          {"boot_disk_problem", TextOrNull(record.scanProblem)},
                          {"log_file", TextOrNull(record.logFile)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

@@ -4,12 +4,14 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/machine/code_page.h"
+#include "tools/vxr/host_file.h"
 #include "vxrcore/machine.h"
 
 // clang-format off
@@ -151,4 +153,17 @@ uint32_t VXRMachine_CodePage(void) { return GetACP(); }
 int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize) {
   const int length = std::snprintf(hostPath, hostPathSize, "%s", machine::AnsiToUtf8(path, GetACP()).c_str());
   return length >= 0 && static_cast<uint32_t>(length) < hostPathSize;
+}
+
+int32_t VXRMachine_SameFile(const char *path, const char *other) {
+  const std::filesystem::path a = HostFile(machine::AnsiToUtf8(path, GetACP()));
+  const std::filesystem::path b = HostFile(machine::AnsiToUtf8(other, GetACP()));
+  std::error_code unknown;
+  if (std::filesystem::equivalent(a, b, unknown)) return TRUE;
+  return _stricmp(path, other) == 0;
+}
+
+int32_t VXRMachine_OwnFile(const char *, char *what, uint32_t whatSize) {
+  if (whatSize != 0) what[0] = '\0';
+  return FALSE;
 }
