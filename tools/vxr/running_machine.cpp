@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "platform/machine/code_page.h"
-#include "tools/vxr/host_file.h"
 #include "vxrcore/machine.h"
 
 // clang-format off
@@ -156,11 +155,12 @@ int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathS
 }
 
 int32_t VXRMachine_SameFile(const char *path, const char *other) {
-  const std::filesystem::path a = HostFile(machine::AnsiToUtf8(path, GetACP()));
-  const std::filesystem::path b = HostFile(machine::AnsiToUtf8(other, GetACP()));
+  const auto file = [](const char *name) {
+    const std::string text = machine::AnsiToUtf8(name, GetACP());
+    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+  };
   std::error_code unknown;
-  if (std::filesystem::equivalent(a, b, unknown)) return TRUE;
-  return _stricmp(path, other) == 0;
+  return _stricmp(path, other) == 0 || std::filesystem::equivalent(file(path), file(other), unknown);
 }
 
 int32_t VXRMachine_OwnFile(const char *, char *what, uint32_t whatSize) {
