@@ -53,6 +53,7 @@ else()
     platform/machine/description_values.cpp platform/machine/setup_class.cpp platform/machine/facts.cpp
     platform/machine/settings_file.cpp platform/machine/settings_text.cpp platform/machine/replace_file.cpp
     platform/machine/windows.cpp platform/machine/prompts.cpp platform/machine/paths.cpp
+    platform/machine/own_files.cpp
     platform/machine/path_syntax.cpp platform/machine/handles.cpp
     platform/machine/attributes.cpp platform/machine/wildcard.cpp platform/machine/command_line.cpp
     platform/machine/files.cpp platform/machine/file_io.cpp platform/machine/stream.cpp platform/machine/mapping.cpp

@@ -61,9 +61,9 @@ BOOL Prepare(DWORD job, DWORD inject, void *header, const char *caller) {
                    "Failed to load the original registry hive file failed!\n", caller);
 }
 
-HeapText ReadJobValue(const char *value, DWORD *size) {
+HeapText ReadJobValue(const char *value, DWORD *size, LSTATUS *status = nullptr) {
   DWORD type = 0;
-  return VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, gpVXRParaBlock->szJobKey, value, &type, size);
+  return VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, gpVXRParaBlock->szJobKey, value, &type, size, status);
 }
 
 // Looks for the driver of one id in the one INF file that the job names. Copies and writes nothing in either mode: the
@@ -97,10 +97,17 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
 
 void DriverWork(const char *caller) {
   DWORD size = 0;
+  LSTATUS status = ERROR_SUCCESS;
   // Kept until the check is over: its driver record borrows the id.
-  const HeapText hardwareId = ReadJobValue("HardwareID", &size);
+  const HeapText hardwareId = ReadJobValue("HardwareID", &size, &status);
   if (hardwareId != nullptr && size > 0) {
     if (!CheckNamedId(hardwareId.get(), caller)) dwError = kNamedIdFailed;
+    return;
+  }
+  // A job that may name an id is not taken for one that names none: it would copy and write where only a check was
+  // asked for.
+  if (hardwareId == nullptr && status != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
+    dwError = kNamedIdFailed;
     return;
   }
   VXRDbg_Log(kCheck, "CHECK:%s:building vxr devices...\n", caller);

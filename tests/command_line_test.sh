@@ -220,6 +220,13 @@ done <<<"$reasons"
 cp "$work/fits.inf" "$work/machine/ram/drivers/later.inf"
 expect "driver of a later file" 11 '^      from X:.drivers.later.inf$' run --machine "$machine" --job 7
 
+# --- A key beside the new service's that cannot be read: the library's own result is 0
+fresh scsi-6.1-x64
+LC_ALL=C sed -i 's/\x03\x00\x00\x00pci/\xFF\xFF\x00\x00pci/' "$hive"
+before=$(sha256sum "$hive")
+expect "hive damaged" 4 'Services.nbstor: the key was not created: the hive is damaged' run --machine "$machine" --job 7
+grep -q 'not saved: it is damaged' "$work/out" && [[ $(sha256sum "$hive") == "$before" ]] || fail "damaged hive saved"
+
 # --- Jobs that the restored system contradicts: what is said of it, how it is told; the result stays
 reg() { printf '[\\%s]\n\n' "${@:3}" | sed "\$s/^\$/$2/" >lines.reg && hivexregedit --merge "$1" lines.reg; }
 while IFS='|' read -r pattern spoil; do
@@ -277,7 +284,7 @@ no room for a driver||NBSTOR.SYS: .*there is no room: it needs 109951|truncate -
 no room for both||NB[A-Z]*.SYS: .*there is no room|truncate -s "$(($(stat -f -c '%f*%S/10*6' .)))" ram/drivers/nb{stor,help}.sys
 no room for the hive|free room:6|could not save it: there is no room: it needs 36864|true
 a directory in the way||NBSTOR.SYS: .*the target is no file|mkdir restored/Windows/System32/drivers/NBSTOR.SYS
-a value refused|RegSetValueExA:1:on|An injection would fail: .*RegSetValueEx|true
+a value refused|RegSetValueExA:1:on|nbstor: an injection could not write Start: access is denied|true
 CASES
 fresh scsi-6.1-x64
 expect "verification" 0 'SYSTEM_ORG.ControlSet001.Services.nbstor' run --machine "$machine" --job 7 --verify
@@ -308,7 +315,13 @@ map file binary|0|None has its name|@/x.bme --map @/bytes.ini|head -c 9999 /dev/
 no such directory|9|none/x.bme: .*no such directory|@/none/x.bme --includes C:\backup\includes.ini
 a directory of that name|9|/c: .*it is read-only, a directory|@/c --includes C:\backup\includes.ini
 no file name|9|no file name|C:\a:b.bme
-the machine file itself|2|would replace .*machine.toml|@/machine.toml
+the machine file itself|2|would replace the machine file|@/machine.toml
+another spelling of the includes file|2|would replace C:.backup.X.BME|C:\backup\x.bme --includes C:\backup\X.BME
+a link to the machine file|2|would replace the machine file|@/l.bme|ln machine.toml l.bme
+a link to a file to come|2|would replace .*/l.ini|@/y.bme --includes @/l.ini|ln -s y.bme l.ini
+includes file the machine file|2|is the machine file|@/x.bme --includes @/machine.toml
+includes file an extension file|2|is an extension file|@/x.bme --includes @/old.bme|"$make_extension" old.bme
+a live hive|2|would replace the hive of SYSTEM|C:\windows\SYSTEM32\config\System
 read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
 a letter that the code page lacks|2|C:.backup.日.bme: .* code page 1252 lacks; use another name|C:\backup\日.bme
 system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml

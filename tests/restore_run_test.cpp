@@ -3,8 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
+#include "platform/machine/fault.h"
 #include "tests/support/restore_job.h"
 
 namespace {
@@ -230,6 +232,52 @@ TEST_F(RestoreJobTest, NamedIdOfAnUnsupportedSystemFailsWithoutALineOfTheRun) {
   EXPECT_EQ(Run(true), 58u);
   EXPECT_THAT(Lines("ERROR:VXRExt_GetTargetOS:"), testing::SizeIs(1));
   EXPECT_THAT(Lines("ERROR:VXREng_RunVXR:"), testing::IsEmpty());
+}
+
+TEST_F(RestoreJobTest, NamedIdThatCannotBeReadIsNotTakenForNone) {
+  int unread = 0;
+  const std::string before = RestoredTree();
+  for (unsigned call = 1, faults = 1; faults != 0; ++call) {
+    OpenJob([](std::string *toml) {
+      *toml = Replaced(*toml, "InfDir = 'X:\\drivers'",
+                       "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'PCI\\VEN_1000&DEV_0030'");
+    });
+    machine::SetFaultPlan({"RegQueryValueExA", call, false, ERROR_ACCESS_DENIED});
+    const uint32_t result = Run(true);
+    faults = machine::FaultsMet();
+    machine::SetFaultPlan({});
+    EXPECT_EQ(RestoredTree(), before) << "read " << call;
+    if (log.find("Relmar\\1\\HardwareID) failed") != std::string::npos) {
+      ++unread;
+      EXPECT_EQ(result, 58u) << "read " << call;
+      EXPECT_THAT(log, HasSubstr("unloaded original hive")) << "read " << call;
+    }
+    Close();
+    ClearLog();
+  }
+  EXPECT_EQ(unread, 2) << "its size and its data";
+}
+
+// The name of a key beside the new service's cannot be read: whether the service is there cannot be known.
+TEST_F(RestoreJobTest, DamagedHiveIsNotSavedAndEachLostKeyIsTold) {
+  EditHive(folder, [](std::string *bytes) {
+    const std::size_t at = bytes->find("disk", bytes->find("Services"));
+    ASSERT_NE(at, std::string::npos);
+    (*bytes)[at - 4] = (*bytes)[at - 3] = '\xFF';  // its name's length
+  });
+  const std::string hive = ReadFile(kHivePath);
+  OpenJob();
+  Run(true);
+  EXPECT_EQ(ReadFile(kHivePath), hive);
+  const auto hasKind = [&](uint32_t kind, const char *detail, const char *text) {
+    return std::any_of(events.begin(), events.end(), [&](const MachineEvent &event) {
+      return event.kind == kind && event.detail.find(detail) != std::string::npos &&
+             event.text.find(text) != std::string::npos;
+    });
+  };
+  EXPECT_TRUE(hasKind(VXRMACHINE_VALUE_NOT_WRITTEN, "", "the hive is damaged"));
+  EXPECT_TRUE(hasKind(VXRMACHINE_HIVE_NOT_SAVED, "restore the hive file again", ""));
+  EXPECT_FALSE(hasKind(VXRMACHINE_HIVE_SAVED, "", ""));
 }
 
 TEST_F(RestoreJobTest, RunWithoutWindowGivesTheSameCode) {

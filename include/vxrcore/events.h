@@ -20,6 +20,9 @@ enum {
   VXRMACHINE_PATH_REFUSED = 10,   /* subject: Windows path, detail: why it is not followed */
   VXRMACHINE_HIVE_REPLAYED = 11,  /* subject: hive file, detail: such as "replayed 14 entries from two logs" */
 
+  VXRMACHINE_VALUE_NOT_WRITTEN = 12, /* subject: key, detail: value name, null for a key that could not be created,
+                                        text: reason, type, size: the system's error code; of the running system too */
+
   /* The search for drivers. What follows a device is about it, what follows a tried INF file is about that. */
   VXRMACHINE_DEVICE_CHECKED = 13,     /* subject: instance id, or the one hardware id that the job names */
   VXRMACHINE_DEVICE_ID = 14,          /* subject: one of its hardware ids, then of its compatible ids */

@@ -45,6 +45,14 @@ VXR_API uint32_t VXRMachine_CodePage(void);
  * drive or directory does not exist, when it leads out of its drive, or when it does not fit `hostPathSize` bytes. */
 VXR_API int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize);
 
+/* Whether two paths of the open machine lead to one file, by links or otherwise, or would once either is made. False
+ * too when one of them leads nowhere. */
+VXR_API int32_t VXRMachine_SameFile(const char *path, const char *other);
+
+/* Whether a path of the open machine leads to a file that makes up the machine; `what` (of `whatSize` bytes, cut to
+ * fit) then gets "the machine file", "the hive of KEY" or "the image of disk N", else an empty text. */
+VXR_API int32_t VXRMachine_OwnFile(const char *path, char *what, uint32_t whatSize);
+
 /* Data of a registry value of the open machine, its key below HKEY_LOCAL_MACHINE, as a program of the ANSI code page
  * reads it. `*size`: bytes of `data` before, of the value after; without `data` it only tells. False when there is no
  * such value, or when it does not fit. */

@@ -90,21 +90,27 @@ bool HasName(hive_h *handle, hive_node_h node, const char *name, const std::u16s
   return hivex_node_name_len(handle, node) == std::strlen(name);
 }
 
+LSTATUS Damaged(Hive *hive) {
+  hive->damaged = true;
+  return ERROR_BADDB;
+}
+
 // A key that cannot be seen because the hive is damaged is not one that is absent: a second of its name must not be
 // made.
-LSTATUS FindChild(hive_h *handle, hive_node_h parent, const std::u16string &folded, hive_node_h *node) {
+LSTATUS FindChild(Hive *hive, hive_node_h parent, const std::u16string &folded, hive_node_h *node) {
+  hive_h *handle = hive->handle.get();
   const Malloced<hive_node_h> children(hivex_node_children(handle, parent));
-  if (children == nullptr) return ERROR_BADDB;
-  LSTATUS absent = ERROR_FILE_NOT_FOUND;
+  if (children == nullptr) return Damaged(hive);
+  bool unseen = false;
   for (const hive_node_h *child = children.get(); *child != 0; ++child) {
     const Malloced<char> name(hivex_node_name(handle, *child));
     // Half a surrogate pair is a name that Windows takes and no text of ours names.
-    if (name == nullptr && errno != EILSEQ) absent = ERROR_BADDB;
+    if (name == nullptr && errno != EILSEQ) unseen = true;
     if (name == nullptr || !HasName(handle, *child, name.get(), folded)) continue;
     *node = *child;
     return ERROR_SUCCESS;
   }
-  return absent;
+  return unseen ? Damaged(hive) : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
 }
 
 // The key's node in the file. The hive has been read.
@@ -119,7 +125,7 @@ LSTATUS FindNode(Hive *hive, const FoldedPath &path, hive_node_h *node) {
     *node = hivex_root(hive->handle.get());
   } else {
     status = FindNode(hive, {path.begin(), path.end() - 1}, &parent);
-    if (status == ERROR_SUCCESS) status = FindChild(hive->handle.get(), parent, path.back(), node);
+    if (status == ERROR_SUCCESS) status = FindChild(hive, parent, path.back(), node);
   }
   if (status == ERROR_SUCCESS) hive->nodes.emplace(path, *node);
   return status;
@@ -147,10 +153,10 @@ bool ReadData(hive_h *handle, hive_value_h cell, StoredValue *value) {
 LSTATUS ReadAllValues(Hive *hive, hive_node_h node, std::vector<StoredValue> *values) {
   hive_h *handle = hive->handle.get();
   const Malloced<hive_value_h> cells(hivex_node_values(handle, node));
-  if (cells == nullptr) return ERROR_BADDB;
+  if (cells == nullptr) return Damaged(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
     StoredValue value;
-    if (!ReadData(handle, *cell, &value)) return ERROR_BADDB;
+    if (!ReadData(handle, *cell, &value)) return Damaged(hive);
     if (!ReadName(handle, *cell, &value.name)) return ERROR_NOT_SUPPORTED;
     values->push_back(std::move(value));
   }
@@ -218,7 +224,7 @@ bool MakeHiveWritable(Hive *hive) { return !hive->copy || OpenContent(hive, HIVE
 
 LSTATUS FindHiveKey(Hive *hive, const KeyPath &key) {
   if (hive->changes.count(key.folded) != 0) return ERROR_SUCCESS;
-  if (!ReadHive(hive)) return ERROR_BADDB;
+  if (!ReadHive(hive)) return Damaged(hive);
   hive_node_h node = 0;
   return FindNode(hive, key.folded, &node);
 }
@@ -231,14 +237,14 @@ LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &fold
     *value = *found;
     return ERROR_SUCCESS;
   }
-  if (!ReadHive(hive)) return ERROR_BADDB;
+  if (!ReadHive(hive)) return Damaged(hive);
   hive_node_h node = 0;
   if (const LSTATUS found = FindNode(hive, key.folded, &node); found != ERROR_SUCCESS) return found;
   const Malloced<hive_value_h> cells(hivex_node_values(hive->handle.get(), node));
-  if (cells == nullptr) return ERROR_BADDB;
+  if (cells == nullptr) return Damaged(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
     if (!ReadName(hive->handle.get(), *cell, &value->name) || FoldName(value->name) != foldedName) continue;
-    return ReadData(hive->handle.get(), *cell, value) ? ERROR_SUCCESS : static_cast<LSTATUS>(ERROR_BADDB);
+    return ReadData(hive->handle.get(), *cell, value) ? ERROR_SUCCESS : Damaged(hive);
   }
   return ERROR_FILE_NOT_FOUND;
 }

@@ -68,10 +68,18 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
   return hive;
 }
 
+// What was set in a damaged hive is not all that was to be set: a restored system is better left as it was than with
+// half a driver. The running system goes on with what it has.
+bool Save(MountedHive *mounted, std::uint64_t *size, std::string *reason) {
+  if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size, reason);
+  *reason = "it is damaged (error 1009) where it was read or changed; restore the hive file again, then run again";
+  return false;
+}
+
 bool SaveMounted(MountedHive *mounted) {
   std::uint64_t size = 0;
   std::string reason;
-  if (!SaveHive(mounted->hive.get(), &size, &reason)) {
+  if (!Save(mounted, &size, &reason)) {
     Tell(mounted->subject + " is not saved: " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;

@@ -23,8 +23,8 @@ struct RunOptions {
 };
 
 // The restore run on a described machine: status lines as they come, then what happened. The run's result code; 4 when
-// the restored hive could not be saved; 1 when the verification succeeds and an injection would not; 2 when the machine
-// cannot be opened.
+// the restored hive could not be saved, or the run succeeded without one of its values; 1 when the verification
+// succeeds and an injection would not; 2 when the machine cannot be opened.
 int RunCommand(const RunOptions &options);
 
 struct InfOptions {

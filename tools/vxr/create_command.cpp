@@ -1,14 +1,14 @@
-#include <array>
-
 #include "tools/vxr/commands.h"
+#include "tools/vxr/create_arguments.h"
 #include "tools/vxr/create_record.h"
 #include "tools/vxr/extension_file.h"
-#include "tools/vxr/host_file.h"
 #include "tools/vxr/machine_session.h"
 #include "tools/vxr/output.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {
+
+constexpr int kExitFailed = 9;  // as the library's result
 
 struct Outcome {
   std::uint32_t code = 0;
@@ -23,24 +23,6 @@ void OnEvent(void *context, const VXRMachine_Event *event) {
 }
 
 const char *OrNull(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
-
-// Empty when the argument is, or when it leads nowhere.
-std::string HostPath(const std::string &argument) {
-  std::array<char, 4096> place{};
-  if (!argument.empty()) VXRMachine_HostPath(MachinePath(argument).c_str(), place.data(), place.size());
-  return place.data();
-}
-
-// The argument whose file the extension file would replace; empty when there is none.
-std::string Replaced(const CreateOptions &options, const std::string &hostPath) {
-  for (const std::string &argument : {options.machine, options.includes, options.map}) {
-    const std::string path = HostPath(argument);
-    std::error_code unknown;
-    if (!path.empty() && (path == hostPath || std::filesystem::equivalent(HostFile(path), HostFile(hostPath), unknown)))
-      return argument;
-  }
-  return "";
-}
 
 void RecordOpenMachine(const CreateOptions &options, Outcome *outcome) {
   const std::string file = MachinePath(options.extension);
@@ -61,14 +43,14 @@ bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
     return false;
   }
   outcome->hostPath = HostPath(options.extension);
-  const std::string replaced = Replaced(options, outcome->hostPath);
-  if (replaced.empty()) {
+  const std::string refusal = RefuseArguments(options);
+  if (refusal.empty()) {
     RecordOpenMachine(options, outcome);
   } else {
-    PrintError(options.extension + ": would replace " + replaced + "; name another file to write");
+    PrintError(refusal);
   }
   CloseMachine();
-  return replaced.empty();
+  return refusal.empty();
 }
 
 // --- The summary ----------------------------------------------------------------------------------------------------
@@ -102,14 +84,8 @@ void PrintShortfalls(const char *title, const std::vector<CreateRecord::Shortfal
   }
 }
 
-void PrintSummary(const CreateOptions &options, const Outcome &outcome) {
+void PrintSummary(const CreateOptions &options, const Outcome &outcome, const VXR_EXTIMAGE &image) {
   const CreateRecord &record = outcome.record;
-  VXR_EXTIMAGE image;
-  std::string problem;
-  if (!ReadExtensionFile(outcome.hostPath, &image, &problem)) {
-    PrintLine(options.extension + ": written, but it cannot be read back: " + problem, Style::kBad);
-    return;
-  }
   const bool hot = VxrGet32(image.Header.Magic) == VXR_EXT_MAGIC_HOT;
   PrintLine(options.extension + ": " + Bytes(sizeof image) +
                 (hot ? ", hot: the running system is on a fixed disk"
@@ -138,7 +114,13 @@ int CreateCommand(const CreateOptions &options) {
     PrintError(ExplainFailure(outcome.record, options.extension, options.includes));
     return static_cast<int>(outcome.code);
   }
-  PrintSummary(options, outcome);
+  VXR_EXTIMAGE image;
+  std::string problem;
+  if (!ReadExtensionFile(outcome.hostPath, &image, &problem)) {
+    PrintError(options.extension + ": written, but it cannot be read back: " + problem);
+    return kExitFailed;
+  }
+  PrintSummary(options, outcome, image);
   FinishOutput();
   return 0;
 }

@@ -49,7 +49,8 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
       "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n" +
-      kRehearsalStatus + "4 also when the restored hive could not be saved; " + kUsageStatus);
+      kRehearsalStatus + "4 also when the restored hive could not be saved, or one of its values not be written; " +
+      kUsageStatus);
   return run;
 }
 
@@ -76,7 +77,8 @@ CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
   create->add_option("--map", options->map, "Map file that gives each volume's name in the backup")->type_name("FILE");
   create->footer(
       std::string(kDescribedMachines ? "A file name that begins with a drive letter is a path of the machine.\n" : "") +
-      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written;\n" +
+      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written,\n"
+      "or the extension file not be read back;\n" +
       kUsageStatus);
   return create;
 }

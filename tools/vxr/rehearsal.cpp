@@ -95,6 +95,12 @@ void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
   for (const CopyRecord &copy : rehearsal->record.copies) {
     if (!copy.reason.empty()) AddProblem(problems, CopyProblem(copy));
   }
+  for (const FailedValue &value : rehearsal->record.failedValues) {
+    if (!InRestoredHive(value)) continue;
+    const std::string what = value.wholeKey ? "an injection could not create this key: "
+                                            : "an injection could not write " + value.name + ": ";
+    AddProblem(problems, ProblemOf(value.key, what, value.reason, FindResultCode(kHiveCode).advice));
+  }
   for (const StatusLine &line : rehearsal->record.lines) {
     if (IsTold(line, verified, *problems)) continue;
     // The verification found the driver.

@@ -55,7 +55,8 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
     VXRMachine_SetObserver(OnEvent, host);
   }
   CloseMachine();
-  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  const bool lost = outcome->code == 0 && LostRestoredValues(host->record) != 0;
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) || lost ? kHiveCode : outcome->code);
   if (outcome->exitStatus == 0 && host->record.noController) outcome->exitStatus = kNoDriverCode;
   if (outcome->exitStatus == 0 && WouldFail(outcome->rehearsal)) outcome->exitStatus = kRehearsalCode;
   return true;

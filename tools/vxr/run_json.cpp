@@ -39,13 +39,15 @@ Json Devices(const RunRecord &record) {
   return list;
 }
 
-Json Files(const RunRecord &record, bool rehearsed) {
+Json Files(const RunOptions &options, const RunRecord &record, bool rehearsed) {
+  const char *const found = options.verify ? "would_copy" : "found";
+  const char *const failed = rehearsed ? "would_not_copy" : "not_copied";
   Json list = Json::array();
   for (const CopyRecord &copy : record.copies) {
-    const char *failed = rehearsed ? "would_not_copy" : "not_copied";
-    const char *state = copy.copied ? "copied" : copy.reason.empty() ? "would_copy" : failed;
+    const char *state = copy.copied ? "copied" : copy.reason.empty() ? found : failed;
     Json file = {{"state", state}, {"target", copy.target}, {"source", TextOrNull(copy.source)}};
     if (copy.copied || (rehearsed && copy.reason.empty())) file["size"] = copy.size;
+    if (copy.reason.empty()) file["left_over"] = copy.use == CopyUse::kLeftOver;
     if (!copy.reason.empty()) {
       file["reason"] = copy.reason;
       file["old_target_kept"] = copy.keptOld;
@@ -71,6 +73,19 @@ Json Values(const RunOutcome &outcome, const RunRecord &record) {
   Json list = Json::array();
   AddValues("written", record.values, &list);
   AddValues("would_write", RestoredValues(outcome.rehearsal.record), &list);
+  return list;
+}
+
+Json FailedValues(const RunRecord &record) {
+  Json list = Json::array();
+  for (const FailedValue &value : record.failedValues) {
+    list.push_back({{"system", InRestoredHive(value) ? "restored" : "running"},
+                    {"key", value.key},
+                    {"name", value.wholeKey ? Json() : Json(value.name)},
+                    {"type", value.wholeKey ? Json() : Json(ValueTypeName(value.type))},
+                    {"error", value.error},
+                    {"reason", value.reason}});
+  }
   return list;
 }
 
@@ -125,13 +140,15 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
-                         {"files", Files(record, outcome.rehearsal.done)},
+                         {"files", Files(options, record, outcome.rehearsal.done)},
                          {"values", Values(outcome, record)},
+                         {"values_not_written", FailedValues(record)},
                          {"hives", Hives(outcome, record)},
                          {"rehearsal", RehearsalOf(outcome.rehearsal)},
                          {"refused_paths", RefusedPaths(record)},
                          {"contradictions", record.contradictions},
                          {"problems", record.problems},
+                         {"named_id_problem", TextOrNull(record.namedIdProblem)},
                          {"boot_disk_problem", TextOrNull(record.scanProblem)},
                          {"log_file", TextOrNull(record.logFile)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

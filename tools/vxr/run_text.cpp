@@ -32,15 +32,21 @@ void PrintDevices(const RunRecord &record) {
   }
 }
 
-void PrintCopies(const RunOptions &options, const RunRecord &record, bool rehearsed) {
+void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied, bool rehearsed) {
   bool titled = false;
   for (const CopyRecord &copy : record.copies) {
-    if (!copy.reason.empty()) continue;
-    if (!titled) Title(options.verify ? "Files that would be copied" : "Files copied");
+    if (!copy.reason.empty() || copy.copied != copied) continue;
+    if (!titled) {
+      Title(copied ? "Files copied" : options.verify ? "Files that would be copied" : "Files that the check found");
+    }
     titled = true;
-    const bool known = copy.copied || rehearsed;
-    PrintLine("  " + copy.target + (known ? "  " + Bytes(copy.size) : ""));
+    PrintLine("  " + copy.target + (copied || rehearsed ? "  " + Bytes(copy.size) : ""));
     PrintLine("      from " + copy.source);
+    if (copy.use == CopyUse::kLeftOver) {
+      PrintLine(std::string("      ") + (copied ? "left over" : "would be left over") +
+                    ": its driver was given up afterwards, no device uses it",
+                Style::kBad);
+    }
   }
 }
 
@@ -114,6 +120,11 @@ void PrintCopyProblem(const CopyRecord &copy) {
   if (copy.keptOld) PrintLine("      The file that was there before stays; the run counts it as copied.");
 }
 
+void PrintValueProblem(const FailedValue &value) {
+  Problem(value.key + (value.wholeKey ? ": the key was not created: " : "\\" + value.name + ": not written: ") +
+          value.reason + " [error " + std::to_string(value.error) + "]");
+}
+
 void PrintHiveProblem(const HiveRecord &hive) {
   if (hive.outcome == HiveOutcome::kRefused) {
     Problem(hive.file + ": not mounted: " + hive.reason);
@@ -160,12 +171,17 @@ void PrintProblems(const RunOutcome &outcome, const RunRecord &record) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
     PrintLine("      log: " + record.scanProblem);
   }
+  if (!record.namedIdProblem.empty()) {
+    Problem("The job's HardwareID could not be read: no driver was looked for. Check the job's key.");
+    PrintLine("      log: " + record.namedIdProblem);
+  }
   for (const std::string &problem : record.problems) Problem(problem + ".");
   for (const std::string &contradiction : record.contradictions) Problem(contradiction + ".");
   PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
     if (!copy.reason.empty() && !outcome.rehearsal.done) PrintCopyProblem(copy);
   }
+  for (const FailedValue &value : record.failedValues) PrintValueProblem(value);
   for (const HiveRecord &hive : record.hives) {
     if (!hive.reason.empty()) PrintHiveProblem(hive);
   }
@@ -178,12 +194,18 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
   const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
-  std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
+  std::string meaning =
+      record.scanProblem.empty() && record.namedIdProblem.empty() ? entry.meaning : "nothing was done";
   if (unsaved != nullptr) {
     const bool unchanged = unsaved->outcome == HiveOutcome::kNotSaved;
     meaning = std::string("the restored system's registry was ") +
               (unchanged ? "not saved and is unchanged" : "saved, but is not surely on the disk") +
               "; the run's own code is " + std::to_string(outcome.code);
+  }
+  if (unsaved == nullptr && outcome.code == 0 && outcome.exitStatus == static_cast<int>(kHiveCode)) {
+    const std::size_t lost = LostRestoredValues(record);
+    meaning = std::to_string(lost) + (lost == 1 ? " key or value" : " keys or values") +
+              " of the restored system's registry could not be written; the run's own code is 0";
   }
   PrintLine("  " + std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")",
             outcome.exitStatus != 0 || HasProblems(outcome, record) ? Style::kBad : Style::kGood);
@@ -204,7 +226,7 @@ void PrintStatusLine(const StatusLine &line) {
 
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   PrintDevices(record);
-  PrintCopies(options, record, outcome.rehearsal.done);
+  for (const bool copied : {true, false}) PrintCopies(options, record, copied, outcome.rehearsal.done);
   PrintValues(record);
   PrintValueList("Registry values that would be written", RestoredValues(outcome.rehearsal.record));
   PrintHives(record, "Hives", "");
