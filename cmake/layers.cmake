@@ -4,7 +4,7 @@
 # Floors from the top, one a folder, so that no two folders include each other; a path belongs to the first prefix that
 # fits it. Folders of one floor do not know each other.
 set(VXR_FLOORS
-  "tools/vxr/base/=2" "tools/vxr/main.cpp=0" "tools/vxr/=1"
+  "tools/vxr/base/=3" "tools/vxr/run/=1" "tools/vxr/main.cpp=0" "tools/vxr/=2"
   "bmext/create/=11"
   "device/scan/=12" "volume/=12"
   "inf/search/=13"
@@ -33,7 +33,7 @@ set(VXR_FLOORS
 # What the logic sees of the platform, and what the command line, a host like any other, sees beside the public headers:
 # the readers of INF files and hives, which show files without a machine.
 set(VXR_LOGIC_SEES "^platform/[a-z_]+\\.h$")
-set(VXR_TOOLS_SEE "^platform/([a-z_]+\\.h$|inf/|text/|win32/types|machine/(hive|version|host|base)/)")
+set(VXR_TOOLS_SEE "^platform/([a-z_]+\\.h$|inf/|text/|win32/types|machine/(hive|version|host|base|text)/)")
 # platform.h is the seam: it takes the types and the calls of the system that it is built for.
 set(VXR_SEAM "platform/platform.h")
 

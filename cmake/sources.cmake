@@ -34,45 +34,45 @@ add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines
   platform/inf/inf_tokens.cpp ${VXR_CODE_PAGE})
 
 # What stands behind platform.h: Windows itself, or the described machine.
+set(VXR_BOTH_BUILDS platform/text/format.cpp platform/text/program_name.cpp)
 if(WIN32)
-  add_library(vxr_platform STATIC platform/win32/calls.cpp platform/text/format.cpp)
+  add_library(vxr_platform STATIC platform/win32/calls.cpp ${VXR_BOTH_BUILDS})
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
-  # Hive files, their logs and what is in them, without a machine: the command line shows them too.
+  # Hive files, their logs and what is in them, and version resources, without a machine: the command line reads them too.
   add_library(vxr_hive_file STATIC
-    platform/machine/hive/base_block.cpp platform/machine/host/file_bytes.cpp platform/machine/hive/marvin.cpp
-    platform/machine/hive/hive_log.cpp platform/machine/hive/hive_logs.cpp platform/machine/hive/hive_recovery.cpp
-    platform/machine/hive/hive_check.cpp platform/machine/hive/hive.cpp platform/machine/hive/registry_path.cpp
-    platform/machine/hive/registry_value.cpp platform/machine/text/fold_name.cpp platform/machine/host/listing.cpp)
+    platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp platform/machine/text/fold_name.cpp
+    platform/machine/hive/base_block.cpp platform/machine/hive/hive.cpp platform/machine/hive/hive_check.cpp
+    platform/machine/hive/hive_log.cpp platform/machine/hive/hive_logs.cpp
+    platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
+    platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
+    platform/machine/version/version_resource.cpp platform/machine/version/version_tree.cpp)
   target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX)
   set(VXR_HIVE_FILE "vxr_hive_file,")
-  add_library(vxr_platform STATIC
-platform/machine/base/heap.cpp platform/machine/base/errors.cpp platform/text/format.cpp
-    platform/machine/text/wide_text.cpp
-platform/machine/base/fault.cpp platform/machine/base/report.cpp platform/machine/machine.cpp
-    platform/machine/description/current.cpp platform/machine/description/description.cpp
-platform/machine/description/description_values.cpp platform/machine/description/setup_class.cpp
-    platform/machine/system/facts.cpp
-platform/machine/files/settings_file.cpp platform/machine/text/settings_text.cpp
+  add_library(vxr_platform STATIC ${VXR_BOTH_BUILDS} platform/machine/machine.cpp
+    platform/machine/base/errors.cpp platform/machine/base/fault.cpp platform/machine/base/handles.cpp
+    platform/machine/base/heap.cpp platform/machine/base/report.cpp
+    platform/machine/text/command_line.cpp platform/machine/text/settings_text.cpp
+    platform/machine/text/wide_text.cpp platform/machine/text/wildcard.cpp
+    platform/machine/host/attributes.cpp platform/machine/host/rehearsal.cpp
     platform/machine/host/replace_file.cpp
-    platform/machine/system/windows.cpp platform/machine/system/prompts.cpp platform/machine/files/paths.cpp
-    platform/machine/files/path_syntax.cpp platform/machine/base/handles.cpp
-    platform/machine/host/attributes.cpp platform/machine/text/wildcard.cpp platform/machine/text/command_line.cpp
-platform/machine/files/files.cpp platform/machine/files/file_io.cpp platform/machine/files/stream.cpp
-    platform/machine/files/mapping.cpp
-platform/machine/files/copy.cpp platform/machine/files/search.cpp platform/machine/files/storage.cpp
-    platform/machine/files/disks.cpp platform/machine/files/disk_index.cpp
-platform/machine/files/volumes.cpp platform/machine/version/version_resource.cpp
-    platform/machine/version/version_tree.cpp
-platform/machine/version/version_block.cpp platform/machine/version/version_calls.cpp
-    platform/machine/system/processes.cpp
-    platform/machine/registry/registry.cpp
-platform/machine/registry/registry_state.cpp platform/machine/hive/hive_save.cpp
-    platform/machine/registry/hive_mount.cpp
-    platform/machine/hive/hive_cells.cpp
-    platform/machine/setup/inf_calls.cpp platform/machine/setup/inf_cache.cpp platform/machine/setup/device_tree.cpp
-    platform/machine/setup/device_set.cpp platform/machine/setup/devices.cpp platform/machine/setup/decoration.cpp
-platform/machine/setup/driver_match.cpp platform/machine/setup/driver_version.cpp platform/machine/setup/drivers.cpp)
+    platform/machine/description/current.cpp platform/machine/description/description.cpp
+    platform/machine/description/description_values.cpp platform/machine/description/setup_class.cpp
+    platform/machine/hive/hive_cells.cpp platform/machine/hive/hive_save.cpp
+    platform/machine/files/copy.cpp platform/machine/files/disk_index.cpp platform/machine/files/disks.cpp
+    platform/machine/files/file_io.cpp platform/machine/files/files.cpp platform/machine/files/mapping.cpp
+    platform/machine/files/own_files.cpp platform/machine/files/path_syntax.cpp platform/machine/files/paths.cpp
+    platform/machine/files/search.cpp platform/machine/files/settings_file.cpp
+    platform/machine/files/storage.cpp platform/machine/files/stream.cpp platform/machine/files/volumes.cpp
+    platform/machine/registry/hive_mount.cpp platform/machine/registry/registry.cpp
+    platform/machine/registry/registry_state.cpp
+    platform/machine/version/version_block.cpp platform/machine/version/version_calls.cpp
+    platform/machine/setup/decoration.cpp platform/machine/setup/device_set.cpp
+    platform/machine/setup/device_tree.cpp platform/machine/setup/devices.cpp
+    platform/machine/setup/driver_match.cpp platform/machine/setup/driver_version.cpp
+    platform/machine/setup/drivers.cpp platform/machine/setup/inf_cache.cpp platform/machine/setup/inf_calls.cpp
+    platform/machine/system/facts.cpp platform/machine/system/processes.cpp platform/machine/system/prompts.cpp
+    platform/machine/system/windows.cpp)
   target_link_libraries(vxr_platform PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
 endif()
 

@@ -178,6 +178,7 @@ TEST_F(PropertiesTest, RefusesWithItsLineAndClearsTypeAndSize) {
       {nullptr, 0, &kComputerClass, 0, 2, "():failed!ec=13:0x0000000d:msg=failed to get size!\n"},
       {"SetupDiGetDeviceRegistryPropertyA", 2, &kComputerClass, 0, 1, "(Prop=1):ec=0x0000001f:failed to query!\n"},
       {"SetupDiGetDeviceRegistryPropertyA", 2, &kComputerClass, 0, 1, ":VXRDev_GetRegPropByDevInfo() failed!\n"},
+      {"HeapAlloc", 1, &kComputerClass, 0, 1, ":AllocHeap(13 bytes) failed for pPropBuf:ec=31:0x0000001F\n"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.line);

@@ -8,6 +8,8 @@ namespace {
 
 constexpr char kPropertyCall[] = "SetupDiGetDeviceRegistryProperty";
 
+constexpr SIZE_T kTerminators = 2;  // bytes behind a property, which may lack its own
+
 // The property's size in bytes, its type in `*type`; 0 after a log line when it cannot be had.
 DWORD PropertySize(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWORD *type, const char *caller) {
   DWORD size = 0;
@@ -26,7 +28,7 @@ HeapText ReadProperty(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWO
   if (needed == 0) return nullptr;
   VXRDbg_Log(kFlush, "FLUSH:%s:SetupDiGetDeviceRegistryProperty():prop %x as type %x needs %d bytes!\n", caller,
              property, *type, needed);
-  HeapText value = AllocText(SIZE_T{needed} + 2, "pPropBuf", caller);
+  HeapText value = AllocText(needed, "pPropBuf", caller, kTerminators);
   if (value == nullptr) return nullptr;
   if (!platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, type, reinterpret_cast<BYTE *>(value.get()),
                                                    needed, size)) {

@@ -4,6 +4,7 @@
 #include "bmext/target_os.h"
 #include "device/records.h"
 #include "device/scan/disk_scan.h"
+#include "engine/base/decisions.h"
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
@@ -60,9 +61,9 @@ BOOL Prepare(DWORD job, DWORD inject, void *header, const char *caller) {
                    "Failed to load the original registry hive file failed!\n", caller);
 }
 
-HeapText ReadJobValue(const char *value, DWORD *size) {
+HeapText ReadJobValue(const char *value, DWORD *size, LSTATUS *status = nullptr) {
   DWORD type = 0;
-  return VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, gpVXRParaBlock->szJobKey, value, &type, size);
+  return VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, gpVXRParaBlock->szJobKey, value, &type, size, status);
 }
 
 // Looks for the driver of one id in the one INF file that the job names. Copies and writes nothing in either mode: the
@@ -75,18 +76,20 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
   if (fileName != nullptr) *fileName = '\0';
   VXRDbg_Log(kCheck, "CHECK:%s:checking HardwareID %s in %s...\n", caller, hardwareId, infDir.get());
 
+  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId);
+  platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
+
   VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", caller).release();
   VXR_DRIVER *driver = AllocRecord<VXR_DRIVER>("pVXRDriver", caller).release();
   BOOL found = FALSE;
   if (device != nullptr && driver != nullptr) {
     device->szTargetOS = VXRExt_GetTargetOS().release();
-    if (device->szTargetOS == nullptr) {
-      LogFailure("VXRExt_GetTargetOS", "Target OS to be restored is not supported!", caller);
-    }
+    ReportTexts(VXRMACHINE_DEVICE_TARGET, device->szTargetOS);
     driver->pVXRDevice = device;
     // Says itself what is missing: a directory, a file, decorations.
     found = VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, infDir.get(), infFile.get(), hardwareId, driver);
   }
+  if (!found) platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, hardwareId);
   VXRDev_FreeDriver(driver);
   VXRDev_FreeDevice(device);
   return found;
@@ -94,10 +97,17 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
 
 void DriverWork(const char *caller) {
   DWORD size = 0;
+  LSTATUS status = ERROR_SUCCESS;
   // Kept until the check is over: its driver record borrows the id.
-  const HeapText hardwareId = ReadJobValue("HardwareID", &size);
+  const HeapText hardwareId = ReadJobValue("HardwareID", &size, &status);
   if (hardwareId != nullptr && size > 0) {
     if (!CheckNamedId(hardwareId.get(), caller)) dwError = kNamedIdFailed;
+    return;
+  }
+  // A job that may name an id is not taken for one that names none: it would copy and write where only a check was
+  // asked for.
+  if (hardwareId == nullptr && status != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
+    dwError = kNamedIdFailed;
     return;
   }
   VXRDbg_Log(kCheck, "CHECK:%s:building vxr devices...\n", caller);

@@ -1,6 +1,7 @@
 // The files that an install section copies.
 #include <cstring>
 
+#include "engine/base/decisions.h"
 #include "engine/base/files.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
@@ -8,6 +9,7 @@
 #include "inf/checks.h"
 #include "inf/install_section.h"
 #include "inf/walks.h"
+#include "log/characters.h"
 #include "log/log.h"
 #include "vxrcore/vxrcore.h"
 
@@ -35,6 +37,19 @@ const Destination &DestinationOf(const char *name) {
   return *destination;
 }
 
+// Whether `length` bytes at `text` are one digit as ports are numbered by. The superscript digits count, where the code
+// page has them: elsewhere their bytes are letters.
+bool IsPortNumber(const char *text, SIZE_T length) {
+  if (length == 1 && *text >= '0' && *text <= '9') return true;
+  for (const WCHAR superscript : {WCHAR{0xB9}, WCHAR{0xB2}, WCHAR{0xB3}}) {
+    char digit[4];
+    const int size = platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, &superscript, 1, digit, sizeof digit,
+                                                   nullptr, nullptr);
+    if (size > 0 && static_cast<SIZE_T>(size) == length && std::strncmp(text, digit, length) == 0) return true;
+  }
+  return false;
+}
+
 // Whether a name means a device wherever it stands, with or without an ending: CON, NUL, COM1, LPT1...
 bool IsDeviceName(const char *name) {
   static constexpr const char *kDevices[] = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
@@ -43,21 +58,15 @@ bool IsDeviceName(const char *name) {
   for (const char *device : kDevices) {
     if (length == std::strlen(device) && VXREng_StrNICmp(name, device, length) == 0) return true;
   }
-  // The superscript digits count as digits here.
-  return length == 4 && (VXREng_StrNICmp(name, "COM", 3) == 0 || VXREng_StrNICmp(name, "LPT", 3) == 0) &&
-         std::strchr("0123456789\xB9\xB2\xB3", name[3]) != nullptr;
+  return length > 3 && (BeginsWith(name, "COM") || BeginsWith(name, "LPT")) && IsPortNumber(name + 3, length - 3);
 }
 
 // Whether a name that an INF file gives is that of one file in the directory that we choose: no path that would lead
 // elsewhere, no pattern that another file would answer, no device.
 bool IsPlainFileName(const char *name) {
   bool onlyDots = true;
-  for (const char *p = name; *p != '\0'; ++p) {
+  for (const char *p = name; *p != '\0'; p += CharacterLength(p)) {
     onlyDots = onlyDots && (*p == '.' || *p == ' ');
-    if (platform::IsDBCSLeadByte(static_cast<BYTE>(*p)) && p[1] != '\0') {
-      ++p;
-      continue;
-    }
     if (static_cast<BYTE>(*p) < ' ' || std::strchr("\\/:*?\"<>|", *p) != nullptr) return false;
   }
   return !onlyDots && !IsDeviceName(name);
@@ -90,6 +99,7 @@ BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const cha
   VXRDbg_Log(kCheck, "CHECK:%s:VXREng_CopyFile:%s -> %s...\n", caller, source, target);
   if (!VXREng_CopyFile(source, target, FALSE)) {
     VXREng_StatusMsg(kCopyFailed, "Failed to copy %s to %s\n", source, target);
+    ReportRefusal(VXRMACHINE_REFUSED_FILE_NOT_COPIED, target);
     return FALSE;
   }
   VXREng_StatusMsg(kProgress, "Successfully copied %s -> %s...\n", source, target);
@@ -111,7 +121,10 @@ BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSecti
   if (!HandleGiven(hInf) || !Given(szSection, "szSection") || !Given(szInfDir, "szInfDir")) return FALSE;
   VXRDbg_Log(kCheck, "CHECK:%s:CopySection=%s:InfDir=%s\n", __func__, szSection, szInfDir);
   INFCONTEXT line = {};
-  if (!FirstLine(hInf, szSection, &line)) return FALSE;
+  if (!FirstLine(hInf, szSection, &line)) {
+    ReportRefusal(VXRMACHINE_REFUSED_COPY_SECTION, szSection);
+    return FALSE;
+  }
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     const HeapText destination = TextField(hInf, &line, 1);
     if (destination == nullptr) {
@@ -139,6 +152,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   if (!IsPlainFileName(szFileName)) {
     VXRDbg_Log(kError, "ERROR:%s:%s is not the name of one file, not followed\n", __func__, szFileName);
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", szFileName);
+    ReportRefusal(VXRMACHINE_REFUSED_FILE_NAME, szFileName);
     return FALSE;
   }
   const HeapText runningInf = VXREng_GetStringAs(VXR_DIR_WPEINF, nullptr);
@@ -150,6 +164,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   if (source == nullptr) return FALSE;
   if (!VXREng_FileExists(source.get())) {
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", source.get());
+    ReportRefusal(VXRMACHINE_REFUSED_FILE_MISSING, source.get());
     return FALSE;
   }
   VXRDbg_Log(kCheck, "CHECK:%s:source is %s\n", __func__, source.get());

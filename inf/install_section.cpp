@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/base/decisions.h"
 #include "engine/base/strings.h"
 #include "inf/checks.h"
 #include "inf/walks.h"
@@ -35,6 +36,7 @@ bool InstallModelLine(HINF hInf, INFCONTEXT *line, const char *szInfDir, const c
   const HeapText section = TextField(hInf, line, 1);
   if (section == nullptr) {
     VXRDbg_Log(kError, "ERROR:%s:no isntallation section found!\n", caller);
+    ReportRefusal(VXRMACHINE_REFUSED_NO_SECTION);
     return false;
   }
   if (!VXRDev_ProcessInstSect(hInf, szInfDir, section.get(), szDecoration, driver)) {
@@ -76,19 +78,25 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
   for (const ValueDirective &directive : kValueDirectives) {
     if (!BeginsWith(key.get(), directive.keyword)) continue;
     BOOL result = FALSE;
+    bool valued = false;
     for (DWORD field = 1; field <= count; ++field) {
       HeapText value = TextField(hInf, line, field);
       if (value == nullptr) continue;
       VXRDbg_Log(kFlush, "FLUSH:%s:iFldCnt=%d:%s=%s\n", caller, field, directive.keyword, value.get());
       result = directive.process(hInf, szInfDir, value.get(), driver);
       *text = std::move(value);
+      valued = true;
     }
+    if (!valued) ReportRefusal(VXRMACHINE_REFUSED_EMPTY_DIRECTIVE, key.get());
     return result;
   }
   VXRDbg_Log(kFixme, "FIXME:%s:not processing field=%s...\n", caller, key.get());
   const bool known = std::any_of(std::begin(kPassedOver), std::end(kPassedOver),
                                  [&](const char *keyword) { return BeginsWith(key.get(), keyword); });
-  if (!known) VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", caller, key.get());
+  if (!known) {
+    VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", caller, key.get());
+    ReportRefusal(VXRMACHINE_REFUSED_DIRECTIVE, key.get());
+  }
   return known;
 }
 
@@ -109,7 +117,10 @@ BOOL VXRDev_ProcessModSect(HINF hInf, const char *szInfDir, const char *szModSec
       VXRDbg_Log(kFlush, "FLUSH:%s:context:line=%03u:sec=%03u!\n", __func__, line.Line, line.Section);
       continue;
     }
-    if (InstallModelLine(hInf, &line, szInfDir, szDecoration, pVXRDriver, __func__)) return TRUE;
+    if (InstallModelLine(hInf, &line, szInfDir, szDecoration, pVXRDriver, __func__)) {
+      platform::ReportDecision(VXRMACHINE_DRIVER_TAKEN, device.get(), szHardwareID);
+      return TRUE;
+    }
   }
   return FALSE;
 }
@@ -121,12 +132,14 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
   VXRDbg_Log(kFlush, "FLUSH:%s:InstSect=%s.%s\n", __func__, szInstSect, DecorationName(szDecoration));
   INFCONTEXT line = {};
   if (!VXRDev_FindInfSection(hInf, szInstSect, szDecoration, nullptr, pVXRDriver->pVXRDevice->szTargetOS, &line)) {
+    ReportRefusal(VXRMACHINE_REFUSED_NO_SECTION, szInstSect);
     return FALSE;
   }
   BOOL result = FALSE;
+  HeapText text;
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     result = FALSE;
-    HeapText text = TextField(hInf, &line, 0);
+    text = TextField(hInf, &line, 0);
     if (text == nullptr) continue;
     const DWORD count = platform::SetupGetFieldCount(&line);
     VXRDbg_Log(kFlush, "FLUSH:%s:Key=%s:FieldCount=%d\n", __func__, text.get(), count);
@@ -136,6 +149,7 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
       break;
     }
   }
+  if (text == nullptr) ReportRefusal(VXRMACHINE_REFUSED_BARE_LINE, szInstSect);
   VXRDbg_Log(kCheck,
              result ? "CHECK:%s:InstSect=%s.%s:processed ok!\n" : "CHECK:%s:InstSect=%s.%s:processing failed!\n",
              __func__, szInstSect, DecorationName(szDecoration));

@@ -4,6 +4,7 @@
 
 #include "engine/base/status.h"
 #include "tests/support/driver_job.h"
+#include "tests/support/own_code_page.h"
 
 namespace {
 
@@ -243,6 +244,9 @@ TEST_F(InstallSection, RefusesNamesOfOtherPlaces) {
     WriteFile(std::string("ram/drivers/") + name, name);
     EXPECT_TRUE(Copy(name)) << name;
   }
+  UseCodePage(932);  // where the byte of a superscript digit is a letter
+  WriteFile("ram/drivers/COM\uFF72.sys", "plain");
+  EXPECT_TRUE(Copy("COM\xB2.sys"));
 }
 
 struct ServiceSection {

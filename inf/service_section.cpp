@@ -1,6 +1,7 @@
 // The service that an install section adds.
 #include <cstring>
 
+#include "engine/base/decisions.h"
 #include "engine/base/strings.h"
 #include "inf/checks.h"
 #include "inf/install_section.h"
@@ -106,12 +107,11 @@ BOOL VXRDev_ProcessSrvcSect(HINF hInf, const char *szInfDir, const char *szInstS
   VXRDbg_Log(kCheck, "CHECK:%s:SrvcSect=%s.%s:inj=%s\n", __func__, szInstSect, DecorationName(szDecoration),
              pVXRDriver->bInject ? "TRUE" : "FALSE");
   INFCONTEXT line = {};
-  if (!VXRDev_FindInfSection(hInf, szInstSect, szDecoration, "Services", pVXRDriver->pVXRDevice->szTargetOS, &line)) {
-    return FALSE;
-  }
-  for (BOOL more = TRUE; more; more = NextLine(&line)) {
+  BOOL more =
+      VXRDev_FindInfSection(hInf, szInstSect, szDecoration, "Services", pVXRDriver->pVXRDevice->szTargetOS, &line);
+  for (; more; more = NextLine(&line)) {
     const HeapText key = TextField(hInf, &line, 0);
-    if (key == nullptr) return FALSE;
+    if (key == nullptr) break;
     VXRDbg_Log(kFlush, "CHECK:%s:Key=%s\n", __func__, key.get());
     if (!BeginsWith(key.get(), "AddService")) {
       LogOtherServiceKey(key.get(), __func__);
@@ -126,6 +126,7 @@ BOOL VXRDev_ProcessSrvcSect(HINF hInf, const char *szInfDir, const char *szInstS
     VXRDbg_Log(kCheck, "CHECK:%s:SrvInst=%s:prepare to add service...\n", __func__, section.get());
     return VXRDev_ProcessSrvcInst(hInf, szInfDir, pVXRDriver->szService, section.get());
   }
+  ReportRefusal(VXRMACHINE_REFUSED_NO_SERVICE, szInstSect);
   return FALSE;
 }
 
@@ -134,11 +135,15 @@ BOOL VXRDev_ProcessSrvcInst(HINF hInf, const char *szInfDir, const char *szServi
   if (!HandleGiven(hInf) || !Given(szService, "szService") || !Given(szSrvcInst, "szSrvcInst")) return FALSE;
   VXRDbg_Log(kCheck, "CHECK:%s:Service=%s:SrvcInst=%s\n", __func__, szService, szSrvcInst);
   INFCONTEXT line = {};
-  if (!FirstLine(hInf, szSrvcInst, &line)) return FALSE;
+  if (!FirstLine(hInf, szSrvcInst, &line)) {
+    ReportRefusal(VXRMACHINE_REFUSED_SERVICE_SECTION, szSrvcInst);
+    return FALSE;
+  }
   BOOL result = FALSE;
+  HeapText key;
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     result = FALSE;
-    const HeapText key = TextField(hInf, &line, 0);
+    key = TextField(hInf, &line, 0);
     if (key == nullptr) continue;
     VXRDbg_Log(kFlush, "CHECK:%s:Key=%s\n", __func__, key.get());
     if (const ServiceValue *value = FindServiceValue(key.get()); value != nullptr) {
@@ -150,6 +155,7 @@ BOOL VXRDev_ProcessSrvcInst(HINF hInf, const char *szInfDir, const char *szServi
       result = TRUE;
     }
   }
+  if (!result) ReportRefusal(VXRMACHINE_REFUSED_SERVICE_VALUE, key.get());
   return result;
 }
 

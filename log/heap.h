@@ -14,10 +14,10 @@ template <typename T>
 using HeapPtr = std::unique_ptr<T, HeapFreeDeleter>;
 using HeapText = HeapPtr<char>;
 
-// Zero-filled memory of `bytes` bytes, or null after logging
+// Zero-filled memory of `bytes` bytes and `spare` more, or null after logging
 // "ERROR:<caller>:AllocHeap(<bytes> bytes) failed for <purpose>:ec=<code>:<code>\n" at level 0. The last error is then
 // ERROR_NOT_ENOUGH_MEMORY.
-void *AllocHeap(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION());
+void *AllocHeap(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION(), SIZE_T spare = 0);
 
 // A zero-filled record, or null after the same line.
 template <typename T>
@@ -25,9 +25,10 @@ HeapPtr<T> AllocRecord(const char *purpose, const char *caller = __builtin_FUNCT
   return HeapPtr<T>(static_cast<T *>(AllocHeap(sizeof(T), purpose, caller)));
 }
 
-// A zero-filled buffer of `bytes` bytes, or null after the same line.
-inline HeapText AllocText(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION()) {
-  return HeapText(static_cast<char *>(AllocHeap(bytes, purpose, caller)));
+// A zero-filled buffer of `bytes` bytes and `spare` more, or null after the same line.
+inline HeapText AllocText(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION(),
+                          SIZE_T spare = 0) {
+  return HeapText(static_cast<char *>(AllocHeap(bytes, purpose, caller, spare)));
 }
 
 // The same without the line, for a caller that has a line of its own, or none.

@@ -1,9 +1,11 @@
 #include "log/log.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
+#include "log/characters.h"
 #include "log/heap.h"
 #include "log/product.h"
 #include "platform/scope_guard.h"
@@ -41,11 +43,25 @@ struct ErrorSaver {
   void operator()() const { platform::SetLastError(code); }
 };
 
+// Formats into the line buffer, zero-filled behind the text. Returns the formatter's count.
+int32_t FormatLine(const char *format, va_list arguments) {
+  std::memset(line, 0, kLineSize);
+  const int32_t count = platform::FormatText(line, kLineSize, format, arguments);
+  if (count < 0) {
+    // Readers of the log split it at line ends and take it for text: a cut line keeps one, behind a whole character,
+    // and every output gets a terminated text.
+    const SIZE_T whole = WholeCharacters(line, kLineSize - 2);
+    line[whole] = '\n';
+    std::memset(line + whole + 1, 0, kLineSize - whole - 1);
+  }
+  return count;
+}
+
 // Tells the debugger of the log's own affairs, whatever level and outputs are.
 void Trace(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  platform::FormatText(line, kLineSize, format, arguments);
+  FormatLine(format, arguments);
   va_end(arguments);
   platform::OutputDebugStringA(line);
 }
@@ -61,18 +77,6 @@ void WriteToStream(std::FILE *stream, int32_t length) {
   if (stream != nullptr && length > 0) std::fwrite(line, 1, static_cast<SIZE_T>(length), stream);
 }
 
-// Formats into the line buffer, zero-filled behind the text. Returns the formatter's count.
-int32_t FormatLine(const char *format, va_list arguments) {
-  std::memset(line, 0, kLineSize);
-  const int32_t count = platform::FormatText(line, kLineSize, format, arguments);
-  if (count < 0) {
-    // Readers of the log split it at line ends: a cut line keeps one, and every output gets a terminated text.
-    line[kLineSize - 2] = '\n';
-    line[kLineSize - 1] = '\0';
-  }
-  return count;
-}
-
 // Sends the line buffer to the outputs; a cut line goes out as the whole buffer.
 void SendLine(int32_t count) {
   const int32_t length = count < 1 ? kLineSize : count;
@@ -83,19 +87,24 @@ void SendLine(int32_t count) {
   if (logWindow != nullptr) platform::SetWindowTextA(logWindow, line);
 }
 
-// The host's program name: the last component of argv[0], cut at ".exe", at most 15 characters.
+// The host's program name: the last component of argv[0], cut at ".exe", and to whole characters of at most 15 bytes.
 void SetProgramName() {
   const char *name = platform::GetProgramName();
   if (name == nullptr) name = "vxrcore";
   // A host outside Windows is started by a path with slashes; one left in the name would name a directory that is not
   // there, and no log file would open.
-  for (const char *at = name; *at != '\0'; ++at) {
+  for (const char *at = name; *at != '\0'; at += CharacterLength(at)) {
     if (*at == '\\' || *at == '/') name = at + 1;
   }
-  const char *ending = std::strstr(name, ".exe");
-  const SIZE_T length = ending != nullptr ? static_cast<SIZE_T>(ending - name) : std::strlen(name);
+  SIZE_T length = WholeCharacters(name, kProgramNameSize - 1);
+  const char *ending = std::strstr(name, ".exe");  // by bytes: a full stop is never a trail byte
+  if (ending != nullptr) length = std::min(length, static_cast<SIZE_T>(ending - name));
   std::memset(programName, 0, sizeof programName);
-  std::memcpy(programName, name, length < kProgramNameSize ? length : kProgramNameSize - 1);
+  std::memcpy(programName, name, length);
+  // No file's name may hold these; a character that the code page lacks comes as one of them.
+  for (char *at = programName; *at != '\0'; at += CharacterLength(at)) {
+    if (std::strchr("?*:\"<>|", *at) != nullptr) *at = '_';
+  }
 }
 
 // The product's directory without a trailing backslash; null when the registry does not tell.

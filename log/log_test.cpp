@@ -1,6 +1,7 @@
 #include "log/log.h"
 
 #include "platform/machine/base/fault.h"
+#include "tests/support/own_code_page.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -11,23 +12,24 @@ using testing::Not;
 using testing::StartsWith;
 
 #ifndef _WIN32
-std::string SystemToml(const std::string &program) {
+std::string SystemToml(const std::string &program, unsigned codePage) {
   return "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\n"
          "os = { major = 6, minor = 1, build = 7601, platform = 2 }\nprocessor = { count = 2, architecture = 9 }\n"
          "memory = 8589934592\nclock = 2026-11-19T12:30:05Z\n"
          "program = '" +
-         program + "'\n";
+         program + "'\ncode_page = " + std::to_string(codePage) + "\n";
 }
 #endif
 
 class LogTest : public MachineTest {
  protected:
   // On Windows the program is the test's own, which has that name.
-  void OpenAs([[maybe_unused]] const std::string &program = "C:\\Tools\\agent.exe") {
+  void OpenAs([[maybe_unused]] const std::string &program = "C:\\Tools\\agent.exe",
+              [[maybe_unused]] unsigned codePage = 1252) {
 #ifdef _WIN32
     Open();
 #else
-    Open("", SystemToml(program));
+    Open("", SystemToml(program, codePage));
 #endif
     VXRDbg_Cleanup();
     log.clear();
@@ -78,6 +80,7 @@ TEST_F(LogTest, NamesItsFileAfterTheProgramAndTheDay) {
   const struct {
     const char *program;
     const char *name;
+    unsigned codePage = 1252;
   } cases[] = {
       {"C:\\Tools\\agent.exe", "agent"},
       {"C:\\Tools\\Restore Agent.exe", "Restore Agent"},
@@ -86,10 +89,16 @@ TEST_F(LogTest, NamesItsFileAfterTheProgramAndTheDay) {
       {"C:\\a.exe.d\\tool.exe.bak", "tool"},
       {"abcdefghijklmnopqrst.exe", "abcdefghijklmno"},
       {"abcdefghijklmno.exe", "abcdefghijklmno"},
+      {"C:a?|b.exe", "C_a__b"},
+      // Characters of two bytes: the first one's second is a backslash, the 15th byte begins one, and the last one's
+      // second is a vertical line.
+      {"C:\\Tools\\表示.exe", "表示", 932},
+      {"表示プログラム一覧.exe", "表示プログラム", 932},
+      {"ポ:ポ.exe", "ポ_ポ", 932},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.program);
-    OpenAs(c.program);
+    OpenAs(c.program, c.codePage);
     VXRDbg_Log(0, "first\n");
     VXRDbg_Cleanup();
     EXPECT_THAT(ReadFile(LogFile(c.name)), HasSubstr("first\n"));
@@ -181,6 +190,12 @@ TEST_F(LogTest, CutsALongLineAtItsBufferForEveryOutput) {
   VXRDbg_Cleanup();
   EXPECT_THAT(ReadFile(LogFile()), HasSubstr(fits + "\n" + cut + std::string(1, '\0') + "next\n"))
       << "a stream gets the whole buffer";
+  if (!UseCodePage(932)) return;
+  const std::string odd(2045, 'c');
+  VXRDbg_Log(0, "%s\x95\x5C\x95\x5C", odd.c_str());  // the buffer ends inside a character
+  VXRDbg_Cleanup();
+  EXPECT_THAT(ReadFile(LogFile()), HasSubstr(odd + "\n" + std::string(2, '\0') + "*** "));
+  machine::SetCodePage(machine::kDefaultCodePage);
 }
 
 #ifdef VXR_FAULT_POINTS

@@ -157,6 +157,12 @@ UINT SetupPromptForDiskA(HWND owner, const char *title, const char *diskName, co
                          const char *fileSought, const char *tagFile, DWORD style, char *pathBuffer,
                          DWORD pathBufferSize, DWORD *requiredSize);
 
+// --- What the host hears beside the log --------------------------------------------------------------------------
+
+// Tells a host that watches the run what was decided, in fields: a kind of vxrcore/events.h, and for a refusal its
+// reason. On Windows nobody listens. Leaves the last error as it was.
+void ReportDecision(DWORD kind, const char *subject, const char *detail = nullptr, DWORD type = 0);
+
 // --- Machine facts -----------------------------------------------------------------------------------------------
 
 // With a buffer too small (or null and 0) return the size needed, terminator included; else the length written.
@@ -176,7 +182,8 @@ BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT format, char *buffer, DWORD *size);
 void GetSystemInfo(SYSTEM_INFO *info);
 void GetSystemTime(SYSTEMTIME *time);
 BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime);
-// The host's first command-line argument (argv[0]), or null when there is none. Never freed by the caller.
+// The host's first command-line argument (argv[0]), or null when there is none. Never freed by the caller; good until
+// the next call. What the code page lacks stands in it as '?'.
 const char *GetProgramName();
 
 // --- Volumes -----------------------------------------------------------------------------------------------------

@@ -33,25 +33,29 @@ constexpr const char *kKeys[] = {
 };
 static_assert(std::size(kKeys) == VXR_KEY_ORG_ENUM + 1);
 
-OpenedKey OpenKey(HKEY root, const char *szKey, const char *caller) {
+// Null after logging why, with the reason in `*status`.
+OpenedKey OpenKey(HKEY root, const char *szKey, LSTATUS *status, const char *caller) {
   HKEY key = nullptr;
-  const LSTATUS rc = platform::RegOpenKeyA(root, szKey, &key);
+  const LSTATUS rc = *status = platform::RegOpenKeyA(root, szKey, &key);
   if (rc != ERROR_SUCCESS) {
     VXRDbg_Log(kError, "ERROR:%s:RegOpenKey(%s) failed!rc=%d:ec=%d\n", caller, szKey, rc, platform::GetLastError());
     return nullptr;
   }
   if (key == nullptr) {
     VXRDbg_Log(kError, "ERROR:%s:RegOpenKey(%s) returned null\n", caller, szKey);
+    *status = ERROR_INVALID_HANDLE;
     return nullptr;
   }
   VXRDbg_Log(kFlush, "FLUSH:%s:RegOpenKey(%s):hKey=%p...ok\n", caller, szKey, key);
   return OpenedKey(key);
 }
 
-// Reads a value of the open key whole; `szKey` is for the log. Null after logging why.
-HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type, DWORD *size, const char *caller) {
+// Reads a value of the open key whole; `szKey` is for the log. Null after logging why, with the reason in
+// `*status`.
+HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type, DWORD *size, LSTATUS *status,
+                   const char *caller) {
   DWORD needed = 0;
-  LSTATUS rc = platform::RegQueryValueExA(key, szValue, nullptr, type, nullptr, &needed);
+  LSTATUS rc = *status = platform::RegQueryValueExA(key, szValue, nullptr, type, nullptr, &needed);
   if (rc != ERROR_SUCCESS) {
     VXRDbg_Log(kError, "ERROR:%s:RegQueryValueEx(%s\\%s) failed for size !rc=%d ec=%d\n", caller, szKey, szValue, rc,
                platform::GetLastError());
@@ -61,11 +65,12 @@ HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type
   HeapText data = AllocTextUnlogged(SIZE_T{needed} + 2);
   if (data == nullptr) {
     VXRDbg_Log(kError, "ERROR:%s:HeapAlloc() failed for %u bytes!ec=%d\n", caller, needed, platform::GetLastError());
+    *status = ERROR_NOT_ENOUGH_MEMORY;
     return nullptr;
   }
   VXRDbg_Log(kFlush, "FLUSH:%s:HeapAlloc():%u bytes buffer allocated at %p\n", caller, needed, data.get());
   *size = needed;
-  rc = platform::RegQueryValueExA(key, szValue, nullptr, type, reinterpret_cast<BYTE *>(data.get()), size);
+  rc = *status = platform::RegQueryValueExA(key, szValue, nullptr, type, reinterpret_cast<BYTE *>(data.get()), size);
   if (rc != ERROR_SUCCESS) {
     VXRDbg_Log(kError, "ERROR:%s:RegQueryValue(%s\\%s) failed!rc=%d ec=%d\n", caller, szKey, szValue, rc,
                platform::GetLastError());
@@ -109,15 +114,18 @@ DWORD VXRReg_GetControlSetIndex(BOOL live) {
   return 1;
 }
 
-HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szValue, DWORD *type, DWORD *size) {
+HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szValue, DWORD *type, DWORD *size,
+                                 LSTATUS *status) {
   const CallTrace trace = TraceCall();
   *type = 0;
   *size = 0;
   VXRDbg_Log(kFlush, "FLUSH:%s:hRoot=%p:szKey=%s:szValue=%s\n", __func__, root, szKey, szValue);
   HeapText data;
-  if (const OpenedKey key = OpenKey(root, szKey, __func__); key != nullptr) {
-    data = ReadValue(key.get(), szKey, szValue, type, size, __func__);
+  LSTATUS rc = ERROR_SUCCESS;
+  if (const OpenedKey key = OpenKey(root, szKey, &rc, __func__); key != nullptr) {
+    data = ReadValue(key.get(), szKey, szValue, type, size, &rc, __func__);
   }
+  if (status != nullptr) *status = rc;
   if (data == nullptr) *type = *size = 0;
   VXRDbg_Log(kFlush, "FLUSH:%s:_LEAVE_:return=%p:type=%x:size=%u\n", __func__, data.get(), *type, *size);
   return data;

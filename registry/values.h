@@ -26,8 +26,11 @@ DWORD VXRReg_GetControlSetIndex(BOOL live);
 
 // The value's data, with two zero bytes behind the reported size (a stored text may lack its terminator, and texts are
 // passed on as multi-strings). `*type` and `*size` get the value's type and its size in bytes. Null, with both 0, when
-// it cannot be read; the reason is in the log. An empty value gives a buffer and size 0.
-HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szValue, DWORD *type, DWORD *size);
+// it cannot be read; the reason is in the log, and in `*status` when given: what the registry call that failed returned
+// (ERROR_FILE_NOT_FOUND: no such key or value), ERROR_INVALID_HANDLE or ERROR_NOT_ENOUGH_MEMORY; ERROR_SUCCESS
+// otherwise. An empty value gives a buffer and size 0.
+HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szValue, DWORD *type, DWORD *size,
+                                 LSTATUS *status = nullptr);
 
 // Writes `size` bytes as they are, a text with its terminator when it is counted in. Creates the key when it does not
 // exist. FALSE when the value was not written; the reason is in the log.

@@ -8,6 +8,7 @@ vxr=$1
 examples=$2
 make_extension=$3
 make_hive=$4
+page=$(cd "$(dirname "$0")/.." && pwd)/docs/machine.md
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -19,7 +20,7 @@ fail() {
   failures=$((failures + 1))
 }
 
-run() { "$vxr" "$@" >"$work/out" 2>"$work/err" </dev/null; }
+run() { timeout 60 "$vxr" "$@" >"$work/out" 2>"$work/err" </dev/null; }
 
 # expect NAME STATUS PATTERN ARGUMENT...: PATTERN is looked for on standard output when STATUS comes from a run, else on
 # standard error, which must then be one line, with nothing on standard output.
@@ -60,6 +61,7 @@ digest() { (cd "$work/machine/restored" && find . -type f -print0 | sort -z | xa
 expect "no command" 2 'name a command; see vxr --help'
 expect "unknown command" 2 'frobnicate: unknown' frobnicate
 expect "no machine" 2 '--machine is required; see vxr run --help' run --job 1
+expect "unknown option" 2 '^vxr: --machin: unknown option; see vxr run --help' run --job 1 --machin=m
 expect "job is no number" 2 '--job = x is not a number' run --machine m --job x
 expect "unknown code page" 2 'code page 7 is not known' inf --code-page 7 x
 for words in --help --version 'run --help' 'run --version' 'inf --help' 'inf --version' 'show --help' 'query --help'; do
@@ -80,6 +82,37 @@ for example in 'scsi-6.1-x64 7 nbstor.inf' 'ide-5.1-x86 3 idecore.inf'; do
   [[ $(head -c 1 "$work/out") == '{' && ! -s $work/err ]] || fail "$name: something beside the JSON document"
 done
 
+# --- Errors as JSON: exit status, what the document says, arguments
+mkfifo "$work/pipe"
+truncate -s 1G "$work/large.inf"
+cd "$work" || exit 1
+while IFS='|' read -r status pattern words; do
+  # shellcheck disable=SC2086
+  run $words --json
+  [[ $? -eq $status && $(head -c 1 out) == '{' && $(wc -l <err) -eq 1 ]] && grep -q "\"exit_status\": $status" out &&
+    grep -qE "\"error\": \".*$pattern" out || fail "$words --json"
+done <<'CASES'
+2|--nosuch: unknown option|run --nosuch
+2|. is a directory|run --job 7 --machine .
+2|file is required|inf
+1|is missing|inf none.inf
+1|pipe: is a FIFO|show pipe
+1|large.inf is not a registry hive|hive large.inf
+CASES
+while IFS='|' read -r status pattern words; do
+  # shellcheck disable=SC2086
+  expect "$words" "$status" "$pattern" $words
+done <<'CASES'
+1|has 1,073,741,824 bytes, more than|inf large.inf
+1|is not a registry hive|hive large.inf
+1|pipe is a FIFO|hive pipe
+1|is a FIFO|inf pipe
+1|is a FIFO|query pipe volume Label
+1|is a FIFO|fix-boot pipe --geometry 1,1,1,512
+2|is a FIFO|run --machine pipe --job 7
+CASES
+cd "$OLDPWD" || exit 1
+
 # --- Machine files
 expect "machine missing" 2 'nowhere.toml: ' run --machine "$work/nowhere.toml" --job 7
 fresh scsi-6.1-x64
@@ -91,6 +124,9 @@ expect "unknown key" 2 'machine.toml:[0-9]+: .*pagesize' run --machine "$machine
 fresh scsi-6.1-x64
 rm -r "$work/machine/ram"
 expect "path missing" 2 'machine.toml:[0-9]+: drive.path' run --machine "$machine" --job 7
+
+# utf8_inf FILE SCRIPT: the UTF-16 file as UTF-8, edited by sed.
+utf8_inf() { iconv -f UTF-16 -t UTF-8 "$1" | sed "$2" >inf.new && mv inf.new "$1"; }
 
 # --- Jobs and files: name, exit status, what the output says, how the machine is spoilt. A refused run changes nothing.
 while IFS='|' read -r name status pattern spoil; do
@@ -110,11 +146,149 @@ hive missing|4|not mounted: does not exist|rm "$hive"
 hive cut short|4|not mounted: is too short|truncate -s 5000 "$hive"
 hive of zeroes|4|not mounted: is not a registry hive|head -c 32768 /dev/zero >"$hive"
 hive dirty, its log gone|4|not mounted: was not closed cleanly .*no log beside it|"$make_hive" "$hive" dirty && rm "$hive".LOG1
-no INF file|3|cancelled.*\[15\]|rm ram/drivers/*.inf
-no INF file that fits|3|no driver was set up|rm ram/drivers/nbstor.inf
+no INF file|3|X:.drivers holds no INF file: put|rm ram/drivers/*.inf
+INF files below|3|such as X:.drivers.a\.$|mkdir ram/drivers/a && mv ram/drivers/*.inf ram/drivers/a
+InfDir missing|3|X:.drivers does not exist|rm -r ram/drivers
+InfDir of the host|3|is a path of this computer|sed -i "s#^InfDir.*#InfDir = '/tmp/x'#" machine.toml
+no INF file that fits|3|no file here lists the device|rm ram/drivers/nbstor.inf ram/drivers/longvale.inf
+INF file of 10.0|3|longvale.*needs 10.0 exactly; the restored system is 6.1|rm ram/drivers/nbstor.inf
+another bus|3|nvme.* is on neither an IDE nor a SCSI bus|sed -i 's/?.scsi#disk/?\\nvme#disk/; s/SCSI.Disk&Ven/NVME\\Disk\&Ven/' machine.toml
+disk without parent|3|no controller stands above it|sed -i '/^parent = .PCI/d' machine.toml
+named id|58|Reboot.*which this reading refuses|sed -i "s/^InfDir.*/InfDir = 'X:\\\\drivers\\\\nbstor.inf'\nHardwareID = 'PCI\\\\VEN_1000\&DEV_0030'/" machine.toml && utf8_inf ram/drivers/nbstor.inf 's/^CopyFiles/Reboot\n&/'
+named file missing|58|is no file of the machine|sed -i "s/^InfDir.*/InfDir = 'X:\\\\none.inf'\nHardwareID = 'PCI\\\\VEN_1000'/" machine.toml
 driver file missing|11|Failed to locate file .*NBSTOR.SYS|rm ram/drivers/nbstor.sys
 boot disk unknown|0|The boot disk was not found|sed -i 's/PhysicalDrive0.$/PhysicalDrive9\x27/' machine.toml
+a text for a number|3|HAL is the text "9", of which a run takes the first byte, 57|sed -i "/^BMEF/aHAL = '9'" machine.toml
+HAL of another kind|3|is x86 by the job's HAL, the running machine is x64|sed -i '/^BMEF/aHAL = 0' machine.toml
 CASES
+
+# --- INF files that list the device and are not taken: reason in the JSON document, what is said, sed on one that fits
+fresh scsi-6.1-x64
+rm "$work"/machine/ram/drivers/*.inf
+mkdir "$work/machine/ram/drivers/sub"
+cat >"$work/fits.inf" <<'INF'
+[Version]
+Signature = "$Windows NT$"
+ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}
+[Manufacturer]
+Maker = Models, NTamd64
+[Models.NTamd64]
+Driver = Inst, PCI\VEN_1000&DEV_0030
+[Inst]
+CopyFiles = @nbstor.sys
+[Inst.Services]
+AddService = abc, 2, Svc
+[Svc]
+StartType = 0
+INF
+reasons=$(cat <<'CASES'
+class|{4D36E972-|s/4D36E97B/4D36E972/
+running_system|lists it for NTamd64 alone, not for the system that the run works on (x64)|s/^Maker.*/Maker = Models, NTx86/; s/.Inst.$/[Models.NTx86]\nOther = Inst, PCI\\VEN_1\n&/
+restored_system|needs 6.2 exactly; the restored system is 6.1|s/NTamd64/NTamd64.6.2/
+restored_system|for x86; the restored system is x64|s/NTamd64/NTx86/
+restored_system|needs 6.0 exactly; the restored system is 6.1|s/NTamd64/NTamd64.6.0/
+section_missing|its install section [Inst] is not there|/^.Inst.$/,+1d
+directive|its install section has `Reboot`, which this reading refuses|s/^CopyF/Reboot\n&/
+directive|its install section has `FeatureScore`,|s/^CopyF/FeatureScore = FE\n&/
+directive_empty|`CopyFiles` in its install section has no value|s/^CopyFiles.*/CopyFiles =/
+bare_line|its install section [Inst] ends in a line|s/^CopyF.*/&\na, b/
+copy_section_missing|its list of files [List] is not there|s/@nbstor.sys/List/
+file_name|is not the name of one file|s/@nbstor/@..\\nbstor/
+file_missing|NBNONE.SYS is not beside it|s/nbstor/nbnone/
+service_missing|its install section [Inst] adds no service|/Services/,+1d
+service_section_missing|its service's section [Svc] is not there|/^.Svc/,$d
+service_value|`LoadOrderGroup` of its service could not be|s/^StartType.*/LoadOrderGroup =/
+unreadable|has no Signature of this style|/^Signature/d
+CASES
+)
+n=10
+while IFS='|' read -r _ _ script; do
+  sed "$script" "$work/fits.inf" >"$work/machine/ram/drivers/$n.inf"
+  n=$((n + 1))
+done <<<"$reasons"
+cp "$work/fits.inf" "$work/machine/ram/drivers/sub/below.inf"
+run run --machine "$machine" --job 7 --json
+cp "$work/out" "$work/json"
+expect "INF files, in words" 3 'lies in a folder below' run --machine "$machine" --job 7
+n=10
+while IFS='|' read -r reason text _; do
+  grep -qF -- "$text" <(grep -F "drivers\\$n.inf" "$work/out") || fail "$n.inf: not \"$text\""
+  [[ $(grep -A2 "drivers..$n.inf" "$work/json" | sed -n 's/.*"reason": "\(.*\)",/\1/p') == "$reason" ]] || fail "$n.inf: not $reason"
+  n=$((n + 1))
+done <<<"$reasons"
+# A driver is found by way of the first file that lists the device, and may come from a later one.
+cp "$work/fits.inf" "$work/machine/ram/drivers/later.inf"
+expect "driver of a later file" 11 '^      from X:.drivers.later.inf$' run --machine "$machine" --job 7
+
+# --- A key beside the new service's that cannot be read: the library's own result is 0
+fresh scsi-6.1-x64
+LC_ALL=C sed -i 's/\x03\x00\x00\x00pci/\xFF\xFF\x00\x00pci/' "$hive"
+before=$(sha256sum "$hive")
+expect "hive damaged" 4 'Services.nbstor: the key was not created: the hive is damaged' run --machine "$machine" --job 7
+grep -q 'not saved: it is damaged' "$work/out" && [[ $(sha256sum "$hive") == "$before" ]] || fail "damaged hive saved"
+
+# --- Jobs that the restored system contradicts: what is said of it, how it is told; the result stays
+reg() { printf '[\\%s]\n\n' "${@:3}" | sed "\$s/^\$/$2/" >lines.reg && hivexregedit --merge "$1" lines.reg; }
+while IFS='|' read -r pattern spoil; do
+  fresh scsi-6.1-x64
+  (cd "$work/machine/restored/Windows/System32" && eval "$spoil") || fail "$spoil"
+  expect "$spoil" 0 "The extension file says 6.1, the restored system's $pattern" run --machine "$machine" --job 7 --verify
+done <<'CASES'
+kernel is 5.2|cp "$examples"/protected-5.2-x64/c/WINDOWS/system32/drivers/disk.sys ntoskrnl.exe
+SOFTWARE hive says 6.3|"$make_hive" config/SOFTWARE empty && reg config/SOFTWARE '"CurrentVersion"="6.3"' Microsoft 'Microsoft\Windows NT' 'Microsoft\Windows NT\CurrentVersion'
+SYSTEM hive is that of 6.2 or later|reg config/SYSTEM '' DriverDatabase
+CASES
+
+# --- The documentation's machine, made as the page says
+mkdir "$work/page"
+cd "$work/page" || exit 1
+block() { awk -v begin="\`\`\`$1" '$0 == begin && !n++ {on = 1; next} /^```/ {on = 0} on' "$page"; }
+block toml >machine.toml
+block ini >acme.inf
+cp "$examples/scsi-6.1-x64/ram/drivers/nbstor.sys" acme.sys
+cp "$examples/scsi-6.1-x64/restored/Windows/System32/config/SYSTEM" .
+eval "$(block sh)"
+for mode in --verify ''; do
+  # shellcheck disable=SC2086
+  expect "the page's machine" 0 'Acme SCSI Adapter' run --machine machine.toml --job 7 $mode
+  ! grep -q '^Problems' "$work/out" || fail "the page's machine $mode has problems"
+done
+cd "$OLDPWD" || exit 1
+
+# --- A verification of what no injection could mend: name, fault, what the problem says, how the machine is spoilt. It
+# ends with 1, and not even a time in the restored system changes.
+state() { (cd "$work/machine/restored" && find . -printf '%p %y %s %m %T@ %C@\n' | sort && digest) | sha256sum; }
+while IFS='|' read -r name faults pattern spoil; do
+  [[ -n $name ]] || continue
+  fresh scsi-6.1-x64
+  (cd "$work/machine" && eval "$spoil") || fail "$name: cannot be set up"
+  before=$(state)
+  export VXR_FAULTS=$faults
+  expect "verification, $name" 1 "$pattern" run --machine "$machine" --job 7 --verify
+  grep -q '^  1: the verification succeeds, but an injection' "$work/out" || fail "$name: the result is not explained"
+  expect "verification as JSON, $name" 1 '"rehearsal": \{' run --machine "$machine" --job 7 --verify --json
+  unset VXR_FAULTS
+  [[ $(state) == "$before" ]] || fail "$name: the verification changed the restored system"
+done <<'CASES'
+hive missing||config.system: an injection could not mount it: it does not exist|rm "$hive"
+hive cut short||mount it: it is too short|truncate -s 5000 "$hive"
+hive damaged within||mount it: it is damaged|printf 'XXXX' | dd of="$hive" bs=1 seek=4096 conv=notrunc status=none
+hive dirty, its log gone||mount it: it was not closed cleanly .*no log beside it|"$make_hive" "$hive" dirty && rm "$hive".LOG1
+empty volume||mount it: drive D: is empty|rm -r restored/*
+drive nowhere||mount it: drive E: is not there|sed -i '/^RootPath/s/D:/E:/' machine.toml
+directory nowhere||mount it: D:.Other does not exist|sed -i "/^BMEFile/d; s/^RootPath.*/RootPath = 'D:\\\\Other'\nOSVerMaj = 6\nOSVerMin = 1\nHAL = 9/" machine.toml
+no directory for drivers||drivers: an injection could not copy files there|rm -r restored/Windows/System32/drivers
+hive's directory read-only|directory write:1:30|could not be saved, .*Read-only file system|true
+drivers' directory read-only|directory write:2:on:30|NBSTOR.SYS: an injection could not copy it: .*Read-only|true
+no room for a driver||NBSTOR.SYS: .*there is no room: it needs 109951|truncate -s 10T ram/drivers/nbstor.sys
+no room for both||NB[A-Z]*.SYS: .*there is no room|truncate -s "$(($(stat -f -c '%f*%S/10*6' .)))" ram/drivers/nb{stor,help}.sys
+no room for the hive|free room:6|could not save it: there is no room: it needs 36864|true
+a directory in the way||NBSTOR.SYS: .*the target is no file|mkdir restored/Windows/System32/drivers/NBSTOR.SYS
+a value refused|RegSetValueExA:1:on|nbstor: an injection could not write Start: access is denied|true
+CASES
+fresh scsi-6.1-x64
+expect "verification" 0 'SYSTEM_ORG.ControlSet001.Services.nbstor' run --machine "$machine" --job 7 --verify
+grep -q '^Registry values that would be written' "$work/out" || fail "verification: its values are said to be written"
 
 # --- Recording a machine: name, exit status, what is said, arguments, how the machine is spoilt; @ is its directory. A
 # failure leaves the includes file as it is.
@@ -141,11 +315,21 @@ map file binary|0|None has its name|@/x.bme --map @/bytes.ini|head -c 9999 /dev/
 no such directory|9|none/x.bme: .*no such directory|@/none/x.bme --includes C:\backup\includes.ini
 a directory of that name|9|/c: .*it is read-only, a directory|@/c --includes C:\backup\includes.ini
 no file name|9|no file name|C:\a:b.bme
-the machine file itself|2|would replace .*machine.toml|@/machine.toml
+the machine file itself|2|would replace the machine file|@/machine.toml
+another spelling of the includes file|2|would replace C:.backup.X.BME|C:\backup\x.bme --includes C:\backup\X.BME
+a link to the machine file|2|would replace the machine file|@/l.bme|ln machine.toml l.bme
+a link to a file to come|2|would replace .*/l.ini|@/y.bme --includes @/l.ini|ln -s y.bme l.ini
+includes file the machine file|2|is the machine file|@/x.bme --includes @/machine.toml
+includes file an extension file|2|is an extension file|@/x.bme --includes @/old.bme|"$make_extension" old.bme
+a live hive|2|would replace the hive of SYSTEM|C:\windows\SYSTEM32\config\System
 read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
+a letter that the code page lacks|2|C:.backup.日.bme: .* code page 1252 lacks; use another name|C:\backup\日.bme
 system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml
 no computer device|9|cannot be recorded: .*class Computer|@/x.bme|sed -i "s/'Computer'/'Net'/" machine.toml
 CASES
+fresh protected-5.2-x64
+shows "create, a letter beyond ASCII" 'café.bme: 80,332 bytes' create --machine "$machine" 'C:\backup\café.bme'
+[[ -f $work/machine/c/backup/café.bme ]] || fail "create: the file's name is not in the machine's code page"
 expect "create, no machine" 2 'nowhere.toml: ' create --machine "$work/nowhere.toml" "$work/x.bme"
 
 # --- Hives: one whose last page is only in its log
@@ -174,7 +358,7 @@ run inf --json "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && grep -q '"Nort
 run inf --language 0x0407 "$examples/scsi-6.1-x64/ram/drivers/nbstor.inf" && grep -q 'für Northbridge' "$work/out" ||
   fail "inf --language"
 expect "INF file missing" 1 'is missing' inf "$work/none.inf"
-expect "a directory" 1 'is not a file' inf "$work"
+expect "a directory" 1 'is a directory' inf "$work"
 expect "not an INF file" 1 'text before the first section' inf "$0"
 
 # --- Extension files
@@ -197,12 +381,15 @@ for pattern in 'Windows 5.2 build 3790 Service Pack 2, server' 'Processors +4, a
   'service +atapi, kernel driver, boot start, group "SCSI Miniport"' '"Geschäft\?"' '2007-02-19 17:20:00 UTC'; do
   shows "show" "$pattern" show "$two"
 done
+"$make_extension" "$work/host.bme" computer=files dns_hostname=FILES dns_fully_qualified=files &&
+  shows "show, no domain" 'Computer +files' show "$work/host.bme" && ! grep -q DNS "$work/out" ||
+  fail "show: the host's name is there twice"
 shows "show --json" '"written_utc": "2007-02-19T17:20:00Z"' show --json "$two"
 [[ $(head -c 1 "$work/out") == '{' ]] || fail "show --json: one file is one object"
 shows "show --json of two" '^]$' show --json "$two" "$two"
 [[ $(head -c 1 "$work/out") == '[' && $(grep -c '"file"' "$work/out") -eq 2 ]] || fail "show --json: two are a list"
 run show --json "$work/short.bme" "$two" "$work/missing.bme"
-[[ $? -eq 1 && $(grep -c '"file"' "$work/out") -eq 1 && $(wc -l <"$work/err") -eq 2 ]] ||
+[[ $? -eq 1 && $(grep -c '"file"' "$work/out") -eq 3 && $(grep -c '"error"' "$work/out") -eq 2 && $(wc -l <"$work/err") -eq 2 ]] ||
   fail "show: a bad file must not hide a good one"
 run show "$work/short.bme" "$two"
 [[ $? -eq 1 ]] && grep -q FILESERVER "$work/out" || fail "show: a bad file must not hide a good one"
@@ -216,8 +403,8 @@ long.bme|has 160664 bytes
 noise.bme|is not an extension file: it begins with
 later.bme|is of version 2
 empty.bme|is empty
-missing.bme|cannot be read: No such file
-|cannot be read: Is a directory
+missing.bme|is missing
+|is a directory
 CASES
 
 # Arguments, exit status, what the answer or the complaint is.

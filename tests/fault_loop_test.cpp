@@ -10,8 +10,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+enum class Mode { kInjection, kVerification, kRehearsal };
+constexpr const char *kModeNames[] = {"Injection", "Verification", "Rehearsal"};
+
 struct RunLoop {
-  bool inject;
+  Mode mode;
   FaultLoop faults;
 };
 
@@ -46,16 +49,19 @@ void RunFaultLoopTest::ExpectFilesOldOrNew() const {
 }
 
 TEST_P(RunFaultLoopTest, NoFailureCrashesLeaksOrLosesData) {
-  const bool inject = GetParam().inject;
+  const Mode mode = GetParam().mode;
   uint32_t result = 0;
   const auto prepare = [&] {
     ResetRestoredSystem();
     OpenJob();
+    if (mode == Mode::kRehearsal) {
+      ASSERT_TRUE(VXRMachine_Rehearse(1));
+    }
   };
   const auto check = [&](bool faulted) {
     Close();
-    if (!inject) {
-      EXPECT_EQ(RestoredTree(), pristine) << "a verification changed the restored system";
+    if (mode != Mode::kInjection) {
+      EXPECT_EQ(RestoredTree(), pristine) << "the restored system was changed";
     }
     ExpectFilesOldOrNew();
     ExpectHiveWhole();
@@ -63,20 +69,21 @@ TEST_P(RunFaultLoopTest, NoFailureCrashesLeaksOrLosesData) {
       EXPECT_EQ(result, 0u);
     }
   };
-  const unsigned calls = RunFaultLoop(GetParam().faults, &log, {prepare, [&] { result = Run(inject); }, check});
+  const auto attempt = [&] { result = Run(mode != Mode::kVerification); };
+  const unsigned calls = RunFaultLoop(GetParam().faults, &log, {prepare, attempt, check});
   RecordProperty("calls", static_cast<int>(calls));
 }
 
 std::vector<RunLoop> Loops() {
   std::vector<RunLoop> loops;
-  for (const bool inject : {true, false})
-    for (const FaultLoop &faults : AllFaultLoops()) loops.push_back({inject, faults});
+  for (const Mode mode : {Mode::kInjection, Mode::kVerification, Mode::kRehearsal})
+    for (const FaultLoop &faults : AllFaultLoops()) loops.push_back({mode, faults});
   return loops;
 }
 
 INSTANTIATE_TEST_SUITE_P(RestoreRun, RunFaultLoopTest, testing::ValuesIn(Loops()), [](const auto &test) {
   const FaultLoop &faults = test.param.faults;
-  return std::string(test.param.inject ? "Injection" : "Verification") + (faults.onwards ? "Onwards" : "Once") +
+  return std::string(kModeNames[static_cast<int>(test.param.mode)]) + (faults.onwards ? "Onwards" : "Once") +
          std::to_string(faults.share);
 });
 

@@ -3,8 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
+#include "platform/machine/base/fault.h"
 #include "tests/support/restore_job.h"
 
 namespace {
@@ -141,6 +143,53 @@ TEST_F(RestoreJobTest, InjectionLeavesFilesServiceAndCriticalDevice) {
                                             critical + "ClassGUID", critical + "Service"));
 }
 
+// Every file of the machine with its mode, its times and its bytes.
+std::string WholeMachine(const std::filesystem::path &folder) {
+  std::vector<std::string> files;
+  for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
+    struct stat status = {};
+    stat(entry.path().c_str(), &status);
+    std::string file = entry.path().string();
+    for (const long number : {long{status.st_mode}, status.st_mtim.tv_sec, status.st_mtim.tv_nsec,
+                              status.st_ctim.tv_sec, status.st_ctim.tv_nsec}) {
+      file += ' ' + std::to_string(number);
+    }
+    files.push_back(file + (entry.is_regular_file() ? '\n' + ReadBytes(entry.path()) : ""));
+  }
+  std::sort(files.begin(), files.end());
+  return testing::PrintToString(files);
+}
+
+// The extension file of this job is written to through its mapping; an old driver is read-only; neither changes.
+TEST_F(RestoreJobTest, ARehearsalTellsWhatTheInjectionThenDoesAndChangesNothing) {
+  OpenJob([this](std::string *toml) {
+    NameExtension(toml, folder, "HbMe" + std::string(80328, '\0'));
+    std::filesystem::permissions(folder / "restored/Windows/system32/drivers/FAST.SYS", std::filesystem::perms(0444));
+  });
+  const auto told = [this](bool inject) {
+    std::vector<std::string> all;
+    events.clear();
+    statusLines.clear();
+    EXPECT_EQ(Run(inject), 0u);
+    for (const MachineEvent &event : events) {
+      all.push_back(std::to_string(event.kind) + event.subject + event.detail + event.text +
+                    std::to_string(event.size));
+    }
+    all.insert(all.end(), statusLines.begin(), statusLines.end());
+    VXRDbg_Cleanup();
+    return all;
+  };
+  const std::string before = WholeMachine(folder);
+  ASSERT_TRUE(VXRMachine_Rehearse(1));
+  const auto rehearsed = told(true);
+  EXPECT_EQ(told(true), rehearsed) << "within one rehearsal";
+  EXPECT_EQ(VXREng_CreateBMExtFile("X:\\new.bme", nullptr, nullptr), 9u);
+  ASSERT_TRUE(VXRMachine_Rehearse(0));
+  EXPECT_TRUE(WholeMachine(folder) == before) << "a rehearsal changed a file";
+  EXPECT_EQ(told(true), rehearsed);
+  EXPECT_EQ(ReadFile("restored/Windows/system32/drivers/FAST.SYS"), "the new driver, longer than the old one");
+}
+
 TEST_F(RestoreJobTest, SecondRunFindsWhatTheFirstLeft) {
   OpenJob();
   ASSERT_EQ(Run(true), 0u);
@@ -173,6 +222,62 @@ TEST_F(RestoreJobTest, NamedIdCheckChangesNothingInInjectionMode) {
   const std::string before = RestoredTree();
   EXPECT_EQ(Run(true), 0u);
   EXPECT_EQ(RestoredTree(), before);
+}
+
+TEST_F(RestoreJobTest, NamedIdOfAnUnsupportedSystemFailsWithoutALineOfTheRun) {
+  OpenJob([](std::string *toml) {
+    *toml = Replaced(Replaced(*toml, "HAL = 9", "HAL = 5"), "InfDir = 'X:\\drivers'",
+                     "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'x'");
+  });
+  EXPECT_EQ(Run(true), 58u);
+  EXPECT_THAT(Lines("ERROR:VXRExt_GetTargetOS:"), testing::SizeIs(1));
+  EXPECT_THAT(Lines("ERROR:VXREng_RunVXR:"), testing::IsEmpty());
+}
+
+TEST_F(RestoreJobTest, NamedIdThatCannotBeReadIsNotTakenForNone) {
+  int unread = 0;
+  const std::string before = RestoredTree();
+  for (unsigned call = 1, faults = 1; faults != 0; ++call) {
+    OpenJob([](std::string *toml) {
+      *toml = Replaced(*toml, "InfDir = 'X:\\drivers'",
+                       "InfDir = 'X:\\drivers\\fast.inf'\nHardwareID = 'PCI\\VEN_1000&DEV_0030'");
+    });
+    machine::SetFaultPlan({"RegQueryValueExA", call, false, ERROR_ACCESS_DENIED});
+    const uint32_t result = Run(true);
+    faults = machine::FaultsMet();
+    machine::SetFaultPlan({});
+    EXPECT_EQ(RestoredTree(), before) << "read " << call;
+    if (log.find("Relmar\\1\\HardwareID) failed") != std::string::npos) {
+      ++unread;
+      EXPECT_EQ(result, 58u) << "read " << call;
+      EXPECT_THAT(log, HasSubstr("unloaded original hive")) << "read " << call;
+    }
+    Close();
+    ClearLog();
+  }
+  EXPECT_EQ(unread, 2) << "its size and its data";
+}
+
+// The name of a key beside the new service's cannot be read: whether the service is there cannot be known.
+TEST_F(RestoreJobTest, DamagedHiveIsNotSavedAndEachLostKeyIsTold) {
+  EditHive(folder, [](std::string *bytes) {
+    const std::size_t at = bytes->find("disk", bytes->find("Services"));
+    ASSERT_NE(at, std::string::npos);
+    (*bytes)[at - 4] = (*bytes)[at - 3] = '\xFF';  // its name's length
+  });
+  const std::string hive = ReadFile(kHivePath);
+  OpenJob();
+  Run(true);
+  EXPECT_EQ(ReadFile(kHivePath), hive);
+  const auto hasKind = [&](uint32_t kind, const char *detail, const char *text) {
+    return std::any_of(events.begin(), events.end(), [&](const MachineEvent &event) {
+      return event.kind == kind && event.detail.find(detail) != std::string::npos &&
+             event.text.find(text) != std::string::npos;
+    });
+  };
+  EXPECT_TRUE(hasKind(VXRMACHINE_VALUE_NOT_WRITTEN, "", "the hive is damaged"));
+  EXPECT_TRUE(hasKind(VXRMACHINE_HIVE_NOT_SAVED, "restore the hive file again", ""));
+  EXPECT_FALSE(hasKind(VXRMACHINE_HIVE_SAVED, "", ""));
 }
 
 TEST_F(RestoreJobTest, RunWithoutWindowGivesTheSameCode) {

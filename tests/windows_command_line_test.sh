@@ -24,8 +24,8 @@ while IFS='|' read -r status pattern words; do
 done <<'CASES'
 0|^vxr [0-9]|--version
 2|--job is required; see vxr run --help|run
-2|were not expected: .*--machine|run --machine m.toml --job 1
-2|were not expected: .*--geometry|fix-boot disk.img --geometry 1,1,1,512
+2|--machine: unknown option|run --machine m.toml --job 1
+2|--geometry: unknown option|fix-boot disk.img --geometry 1,1,1,512
 0|^größe.bme: 80,332 bytes, hot|create größe.bme --includes Ä.ini
 0|Listed in Ä.ini|create größe.bme --includes Ä.ini
 2|would replace größe.bme|create größe.bme --map größe.bme

@@ -1,6 +1,8 @@
 #include "volume/volume.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
@@ -22,6 +24,22 @@ char SystemDrive(char *buffer, const char *caller) {
   return buffer[0];
 }
 
+// Passes `prefix` and the decimal number behind it; one of more than 32 bits becomes the largest. False when either is
+// not there, with the number as it was.
+bool TakeNumber(const char **text, const char *prefix, DWORD *number) {
+  const SIZE_T length = std::strlen(prefix);
+  if (std::strncmp(*text, prefix, length) != 0) return false;
+  const char *at = *text + length;
+  if (*at < '0' || *at > '9') return false;
+  uint64_t value = 0;
+  for (; *at >= '0' && *at <= '9'; ++at) {
+    value = std::min<uint64_t>(value * 10 + static_cast<uint64_t>(*at - '0'), UINT32_MAX);
+  }
+  *number = static_cast<DWORD>(value);
+  *text = at;
+  return true;
+}
+
 }  // namespace
 
 BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBlock) {
@@ -39,10 +57,11 @@ BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBloc
     LogFailure("VXRRlm_GetBootPart", "None");
     return FALSE;
   }
-  // The numbers serve the log alone, so a text of another form is no error. Nine digits: more could overflow.
-  unsigned disk = 0, part = 0;
-  const unsigned volume = 1;
-  std::sscanf(bootPart, "\\\\.\\PHYSICALDRIVE%9u\\PARTITION%9u", &disk, &part);
+  // The numbers serve the log alone, so a text of another form is no error.
+  DWORD disk = 0, part = 0;
+  const DWORD volume = 1;
+  const char *rest = bootPart;
+  if (TakeNumber(&rest, "\\\\.\\PHYSICALDRIVE", &disk)) TakeNumber(&rest, "\\PARTITION", &part);
   VXRDbg_Log(kCheck, "CHECK:%s:szBootPart=%s:Disk=%d:Part=%d:Vol=%d\n", __func__, bootPart, disk, part, volume);
   const char *rootPath = VXRRlm_GetRootPath();
   if (rootPath == nullptr) {

@@ -45,7 +45,8 @@ TEST_F(VolumeTest, SettingsNameTheVolume) {
       {"\\\\.\\PHYSICALDRIVE12", ":Disk=12:Part=0:Vol=1\n"},
       {"C:", ":Disk=0:Part=0:Vol=1\n"},
       {"", ":Disk=0:Part=0:Vol=1\n"},
-      {"\\\\.\\PHYSICALDRIVE99999999999999999999\\PARTITION2", ":Disk=999999999:Part=0:Vol=1\n"},
+      {"\\\\.\\PHYSICALDRIVE1234567890\\PARTITION2147483647", ":Disk=1234567890:Part=2147483647:Vol=1\n"},
+      {"\\\\.\\PHYSICALDRIVE99999999999999999999\\PARTITION2", ":Disk=-1:Part=2:Vol=1\n"},
   };
   char root[] = "E:\\";
   settings.szRootPath = root;

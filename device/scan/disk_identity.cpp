@@ -121,8 +121,8 @@ BOOL StripPrefix(char *path, const char *caller) {
 // An interface path has "#" for a slash as well as for a backslash. An id has no backslash from "ven_" to "rev_", so
 // what became one there was a slash.
 void FixProductName(char *id, const char *caller) {
-  char *vendor = std::strstr(id, "ven_");
-  char *revision = std::strstr(id, "rev_");
+  char *vendor = FindText(id, "ven_");
+  char *revision = FindText(id, "rev_");
   if (vendor == nullptr || revision == nullptr) return;
   VXRDbg_Log(kCheck, "CHECK:%s:validating %s from %p to %p...\n", caller, id, vendor, revision);
   for (char *at = VXREng_StrChr(vendor, '\\'); at != nullptr && at < revision; at = VXREng_StrChr(at, '\\')) {

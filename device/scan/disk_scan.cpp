@@ -5,6 +5,7 @@
 #include "device/properties.h"
 #include "device/records.h"
 #include "device/scan/disk_identity.h"
+#include "engine/base/decisions.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
 #include "engine/paths/path_catalogue.h"
@@ -18,6 +19,7 @@ namespace {
 constexpr DWORD kNoDriver = 3;  // result code
 
 void ShowNoDriver(const char *instanceId) {
+  platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, instanceId);
   VXREng_StatusMsg(kNoDriver, "Failed to locate driver files for device %s",
                    instanceId == nullptr ? "N/A" : instanceId);
 }
@@ -122,14 +124,16 @@ VXR_DEVICE *BuildBootDisk(BOOL inject, const char *caller) {
   return device;
 }
 
-// Links the disk's controller above it, by the bus that the disk's id names.
+// Links the disk's controller above it, by the bus that the disk's id names. On other buses none is looked for.
 void LinkController(VXR_DEVICE *disk, BOOL inject, const char *caller) {
   VXRDbg_Log(kFlush, "FLUSH:%s:check ENUM=%s\n", caller, disk->szInstanceID);
-  if (BeginsWith(disk->szInstanceID, "IDE")) {
-    disk->pVXRDevParent = VXRDev_GetDiskCtrlDevice(0, VXR_DEVTYPE_HDC, disk->hDevInst, inject);
-  } else if (BeginsWith(disk->szInstanceID, "SCSI")) {
-    disk->pVXRDevParent = VXRDev_GetDiskCtrlDevice(0, VXR_DEVTYPE_SCSIADAPTER, disk->hDevInst, inject);
+  const bool ide = BeginsWith(disk->szInstanceID, "IDE");
+  if (!ide && !BeginsWith(disk->szInstanceID, "SCSI")) {
+    platform::ReportDecision(VXRMACHINE_DISK_ALONE, disk->szInstanceID);
+    return;
   }
+  disk->pVXRDevParent =
+      VXRDev_GetDiskCtrlDevice(0, ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER, disk->hDevInst, inject);
 }
 
 }  // namespace
@@ -164,6 +168,7 @@ VXR_DEVICE *VXRDev_GetDeviceByInstanceID(DWORD diskIndex, DWORD deviceType, Heap
     return nullptr;
   }
   VXREng_StatusMsg(kProgress, "Checking device with id %s...\n", instanceId);
+  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, instanceId);
   VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice").release();
   if (device == nullptr) return nullptr;
   if (!BuildDevice(diskIndex, deviceType, instanceId, bInject, device, __func__)) {
@@ -196,6 +201,9 @@ BOOL VXRDev_InitDevice(DWORD diskIndex, DWORD deviceType, char *szInstanceID, co
   pVXRDevice->iBMDevIndex = diskIndex;
   pVXRDevice->VXRDevType = deviceType;
   pVXRDevice->szInstanceID = szInstanceID;
+  ReportTexts(VXRMACHINE_DEVICE_ID, pVXRDevice->szHardwareID);
+  ReportTexts(VXRMACHINE_DEVICE_ID, pVXRDevice->szCompatibleIDs);
+  ReportTexts(VXRMACHINE_DEVICE_TARGET, pVXRDevice->szTargetOS);
   VXRDbg_DumpGuid(&pVXRDevice->guDevice, __func__);
   if (!VXRDev_GetDriverInfDirs(szInfDirs, pVXRDevice)) {
     VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetDriverInfDirs() failed\n", __func__);

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 
+#include "log/characters.h"
 #include "log/heap.h"
 #include "log/log.h"
 #include "vxrcore/vxrcore.h"
@@ -41,8 +42,9 @@ BOOL VXREng_StatusMsg(DWORD code, const char *format, ...) {
   if (line == nullptr) return FALSE;
   va_list arguments;
   va_start(arguments, format);
-  platform::FormatText(line.get(), kStatusLineSize, format, arguments);
+  const int length = platform::FormatText(line.get(), kStatusLineSize, format, arguments);
   va_end(arguments);
+  if (length < 0) line.get()[WholeCharacters(line.get(), kStatusLineSize - 1)] = '\0';
 
   VXRDbg_Log(kStatus, "STMSG:%s", line.get());
   if (dwWndFlags == kReplace) platform::SetWindowTextA(hStatusWnd, line.get());

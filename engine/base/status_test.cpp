@@ -1,6 +1,7 @@
 #include "engine/base/status.h"
 
 #include "platform/machine/base/fault.h"
+#include "tests/support/own_code_page.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -60,6 +61,10 @@ TEST_F(StatusTest, CutsALongLine) {
   VXREng_SetStatusWnd(window, 2);
   EXPECT_TRUE(VXREng_StatusMsg(kProgress, "%s", std::string(1500, 'x').c_str()));
   EXPECT_THAT(statusLines, ElementsAre(std::string(1023, 'x')));
+  if (!UseCodePage(932)) return;
+  VXREng_StatusMsg(kProgress, "%s", (std::string(1022, 'x') + "\x95\x5C").c_str());
+  EXPECT_EQ(statusLines.back(), std::string(1022, 'x')) << "cut between characters";
+  machine::SetCodePage(machine::kDefaultCodePage);
 }
 
 }  // namespace

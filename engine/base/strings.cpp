@@ -3,20 +3,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "log/characters.h"
 #include "log/log.h"
 
 namespace {
 
 bool IsAscii(char character) { return static_cast<BYTE>(character) < 0x80; }
-
-constexpr BYTE kLowestTrailByte = 0x40;  // of any two-byte code page
-
-// Bytes of the character at `text`, at most `limit`. A lead byte that no trail byte follows stands alone.
-SIZE_T CharacterLength(const char *text, SIZE_T limit) {
-  const bool twoBytes = limit > 1 && !IsAscii(*text) && static_cast<BYTE>(text[1]) >= kLowestTrailByte &&
-                        platform::IsDBCSLeadByte(static_cast<BYTE>(*text));
-  return twoBytes ? 2 : 1;
-}
 
 // Code of the character of `length` bytes at `text`, in lower case.
 int FoldedCode(const char *text, SIZE_T length) {
@@ -112,7 +104,7 @@ int VXREng_StrICmp(const char *a, const char *b) { return VXREng_StrNICmp(a, b, 
 
 const char *VXREng_StrChr(const char *text, char character) {
   while (true) {
-    const SIZE_T length = CharacterLength(text, SIZE_MAX);
+    const SIZE_T length = CharacterLength(text);
     if (length == 1 && *text == character) return text;
     if (*text == '\0') return nullptr;
     text += length;
@@ -121,6 +113,14 @@ const char *VXREng_StrChr(const char *text, char character) {
 
 char *VXREng_StrChr(char *text, char character) {
   return const_cast<char *>(VXREng_StrChr(static_cast<const char *>(text), character));
+}
+
+char *FindText(char *text, const char *wanted) {
+  const SIZE_T length = std::strlen(wanted);
+  for (; *text != '\0'; text += CharacterLength(text)) {
+    if (std::strncmp(text, wanted, length) == 0) return text;
+  }
+  return nullptr;
 }
 
 char *VXREng_StrUpr(char *text) {

@@ -31,6 +31,9 @@ int VXREng_StrICmp(const char *a, const char *b);
 // terminator.
 char *VXREng_StrChr(char *text, char character);
 const char *VXREng_StrChr(const char *text, char character);
+// First occurrence of a text of single-byte characters, which begins no earlier than with a character of its own; null
+// when none.
+char *FindText(char *text, const char *wanted);
 // Case conversion in place. Return `text`, or null when it is null or the platform did not convert all of it.
 char *VXREng_StrUpr(char *text);
 char *VXREng_StrLwr(char *text);

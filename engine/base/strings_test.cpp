@@ -138,10 +138,12 @@ TEST_F(StringsTest, ComparisonFoldsCaseByTheCodePage) {
 
 TEST_F(StringsTest, SearchesPassTrailBytesOver) {
   char path[] = SO "\\" HYOU;
+  char letters[] = "\x83ven_\x83\x5Cven_";  // the first v ends a two-byte character
   EXPECT_STREQ(LastBackslash("C:\\drv\\x\\oem.inf"), "\\oem.inf");
   if (UseCodePage(1252)) {
     EXPECT_EQ(VXREng_StrChr(path, '\\'), path + 1);
     EXPECT_EQ(LastBackslash(path), path + 4);
+    EXPECT_EQ(FindText(letters, "ven_"), letters + 1);
   }
   if (!UseCodePage(932)) return;
   EXPECT_EQ(VXREng_StrChr(path, '\\'), path + 2);
@@ -149,6 +151,7 @@ TEST_F(StringsTest, SearchesPassTrailBytesOver) {
   EXPECT_EQ(VXREng_StrChr(path, '\0'), path + 5);
   EXPECT_EQ(VXREng_StrChr(path, 'x'), nullptr);
   EXPECT_EQ(LastBackslash(HYOU), nullptr);
+  EXPECT_EQ(FindText(letters, "ven_"), letters + 7);
 }
 
 TEST_F(StringsTest, CaseIsConvertedInPlace) {

@@ -1,6 +1,6 @@
 // The new machine's devices and the drivers found for them. Allocated zero-filled on the process heap, as is every
 // member called owned below; VXRDev_FreeDevice and VXRDev_FreeDriver (device/records.h) release a record with all that
-// it owns. A borrowed member belongs to another record, which outlives this one.
+// it owns. A borrowed member belongs to somebody else, who keeps it as long as this record names it.
 #pragma once
 
 #include "platform/platform.h"
@@ -16,7 +16,7 @@ struct VXR_DRIVER {
   BOOL bInject;                                  // copy files and write services only when TRUE
   char *szDriver;                                // owned; no operation fills it
   char *szService;                               // owned: service name of the INF file's AddService line
-  const char *szMatchedID;                       // borrowed: the id that matched the model line
+  const char *szMatchedID;                       // borrowed: matching id of the detail record, the device or the job
   SP_DRVINFO_DATA_A *pDrvInfoData;               // owned
   SP_DRVINFO_DETAIL_DATA_A *pDrvInfoDetailData;  // owned; its id list follows the fixed part
   VXR_DEVICE *pVXRDevice;                        // borrowed: the device the driver belongs to

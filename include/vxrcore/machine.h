@@ -3,6 +3,7 @@
 #ifndef VXRCORE_MACHINE_H
 #define VXRCORE_MACHINE_H
 
+#include "vxrcore/events.h"
 #include "vxrcore/vxrcore.h"
 
 #ifdef __cplusplus
@@ -31,32 +32,6 @@ typedef void (*VXRMachine_WindowText)(void *context, const char *text);
 VXR_API void *VXRMachine_CreateWindow(VXRMachine_WindowText callback, void *context);
 VXR_API void VXRMachine_DestroyWindow(void *window);
 
-/* What the machine did or refused, for a host that reports it. Unused texts are null, unused numbers 0. */
-enum {
-  VXRMACHINE_FILE_COPIED = 1,     /* subject: target, detail: source, size: bytes */
-  VXRMACHINE_FILE_NOT_COPIED = 2, /* subject: target, detail: reason, size: 1 when an old target was kept, else 0 */
-  VXRMACHINE_VALUE_WRITTEN = 3,   /* subject: key, detail: value name, text: data for people, type, size: bytes;
-                                     of the running system too */
-  VXRMACHINE_HIVE_LOADED = 4,     /* subject: hive file, detail: mount point */
-  VXRMACHINE_HIVE_REFUSED = 5,    /* subject: hive file, detail: reason */
-  VXRMACHINE_HIVE_SAVED = 6,      /* subject: hive file, size: bytes */
-  VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason, size: 0 when the old hive stays, else bytes of
-                                     the new one, which is in place but not surely on the disk */
-  VXRMACHINE_DRIVER_CHOSEN = 8,   /* subject: INF file, detail: driver description, text: its first hardware id */
-  VXRMACHINE_DEBUG_TEXT = 9,      /* text: what went to the debugger output */
-  VXRMACHINE_PATH_REFUSED = 10,   /* subject: Windows path, detail: why it is not followed */
-  VXRMACHINE_HIVE_REPLAYED = 11   /* subject: hive file, detail: such as "replayed 14 entries from two logs" */
-};
-
-typedef struct VXRMachine_Event {
-  uint32_t kind;
-  uint32_t type; /* registry value type */
-  uint64_t size;
-  const char *subject;
-  const char *detail;
-  const char *text;
-} VXRMachine_Event;
-
 /* `event` and its texts are valid during the call. */
 typedef void (*VXRMachine_Observer)(void *context, const VXRMachine_Event *event);
 
@@ -69,6 +44,36 @@ VXR_API uint32_t VXRMachine_CodePage(void);
 /* Where on the host a path of the open machine leads; the file need not exist. False, with an empty text, when its
  * drive or directory does not exist, when it leads out of its drive, or when it does not fit `hostPathSize` bytes. */
 VXR_API int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize);
+
+/* Whether two paths of the open machine lead to one file, by links or otherwise, or would once either is made. False
+ * too when one of them leads nowhere. */
+VXR_API int32_t VXRMachine_SameFile(const char *path, const char *other);
+
+/* Whether a path of the open machine leads to a file that makes up the machine; `what` (of `whatSize` bytes, cut to
+ * fit) then gets "the machine file", "the hive of KEY" or "the image of disk N", else an empty text. */
+VXR_API int32_t VXRMachine_OwnFile(const char *path, char *what, uint32_t whatSize);
+
+/* Data of a registry value of the open machine, its key below HKEY_LOCAL_MACHINE, as a program of the ANSI code page
+ * reads it. `*size`: bytes of `data` before, of the value after; without `data` it only tells. False when there is no
+ * such value, or when it does not fit. */
+VXR_API int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t *type, void *data, uint32_t *size);
+
+/* The open machine's kind of processor: 0 x86, 6 Itanium, 9 x64; 0xFFFF when none is open. */
+VXR_API uint32_t VXRMachine_ProcessorArchitecture(void);
+
+/* Begins a rehearsal (`on` not zero) or ends it: while it is on, nothing that the library does changes a file.
+ * VXREng_RunVXR goes its whole way in injection mode all the same:
+ * - a copy is checked (source, target, rights, the free room for all of them) and not made; the file then counts as
+ *   being there;
+ * - a hive that is mounted and changed is made anew in memory when it is unmounted, its place and room are checked, and
+ *   it is dropped;
+ * - questions to the user get the answers that they got since the machine was opened; another is not put to a terminal;
+ * - the log has no file: end a log that runs (VXRDbg_Cleanup) before the beginning and before the end.
+ * The observer is told what would happen, by the same events. Whatever else would write fails with the system error 19,
+ * so no extension file is made and no boot sector changed. The end takes back what was set in the running system's
+ * registry; VXRMachine_Close ends it too.
+ * False, with nothing begun, without a machine or with a hive mounted, and on Windows, which has no rehearsals. */
+VXR_API int32_t VXRMachine_Rehearse(int32_t on);
 
 /* How often an INF file was read from disk since VXRMachine_Open. */
 VXR_API uint64_t VXRMachine_InfReads(void);

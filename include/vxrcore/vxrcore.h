@@ -91,7 +91,8 @@ VXR_API uint32_t VXRExt_CreateBMExtFile(const char *extension, const char *inclu
  * Texts are answered without terminator; a text that is empty has size 0.
  * `in`: points to the disk's index for codes that need one; else not used.
  * `inValue`: the volume's index or, for VXREQV_VolIndex, the drive letter.
- * False, with nothing written to `out`, when there is no answer; the reason is in the log. */
+ * False, with nothing written to `out`, when there is no answer; the log has a line that tells why, but not of an
+ * unknown class, nor of an unknown code of VXREQ_Network or VXREQ_Architect. */
 VXR_API int32_t VXRExt_QueryData(uint32_t queryClass, uint32_t query, uint8_t *out, uint32_t *outSize,
                                  const int32_t *in, uint32_t inValue, const void *head);
 

@@ -1,6 +1,7 @@
 #include "inf/search/driver_search.h"
 
 #include "device/records.h"
+#include "engine/base/decisions.h"
 #include "engine/base/files.h"
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
@@ -42,6 +43,7 @@ BOOL UseDirectory(const char *directory, VXR_DEVICE *device, const char *caller)
   VXREng_StatusMsg(kProgress, "Updating registry for corresponding drivers...\n");
   if (VXRDev_PostGetDriver(device->pVXRDriver, device)) return TRUE;
   LogFailure("VXRDev_PostGetDriver", directory, caller);
+  ReportRefusal(VXRMACHINE_REFUSED_NOT_REGISTERED, directory);
   return FALSE;
 }
 
@@ -64,6 +66,7 @@ BOOL UseInfFile(const char *path, int32_t number, const char *directory, const c
     VXRDbg_Log(kFlush, "FLUSH:%s:VXRDev_ValidateInfFile():failed for [%02d]:%s!\n", caller, number, path);
     return FALSE;
   }
+  platform::ReportDecision(VXRMACHINE_INF_TRIED, path);
   if (!VXRDev_InitDriverInf(path, driver, device)) {
     VXRDbg_Log(kError, "ERROR:%s:VXRDev_InitDriverInf():failed for [%02d]:%s!\n", caller, number, path);
     return FALSE;
@@ -96,9 +99,13 @@ BOOL VXRDev_GetDriverInfDirs(const char *szInfDirs, VXR_DEVICE *pVXRDevice) {
   BOOL found = FALSE;
   for (const char *listed = szInfDirs; *listed != '\0' && !found; listed = NextText(listed)) {
     DWORD required = 0;
+    platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, listed);
     if (!VXRDev_ValidateDir(kInfPattern, listed, directory.get(), MAX_PATH, &required)) {
       LogFailure("VXRDev_ValidateDir", "None");
       break;
+    }
+    if (std::strcmp(directory.get(), listed) != 0) {  // the user's
+      platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory.get());
     }
     found = UseDirectory(directory.get(), pVXRDevice, __func__);
   }

@@ -46,7 +46,7 @@ BOOL VXRDev_LocateDriverByID(const char *szHardwareID, const char *szInfDir, con
                              VXR_DRIVER *pVXRDriver, VXR_DEVICE *pVXRDevice);
 
 // Looks for the id in one INF file and processes the model line that lists it. With INVALID_HANDLE_VALUE opens and
-// closes the file itself; a handle that is given stays open. The driver's device must have decorations. The id must
-// outlive the driver record, which borrows it as szMatchedID.
+// closes the file itself; a handle that is given stays open. The driver's device must have decorations. The record
+// borrows the id as szMatchedID, so the id must stay until the record is released or searched for anew.
 BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFile, const char *szHardwareID,
                             VXR_DRIVER *pVXRDriver);

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "device/records.h"
+#include "engine/base/decisions.h"
 #include "engine/base/strings.h"
 #include "inf/checks.h"
 #include "inf/field_reader.h"
@@ -50,11 +51,17 @@ bool SearchOnly(HDEVINFO set, SP_DEVINFO_DATA *device, const char *path, const c
 
 // The first of the device's compatible drivers.
 HeapPtr<SP_DRVINFO_DATA_A> FirstDriver(HDEVINFO set, SP_DEVINFO_DATA *device) {
-  if (!platform::SetupDiBuildDriverInfoList(set, device, SPDIT_COMPATDRIVER)) return nullptr;
+  if (!platform::SetupDiBuildDriverInfoList(set, device, SPDIT_COMPATDRIVER)) {
+    ReportRefusal(VXRMACHINE_REFUSED_UNREADABLE);
+    return nullptr;
+  }
   HeapPtr<SP_DRVINFO_DATA_A> driver = AllocUnlogged<SP_DRVINFO_DATA_A>(sizeof(SP_DRVINFO_DATA_A));
   if (driver == nullptr) return nullptr;
   driver->cbSize = sizeof(SP_DRVINFO_DATA_A);
-  if (!platform::SetupDiEnumDriverInfoA(set, device, SPDIT_COMPATDRIVER, 0, driver.get())) return nullptr;
+  if (!platform::SetupDiEnumDriverInfoA(set, device, SPDIT_COMPATDRIVER, 0, driver.get())) {
+    ReportRefusal(VXRMACHINE_REFUSED_RUNNING_SYSTEM);
+    return nullptr;
+  }
   return driver;
 }
 
@@ -103,7 +110,10 @@ BOOL VXRDev_ValidateInfFile(const char *szInfFile, const GUID *pGuid) {
   if (wanted == nullptr) return TRUE;
   char classGuid[kClassGuidSize] = {};
   if (!ReadClassGuid(szInfFile, classGuid)) return TRUE;
-  return VXREng_StrNICmp(classGuid, wanted.get(), std::strlen(wanted.get())) == 0;
+  if (VXREng_StrNICmp(classGuid, wanted.get(), std::strlen(wanted.get())) == 0) return TRUE;
+  platform::ReportDecision(VXRMACHINE_INF_TRIED, szInfFile);
+  ReportRefusal(VXRMACHINE_REFUSED_CLASS, classGuid);
+  return FALSE;
 }
 
 BOOL VXRDev_InitDriverInf(const char *szInfFile, VXR_DRIVER *pVXRDriver, VXR_DEVICE *pVXRDevice) {

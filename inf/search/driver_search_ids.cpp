@@ -1,5 +1,6 @@
 // The search for an id of the device: candidates, INF files, manufacturers, decorations.
 #include "device/records.h"
+#include "engine/base/decisions.h"
 #include "inf/checks.h"
 #include "inf/install_section.h"
 #include "inf/search/driver_search.h"
@@ -92,10 +93,11 @@ BOOL VXRDev_LocateDriverByID(const char *szHardwareID, const char *szInfDir, con
 BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFile, const char *szHardwareID,
                             VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
-  if (!Given(szInfDir, "szInfDir") || !Given(szInfFile, "szInfFile") || !Given(szHardwareID, "szHardwareID") ||
-      !DecorationsGiven(pVXRDriver)) {
+  if (!Given(szInfDir, "szInfDir") || !Given(szInfFile, "szInfFile") || !Given(szHardwareID, "szHardwareID")) {
     return FALSE;
   }
+  platform::ReportDecision(VXRMACHINE_INF_TRIED, szInfFile, szHardwareID);
+  if (!DecorationsGiven(pVXRDriver)) return FALSE;
   if (*pVXRDriver->pVXRDevice->szTargetOS == '\0') {
     LogFailure("VXREng_GetSubStringCount:szTargetOS", szInfFile);
     return FALSE;
@@ -104,6 +106,7 @@ BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFi
   if (hInf == INVALID_HANDLE_VALUE) {
     own = OpenInfFile(szInfFile);
     if (own == nullptr) {
+      ReportRefusal(VXRMACHINE_REFUSED_UNREADABLE);
       LogFailure("SetupOpenInfFile", szInfFile);
       return FALSE;
     }
@@ -114,5 +117,6 @@ BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFi
   for (BOOL more = FirstLine(hInf, "Manufacturer", &line); more; more = NextLine(&line)) {
     if (UseManufacturer(hInf, &line, szInfDir, szHardwareID, pVXRDriver, __func__)) return TRUE;
   }
+  ReportRefusal(VXRMACHINE_REFUSED_RESTORED_SYSTEM);
   return FALSE;
 }

@@ -11,6 +11,7 @@
 #include "platform/machine/description/description.h"
 #include "platform/machine/files/disk_index.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/registry/registry.h"
 #include "platform/machine/setup/device_tree.h"
 #include "platform/machine/setup/inf_cache.h"
@@ -51,6 +52,13 @@ bool Open(const Reader &read, const std::string &name, std::string *error) {
   machine::IndexDisks(*machine::Current());
   machine::OpenDevices(*machine::Current());
   return true;
+}
+
+void EndRehearsal() {
+  if (!machine::Rehearsing()) return;
+  machine::SetRehearsing(false);
+  machine::EndRegistryRehearsal();
+  machine::EndPromptRehearsal();
 }
 
 void StoreMessage(const std::string &error, char *message, uint32_t messageSize) {
@@ -94,6 +102,7 @@ int32_t VXRMachine_OpenText(const char *text, const char *directory, char *messa
 
 int32_t VXRMachine_Close() {
   if (machine::Current() == nullptr) return 1;
+  EndRehearsal();
   machine::CloseInfFiles();
   machine::CloseDevices();
   machine::ForgetDisks();
@@ -107,4 +116,21 @@ int32_t VXRMachine_Close() {
 
 uint64_t VXRMachine_InfReads() { return machine::InfReads(); }
 
+uint32_t VXRMachine_ProcessorArchitecture() {
+  constexpr uint32_t kUnknown = 0xFFFF;
+  return machine::Current() == nullptr ? kUnknown : machine::Current()->system.processorArchitecture;
+}
+
 uint32_t VXRMachine_CodePage() { return machine::Current() == nullptr ? 0 : machine::Current()->system.codePage; }
+
+int32_t VXRMachine_Rehearse(int32_t on) {
+  if (on == 0) {
+    EndRehearsal();
+    return 1;
+  }
+  if (machine::Rehearsing()) return 1;
+  if (machine::CurrentOrNotReady() == nullptr || !machine::BeginRegistryRehearsal()) return 0;
+  machine::BeginPromptRehearsal();
+  machine::SetRehearsing(true);
+  return 1;
+}

@@ -1,7 +1,9 @@
 // vxr: runs the library on a described machine or, on Windows, on this one; and shows the files it reads.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
@@ -21,6 +23,8 @@
 namespace {
 
 const char *const kVersion = "vxr " VXR_VERSION;
+const std::string kRehearsalStatus =
+    kDescribedMachines ? "1 when a verification succeeds but an injection would not (see Problems);\n" : "";
 const std::string kUsageStatus =
     kDescribedMachines ? "2 for wrong usage or a machine that cannot be opened." : "2 for wrong usage.";
 
@@ -46,11 +50,13 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_option("--job", options->job, "Number of the restore job in the machine's registry")
       ->required()
       ->type_name("NUMBER");
-  run->add_flag("--verify", options->verify, "Check only; leave the restored system as it is");
+  run->add_flag("--verify", options->verify,
+                kDescribedMachines ? "Check only, and rehearse the injection; leave the restored system as it is"
+                                   : "Check only; leave the restored system as it is");
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
-      "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n"
-      "4 also when the restored hive could not be saved; " +
+      "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n" +
+      kRehearsalStatus + "4 also when the restored hive could not be saved, or one of its values not be written; " +
       kUsageStatus);
   return run;
 }
@@ -78,7 +84,8 @@ CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
   create->add_option("--map", options->map, "Map file that gives each volume's name in the backup")->type_name("FILE");
   create->footer(
       std::string(kDescribedMachines ? "A file name that begins with a drive letter is a path of the machine.\n" : "") +
-      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written;\n" +
+      "Exit status: 0; 9 when the machine cannot be recorded, or the extension or the includes file not be written,\n"
+      "or the extension file not be read back;\n" +
       kUsageStatus);
   return create;
 }
@@ -156,6 +163,18 @@ CLI::App *AddFixBoot(CLI::App *app, FixBootOptions *options) {
   return fix;
 }
 
+// An argument that no command takes; empty when there is none. It is what to name first, whatever is missing beside it:
+// it may be that very thing, misspelt.
+std::string UnknownArgument(const CLI::App &app) {
+  std::vector<std::string> unknown = app.remaining();
+  for (const CLI::App *used : app.get_subcommands()) {
+    for (std::string &argument : used->remaining()) unknown.push_back(std::move(argument));
+  }
+  const auto option = std::find_if(unknown.begin(), unknown.end(), [](const auto &a) { return a.front() == '-'; });
+  if (option != unknown.end()) return option->substr(0, option->find('=')) + ": unknown option";
+  return unknown.empty() ? "" : unknown.front() + ": one argument too many";
+}
+
 // Help and version go to standard output; anything else is one line saying what to do. `wrong` is the first argument,
 // which is to blame when no command was recognised; null when there is none.
 int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &error) {
@@ -164,7 +183,10 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
     return FinishOutput() ? 0 : 1;
   }
   std::string command = "vxr", what = error.what();
-  for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
+  if (app.remaining().empty()) {
+    for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
+  }
+  if (const std::string unknown = UnknownArgument(app); !unknown.empty()) what = unknown;
   if (app.get_subcommands().empty()) what = wrong == nullptr ? "name a command" : std::string(wrong) + ": unknown";
   if (const std::string_view bad = "Could not convert: "; what.compare(0, bad.size(), bad) == 0) {
     what = what.substr(bad.size()) + " is not a number of 32 bits";
@@ -174,12 +196,16 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
   return kExitUsage;
 }
 
-}  // namespace
+// Whoever asks for a document gets one: of an error that no document tells, it is the error and the exit status.
+void PrintErrorDocument(int exitStatus) {
+  const std::string error = TakeError();
+  if (error.empty() || std::ferror(stdout) != 0) return;
+  const nlohmann::ordered_json document = {{"error", error}, {"exit_status", exitStatus}};
+  std::printf("%s\n", document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::fflush(stdout);
+}
 
-int main(int argc, char **argv) {
-#ifdef _WIN32
-  UseUtf8(&argc, &argv);
-#endif
+int Run(int argc, char **argv) {
   CLI::App app("Makes a restored Windows system start on different disk hardware, by injecting drivers offline.",
                "vxr");
   app.set_version_flag("--version", kVersion, "Show the version");
@@ -214,4 +240,17 @@ int main(int argc, char **argv) {
   if (query->parsed()) return QueryCommand(queryOptions);
   if (fixBoot->parsed()) return FixBootCommand(fixBootOptions);
   return InfCommand(infOptions);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+#ifdef _WIN32
+  UseUtf8(&argc, &argv);
+#endif
+  const int exitStatus = Run(argc, argv);
+  const auto is = [](const char *text) { return [text](std::string_view argument) { return argument == text; }; };
+  char **end = std::find_if(argv, argv + argc, is("--"));  // file names follow
+  if (std::any_of(argv, end, is("--json"))) PrintErrorDocument(exitStatus);
+  return exitStatus;
 }

@@ -20,6 +20,15 @@ void Report(const VXRMachine_Event &event) {
 
 }  // namespace machine
 
+void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type) {
+  VXRMachine_Event event = {};
+  event.kind = kind;
+  event.type = type;
+  event.subject = subject;
+  event.detail = detail;
+  machine::Report(event);
+}
+
 void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
   observer = newObserver;
   observerContext = context;

@@ -10,6 +10,7 @@
 #include <functional>
 #include <string_view>
 
+#include "platform/machine/base/file_kind.h"
 #include "platform/machine/description/description_values.h"
 #include "platform/machine/description/records.h"
 #include "platform/machine/description/setup_class.h"
@@ -157,6 +158,16 @@ void ReadDrive(const Value &value, const TextReader &text, Description *descript
   description->drives.push_back(std::move(drive));
 }
 
+// The interface names the disk's device, and a device is one disk.
+void ReadInterface(const Value &value, const TextReader &text, const Description &description, machine::Disk *disk) {
+  disk->interfacePath = text(value);
+  for (const machine::Disk &other : description.disks) {
+    if (!other.interfacePath.empty() && machine::CompareNoCase(other.interfacePath, disk->interfacePath) == 0) {
+      Fail(value, "is that of disk " + std::to_string(other.number) + " too; give each disk its own, or remove one");
+    }
+  }
+}
+
 void ReadDisk(const Value &value, const TextReader &text, Description *description) {
   machine::Disk disk;
   const auto readNumber = [&](const Value &v) {
@@ -177,7 +188,7 @@ void ReadDisk(const Value &value, const TextReader &text, Description *descripti
             {{"number", readNumber, kRequired},
              {"image", [&](const Value &v) { disk.image = HostPath(v, description->file.parent_path(), false); }},
              {"geometry", readGeometry},
-             {"interface", text.To(&disk.interfacePath)}});
+             {"interface", [&](const Value &v) { ReadInterface(v, text, *description, &disk); }}});
   description->disks.push_back(std::move(disk));
 }
 
@@ -412,8 +423,10 @@ namespace machine {
 
 bool ReadDescription(const fs::path &file, Description *description, std::string *error) {
   std::error_code code;
-  if (!fs::is_regular_file(file, code)) {
-    *error = OneLine(file.string() + ": there is no such file; give the path of a machine's TOML file");
+  if (const fs::file_status status = fs::status(file, code); !fs::is_regular_file(status)) {
+    std::string what = fs::exists(status) ? FileKind(status.type()) : "there is no such file";
+    if (status.type() == fs::file_type::none) what = code.message();
+    *error = OneLine(file.string() + ": " + what + "; give the path of a machine's TOML file");
     return false;
   }
   return ReadParsed([&] { return toml::parse_file(file.string()); }, file.string(), fs::absolute(file, code),

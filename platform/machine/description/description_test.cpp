@@ -219,6 +219,8 @@ TEST_F(DescriptionTest, RefusesWithOneLine) {
       {"[[drive]]\nroot = 'Y:'\ntype = 'fixed'\npath = 'none'", "12: drive.path: there is no \""},
       {"[[drive]]\nroot = 'Y:'\ntype = 'fixed'\npath = 'hive'", "12: drive.path: \""},
       {"[[disk]]\nnumber = 1\n[[disk]]\nnumber = 1", "12: disk.number: disk 1 is described twice"},
+      {"[[disk]]\nnumber = 1\ninterface = 'a#b'\n[[disk]]\nnumber = 2\ninterface = 'A#B'",
+       "14: disk.interface: is that of disk 1 too"},
       {"[[disk]]\nnumber = 1\nimage = 'none.img'", "11: disk.image: there is no \""},
       {"[[disk]]\nnumber = 1\nimage = 'ram'", "11: disk.image: \""},
       {"[[disk]]\nnumber = 1\ngeometry = { heads = 1 }", "11: disk.geometry.cylinders: is missing"},
@@ -289,7 +291,7 @@ TEST_F(DescriptionTest, RefusesAMissingFile) {
   EXPECT_FALSE(machine::ReadDescription(Host("none.toml"), &description, &error));
   EXPECT_EQ(error, Host("none.toml").string() + ": there is no such file; give the path of a machine's TOML file");
   EXPECT_FALSE(machine::ReadDescription(folder, &description, &error));
-  EXPECT_THAT(error, HasSubstr("there is no such file"));
+  EXPECT_THAT(error, HasSubstr("is a directory"));
 }
 
 }  // namespace

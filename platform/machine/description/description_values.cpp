@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "platform/machine/base/file_kind.h"
+
 namespace machine::description {
 namespace {
 
@@ -150,7 +152,9 @@ fs::path HostPath(const Value &value, const fs::path &directory, bool wantDirect
   const fs::file_type type = fs::status(path, error).type();
   const bool fits =
       wantDirectory ? type == fs::file_type::directory : type == fs::file_type::regular || type == fs::file_type::block;
-  if (!fits) Fail(value, "\"" + path.string() + "\" is not a " + (wantDirectory ? "directory" : "file"));
+  if (!fits) {
+    Fail(value, "\"" + path.string() + "\" " + FileKind(type) + "; name a " + (wantDirectory ? "directory" : "file"));
+  }
   return path;
 }
 

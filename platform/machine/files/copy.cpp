@@ -17,6 +17,7 @@
 #include "platform/machine/files/path_syntax.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/host/attributes.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/host/replace_file.h"
 
 namespace machine {
@@ -83,7 +84,8 @@ bool CheckOldTarget(Copy *copy, bool failIfExists) {
   if (old.st_dev == copy->sourceStatus.st_dev && old.st_ino == copy->sourceStatus.st_ino) {
     return Fail(copy, ERROR_SHARING_VIOLATION, "source and target are the same file");
   }
-  if ((ReadAttributes(PlaceName(copy->place), old) & kProtectingAttributes) == 0) return true;
+  const DWORD attributes = WouldHaveAttributes(old, ReadAttributes(PlaceName(copy->place), old));
+  if ((attributes & kProtectingAttributes) == 0) return true;
   return Fail(copy, ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
 }
 
@@ -138,8 +140,15 @@ bool ReplaceTarget(Copy *copy, NewFile *created) {
   return failed == nullptr || FailHost(copy, failed);
 }
 
+bool Rehearse(Copy *copy) {
+  const auto size = static_cast<std::uint64_t>(copy->sourceStatus.st_size);
+  std::string reason = RehearseNewFile(copy->place.directory, copy->place.name, size);
+  return reason.empty() || Fail(copy, ErrorFromErrno(errno), std::move(reason));
+}
+
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
+  if (Rehearsing()) return Rehearse(copy);
   NewFile created(copy->place.directory, copy->place.name);
   if (!OpenNewFile(&created, copy->place.exists)) return FailHost(copy, "cannot write to the target's directory");
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);

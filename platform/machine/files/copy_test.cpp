@@ -114,6 +114,9 @@ TEST_F(CopyTest, RefusalsLeaveAllAsItWas) {
       {R"(X:\none\none.sys)", R"(D:\drv\new.sys)", FALSE, ERROR_PATH_NOT_FOUND, 0},
   };
   for (const auto &c : cases) {
+    ASSERT_TRUE(VXRMachine_Rehearse(1));
+    EXPECT_EQ(Copy(c.source, c.target, c.failIfExists), c.expected) << "rehearsed: " << c.source << " -> " << c.target;
+    ASSERT_TRUE(VXRMachine_Rehearse(0));
     const std::size_t told = CopyEvents().size();
     EXPECT_EQ(Copy(c.source, c.target, c.failIfExists), c.expected) << c.source << " -> " << c.target;
     ASSERT_EQ(CopyEvents().size(), told + 1) << c.target;
@@ -130,6 +133,31 @@ TEST_F(CopyTest, RefusalsLeaveAllAsItWas) {
   }
   EXPECT_EQ(Copy(nullptr, R"(D:\drv\new.sys)"), ERROR_INVALID_PARAMETER);
   EXPECT_EQ(Copy(kSource, nullptr), ERROR_INVALID_PARAMETER);
+}
+
+// What the superuser may do, others may not: a rehearsal gives the answer of the copy.
+TEST_F(CopyTest, ARehearsalKnowsWhoAsks) {
+  constexpr uid_t kNobody = 65534;
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can become another";
+  for (const auto &[directory, mode] :
+       {std::pair("own", 0777), std::pair("sticky", 01777), std::pair("closed", 0755)}) {
+    const std::string file = std::string("restored/") + directory + "/a.sys";
+    WriteFile(file, "old");
+    chmod(Host(file).parent_path().c_str(), static_cast<mode_t>(mode));
+  }
+  ASSERT_EQ(chown(Host("restored/own/a.sys").c_str(), kNobody, getegid()), 0);
+  chmod(folder.c_str(), 0755);
+  Open();
+  ASSERT_EQ(seteuid(kNobody), 0);
+  for (const auto &[target, expected] :
+       {std::pair(R"(D:\own\a.sys)", NO_ERROR), std::pair(R"(D:\own\b.sys)", NO_ERROR),
+        std::pair(R"(D:\sticky\a.sys)", ERROR_ACCESS_DENIED), std::pair(R"(D:\closed\a.sys)", ERROR_ACCESS_DENIED)}) {
+    VXRMachine_Rehearse(1);
+    EXPECT_EQ(Copy(kSource, target), expected) << target;
+    VXRMachine_Rehearse(0);
+    EXPECT_EQ(Copy(kSource, target), expected) << target;
+  }
+  ASSERT_EQ(seteuid(0), 0);
 }
 
 // Runs with files limited to 64 KiB, which fails a write in the midst of a copy wherever the test runs.

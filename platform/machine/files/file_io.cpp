@@ -11,6 +11,7 @@
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/handles.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/host/rehearsal.h"
 
 namespace {
 
@@ -117,6 +118,7 @@ BOOL WriteFile(HANDLE file, const void *buffer, DWORD size, DWORD *written, void
   const Medium medium = FindMedium(file);
   if (medium.file == nullptr) return FALSE;
   if (!medium.file->writable) return FailWith(ERROR_ACCESS_DENIED);
+  if (machine::Rehearsing()) return FailWith(ERROR_WRITE_PROTECT);
   if (buffer == nullptr && size != 0) return FailWith(ERROR_INVALID_USER_BUFFER);
   return Transfer(medium, size, written, ERROR_DISK_FULL, [&](DWORD done, off_t offset) {
     return pwrite(medium.file->file.fd, static_cast<const BYTE *>(buffer) + done, size - done, offset);

@@ -15,6 +15,7 @@
 #include "platform/machine/files/paths.h"
 #include "platform/machine/files/storage.h"
 #include "platform/machine/host/attributes.h"
+#include "platform/machine/host/rehearsal.h"
 
 namespace {
 
@@ -57,6 +58,7 @@ HANDLE OpenPlace(const OpenRequest &request, const machine::HostPlace &place) {
     }
     flags |= O_CREAT | O_EXCL;
   }
+  if (machine::Rehearsing() && (flags & (O_CREAT | O_TRUNC)) != 0) return FailOpen(ERROR_WRITE_PROTECT);
   Descriptor file(openat(place.directory, place.name.c_str(), flags, 0666));
   if (!file) return FailOpen(machine::ErrorFromErrno(errno));
   if (!place.exists || request.disposition == CREATE_ALWAYS) {
@@ -147,6 +149,9 @@ BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
   machine::HostPlace place;
   if (!LocateExisting(name, &place)) return FALSE;
+  if (machine::Rehearsing()) {
+    return machine::RehearseAttributes(place.status, attributes) ? TRUE : machine::FailHost();
+  }
   if (machine::WriteAttributes(machine::PlaceName(place), place.status, attributes)) return TRUE;
   return machine::FailHost();
 }

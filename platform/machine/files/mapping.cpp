@@ -11,6 +11,7 @@
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/handles.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/host/rehearsal.h"
 
 namespace {
 
@@ -34,6 +35,7 @@ DWORD64 MappingSize(const machine::FileHandle &file, DWORD64 wanted, bool writab
   if (wanted == 0 && size == 0) return Fail<DWORD64>(ERROR_FILE_INVALID, 0);
   if (wanted == 0 || wanted <= size) return wanted == 0 ? size : wanted;
   if (!writable) return Fail<DWORD64>(ERROR_NOT_ENOUGH_MEMORY, 0);  // what Windows says here
+  if (machine::Rehearsing()) return Fail<DWORD64>(ERROR_WRITE_PROTECT, 0);
   if (wanted > static_cast<DWORD64>(std::numeric_limits<off_t>::max())) return Fail<DWORD64>(ERROR_DISK_FULL, 0);
   // Allocated, not just made longer: writing to a hole on a full disk would end the process.
   const int failure = posix_fallocate(file.file.fd, 0, static_cast<off_t>(wanted));
@@ -79,8 +81,9 @@ void *MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offset
   if (offset % kAllocationGranularity != 0) return Fail<void *>(ERROR_MAPPED_ALIGNMENT, nullptr);
   if (offset >= record->size || length > record->size - offset) return Fail<void *>(ERROR_ACCESS_DENIED, nullptr);
   if (length == 0) length = record->size - offset;
-  void *view = mmap(nullptr, length, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, record->file.fd,
-                    static_cast<off_t>(offset));
+  // What a rehearsal writes is seen through the view and stays out of the file.
+  void *view = mmap(nullptr, length, writes ? PROT_READ | PROT_WRITE : PROT_READ,
+                    machine::Rehearsing() ? MAP_PRIVATE : MAP_SHARED, record->file.fd, static_cast<off_t>(offset));
   if (view == MAP_FAILED) return Fail<void *>(machine::ErrorFromErrno(errno), nullptr);
   g_views.emplace(view, length);
   return view;

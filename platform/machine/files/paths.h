@@ -7,26 +7,12 @@
 // is sought without regard to case.
 #pragma once
 
-#include <sys/stat.h>
-
-#include <memory>
 #include <string>
 
-#include "platform/machine/base/descriptor.h"
+#include "platform/machine/host/host_place.h"
 #include "platform/platform.h"
 
 namespace machine {
-
-// A place: the open directory and the name in it, spelled as on disk when it exists. The directory is closed with the
-// last place in it.
-struct HostPlace {
-  int directory = -1;  // may be an O_PATH descriptor; enough for the ...at() calls and to be opened anew as "."
-  std::string name;    // "." for the directory itself; never that of a symbolic link, which is followed
-  bool exists = false;
-  struct stat status = {};                  // of what exists there
-  bool throughLink = false;                 // the path's last component is a symbolic link; the place is where it leads
-  std::shared_ptr<const Descriptor> owner;  // of `directory`
-};
 
 // Finds the place of a path whose directory must exist; the last component need not. False with the last error set:
 // ERROR_PATH_NOT_FOUND no such drive or directory, or not a path; ERROR_INVALID_NAME not a name, or a file named as a
@@ -41,10 +27,6 @@ int OpenHostFile(const char *windowsPath, int flags, mode_t mode = 0644);
 // Opens a directory to be read, named with or without a separator at its end. As OpenHostFile, but ERROR_PATH_NOT_FOUND
 // when nothing is there and ERROR_DIRECTORY when something else is.
 int OpenHostDirectory(const char *windowsPath);
-
-// A name for calls that take only host paths (/proc/self/fd/<directory>/<name>); valid while the directory is open.
-std::string PlaceName(int directory, const std::string &name);
-inline std::string PlaceName(const HostPlace &place) { return PlaceName(place.directory, place.name); }
 
 // Called when the machine closes.
 void ClosePaths();

@@ -15,6 +15,7 @@
 #include "platform/machine/files/path_syntax.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/host/listing.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/text/wildcard.h"
 #include "platform/text/code_page.h"
 
@@ -80,6 +81,12 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
     return false;
   }
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
+  std::uint64_t size = 0;
+  if (!place.exists && machine::WouldExist(place, &size)) {
+    place.exists = true;
+    place.status.st_mode = S_IFREG;
+    place.status.st_size = static_cast<off_t>(size);
+  }
   if (place.exists && Describe(place.status, shown, data)) return true;
   platform::SetLastError(ERROR_FILE_NOT_FOUND);
   return false;

@@ -17,6 +17,7 @@
 #include "platform/machine/description/current.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/host/attributes.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/host/replace_file.h"
 #include "platform/machine/text/settings_text.h"
 #include "platform/text/code_page.h"
@@ -142,6 +143,7 @@ BOOL WritePrivateProfileStringA(const char *section, const char *key, const char
       !machine::CanHoldSetting(section, key, value)) {
     return FailWith(ERROR_INVALID_PARAMETER);
   }
+  if (machine::Rehearsing()) return FailWith(ERROR_WRITE_PROTECT);
   return WriteSetting(section, key, value, file) ? TRUE : FALSE;
 }
 

@@ -9,6 +9,7 @@
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/platform.h"
 
 namespace {
@@ -39,10 +40,12 @@ std::FILE *OpenStream(const char *name, const char *mode) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
   }
-  const int descriptor = machine::OpenHostFile(name, flags);
+  // In a rehearsal what is written goes nowhere.
+  const bool lost = machine::Rehearsing() && (flags & O_ACCMODE) != O_RDONLY;
+  const int descriptor = machine::OpenHostFile(lost ? "/dev/null" : name, flags | O_NONBLOCK);
   if (descriptor < 0) return nullptr;
   struct stat status = {};
-  if (fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
+  if (fstat(descriptor, &status) != 0 || !(lost || S_ISREG(status.st_mode))) {
     SetLastError(ERROR_ACCESS_DENIED);
     ::close(descriptor);
     return nullptr;

@@ -90,21 +90,27 @@ bool HasName(hive_h *handle, hive_node_h node, const char *name, const std::u16s
   return hivex_node_name_len(handle, node) == std::strlen(name);
 }
 
+LSTATUS Damaged(Hive *hive) {
+  hive->damaged = true;
+  return ERROR_BADDB;
+}
+
 // A key that cannot be seen because the hive is damaged is not one that is absent: a second of its name must not be
 // made.
-LSTATUS FindChild(hive_h *handle, hive_node_h parent, const std::u16string &folded, hive_node_h *node) {
+LSTATUS FindChild(Hive *hive, hive_node_h parent, const std::u16string &folded, hive_node_h *node) {
+  hive_h *handle = hive->handle.get();
   const Malloced<hive_node_h> children(hivex_node_children(handle, parent));
-  if (children == nullptr) return ERROR_BADDB;
-  LSTATUS absent = ERROR_FILE_NOT_FOUND;
+  if (children == nullptr) return Damaged(hive);
+  bool unseen = false;
   for (const hive_node_h *child = children.get(); *child != 0; ++child) {
     const Malloced<char> name(hivex_node_name(handle, *child));
     // Half a surrogate pair is a name that Windows takes and no text of ours names.
-    if (name == nullptr && errno != EILSEQ) absent = ERROR_BADDB;
+    if (name == nullptr && errno != EILSEQ) unseen = true;
     if (name == nullptr || !HasName(handle, *child, name.get(), folded)) continue;
     *node = *child;
     return ERROR_SUCCESS;
   }
-  return absent;
+  return unseen ? Damaged(hive) : static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND);
 }
 
 // The key's node in the file. The hive has been read.
@@ -119,7 +125,7 @@ LSTATUS FindNode(Hive *hive, const FoldedPath &path, hive_node_h *node) {
     *node = hivex_root(hive->handle.get());
   } else {
     status = FindNode(hive, {path.begin(), path.end() - 1}, &parent);
-    if (status == ERROR_SUCCESS) status = FindChild(hive->handle.get(), parent, path.back(), node);
+    if (status == ERROR_SUCCESS) status = FindChild(hive, parent, path.back(), node);
   }
   if (status == ERROR_SUCCESS) hive->nodes.emplace(path, *node);
   return status;
@@ -147,14 +153,20 @@ bool ReadData(hive_h *handle, hive_value_h cell, StoredValue *value) {
 LSTATUS ReadAllValues(Hive *hive, hive_node_h node, std::vector<StoredValue> *values) {
   hive_h *handle = hive->handle.get();
   const Malloced<hive_value_h> cells(hivex_node_values(handle, node));
-  if (cells == nullptr) return ERROR_BADDB;
+  if (cells == nullptr) return Damaged(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
     StoredValue value;
-    if (!ReadData(handle, *cell, &value)) return ERROR_BADDB;
+    if (!ReadData(handle, *cell, &value)) return Damaged(hive);
     if (!ReadName(handle, *cell, &value.name)) return ERROR_NOT_SUPPORTED;
     values->push_back(std::move(value));
   }
   return ERROR_SUCCESS;
+}
+
+// Has libhivex read what the hive is, by its descriptor, so that what was checked and locked is what is read.
+bool OpenContent(Hive *hive, int flags) {
+  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(ContentOf(*hive))).c_str(), flags));
+  return hive->handle != nullptr;
 }
 
 bool IsTooLong(const Hive &hive, const StoredValue &value) {
@@ -186,6 +198,8 @@ std::string DescribeReplay(const Recovery &recovery) {
          numbers[recovery.applied.size()];
 }
 
+// libhivex maps what it only reads, which must be ours alone: a file that another program cuts short would end this
+// one. What it may write it reads into memory, and a copy in memory need not be there twice before something is saved.
 bool ReadHive(Hive *hive) {
   if (hive->handle != nullptr) return true;
   if (!hive->failure.empty()) return false;
@@ -201,16 +215,16 @@ bool ReadHive(Hive *hive) {
     if (hive->failure.empty()) hive->failure = WriteAt(hive->copy.fd, kChecksumOffset, sum, sizeof sum);
     if (!hive->failure.empty()) return false;
   }
-  // By its descriptor, so that what was checked and locked is what is read.
-  hive->handle.reset(hivex_open(("/proc/self/fd/" + std::to_string(ContentOf(*hive))).c_str(), HIVEX_OPEN_WRITE));
-  if (hive->handle != nullptr) return true;
+  if (OpenContent(hive, hive->copy ? 0 : HIVEX_OPEN_WRITE)) return true;
   hive->failure = std::string("is damaged within its bins (") + std::strerror(errno) + "); restore the file again";
   return false;
 }
 
+bool MakeHiveWritable(Hive *hive) { return !hive->copy || OpenContent(hive, HIVEX_OPEN_WRITE); }
+
 LSTATUS FindHiveKey(Hive *hive, const KeyPath &key) {
   if (hive->changes.count(key.folded) != 0) return ERROR_SUCCESS;
-  if (!ReadHive(hive)) return ERROR_BADDB;
+  if (!ReadHive(hive)) return Damaged(hive);
   hive_node_h node = 0;
   return FindNode(hive, key.folded, &node);
 }
@@ -223,14 +237,14 @@ LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &fold
     *value = *found;
     return ERROR_SUCCESS;
   }
-  if (!ReadHive(hive)) return ERROR_BADDB;
+  if (!ReadHive(hive)) return Damaged(hive);
   hive_node_h node = 0;
   if (const LSTATUS found = FindNode(hive, key.folded, &node); found != ERROR_SUCCESS) return found;
   const Malloced<hive_value_h> cells(hivex_node_values(hive->handle.get(), node));
-  if (cells == nullptr) return ERROR_BADDB;
+  if (cells == nullptr) return Damaged(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
     if (!ReadName(hive->handle.get(), *cell, &value->name) || FoldName(value->name) != foldedName) continue;
-    return ReadData(hive->handle.get(), *cell, value) ? ERROR_SUCCESS : static_cast<LSTATUS>(ERROR_BADDB);
+    return ReadData(hive->handle.get(), *cell, value) ? ERROR_SUCCESS : Damaged(hive);
   }
   return ERROR_FILE_NOT_FOUND;
 }

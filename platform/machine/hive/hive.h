@@ -52,6 +52,7 @@ struct Hive {
   std::string failure;                          // why ReadHive failed, once it has
   std::map<FoldedPath, hive_node_h> nodes;      // found so far; a key's node never moves
   std::map<FoldedPath, ChangedKey> changes;     // a key comes before the keys below it
+  bool damaged = false;                         // a call was answered with ERROR_BADDB
 };
 
 // The file that holds what the hive is.
@@ -74,8 +75,12 @@ std::string DescribeReplay(const Recovery &recovery);
 // Has libhivex read the file, when that has not been done. False, with `failure` set, when it cannot.
 bool ReadHive(Hive *hive);
 
+// Of a hive that has been read: has libhivex take changes to it. Nodes stay where they are. False, with errno set, when
+// memory is short; the hive must not be used afterwards.
+bool MakeHiveWritable(Hive *hive);
+
 // Key paths are relative to the hive's root. These return Windows' error codes: ERROR_FILE_NOT_FOUND for no such key or
-// value, ERROR_BADDB for a hive that cannot be read there.
+// value, ERROR_BADDB for a hive that cannot be read there, which `damaged` then remembers.
 LSTATUS FindHiveKey(Hive *hive, const KeyPath &key);
 LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value);
 // Makes the key and those above it that are missing.

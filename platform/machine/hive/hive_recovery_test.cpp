@@ -413,7 +413,7 @@ TEST_F(RecoveredHive, IsRefusedWhereItIsUnclearWhichFileIsItsLog) {
   fs::remove(Host(Config("SYSTEM.LOG1")));
   fs::create_directory(Host(Config("SYSTEM.LOG2")));
   EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 1);
-  EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("SYSTEM.LOG2 is not a regular file"));
+  EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("SYSTEM.LOG2 is a directory"));
 }
 
 // Each way in which an entry can be wrong ends what is applied, hashes right or not.

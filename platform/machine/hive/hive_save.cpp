@@ -16,6 +16,7 @@
 #include "platform/machine/hive/hive_check.h"
 #include "platform/machine/hive/hive_logs.h"
 #include "platform/machine/host/file_bytes.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/host/replace_file.h"
 #include "platform/text/code_page.h"
 
@@ -38,6 +39,16 @@ bool SetValues(hive_h *handle, hive_node_h node, const std::vector<StoredValue> 
     std::memcpy(&list.back().t, &values[i].type, sizeof values[i].type);
   }
   return hivex_node_set_values(handle, node, list.size(), list.data(), 0) == 0;
+}
+
+bool ReadForChange(Hive *hive, std::string *reason) {
+  const char *const failed = "cannot be read once more to change it";
+  if (FaultPoint("hive read", ERROR_NOT_ENOUGH_MEMORY)) {
+    *reason = FaultReason(failed);
+  } else if (!MakeHiveWritable(hive)) {
+    *reason = ErrnoReason(failed);
+  }
+  return reason->empty();
 }
 
 // Makes the new keys and sets each changed key's values, in libhivex's copy in memory.
@@ -96,17 +107,17 @@ std::string FinishNewHive(const Hive &hive, int file) {
 }
 
 // Writes the new hive to the new file.
-bool WriteNewHive(const Hive &hive, const NewFile &created, std::uint64_t *size, std::string *reason) {
+bool WriteNewHive(const Hive &hive, int file, std::uint64_t *size, std::string *reason) {
   if (FaultPoint("hive write", ERROR_DISK_FULL)) {
     *reason = FaultReason("the new file cannot be written");
     return false;
   }
-  if (hivex_commit(hive.handle.get(), created.HostName().c_str(), 0) != 0) {
+  if (hivex_commit(hive.handle.get(), ("/proc/self/fd/" + std::to_string(file)).c_str(), 0) != 0) {
     *reason = ErrnoReason("the new file cannot be written");
     return false;
   }
-  std::string wrong = FinishNewHive(hive, created.file.fd);
-  if (wrong.empty()) wrong = RegularFileSize(created.file.fd, size);
+  std::string wrong = FinishNewHive(hive, file);
+  if (wrong.empty()) wrong = RegularFileSize(file, size);
   if (!wrong.empty()) *reason = "the new file " + wrong;
   return wrong.empty();
 }
@@ -119,26 +130,37 @@ bool Replace(NewFile *created, std::string *reason) {
   return failed == nullptr;
 }
 
+// Makes the new hive in memory, and asks whether it could take the old one's place.
+bool RehearseSave(const Hive &hive, std::uint64_t *size, std::string *reason) {
+  Descriptor made;
+  *reason = MakeMemoryFile(&made);
+  if (!reason->empty() || !WriteNewHive(hive, made.fd, size, reason)) return false;
+  *reason = RehearseNewFile(hive.directory.fd, hive.name, *size);
+  if (!reason->empty()) *size = 0;
+  return reason->empty();
+}
+
 }  // namespace
 
 bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
   *size = 0;
   if (hive->changes.empty()) {
     // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
-    FlushDirectory(hive->directory.fd);
+    if (!Rehearsing()) FlushDirectory(hive->directory.fd);
     return true;
   }
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
   *reason = ReadHiveLogs(&hive->logs);
   if (reason->empty()) *reason = CheckReplacedCells(hive);
-  if (!reason->empty() || !ApplyChanges(hive, reason)) return false;
+  if (!reason->empty() || !ReadForChange(hive, reason) || !ApplyChanges(hive, reason)) return false;
+  if (Rehearsing()) return RehearseSave(*hive, size, reason);
 
   NewFile created(hive->directory.fd, hive->name);
   if (!OpenNewFile(&created, true)) {
     *reason = ErrnoReason("no new file can be made beside it");
     return false;
   }
-  if (WriteNewHive(*hive, created, size, reason) && Replace(&created, reason)) return true;
+  if (WriteNewHive(*hive, created.file.fd, size, reason) && Replace(&created, reason)) return true;
   if (!created.inPlace) *size = 0;
   return false;
 }

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/machine/base/file_kind.h"
+
 namespace machine {
 
 std::string ErrnoReason(const std::string &what) { return what + ": " + std::strerror(errno); }
@@ -43,7 +45,10 @@ std::string WriteAt(int file, std::uint64_t offset, const void *bytes, std::size
 std::string RegularFileSize(int file, std::uint64_t *size) {
   struct stat status;
   if (fstat(file, &status) != 0) return ErrnoReason("cannot be read");
-  if (!S_ISREG(status.st_mode)) return "is not a regular file";
+  if (!S_ISREG(status.st_mode)) {
+    std::error_code unknown;
+    return FileKind(std::filesystem::status("/proc/self/fd/" + std::to_string(file), unknown).type());
+  }
   *size = static_cast<std::uint64_t>(status.st_size);
   return "";
 }

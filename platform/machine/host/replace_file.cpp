@@ -162,6 +162,10 @@ bool OpenNewFile(NewFile *created, bool exists) {
   return created->file ? Lock(created->file.fd) : OpenNamed(created, kFlags, mode);
 }
 
+bool MayWriteTo(int directory) {
+  return !Fails("directory write") && faccessat(directory, ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
 bool WriteAll(int file, const char *bytes, std::size_t size) {
   while (size != 0) {
     const ssize_t written = write(file, bytes, size);

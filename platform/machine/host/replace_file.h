@@ -38,6 +38,9 @@ bool ClearLeftOver(int directory, const std::string &target);
 // owner's alone until TakeOver; `exists` says so. EBUSY when another run makes one for the same target.
 bool OpenNewFile(NewFile *created, bool exists);
 
+// Whether this process may make files in the directory. False with errno set.
+bool MayWriteTo(int directory);
+
 bool WriteAll(int file, const char *bytes, std::size_t size);
 
 // Gives the written file what the old one has besides its contents: access time, owner, mode and extended attributes,

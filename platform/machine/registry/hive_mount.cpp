@@ -8,6 +8,7 @@
 
 #include "platform/machine/base/report.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/host/replace_file.h"
 #include "platform/machine/registry/registry.h"
 #include "platform/machine/registry/registry_state.h"
@@ -49,7 +50,7 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
   std::unique_ptr<Hive> hive;
   if (!place.exists) {
     *reason = "does not exist; correct the path";
-  } else if (faccessat(place.directory, ".", W_OK | X_OK, 0) != 0) {
+  } else if (!MayWriteTo(place.directory)) {
     *reason = std::string("could not be saved, its directory cannot be written to (") + std::strerror(errno) +
               "); mount the file system for writing, then run again";
   } else {
@@ -63,14 +64,22 @@ std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason
   }
   // A run that was stopped may have left a new hive, and this run may have nothing to save. What cannot be removed is
   // told when it is in the way.
-  if (hive != nullptr) ClearLeftOver(hive->directory.fd, hive->name);
+  if (hive != nullptr && !Rehearsing()) ClearLeftOver(hive->directory.fd, hive->name);
   return hive;
+}
+
+// What was set in a damaged hive is not all that was to be set: a restored system is better left as it was than with
+// half a driver. The running system goes on with what it has.
+bool Save(MountedHive *mounted, std::uint64_t *size, std::string *reason) {
+  if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size, reason);
+  *reason = "it is damaged (error 1009) where it was read or changed; restore the hive file again, then run again";
+  return false;
 }
 
 bool SaveMounted(MountedHive *mounted) {
   std::uint64_t size = 0;
   std::string reason;
-  if (!SaveHive(mounted->hive.get(), &size, &reason)) {
+  if (!Save(mounted, &size, &reason)) {
     Tell(mounted->subject + " is not saved: " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
@@ -136,6 +145,12 @@ int UnmountHive(const std::string &key) {
   hives.erase(found);
   ++Registry().changes;
   return saved ? 0 : 1;
+}
+
+void DropMountedHives() {
+  if (std::erase_if(Registry().hives, [](const MountedHive &mounted) { return !mounted.running; }) != 0) {
+    ++Registry().changes;
+  }
 }
 
 bool CloseRegistry() {

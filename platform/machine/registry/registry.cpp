@@ -40,6 +40,10 @@ const OpenKey *FindOpenKey(HKEY key) {
   return found == g_keys.end() ? nullptr : &found->second;
 }
 
+std::string TextBelow(const std::string &above, const std::string &below) {
+  return above.empty() || below.empty() ? above + below : above + '\\' + below;
+}
+
 using KeyStep = LSTATUS (*)(const KeyPath &key);
 
 // Opens a handle on the key below `root` after `step` has found or made it.
@@ -51,9 +55,7 @@ LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
   if (above == nullptr) return Fail(ERROR_INVALID_HANDLE);
   const std::string below = subKey != nullptr ? subKey : "";
   if (below.starts_with('\\')) return Fail(ERROR_BAD_PATHNAME);
-  OpenKey opened{JoinKeyPaths(above->path, ParseKeyPathA(below)), above->text};
-  if (!opened.text.empty() && !below.empty()) opened.text += '\\';
-  opened.text += below;
+  OpenKey opened{JoinKeyPaths(above->path, ParseKeyPathA(below)), TextBelow(above->text, below)};
   if (const LSTATUS status = step(opened.path); status != ERROR_SUCCESS) return Answer(status);
   g_lastKey += 4;
   *key = reinterpret_cast<HKEY>(g_lastKey);
@@ -71,6 +73,59 @@ void ReportWritten(const std::string &key, const char *name, const StoredValue &
   event.type = value.type;
   event.size = value.bytes.size();
   Report(event);
+}
+
+std::string ReasonFor(LSTATUS status) {
+  switch (static_cast<DWORD>(status)) {
+    case ERROR_BADDB:
+      return "the hive is damaged there; restore the hive file again, then run again";
+    case ERROR_NOT_SUPPORTED:
+      return "a value name with a NUL, or a value of more than 16,344 bytes, would be in its key, which cannot be "
+             "saved";
+    case ERROR_INVALID_PARAMETER:
+      return "a name in its path is longer than 255 characters, or no hive is mounted there";
+    case ERROR_ACCESS_DENIED:
+      return "access is denied; check who may write there";
+    default:
+      return "the system's error is " + std::to_string(status);
+  }
+}
+
+// Returns `status`. `name` null: the key itself could not be created.
+LSTATUS ReportNotWritten(const std::string &key, const char *name, DWORD type, LSTATUS status) {
+  const std::string reason = ReasonFor(status);
+  VXRMachine_Event event = {};
+  event.kind = VXRMACHINE_VALUE_NOT_WRITTEN;
+  event.subject = key.c_str();
+  event.detail = name;
+  event.text = reason.c_str();
+  event.type = type;
+  event.size = static_cast<DWORD>(status);
+  Report(event);
+  return status;
+}
+
+LSTATUS NotCreated(HKEY root, const char *subKey, LSTATUS status) {
+  const OpenKey *above = FindOpenKey(root);
+  if (above == nullptr) return status;
+  return ReportNotWritten(TextBelow(above->text, subKey != nullptr ? subKey : ""), nullptr, REG_NONE, status);
+}
+
+LSTATUS NotSet(HKEY key, const char *valueName, DWORD type, LSTATUS status) {
+  const OpenKey *open = FindOpenKey(key);
+  if (open == nullptr) return status;
+  return ReportNotWritten(open->text, valueName != nullptr ? valueName : "", type, status);
+}
+
+LSTATUS SetOpenValue(HKEY key, const char *name, DWORD type, const BYTE *data, DWORD size) {
+  const OpenKey *open = FindOpenKey(key);
+  if (open == nullptr) return Fail(ERROR_INVALID_HANDLE);
+  if (!Registry().open) return Fail(ERROR_NOT_READY);
+  if (data == nullptr && size != 0) return Fail(ERROR_INVALID_PARAMETER);
+  StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
+  const LSTATUS status = SetValue(open->path, value);
+  if (status == ERROR_SUCCESS) ReportWritten(open->text, name, value);
+  return Answer(status);
 }
 
 }  // namespace
@@ -113,8 +168,9 @@ LSTATUS RegOpenKeyA(HKEY root, const char *subKey, HKEY *key) {
 }
 
 LSTATUS RegCreateKeyA(HKEY root, const char *subKey, HKEY *key) {
-  VXR_FAULT(FaultStatus(), ERROR_ACCESS_DENIED);
-  return OpenBelow(root, subKey, key, CreateKey);
+  VXR_FAULT(NotCreated(root, subKey, FaultStatus()), ERROR_ACCESS_DENIED);
+  const LSTATUS status = OpenBelow(root, subKey, key, CreateKey);
+  return status == ERROR_SUCCESS ? status : NotCreated(root, subKey, status);
 }
 
 LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *, DWORD *type, BYTE *data, DWORD *size) {
@@ -141,16 +197,9 @@ LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *, DWORD *type, 
 }
 
 LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD, DWORD type, const BYTE *data, DWORD size) {
-  VXR_FAULT(FaultStatus(), ERROR_ACCESS_DENIED);
-  const OpenKey *open = FindOpenKey(key);
-  if (open == nullptr) return Fail(ERROR_INVALID_HANDLE);
-  if (!Registry().open) return Fail(ERROR_NOT_READY);
-  if (data == nullptr && size != 0) return Fail(ERROR_INVALID_PARAMETER);
-  const char *name = valueName != nullptr ? valueName : "";
-  StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
-  const LSTATUS status = SetValue(open->path, value);
-  if (status == ERROR_SUCCESS) ReportWritten(open->text, name, value);
-  return Answer(status);
+  VXR_FAULT(NotSet(key, valueName, type, FaultStatus()), ERROR_ACCESS_DENIED);
+  const LSTATUS status = SetOpenValue(key, valueName != nullptr ? valueName : "", type, data, size);
+  return status == ERROR_SUCCESS ? status : NotSet(key, valueName, type, status);
 }
 
 // The handle is gone even when a test has the call fail, so that what is still open afterwards was never closed.
@@ -161,3 +210,17 @@ LSTATUS RegCloseKey(HKEY key) {
 }
 
 }  // namespace platform
+
+int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t *type, void *data, uint32_t *size) {
+  machine::StoredValue value;
+  if (!machine::Registry().open) return FALSE;
+  if (machine::QueryValue(machine::ParseKeyPathA(key), machine::AnsiToUtf16(name), &value) != ERROR_SUCCESS) {
+    return FALSE;
+  }
+  const std::vector<BYTE> bytes = machine::AnsiData(value);
+  const bool fits = data == nullptr || bytes.size() <= *size;
+  *type = value.type;
+  *size = static_cast<uint32_t>(bytes.size());
+  if (data != nullptr && fits) std::copy(bytes.begin(), bytes.end(), static_cast<BYTE *>(data));
+  return fits;
+}

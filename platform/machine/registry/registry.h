@@ -23,8 +23,9 @@ std::uint64_t RegistryChanges();
 //
 // From LOAD to UNLOAD no other run can load the file, and it stays as it is on disk; what is set is kept in memory. At
 // UNLOAD a hive in which something changed is written to a new file that takes the old one's place; one in which
-// nothing changed is left alone. A hive that could not be saved is unmounted all the same, its changes are lost and the
-// file is as it was. With a key below it still open it stays mounted.
+// nothing changed is left alone. A hive that could not be saved, as one that answered a call with ERROR_BADDB is not,
+// is unmounted all the same, its changes are lost and the file is as it was. With a key below it still open it stays
+// mounted.
 int MountHive(const std::string &key, const char *windowsPath);
 int UnmountHive(const std::string &key);
 
@@ -34,5 +35,10 @@ std::size_t OpenKeys();
 // Called when the machine opens and when it closes. A failed opening, with one line for people, has undone itself.
 bool OpenRegistry(const Description &description, std::string *error);
 bool CloseRegistry();  // saves changed hives of the running system; false when one could not be saved
+
+// Whether the registry could begin a rehearsal: not with a hive mounted, whose changes would be lost with those of the
+// rehearsal. The end drops hives that were mounted since, and takes back what was set in the running system's registry.
+bool BeginRegistryRehearsal();
+void EndRegistryRehearsal();
 
 }  // namespace machine

@@ -6,6 +6,7 @@
 
 #include "platform/machine/base/little_endian.h"
 #include "platform/machine/description/records.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/machine/host/replace_file.h"
 #include "platform/machine/registry/registry.h"
 #include "platform/scope_guard.h"
@@ -19,6 +20,13 @@ namespace {
 const char16_t *const kTopKeys[] = {u"HARDWARE", u"SAM", u"SECURITY", u"SOFTWARE", u"SYSTEM"};
 
 const FoldedPath kLink = {u"SYSTEM", u"CURRENTCONTROLSET"};
+
+// The running system's registry as it was before a rehearsal: what is laid over, and each hive's changes.
+struct BeforeRehearsal {
+  OverlayKeys overlay;
+  std::vector<std::map<FoldedPath, ChangedKey>> changes;
+};
+BeforeRehearsal g_before;
 
 constexpr DWORD kLastControlSet = 999;
 
@@ -201,6 +209,26 @@ LSTATUS SetValue(const KeyPath &given, StoredValue value) {
   // The key may be there only because it is laid over.
   const LSTATUS made = CreateHiveKey(mounted->hive.get(), BelowHive(key, *mounted));
   return made != ERROR_SUCCESS ? made : SetHiveValue(mounted->hive.get(), BelowHive(key, *mounted), std::move(value));
+}
+
+bool BeginRegistryRehearsal() {
+  const std::vector<MountedHive> &hives = Registry().hives;
+  if (!std::all_of(hives.begin(), hives.end(), [](const MountedHive &mounted) { return mounted.running; }))
+    return false;
+  g_before.overlay = Registry().overlay;
+  for (const MountedHive &mounted : hives) g_before.changes.push_back(mounted.hive->changes);
+  return true;
+}
+
+void EndRegistryRehearsal() {
+  DropMountedHives();
+  Registry().overlay = std::move(g_before.overlay);
+  // Hives of the running system stay, in their order.
+  for (std::size_t i = 0; i < g_before.changes.size(); ++i) {
+    Registry().hives[i].hive->changes = std::move(g_before.changes[i]);
+  }
+  g_before = {};
+  ++Registry().changes;
 }
 
 bool OpenRegistry(const Description &description, std::string *error) {

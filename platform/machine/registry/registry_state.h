@@ -46,6 +46,9 @@ LSTATUS SetValue(const KeyPath &key, StoredValue value);  // the key must exist
 // Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
 void TellReplay(const MountedHive &mounted);
 
+// Unmounts the hives that are not the running system's, without saving them (hive_mount.cpp).
+void DropMountedHives();
+
 // Forgets every key handle (registry.cpp); count of those open at or below a key.
 void DropKeyHandles();
 std::size_t OpenKeysBelow(const KeyPath &key);

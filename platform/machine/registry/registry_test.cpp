@@ -275,4 +275,25 @@ code_page = 932
   EXPECT_EQ(Read("SOFTWARE\\Maker\\" + twoBytes, twoBytes.c_str()), Text(twoBytes.c_str()));
 }
 
+TEST_F(Registry, ARehearsalIsTakenBack) {
+  Open(HiveToml("SOFTWARE", {TextValue("Maker", "Old", "as it was")}) + "[registry.'SYSTEM\\Here']\nNumber = 7\n");
+  const std::string before = ReadFile("SOFTWARE.hive");
+  ASSERT_TRUE(VXRMachine_Rehearse(1));
+  EXPECT_EQ(Write("SOFTWARE\\Maker", "Old", REG_SZ, Text("new")), ERROR_SUCCESS);
+  EXPECT_EQ(Write("SYSTEM\\Here", "Number", REG_SZ, Text("new")), ERROR_SUCCESS);
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Old"), Text("new"));
+  WriteHive(Host("restored/OTHER"), {TextValue("Key", "Value", "text")});
+  ASSERT_EQ(machine::MountHive("OTHER", "D:\\OTHER"), 0);
+  EXPECT_FALSE(events.empty());
+  ASSERT_TRUE(VXRMachine_Rehearse(0));
+  EXPECT_EQ(Read("SOFTWARE\\Maker", "Old"), Text("as it was"));
+  EXPECT_EQ(Read("SYSTEM\\Here", "Number").size(), 4u);
+  EXPECT_EQ(Read("OTHER\\Key", "Value"), kNoKey) << "a hive stays mounted";
+  ASSERT_EQ(machine::MountHive("OTHER", "D:\\OTHER"), 0);
+  EXPECT_FALSE(VXRMachine_Rehearse(1)) << "what is mounted has changes to be saved";
+  Close();
+  EXPECT_EQ(ReadFile("SOFTWARE.hive"), before);
+  EXPECT_FALSE(VXRMachine_Rehearse(1)) << "without a machine";
+}
+
 }  // namespace

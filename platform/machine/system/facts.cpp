@@ -14,6 +14,7 @@
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
 #include "platform/machine/files/storage.h"
+#include "platform/text/code_page.h"
 
 namespace {
 
@@ -70,7 +71,8 @@ BOOL GiveName(std::string machine::Names::*which, char *buffer, DWORD *size, DWO
   return TRUE;
 }
 
-// The host process's own first argument, with the separators of Windows: callers take the name behind the last one.
+// The host process's own first argument, in UTF-8, with the separators of Windows: callers take the name behind the
+// last one.
 std::string ReadOwnProgramName() {
   std::ifstream arguments("/proc/self/cmdline", std::ios::binary);
   std::string name;
@@ -206,8 +208,9 @@ BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime) {
 const char *GetProgramName() {
   VXR_FAULT(nullptr, ERROR_NOT_ENOUGH_MEMORY);
   static const std::string own = ReadOwnProgramName();
+  static std::string name;  // as it was last given, in the code page of the machine that was open then
   const machine::Description *machine = machine::Current();
-  const std::string &name = machine != nullptr && machine->system.program ? *machine->system.program : own;
+  name = machine != nullptr && machine->system.program ? *machine->system.program : machine::Utf8ToAnsi(own);
   return name.empty() ? nullptr : name.c_str();
 }
 

@@ -3,6 +3,7 @@
 #include "platform/machine/base/file_time.h"
 #include "platform/platform.h"
 #include "platform/text/code_page.h"
+#include "platform/text/program_name.h"
 #include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
@@ -163,6 +164,21 @@ TEST_F(FactsTest, HostTimesBecomeFileTimes) {
   EXPECT_EQ(machine::TicksOf(machine::FileTimeOf(0, 199)), 116444736000000001u);
   EXPECT_EQ(machine::TicksOf(machine::FileTimeOf(INT64_MIN, 0)), 0u);
   EXPECT_LE(machine::TicksOf(machine::FileTimeOf(INT64_MAX, 999999999)), DWORD64{INT64_MAX});
+}
+
+TEST(ProgramNameTest, IsTakenAsTheRuntimeTakesIt) {
+  const struct {
+    std::string commandLine, name;
+  } cases[] = {
+      {R"("C:\My Tools\a.exe" "b c")", R"(C:\My Tools\a.exe)"}, {R"(C:\"My Tools"\a.exe b)", R"(C:\My Tools\a.exe)"},
+      {R"("C:\My Tools"\a.exe b)", R"(C:\My Tools\a.exe)"},     {R"("C:\a b)", "C:\\a b"},
+      {std::string(5000, 'x') + "\tb", std::string(5000, 'x')}, {" a.exe", ""},
+  };
+  for (const auto &c : cases) {
+    char name[5001];
+    platform::TakeProgramName(c.commandLine, name, sizeof name);
+    EXPECT_EQ(name, c.name) << c.commandLine;
+  }
 }
 
 TEST_F(FactsTest, ProgramName) {

@@ -16,11 +16,21 @@
 #include "platform/machine/base/fault.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
+#include "platform/machine/host/rehearsal.h"
 #include "platform/text/code_page.h"
 
 namespace {
 
-std::size_t directoriesTaken = 0, confirmationsTaken = 0;
+// The answers to one kind of question.
+struct Answers {
+  const char *otherwise;           // where nobody answers
+  std::size_t taken = 0;           // of the machine file's
+  std::vector<std::string> given;  // since the machine was opened, whoever gave them
+  std::size_t replayed = 0;        // of those, in a rehearsal
+  std::size_t takenBefore = 0;     // the rehearsal
+};
+
+Answers directories{"cancel", 0, {}, 0, 0}, confirmations{"yes", 0, {}, 0, 0};
 
 // Both must be terminals: a user who redirected one of them is not there to answer.
 bool HasTerminal() { return isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0; }
@@ -47,21 +57,19 @@ std::optional<std::string> ReadLine() {
   return machine::Utf8ToAnsi(line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin));
 }
 
-std::string NextAnswer(const std::vector<std::string> &answers, std::size_t *taken, const char *otherwise) {
-  return *taken < answers.size() ? answers[(*taken)++] : otherwise;
-}
-
-std::string AskDirectory(const machine::Description &machine, const char *title, const char *path, const char *file) {
-  if (!HasTerminal()) return NextAnswer(machine.prompts.driverDirectory, &directoriesTaken, "cancel");
-  Show(std::string(title) + ": " + path + " has no " + file +
-       ".\nType another directory of the machine, skip or cancel: ");
-  return ReadLine().value_or("cancel");
-}
-
-std::string AskConfirmation(const machine::Description &machine, const char *text, const char *caption) {
-  if (!HasTerminal()) return NextAnswer(machine.prompts.cancelSearch, &confirmationsTaken, "yes");
-  Show(std::string(caption) + "\n" + text + " [y/n]: ");
-  return ReadLine().value_or("yes");
+// The terminal's user is not asked in a rehearsal: one who answered already need not do so twice.
+std::string Ask(Answers *answers, const std::vector<std::string> &described, const std::string &question) {
+  const bool rehearsing = machine::Rehearsing();
+  if (rehearsing && answers->replayed < answers->given.size()) return answers->given[answers->replayed++];
+  std::string answer = answers->otherwise;
+  if (!HasTerminal()) {
+    if (answers->taken < described.size()) answer = described[answers->taken++];
+  } else if (!rehearsing) {
+    Show(question);
+    answer = ReadLine().value_or(answer);
+  }
+  if (!rehearsing) answers->given.push_back(answer);
+  return answer;
 }
 
 bool HoldsFile(std::string directory, const char *file) {
@@ -89,7 +97,20 @@ UINT GivePath(const std::string &path, char *buffer, DWORD size, DWORD *required
 
 namespace machine {
 
-void ClosePrompts() { directoriesTaken = confirmationsTaken = 0; }
+void ClosePrompts() {
+  for (Answers *answers : {&directories, &confirmations}) *answers = {answers->otherwise, 0, {}, 0, 0};
+}
+
+void BeginPromptRehearsal() {
+  for (Answers *answers : {&directories, &confirmations}) {
+    answers->replayed = 0;
+    answers->takenBefore = answers->taken;
+  }
+}
+
+void EndPromptRehearsal() {
+  for (Answers *answers : {&directories, &confirmations}) answers->taken = answers->takenBefore;
+}
 
 }  // namespace machine
 
@@ -104,8 +125,9 @@ int MessageBoxA(HWND, const char *text, const char *caption, UINT type) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return 0;
   }
+  const std::string question = std::string(caption) + "\n" + text + " [y/n]: ";
   for (;;) {
-    const std::string answer = AskConfirmation(*machine, text, caption);
+    const std::string answer = Ask(&confirmations, machine->prompts.cancelSearch, question);
     const char letter = static_cast<char>((answer.empty() ? 0 : answer[0]) | 0x20);
     if (letter == 'y') return IDYES;
     if (letter == 'n') return IDNO;
@@ -126,7 +148,9 @@ UINT SetupPromptForDiskA(HWND, const char *title, const char *, const char *path
     return GivePath(path, pathBuffer, pathBufferSize, requiredSize);
   }
   for (;;) {
-    const std::string answer = AskDirectory(*machine, title == nullptr ? "" : title, path.c_str(), fileSought);
+    const std::string question = std::string(title == nullptr ? "" : title) + ": " + path + " has no " + fileSought +
+                                 ".\nType another directory of the machine, skip or cancel: ";
+    const std::string answer = Ask(&directories, machine->prompts.driverDirectory, question);
     if (machine::CompareNoCase(answer, "cancel") == 0) return DPROMPT_CANCEL;
     if (machine::CompareNoCase(answer, "skip") == 0) return DPROMPT_SKIPFILE;
     if (HoldsFile(answer, fileSought)) return GivePath(answer, pathBuffer, pathBufferSize, requiredSize);

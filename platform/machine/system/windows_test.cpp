@@ -117,6 +117,20 @@ cancel_search = ['no', 'yes', 'no']
   EXPECT_EQ(Confirm(), IDNO) << "the answers of a new machine begin anew";
 }
 
+TEST_F(PromptsTest, ARehearsalRepeatsTheAnswers) {
+  OpenWith("[prompts]\ndriver_directory = ['X:\\\\empty', 'X:\\\\more', 'skip', 'cancel']\ncancel_search = ['no']\n");
+  EXPECT_EQ(Ask(), DPROMPT_SUCCESS);
+  EXPECT_EQ(Confirm(), IDNO);
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(VXRMachine_Rehearse(1));
+    EXPECT_EQ(Ask(), DPROMPT_SUCCESS);
+    EXPECT_EQ(Confirm(), IDNO);
+    EXPECT_EQ(Ask(), DPROMPT_SKIPFILE) << "one more question than before";
+    ASSERT_TRUE(VXRMachine_Rehearse(0));
+  }
+  EXPECT_EQ(Ask(), DPROMPT_SKIPFILE) << "a rehearsal uses no answer up";
+}
+
 TEST_F(PromptsTest, AsksNothingWhereTheFileIs) {
   OpenWith("[prompts]\ndriver_directory = ['skip']\n");
   EXPECT_EQ(Ask("X:\\more"), DPROMPT_SUCCESS);
@@ -162,7 +176,7 @@ struct Terminal {
 TEST_F(PromptsTest, ATerminalComesFirst) {
   OpenWith("[prompts]\ndriver_directory = ['skip']\ncancel_search = ['yes']\n");
   std::string shown;
-  UINT answered = 0;
+  UINT answered = 0, repeated = 0, another = 0;
   int confirmed = 0, confirmedAtEnd = 0;
   {
     Terminal terminal;
@@ -173,10 +187,15 @@ TEST_F(PromptsTest, ATerminalComesFirst) {
     confirmed = Confirm();
     terminal.Type("\x04");  // the end of the input
     confirmedAtEnd = Confirm();
+    VXRMachine_Rehearse(1);
+    repeated = Ask();
+    another = Ask();
+    VXRMachine_Rehearse(0);
     shown = terminal.Shown();
   }
   EXPECT_EQ(answered, DPROMPT_SUCCESS);
-  EXPECT_STREQ(answer.data(), "X:\\more");
+  EXPECT_EQ(repeated, DPROMPT_SUCCESS);
+  EXPECT_EQ(another, DPROMPT_CANCEL) << "a rehearsal asks nobody";
   EXPECT_EQ(confirmed, IDNO);
   EXPECT_EQ(confirmedAtEnd, IDYES);
   EXPECT_THAT(shown, HasSubstr("Driver Search: X:\\empty has no *.inf"));

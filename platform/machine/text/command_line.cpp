@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/text/code_page.h"
+#include "platform/text/program_name.h"
 
 namespace machine {
 namespace {
@@ -17,21 +18,6 @@ std::size_t SkipBlanks(std::string_view text, std::size_t at) {
 // A two-byte character whole, so that its second byte is not taken for a backslash; else one byte.
 std::size_t CharacterSize(std::string_view text, std::size_t at) {
   return IsLeadByte(static_cast<unsigned char>(text[at])) && at + 1 < text.size() ? 2 : 1;
-}
-
-std::string TakeProgram(std::string_view text, std::size_t *at) {
-  std::string program;
-  bool quoted = false;
-  while (*at < text.size() && (quoted || !IsBlank(text[*at]))) {
-    const std::size_t size = CharacterSize(text, *at);
-    if (text[*at] == '"') {
-      quoted = !quoted;
-    } else {
-      program.append(text, *at, size);
-    }
-    *at += size;
-  }
-  return program;
 }
 
 // Takes a run of backslashes, and the quote behind it when the run makes that text.
@@ -76,7 +62,9 @@ std::vector<std::string> SplitCommandLine(std::string_view text) {
   std::vector<std::string> parts;
   std::size_t at = SkipBlanks(text, 0);
   if (at == text.size()) return parts;
-  parts.push_back(TakeProgram(text, &at));
+  std::string program(text.size() + 1, '\0');
+  at += platform::TakeProgramName(text.substr(at), program.data(), program.size());
+  parts.emplace_back(program.c_str());
   for (at = SkipBlanks(text, at); at < text.size(); at = SkipBlanks(text, at)) {
     parts.push_back(TakeArgument(text, &at));
   }

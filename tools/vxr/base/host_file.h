@@ -1,7 +1,11 @@
-// Names of files: UTF-8 in the commands, which std::filesystem takes for another encoding on Windows.
+// Files of the host. Their names are UTF-8 in the commands, which std::filesystem takes for another encoding on
+// Windows.
 #pragma once
 
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 inline std::filesystem::path HostFile(const std::string &name) {
@@ -12,3 +16,13 @@ inline std::string HostName(const std::filesystem::path &file) {
   const std::u8string name = file.u8string();
   return std::string(name.begin(), name.end());
 }
+
+struct FileCloser {
+  void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using OpenFile = std::unique_ptr<std::FILE, FileCloser>;
+
+// Opens a regular file for reading and tells its size in bytes. Never waits, as the open of a FIFO would. Null for
+// anything else, with the reason in the form that follows a file's name: "is missing", "is a directory", "cannot be
+// read: ...".
+OpenFile OpenRegularFile(const std::string &name, std::uint64_t *size, std::string *reason);

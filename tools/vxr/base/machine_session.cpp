@@ -11,6 +11,15 @@ namespace {
 
 constexpr unsigned kUsualCodePage = 1252;
 
+// Whether an argument names a file of the host, whose names the machine takes as they are.
+bool IsHostPath(const std::string &argument) { return kDescribedMachines && !IsMachinePath(argument); }
+
+// An argument as the machine's text, still in UTF-8.
+std::string PathText(const std::string &argument) {
+  if (argument.empty() || (kDescribedMachines && IsMachinePath(argument))) return argument;
+  return HostName(std::filesystem::absolute(HostFile(argument)));
+}
+
 }  // namespace
 
 bool OpenMachine(const std::string &file, VXRMachine_Observer observer, void *context) {
@@ -41,7 +50,26 @@ bool IsMachinePath(const std::string &argument) {
 }
 
 std::string MachinePath(const std::string &argument) {
-  if (argument.empty() || (kDescribedMachines && IsMachinePath(argument))) return argument;
-  const std::string path = HostName(std::filesystem::absolute(HostFile(argument)));
-  return kDescribedMachines ? path : machine::Utf8ToAnsi(path, VXRMachine_CodePage());
+  const std::string path = PathText(argument);
+  return IsHostPath(argument) ? path : machine::Utf8ToAnsi(path, VXRMachine_CodePage());
+}
+
+bool InCodePage(const std::string &text) {
+  const std::uint32_t codePage = VXRMachine_CodePage();
+  if (machine::AnsiToUtf8(machine::Utf8ToAnsi(text, codePage), codePage) == text) return true;
+  PrintError(text + ": holds a character that the machine's code page " + std::to_string(codePage) +
+             " lacks; use another name");
+  return false;
+}
+
+bool PathInCodePage(const std::string &argument) { return IsHostPath(argument) || InCodePage(PathText(argument)); }
+
+std::string HostPathOf(const std::string &machinePath) {
+  std::array<char, 4096> place{};
+  VXRMachine_HostPath(machinePath.c_str(), place.data(), place.size());
+  return place.data();
+}
+
+std::filesystem::path HostOf(const std::string &path) {
+  return HostFile(HostPathOf(machine::Utf8ToAnsi(path, VXRMachine_CodePage())));
 }

@@ -1,6 +1,7 @@
 // A described machine, open while a command runs on it.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "vxrcore/machine.h"
@@ -14,7 +15,16 @@ bool CloseMachine();
 // Text of the open machine, given in its code page, as UTF-8. Null becomes empty.
 std::string MachineText(const char *text);
 
-// A file argument as the library takes it: a path of the machine when it begins with a drive letter, else the host's,
-// made absolute; on Windows, where they are the same, in the system's code page. Empty stays empty.
+// A file argument as the library takes it: a path of the machine, in its code page, when it begins with a drive letter,
+// else the host's, made absolute; on Windows, where they are the same, absolute and in the system's code page. Empty
+// stays empty. What the code page lacks becomes '?': see PathInCodePage.
 std::string MachinePath(const std::string &argument);
+// Whether the open machine's code page has every character of a text that is to go to the machine, or of a file
+// argument's MachinePath; false after one line on standard error.
+bool InCodePage(const std::string &text);
+bool PathInCodePage(const std::string &argument);
 bool IsMachinePath(const std::string &argument);
+// Where a path of the open machine, in its code page, leads on the host; empty when nowhere.
+std::string HostPathOf(const std::string &machinePath);
+// The same of a path in UTF-8.
+std::filesystem::path HostOf(const std::string &path);

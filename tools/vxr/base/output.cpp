@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -52,6 +53,8 @@ std::string Printable(std::string_view text) {
   return clean;
 }
 
+std::string latestError;
+
 }  // namespace
 
 void PrintLine(std::string_view text, Style style) {
@@ -61,9 +64,12 @@ void PrintLine(std::string_view text, Style style) {
 
 void PrintError(std::string_view message) {
   while (!message.empty() && message.back() == '\n') message.remove_suffix(1);
+  latestError = Printable(message);
   std::fflush(stdout);
-  std::fprintf(stderr, "vxr: %s\n", Printable(message).c_str());
+  std::fprintf(stderr, "vxr: %s\n", latestError.c_str());
 }
+
+std::string TakeError() { return std::exchange(latestError, ""); }
 
 std::string Bytes(std::uint64_t size) {
   std::string digits = std::to_string(size);

@@ -15,6 +15,9 @@ void PrintLine(std::string_view text, Style style = Style::kPlain);
 // "?".
 void PrintError(std::string_view message);
 
+// The message of the latest PrintError, once; empty when there was none since. For the JSON document that tells it.
+std::string TakeError();
+
 // "1,234 bytes".
 std::string Bytes(std::uint64_t size);
 

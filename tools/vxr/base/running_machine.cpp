@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -147,9 +148,25 @@ void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
   observerContext = context;
 }
 
+int32_t VXRMachine_Rehearse(int32_t) { return FALSE; }
+
 uint32_t VXRMachine_CodePage(void) { return GetACP(); }
 
 int32_t VXRMachine_HostPath(const char *path, char *hostPath, uint32_t hostPathSize) {
   const int length = std::snprintf(hostPath, hostPathSize, "%s", machine::AnsiToUtf8(path, GetACP()).c_str());
   return length >= 0 && static_cast<uint32_t>(length) < hostPathSize;
+}
+
+int32_t VXRMachine_SameFile(const char *path, const char *other) {
+  const auto file = [](const char *name) {
+    const std::string text = machine::AnsiToUtf8(name, GetACP());
+    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+  };
+  std::error_code unknown;
+  return _stricmp(path, other) == 0 || std::filesystem::equivalent(file(path), file(other), unknown);
+}
+
+int32_t VXRMachine_OwnFile(const char *, char *what, uint32_t whatSize) {
+  if (whatSize != 0) what[0] = '\0';
+  return FALSE;
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/machine/base/file_kind.h"
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
@@ -114,7 +115,7 @@ bool IsImage(const std::string &path) {
     if (IsUtf8(path)) return true;
     PrintError(path + ": the name is not UTF-8; rename the image, or make a link to it");
   } else if (fs::exists(status)) {
-    PrintError(path + ": is not a file; give a disk image or a block device");
+    PrintError(path + ": " + machine::FileKind(status.type()) + "; give a disk image or a block device");
   } else {
     PrintError(path + ": " + (error ? error.message() : "there is no such file") +
                "; give a disk image or a block device, or name with --machine the machine that has the disk");
@@ -158,6 +159,10 @@ int RepairImage(const FixBootOptions &options) {
 
 int RepairDisk(const FixBootOptions &options) {
   if (!OpenMachine(options.machine, nullptr, nullptr)) return kExitUsage;
+  if (!InCodePage(options.disk)) {
+    CloseMachine();
+    return kExitUsage;
+  }
   return Repair(machine::Utf8ToAnsi(options.disk, VXRMachine_CodePage()), options.disk);
 }
 

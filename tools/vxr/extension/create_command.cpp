@@ -6,11 +6,14 @@
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
+#include "tools/vxr/extension/create_arguments.h"
 #include "tools/vxr/extension/create_record.h"
 #include "tools/vxr/extension/extension_file.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {
+
+constexpr int kExitFailed = 9;  // as the library's result
 
 struct Outcome {
   std::uint32_t code = 0;
@@ -26,24 +29,6 @@ void OnEvent(void *context, const VXRMachine_Event *event) {
 
 const char *OrNull(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
 
-// Empty when the argument is, or when it leads nowhere.
-std::string HostPath(const std::string &argument) {
-  std::array<char, 4096> place{};
-  if (!argument.empty()) VXRMachine_HostPath(MachinePath(argument).c_str(), place.data(), place.size());
-  return place.data();
-}
-
-// The argument whose file the extension file would replace; empty when there is none.
-std::string Replaced(const CreateOptions &options, const std::string &hostPath) {
-  for (const std::string &argument : {options.machine, options.includes, options.map}) {
-    const std::string path = HostPath(argument);
-    std::error_code unknown;
-    if (!path.empty() && (path == hostPath || std::filesystem::equivalent(HostFile(path), HostFile(hostPath), unknown)))
-      return argument;
-  }
-  return "";
-}
-
 void RecordOpenMachine(const CreateOptions &options, Outcome *outcome) {
   const std::string file = MachinePath(options.extension);
   const std::string includes = MachinePath(options.includes), map = MachinePath(options.map);
@@ -58,15 +43,19 @@ bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
     return false;
   }
   if (!OpenMachine(options.machine, OnEvent, outcome)) return false;
+  if (!PathInCodePage(options.extension) || !PathInCodePage(options.includes) || !PathInCodePage(options.map)) {
+    CloseMachine();
+    return false;
+  }
   outcome->hostPath = HostPath(options.extension);
-  const std::string replaced = Replaced(options, outcome->hostPath);
-  if (replaced.empty()) {
+  const std::string refusal = RefuseArguments(options);
+  if (refusal.empty()) {
     RecordOpenMachine(options, outcome);
   } else {
-    PrintError(options.extension + ": would replace " + replaced + "; name another file to write");
+    PrintError(refusal);
   }
   CloseMachine();
-  return replaced.empty();
+  return refusal.empty();
 }
 
 // --- The summary ----------------------------------------------------------------------------------------------------
@@ -100,14 +89,8 @@ void PrintShortfalls(const char *title, const std::vector<CreateRecord::Shortfal
   }
 }
 
-void PrintSummary(const CreateOptions &options, const Outcome &outcome) {
+void PrintSummary(const CreateOptions &options, const Outcome &outcome, const VXR_EXTIMAGE &image) {
   const CreateRecord &record = outcome.record;
-  VXR_EXTIMAGE image;
-  std::string problem;
-  if (!ReadExtensionFile(outcome.hostPath, &image, &problem)) {
-    PrintLine(options.extension + ": written, but it cannot be read back: " + problem, Style::kBad);
-    return;
-  }
   const bool hot = VxrGet32(image.Header.Magic) == VXR_EXT_MAGIC_HOT;
   PrintLine(options.extension + ": " + Bytes(sizeof image) +
                 (hot ? ", hot: the running system is on a fixed disk"
@@ -116,7 +99,8 @@ void PrintSummary(const CreateOptions &options, const Outcome &outcome) {
   PrintVolumes(image.Extension.Volumes, outcome.codePage);
   if (!options.map.empty() && NamesNoVolume(image.Extension.Volumes, outcome.codePage)) {
     PrintLine("  None has its name in the backup from " + options.map +
-                  ": it is missing, or has no [C] with a DeviceName; check it and record the machine again",
+                  ": it is missing, is no regular file, or has no [C] with a DeviceName; check it and record the "
+                  "machine again",
               Style::kBad);
   }
   PrintShortfalls("Left out", record.leftOut);
@@ -135,7 +119,13 @@ int CreateCommand(const CreateOptions &options) {
     PrintError(ExplainFailure(outcome.record, options.extension, options.includes));
     return static_cast<int>(outcome.code);
   }
-  PrintSummary(options, outcome);
+  VXR_EXTIMAGE image;
+  std::string problem;
+  if (!ReadExtensionFile(outcome.hostPath, &image, &problem)) {
+    PrintError(options.extension + ": written, but it cannot be read back: " + problem);
+    return kExitFailed;
+  }
+  PrintSummary(options, outcome, image);
   FinishOutput();
   return 0;
 }

@@ -31,7 +31,8 @@ constexpr Meaning kVolumeErrors[] = {
 constexpr Meaning kMachineErrors[] = {
     {":VXRExt_BuildVXRSysInfo()",
      "the system directory lies on no fixed disk, CD-ROM, network drive or RAM disk; check it and its drive"},
-    {":VXRDev_GetArchInfo()", "the computer's kind is not known; it needs a device of the class Computer"},
+    {":VXRDev_GetArchInfo()",
+     "the computer's kind is not known; it needs a device of the class Computer with hardware_ids"},
     {":VXRExt_BuildVXRVolumes()", "its drives cannot be listed; it needs at least one"},
 };
 
@@ -43,7 +44,8 @@ struct ErrorMeaning {
 constexpr ErrorMeaning kFileErrors[] = {
     {ERROR_FILE_NOT_FOUND, "there is no such directory or drive; make it, or name another file"},
     {ERROR_PATH_NOT_FOUND, "there is no such directory or drive; make it, or name another file"},
-    {ERROR_ACCESS_DENIED, "it is read-only, a directory, or in a directory that may not be written; name another file"},
+    {ERROR_ACCESS_DENIED,
+     "it is read-only, a directory, a device or FIFO, or in a directory that may not be written; name another file"},
     {ERROR_WRITE_PROTECT, "its file system is read-only; name a file elsewhere"},
     {ERROR_SHARING_VIOLATION, "another program uses it; close that program and record the machine again"},
     {ERROR_DISK_FULL, "the disk is full; make room and record the machine again"},

@@ -1,60 +1,36 @@
 #include "tools/vxr/extension/extension_file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/host_file.h"
 
 namespace {
 
-struct FileCloser {
-  void operator()(std::FILE *file) const { std::fclose(file); }
-};
-
-std::FILE *OpenFile(const std::string &path) {
-#ifdef _WIN32
-  return ::_wfopen(HostFile(path).c_str(), L"rb");  // the narrow call would not take UTF-8
-#else
-  return std::fopen(path.c_str(), "rb");
-#endif
-}
-
-// How many bytes the file has, at most one more than an extension file; those that fit go into the image. False with
-// the system's reason.
-bool ReadBytes(const std::string &path, VXR_EXTIMAGE *image, std::size_t *size, std::string *reason) {
-  const std::unique_ptr<std::FILE, FileCloser> file(OpenFile(path));
-  if (file != nullptr) {
-    std::setvbuf(file.get(), nullptr, _IONBF, 0);  // straight into the image, in one read
-    *size = std::fread(static_cast<void *>(image), 1, sizeof *image, file.get());
-    if (*size == sizeof *image && std::fgetc(file.get()) != EOF) ++*size;
-    if (std::ferror(file.get()) == 0) return true;
-  }
-  *reason = std::strerror(errno);
+// The file's size in bytes; those of it that fit go into the image. False with the reason.
+bool ReadBytes(const std::string &path, VXR_EXTIMAGE *image, std::uint64_t *size, std::string *reason) {
+  const OpenFile file = OpenRegularFile(path, size, reason);
+  if (file == nullptr) return false;
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // straight into the image, in one read
+  const std::size_t wanted = std::min<std::uint64_t>(*size, sizeof *image);
+  if (std::fread(static_cast<void *>(image), 1, wanted, file.get()) == wanted) return true;
+  *reason = "cannot be read, or became shorter while it was read";
   return false;
 }
 
-std::string CountOfBytes(const std::string &path, std::size_t size) {
-  if (size <= VXR_EXT_FILE_SIZE) return std::to_string(size) + " bytes";
-  std::error_code error;
-  const std::uintmax_t whole = std::filesystem::file_size(HostFile(path), error);
-  return (error ? "more than " + std::to_string(VXR_EXT_FILE_SIZE) : std::to_string(whole)) + " bytes";
-}
-
-// Empty when the image, of which `size` bytes are the file's, is one that this program can show.
-std::string FindProblem(const std::string &path, const VXR_EXTIMAGE &image, std::size_t size) {
+// Empty when the image, from a file of `size` bytes, is one that this program can show.
+std::string FindProblem(const VXR_EXTIMAGE &image, std::uint64_t size) {
   if (size == 0) return "is empty; name an extension file, or take it from the backup again";
   const std::uint32_t magic = VxrGet32(image.Header.Magic), version = VxrGet32(image.Header.Version);
   if (size < sizeof magic || (magic != VXR_EXT_MAGIC_HOT && magic != VXR_EXT_MAGIC_COLD)) {
-    return "is not an extension file: it begins with " + HexText(&image, std::min(size, sizeof magic)) +
+    return "is not an extension file: it begins with " + HexText(&image, std::min<std::uint64_t>(size, sizeof magic)) +
            ", not with HbMe or CbMe; name the file that was recorded at backup time";
   }
   if (size != VXR_EXT_FILE_SIZE) {
-    return "has " + CountOfBytes(path, size) + ", an extension file has " + std::to_string(VXR_EXT_FILE_SIZE) +
+    return "has " + std::to_string(size) + " bytes, an extension file has " + std::to_string(VXR_EXT_FILE_SIZE) +
            "; take it from the backup again";
   }
   if (version != VXR_EXT_VERSION) {
@@ -88,11 +64,10 @@ bool AnyByte(const void *record, std::size_t size) {
 }  // namespace
 
 bool ReadExtensionFile(const std::string &path, VXR_EXTIMAGE *image, std::string *problem) {
-  std::size_t size = 0;
+  std::uint64_t size = 0;
   std::string reason;
   image->Header = {};
-  *problem = ReadBytes(path, image, &size, &reason) ? FindProblem(path, *image, size)
-                                                    : "cannot be read: " + reason + "; name an extension file";
+  *problem = ReadBytes(path, image, &size, &reason) ? FindProblem(*image, size) : reason + "; name an extension file";
   return problem->empty();
 }
 

@@ -133,7 +133,7 @@ void PrintNames(const VXR_NETINFO &names, unsigned codePage) {
              {"NetBIOS", netbios, computer},
              {"DNS host", host, computer},
              {"DNS domain", domain, ""},
-             {"DNS full", full, host + "." + domain},
+             {"DNS full", full, domain.empty() ? host : host + "." + domain},
              {"Own NetBIOS", text(names.ComputerNamePhysicalNetBIOS), netbios},
              {"Own DNS host", text(names.ComputerNamePhysicalDnsHostname), host},
              {"Own DNS domain", text(names.ComputerNamePhysicalDnsDomain), domain},

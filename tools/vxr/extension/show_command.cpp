@@ -21,15 +21,18 @@ int ShowCommand(const ShowOptions &options) {
   for (const std::string &file : options.files) {
     VXR_EXTIMAGE image;
     std::string problem;
-    if (!ReadExtensionFile(file, &image, &problem)) {
+    const bool good = ReadExtensionFile(file, &image, &problem);
+    if (!good) {
       PrintError(file + ": " + problem);
       allShown = false;
-      continue;
+      if (!list) continue;
+      TakeError();
     }
     if (options.json) {
       // Each document goes out as it is made: a thousand of them would fill the memory.
       if (list) std::fputs(shown == 0 ? "\n" : ",\n", stdout);
-      const std::string text = DocumentText(ExtensionDocument(file, image, options.codePage));
+      const std::string text = DocumentText(good ? ExtensionDocument(file, image, options.codePage)
+                                                 : nlohmann::ordered_json{{"file", file}, {"error", problem}});
       std::fwrite(text.data(), 1, text.size(), stdout);
     } else {
       if (shown != 0) PrintLine("");

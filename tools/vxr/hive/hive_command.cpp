@@ -46,18 +46,14 @@ int HiveCommand(const HiveOptions &options) {
   machine::Hive hive;
   const std::string refusal = OpenHiveFile(&hive, HostFile(options.file), machine::HiveUse::kLook);
   const HiveFacts facts = CollectHiveFacts(options.file, &hive, refusal);
-  const bool seen = hive.size != 0;
-  if (options.json && seen) {
-    PrintHiveJson(facts);
-  } else if (seen) {
-    PrintHiveText(facts);
+  // Of a file that is no hive there is nothing to show.
+  if (!options.json && facts.isHive) PrintHiveText(facts);
+  bool good = facts.refusal.empty();
+  if (!good) PrintError(options.file + " " + facts.refusal);
+  if (good && !options.replay.empty()) {
+    good = WriteRecovered(hive, options.replay);
+    if (good && !options.json) PrintLine("Written to " + options.replay, Style::kGood);
   }
-  if (!facts.refusal.empty()) {
-    PrintError(options.file + " " + facts.refusal);
-    FinishOutput();
-    return 1;
-  }
-  const bool written = options.replay.empty() || WriteRecovered(hive, options.replay);
-  if (written && !options.replay.empty() && !options.json) PrintLine("Written to " + options.replay, Style::kGood);
-  return FinishOutput() && written ? 0 : 1;
+  if (options.json && facts.isHive) PrintHiveJson(facts, TakeError(), good ? 0 : 1);
+  return FinishOutput() && good ? 0 : 1;
 }

@@ -39,5 +39,7 @@ struct HiveFacts {
 // `hive` has been opened with `refusal` as the answer.
 HiveFacts CollectHiveFacts(const std::string &file, machine::Hive *hive, const std::string &refusal);
 
+// Both of a file that is a hive.
 void PrintHiveText(const HiveFacts &facts);
-void PrintHiveJson(const HiveFacts &facts);
+// `error`: what the command failed with; empty: nothing.
+void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitStatus);

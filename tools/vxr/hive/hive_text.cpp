@@ -54,12 +54,10 @@ Json LogJson(const LogFacts &log) {
 
 void PrintHiveText(const HiveFacts &facts) {
   PrintLine(facts.file, Style::kBold);
-  if (facts.isHive) {
-    PrintFact("version", std::to_string(facts.major) + "." + std::to_string(facts.minor));
-    PrintFact("size", Bytes(facts.size) + ", bins " + Bytes(facts.binsSize));
-    PrintFact("sequence numbers", std::to_string(facts.primary) + " and " + std::to_string(facts.secondary));
-    PrintFact("state", facts.clean ? "clean" : "not closed cleanly");
-  }
+  PrintFact("version", std::to_string(facts.major) + "." + std::to_string(facts.minor));
+  PrintFact("size", Bytes(facts.size) + ", bins " + Bytes(facts.binsSize));
+  PrintFact("sequence numbers", std::to_string(facts.primary) + " and " + std::to_string(facts.secondary));
+  PrintFact("state", facts.clean ? "clean" : "not closed cleanly");
   if (!facts.replay.empty()) {
     PrintFact("recovery", facts.replay + "; both numbers are then " + std::to_string(facts.numberAfter));
   }
@@ -69,17 +67,16 @@ void PrintHiveText(const HiveFacts &facts) {
   for (const LogFacts &log : facts.logs) PrintLog(log, !facts.clean);
 }
 
-void PrintHiveJson(const HiveFacts &facts) {
+void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitStatus) {
   Json logs = Json::array();
   for (const LogFacts &log : facts.logs) logs.push_back(LogJson(log));
   const auto orNull = [](const std::string &text) { return text.empty() ? Json() : Json(text); };
-  Json document = {{"file", facts.file}, {"size", facts.size}};
-  if (facts.isHive) {
-    document["version"] = std::to_string(facts.major) + "." + std::to_string(facts.minor);
-    document["primary"] = facts.primary;
-    document["secondary"] = facts.secondary;
-    document["bins_size"] = facts.binsSize;
-  }
+  Json document = {{"file", facts.file},
+                   {"size", facts.size},
+                   {"version", std::to_string(facts.major) + "." + std::to_string(facts.minor)},
+                   {"primary", facts.primary},
+                   {"secondary", facts.secondary},
+                   {"bins_size", facts.binsSize}};
   document["clean"] = facts.clean;
   document["refusal"] = orNull(facts.refusal);
   document["replay"] = orNull(facts.replay);
@@ -87,5 +84,7 @@ void PrintHiveJson(const HiveFacts &facts) {
   document["logs"] = std::move(logs);
   document["control_set"] = facts.controlSet ? Json(*facts.controlSet) : Json();
   document["machine_name"] = facts.machineName ? Json(*facts.machineName) : Json();
+  document["error"] = orNull(error);
+  document["exit_status"] = exitStatus;
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }

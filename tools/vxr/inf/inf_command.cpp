@@ -1,8 +1,6 @@
 #include "tools/vxr/inf/inf_command.h"
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -13,39 +11,22 @@
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
+#include "tools/vxr/inf/inf_text.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
 
-bool ReadBytes(const std::string &file, std::string *bytes, std::string *reason) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(HostFile(file), error)) {
-    *reason = std::filesystem::exists(HostFile(file), error) ? "is not a file" : "is missing";
-    return false;
-  }
-  std::ifstream in(HostFile(file), std::ios::binary);
-  bytes->assign(std::istreambuf_iterator<char>(in), {});
-  if (in.bad() || !in.is_open()) {
-    *reason = "cannot be read";
-    return false;
-  }
-  return true;
-}
-
 // Null after one line of complaint.
 std::shared_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
-  std::string bytes;
-  machine::InfRefusal refusal;
-  std::shared_ptr<machine::InfFile> inf;
-  if (ReadBytes(options.file, &bytes, &refusal.reason)) {
-    inf = machine::ReadInf(std::move(bytes), machine::MakeInfSettings(options.codePage, options.language), &refusal);
-    if (inf != nullptr && inf->sections.empty()) {
-      refusal.reason = "holds no section";
-      inf.reset();
-    }
+  std::string reason;
+  std::shared_ptr<machine::InfFile> inf =
+      ReadInfText(options.file, machine::MakeInfSettings(options.codePage, options.language), &reason);
+  if (inf != nullptr && inf->sections.empty()) {
+    reason = "holds no section";
+    inf.reset();
   }
-  if (inf == nullptr) PrintError(options.file + ": " + refusal.reason + "; name an INF file");
+  if (inf == nullptr) PrintError(options.file + ": " + reason + "; name an INF file");
   return inf;
 }
 

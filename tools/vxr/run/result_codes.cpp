@@ -4,6 +4,8 @@ namespace {
 
 constexpr ResultCode kCodes[] = {
     {0, nullptr, "success", "", false},
+    {kRehearsalCode, nullptr, "the verification succeeds, but an injection would not",
+     "Mend what stands under Problems, then verify again.", false},
     {3, "Failed to locate driver files for device ", "a device has no driver",
      "Put the driver's INF and files into the job's InfDir (for an IDE controller: into the running system's inf and "
      "drivers folders). The driver must list the device's ids for the restored Windows version.",
@@ -14,7 +16,9 @@ constexpr ResultCode kCodes[] = {
      " room beside it.",
      true},
     {7, "Failed to initialize Vexmorph engine", "the engine did not start",
-     "Check that HCDIR is set, and that the running system has a boot drive and a device of the class Computer.", true},
+     "Check that HCDIR is set, and that the running system has a boot drive and a device of the class Computer with "
+     "hardware_ids (or the value HardwareID of SYSTEM\\CurrentControlSet\\Enum\\Root\\ACPI_HAL\\0000).",
+     true},
     {8, "Failed to initialize the Bare Metal restore information", "the job's settings are incomplete",
      "Check the job number; its key needs Disk, InfDir, BootPart and RootPath.", true},
     {9, "Failed to initialize the Bare Metal extension information", "the extension file cannot be used",

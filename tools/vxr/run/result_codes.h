@@ -5,7 +5,12 @@
 #include <string_view>
 
 constexpr std::uint32_t kProgress = 101;
+constexpr std::uint32_t kNoDriverCode = 3;
 constexpr std::uint32_t kHiveCode = 4;
+constexpr std::uint32_t kCancelledCode = 15;
+constexpr std::uint32_t kNamedIdCode = 58;
+constexpr std::uint32_t kCopyCode = 13;
+constexpr std::uint32_t kRehearsalCode = 1;  // not the library's: an exit status of a verification
 
 struct ResultCode {
   std::uint32_t code;

@@ -1,10 +1,15 @@
 #include "tools/vxr/run/run_command.h"
 
+#include <algorithm>
 #include <csignal>
 
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
+#ifndef _WIN32
+#include "tools/vxr/run/candidates.h"
+#include "tools/vxr/run/restored_facts.h"
+#endif
 #include "tools/vxr/run/run_text.h"
 #include "vxrcore/vxrcore.h"
 
@@ -23,13 +28,39 @@ void OnStatusLine(void *context, const char *text) {
 
 void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_cast<Host *>(context)->record, *event); }
 
+#ifndef _WIN32
+bool LacksDriver(std::uint32_t code, const RunRecord &record) {
+  return code == kNamedIdCode || std::any_of(record.devices.begin(), record.devices.end(),
+                                             [](const DeviceRecord &device) { return device.failed; });
+}
+#endif
+
 // Opens, runs, closes. False, with a message, when the machine cannot be used.
 bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   if (!OpenMachine(options.machine, OnEvent, host)) return false;
+#ifndef _WIN32
+  VXRMachine_SetObserver(nullptr, nullptr);  // what the look meets is not the run's
+  const JobFacts facts = ReadJobFacts(options.job);
+  host->record.contradictions = FindContradictions(facts);
+  VXRMachine_SetObserver(OnEvent, host);
+#endif
   void *window = VXRMachine_CreateWindow(OnStatusLine, host);
   outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
+#ifndef _WIN32
+  if (std::string line = ProcessorContradiction(facts); !line.empty() && LacksDriver(outcome->code, host->record)) {
+    host->record.contradictions.push_back(std::move(line));
+  }
+  ExplainFailures(&host->record);
+#endif
+  if (options.verify && WorthRehearsing(outcome->code)) {
+    outcome->rehearsal = RehearseInjection(options.job, &host->record);
+    VXRMachine_SetObserver(OnEvent, host);
+  }
   CloseMachine();
-  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) ? kHiveCode : outcome->code);
+  const bool lost = outcome->code == 0 && LostRestoredValues(host->record) != 0;
+  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) || lost ? kHiveCode : outcome->code);
+  if (outcome->exitStatus == 0 && host->record.noController) outcome->exitStatus = kNoDriverCode;
+  if (outcome->exitStatus == 0 && WouldFail(outcome->rehearsal)) outcome->exitStatus = kRehearsalCode;
   return true;
 }
 

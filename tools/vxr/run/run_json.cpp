@@ -27,17 +27,28 @@ Json Devices(const RunRecord &record) {
     if (!device.infFile.empty()) {
       driver = {{"inf", device.infFile}, {"description", device.driver}, {"hardware_id", device.hardwareId}};
     }
-    list.push_back({{"instance", device.instance}, {"driver", driver}, {"failed", device.failed}});
+    Json candidates = Json::array();
+    for (const Candidate &candidate : device.candidates) {
+      candidates.push_back(
+          {{"inf", candidate.inf}, {"id", candidate.id}, {"reason", candidate.reason}, {"text", candidate.text}});
+    }
+    list.push_back({{"instance", device.instance},
+                    {"driver", driver},
+                    {"failed", device.failed},
+                    {"candidates", std::move(candidates)}});
   }
   return list;
 }
 
-Json Files(const RunRecord &record) {
+Json Files(const RunOptions &options, const RunRecord &record, bool rehearsed) {
+  const char *const found = options.verify ? "would_copy" : "found";
+  const char *const failed = rehearsed ? "would_not_copy" : "not_copied";
   Json list = Json::array();
   for (const CopyRecord &copy : record.copies) {
-    const char *state = copy.copied ? "copied" : copy.reason.empty() ? "would_copy" : "not_copied";
+    const char *state = copy.copied ? "copied" : copy.reason.empty() ? found : failed;
     Json file = {{"state", state}, {"target", copy.target}, {"source", TextOrNull(copy.source)}};
-    if (copy.copied) file["size"] = copy.size;
+    if (copy.copied || (rehearsed && copy.reason.empty())) file["size"] = copy.size;
+    if (copy.reason.empty()) file["left_over"] = copy.use == CopyUse::kLeftOver;
     if (!copy.reason.empty()) {
       file["reason"] = copy.reason;
       file["old_target_kept"] = copy.keptOld;
@@ -47,32 +58,66 @@ Json Files(const RunRecord &record) {
   return list;
 }
 
-Json Values(const RunRecord &record) {
+void AddValues(const char *state, const std::vector<ValueRecord> &values, Json *list) {
+  for (const ValueRecord &value : values) {
+    list->push_back({{"state", state},
+                     {"system", InRestoredHive(value) ? "restored" : "running"},
+                     {"key", value.key},
+                     {"name", value.name},
+                     {"type", ValueTypeName(value.type)},
+                     {"size", value.size},
+                     {"data", value.data}});
+  }
+}
+
+Json Values(const RunOutcome &outcome, const RunRecord &record) {
   Json list = Json::array();
-  for (const ValueRecord &value : record.values) {
+  AddValues("written", record.values, &list);
+  AddValues("would_write", RestoredValues(outcome.rehearsal.record), &list);
+  return list;
+}
+
+Json FailedValues(const RunRecord &record) {
+  Json list = Json::array();
+  for (const FailedValue &value : record.failedValues) {
     list.push_back({{"system", InRestoredHive(value) ? "restored" : "running"},
                     {"key", value.key},
-                    {"name", value.name},
-                    {"type", ValueTypeName(value.type)},
-                    {"size", value.size},
-                    {"data", value.data}});
+                    {"name", value.wholeKey ? Json() : Json(value.name)},
+                    {"type", value.wholeKey ? Json() : Json(ValueTypeName(value.type))},
+                    {"error", value.error},
+                    {"reason", value.reason}});
   }
   return list;
 }
 
-Json Hives(const RunRecord &record) {
-  Json list = Json::array();
+void AddHives(const char *const (&states)[5], const RunRecord &record, Json *list) {
   for (const HiveRecord &hive : record.hives) {
-    static const char *const kStates[] = {"mounted", "saved", "not_saved", "refused", "unflushed"};
-    Json entry = {{"state", kStates[static_cast<int>(hive.outcome)]},
+    Json entry = {{"state", states[static_cast<int>(hive.outcome)]},
                   {"file", hive.file},
                   {"mount_point", TextOrNull(hive.mountPoint)}};
     if (hive.size != 0) entry["size"] = hive.size;
     entry["replay"] = TextOrNull(hive.replay);
     if (!hive.reason.empty()) entry["reason"] = hive.reason;
-    list.push_back(std::move(entry));
+    list->push_back(std::move(entry));
   }
+}
+
+Json Hives(const RunOutcome &outcome, const RunRecord &record) {
+  static const char *const kDone[] = {"mounted", "saved", "not_saved", "refused", "unflushed"};
+  static const char *const kWould[] = {"would_mount", "would_save", "would_not_save", "would_refuse", "would_not_save"};
+  Json list = Json::array();
+  AddHives(kDone, record, &list);
+  AddHives(kWould, outcome.rehearsal.record, &list);
   return list;
+}
+
+Json RehearsalOf(const Rehearsal &rehearsal) {
+  if (!rehearsal.done) return Json();
+  Json problems = Json::array();
+  for (const RehearsalProblem &problem : rehearsal.problems) {
+    problems.push_back({{"file", TextOrNull(problem.file)}, {"problem", problem.text}, {"advice", problem.advice}});
+  }
+  return {{"result", rehearsal.code}, {"problems", problems}};
 }
 
 Json RefusedPaths(const RunRecord &record) {
@@ -86,20 +131,25 @@ Json RefusedPaths(const RunRecord &record) {
 }  // namespace
 
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
-  const ResultCode &entry = FindResultCode(outcome.code);
+  const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const Json document = {{"machine", kDescribedMachines ? Json(options.machine) : Json()},
                          {"job", options.job},
                          {"mode", options.verify ? "verification" : "injection"},
                          {"result", outcome.code},
                          {"meaning", entry.meaning},
-                         {"advice", TextOrNull(entry.advice)},
+                         {"advice", TextOrNull(AdviceFor(outcome.code, record))},
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
-                         {"files", Files(record)},
-                         {"values", Values(record)},
-                         {"hives", Hives(record)},
+                         {"files", Files(options, record, outcome.rehearsal.done)},
+                         {"values", Values(outcome, record)},
+                         {"values_not_written", FailedValues(record)},
+                         {"hives", Hives(outcome, record)},
+                         {"rehearsal", RehearsalOf(outcome.rehearsal)},
                          {"refused_paths", RefusedPaths(record)},
+                         {"contradictions", record.contradictions},
+                         {"problems", record.problems},
+                         {"named_id_problem", TextOrNull(record.namedIdProblem)},
                          {"boot_disk_problem", TextOrNull(record.scanProblem)},
                          {"log_file", TextOrNull(record.logFile)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

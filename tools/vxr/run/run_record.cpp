@@ -1,15 +1,22 @@
 #include "tools/vxr/run/run_record.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
+#include "platform/machine/text/fold_name.h"
 #include "tools/vxr/base/machine_session.h"
 
 namespace {
 
 constexpr std::string_view kRestoredMount = "SYSTEM_ORG";
+constexpr std::string_view kDriverSetUp = "Successful in driver files ";
 constexpr std::string_view kUnloadError = "ERROR:VXREng_RunVXR:VXRReg_UnloadHive():failed";
 constexpr std::string_view kScanError = "ERROR:VXRDev_ScanDiskDevices:";
+// A model line that matched was given up, and with it what its install section had copied; or a directory was whose
+// driver could not be registered.
+constexpr std::string_view kRefusals[] = {"ERROR:VXRDev_ProcessModSect:",
+                                          "ERROR:VXRDev_GetDriverInfDirs:VXRDev_PostGetDriver()"};
 
 // What stands between a fixed beginning and a fixed end; nothing when the line has another form.
 std::optional<std::string> Between(std::string_view line, std::string_view begin, std::string_view end) {
@@ -34,16 +41,44 @@ DeviceRecord *FindDevice(RunRecord *record, std::string_view instance) {
   return nullptr;
 }
 
-// "Successfully processed INF for INSTANCE...": the device takes the driver that the machine chose last.
+// "Successfully processed INF for INSTANCE...": the device takes the driver that the machine chose last, unless it was
+// told which file it came from.
 void TakeDriver(RunRecord *record, std::string_view line) {
   const std::optional<std::string> taken = Between(line, "Successfully processed ", "...");
   if (!taken) return;
   for (DeviceRecord &device : record->devices) {
+    if (!device.infFile.empty()) continue;
     const std::string tail = " for " + device.instance;
     if (taken->size() <= tail.size() || taken->compare(taken->size() - tail.size(), tail.size(), tail) != 0) continue;
     device.infFile = taken->substr(0, taken->size() - tail.size());
     device.driver = record->candidate.driver;
     device.hardwareId = record->candidate.hardwareId;
+  }
+}
+
+bool SamePath(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return machine::UpperAscii(x) == machine::UpperAscii(y); });
+}
+
+// Two attempts are made at each file, and more where several ids or INF files name it; only what became of the file
+// counts. What a device needs stays needed.
+void AddCopy(RunRecord *record, CopyRecord copy) {
+  std::vector<CopyRecord> &copies = record->copies;
+  const auto known = std::find_if(copies.begin(), copies.end(),
+                                  [&](const CopyRecord &other) { return SamePath(other.target, copy.target); });
+  if (known != copies.end()) {
+    if (known->use == CopyUse::kNeeded) copy.use = CopyUse::kNeeded;
+    copies.erase(known);
+  }
+  copies.push_back(std::move(copy));
+}
+
+// A check of one id in one file, which looks at no device, copies nothing that could be left over.
+void SettleCopies(RunRecord *record, CopyUse use) {
+  if (record->devices.empty()) return;
+  for (CopyRecord &copy : record->copies) {
+    if (copy.use == CopyUse::kPending) copy.use = use;
   }
 }
 
@@ -54,16 +89,42 @@ void AddWouldCopy(RunRecord *record, std::string_view line) {
   CopyRecord copy;
   copy.source = paths->substr(0, arrow);
   copy.target = paths->substr(arrow + 4);
-  record->copies.push_back(std::move(copy));
+  AddCopy(record, std::move(copy));
 }
 
-// Two attempts are made at each file; only what became of the file counts.
-void AddCopy(RunRecord *record, CopyRecord copy) {
-  std::vector<CopyRecord> &copies = record->copies;
-  copies.erase(std::remove_if(copies.begin(), copies.end(),
-                              [&](const CopyRecord &other) { return other.target == copy.target; }),
-               copies.end());
-  copies.push_back(std::move(copy));
+bool IsValue(const FailedValue &failed, std::string_view key, std::string_view name) {
+  return !failed.wholeKey && SamePath(failed.key, key) && SamePath(failed.name, name);
+}
+
+void AddValue(RunRecord *record, ValueRecord value) {
+  std::vector<FailedValue> &failed = record->failedValues;
+  failed.erase(std::remove_if(failed.begin(), failed.end(),
+                              [&](const FailedValue &other) { return IsValue(other, value.key, value.name); }),
+               failed.end());
+  record->values.push_back(std::move(value));
+}
+
+void AddFailedValue(RunRecord *record, const VXRMachine_Event &event) {
+  FailedValue value;
+  value.key = MachineText(event.subject);
+  value.name = MachineText(event.detail);
+  value.wholeKey = event.detail == nullptr;
+  value.reason = MachineText(event.text);
+  value.type = event.type;
+  value.error = static_cast<std::uint32_t>(event.size);
+  const auto same = [&](const FailedValue &other) {
+    return value.wholeKey ? other.wholeKey && SamePath(other.key, value.key) : IsValue(other, value.key, value.name);
+  };
+  std::vector<FailedValue> &failed = record->failedValues;
+  if (std::none_of(failed.begin(), failed.end(), same)) failed.push_back(std::move(value));
+}
+
+bool IsRestoredKey(const std::string &key) { return key.compare(0, kRestoredMount.size(), kRestoredMount) == 0; }
+
+// The job's own HardwareID, not the computer's; without one the job is the usual kind.
+bool TellsNamedIdUnread(std::string_view text) {
+  return text.find("\\Relmar\\") != std::string_view::npos && text.find("\\HardwareID) failed") != text.npos &&
+         text.find("rc=2 ") == text.npos;
 }
 
 HiveRecord *FindHive(RunRecord *record, const std::string &file) {
@@ -113,7 +174,9 @@ void AddHive(RunRecord *record, const VXRMachine_Event &event) {
 
 // A hive that could not be unmounted is dropped when the machine closes, and what was set in it is lost.
 void DropMounted(RunRecord *record) {
-  if (std::none_of(record->values.begin(), record->values.end(), InRestoredHive)) return;
+  if (std::none_of(record->values.begin(), record->values.end(), [](const auto &v) { return InRestoredHive(v); })) {
+    return;
+  }
   for (HiveRecord &hive : record->hives) {
     if (hive.outcome != HiveOutcome::kMounted) continue;
     hive.outcome = HiveOutcome::kNotSaved;
@@ -126,9 +189,14 @@ void AddDebugText(RunRecord *record, const char *raw) {
   std::string text = MachineText(raw);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   if (text.compare(0, 6, "ERROR:") == 0) {
-    // A job without HardwareID is the usual one.
-    const bool usual = text.find("\\HardwareID) failed") != std::string::npos;
+    // A job without HardwareID is the usual one, and so is a key that is made.
+    const bool usual = text.find("\\HardwareID) failed") != std::string::npos ||
+                       text.find(") failed!create it...") != std::string::npos;
     if (record->firstError.empty() && !usual) record->firstError = text;
+    if (TellsNamedIdUnread(text)) record->namedIdProblem = text;
+    for (const std::string_view refusal : kRefusals) {
+      if (text.compare(0, refusal.size(), refusal) == 0) SettleCopies(record, CopyUse::kLeftOver);
+    }
     if (text.compare(0, kUnloadError.size(), kUnloadError) == 0) DropMounted(record);
     if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
       record->scanProblem = record->firstError;
@@ -139,6 +207,112 @@ void AddDebugText(RunRecord *record, const char *raw) {
     record->logProblem.clear();
   } else if (const auto problem = After(text, ":VXRDbg_Initialize:CreateFile(", "\n")) {
     record->logProblem = "CreateFile(" + *problem;
+  }
+}
+
+// --- The search for drivers
+// --------------------------------------------------------------------------------------------
+
+DeviceRecord *CurrentDevice(RunRecord *record) { return record->devices.empty() ? nullptr : &record->devices.back(); }
+
+// The attempt at the INF file that was tried is over: of all attempts at it the one that got furthest is kept.
+void EndAttempt(RunRecord *record) {
+  DeviceRecord *device = CurrentDevice(record);
+  if (device != nullptr && !record->triedInf.empty()) {
+    Refusal &kept = device->refusals[record->triedInf];
+    if (record->tried.reason > kept.reason) kept = std::move(record->tried);
+  }
+  record->triedInf.clear();
+  record->tried = {};
+}
+
+void AddDevice(RunRecord *record, const std::string &instance) {
+  EndAttempt(record);
+  const DeviceRecord *last = CurrentDevice(record);
+  if (last != nullptr && last->instance == instance) return;  // its status line came first
+  record->devices.emplace_back();
+  record->devices.back().instance = instance;
+}
+
+void AddRefusal(RunRecord *record, const VXRMachine_Event &event) {
+  Refusal &tried = record->tried;
+  if (event.type == VXRMACHINE_REFUSED_RESTORED_SYSTEM && tried.reason > event.type) return;
+  tried.reason = event.type;
+  tried.detail = MachineText(event.detail);
+}
+
+// The driver is that of the file that was tried last, whatever file its list of drivers was built from.
+void AddDriver(RunRecord *record, const VXRMachine_Event &event) {
+  record->candidate = {};
+  record->candidate.infFile = record->triedInf;
+  record->candidate.driver = MachineText(event.subject);
+  record->candidate.hardwareId = MachineText(event.detail);
+  record->triedInf.clear();
+  record->tried = {};
+  DeviceRecord *device = CurrentDevice(record);
+  if (device == nullptr) return;
+  device->infFile = record->candidate.infFile;
+  device->driver = record->candidate.driver;
+  device->hardwareId = record->candidate.hardwareId;
+}
+
+void FailDevice(RunRecord *record, const std::string &instance) {
+  EndAttempt(record);
+  DeviceRecord *device = CurrentDevice(record);
+  if (!instance.empty()) device = FindDevice(record, instance);
+  if (device == nullptr) return;
+  if (instance.empty()) {
+    record->noController = true;
+    record->problems.push_back(device->instance +
+                               ": no controller stands above it in the device tree (it has no parent), and none got a "
+                               "driver: give the device its parent");
+    return;
+  }
+  device->failed = true;
+  device->infFile.clear();
+}
+
+// False for another event.
+bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
+  DeviceRecord *device = CurrentDevice(record);
+  const std::string subject = MachineText(event.subject);
+  switch (event.kind) {
+    case VXRMACHINE_DEVICE_CHECKED:
+      AddDevice(record, subject);
+      return true;
+    case VXRMACHINE_DEVICE_ID:
+      if (device != nullptr) device->ids.push_back(subject);
+      return true;
+    case VXRMACHINE_DEVICE_TARGET:
+      if (device != nullptr) device->targets.push_back(subject);
+      return true;
+    case VXRMACHINE_DIRECTORY_SEARCHED:
+      EndAttempt(record);
+      if (device != nullptr) device->directories.push_back(subject);
+      return true;
+    case VXRMACHINE_INF_TRIED:
+      EndAttempt(record);
+      record->triedInf = subject;
+      record->tried = {MachineText(event.detail), 0, ""};
+      return true;
+    case VXRMACHINE_INF_REFUSED:
+      AddRefusal(record, event);
+      return true;
+    case VXRMACHINE_DRIVER_TAKEN:
+      AddDriver(record, event);
+      return true;
+    case VXRMACHINE_DEVICE_FAILED:
+      FailDevice(record, subject);
+      return true;
+    case VXRMACHINE_DISK_ALONE:
+      record->noController = true;
+      record->problems.push_back(subject +
+                                 ": is on neither an IDE nor a SCSI bus, so that no controller was looked for above it "
+                                 "and none got a driver: describe the disk as its controller's driver shows it to the "
+                                 "restored system (SCSI\\Disk...)");
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -153,11 +327,13 @@ const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
     if (failure->causeInLog && !told) line.cause = record->firstError;
   }
   if (const auto checked = Between(line.text, "Checking device with id ", "...")) {
-    record->devices.push_back({*checked, "", "", "", false});
+    AddDevice(record, *checked);
   }
   if (const auto failed = Between(line.text, "Failed to locate driver files for device ", "")) {
     if (DeviceRecord *device = FindDevice(record, *failed)) device->failed = true;
+    SettleCopies(record, CopyUse::kLeftOver);
   }
+  if (line.text.compare(0, kDriverSetUp.size(), kDriverSetUp) == 0) SettleCopies(record, CopyUse::kNeeded);
   TakeDriver(record, line.text);
   AddWouldCopy(record, line.text);
   record->firstError.clear();
@@ -166,16 +342,20 @@ const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
 }
 
 void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
+  if (AddSearchEvent(record, event)) return;
   switch (event.kind) {
     case VXRMACHINE_FILE_COPIED:
-      AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false});
+      AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false, {}});
       break;
     case VXRMACHINE_FILE_NOT_COPIED:
-      AddCopy(record, {"", MachineText(event.subject), 0, false, MachineText(event.detail), event.size != 0});
+      AddCopy(record, {"", MachineText(event.subject), 0, false, MachineText(event.detail), event.size != 0, {}});
       break;
     case VXRMACHINE_VALUE_WRITTEN:
-      record->values.push_back(
-          {MachineText(event.subject), MachineText(event.detail), MachineText(event.text), event.type, event.size});
+      AddValue(record, {MachineText(event.subject), MachineText(event.detail), MachineText(event.text), event.type,
+                        event.size});
+      break;
+    case VXRMACHINE_VALUE_NOT_WRITTEN:
+      AddFailedValue(record, event);
       break;
     case VXRMACHINE_HIVE_LOADED:
     case VXRMACHINE_HIVE_REFUSED:
@@ -187,7 +367,10 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
       AddReplay(record, event);
       break;
     case VXRMACHINE_DRIVER_CHOSEN:
-      record->candidate = {"", MachineText(event.subject), MachineText(event.detail), MachineText(event.text), false};
+      record->candidate = {};
+      record->candidate.infFile = MachineText(event.subject);
+      record->candidate.driver = MachineText(event.detail);
+      record->candidate.hardwareId = MachineText(event.text);
       break;
     case VXRMACHINE_DEBUG_TEXT:
       AddDebugText(record, event.text);
@@ -200,6 +383,16 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
   }
 }
 
+std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
+  const bool explained = std::any_of(record.devices.begin(), record.devices.end(),
+                                     [](const DeviceRecord &device) { return !device.candidates.empty(); });
+  if (explained && (code == kNoDriverCode || code == kNamedIdCode)) {
+    return "Mend what is said above of an INF file that lists the device, or add one that fits.";
+  }
+  if ((code == kNoDriverCode && record.noController) || (code == kCancelledCode && record.badDirectory)) return "";
+  return FindResultCode(code).advice;
+}
+
 const HiveRecord *UnsavedRestoredHive(const RunRecord &record) {
   for (const HiveRecord &hive : record.hives) {
     const bool failed = hive.outcome == HiveOutcome::kNotSaved || hive.outcome == HiveOutcome::kUnflushed;
@@ -208,13 +401,26 @@ const HiveRecord *UnsavedRestoredHive(const RunRecord &record) {
   return nullptr;
 }
 
+std::size_t LostRestoredValues(const RunRecord &record) {
+  return static_cast<std::size_t>(std::count_if(record.failedValues.begin(), record.failedValues.end(),
+                                                [](const FailedValue &value) { return InRestoredHive(value); }));
+}
+
 bool HasProblems(const RunRecord &record) {
   return std::any_of(record.lines.begin(), record.lines.end(), [](const auto &l) { return l.code != kProgress; }) ||
          std::any_of(record.copies.begin(), record.copies.end(), [](const auto &c) { return !c.reason.empty(); }) ||
          std::any_of(record.hives.begin(), record.hives.end(), [](const auto &h) { return !h.reason.empty(); }) ||
-         !record.refusedPaths.empty() || !record.scanProblem.empty();
+         !record.failedValues.empty() || !record.namedIdProblem.empty() || !record.refusedPaths.empty() ||
+         !record.contradictions.empty() || !record.problems.empty() || !record.scanProblem.empty();
 }
 
-bool InRestoredHive(const ValueRecord &value) {
-  return value.key.compare(0, kRestoredMount.size(), kRestoredMount) == 0;
+bool InRestoredHive(const ValueRecord &value) { return IsRestoredKey(value.key); }
+
+bool InRestoredHive(const FailedValue &value) { return IsRestoredKey(value.key); }
+
+std::vector<ValueRecord> RestoredValues(const RunRecord &record) {
+  std::vector<ValueRecord> values;
+  const auto restored = [](const ValueRecord &value) { return InRestoredHive(value); };
+  std::copy_if(record.values.begin(), record.values.end(), std::back_inserter(values), restored);
+  return values;
 }

@@ -92,6 +92,41 @@ TEST(Copies, LastAttemptAtAFileCounts) {
   EXPECT_TRUE(HasProblems(record)) << "a kept old file is a problem although the run succeeds";
 }
 
+// The file of an INF file that was refused stays behind, unless a device has, or later gets, its driver from it.
+TEST(Copies, OfARefusedInfFileAreLeftOver) {
+  RunRecord record;
+  const auto copy = [&](const char *target) { Event(&record, VXRMACHINE_FILE_COPIED, target, "X:\\F", nullptr, 7); };
+  const auto refuse = [&] { Debug(&record, "ERROR:VXRDev_ProcessModSect:VXRDev_ProcessInstSect() failed for ...\n"); };
+  AddStatusLine(&record, "Checking device with id PCI\\A...\n");
+  for (const char *target : {"D:\\BAD.SYS", "D:\\BOTH.SYS"}) copy(target);
+  refuse();
+  for (const char *target : {"D:\\both.sys", "D:\\GOOD.SYS"}) copy(target);
+  AddStatusLine(&record, "Successful in driver files injection for PCI\\A...\n");
+  AddStatusLine(&record, "Checking device with id PCI\\B...\n");
+  copy("D:\\GOOD.SYS");
+  refuse();
+  copy("D:\\LATE.SYS");
+  AddStatusLine(&record, "Failed to locate driver files for device PCI\\B");
+  std::vector<std::string> left;
+  for (const CopyRecord &each : record.copies) {
+    if (each.use == CopyUse::kLeftOver) left.push_back(each.target);
+  }
+  EXPECT_THAT(left, testing::ElementsAre("D:\\BAD.SYS", "D:\\LATE.SYS"));
+}
+
+TEST(Values, ThatWereNotWrittenAreProblemsOnce) {
+  RunRecord record;
+  for (const char *name : {"Start", "Start", "Type"}) {
+    Event(&record, VXRMACHINE_VALUE_NOT_WRITTEN, kKey, name, "access is denied", 5);
+  }
+  Event(&record, VXRMACHINE_VALUE_NOT_WRITTEN, "SYSTEM\\Live", nullptr, "access is denied", 5);
+  EXPECT_EQ(record.failedValues.size(), 3u);
+  EXPECT_EQ(LostRestoredValues(record), 2u);
+  Event(&record, VXRMACHINE_VALUE_WRITTEN, kKey, "start", "0");
+  EXPECT_EQ(LostRestoredValues(record), 1u) << "a later attempt succeeded";
+  EXPECT_TRUE(HasProblems(record));
+}
+
 TEST(Hives, UnsavedOnlyWhenChangesOfTheRestoredSystemAreLost) {
   const auto mounted = [](bool written) {
     RunRecord record;

@@ -32,23 +32,28 @@ void PrintDevices(const RunRecord &record) {
   }
 }
 
-void PrintCopies(const RunOptions &options, const RunRecord &record) {
+void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied, bool rehearsed) {
   bool titled = false;
   for (const CopyRecord &copy : record.copies) {
-    if (!copy.reason.empty()) continue;
-    if (!titled) Title(options.verify ? "Files that would be copied" : "Files copied");
+    if (!copy.reason.empty() || copy.copied != copied) continue;
+    if (!titled) {
+      Title(copied ? "Files copied" : options.verify ? "Files that would be copied" : "Files that the check found");
+    }
     titled = true;
-    PrintLine("  " + copy.target + (copy.copied ? "  " + Bytes(copy.size) : ""));
+    PrintLine("  " + copy.target + (copied || rehearsed ? "  " + Bytes(copy.size) : ""));
     PrintLine("      from " + copy.source);
+    if (copy.use == CopyUse::kLeftOver) {
+      PrintLine(std::string("      ") + (copied ? "left over" : "would be left over") +
+                    ": its driver was given up afterwards, no device uses it",
+                Style::kBad);
+    }
   }
 }
 
-void PrintValues(const RunRecord &record) {
-  const HiveRecord *unsaved = UnsavedRestoredHive(record);
-  const bool lost = unsaved != nullptr && unsaved->outcome == HiveOutcome::kNotSaved;
+void PrintValueList(const char *title, const std::vector<ValueRecord> &values) {
   const std::string *key = nullptr;
-  for (const ValueRecord &value : record.values) {
-    if (key == nullptr) Title(lost ? "Registry values set but not saved" : "Registry values written");
+  for (const ValueRecord &value : values) {
+    if (key == nullptr) Title(title);
     if (key == nullptr || *key != value.key) {
       PrintLine("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
     }
@@ -57,16 +62,41 @@ void PrintValues(const RunRecord &record) {
   }
 }
 
-void PrintHives(const RunRecord &record) {
+void PrintValues(const RunRecord &record) {
+  const HiveRecord *unsaved = UnsavedRestoredHive(record);
+  const bool lost = unsaved != nullptr && unsaved->outcome == HiveOutcome::kNotSaved;
+  PrintValueList(lost ? "Registry values set but not saved" : "Registry values written", record.values);
+}
+
+void PrintHives(const RunRecord &record, const char *title, const char *would) {
   bool titled = false;
   for (const HiveRecord &hive : record.hives) {
     const bool saved = hive.outcome == HiveOutcome::kSaved, unflushed = hive.outcome == HiveOutcome::kUnflushed;
     if (!saved && !unflushed && hive.replay.empty()) continue;
-    if (!titled) Title("Hives");
+    if (!titled) Title(title);
     titled = true;
-    const std::string outcome = saved ? "saved, " + Bytes(hive.size) : unflushed ? "replaced, see below" : "as it was";
+    const std::string outcome = saved       ? would + ("saved, " + Bytes(hive.size))
+                                : unflushed ? "replaced, see below"
+                                            : "as it was";
     PrintLine("  " + hive.file + "  " + outcome);
     if (!hive.replay.empty()) PrintLine("      was not closed cleanly: " + hive.replay);
+  }
+}
+
+// For each device without driver one line for each INF file at hand that lists it.
+void PrintCandidates(const RunRecord &record) {
+  for (const DeviceRecord &device : record.devices) {
+    if (!device.failed) continue;
+    Title("INF files for " + device.instance);
+    if (device.candidates.empty()) PrintLine("  no file here lists the device");
+    std::size_t file = 0, id = 0;
+    for (const Candidate &candidate : device.candidates) {
+      file = std::max(file, candidate.inf.size());
+      id = std::max(id, candidate.id.size());
+    }
+    for (const Candidate &candidate : device.candidates) {
+      PrintLine("  " + Padded(candidate.inf, file) + "  " + Padded(candidate.id, id) + "  " + candidate.text);
+    }
   }
 }
 
@@ -76,6 +106,8 @@ void PrintFailingLines(const RunRecord &record) {
   for (auto line = lines.begin(); line != lines.end(); ++line) {
     const auto same = [&](const StatusLine &other) { return other.text == line->text; };
     if (line->code == kProgress || std::any_of(lines.begin(), line, same)) continue;
+    // Nobody need have cancelled anything: without a terminal a directory without INF files counts so.
+    if (line->code == kCancelledCode && record.badDirectory) continue;
     const auto times = std::count_if(line, lines.end(), same);
     Problem(line->text + " [" + std::to_string(line->code) + "]" +
             (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
@@ -86,6 +118,11 @@ void PrintFailingLines(const RunRecord &record) {
 void PrintCopyProblem(const CopyRecord &copy) {
   Problem(copy.target + ": not copied: " + copy.reason);
   if (copy.keptOld) PrintLine("      The file that was there before stays; the run counts it as copied.");
+}
+
+void PrintValueProblem(const FailedValue &value) {
+  Problem(value.key + (value.wholeKey ? ": the key was not created: " : "\\" + value.name + ": not written: ") +
+          value.reason + " [error " + std::to_string(value.error) + "]");
 }
 
 void PrintHiveProblem(const HiveRecord &hive) {
@@ -113,42 +150,65 @@ void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
   codes.push_back(static_cast<std::uint32_t>(outcome.exitStatus));
   for (auto code = codes.begin(); code != codes.end(); ++code) {
     if (*code == kProgress || std::find(codes.begin(), code, *code) != code) continue;
-    if (const ResultCode &entry = FindResultCode(*code); *entry.advice != '\0')
-      PrintLine(std::string("  ") + entry.advice);
+    const std::string advice = AdviceFor(*code, record);
+    if (!advice.empty()) PrintLine("  " + advice);
   }
 }
 
-void PrintProblems(const RunRecord &record) {
-  if (!HasProblems(record)) return;
+void PrintRehearsalProblem(const RehearsalProblem &problem) {
+  Problem(problem.file + (problem.file.empty() ? "" : ": ") + problem.text);
+  PrintLine("      " + problem.advice);
+}
+
+bool HasProblems(const RunOutcome &outcome, const RunRecord &record) {
+  return HasProblems(record) || WouldFail(outcome.rehearsal);
+}
+
+void PrintProblems(const RunOutcome &outcome, const RunRecord &record) {
+  if (!HasProblems(outcome, record)) return;
   Title("Problems");
   if (!record.scanProblem.empty()) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
     PrintLine("      log: " + record.scanProblem);
   }
+  if (!record.namedIdProblem.empty()) {
+    Problem("The job's HardwareID could not be read: no driver was looked for. Check the job's key.");
+    PrintLine("      log: " + record.namedIdProblem);
+  }
+  for (const std::string &problem : record.problems) Problem(problem + ".");
+  for (const std::string &contradiction : record.contradictions) Problem(contradiction + ".");
   PrintFailingLines(record);
   for (const CopyRecord &copy : record.copies) {
-    if (!copy.reason.empty()) PrintCopyProblem(copy);
+    if (!copy.reason.empty() && !outcome.rehearsal.done) PrintCopyProblem(copy);
   }
+  for (const FailedValue &value : record.failedValues) PrintValueProblem(value);
   for (const HiveRecord &hive : record.hives) {
     if (!hive.reason.empty()) PrintHiveProblem(hive);
   }
+  for (const RehearsalProblem &problem : outcome.rehearsal.problems) PrintRehearsalProblem(problem);
   for (const RefusedPath &refused : record.refusedPaths) Problem(refused.path + ": " + refused.reason);
 }
 
 void PrintResult(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
-  const ResultCode &entry = FindResultCode(outcome.code);
+  const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
   const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
-  std::string meaning = record.scanProblem.empty() ? entry.meaning : "nothing was done";
+  std::string meaning =
+      record.scanProblem.empty() && record.namedIdProblem.empty() ? entry.meaning : "nothing was done";
   if (unsaved != nullptr) {
     const bool unchanged = unsaved->outcome == HiveOutcome::kNotSaved;
     meaning = std::string("the restored system's registry was ") +
               (unchanged ? "not saved and is unchanged" : "saved, but is not surely on the disk") +
               "; the run's own code is " + std::to_string(outcome.code);
   }
+  if (unsaved == nullptr && outcome.code == 0 && outcome.exitStatus == static_cast<int>(kHiveCode)) {
+    const std::size_t lost = LostRestoredValues(record);
+    meaning = std::to_string(lost) + (lost == 1 ? " key or value" : " keys or values") +
+              " of the restored system's registry could not be written; the run's own code is 0";
+  }
   PrintLine("  " + std::to_string(outcome.exitStatus) + ": " + meaning + " (" + what + ")",
-            outcome.exitStatus != 0 || HasProblems(record) ? Style::kBad : Style::kGood);
+            outcome.exitStatus != 0 || HasProblems(outcome, record) ? Style::kBad : Style::kGood);
   PrintAdvice(outcome, record);
   if (!record.logFile.empty()) {
     PrintLine("  Log: " + record.logFile);
@@ -166,9 +226,12 @@ void PrintStatusLine(const StatusLine &line) {
 
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   PrintDevices(record);
-  PrintCopies(options, record);
+  for (const bool copied : {true, false}) PrintCopies(options, record, copied, outcome.rehearsal.done);
   PrintValues(record);
-  PrintHives(record);
-  PrintProblems(record);
+  PrintValueList("Registry values that would be written", RestoredValues(outcome.rehearsal.record));
+  PrintHives(record, "Hives", "");
+  PrintHives(outcome.rehearsal.record, "Hives in an injection", "would be ");
+  PrintCandidates(record);
+  PrintProblems(outcome, record);
   PrintResult(options, outcome, record);
 }

@@ -1,0 +1,336 @@
+#include "tools/vxr/run/candidates.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include "platform/inf/inf_file.h"
+#include "platform/text/code_page.h"
+#include "tools/vxr/base/host_file.h"
+#include "tools/vxr/base/machine_session.h"
+#include "tools/vxr/inf/inf_text.h"
+
+namespace {
+
+constexpr int kDepthMax = 8;              // folders below a searched one
+constexpr std::size_t kFilesMax = 50000;  // INF files looked into for one device
+
+constexpr unsigned kAnyLanguage = 0x0409;  // ids and names of sections are hardly ever translated
+
+using IdOrder = machine::NameTable<std::size_t>;  // a device's ids, by the machine's code page; best is 0
+
+// --- The files at hand -----------------------------------------------------------------------------------------------
+
+struct FoundFile {
+  std::string path;  // as the run would name it
+  std::filesystem::path host;
+  bool below = false;  // in a folder below the searched one
+};
+
+bool IsInfName(const std::string &name) {
+  constexpr std::string_view kEnding = ".inf";
+  return name.size() > kEnding.size() &&
+         machine::SameName(std::string_view(name).substr(name.size() - kEnding.size()), kEnding);
+}
+
+// Links are not followed: they may lead anywhere, and back.
+void ListInfFiles(const std::filesystem::path &host, const std::string &path, int depth,
+                  std::vector<FoundFile> *files) {
+  std::error_code error;
+  std::vector<std::filesystem::directory_entry> entries;
+  for (std::filesystem::directory_iterator at(host, error), end; !error && at != end; at.increment(error)) {
+    entries.push_back(*at);
+  }
+  std::sort(entries.begin(), entries.end());
+  for (const auto &entry : entries) {
+    if (files->size() == kFilesMax) return;
+    const std::string name = HostName(entry.path().filename());
+    const std::filesystem::file_status status = entry.symlink_status(error);
+    if (std::filesystem::is_regular_file(status) && IsInfName(name)) {
+      files->push_back({path + "\\" + name, entry.path(), depth > 0});
+    } else if (std::filesystem::is_directory(status) && depth < kDepthMax) {
+      ListInfFiles(entry.path(), path + "\\" + name, depth + 1, files);
+    }
+  }
+}
+
+// --- What a file lists -----------------------------------------------------------------------------------------------
+
+struct Listing {
+  std::size_t best = SIZE_MAX;           // the device's best id that the file lists
+  std::vector<std::string> decorations;  // of the models sections that list one; empty text: undecorated
+  bool modern = false;
+};
+
+bool ListsAny(machine::InfFile *inf, const machine::InfSection &models, const IdOrder &ids, Listing *listing) {
+  bool any = false;
+  for (const machine::InfLine &line : models.lines) {
+    for (std::uint32_t field = 2; field <= line.valueCount; ++field) {
+      const auto id = ids.find(machine::FieldText(inf, models, line, field));
+      if (id == ids.end()) continue;
+      listing->best = std::min(listing->best, id->second);
+      any = true;
+    }
+  }
+  return any;
+}
+
+// All models sections of one name, whatever system each is for.
+void LookThrough(machine::InfFile *inf, const std::string &name, const IdOrder &ids, Listing *listing) {
+  const std::string dotted = name + ".";
+  for (std::uint32_t i = 0; i < inf->sections.size(); ++i) {
+    const std::string section(machine::SectionName(*inf, inf->sections[i]));
+    const bool plain = machine::SameName(section, name);
+    if (!plain && !machine::SameName(section.substr(0, dotted.size()), dotted)) continue;
+    if (ListsAny(inf, machine::ParsedSection(inf, i), ids, listing)) {
+      listing->decorations.push_back(plain ? "" : section.substr(dotted.size()));
+    }
+  }
+}
+
+// Nothing when the file cannot be read or lists no id of the device.
+std::optional<Listing> ReadListing(const std::filesystem::path &file,
+                                   const std::shared_ptr<const machine::InfSettings> &settings, const IdOrder &ids) {
+  std::string reason;
+  const std::shared_ptr<machine::InfFile> inf = ReadInfText(HostName(file), settings, &reason);
+  const machine::InfSection *makers = inf == nullptr ? nullptr : machine::FindSection(inf.get(), "Manufacturer");
+  if (makers == nullptr) return std::nullopt;
+  Listing listing;
+  listing.modern = machine::IsModernInf(inf.get());
+  for (const machine::InfLine &maker : makers->lines) {
+    if (maker.valueCount != 0) LookThrough(inf.get(), machine::FieldText(inf.get(), *makers, maker, 1), ids, &listing);
+  }
+  return listing.best == SIZE_MAX ? std::nullopt : std::optional<Listing>(std::move(listing));
+}
+
+// --- Decorations in plain words --------------------------------------------------------------------------------------
+
+// Of "NTamd64.6.1...": the processor and the version, each empty where the decoration leaves it open.
+struct System {
+  std::string processor, version;
+};
+
+System SystemOf(std::string_view decoration) {
+  System system;
+  if (decoration.size() < 2) return system;
+  decoration.remove_prefix(2);  // NT
+  const std::size_t dot = decoration.find('.');
+  system.processor = machine::ToUpper(decoration.substr(0, dot));
+  if (dot == std::string_view::npos) return system;
+  decoration.remove_prefix(dot + 1);
+  const std::size_t minorEnd = decoration.find(
+      '.', decoration.find('.') == std::string_view::npos ? decoration.size() : decoration.find('.') + 1);
+  system.version = decoration.substr(0, minorEnd);
+  return system;
+}
+
+std::string ProcessorName(const std::string &processor) {
+  return processor == "AMD64" ? "x64" : processor == "IA64" ? "Itanium" : processor == "X86" ? "x86" : processor;
+}
+
+template <typename Function>
+std::string Several(const std::vector<std::string> &decorations, Function name) {
+  std::vector<std::string> names;
+  for (const std::string &decoration : decorations) {
+    const std::string text = name(SystemOf(decoration));
+    if (!text.empty() && std::find(names.begin(), names.end(), text) == names.end()) names.push_back(text);
+  }
+  std::string list;
+  for (std::size_t i = 0; i < names.size(); ++i)
+    list += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+  return list;
+}
+
+// Why sections with these decorations are not for the restored system.
+std::string NotForRestored(const Listing &listing, const std::vector<std::string> &targets) {
+  if (targets.empty()) return "the restored system's version is not known or not supported";
+  const System restored = SystemOf(targets.front());
+  std::vector<std::string> rightProcessor;
+  for (const std::string &decoration : listing.decorations) {
+    const std::string processor = SystemOf(decoration).processor;
+    if (processor.empty() || processor == restored.processor) rightProcessor.push_back(decoration);
+  }
+  if (rightProcessor.empty()) {
+    return "for " + Several(listing.decorations, [](const System &s) { return ProcessorName(s.processor); }) +
+           "; the restored system is " + ProcessorName(restored.processor);
+  }
+  const std::string versions = Several(rightProcessor, [](const System &s) { return s.version; });
+  if (!versions.empty() && versions != restored.version) {
+    return "needs " + versions + " exactly; the restored system is " + restored.version;
+  }
+  return "lists it for " + (rightProcessor.front().empty() ? "no named system" : rightProcessor.front()) +
+         " alone; for the restored system " + targets.front() + " is the most that is looked for";
+}
+
+bool IsForRestored(const Listing &listing, const std::vector<std::string> &targets) {
+  return std::any_of(listing.decorations.begin(), listing.decorations.end(), [&](const std::string &decoration) {
+    const auto same = [&](const std::string &target) { return machine::SameName(target, decoration); };
+    return decoration.empty() || std::any_of(targets.begin(), targets.end(), same);
+  });
+}
+
+std::string NotForRunning(const Listing &listing) {
+  constexpr const char *kNames[] = {"x86", "", "", "", "", "", "Itanium", "", "", "x64"};
+  const std::uint32_t processor = VXRMachine_ProcessorArchitecture();
+  std::string list;
+  for (const std::string &decoration : listing.decorations) {
+    list += (list.empty() ? "" : ", ") + (decoration.empty() ? "no named system" : decoration);
+  }
+  return "lists it for " + list + " alone, not for the system that the run works on" +
+         (processor < std::size(kNames) ? std::string(" (") + kNames[processor] + ")" : "");
+}
+
+// --- Reasons ---------------------------------------------------------------------------------------------------------
+
+std::string FileName(const std::string &path) { return path.substr(path.rfind('\\') + 1); }
+std::string Folder(const std::string &path) { return path.substr(0, path.rfind('\\') + 1); }
+
+struct ReasonWords {
+  const char *word;            // for programs
+  const char *before, *after;  // around what the reason is about
+};
+
+// By VXRMACHINE_REFUSED_...; the first is a file that was never tried.
+constexpr ReasonWords kReasons[] = {
+    {"not_reached", "the search ended before it", ""},
+    {"unreadable", "cannot be read as an INF file, or has no Signature of this style", ""},
+    {"class", "is for devices of class ", "; the device is of another"},
+    {"running_system", "", ""},
+    {"restored_system", "", ""},
+    {"section_missing", "its install section [", "] is not there"},
+    {"directive", "its install section has `", "`, which this reading refuses"},
+    {"directive_empty", "`", "` in its install section has no value"},
+    {"bare_line", "its install section [", "] ends in a line that is no directive"},
+    {"copy_section_missing", "its list of files [", "] is not there"},
+    {"file_name", "\"", "\" is not the name of one file"},
+    {"file_missing", "", " is missing"},
+    {"file_not_copied", "", " could not be copied"},
+    {"service_missing", "its install section [", "] adds no service"},
+    {"service_section_missing", "its service's section [", "] is not there"},
+    {"service_value", "`", "` of its service could not be read or written"},
+    {"not_registered", "its driver could not be named for the device; see the problems and the log", ""},
+};
+
+std::string ReasonText(const std::string &inf, const Refusal &refusal, const Listing &listing,
+                       const std::vector<std::string> &targets) {
+  const ReasonWords &words = kReasons[refusal.reason < std::size(kReasons) ? refusal.reason : 0];
+  switch (refusal.reason) {
+    case VXRMACHINE_REFUSED_RUNNING_SYSTEM:
+      return NotForRunning(listing);
+    case VXRMACHINE_REFUSED_RESTORED_SYSTEM:
+      return NotForRestored(listing, targets);
+    case VXRMACHINE_REFUSED_NO_SECTION:
+    case VXRMACHINE_REFUSED_SERVICE_VALUE:
+      if (refusal.detail.empty()) return "names no section to install, or ends one in a line that is no value";
+      break;
+    case VXRMACHINE_REFUSED_FILE_MISSING:
+      if (machine::SameName(Folder(refusal.detail), Folder(inf))) return FileName(refusal.detail) + " is not beside it";
+      break;
+    default:
+      break;
+  }
+  return words.before + (*words.after == '\0' ? "" : refusal.detail) + words.after;
+}
+
+Candidate Explain(const FoundFile &file, const Listing &listing, const std::vector<std::string> &ids,
+                  const DeviceRecord &device) {
+  Candidate candidate{file.path, ids[listing.best], "", ""};
+  const auto tried = std::find_if(device.refusals.begin(), device.refusals.end(),
+                                  [&](const auto &entry) { return machine::SameName(entry.first, file.path); });
+  if (file.below) {
+    candidate.reason = "in_folder_below";
+    candidate.text = "lies in a folder below the one that is searched";
+  } else if (tried == device.refusals.end()) {
+    candidate.reason = listing.modern ? kReasons[0].word : "unreadable";
+    candidate.text = listing.modern ? kReasons[0].before : kReasons[VXRMACHINE_REFUSED_UNREADABLE].before;
+  } else {
+    Refusal refusal = tried->second;
+    // The running system looked first; that the file is not for the restored one either is what people can mend.
+    if (refusal.reason == VXRMACHINE_REFUSED_RUNNING_SYSTEM && !IsForRestored(listing, device.targets)) {
+      refusal.reason = VXRMACHINE_REFUSED_RESTORED_SYSTEM;
+    }
+    if (!refusal.id.empty() && refusal.reason > VXRMACHINE_REFUSED_RESTORED_SYSTEM) candidate.id = refusal.id;
+    candidate.reason = kReasons[refusal.reason < std::size(kReasons) ? refusal.reason : 0].word;
+    candidate.text = ReasonText(file.path, refusal, listing, device.targets);
+  }
+  return candidate;
+}
+
+// What is wrong with a directory that was searched for a device; empty when it holds INF files itself.
+std::string DirectoryProblem(const std::string &directory, const std::filesystem::path &host,
+                             const std::vector<FoundFile> &files) {
+  std::error_code error;
+  const auto own = std::find_if(files.begin(), files.end(), [](const FoundFile &file) { return !file.below; });
+  if (own != files.end()) return "";
+  if (!directory.empty() && directory.front() == '/') {
+    return directory +
+           " is a path of this computer, not of the machine: name it by a drive of the machine, such as "
+           "X:\\drivers";
+  }
+  if (host.empty() || !std::filesystem::is_directory(host, error)) {
+    return directory + " does not exist on the machine: correct InfDir, or make the directory";
+  }
+  if (files.empty()) return directory + " holds no INF file: put the driver's INF and files there";
+  return directory +
+         " itself holds no INF file, and folders below it are not read: name the folder of the driver, such "
+         "as " +
+         files.front().path.substr(0, files.front().path.rfind('\\'));
+}
+
+void AddDirectoryProblem(std::string problem, RunRecord *record) {
+  std::vector<std::string> &problems = record->problems;
+  record->badDirectory = true;
+  if (std::find(problems.begin(), problems.end(), problem) == problems.end()) problems.push_back(std::move(problem));
+}
+
+// The files in and below the directories searched; for an id that is looked for in one file alone, that file.
+std::vector<FoundFile> FilesAtHand(const DeviceRecord &device, RunRecord *record) {
+  std::vector<FoundFile> all;
+  for (const std::string &directory : device.directories) {
+    std::vector<FoundFile> files;
+    const std::filesystem::path host = HostOf(directory);
+    if (!host.empty()) ListInfFiles(host, directory, 0, &files);
+    if (std::string problem = DirectoryProblem(directory, host, files); !problem.empty()) {
+      AddDirectoryProblem(std::move(problem), record);
+    }
+    all.insert(all.end(), files.begin(), files.end());
+  }
+  if (!device.directories.empty()) return all;
+  for (const auto &[path, refusal] : device.refusals) {
+    std::error_code error;
+    const std::filesystem::path host = HostOf(path);
+    if (std::filesystem::is_regular_file(host, error)) {
+      all.push_back({path, host, false});
+    } else {
+      AddDirectoryProblem(path + " is no file of the machine: with HardwareID, InfDir is the path of one INF file",
+                          record);
+    }
+  }
+  return all;
+}
+
+void ExplainDevice(DeviceRecord *device, RunRecord *record) {
+  const std::uint32_t codePage = VXRMachine_CodePage();
+  machine::SetCodePage(codePage);
+  const auto settings = machine::MakeInfSettings(codePage, kAnyLanguage);
+  IdOrder ids;
+  std::vector<std::string> names;
+  for (const std::string &id : device->ids) {
+    if (ids.try_emplace(machine::Utf8ToAnsi(id, codePage), names.size()).second) names.push_back(id);
+  }
+  for (const FoundFile &file : FilesAtHand(*device, record)) {
+    const std::optional<Listing> listing = ReadListing(file.host, settings, ids);
+    if (listing) device->candidates.push_back(Explain(file, *listing, names, *device));
+  }
+}
+
+}  // namespace
+
+void ExplainFailures(RunRecord *record) {
+  for (DeviceRecord &device : record->devices) {
+    if (device.failed) ExplainDevice(&device, record);
+  }
+}

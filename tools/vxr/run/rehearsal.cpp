@@ -1,0 +1,147 @@
+#include "tools/vxr/run/rehearsal.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "tools/vxr/base/machine_session.h"
+#include "vxrcore/machine.h"
+
+namespace {
+
+constexpr char kCheckRootPath[] =
+    "Check the job's RootPath, and that the system is restored there. Without an extension file RootPath is the "
+    "restored Windows directory.";
+
+// A rehearsal has no log file to look into: each failure brings the log's first error line.
+void OnStatusLine(void *context, const char *text) {
+  RunRecord *record = static_cast<RunRecord *>(context);
+  const std::string error = record->firstError;
+  AddStatusLine(record, text);
+  if (record->lines.back().cause.empty()) record->lines.back().cause = error;
+}
+void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(static_cast<RunRecord *>(context), *event); }
+
+// What is wrong with the first part of a path that is not there; empty when all of it is.
+std::string MissingPart(const std::string &path) {
+  std::error_code error;
+  for (std::size_t cut = path.find('\\'); cut != std::string::npos;) {
+    const std::size_t next = path.find('\\', cut + 1);
+    const bool drive = cut == 2;
+    const std::filesystem::path host = HostOf(path.substr(0, drive ? cut + 1 : cut));
+    if (drive && host.empty()) return "drive " + path.substr(0, cut) + " is not there, or holds no medium";
+    if (drive && std::filesystem::is_empty(host, error)) return "drive " + path.substr(0, cut) + " is empty";
+    if (!std::filesystem::exists(host, error)) return path.substr(0, cut) + " does not exist";
+    cut = next;
+  }
+  return std::filesystem::exists(HostOf(path), error) ? "" : "it does not exist";
+}
+
+std::string Sentence(std::string text) {
+  if (text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+  return text + ".";
+}
+
+// `what` and why; the machine's own reasons end in what to do.
+RehearsalProblem ProblemOf(const std::string &file, const std::string &what, const std::string &reason,
+                           const char *otherwise) {
+  const std::size_t cut = reason.rfind("; ");
+  if (cut == std::string::npos) return {file, what + reason, otherwise};
+  return {file, what + reason.substr(0, cut), Sentence(reason.substr(cut + 2))};
+}
+
+void AddProblem(std::vector<RehearsalProblem> *problems, RehearsalProblem problem) {
+  const bool told = std::any_of(problems->begin(), problems->end(), [&](const RehearsalProblem &other) {
+    return other.file == problem.file && other.text == problem.text;
+  });
+  if (!told) problems->push_back(std::move(problem));
+}
+
+RehearsalProblem HiveProblem(const HiveRecord &hive) {
+  const char *advice = FindResultCode(kHiveCode).advice;
+  if (hive.outcome != HiveOutcome::kRefused) {
+    return ProblemOf(hive.file, "an injection could not save it: ", hive.reason, advice);
+  }
+  const std::string missing = MissingPart(hive.file);
+  if (!missing.empty()) return {hive.file, "an injection could not mount it: " + missing, kCheckRootPath};
+  return ProblemOf(hive.file, "an injection could not mount it: it ", hive.reason, advice);
+}
+
+// One for all files of a directory that is not there.
+RehearsalProblem CopyProblem(const CopyRecord &copy) {
+  const std::string directory = copy.target.substr(0, copy.target.rfind('\\'));
+  const std::string missing = MissingPart(directory);
+  if (!missing.empty()) {
+    return {directory, "an injection could not copy files there: " + missing, "Restore that directory, or make it."};
+  }
+  return ProblemOf(copy.target, "an injection could not copy it: ", copy.reason, FindResultCode(kCopyCode).advice);
+}
+
+bool HasLine(const RunRecord &record, const std::string &text) {
+  return std::any_of(record.lines.begin(), record.lines.end(), [&](const auto &line) { return line.text == text; });
+}
+
+// Whether the verification said it, or it follows from a problem that says more.
+bool IsTold(const StatusLine &line, const RunRecord &verified, const std::vector<RehearsalProblem> &problems) {
+  if (line.code == kProgress || HasLine(verified, line.text)) return true;
+  const bool follows = line.code == kHiveCode || line.code == kNoDriverCode || line.code == kCopyCode;
+  return follows && !problems.empty();
+}
+
+void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
+  std::vector<RehearsalProblem> *problems = &rehearsal->problems;
+  for (const HiveRecord &hive : rehearsal->record.hives) {
+    if (!hive.reason.empty()) AddProblem(problems, HiveProblem(hive));
+  }
+  for (const CopyRecord &copy : rehearsal->record.copies) {
+    if (!copy.reason.empty()) AddProblem(problems, CopyProblem(copy));
+  }
+  for (const FailedValue &value : rehearsal->record.failedValues) {
+    if (!InRestoredHive(value)) continue;
+    const std::string what = value.wholeKey ? "an injection could not create this key: "
+                                            : "an injection could not write " + value.name + ": ";
+    AddProblem(problems, ProblemOf(value.key, what, value.reason, FindResultCode(kHiveCode).advice));
+  }
+  for (const StatusLine &line : rehearsal->record.lines) {
+    if (IsTold(line, verified, *problems)) continue;
+    // The verification found the driver.
+    const char *advice = line.code == kNoDriverCode
+                             ? "Mend what the restored system's hive or files lack, or restore the system again."
+                             : FindResultCode(line.code).advice;
+    AddProblem(problems,
+               {"", "An injection would fail: " + line.text + (line.cause.empty() ? "" : " (log: " + line.cause + ")"),
+                advice});
+  }
+}
+
+void TakeCopies(const RunRecord &rehearsed, RunRecord *verified) {
+  for (CopyRecord &copy : verified->copies) {
+    for (const CopyRecord &other : rehearsed.copies) {
+      if (other.target != copy.target) continue;
+      copy.size = other.size;
+      copy.reason = other.reason;
+      copy.keptOld = other.keptOld;
+    }
+  }
+}
+
+}  // namespace
+
+bool WorthRehearsing(std::uint32_t code) { return code != 7 && code != 8 && code != 9 && code != 14; }
+
+Rehearsal RehearseInjection(std::uint32_t job, RunRecord *verified) {
+  Rehearsal rehearsal;
+  VXRDbg_Cleanup();
+  if (!VXRMachine_Rehearse(1)) return rehearsal;
+  VXRMachine_SetObserver(OnEvent, &rehearsal.record);
+  void *window = VXRMachine_CreateWindow(OnStatusLine, &rehearsal.record);
+  rehearsal.code = VXREng_RunVXR(job, 1, nullptr, window);
+  VXREng_SetStatusWnd(nullptr, 0);
+  VXRMachine_DestroyWindow(window);
+  VXRDbg_Cleanup();
+  VXRMachine_SetObserver(nullptr, nullptr);
+  FindProblems(*verified, &rehearsal);
+  VXRMachine_Rehearse(0);
+  TakeCopies(rehearsal.record, verified);
+  rehearsal.done = true;
+  return rehearsal;
+}

@@ -1,0 +1,240 @@
+#include "tools/vxr/run/restored_facts.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+
+#include "platform/machine/base/little_endian.h"
+#include "platform/machine/hive/hive.h"
+#include "platform/machine/host/file_bytes.h"
+#include "platform/machine/version/version_resource.h"
+#include "platform/machine/version/version_tree.h"
+#include "platform/text/code_page.h"
+#include "tools/vxr/base/host_file.h"
+#include "tools/vxr/base/machine_session.h"
+#include "tools/vxr/base/output.h"
+#include "tools/vxr/extension/extension_file.h"
+#include "tools/vxr/hive/hive_facts.h"
+
+namespace {
+
+// --- The job ---------------------------------------------------------------------------------------------------------
+
+struct JobValue {
+  std::uint32_t type = REG_NONE;
+  std::string data;  // as the library gets it: texts in the machine's code page
+};
+
+std::optional<JobValue> ReadJobValue(const std::string &key, const char *name) {
+  JobValue value;
+  std::uint32_t size = 0;
+  if (!VXRMachine_ReadValue(key.c_str(), name, &value.type, nullptr, &size)) return std::nullopt;
+  value.data.resize(size);
+  VXRMachine_ReadValue(key.c_str(), name, &value.type, value.data.data(), &size);
+  return value;
+}
+
+// Empty when there is no such value.
+std::string ReadJobText(const std::string &key, const char *name) {
+  const std::optional<JobValue> value = ReadJobValue(key, name);
+  return value ? std::string(value->data.c_str()) : "";
+}
+
+// What becomes of a value that a run takes for a number, which is its first byte, whatever it holds.
+struct JobNumber {
+  bool present = false, wrong = false;
+};
+
+JobNumber TakeNumber(const char *name, std::uint32_t *target, JobFacts *facts) {
+  const std::optional<JobValue> value = ReadJobValue(facts->key, name);
+  if (!value || value->data.empty()) return {};
+  *target = static_cast<unsigned char>(value->data.front());
+  std::string is;
+  if (machine::IsTextType(value->type)) {
+    is = "the text \"" + MachineText(value->data.c_str()) + "\"; write a number (REG_DWORD), without quotes";
+  } else if (value->type == REG_DWORD && value->data.size() == 4) {
+    const std::uint32_t number = machine::ReadLe32(reinterpret_cast<const std::uint8_t *>(value->data.data()));
+    if (number != *target) is = std::to_string(number) + "; write a number up to 255";
+  }
+  if (is.empty()) return {true, false};
+  const std::size_t end = is.rfind(';');
+  facts->wrongValues.push_back(facts->key + ": " + name + " is " + is.substr(0, end) +
+                               ", of which a run takes the first byte, " + std::to_string(*target) + is.substr(end));
+  return {true, true};
+}
+
+// The restored system's directory where the run reaches it: RootPath gives the drive, and the whole where nothing else
+// tells.
+std::string RestoredDirectory(std::string recorded, const std::string &root) {
+  if (root.empty()) return "";
+  if (recorded.empty()) return root + "\\system32";
+  recorded.front() = root.front();
+  return recorded;
+}
+
+// --- The restored system ---------------------------------------------------------------------------------------------
+
+std::optional<SystemVersion> FileVersion(const std::vector<BYTE> &resource) {
+  constexpr std::size_t kVersionOffset = 8;  // behind the signature and the record's own version
+  const auto fixed = machine::IsVersionTree(resource) ? machine::FindVersionValue(resource, "\\") : std::nullopt;
+  if (!fixed || fixed->size < kVersionOffset + 4) return std::nullopt;
+  const std::uint32_t both = machine::ReadLe32(resource.data() + fixed->offset + kVersionOffset);
+  return SystemVersion{both >> 16, both & 0xFFFF};
+}
+
+std::optional<std::uint32_t> ReadNumber(machine::Hive *hive, const char16_t *key, const char16_t *name) {
+  machine::StoredValue value;
+  if (FindHiveValue(hive, machine::ParseKeyPath(key), machine::FoldName(name), &value) != ERROR_SUCCESS ||
+      value.type != REG_DWORD || value.bytes.size() != 4) {
+    return std::nullopt;
+  }
+  return machine::ReadLe32(value.bytes.data());
+}
+
+std::optional<SystemVersion> ParseVersion(std::string_view text) {
+  SystemVersion version;
+  const char *end = text.data() + text.size();
+  const auto major = std::from_chars(text.data(), end, version.major);
+  if (major.ec != std::errc() || major.ptr == end || *major.ptr != '.') return std::nullopt;
+  return std::from_chars(major.ptr + 1, end, version.minor).ec == std::errc() ? std::optional(version) : std::nullopt;
+}
+
+// --- For people ------------------------------------------------------------------------------------------------------
+
+std::string Text(const SystemVersion &version) {
+  return std::to_string(version.major) + "." + std::to_string(version.minor);
+}
+
+std::string ArchitectureText(std::uint32_t architecture) {
+  switch (architecture) {
+    case 0:
+      return "x86";
+    case 6:
+      return "Itanium";
+    case 9:
+      return "x64";
+    default:
+      return "processor architecture " + std::to_string(architecture);
+  }
+}
+
+// What the restored system says against a version, by the best witness that there is; empty when nothing does.
+std::string Objection(const std::string &systemDirectory, const SystemVersion &version) {
+  constexpr SystemVersion kFirstWithDatabase = {6, 2};
+  if (const auto kernel = KernelVersion(systemDirectory)) {
+    return *kernel == version ? "" : "the restored system's kernel is " + Text(*kernel);
+  }
+  if (const auto software = SoftwareVersion(systemDirectory)) {
+    return *software == version ? "" : "the restored system's SOFTWARE hive says " + Text(*software);
+  }
+  const auto database = HasDriverDatabase(systemDirectory);
+  const bool late =
+      std::pair(version.major, version.minor) >= std::pair(kFirstWithDatabase.major, kFirstWithDatabase.minor);
+  if (!database || *database == late) return "";
+  return std::string("the restored system's SYSTEM hive is that of ") +
+         (*database ? "6.2 or later (it has DriverDatabase)" : "6.1 or earlier (it has no DriverDatabase)");
+}
+
+std::string VersionContradiction(const JobFacts &facts) {
+  if (!facts.known || facts.wrongVersion || facts.systemDirectory.empty()) return "";
+  const SystemVersion version = {facts.major, facts.minor};
+  const std::string objection = Objection(facts.systemDirectory, version);
+  if (objection.empty()) return "";
+  if (version == SystemVersion()) {
+    return "Neither an extension file nor OSVerMaj and OSVerMin say which Windows was restored; " + objection +
+           ". Set both values";
+  }
+  return std::string(facts.ownVersion ? "The job" : "The extension file") + " says " + Text(version) + ", " +
+         objection + ": drivers for the wrong version are looked for. " +
+         (facts.ownVersion ? "Correct OSVerMaj and OSVerMin" : "Check BMEFile, or set OSVerMaj and OSVerMin");
+}
+
+}  // namespace
+
+JobFacts ReadJobFacts(std::uint32_t job) {
+  JobFacts facts;
+  facts.key = "SOFTWARE\\Varnelt\\Relmar\\" + std::to_string(static_cast<std::int32_t>(job));
+  const std::string file = ReadJobText(facts.key, "BMEFile");
+  std::string recorded;
+  VXR_EXTIMAGE image;
+  std::string problem;
+  facts.known = file.empty() || ReadExtensionFile(HostPathOf(file), &image, &problem);
+  if (facts.known && !file.empty()) {
+    const VXR_SYSINFO &info = image.Extension.SysInfo;
+    facts.major = VxrGet32(info.SysOs.MajorVersion);
+    facts.minor = VxrGet32(info.SysOs.MinorVersion);
+    facts.architecture = VxrGet32(info.SysOs.ProcessorArchitecture);
+    recorded.assign(info.SystemPath, strnlen(info.SystemPath, sizeof info.SystemPath));
+  }
+  const JobNumber hal = TakeNumber("HAL", &facts.architecture, &facts);
+  const JobNumber major = TakeNumber("OSVerMaj", &facts.major, &facts);
+  const JobNumber minor = TakeNumber("OSVerMin", &facts.minor, &facts);
+  facts.ownArchitecture = hal.present;
+  facts.wrongArchitecture = hal.wrong;
+  facts.ownVersion = major.present || minor.present;
+  facts.wrongVersion = major.wrong || minor.wrong;
+  facts.systemDirectory = RestoredDirectory(std::move(recorded), ReadJobText(facts.key, "RootPath"));
+  return facts;
+}
+
+std::optional<SystemVersion> KernelVersion(const std::string &systemDirectory) {
+  const std::string path = HostPathOf(systemDirectory + "\\ntoskrnl.exe");
+  const machine::Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  machine::ImageSource source;
+  if (!file || !machine::RegularFileSize(file.fd, &source.size).empty()) return std::nullopt;
+  source.read = [&file](std::uint64_t offset, void *buffer, std::size_t size) {
+    return machine::ReadAt(file.fd, offset, buffer, size).empty();
+  };
+  std::vector<BYTE> resource;
+  if (ReadVersionResource(source, &resource) != machine::VersionResource::kFound) return std::nullopt;
+  return FileVersion(resource);
+}
+
+std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory) {
+  constexpr char16_t kKey[] = u"Microsoft\\Windows NT\\CurrentVersion";
+  machine::Hive hive;
+  const std::string path = HostPathOf(systemDirectory + "\\config\\SOFTWARE");
+  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook).empty()) return std::nullopt;
+  // From 10.0 on the text says 6.3 for ever, and the numbers are there.
+  const auto major = ReadNumber(&hive, kKey, u"CurrentMajorVersionNumber");
+  const auto minor = ReadNumber(&hive, kKey, u"CurrentMinorVersionNumber");
+  if (major && minor) return SystemVersion{*major, *minor};
+  machine::StoredValue text;
+  if (FindHiveValue(&hive, machine::ParseKeyPath(kKey), machine::FoldName(u"CurrentVersion"), &text) != ERROR_SUCCESS ||
+      !machine::IsTextType(text.type)) {
+    return std::nullopt;
+  }
+  return ParseVersion(machine::Utf16ToUtf8(machine::TextOf(text.bytes)));
+}
+
+std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {
+  machine::Hive hive;
+  const std::string path = HostPathOf(systemDirectory + "\\config\\SYSTEM");
+  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook).empty()) return std::nullopt;
+  if (FindHiveKey(&hive, machine::ParseKeyPath(u"DriverDatabase")) == ERROR_SUCCESS) return true;
+  const auto set = ReadNumber(&hive, u"Select", u"Current");
+  std::string number = std::to_string(set.value_or(1));
+  number.insert(0, number.size() < 3 ? 3 - number.size() : 0, '0');
+  const std::string old = "ControlSet" + number + "\\Control\\CriticalDeviceDatabase";
+  if (FindHiveKey(&hive, machine::ParseKeyPath(machine::Utf8ToUtf16(old))) == ERROR_SUCCESS) return false;
+  return std::nullopt;
+}
+
+std::vector<std::string> FindContradictions(const JobFacts &facts) {
+  std::vector<std::string> lines = facts.wrongValues;
+  if (std::string version = VersionContradiction(facts); !version.empty()) lines.push_back(std::move(version));
+  return lines;
+}
+
+// An INF file has to pass twice: the running machine's list of drivers goes by its own processor.
+std::string ProcessorContradiction(const JobFacts &facts) {
+  const std::uint32_t running = VXRMachine_ProcessorArchitecture();
+  if (!facts.known || facts.wrongArchitecture || facts.architecture == running) return "";
+  return "The restored system is " + ArchitectureText(facts.architecture) + " by the " +
+         (facts.ownArchitecture ? "job's HAL" : "extension file") + ", the running machine is " +
+         ArchitectureText(running) +
+         " by its processor: only drivers for both are found. Correct HAL, or run on a machine of the same kind";
+}
