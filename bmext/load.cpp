@@ -46,14 +46,12 @@ void OverrideNumber(const char *value, VXR_LE32 *field) {
 }
 
 // Fills an empty path with the root and what stands below it; leaves it empty when that does not fit.
-void FillPath(char (&field)[MAX_PATH], const char *root, const char *below, const char *caller) {
+void FillPath(char (&field)[MAX_PATH], const char *root, const char *below, const Caller &trace) {
   if (field[0] != '\0') return;
   const SIZE_T rootLength = std::strlen(root);
   const SIZE_T belowLength = std::strlen(below);
   if (rootLength + belowLength >= sizeof(field)) {
-    VXRDbg_Log(kError,
-               "ERROR:%s:RootPath of %u characters does not fit the extension's %u, shorten it in the job:%s%s\n",
-               caller, static_cast<DWORD>(rootLength), static_cast<DWORD>(sizeof(field) - 1), root, below);
+    trace.Error("RootPath of %u characters does not fit the extension's %u, shorten it in the job:%s%s\n", static_cast<DWORD>(rootLength), static_cast<DWORD>(sizeof(field) - 1), root, below);
     return;
   }
   std::memset(field, 0, sizeof(field));
@@ -61,58 +59,57 @@ void FillPath(char (&field)[MAX_PATH], const char *root, const char *below, cons
   std::memcpy(field + rootLength, below, belowLength);
 }
 
-void ApplyOverrides(VXR_SYSINFO *info, const char *caller) {
+void ApplyOverrides(VXR_SYSINFO *info, const Caller &trace) {
   OverrideNumber("HAL", &info->SysOs.ProcessorArchitecture);
   OverrideNumber("OSVerMaj", &info->SysOs.MajorVersion);
   OverrideNumber("OSVerMin", &info->SysOs.MinorVersion);
   const HeapText root = ReadOverride("RootPath");
   if (root == nullptr) return;
-  FillPath(info->SystemPath, root.get(), kSystemFolder, caller);
-  FillPath(info->WindowsPath, root.get(), "", caller);
+  FillPath(info->SystemPath, root.get(), kSystemFolder, trace);
+  FillPath(info->WindowsPath, root.get(), "", trace);
 }
 
-VXR_EXTIMAGE *MakeBlankImage(const char *caller) {
+VXR_EXTIMAGE *MakeBlankImage(const Caller &trace) {
   blankImage.reset(reinterpret_cast<VXR_EXTIMAGE *>(AllocTextUnlogged(sizeof(VXR_EXTIMAGE)).release()));
-  if (blankImage == nullptr) VXRDbg_Log(kError, "ERROR:%s:Allocating memory for pMBEHead failed!\n", caller);
+  if (blankImage == nullptr) trace.Error("Allocating memory for pMBEHead failed!\n");
   return blankImage.get();
 }
 
 // Maps the file into the current mapping; null when it cannot be, or is too short to be read as an extension.
-VXR_EXTIMAGE *MapImage(const char *path, const char *caller) {
-  VXRDbg_Log(kCheck, "CHECK:%s:szBMExtFile=%s\n", caller, path);
+VXR_EXTIMAGE *MapImage(const char *path, const Caller &trace) {
+  trace.Check("szBMExtFile=%s\n", path);
   currentMapping = VXREng_MapFile(path);
   if (currentMapping == nullptr) {
-    LogFailure("VXREng_MapFile", path, caller);
+    trace.Failed("VXREng_MapFile", path);
     return nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:file mapped ok as %s\n", caller, currentMapping->Name);
+  trace.Check("file mapped ok as %s\n", currentMapping->Name);
   if (currentMapping->Size < sizeof(VXR_EXTIMAGE)) {
-    VXRDbg_Log(kError, "ERROR:%s:%s has %u bytes, an extension file has %u, take it from the backup again\n", caller,
-               path, currentMapping->Size, VXR_EXT_FILE_SIZE);
+    trace.Error("%s has %u bytes, an extension file has %u, take it from the backup again\n", path, currentMapping->Size, VXR_EXT_FILE_SIZE);
     return nullptr;
   }
   return static_cast<VXR_EXTIMAGE *>(currentMapping->Start);
 }
 
 // A host's image or a file's, with a good magic; null otherwise.
-VXR_EXTIMAGE *CheckedImage(VXR_EXTIMAGE *image, const char *caller) {
+VXR_EXTIMAGE *CheckedImage(VXR_EXTIMAGE *image, const Caller &trace) {
   if (image == nullptr) return nullptr;
   if (VXRExt_CheckHeader(&image->Header)) return image;
-  LogFailure("VXRExt_CheckHeader", "None", caller);
+  trace.Failed("VXRExt_CheckHeader", "None");
   return nullptr;
 }
 
 // The image to use, checked unless it is the blank one; null on failure.
-VXR_EXTIMAGE *FindImage(void *header, const char *caller) {
+VXR_EXTIMAGE *FindImage(void *header, const Caller &trace) {
   if (header != nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:input bme head addr=0x%08X\n", caller, LowHalf(header));
-    return CheckedImage(static_cast<VXR_EXTIMAGE *>(header), caller);
+    trace.Check("input bme head addr=0x%08X\n", LowHalf(header));
+    return CheckedImage(static_cast<VXR_EXTIMAGE *>(header), trace);
   }
   DWORD size = 0;
   const HeapText path = ReadJobValue("BMEFile", &size);
-  if (path != nullptr) return CheckedImage(MapImage(path.get(), caller), caller);
-  VXRDbg_Log(kError, "ERROR:%s:VXRReg_GetRegistryValue(%s) failed!\n", caller, "BMEFile");
-  return MakeBlankImage(caller);
+  if (path != nullptr) return CheckedImage(MapImage(path.get(), trace), trace);
+  trace.Error("VXRReg_GetRegistryValue(%s) failed!\n", "BMEFile");
+  return MakeBlankImage(trace);
 }
 
 void ReleaseMapping() {
@@ -128,18 +125,18 @@ BOOL VXRExt_Initialize([[maybe_unused]] DWORD job, void *header) {
   VXRExt_Cleanup();
   currentExtension = nullptr;
   blankImage.reset();
-  VXR_EXTIMAGE *image = FindImage(header, __func__);
+  VXR_EXTIMAGE *image = FindImage(header, trace);
   if (image == nullptr) {
     ReleaseMapping();
     return FALSE;
   }
   currentExtension = &image->Extension;
   VXR_SYSINFO *info = &image->Extension.SysInfo;
-  ApplyOverrides(info, __func__);
+  ApplyOverrides(info, trace);
   std::memcpy(systemPath, info->SystemPath, sizeof(info->SystemPath));
   std::memcpy(windowsPath, info->WindowsPath, sizeof(info->WindowsPath));
   VXRDbg_Log(kCheck, "DLC:System Path==>%s<==   WindowsPath==>%s<==\n", systemPath, windowsPath);
-  VXRDbg_Log(kCheck, "CHECK:%s:initialized ok:ExtHead=%p:Extnson=%p\n", __func__, &image->Header, currentExtension);
+  trace.Check("initialized ok:ExtHead=%p:Extnson=%p\n", &image->Header, currentExtension);
   VXREng_StatusMsg(kProgress, "Found Bare Metal extension with Magic = 0x%08x Version = 0x%08x\n",
                    VxrGet32(image->Header.Magic), VxrGet32(image->Header.Version));
   return TRUE;
@@ -148,16 +145,15 @@ BOOL VXRExt_Initialize([[maybe_unused]] DWORD job, void *header) {
 BOOL VXRExt_CheckHeader(const VXR_EXTHEADER *header) {
   const CallTrace trace = TraceCall();
   if (header == nullptr) {
-    LogNull("pBMEHead");
+    trace.Null("pBMEHead");
     return FALSE;
   }
   const DWORD magic = VxrGet32(header->Magic);
   if (magic != VXR_EXT_MAGIC_COLD && magic != VXR_EXT_MAGIC_HOT) {
-    VXRDbg_Log(kError, "ERROR:%s:wrong bme head magic = 0x%08X:CBM=0x%08x HBM=9x%08x!\n", __func__, magic,
-               VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
+    trace.Error("wrong bme head magic = 0x%08X:CBM=0x%08x HBM=9x%08x!\n", magic, VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
     return FALSE;
   }
-  VXRDbg_DumpExtHeader(header, __func__);
+  VXRDbg_DumpExtHeader(header, trace);
   return TRUE;
 }
 

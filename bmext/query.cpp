@@ -21,16 +21,15 @@ constexpr QueryItem kArchitectItems[] = {QUERY_ITEM(VXREQA_KernelType, VXR_ARCHI
                                          QUERY_ITEM(VXREQA_HalType, VXR_ARCHITECT, HalType, kBytes)};
 static_assert(InCodeOrder(kArchitectItems));
 
-BOOL CheckHeader(const VXR_EXTHEADER &header, const char *caller) {
+BOOL CheckHeader(const VXR_EXTHEADER &header, const Caller &trace) {
   const uint32_t magic = VxrGet32(header.Magic);
   if (magic != VXR_EXT_MAGIC_COLD && magic != VXR_EXT_MAGIC_HOT) {
-    VXRDbg_Log(kError, "ERROR:%s:VXR Magic not magch!has 0x%08X:but CBM=0x%08x HBM=9x%08x!\n", caller, magic,
-               VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
+    trace.Error("VXR Magic not magch!has 0x%08X:but CBM=0x%08x HBM=9x%08x!\n", magic, VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
     return FALSE;
   }
   const uint32_t version = VxrGet32(header.Version);
   if (version != VXR_EXT_VERSION) {
-    VXRDbg_Log(kError, "ERROR:%s:VXR Verion not match!has=%08X:requires=%08X!\n", caller, version, VXR_EXT_VERSION);
+    trace.Error("VXR Verion not match!has=%08X:requires=%08X!\n", version, VXR_EXT_VERSION);
     return FALSE;
   }
   return TRUE;
@@ -54,16 +53,16 @@ QueryAnswer ReadItem(const QueryItem &item, const void *record) {
   return {item.name, field, size, size};
 }
 
-BOOL GiveAnswer(const QueryAnswer &answer, uint8_t *out, uint32_t *outSize, CopyLine copyLine, const char *caller) {
+BOOL GiveAnswer(const QueryAnswer &answer, uint8_t *out, uint32_t *outSize, CopyLine copyLine, const Caller &trace) {
   const uint32_t capacity = *outSize;
   *outSize = answer.size;
   if (answer.size > capacity) {
-    VXRDbg_Log(kInfo, "INFOR:%s:%s:has %u bytes but requires %u bytes\n", caller, answer.name, capacity, answer.size);
+    trace.Info("%s:has %u bytes but requires %u bytes\n", answer.name, capacity, answer.size);
     return FALSE;
   }
   if (out == nullptr || answer.source == nullptr || answer.size == 0) return TRUE;
   if (copyLine == CopyLine::kYes) {
-    VXRDbg_Log(kFlush, "FLUSH:%s:copy %u bytes data:%p->%p\n", caller, answer.copied, answer.source, out);
+    trace.Flush("copy %u bytes data:%p->%p\n", answer.copied, answer.source, out);
   }
   std::memcpy(out, answer.source, answer.copied);
   return TRUE;
@@ -73,17 +72,16 @@ int32_t VXRExt_QueryData(uint32_t queryClass, uint32_t query, uint8_t *out, uint
                          uint32_t inValue, const void *head) {
   const CallTrace trace = TraceCall();
   if (head == nullptr) {
-    LogNull("pHead");
+    trace.Null("pHead");
     return FALSE;
   }
   if (outSize == nullptr) {
-    LogNull("pdwOut");
+    trace.Null("pdwOut");
     return FALSE;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:class=%u:qry=0x%08X:pO=%p:pIn=%p:%u:pHead=%p\n", __func__, queryClass, query, out, in,
-             inValue, head);
+  trace.Flush("class=%u:qry=0x%08X:pO=%p:pIn=%p:%u:pHead=%p\n", queryClass, query, out, in, inValue, head);
   const auto *image = static_cast<const VXR_EXTIMAGE *>(head);
-  if (!CheckHeader(image->Header, __func__)) return FALSE;
+  if (!CheckHeader(image->Header, trace)) return FALSE;
   const VXR_BMEXTNSON &extension = image->Extension;
   switch (queryClass) {
     case VXREQ_Volume:
@@ -95,7 +93,7 @@ int32_t VXRExt_QueryData(uint32_t queryClass, uint32_t query, uint8_t *out, uint
     case VXREQ_Architect:
       return VXRExt_QueryArchitect(query, out, outSize, in, inValue, &extension.Architect);
     case kUnknownClass:
-      VXRDbg_Log(kError, "ERROR:%s:Uknown query!\n", __func__);
+      trace.Error("Uknown query!\n");
       return FALSE;
     default:
       return FALSE;
@@ -106,22 +104,22 @@ BOOL VXRExt_QuerySystem(uint32_t query, uint8_t *out, uint32_t *outSize, const i
                         const VXR_SYSINFO *system) {
   const CallTrace trace = TraceCall();
   if (system == nullptr) {
-    LogNull("pSys");
+    trace.Null("pSys");
     return FALSE;
   }
   if (outSize == nullptr) {
-    LogNull("pdwOut");
+    trace.Null("pdwOut");
     return FALSE;
   }
   if (query == VXREQS_Reference) {
     // The size of the whole record for four bytes of its address: what hosts were promised, kept as it is.
     const VXR_LE32 address = VxrPut32(LowHalf(system));
     const QueryAnswer answer = {"VXREQS_Reference", &address, sizeof(*system), sizeof(address)};
-    return GiveAnswer(answer, out, outSize, CopyLine::kNo, __func__);
+    return GiveAnswer(answer, out, outSize, CopyLine::kNo, trace);
   }
   const QueryItem *item = FindItem(kSystemItems, query);
   if (item == nullptr) return TRUE;  // hosts rely on it: an unknown code of this class, alone, is no failure
-  return GiveAnswer(ReadItem(*item, system), out, outSize, CopyLine::kNo, __func__);
+  return GiveAnswer(ReadItem(*item, system), out, outSize, CopyLine::kNo, trace);
 }
 
 BOOL VXRExt_QueryNetwork(uint32_t query, uint8_t *out, uint32_t *outSize, const int32_t *in, uint32_t inValue,
@@ -129,13 +127,12 @@ BOOL VXRExt_QueryNetwork(uint32_t query, uint8_t *out, uint32_t *outSize, const 
   const CallTrace trace = TraceCall();
   BOOL given = FALSE;
   if (names == nullptr) {
-    LogNull("pNet");
+    trace.Null("pNet");
   } else if (const QueryItem *item = FindItem(kNetworkItems, query); item != nullptr) {
-    given = GiveAnswer(ReadItem(*item, names), out, outSize, CopyLine::kNo, __func__);
+    given = GiveAnswer(ReadItem(*item, names), out, outSize, CopyLine::kNo, trace);
   }
   // At the default level: this class alone costs a log line a query.
-  VXRDbg_Log(kCheck, "CHECK:%s:DONE:qry=%d:pIn=%p:%u:pO=%p:%p:%u\n", __func__, query, in, inValue, out, outSize,
-             *outSize);
+  trace.Check("DONE:qry=%d:pIn=%p:%u:pO=%p:%p:%u\n", query, in, inValue, out, outSize, *outSize);
   return given;
 }
 
@@ -144,10 +141,10 @@ BOOL VXRExt_QueryArchitect(uint32_t query, uint8_t *out, uint32_t *outSize, cons
   const CallTrace trace = TraceCall();
   BOOL given = FALSE;
   if (architect == nullptr) {
-    LogNull("pArch");
+    trace.Null("pArch");
   } else if (const QueryItem *item = FindItem(kArchitectItems, query); item != nullptr) {
-    given = GiveAnswer(ReadItem(*item, architect), out, outSize, CopyLine::kYes, __func__);
+    given = GiveAnswer(ReadItem(*item, architect), out, outSize, CopyLine::kYes, trace);
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:DONE:RET=%s\n", __func__, TruthText(given));
+  trace.Flush("DONE:RET=%s\n", TruthText(given));
   return given;
 }

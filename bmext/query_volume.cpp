@@ -60,42 +60,41 @@ int32_t UsableCount(uint32_t count, int32_t capacity) {
 }
 
 // By the byte that its mount point begins with; -1 after logging.
-int32_t FindVolume(const VXR_VOLUMES &volumes, char letter, const char *caller) {
+int32_t FindVolume(const VXR_VOLUMES &volumes, char letter, const Caller &trace) {
   const int32_t count = UsableCount(VxrGet32(volumes.VolCount), VXR_MAX_VOLUMES);
   for (int32_t i = 0; i < count; ++i) {
     if (volumes.Vols[i].MntPnt[0] == letter) return i;
   }
-  VXRDbg_Log(kError, "ERROR:%s:VXREQV_VolIndex:input cDrv=%C!!not found\n", caller, static_cast<uint8_t>(letter));
+  trace.Error("VXREQV_VolIndex:input cDrv=%C!!not found\n", static_cast<uint8_t>(letter));
   return -1;
 }
 
 // Null after logging.
-const VXR_VOLUME *VolumeAt(const VXR_VOLUMES &volumes, uint32_t inValue, const char *caller) {
+const VXR_VOLUME *VolumeAt(const VXR_VOLUMES &volumes, uint32_t inValue, const Caller &trace) {
   const auto index = static_cast<int32_t>(inValue);
   const uint32_t count = VxrGet32(volumes.VolCount);
   if (index < 0 || index >= UsableCount(count, VXR_MAX_VOLUMES)) {
-    VXRDbg_Log(kError, "ERROR:%s:request vxrvol index = %d invalid! vxrvols count = %d!!\n", caller, index, count);
+    trace.Error("request vxrvol index = %d invalid! vxrvols count = %d!!\n", index, count);
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:volume index = %d\n", caller, index);
+  trace.Flush("volume index = %d\n", index);
   return &volumes.Vols[index];
 }
 
 // Null after logging. The host's index may lie at any address.
-const VXR_VOLDISK *DiskAt(const VXR_VOLDISKS &disks, const void *in, const char *caller) {
+const VXR_VOLDISK *DiskAt(const VXR_VOLDISKS &disks, const void *in, const Caller &trace) {
   if (in == nullptr) {
-    LogNull("pIn", caller);
+    trace.Null("pIn");
     return nullptr;
   }
   int32_t index = 0;
   std::memcpy(&index, in, sizeof(index));
   const uint32_t count = VxrGet32(disks.DiskCount);
   if (index < 0 || index >= UsableCount(count, VXR_MAX_VOLUME_DISKS)) {
-    VXRDbg_Log(kError, "ERROR:%s:request vxrvoldisk index = %d invalid! vxrvoldisks count = %d!!\n", caller, index,
-               count);
+    trace.Error("request vxrvoldisk index = %d invalid! vxrvoldisks count = %d!!\n", index, count);
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:vxrvoldisk=%d:0x%08p\n", caller, index, &disks.Disks[index]);
+  trace.Flush("vxrvoldisk=%d:0x%08p\n", index, &disks.Disks[index]);
   return &disks.Disks[index];
 }
 
@@ -107,38 +106,38 @@ const VXR_DEVDRV *SelectDriver(const VXR_VOLDISK &disk, uint32_t selector) {
   return nullptr;
 }
 
-QueryAnswer AskDisk(uint32_t query, const void *in, const VXR_VOLUME &volume, const char *caller) {
-  const VXR_VOLDISK *disk = DiskAt(volume.VolDisks, in, caller);
+QueryAnswer AskDisk(uint32_t query, const void *in, const VXR_VOLUME &volume, const Caller &trace) {
+  const VXR_VOLDISK *disk = DiskAt(volume.VolDisks, in, trace);
   if (disk == nullptr) return kNone;
   const uint32_t selector = query & kSelectorBits, code = query & kItemBits;
-  VXRDbg_Log(kFlush, "FLUSH:%s:qtType=0x%08X:drvType = 0x%08X devType=0x%08X\n", caller, query, selector, code);
+  trace.Flush("qtType=0x%08X:drvType = 0x%08X devType=0x%08X\n", query, selector, code);
   const VXR_DEVDRV *driver = SelectDriver(*disk, selector);
   if (driver == nullptr) {
-    LogNull("pDevDrv", caller);
+    trace.Null("pDevDrv");
     return kNone;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:pDevDrv=0x%08p\n", caller, driver);
+  trace.Flush("pDevDrv=0x%08p\n", driver);
   if (code == kDiskNumberItem.code) return ReadItem(kDiskNumberItem, disk);
   const QueryItem *item = FindItem(kDriverItems, code);
   if (item != nullptr) return ReadItem(*item, driver);
-  VXRDbg_Log(kError, "%s:failed...\n", caller);
+  VXRDbg_Log(kError, "%s:failed...\n", trace);
   return kNone;
 }
 
 // `*index` takes the number that VXREQV_VolIndex answers with.
 QueryAnswer AskVolumes(uint32_t query, const void *in, uint32_t inValue, const VXR_VOLUMES &volumes, VXR_LE32 *index,
-                       const char *caller) {
+                       const Caller &trace) {
   if (query == VXREQV_VolIndex) {
-    const int32_t found = FindVolume(volumes, static_cast<char>(inValue), caller);
+    const int32_t found = FindVolume(volumes, static_cast<char>(inValue), trace);
     if (found < 0) return kNone;
     *index = VxrPut32(static_cast<uint32_t>(found));
     return {FindItem(kTableItems, query)->name, index, sizeof(*index), sizeof(*index)};
   }
   if (const QueryItem *item = FindItem(kTableItems, query); item != nullptr) return ReadItem(*item, &volumes);
-  const VXR_VOLUME *volume = VolumeAt(volumes, inValue, caller);
+  const VXR_VOLUME *volume = VolumeAt(volumes, inValue, trace);
   if (volume == nullptr) return kNone;
   if (const QueryItem *item = FindItem(kVolumeItems, query); item != nullptr) return ReadItem(*item, volume);
-  return AskDisk(query, in, *volume, caller);
+  return AskDisk(query, in, *volume, trace);
 }
 
 }  // namespace
@@ -150,14 +149,12 @@ BOOL VXRExt_QueryVolume(uint32_t query, uint8_t *out, uint32_t *outSize, const i
   VXR_LE32 index = {};
   BOOL given = FALSE;
   if (volumes == nullptr) {
-    LogNull("pVols");
+    trace.Null("pVols");
   } else {
-    answer = AskVolumes(query, in, inValue, *volumes, &index, __func__);
-    if (answer.source != nullptr) given = GiveAnswer(answer, out, outSize, CopyLine::kYes, __func__);
+    answer = AskVolumes(query, in, inValue, *volumes, &index, trace);
+    if (answer.source != nullptr) given = GiveAnswer(answer, out, outSize, CopyLine::kYes, trace);
   }
   const bool ofDisk = IsDiskCode(query);
-  VXRDbg_Log(kFlush, "FLUSH:%s:q=[0x%08X:0x%08X:0x%08X]:in=[%u:%p]:out=%p->[%u:%p]:ret=%s\n", __func__, query,
-             ofDisk ? query & kSelectorBits : 0, ofDisk ? query & kItemBits : 0, inValue, in, answer.source,
-             answer.size, out, TruthText(given));
+  trace.Flush("q=[0x%08X:0x%08X:0x%08X]:in=[%u:%p]:out=%p->[%u:%p]:ret=%s\n", query, ofDisk ? query & kSelectorBits : 0, ofDisk ? query & kItemBits : 0, inValue, in, answer.source, answer.size, out, TruthText(given));
   return given;
 }

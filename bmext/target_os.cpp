@@ -33,10 +33,10 @@ const char *ArchitectureName(DWORD code) {
 }
 
 // Reads the record into `target`; FALSE, after logging, when its system is not supported.
-BOOL ReadTarget(Target *target, const char *caller) {
+BOOL ReadTarget(Target *target, const Caller &trace) {
   const VXR_SYSOSINFO *os = VXRExt_GetSysOsInfo();
   if (os == nullptr) {
-    LogFailure("VXRExt_GetSysOsInfo", "None", caller);
+    trace.Failed("VXRExt_GetSysOsInfo", "None");
     return FALSE;
   }
   target->major = VxrGet32(os->MajorVersion);
@@ -44,13 +44,13 @@ BOOL ReadTarget(Target *target, const char *caller) {
   target->product = VxrGet32(os->ProductType);
   target->suite = VxrGet32(os->SuiteMask);
   if (target->major < kLowestMajorVersion) {
-    VXRDbg_Log(2, "WARNG:%s:major version:0x%x too low to support target os!\n", caller, target->major);
+    trace.Log(2, "WARNG", "major version:0x%x too low to support target os!\n", target->major);
     return FALSE;
   }
   const DWORD code = VxrGet32(os->ProcessorArchitecture);
   target->architecture = ArchitectureName(code);
   if (target->architecture == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:unknwon processor arch type= %u\n", caller, code);
+    trace.Error("unknwon processor arch type= %u\n", code);
     return FALSE;
   }
   return TRUE;
@@ -77,12 +77,11 @@ int FormatDecoration(int number, const Target &t, char *entry) {
 
 // Appends the ten decorations to the zero-filled list. FALSE, after logging, when one does not fit an entry: a cut one
 // would name another system's sections.
-BOOL AppendDecorations(const Target &target, char *entry, char *list, const char *caller) {
+BOOL AppendDecorations(const Target &target, char *entry, char *list, const Caller &trace) {
   for (int number = 0; number < 10; ++number) {
     const int length = FormatDecoration(number, target, entry);
     if (length < 0 || static_cast<SIZE_T>(length) >= kEntrySize) {
-      VXRDbg_Log(kError, "ERROR:%s:version numbers too large for a decoration, extension is damaged:%s...\n", caller,
-                 entry);
+      trace.Error("version numbers too large for a decoration, extension is damaged:%s...\n", entry);
       return FALSE;
     }
     VXRDbg_Log(0, "CHECK:MultiStrCat:append %s(%p) to %s(%p)\n", entry, entry, list, list);
@@ -97,11 +96,11 @@ BOOL AppendDecorations(const Target &target, char *entry, char *list, const char
 HeapText VXRExt_GetTargetOS() {
   const CallTrace trace = TraceCall();
   Target target = {};
-  if (!ReadTarget(&target, __func__)) return nullptr;
+  if (!ReadTarget(&target, trace)) return nullptr;
   const HeapText entry = AllocText(kEntrySize, "szTgtOs");
   if (entry == nullptr) return nullptr;
   HeapText list = AllocText((kEntrySize + 1) * kMaximumEntries, "szTgtOss");
-  if (list == nullptr || !AppendDecorations(target, entry.get(), list.get(), __func__)) return nullptr;
+  if (list == nullptr || !AppendDecorations(target, entry.get(), list.get(), trace)) return nullptr;
   VXRDbg_DumpMultiString(list.get(), __func__, kMaximumEntries);
   return list;
 }

@@ -19,24 +19,24 @@ struct ClassValue {
 constexpr ClassValue kClassValues[] = {{"Class", VXRDev_GetClassStringByType}, {"ClassGUID", BracedClassGuid}};
 
 // Writes the value when it is missing. False when it is missing still.
-bool EnsureValue(const char *key, const ClassValue &value, DWORD deviceType, const char *caller) {
+bool EnsureValue(const char *key, const ClassValue &value, DWORD deviceType, const Caller &trace) {
   DWORD type = 0, size = 0;
   const HeapText present = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, key, value.name, &type, &size);
   if (present != nullptr) {
-    VXRDbg_Log(kFlush, "FLUSH:%s:retrived %s:%s...bypass setting\n", caller, value.name, present.get());
+    trace.Flush("retrived %s:%s...bypass setting\n", value.name, present.get());
     return true;
   }
   const HeapText data = value.makeData(deviceType);
   if (data == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:missing %s:but failed to set!\n", caller, value.name);
+    trace.Error("missing %s:but failed to set!\n", value.name);
     return false;
   }
   const DWORD dataSize = static_cast<DWORD>(std::strlen(data.get()) + 1);
   if (!VXRReg_SetRegistryValue(HKEY_LOCAL_MACHINE, key, value.name, data.get(), REG_SZ, dataSize)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRReg_SetRegistryValue(%s\\\\%s:%s) failed!\n", caller, key, value.name, data.get());
+    trace.Error("VXRReg_SetRegistryValue(%s\\\\%s:%s) failed!\n", key, value.name, data.get());
     return false;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:missing %s:successfully set to %s\n", caller, value.name, data.get());
+  trace.Check("missing %s:successfully set to %s\n", value.name, data.get());
   return true;
 }
 
@@ -45,18 +45,18 @@ bool EnsureValue(const char *key, const ClassValue &value, DWORD deviceType, con
 BOOL VXRDev_FixDevRegistry(DWORD deviceType, const char *szInstanceID) {
   const CallTrace trace = TraceCall();
   if (szInstanceID == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:NULL instance id\n", __func__);
+    trace.Error("NULL instance id\n");
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:check device instance=%s\n", __func__, szInstanceID);
+  trace.Check("check device instance=%s\n", szInstanceID);
   const HeapText key = VXRReg_GetKeyNameByType(TRUE, VXR_KEY_ENUM, szInstanceID);
   if (key == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRReg_GetKeyNameByType() failed\n", __func__);
+    trace.Error("VXRReg_GetKeyNameByType() failed\n");
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:check device key=%s\n", __func__, key.get());
+  trace.Check("check device key=%s\n", key.get());
   for (const ClassValue &value : kClassValues) {
-    if (!EnsureValue(key.get(), value, deviceType, __func__)) return FALSE;
+    if (!EnsureValue(key.get(), value, deviceType, trace)) return FALSE;
   }
   return TRUE;
 }

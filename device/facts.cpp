@@ -40,13 +40,13 @@ const Medium &MediumOfDriveType(UINT driveType) {
 constexpr const char *kHalIds[] = {"E_ISA_UP", "ACPIPIC_UP", "ACPIAPIC_UP", "ACPIAPIC_MP", "MPS_UP", "MPS_MP"};
 
 // The computer device's hardware ids; null when neither the platform nor the registry tells them.
-HeapText ComputerHardwareId(const char *caller) {
+HeapText ComputerHardwareId(const Caller &trace) {
   DWORD type = 0, size = 0;
   HeapText id = VXRDev_GetRegProperty(nullptr, &kComputerClass, 0, SPDRP_HARDWAREID, &size, &type);
   if (id != nullptr) return id;
-  VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetRegProperty() failed! read registry directly\n", caller);
+  trace.Error("VXRDev_GetRegProperty() failed! read registry directly\n");
   id = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, kHalKey, "HardwareID", &type, &size);
-  if (id == nullptr) VXRDbg_Log(kError, "ERROR:%s:VXRReg_GetRegistryValue() failed!\n", caller);
+  if (id == nullptr) trace.Error("VXRReg_GetRegistryValue() failed!\n");
   return id;
 }
 
@@ -55,16 +55,16 @@ HeapText ComputerHardwareId(const char *caller) {
 BOOL VXRDev_GetBootMediaType(DWORD *pBootMedia) {
   const CallTrace trace = TraceCall();
   if (pBootMedia == nullptr) {
-    LogNull("pBootMedia");
+    trace.Null("pBootMedia");
     return FALSE;
   }
   char root[MAX_PATH] = "";
   platform::GetSystemDirectoryA(root, sizeof root);
   root[2] = '\0';  // the drive's letter and its colon stay
   const UINT driveType = platform::GetDriveTypeA(root);
-  VXRDbg_Log(kCheck, "CHECK:%s:checking root drive type:root=%s:type=%d\n", __func__, root, driveType);
+  trace.Check("checking root drive type:root=%s:type=%d\n", root, driveType);
   const Medium &medium = MediumOfDriveType(driveType);
-  VXRDbg_Log(medium.level, medium.line, __func__);
+  VXRDbg_Log(medium.level, medium.line, trace);
   *pBootMedia = medium.medium;
   return medium.medium != VXR_BOOTMEDIA_UNKNOWN;
 }
@@ -75,7 +75,7 @@ BOOL VXRDev_GetKrnlType(DWORD *pKrnlType) {
   MEMORYSTATUSEX memory{};
   memory.dwLength = sizeof memory;
   if (!platform::GlobalMemoryStatusEx(&memory)) {
-    VXRDbg_Log(kError, "ERROR:%s:GlobalMemoryStatusEx() failed!ec=0x%08x\n", __func__, platform::GetLastError());
+    trace.Error("GlobalMemoryStatusEx() failed!ec=0x%08x\n", platform::GetLastError());
     return FALSE;
   }
   SYSTEM_INFO system{};
@@ -94,32 +94,32 @@ BOOL VXRDev_GetHalType(DWORD *pHalType) {
   *pHalType = VXR_HAL_E_ISA_UP;
   const HeapText id = ComputerHardwareId(__func__);
   if (id == nullptr) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:retrieved hardwareid =%s\n", __func__, id.get());
+  trace.Check("retrieved hardwareid =%s\n", id.get());
   for (DWORD hal = VXR_HAL_E_ISA_UP; hal <= VXR_HAL_MPS_MP; ++hal) {
     if (BeginsWith(id.get(), kHalIds[hal])) {
       *pHalType = hal;
       return TRUE;
     }
   }
-  VXRDbg_Log(kError, "ERROR:%s:failed to translate %s:set to VXR_HAL_E_ISA_UP\n", __func__, id.get());
+  trace.Error("failed to translate %s:set to VXR_HAL_E_ISA_UP\n", id.get());
   return TRUE;
 }
 
 BOOL VXRDev_GetArchInfo([[maybe_unused]] DWORD bootMedia, VXR_ARCHITECT *pArch) {
   const CallTrace trace = TraceCall();
   if (pArch == nullptr) {
-    LogNull("pArch");
+    trace.Null("pArch");
     return FALSE;
   }
   DWORD kernel = 0, hal = 0;
   const BOOL kernelKnown = VXRDev_GetKrnlType(&kernel);
   pArch->KernelType = VxrPut32(kernel);
   if (!kernelKnown) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetKrnlType() failed\n", __func__);
+    trace.Error("VXRDev_GetKrnlType() failed\n");
     return FALSE;
   }
   const BOOL halKnown = VXRDev_GetHalType(&hal);
   pArch->HalType = VxrPut32(hal);
-  if (!halKnown) VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetHalType() failed!\n", __func__);
+  if (!halKnown) trace.Error("VXRDev_GetHalType() failed!\n");
   return halKnown;
 }

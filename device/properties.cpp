@@ -11,46 +11,43 @@ constexpr char kPropertyCall[] = "SetupDiGetDeviceRegistryProperty";
 constexpr SIZE_T kTerminators = 2;  // bytes behind a property, which may lack its own
 
 // The property's size in bytes, its type in `*type`; 0 after a log line when it cannot be had.
-DWORD PropertySize(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWORD *type, const char *caller) {
+DWORD PropertySize(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWORD *type, const Caller &trace) {
   DWORD size = 0;
   if (!platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, type, nullptr, 0, &size) &&
       platform::GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
-    LogFailure(kPropertyCall, "failed to get size!", caller);
+    trace.Failed(kPropertyCall, "failed to get size!");
     return 0;
   }
-  if (size == 0) LogFailure(kPropertyCall, "returned 0 bytes as size", caller);
+  if (size == 0) trace.Failed(kPropertyCall, "returned 0 bytes as size");
   return size;
 }
 
 HeapText ReadProperty(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWORD *type, DWORD *size,
-                      const char *caller) {
-  const DWORD needed = PropertySize(set, device, property, type, caller);
+                      const Caller &trace) {
+  const DWORD needed = PropertySize(set, device, property, type, trace);
   if (needed == 0) return nullptr;
-  VXRDbg_Log(kFlush, "FLUSH:%s:SetupDiGetDeviceRegistryProperty():prop %x as type %x needs %d bytes!\n", caller,
-             property, *type, needed);
-  HeapText value = AllocText(needed, "pPropBuf", caller, kTerminators);
+  trace.Flush("SetupDiGetDeviceRegistryProperty():prop %x as type %x needs %d bytes!\n", property, *type, needed);
+  HeapText value = AllocText(needed, "pPropBuf", trace, kTerminators);
   if (value == nullptr) return nullptr;
   if (!platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, type, reinterpret_cast<BYTE *>(value.get()),
                                                    needed, size)) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiGetDeviceRegistryProperty(Prop=%X):ec=0x%08x:failed to query!\n", caller,
-               property, platform::GetLastError());
+    trace.Error("SetupDiGetDeviceRegistryProperty(Prop=%X):ec=0x%08x:failed to query!\n", property, platform::GetLastError());
     return nullptr;
   }
   return value;
 }
 
 // The property of the device at `index` of an open set.
-HeapText ReadPropertyAt(HDEVINFO set, DWORD index, DWORD property, DWORD *size, DWORD *type, const char *caller) {
-  VXRDbg_Log(kCheck, "CHECK:%s:retrieved device info set handle=%p...\n", caller, set);
+HeapText ReadPropertyAt(HDEVINFO set, DWORD index, DWORD property, DWORD *size, DWORD *type, const Caller &trace) {
+  trace.Check("retrieved device info set handle=%p...\n", set);
   SP_DEVINFO_DATA device{};
   device.cbSize = sizeof device;
   if (!platform::SetupDiEnumDeviceInfo(set, index, &device)) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiEnumDeviceInfo() failed for index=%d!ec=0x%08x\n", caller, index,
-               platform::GetLastError());
+    trace.Error("SetupDiEnumDeviceInfo() failed for index=%d!ec=0x%08x\n", index, platform::GetLastError());
     return nullptr;
   }
   HeapText value = VXRDev_GetRegPropByDevInfo(set, &device, property, type, size);
-  if (value == nullptr) VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetRegPropByDevInfo() failed!\n", caller);
+  if (value == nullptr) trace.Error("VXRDev_GetRegPropByDevInfo() failed!\n");
   return value;
 }
 
@@ -64,14 +61,14 @@ HeapText VXRDev_GetRegPropByDevInfo(HDEVINFO hDevInfo, SP_DEVINFO_DATA *pDevInfo
   *type = 0;
   *size = 0;
   if (pDevInfoData == nullptr) {
-    LogNull("pDevInfoData");
+    trace.Null("pDevInfoData");
     return nullptr;
   }
   if (!IsSet(hDevInfo)) {
-    VXRDbg_Log(kError, "ERROR:%s:hDevInfo is INVALID_HANDLE_VALUE\n", __func__);
+    trace.Error("hDevInfo is INVALID_HANDLE_VALUE\n");
     return nullptr;
   }
-  HeapText value = ReadProperty(hDevInfo, pDevInfoData, property, type, size, __func__);
+  HeapText value = ReadProperty(hDevInfo, pDevInfoData, property, type, size, trace);
   if (value == nullptr) {
     *type = 0;
     *size = 0;
@@ -85,21 +82,21 @@ HeapText VXRDev_GetRegProperty(HDEVINFO hDevInfo, const GUID *classGuid, DWORD i
   *size = 0;
   *type = 0;
   if (classGuid == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:NULL GUID!\n", __func__);
+    trace.Error("NULL GUID!\n");
     return nullptr;
   }
-  VXRDbg_DumpGuid(classGuid, __func__);
+  VXRDbg_DumpGuid(classGuid, trace);
   if (property >= kPropertyLimit) {
-    VXRDbg_Log(kError, "ERROR:%s:Prop=%X > SPDRP_MAXIMUM_PROPERTY!\n", __func__, property);
+    trace.Error("Prop=%X > SPDRP_MAXIMUM_PROPERTY!\n", property);
     return nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:retrieving %s\n", __func__, VXRDbg_GetPropertyName(property));
-  if (IsSet(hDevInfo)) return ReadPropertyAt(hDevInfo, index, property, size, type, __func__);
+  trace.Check("retrieving %s\n", VXRDbg_GetPropertyName(property));
+  if (IsSet(hDevInfo)) return ReadPropertyAt(hDevInfo, index, property, size, type, trace);
 
   const DeviceSet ownSet = PresentDevices(classGuid);
   if (ownSet == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiGetClassDevs():failed:ec=0x%08x\n", __func__, platform::GetLastError());
+    trace.Error("SetupDiGetClassDevs():failed:ec=0x%08x\n", platform::GetLastError());
     return nullptr;
   }
-  return ReadPropertyAt(ownSet.get(), index, property, size, type, __func__);
+  return ReadPropertyAt(ownSet.get(), index, property, size, type, trace);
 }

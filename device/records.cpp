@@ -36,7 +36,7 @@ HeapText VXRDev_GetGuidString(const GUID *guid, BOOL braces) {
   const DWORD size = braces ? kBracedGuidTextSize : kGuidTextSize;
   HeapText text = AllocTextUnlogged(size);
   if (text == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:AllocHeap(%d bytes) failed for szGuid!\n", __func__, size);
+    trace.Error("AllocHeap(%d bytes) failed for szGuid!\n", size);
     return nullptr;
   }
   std::snprintf(text.get(), size, braces ? "{%s}" : "%s", FormatGuid(*guid).text);
@@ -48,7 +48,7 @@ HeapText VXRDev_GetGuidStringByType(DWORD deviceType, BOOL braces) {
   GUID guid{};
   VXRDev_GetGuidByDevType(deviceType, &guid);
   HeapText text = VXRDev_GetGuidString(&guid, braces);
-  if (text == nullptr) VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetGuidString() failed!\n", __func__);
+  if (text == nullptr) trace.Error("VXRDev_GetGuidString() failed!\n");
   return text;
 }
 
@@ -59,16 +59,16 @@ HeapText VXRDev_GetClassStringByType(DWORD deviceType) {
   DWORD size = 0;
   platform::SetupDiClassNameFromGuidA(&guid, nullptr, 0, &size);  // a buffer of 0 bytes fails; only the size counts
   if (size == 0) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiClassNameFromGuid() failed to get size\n", __func__);
+    trace.Error("SetupDiClassNameFromGuid() failed to get size\n");
     return nullptr;
   }
   HeapText name = AllocTextUnlogged(size);
   if (name == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:AllocHeap(%d bytes) failed to get size\n", __func__, size);
+    trace.Error("AllocHeap(%d bytes) failed to get size\n", size);
     return nullptr;
   }
   if (!platform::SetupDiClassNameFromGuidA(&guid, name.get(), size, nullptr)) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiClassNameFromGuid() failed!ec=0x%08x\n", __func__, platform::GetLastError());
+    trace.Error("SetupDiClassNameFromGuid() failed!ec=0x%08x\n", platform::GetLastError());
     return nullptr;
   }
   return name;
@@ -81,7 +81,7 @@ BOOL VXRDev_FreeDriver(VXR_DRIVER *pVXRDriver) {
   FreeLogged(pVXRDriver->szService, "INFOR:%s:freeing szService=%s\n");
   FreeLogged(pVXRDriver->pDrvInfoData, "INFOR:%s:freeing pDrvInfoData=%p\n");
   FreeLogged(pVXRDriver->pDrvInfoDetailData, "INFOR:%s:freeing pDrvInfoDetailData=%p\n");
-  VXRDbg_Log(kCheck, "CHECK:%s:freeing pVXRDriver=%p\n", __func__, pVXRDriver);
+  trace.Check("freeing pVXRDriver=%p\n", pVXRDriver);
   FreeMember(pVXRDriver);
   return TRUE;
 }
@@ -103,7 +103,7 @@ BOOL VXRDev_FreeDevice(VXR_DEVICE *pVXRDevice) {
     VXRDev_FreeDevice(pVXRDevice->pVXRDevParent);
     pVXRDevice->pVXRDevParent = nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:freeing pVXRDevice=%p...\n", __func__, pVXRDevice);
+  trace.Check("freeing pVXRDevice=%p...\n", pVXRDevice);
   FreeMember(pVXRDevice);
   return TRUE;
 }

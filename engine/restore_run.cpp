@@ -30,35 +30,35 @@ constexpr DWORD kVolumeFailed = 14;
 constexpr DWORD kNamedIdFailed = 58;
 
 // `done`; when it is FALSE, logs the call and shows the line, whose code becomes the run's result.
-BOOL Succeeded(BOOL done, const char *call, DWORD code, const char *line, const char *caller) {
+BOOL Succeeded(BOOL done, const char *call, DWORD code, const char *line, const Caller &trace) {
   if (done) return TRUE;
-  LogFailure(call, "None", caller);
+  trace.Failed(call, "None");
   VXREng_StatusMsg(code, line);
   return FALSE;
 }
 
 // Everything before the driver work, each step needing the ones before it; FALSE at the first that fails.
-BOOL Prepare(DWORD job, DWORD inject, void *header, const char *caller) {
+BOOL Prepare(DWORD job, DWORD inject, void *header, const Caller &trace) {
   if (!Succeeded(VXREng_Initialize(inject, job), "VXREng_Initialize", kEngineFailed,
-                 "Failed to initialize Vexmorph engine!", caller)) {
+                 "Failed to initialize Vexmorph engine!", trace)) {
     return FALSE;
   }
   if (!Succeeded(VXRExt_Initialize(job, header), "VXRExt_Initialize", kExtensionFailed,
-                 "Failed to initialize the Bare Metal extension information!", caller)) {
+                 "Failed to initialize the Bare Metal extension information!", trace)) {
     return FALSE;
   }
   if (!Succeeded(VXRRlm_Initialize(job, header), "VXRRlm_Initialize", kSettingsFailed,
-                 "Failed to initialize the Bare Metal restore information!", caller)) {
+                 "Failed to initialize the Bare Metal restore information!", trace)) {
     return FALSE;
   }
   VXREng_StatusMsg(kProgress, "Looking for the restored system volume...\n");
   if (!Succeeded(VXRVol_LocateVolume(job, gpVXRParaBlock), "VXRVol_LocateVolume", kVolumeFailed,
-                 "Failed to locate the restored system volume!\n", caller)) {
+                 "Failed to locate the restored system volume!\n", trace)) {
     return FALSE;
   }
   VXREng_StatusMsg(kProgress, "Loading the original registry hive from the restored volume...\n");
   return Succeeded(VXRReg_LoadHive(kSystemHive, gpVXRParaBlock), "VXRReg_LoadHive", kHiveFailed,
-                   "Failed to load the original registry hive file failed!\n", caller);
+                   "Failed to load the original registry hive file failed!\n", trace);
 }
 
 HeapText ReadJobValue(const char *value, DWORD *size, LSTATUS *status = nullptr) {
@@ -68,19 +68,19 @@ HeapText ReadJobValue(const char *value, DWORD *size, LSTATUS *status = nullptr)
 
 // Looks for the driver of one id in the one INF file that the job names. Copies and writes nothing in either mode: the
 // device's bInject stays FALSE.
-BOOL CheckNamedId(const char *hardwareId, const char *caller) {
+BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
   DWORD size = 0;
   const HeapText infFile = ReadJobValue("InfDir", &size);
   const HeapText infDir = ReadJobValue("InfDir", &size);
   char *fileName = infDir == nullptr ? nullptr : LastBackslash(infDir.get());
   if (fileName != nullptr) *fileName = '\0';
-  VXRDbg_Log(kCheck, "CHECK:%s:checking HardwareID %s in %s...\n", caller, hardwareId, infDir.get());
+  trace.Check("checking HardwareID %s in %s...\n", hardwareId, infDir.get());
 
   platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId);
   platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
 
-  VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", caller).release();
-  VXR_DRIVER *driver = AllocRecord<VXR_DRIVER>("pVXRDriver", caller).release();
+  VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", trace).release();
+  VXR_DRIVER *driver = AllocRecord<VXR_DRIVER>("pVXRDriver", trace).release();
   BOOL found = FALSE;
   if (device != nullptr && driver != nullptr) {
     device->szTargetOS = VXRExt_GetTargetOS().release();
@@ -95,13 +95,13 @@ BOOL CheckNamedId(const char *hardwareId, const char *caller) {
   return found;
 }
 
-void DriverWork(const char *caller) {
+void DriverWork(const Caller &trace) {
   DWORD size = 0;
   LSTATUS status = ERROR_SUCCESS;
   // Kept until the check is over: its driver record borrows the id.
   const HeapText hardwareId = ReadJobValue("HardwareID", &size, &status);
   if (hardwareId != nullptr && size > 0) {
-    if (!CheckNamedId(hardwareId.get(), caller)) dwError = kNamedIdFailed;
+    if (!CheckNamedId(hardwareId.get(), trace)) dwError = kNamedIdFailed;
     return;
   }
   // A job that may name an id is not taken for one that names none: it would copy and write where only a check was
@@ -110,15 +110,15 @@ void DriverWork(const char *caller) {
     dwError = kNamedIdFailed;
     return;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:building vxr devices...\n", caller);
+  trace.Check("building vxr devices...\n");
   // Its failures reach the result through their status lines.
   VXRDev_ScanDiskDevices(gpVXRParaBlock);
 }
 
-void UnloadHive(const char *caller) {
+void UnloadHive(const Caller &trace) {
   VXREng_StatusMsg(kProgress, "Unloading the original registry hive...\n");
   const char *systemPath = gpVXRParaBlock->szSystemPath;
-  if (!VXRReg_UnloadHive(systemPath)) LogFailure("VXRReg_UnloadHive", systemPath, caller);
+  if (!VXRReg_UnloadHive(systemPath)) trace.Failed("VXRReg_UnloadHive", systemPath);
 }
 
 }  // namespace
@@ -132,7 +132,7 @@ extern "C" uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, v
   dwWndFlags = kReplaceWindowText;
 
   VXREng_StatusMsg(kProgress, "Initializing Vexmorph engine for %s...\n", mode);
-  if (Prepare(job, inject, header, __func__)) {
+  if (Prepare(job, inject, header, trace)) {
     DriverWork(__func__);
     UnloadHive(__func__);
   }

@@ -73,30 +73,30 @@ bool IsPlainFileName(const char *name) {
 }
 
 // A path of the catalogue that ends in the file's name; logs when there is none.
-HeapText CataloguePath(DWORD id, const char *name, const char *caller) {
+HeapText CataloguePath(DWORD id, const char *name, const Caller &trace) {
   HeapText path = VXREng_GetStringAs(id, name);
-  if (path == nullptr) LogFailure("VXREng_GetStringAs", name, caller);
+  if (path == nullptr) trace.Failed("VXREng_GetStringAs", name);
   return path;
 }
 
 // Where the file is to be found. `runningInf` is the running system's INF directory: files of an INF file that lies
 // there are already in place in the running system.
-HeapText SourcePath(const char *szInfDir, const char *name, const char *runningInf, const char *caller) {
+HeapText SourcePath(const char *szInfDir, const char *name, const char *runningInf, const Caller &trace) {
   const bool running = BeginsWith(szInfDir, runningInf);
-  HeapText source = running ? CataloguePath(DestinationOf(name).runningSource, name, caller)
-                            : JoinPath(szInfDir, name, kSourceSpare, "szSource", caller);
+  HeapText source = running ? CataloguePath(DestinationOf(name).runningSource, name, trace)
+                            : JoinPath(szInfDir, name, kSourceSpare, "szSource", trace);
   if (source != nullptr) {
-    VXRDbg_Log(kFlush, "FLUSH:%s:%s:source to %s\n", caller, running ? "IDE" : "SCSI", source.get());
+    trace.Flush("%s:source to %s\n", running ? "IDE" : "SCSI", source.get());
   }
   return source;
 }
 
-BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const char *caller) {
+BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const Caller &trace) {
   if (!bInject) {
     VXREng_StatusMsg(kProgress, "Check only, bypassed copying %s -> %s...\n", source, target);
     return TRUE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:VXREng_CopyFile:%s -> %s...\n", caller, source, target);
+  trace.Check("VXREng_CopyFile:%s -> %s...\n", source, target);
   if (!VXREng_CopyFile(source, target, FALSE)) {
     VXREng_StatusMsg(kCopyFailed, "Failed to copy %s to %s\n", source, target);
     ReportRefusal(VXRMACHINE_REFUSED_FILE_NOT_COPIED, target);
@@ -111,7 +111,7 @@ BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const cha
 BOOL VXRDev_ProcessCopyFiles(HINF hInf, const char *szInfDir, char *szSection, VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (!HandleGiven(hInf) || !Given(szInfDir, "szInfDir") || !Given(szSection, "szSection")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:section=%s:infdir=%s\n", __func__, szSection, szInfDir);
+  trace.Check("section=%s:infdir=%s\n", szSection, szInfDir);
   return szSection[0] == '@' ? VXRDev_ProcessCopyFile(hInf, szInfDir, szSection + 1, pVXRDriver)
                              : VXRDev_ProcessCopySect(hInf, szInfDir, szSection, pVXRDriver);
 }
@@ -119,7 +119,7 @@ BOOL VXRDev_ProcessCopyFiles(HINF hInf, const char *szInfDir, char *szSection, V
 BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSection, VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (!HandleGiven(hInf) || !Given(szSection, "szSection") || !Given(szInfDir, "szInfDir")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:CopySection=%s:InfDir=%s\n", __func__, szSection, szInfDir);
+  trace.Check("CopySection=%s:InfDir=%s\n", szSection, szInfDir);
   INFCONTEXT line = {};
   if (!FirstLine(hInf, szSection, &line)) {
     ReportRefusal(VXRMACHINE_REFUSED_COPY_SECTION, szSection);
@@ -128,14 +128,14 @@ BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSecti
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     const HeapText destination = TextField(hInf, &line, 1);
     if (destination == nullptr) {
-      LogFailure("VXRDev_GetInfLineField", "No desitination file field!");
+      trace.Failed("VXRDev_GetInfLineField", "No desitination file field!");
       continue;
     }
     const HeapText source = TextField(hInf, &line, 2);
-    if (source != nullptr) VXRDbg_Log(kFixme, "FIXME:%s:src=%s:NOT-Processed!!!\n", __func__, source.get());
-    VXRDbg_Log(kCheck, "CHECK:%s:dst=%s..\n", __func__, destination.get());
+    if (source != nullptr) trace.Fixme("src=%s:NOT-Processed!!!\n", source.get());
+    trace.Check("dst=%s..\n", destination.get());
     if (!VXRDev_ProcessCopyFile(hInf, szInfDir, destination.get(), pVXRDriver)) {
-      LogFailure("VXRDev_ProcessCopyFile", destination.get());
+      trace.Failed("VXRDev_ProcessCopyFile", destination.get());
       return FALSE;
     }
   }
@@ -147,29 +147,29 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   if (!Given(szInfDir, "szInfDir") || !Given(szFileName, "szFileName") || !Given(pVXRDriver, "pVXRDriver")) {
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:file=%s:infdir=%s\n", __func__, szFileName, szInfDir);
+  trace.Check("file=%s:infdir=%s\n", szFileName, szInfDir);
   VXREng_StrUpr(szFileName);
   if (!IsPlainFileName(szFileName)) {
-    VXRDbg_Log(kError, "ERROR:%s:%s is not the name of one file, not followed\n", __func__, szFileName);
+    trace.Error("%s is not the name of one file, not followed\n", szFileName);
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", szFileName);
     ReportRefusal(VXRMACHINE_REFUSED_FILE_NAME, szFileName);
     return FALSE;
   }
   const HeapText runningInf = VXREng_GetStringAs(VXR_DIR_WPEINF, nullptr);
   if (runningInf == nullptr) {
-    LogFailure("VXREng_GetStringAs", "VXR_DIR_WPEINF");
+    trace.Failed("VXREng_GetStringAs", "VXR_DIR_WPEINF");
     return FALSE;
   }
-  const HeapText source = SourcePath(szInfDir, szFileName, runningInf.get(), __func__);
+  const HeapText source = SourcePath(szInfDir, szFileName, runningInf.get(), trace);
   if (source == nullptr) return FALSE;
   if (!VXREng_FileExists(source.get())) {
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", source.get());
     ReportRefusal(VXRMACHINE_REFUSED_FILE_MISSING, source.get());
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:source is %s\n", __func__, source.get());
-  const HeapText target = CataloguePath(DestinationOf(szFileName).target, szFileName, __func__);
+  trace.Check("source is %s\n", source.get());
+  const HeapText target = CataloguePath(DestinationOf(szFileName).target, szFileName, trace);
   if (target == nullptr) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:target is %s....\n", __func__, target.get());
-  return CopyOrCheck(source.get(), target.get(), pVXRDriver->bInject, __func__);
+  trace.Check("target is %s....\n", target.get());
+  return CopyOrCheck(source.get(), target.get(), pVXRDriver->bInject, trace);
 }

@@ -14,27 +14,26 @@ namespace {
 bool Empty(const char *text) { return text == nullptr || *text == '\0'; }
 
 // The entry's name: an id with "#" for each "\". Null, without a log line of its own, when there is no id or no memory.
-HeapText EntryName(const VXR_DRIVER &driver, const char *caller) {
+HeapText EntryName(const VXR_DRIVER &driver, const Caller &trace) {
   const char *hardwareId = driver.pDrvInfoDetailData != nullptr ? driver.pDrvInfoDetailData->HardwareID : nullptr;
   const bool byHardwareId = !Empty(hardwareId);
   const char *id = byHardwareId ? hardwareId : driver.szMatchedID;
   if (Empty(id)) return nullptr;
   HeapText name = VXREng_FixString('\\', '#', id);
   if (name != nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:fixed from %s id=%s --> key=%s!\n", caller, byHardwareId ? "hardware" : "matched", id,
-               name.get());
+    trace.Check("fixed from %s id=%s --> key=%s!\n", byHardwareId ? "hardware" : "matched", id, name.get());
   }
   return name;
 }
 
 // Writes a text into the entry. `label` names the value in the line of a failure.
-bool WriteText(const char *entry, const char *value, const char *label, const char *text, const char *caller) {
+bool WriteText(const char *entry, const char *value, const char *label, const char *text, const Caller &trace) {
   const DWORD size = static_cast<DWORD>(std::strlen(text) + 1);
   if (!VXRReg_SetRegValueToHive(VXR_KEY_ORG_CRITDEVDB, entry, value, text, REG_SZ, size)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRReg_SetRegValueToHive(%s:%s) failed!\n", caller, entry, label);
+    trace.Error("VXRReg_SetRegValueToHive(%s:%s) failed!\n", entry, label);
     return false;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:setting %s:%s=%s...ok\n", caller, entry, value, text);
+  trace.Check("setting %s:%s=%s...ok\n", entry, value, text);
   return true;
 }
 
@@ -43,21 +42,20 @@ bool WriteText(const char *entry, const char *value, const char *label, const ch
 BOOL VXRDev_PostGetDriver(VXR_DRIVER *pVXRDriver, VXR_DEVICE *pVXRDevice) {
   const CallTrace trace = TraceCall();
   if (!Given(pVXRDriver, "pVXRDriver") || !Given(pVXRDevice, "pVXRDevice")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:instance=%s\n", __func__, pVXRDevice->szInstanceID);
+  trace.Check("instance=%s\n", pVXRDevice->szInstanceID);
   const DeviceSet set = PresentDevices(&pVXRDevice->guDevice);
   if (set == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiGetClassDevs():failed:ec=0x%08x\n", __func__, platform::GetLastError());
+    trace.Error("SetupDiGetClassDevs():failed:ec=0x%08x\n", platform::GetLastError());
     return FALSE;
   }
   SP_DEVINFO_DATA device = {};
   device.cbSize = sizeof(device);
   if (!platform::SetupDiEnumDeviceInfo(set.get(), pVXRDevice->iDevEnum, &device)) {
-    VXRDbg_Log(kError, "ERROR:%s:SetupDiEnumDeviceInfo():failed for index=%d!ec=0x%08x\n", __func__,
-               pVXRDevice->iDevEnum, platform::GetLastError());
+    trace.Error("SetupDiEnumDeviceInfo():failed for index=%d!ec=0x%08x\n", pVXRDevice->iDevEnum, platform::GetLastError());
     return FALSE;
   }
   if (!VXRDev_CreateRegCRCDB(&pVXRDevice->guDevice, set.get(), &device, pVXRDriver)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_CreateRegCRCDB():failed \n", __func__);
+    trace.Error("VXRDev_CreateRegCRCDB():failed \n");
     return FALSE;
   }
   return TRUE;
@@ -67,10 +65,9 @@ BOOL VXRDev_CreateRegCRCDB(const GUID *classGuid, HDEVINFO hDevInfo, SP_DEVINFO_
                            VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (!Given(pVXRDriver, "pVXRDriver")) return FALSE;
-  const HeapText entry = EntryName(*pVXRDriver, __func__);
+  const HeapText entry = EntryName(*pVXRDriver, trace);
   if (entry == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:no id, or no memory, to name the critical-device entry after, nothing written\n",
-               __func__);
+    trace.Error("no id, or no memory, to name the critical-device entry after, nothing written\n");
     return FALSE;
   }
   // Windows does not take an entry without a service for a driver, so we look for one before writing anything.
@@ -84,14 +81,11 @@ BOOL VXRDev_CreateRegCRCDB(const GUID *classGuid, HDEVINFO hDevInfo, SP_DEVINFO_
     service = registered.get();
   }
   if (Empty(service)) {
-    VXRDbg_Log(kError, "ERROR:%s:no service name for %s in the inf file or the local registry, nothing written\n",
-               __func__, entry.get());
+    trace.Error("no service name for %s in the inf file or the local registry, nothing written\n", entry.get());
     return FALSE;
   }
   const HeapText guid = VXRDev_GetGuidString(classGuid, TRUE);
-  if (guid == nullptr || !WriteText(entry.get(), "ClassGUID", "ClassGuid", guid.get(), __func__)) return FALSE;
-  VXRDbg_Log(kCheck,
-             fromInf ? "CHECK:%s:service name from inf is:%s\n" : "CHECK:%s:service name from local reg is:%s\n",
-             __func__, service);
-  return WriteText(entry.get(), "Service", "Service", service, __func__);
+  if (guid == nullptr || !WriteText(entry.get(), "ClassGUID", "ClassGuid", guid.get(), trace)) return FALSE;
+  trace.Check(fromInf ? "service name from inf is:%s\n" : "service name from local reg is:%s\n", service);
+  return WriteText(entry.get(), "Service", "Service", service, trace);
 }

@@ -11,7 +11,7 @@ namespace {
 
 constexpr SIZE_T kSectionNameSize = 256;
 
-HeapText ReadField(HINF hInf, DWORD index, INFCONTEXT *line, DWORD *size, DWORD type, const char *caller) {
+HeapText ReadField(HINF hInf, DWORD index, INFCONTEXT *line, DWORD *size, DWORD type, const Caller &trace) {
   switch (type) {
     case VXRINF_TYPE_SZ:
       return VXRDev_GetInfLineFieldSZ(hInf, index, line, size, FALSE);
@@ -22,7 +22,7 @@ HeapText ReadField(HINF hInf, DWORD index, INFCONTEXT *line, DWORD *size, DWORD 
     case VXRINF_TYPE_BIN:
       return VXRDev_GetInfLineFieldBIN(hInf, index, line, size);
     default:
-      VXRDbg_Log(kError, "ERROR:%s:unknown type = %u\n", caller, type);
+      trace.Error("unknown type = %u\n", type);
       return nullptr;
   }
 }
@@ -60,13 +60,13 @@ HeapText VXRDev_GetInfLineField(HINF hInf, DWORD index, INFCONTEXT *pContext, DW
   const CallTrace trace = TraceCall();
   if (!Given(pContext, "pContext")) return nullptr;
   DWORD bytes = 0;
-  HeapText field = ReadField(hInf, index, pContext, &bytes, type, __func__);
+  HeapText field = ReadField(hInf, index, pContext, &bytes, type, trace);
   if (field != nullptr && (type == VXRINF_TYPE_SZ || type == VXRINF_TYPE_MSZ)) {
     HeapText converted = VXRDev_InfConvertStringToken(hInf, field.get(), &bytes, type);
     if (converted != nullptr) field = std::move(converted);
   }
   if (size != nullptr) *size = bytes;
-  VXRDbg_Log(kFlush, "FLUSH:%s:index=%u:type=%u:size=%u bytes:ret at %p\n", __func__, index, type, bytes, field.get());
+  trace.Flush("index=%u:type=%u:size=%u bytes:ret at %p\n", index, type, bytes, field.get());
   return field;
 }
 
@@ -78,10 +78,10 @@ HeapText VXRDev_GetInfLineFieldSZ(HINF, DWORD index, INFCONTEXT *pContext, DWORD
   HeapText data = AllocText(bytes, "pData");
   if (data == nullptr) return nullptr;
   if (!read(pContext, index, data.get(), bytes, nullptr)) {
-    LogFailure(bMultiSz ? "SetupGetMultiSzField" : "SetupGetStringField", "None");
+    trace.Failed(bMultiSz ? "SetupGetMultiSzField" : "SetupGetStringField", "None");
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:pData(%u bytes:%s) = %s\n", __func__, bytes, bMultiSz ? "MSZ" : "SZ", data.get());
+  trace.Flush("pData(%u bytes:%s) = %s\n", bytes, bMultiSz ? "MSZ" : "SZ", data.get());
   *size = bytes;
   return data;
 }
@@ -96,14 +96,14 @@ HeapText VXRDev_GetInfLineFieldINT(HINF hInf, DWORD index, INFCONTEXT *pContext,
     DWORD textSize = 0;
     const HeapText text = VXRDev_GetInfLineFieldSZ(hInf, index, pContext, &textSize, FALSE);
     if (text == nullptr) {
-      LogFailure("VXRDev_GetInfLineFieldSZ", "Failed to get int as string token");
+      trace.Failed("VXRDev_GetInfLineFieldSZ", "Failed to get int as string token");
       *size = 0;
       return nullptr;
     }
     value = static_cast<int>(LeadingNumber(text.get()));
   }
   std::memcpy(data.get(), &value, sizeof(value));
-  VXRDbg_Log(kFlush, "FLUSH:%s:field ind=%02d:val=0x%08x\n", __func__, index, value);
+  trace.Flush("field ind=%02d:val=0x%08x\n", index, value);
   return data;
 }
 
@@ -115,10 +115,10 @@ HeapText VXRDev_GetInfLineFieldBIN(HINF, DWORD index, INFCONTEXT *pContext, DWOR
   HeapText data = AllocText(bytes, "SetupGetBinaryField");
   if (data == nullptr) return nullptr;
   if (!platform::SetupGetBinaryField(pContext, index, reinterpret_cast<BYTE *>(data.get()), bytes, nullptr)) {
-    LogFailure("SetupGetBinaryField", "None");
+    trace.Failed("SetupGetBinaryField", "None");
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:field ind=%02d:total %02d bytes\n", __func__, index, bytes);
+  trace.Flush("field ind=%02d:total %02d bytes\n", index, bytes);
   *size = bytes;
   return data;
 }
@@ -142,12 +142,12 @@ HeapText VXRDev_InfConvertStringToken(HINF hInf, const char *szToken, DWORD *siz
     if (!platform::SetupGetStringFieldA(&line, 0, nullptr, 0, &bytes) || bytes != nameLength + 1) continue;
     std::memset(key.get(), 0, keySize);
     if (!platform::SetupGetStringFieldA(&line, 0, key.get(), keySize, nullptr)) {
-      LogFailure("SetupGetStringField", "Failed to get key name!");
+      trace.Failed("SetupGetStringField", "Failed to get key name!");
       return nullptr;
     }
     if (VXREng_StrNICmp(key.get(), name, nameLength) != 0) continue;
     DWORD valueSize = 0;
-    HeapText value = ReadField(hInf, 1, &line, &valueSize, type, __func__);
+    HeapText value = ReadField(hInf, 1, &line, &valueSize, type, trace);
     if (value == nullptr) continue;
     *size = valueSize;
     return value;
@@ -167,11 +167,11 @@ BOOL VXRDev_FindInfSection(HINF hInf, const char *szSection, const char *szDecor
                    function);
   };
   if (!compose(szDecoration)) return FALSE;
-  VXRDbg_Log(kFlush, "FLUSH:%s:looking for szSectArch=%s\n", function, name.get());
+  trace.Flush("looking for szSectArch=%s\n", name.get());
 
   const char *next = szDecorations != nullptr ? szDecorations : "";
   for (DWORD attempt = 0;; ++attempt) {
-    VXRDbg_Log(kFlush, "FLUSH:%s:checking %u:%s\n", function, attempt, name.get());
+    trace.Flush("checking %u:%s\n", attempt, name.get());
     if (FirstLine(hInf, name.get(), pContext)) break;
     if (next == nullptr) return FALSE;
     // The empty text that closes the list stands for the last attempt, the name without a decoration.
@@ -179,7 +179,7 @@ BOOL VXRDev_FindInfSection(HINF hInf, const char *szSection, const char *szDecor
     next = decoration != nullptr ? NextText(decoration) : nullptr;
     if (!compose(decoration)) return FALSE;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:found section %s\n", function, name.get());
+  trace.Flush("found section %s\n", name.get());
   return TRUE;
 }
 

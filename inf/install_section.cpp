@@ -14,43 +14,41 @@ namespace {
 constexpr DWORD kFirstModelId = 2;  // field of a model line; field 1 is the install section
 
 // Whether a model line lists the id; the driver then borrows it.
-bool MatchModelLine(HINF hInf, INFCONTEXT *line, const char *szHardwareID, VXR_DRIVER *driver, const char *caller) {
+bool MatchModelLine(HINF hInf, INFCONTEXT *line, const char *szHardwareID, VXR_DRIVER *driver, const Caller &trace) {
   const DWORD count = platform::SetupGetFieldCount(line);
   for (DWORD field = kFirstModelId; field <= count; ++field) {
     const HeapText id = TextField(hInf, line, field);
     if (id == nullptr) continue;
-    VXRDbg_Log(kFlush, "FLUSH:%s:checking id %s...\n", caller, id.get());
+    trace.Flush("checking id %s...\n", id.get());
     if (VXRDev_CheckHardwareIDMatch(id.get(), szHardwareID, driver)) {
-      VXRDbg_Log(kCheck, "CHECK:%s:found matched id = %s!\n", caller, id.get());
+      trace.Check("found matched id = %s!\n", id.get());
       driver->szMatchedID = szHardwareID;
       return true;
     }
-    VXRDbg_Log(kFlush, "FLUSH:%s:not a match for id %s ...\n", caller, id.get());
+    trace.Flush("not a match for id %s ...\n", id.get());
   }
   return false;
 }
 
 // Installs what a matching model line names.
 bool InstallModelLine(HINF hInf, INFCONTEXT *line, const char *szInfDir, const char *szDecoration, VXR_DRIVER *driver,
-                      const char *caller) {
+                      const Caller &trace) {
   const HeapText section = TextField(hInf, line, 1);
   if (section == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:no isntallation section found!\n", caller);
+    trace.Error("no isntallation section found!\n");
     ReportRefusal(VXRMACHINE_REFUSED_NO_SECTION);
     return false;
   }
   if (!VXRDev_ProcessInstSect(hInf, szInfDir, section.get(), szDecoration, driver)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_ProcessInstSect() failed for InstSect=%s\n", caller, section.get());
+    trace.Error("VXRDev_ProcessInstSect() failed for InstSect=%s\n", section.get());
     return false;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:successfully processed InstSect=%s:Arch=%s\n", caller, section.get(),
-             DecorationName(szDecoration));
+  trace.Check("successfully processed InstSect=%s:Arch=%s\n", section.get(), DecorationName(szDecoration));
   if (!VXRDev_ProcessSrvcSect(hInf, szInfDir, section.get(), szDecoration, driver)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_ProcessSrvcSect() failed for SrvcSect=%s\n", caller, section.get());
+    trace.Error("VXRDev_ProcessSrvcSect() failed for SrvcSect=%s\n", section.get());
     return false;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:successfully processed SrvcSect=%s:Arch=%s\n", caller, section.get(),
-             DecorationName(szDecoration));
+  trace.Check("successfully processed SrvcSect=%s:Arch=%s\n", section.get(), DecorationName(szDecoration));
   return true;
 }
 
@@ -73,7 +71,7 @@ constexpr const char *kPassedOver[] = {"DelReg",          "DriverVer", "Include"
 
 // One line of an install section. `text` is its key and becomes the last text that was read from the line.
 BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir, HeapText *text, VXR_DRIVER *driver,
-                  const char *caller) {
+                  const Caller &trace) {
   const HeapText &key = *text;
   for (const ValueDirective &directive : kValueDirectives) {
     if (!BeginsWith(key.get(), directive.keyword)) continue;
@@ -82,7 +80,7 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
     for (DWORD field = 1; field <= count; ++field) {
       HeapText value = TextField(hInf, line, field);
       if (value == nullptr) continue;
-      VXRDbg_Log(kFlush, "FLUSH:%s:iFldCnt=%d:%s=%s\n", caller, field, directive.keyword, value.get());
+      trace.Flush("iFldCnt=%d:%s=%s\n", field, directive.keyword, value.get());
       result = directive.process(hInf, szInfDir, value.get(), driver);
       *text = std::move(value);
       valued = true;
@@ -90,11 +88,11 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
     if (!valued) ReportRefusal(VXRMACHINE_REFUSED_EMPTY_DIRECTIVE, key.get());
     return result;
   }
-  VXRDbg_Log(kFixme, "FIXME:%s:not processing field=%s...\n", caller, key.get());
+  trace.Fixme("not processing field=%s...\n", key.get());
   const bool known = std::any_of(std::begin(kPassedOver), std::end(kPassedOver),
                                  [&](const char *keyword) { return BeginsWith(key.get(), keyword); });
   if (!known) {
-    VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", caller, key.get());
+    trace.Error("unknown field=%s:corrupted inf file!\n", key.get());
     ReportRefusal(VXRMACHINE_REFUSED_DIRECTIVE, key.get());
   }
   return known;
@@ -105,19 +103,19 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
 BOOL VXRDev_ProcessModSect(HINF hInf, const char *szInfDir, const char *szModSect, const char *szDecoration,
                            const char *szHardwareID, VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
-  VXRDbg_Log(kFlush, "FLUSH:%s:ModSect=%s.%s:id=%s\n", __func__, szModSect, DecorationName(szDecoration), szHardwareID);
+  trace.Flush("ModSect=%s.%s:id=%s\n", szModSect, DecorationName(szDecoration), szHardwareID);
   INFCONTEXT line = {};
   if (!VXRDev_FindInfSection(hInf, szModSect, szDecoration, nullptr, nullptr, &line)) return FALSE;
-  VXRDbg_Log(kFlush, "FLUSH:%s:found section=%s.%s\n", __func__, szModSect, DecorationName(szDecoration));
+  trace.Flush("found section=%s.%s\n", szModSect, DecorationName(szDecoration));
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     const HeapText device = TextField(hInf, &line, 0);
     if (device == nullptr) continue;
-    VXRDbg_Log(kFlush, "FLUSH:%s:checking device:%s..\n", __func__, device.get());
-    if (!MatchModelLine(hInf, &line, szHardwareID, pVXRDriver, __func__)) {
-      VXRDbg_Log(kFlush, "FLUSH:%s:context:line=%03u:sec=%03u!\n", __func__, line.Line, line.Section);
+    trace.Flush("checking device:%s..\n", device.get());
+    if (!MatchModelLine(hInf, &line, szHardwareID, pVXRDriver, trace)) {
+      trace.Flush("context:line=%03u:sec=%03u!\n", line.Line, line.Section);
       continue;
     }
-    if (InstallModelLine(hInf, &line, szInfDir, szDecoration, pVXRDriver, __func__)) {
+    if (InstallModelLine(hInf, &line, szInfDir, szDecoration, pVXRDriver, trace)) {
       platform::ReportDecision(VXRMACHINE_DRIVER_TAKEN, device.get(), szHardwareID);
       return TRUE;
     }
@@ -129,7 +127,7 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
                             VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (!HandleGiven(hInf) || !Given(szInfDir, "szInfDir") || !DecorationsGiven(pVXRDriver)) return FALSE;
-  VXRDbg_Log(kFlush, "FLUSH:%s:InstSect=%s.%s\n", __func__, szInstSect, DecorationName(szDecoration));
+  trace.Flush("InstSect=%s.%s\n", szInstSect, DecorationName(szDecoration));
   INFCONTEXT line = {};
   if (!VXRDev_FindInfSection(hInf, szInstSect, szDecoration, nullptr, pVXRDriver->pVXRDevice->szTargetOS, &line)) {
     ReportRefusal(VXRMACHINE_REFUSED_NO_SECTION, szInstSect);
@@ -142,28 +140,26 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
     text = TextField(hInf, &line, 0);
     if (text == nullptr) continue;
     const DWORD count = platform::SetupGetFieldCount(&line);
-    VXRDbg_Log(kFlush, "FLUSH:%s:Key=%s:FieldCount=%d\n", __func__, text.get(), count);
-    result = RunDirective(hInf, &line, count, szInfDir, &text, pVXRDriver, __func__);
+    trace.Flush("Key=%s:FieldCount=%d\n", text.get(), count);
+    result = RunDirective(hInf, &line, count, szInfDir, &text, pVXRDriver, trace);
     if (!result) {
-      VXRDbg_Log(kError, "ERROR:%s:failed to process %s\n", __func__, text.get());
+      trace.Error("failed to process %s\n", text.get());
       break;
     }
   }
   if (text == nullptr) ReportRefusal(VXRMACHINE_REFUSED_BARE_LINE, szInstSect);
-  VXRDbg_Log(kCheck,
-             result ? "CHECK:%s:InstSect=%s.%s:processed ok!\n" : "CHECK:%s:InstSect=%s.%s:processing failed!\n",
-             __func__, szInstSect, DecorationName(szDecoration));
+  trace.Check(result ? "InstSect=%s.%s:processed ok!\n" : "InstSect=%s.%s:processing failed!\n", szInstSect, DecorationName(szDecoration));
   return result;
 }
 
 BOOL VXRDev_ProcessAddReg(HINF hInf, const char *, const char *szSection, DWORD uiHKRType) {
   const CallTrace trace = TraceCall();
   const char *function = __func__;
-  const ScopeGuard done([=] { VXRDbg_Log(kCheck, "CHECK:%s:section %s:done.\n", function, szSection); });
+  const ScopeGuard done([=] { trace.Check("section %s:done.\n", szSection); });
   if (!HandleGiven(hInf) || !Given(szSection, "szSection")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:section=%s\n", __func__, szSection);
+  trace.Check("section=%s\n", szSection);
   if (uiHKRType != kServiceRoot) {
-    VXRDbg_Log(kWarning, "WARNG:%s:uiHKRType=%d:bypass processing\n", __func__, uiHKRType);
+    trace.Warning("uiHKRType=%d:bypass processing\n", uiHKRType);
     return TRUE;
   }
   INFCONTEXT line = {};
@@ -171,12 +167,12 @@ BOOL VXRDev_ProcessAddReg(HINF hInf, const char *, const char *szSection, DWORD 
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     const HeapText root = TextField(hInf, &line, 1);
     if (root == nullptr) {
-      LogFailure("VXRDev_GetInfLineField", "No Root !\n");
+      trace.Failed("VXRDev_GetInfLineField", "No Root !\n");
       continue;
     }
-    VXRDbg_Log(kFlush, "FLUSH:%s:checking root %s...\n", __func__, root.get());
+    trace.Flush("checking root %s...\n", root.get());
     if (BeginsWith(root.get(), "HKU") || BeginsWith(root.get(), "HKCU") || BeginsWith(root.get(), "HKCR")) {
-      VXRDbg_Log(kWarning, "WARNG:%s:szRoot=%s:bypassed processing...\n", __func__, root.get());
+      trace.Warning("szRoot=%s:bypassed processing...\n", root.get());
     }
   }
   return TRUE;

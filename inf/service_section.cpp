@@ -36,26 +36,26 @@ HeapText FilledField(HINF hInf, INFCONTEXT *line, DWORD index) {
 
 // An AddService line: stores its service name in the driver and returns the name of its service-install section. Null,
 // without a service name stored, when it lacks either.
-HeapText ReadAddService(HINF hInf, INFCONTEXT *line, const char *key, VXR_DRIVER *driver, const char *caller) {
+HeapText ReadAddService(HINF hInf, INFCONTEXT *line, const char *key, VXR_DRIVER *driver, const Caller &trace) {
   FreeMember(driver->szService);
   driver->szService = FilledField(hInf, line, kServiceNameField).release();
   if (driver->szService == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:field=%s:missing service name!!!\n", caller, key);
+    trace.Error("field=%s:missing service name!!!\n", key);
     return nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:Service=%s...\n", caller, driver->szService);
+  trace.Check("Service=%s...\n", driver->szService);
   HeapText section = FilledField(hInf, line, kServiceInstallField);
   if (section == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:field=%s:missing service install section name!!!\n", caller, key);
+    trace.Error("field=%s:missing service install section name!!!\n", key);
     FreeMember(driver->szService);
   }
   return section;
 }
 
-void LogOtherServiceKey(const char *key, const char *caller) {
-  VXRDbg_Log(kFixme, "FIXME:%s:bypassing field=%s...\n", caller, key);
+void LogOtherServiceKey(const char *key, const Caller &trace) {
+  trace.Fixme("bypassing field=%s...\n", key);
   if (!BeginsWith(key, "DelService") && !BeginsWith(key, "Include") && !BeginsWith(key, "Needs")) {
-    VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", caller, key);
+    trace.Error("unknown field=%s:corrupted inf file!\n", key);
   }
 }
 
@@ -67,7 +67,7 @@ const ServiceValue *FindServiceValue(const char *key) {
 }
 
 BOOL WriteServiceValue(HINF hInf, INFCONTEXT *line, const ServiceValue &value, const char *szService,
-                       const char *caller) {
+                       const Caller &trace) {
   DWORD size = 0;
   HeapText data = VXRDev_GetInfLineField(hInf, 1, line, &size, value.fieldType);
   if (data == nullptr) return FALSE;
@@ -75,24 +75,24 @@ BOOL WriteServiceValue(HINF hInf, INFCONTEXT *line, const ServiceValue &value, c
   if (value.fieldType == VXRINF_TYPE_INT) {
     DWORD number = 0;
     std::memcpy(&number, data.get(), sizeof(number));
-    VXRDbg_Log(kCheck, "CHECK:%s:%s=0x%08x:size=%u bytes\n", caller, value.keyword, number, size);
+    trace.Check("%s=0x%08x:size=%u bytes\n", value.keyword, number, size);
     type = REG_DWORD;
   } else {
-    VXRDbg_Log(kCheck, "CHECK:%s:%s=%s:size=%u bytes\n", caller, value.keyword, data.get(), size);
+    trace.Check("%s=%s:size=%u bytes\n", value.keyword, data.get(), size);
   }
   if (value.isImagePath) {
     data = VXRDev_FixSystemPath(std::move(data));
     size = static_cast<DWORD>(std::strlen(data.get()) + 1);
-    VXRDbg_Log(kCheck, "CHECK:%s:Fixed Binary=%s:size=%u bytes\n", caller, data.get(), size);
+    trace.Check("Fixed Binary=%s:size=%u bytes\n", data.get(), size);
   }
   return VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, szService, value.name, data.get(), type, size);
 }
 
-BOOL WalkServiceAddReg(HINF hInf, INFCONTEXT *line, const char *szInfDir, const char *caller) {
+BOOL WalkServiceAddReg(HINF hInf, INFCONTEXT *line, const char *szInfDir, const Caller &trace) {
   BOOL result = FALSE;
   HeapText section;
   for (DWORD field = 1; (section = TextField(hInf, line, field)) != nullptr; ++field) {
-    VXRDbg_Log(kCheck, "CHECK:%s:iAdd=%d:AddReg=%s\n", caller, field, section.get());
+    trace.Check("iAdd=%d:AddReg=%s\n", field, section.get());
     result = VXRDev_ProcessAddReg(hInf, szInfDir, section.get(), kServiceRoot);
   }
   return result;
@@ -104,26 +104,25 @@ BOOL VXRDev_ProcessSrvcSect(HINF hInf, const char *szInfDir, const char *szInstS
                             VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (!HandleGiven(hInf) || !DecorationsGiven(pVXRDriver)) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:SrvcSect=%s.%s:inj=%s\n", __func__, szInstSect, DecorationName(szDecoration),
-             pVXRDriver->bInject ? "TRUE" : "FALSE");
+  trace.Check("SrvcSect=%s.%s:inj=%s\n", szInstSect, DecorationName(szDecoration), pVXRDriver->bInject ? "TRUE" : "FALSE");
   INFCONTEXT line = {};
   BOOL more =
       VXRDev_FindInfSection(hInf, szInstSect, szDecoration, "Services", pVXRDriver->pVXRDevice->szTargetOS, &line);
   for (; more; more = NextLine(&line)) {
     const HeapText key = TextField(hInf, &line, 0);
     if (key == nullptr) break;
-    VXRDbg_Log(kFlush, "CHECK:%s:Key=%s\n", __func__, key.get());
+    trace.Log(kFlush, "CHECK", "Key=%s\n", key.get());
     if (!BeginsWith(key.get(), "AddService")) {
-      LogOtherServiceKey(key.get(), __func__);
+      LogOtherServiceKey(key.get(), trace);
       continue;
     }
-    const HeapText section = ReadAddService(hInf, &line, key.get(), pVXRDriver, __func__);
+    const HeapText section = ReadAddService(hInf, &line, key.get(), pVXRDriver, trace);
     if (section == nullptr) continue;
     if (!pVXRDriver->bInject) {
-      VXRDbg_Log(kCheck, "CHECK:%s:SrvInst=%s:located ok...\n", __func__, section.get());
+      trace.Check("SrvInst=%s:located ok...\n", section.get());
       return TRUE;
     }
-    VXRDbg_Log(kCheck, "CHECK:%s:SrvInst=%s:prepare to add service...\n", __func__, section.get());
+    trace.Check("SrvInst=%s:prepare to add service...\n", section.get());
     return VXRDev_ProcessSrvcInst(hInf, szInfDir, pVXRDriver->szService, section.get());
   }
   ReportRefusal(VXRMACHINE_REFUSED_NO_SERVICE, szInstSect);
@@ -133,7 +132,7 @@ BOOL VXRDev_ProcessSrvcSect(HINF hInf, const char *szInfDir, const char *szInstS
 BOOL VXRDev_ProcessSrvcInst(HINF hInf, const char *szInfDir, const char *szService, const char *szSrvcInst) {
   const CallTrace trace = TraceCall();
   if (!HandleGiven(hInf) || !Given(szService, "szService") || !Given(szSrvcInst, "szSrvcInst")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:Service=%s:SrvcInst=%s\n", __func__, szService, szSrvcInst);
+  trace.Check("Service=%s:SrvcInst=%s\n", szService, szSrvcInst);
   INFCONTEXT line = {};
   if (!FirstLine(hInf, szSrvcInst, &line)) {
     ReportRefusal(VXRMACHINE_REFUSED_SERVICE_SECTION, szSrvcInst);
@@ -145,13 +144,13 @@ BOOL VXRDev_ProcessSrvcInst(HINF hInf, const char *szInfDir, const char *szServi
     result = FALSE;
     key = TextField(hInf, &line, 0);
     if (key == nullptr) continue;
-    VXRDbg_Log(kFlush, "CHECK:%s:Key=%s\n", __func__, key.get());
+    trace.Log(kFlush, "CHECK", "Key=%s\n", key.get());
     if (const ServiceValue *value = FindServiceValue(key.get()); value != nullptr) {
-      result = WriteServiceValue(hInf, &line, *value, szService, __func__);
+      result = WriteServiceValue(hInf, &line, *value, szService, trace);
     } else if (BeginsWith(key.get(), "AddReg")) {
-      result = WalkServiceAddReg(hInf, &line, szInfDir, __func__);
+      result = WalkServiceAddReg(hInf, &line, szInfDir, trace);
     } else {
-      VXRDbg_Log(kError, "ERROR:%s:unknown field=%s:corrupted inf file!\n", __func__, key.get());
+      trace.Error("unknown field=%s:corrupted inf file!\n", key.get());
       result = TRUE;
     }
   }
@@ -163,14 +162,14 @@ HeapText VXRDev_FixSystemPath(HeapText szImage) {
   static constexpr char kDirectory[] = "system32\\drivers";
   const CallTrace trace = TraceCall();
   if (!Given(szImage.get(), "szImage")) return nullptr;
-  VXRDbg_Log(kCheck, "CHECK:%s:input imagepath=%s\n", __func__, szImage.get());
+  trace.Check("input imagepath=%s\n", szImage.get());
   const char *tail = LastBackslash(szImage.get());
   if (tail == nullptr) return szImage;
-  VXRDbg_Log(kCheck, "CHECK:%s:extracted image file name=%s\n", __func__, tail);
+  trace.Check("extracted image file name=%s\n", tail);
   const SIZE_T size = std::strlen(kDirectory) + std::strlen(tail) + 1;
   HeapText fixed = AllocText(size, "szFixedImage");
   if (fixed == nullptr) return szImage;
   PutText(fixed.get(), size, "szFixedImage", {kDirectory, tail});
-  VXRDbg_Log(kCheck, "CHECK:%s:fixed image:%s --> %s\n", __func__, szImage.get(), fixed.get());
+  trace.Check("fixed image:%s --> %s\n", szImage.get(), fixed.get());
   return fixed;
 }

@@ -34,69 +34,66 @@ constexpr const char *kKeys[] = {
 static_assert(std::size(kKeys) == VXR_KEY_ORG_ENUM + 1);
 
 // Null after logging why, with the reason in `*status`.
-OpenedKey OpenKey(HKEY root, const char *szKey, LSTATUS *status, const char *caller) {
+OpenedKey OpenKey(HKEY root, const char *szKey, LSTATUS *status, const Caller &trace) {
   HKEY key = nullptr;
   const LSTATUS rc = *status = platform::RegOpenKeyA(root, szKey, &key);
   if (rc != ERROR_SUCCESS) {
-    VXRDbg_Log(kError, "ERROR:%s:RegOpenKey(%s) failed!rc=%d:ec=%d\n", caller, szKey, rc, platform::GetLastError());
+    trace.Error("RegOpenKey(%s) failed!rc=%d:ec=%d\n", szKey, rc, platform::GetLastError());
     return nullptr;
   }
   if (key == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:RegOpenKey(%s) returned null\n", caller, szKey);
+    trace.Error("RegOpenKey(%s) returned null\n", szKey);
     *status = ERROR_INVALID_HANDLE;
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:RegOpenKey(%s):hKey=%p...ok\n", caller, szKey, key);
+  trace.Flush("RegOpenKey(%s):hKey=%p...ok\n", szKey, key);
   return OpenedKey(key);
 }
 
 // Reads a value of the open key whole; `szKey` is for the log. Null after logging why, with the reason in
 // `*status`.
 HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type, DWORD *size, LSTATUS *status,
-                   const char *caller) {
+                   const Caller &trace) {
   DWORD needed = 0;
   LSTATUS rc = *status = platform::RegQueryValueExA(key, szValue, nullptr, type, nullptr, &needed);
   if (rc != ERROR_SUCCESS) {
-    VXRDbg_Log(kError, "ERROR:%s:RegQueryValueEx(%s\\%s) failed for size !rc=%d ec=%d\n", caller, szKey, szValue, rc,
-               platform::GetLastError());
+    trace.Error("RegQueryValueEx(%s\\%s) failed for size !rc=%d ec=%d\n", szKey, szValue, rc, platform::GetLastError());
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:RegQueryValue():needs %u bytes for data of type %u\n", caller, needed, *type);
+  trace.Flush("RegQueryValue():needs %u bytes for data of type %u\n", needed, *type);
   HeapText data = AllocTextUnlogged(SIZE_T{needed} + 2);
   if (data == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:HeapAlloc() failed for %u bytes!ec=%d\n", caller, needed, platform::GetLastError());
+    trace.Error("HeapAlloc() failed for %u bytes!ec=%d\n", needed, platform::GetLastError());
     *status = ERROR_NOT_ENOUGH_MEMORY;
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:HeapAlloc():%u bytes buffer allocated at %p\n", caller, needed, data.get());
+  trace.Flush("HeapAlloc():%u bytes buffer allocated at %p\n", needed, data.get());
   *size = needed;
   rc = *status = platform::RegQueryValueExA(key, szValue, nullptr, type, reinterpret_cast<BYTE *>(data.get()), size);
   if (rc != ERROR_SUCCESS) {
-    VXRDbg_Log(kError, "ERROR:%s:RegQueryValue(%s\\%s) failed!rc=%d ec=%d\n", caller, szKey, szValue, rc,
-               platform::GetLastError());
+    trace.Error("RegQueryValue(%s\\%s) failed!rc=%d ec=%d\n", szKey, szValue, rc, platform::GetLastError());
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:Successfully retrieved %u bytes data for %s\\%s as type %u at buffer %p\n", caller,
-             *size, szKey, szValue, *type, data.get());
+  trace.Flush("Successfully retrieved %u bytes data for %s\\%s as type %u at buffer %p\n", *size, szKey, szValue, *type, data.get());
   return data;
 }
 
 // Opens the key, or creates it. Null after logging why.
-OpenedKey OpenOrCreateKey(HKEY root, const char *szKey, const char *caller) {
+OpenedKey OpenOrCreateKey(HKEY root, const char *szKey, const Caller &trace) {
   HKEY key = nullptr;
   if (platform::RegOpenKeyA(root, szKey, &key) != ERROR_SUCCESS) {
-    VXRDbg_Log(kError, "ERROR:%s:RegOpenKey(%s) failed!create it...\n", caller, szKey);
+    trace.Error("RegOpenKey(%s) failed!create it...\n", szKey);
     const LSTATUS rc = platform::RegCreateKeyA(root, szKey, &key);
     if (rc != ERROR_SUCCESS) {
-      VXRDbg_Log(kError, "ERROR:%s:RegCreateKey(%s) failed!rc=%d ec=%d\n", caller, szKey, rc, platform::GetLastError());
+      trace.Error("RegCreateKey(%s) failed!rc=%d ec=%d\n", szKey, rc, platform::GetLastError());
       return nullptr;
     }
   }
   if (key == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:hKey is NULL\n", caller);
+    trace.Error("hKey is NULL\n");
     return nullptr;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:RegOpenKey(%s):hKey=%p...ok\n", caller, szKey, key);
+  trace.Flush("RegOpenKey(%s):hKey=%p...ok\n", szKey, key);
   return OpenedKey(key);
 }
 
@@ -110,7 +107,7 @@ DWORD VXRReg_GetControlSetIndex(BOOL live) {
   if (data == nullptr || size < sizeof index) return 1;
   std::memcpy(&index, data.get(), sizeof index);
   if (index >= 1 && index <= kLastControlSet) return index;
-  VXRDbg_Log(kWarning, "WARNG:%s:Current=%u is no control set, 1 is used\n", __func__, index);
+  trace.Warning("Current=%u is no control set, 1 is used\n", index);
   return 1;
 }
 
@@ -119,15 +116,15 @@ HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szVal
   const CallTrace trace = TraceCall();
   *type = 0;
   *size = 0;
-  VXRDbg_Log(kFlush, "FLUSH:%s:hRoot=%p:szKey=%s:szValue=%s\n", __func__, root, szKey, szValue);
+  trace.Flush("hRoot=%p:szKey=%s:szValue=%s\n", root, szKey, szValue);
   HeapText data;
   LSTATUS rc = ERROR_SUCCESS;
-  if (const OpenedKey key = OpenKey(root, szKey, &rc, __func__); key != nullptr) {
-    data = ReadValue(key.get(), szKey, szValue, type, size, &rc, __func__);
+  if (const OpenedKey key = OpenKey(root, szKey, &rc, trace); key != nullptr) {
+    data = ReadValue(key.get(), szKey, szValue, type, size, &rc, trace);
   }
   if (status != nullptr) *status = rc;
   if (data == nullptr) *type = *size = 0;
-  VXRDbg_Log(kFlush, "FLUSH:%s:_LEAVE_:return=%p:type=%x:size=%u\n", __func__, data.get(), *type, *size);
+  trace.Flush("_LEAVE_:return=%p:type=%x:size=%u\n", data.get(), *type, *size);
   return data;
 }
 
@@ -135,18 +132,16 @@ BOOL VXRReg_SetRegistryValue(HKEY root, const char *szKey, const char *szValue, 
                              DWORD size) {
   const CallTrace trace = TraceCall();
   const char *const function = __func__;
-  const ScopeGuard leave([=] { VXRDbg_Log(kFlush, "FLUSH:%s:_LEAVE_\n", function); });
-  VXRDbg_Log(kFlush, "FLUSH:%s:hRoot=%p:szKey=%s:szValue=%s\n", __func__, root, szKey, szValue);
-  const OpenedKey key = OpenOrCreateKey(root, szKey, __func__);
+  const ScopeGuard leave([=] { trace.Flush("_LEAVE_\n"); });
+  trace.Flush("hRoot=%p:szKey=%s:szValue=%s\n", root, szKey, szValue);
+  const OpenedKey key = OpenOrCreateKey(root, szKey, trace);
   if (key == nullptr) return FALSE;
   const LSTATUS rc = platform::RegSetValueExA(key.get(), szValue, 0, type, static_cast<const BYTE *>(data), size);
   if (rc != ERROR_SUCCESS) {
-    VXRDbg_Log(kError, "ERROR:%s:RegSetValueEx(%s\\%s) failed!rc=%d ec=%d\n", __func__, szKey, szValue, rc,
-               platform::GetLastError());
+    trace.Error("RegSetValueEx(%s\\%s) failed!rc=%d ec=%d\n", szKey, szValue, rc, platform::GetLastError());
     return FALSE;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:Successfully set %u bytes data for %s\\%s as type %u at buffer %p\n", __func__, size,
-             szKey, szValue, type, data);
+  trace.Flush("Successfully set %u bytes data for %s\\%s as type %u at buffer %p\n", size, szKey, szValue, type, data);
   return TRUE;
 }
 
@@ -166,22 +161,20 @@ HeapText VXRReg_GetKeyNameByType(BOOL live, DWORD type, const char *subkey) {
 BOOL VXRReg_SetRegValueToHive(DWORD type, const char *szKeyName, const char *szValue, const void *data, DWORD dataType,
                               DWORD size) {
   const CallTrace trace = TraceCall();
-  VXRDbg_Log(kFlush, "FLUSH:%s:szKeyName=%s:val=%s:type=%x:size=%d:pdata=%p\n", __func__, szKeyName, szValue, dataType,
-             size, data);
+  trace.Flush("szKeyName=%s:val=%s:type=%x:size=%d:pdata=%p\n", szKeyName, szValue, dataType, size, data);
   BOOL written = FALSE;
   const HeapText szKey = VXRReg_GetKeyNameByType(FALSE, type, szKeyName);
   if (szKey == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRReg_GetKeyNameByType(type=%d)\n", __func__, type);
+    trace.Error("VXRReg_GetKeyNameByType(type=%d)\n", type);
   } else {
-    VXRDbg_Log(kFlush, "FLUSH:%s:szKey=%s\n", __func__, szKey.get());
+    trace.Flush("szKey=%s\n", szKey.get());
     written = VXRReg_SetRegistryValue(HKEY_LOCAL_MACHINE, szKey.get(), szValue, data, dataType, size);
     if (written) {
-      VXRDbg_Log(kFlush, "FLUSH:%s:successful:szKeyName=%s:val=%s:type=%x:size=%d:pdata=%p\n", __func__, szKeyName,
-                 szValue, dataType, size, data);
+      trace.Flush("successful:szKeyName=%s:val=%s:type=%x:size=%d:pdata=%p\n", szKeyName, szValue, dataType, size, data);
     } else {
-      VXRDbg_Log(kError, "ERROR:%s:VXRReg_SetRegistryValue(%s\\%s)\n", __func__, szKey.get(), szValue);
+      trace.Error("VXRReg_SetRegistryValue(%s\\%s)\n", szKey.get(), szValue);
     }
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:_LEAVE_\n", __func__);
+  trace.Flush("_LEAVE_\n");
   return written;
 }

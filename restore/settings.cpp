@@ -25,33 +25,33 @@ constexpr Setting kSettings[] = {
     {"RootPath", &VXR_BMRESTORE::szRootPath, false, "CHECK:%s:szRootPath=%s:\n"},
 };
 
-BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const char *caller) {
+BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const Caller &trace) {
   for (const Setting &setting : kSettings) {
     DWORD type = 0, size = 0;
     HeapText text = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, jobKey, setting.value, &type, &size);
     if (text == nullptr) {
-      LogFailure("VXRReg_GetRegistryValue", setting.value, caller);
+      trace.Failed("VXRReg_GetRegistryValue", setting.value);
       return FALSE;
     }
     if (setting.upperCase) VXREng_StrUpr(text.get());
-    VXRDbg_Log(kCheck, setting.line, caller, text.get());
+    VXRDbg_Log(kCheck, setting.line, trace, text.get());
     settings->*setting.member = text.release();
   }
   return TRUE;
 }
 
-BOOL BuildBlock(void *header, const char *caller) {
-  gpVXRBMRestore = AllocRecord<VXR_BMRESTORE>("gpVXRBMRestore", caller).release();
+BOOL BuildBlock(void *header, const Caller &trace) {
+  gpVXRBMRestore = AllocRecord<VXR_BMRESTORE>("gpVXRBMRestore", trace).release();
   if (gpVXRBMRestore == nullptr) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:PVXR_BMRESTORE allocated at %p\n", caller, gpVXRBMRestore);
+  trace.Check("PVXR_BMRESTORE allocated at %p\n", gpVXRBMRestore);
   gpVXRBMRestore->pVXRBMExt = header;
   const char *jobKey = VXREng_GetJobKey();
   if (jobKey == nullptr) {
-    LogFailure("VXREng_GetJobKey", "Null", caller);
+    trace.Failed("VXREng_GetJobKey", "Null");
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:szJobKey = \n", caller);
-  return ReadSettings(jobKey, gpVXRBMRestore, caller);
+  trace.Check("szJobKey = \n");
+  return ReadSettings(jobKey, gpVXRBMRestore, trace);
 }
 
 }  // namespace
@@ -59,11 +59,11 @@ BOOL BuildBlock(void *header, const char *caller) {
 BOOL VXRRlm_Initialize([[maybe_unused]] DWORD job, void *header) {
   const CallTrace trace = TraceCall();
   VXRRlm_Cleanup();
-  if (!BuildBlock(header, __func__)) {
+  if (!BuildBlock(header, trace)) {
     VXRRlm_Cleanup();
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:gpVXRBMRestore initailzed ok at %p\n", __func__, gpVXRBMRestore);
+  trace.Check("gpVXRBMRestore initailzed ok at %p\n", gpVXRBMRestore);
   return TRUE;
 }
 
@@ -76,10 +76,10 @@ BOOL VXRRlm_Cleanup() {
   FreeLogged(settings->szInfDir, "INFOR:%s:freeing szInfDir=%s\n");
   FreeMember(settings->szBootDisk);
   if (settings->pVXRBMExt != nullptr) {
-    VXRDbg_Log(kInfo, "INFOR:%s:pVXRBMExt =%p, nullify it\n", __func__, settings->pVXRBMExt);
+    trace.Info("pVXRBMExt =%p, nullify it\n", settings->pVXRBMExt);
     settings->pVXRBMExt = nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:freeing gpVXRBMRestore=%p\n", __func__, settings);
+  trace.Check("freeing gpVXRBMRestore=%p\n", settings);
   FreeMember(gpVXRBMRestore);
   return TRUE;
 }

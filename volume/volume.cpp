@@ -14,10 +14,10 @@ namespace {
 constexpr DWORD kAnyVolume = 0x400;
 
 // Upper-cased first character of the running system's directory, and the directory in `buffer`; NUL when it is unknown.
-char SystemDrive(char *buffer, const char *caller) {
+char SystemDrive(char *buffer, const Caller &trace) {
   const UINT length = platform::GetSystemDirectoryA(buffer, MAX_PATH);
   if (length == 0 || length >= MAX_PATH) {
-    LogFailure("GetSystemDirectory", "None", caller);
+    trace.Failed("GetSystemDirectory", "None");
     return '\0';
   }
   VXREng_StrUpr(buffer);
@@ -45,7 +45,7 @@ bool TakeNumber(const char **text, const char *prefix, DWORD *number) {
 BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBlock) {
   const CallTrace trace = TraceCall();
   if (pVXRParaBlock == nullptr) {
-    LogNull("pVXRParaBlock");
+    trace.Null("pVXRParaBlock");
     return FALSE;
   }
   if (!pVXRParaBlock->bInject) {
@@ -54,7 +54,7 @@ BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBloc
   }
   const char *bootPart = VXRRlm_GetBootPart();
   if (bootPart == nullptr) {
-    LogFailure("VXRRlm_GetBootPart", "None");
+    trace.Failed("VXRRlm_GetBootPart", "None");
     return FALSE;
   }
   // The numbers serve the log alone, so a text of another form is no error.
@@ -62,13 +62,13 @@ BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBloc
   const DWORD volume = 1;
   const char *rest = bootPart;
   if (TakeNumber(&rest, "\\\\.\\PHYSICALDRIVE", &disk)) TakeNumber(&rest, "\\PARTITION", &part);
-  VXRDbg_Log(kCheck, "CHECK:%s:szBootPart=%s:Disk=%d:Part=%d:Vol=%d\n", __func__, bootPart, disk, part, volume);
+  trace.Check("szBootPart=%s:Disk=%d:Part=%d:Vol=%d\n", bootPart, disk, part, volume);
   const char *rootPath = VXRRlm_GetRootPath();
   if (rootPath == nullptr) {
-    LogFailure("VXRRlm_GetRootPath", "None");
+    trace.Failed("VXRRlm_GetRootPath", "None");
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:szRootPath=%s:chRootDrive=%c\n", __func__, rootPath, rootPath[0]);
+  trace.Check("szRootPath=%s:chRootDrive=%c\n", rootPath, rootPath[0]);
   return TRUE;
 }
 
@@ -79,15 +79,15 @@ DWORD VXRVol_CheckVolumeType(char driveLetter) {
   WIN32_FIND_DATAA found = {};
   const HANDLE search = platform::FindFirstFileA(bootIni, &found);
   if (search != INVALID_HANDLE_VALUE) {
-    VXRDbg_Log(kCheck, "CHECK:%s:volume %c has %s\n", __func__, driveLetter, bootIni);
+    trace.Check("volume %c has %s\n", driveLetter, bootIni);
     flags |= kHoldsBootIni;
     platform::FindClose(search);
   }
   const HeapText buffer = AllocText(MAX_PATH, "szBuffer");
-  if (buffer != nullptr && driveLetter != '\0' && SystemDrive(buffer.get(), __func__) == driveLetter) {
-    VXRDbg_Log(kCheck, "CHECK:%s:boot volume %c is system drive=%s\n", __func__, driveLetter, buffer.get());
+  if (buffer != nullptr && driveLetter != '\0' && SystemDrive(buffer.get(), trace) == driveLetter) {
+    trace.Check("boot volume %c is system drive=%s\n", driveLetter, buffer.get());
     flags |= kHoldsSystem;
   }
-  VXRDbg_Log(kFixme, "FIXME:%s:drive=%C:add more volume type check here...\n", __func__, driveLetter);
+  trace.Fixme("drive=%C:add more volume type check here...\n", driveLetter);
   return flags;
 }

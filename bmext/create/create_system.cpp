@@ -8,11 +8,11 @@ namespace {
 
 constexpr int32_t kLoudFixme = 0;  // a cold collection is rare, and whoever reads its file must know
 
-void FillOsVersion(VXR_SYSOSINFO *os, const char *caller) {
+void FillOsVersion(VXR_SYSOSINFO *os, const Caller &trace) {
   OSVERSIONINFOEXA version = {};
   version.dwOSVersionInfoSize = sizeof version;
   if (!platform::GetVersionExA(&version)) {
-    LogFailure("GetVersionEx", "None", caller);
+    trace.Failed("GetVersionEx", "None");
     version = {};
   }
   os->MajorVersion = VxrPut32(version.dwMajorVersion);
@@ -25,11 +25,11 @@ void FillOsVersion(VXR_SYSOSINFO *os, const char *caller) {
   os->ProductType = VxrPut32(version.wProductType);
 }
 
-void FillMemorySize(VXR_SYSOSINFO *os, const char *caller) {
+void FillMemorySize(VXR_SYSOSINFO *os, const Caller &trace) {
   MEMORYSTATUSEX memory = {};
   memory.dwLength = sizeof memory;
   if (!platform::GlobalMemoryStatusEx(&memory)) {
-    LogFailure("GlobalMemoryStatusEx", "None", caller);
+    trace.Failed("GlobalMemoryStatusEx", "None");
     memory = {};
   }
   os->TotalPhys = VxrPut64(memory.ullTotalPhys);
@@ -55,8 +55,8 @@ void FillDirectory(UINT (*directory)(char *, UINT), char (&field)[kSize]) {
 BOOL VXRExt_BuildVXRSysInfoHBM(VXR_SYSINFO *pVXRSysInfo) {
   const CallTrace trace = TraceCall();
   if (!Given(pVXRSysInfo, "pVXRSysInfo")) return FALSE;
-  FillOsVersion(&pVXRSysInfo->SysOs, __func__);
-  FillMemorySize(&pVXRSysInfo->SysOs, __func__);
+  FillOsVersion(&pVXRSysInfo->SysOs, trace);
+  FillMemorySize(&pVXRSysInfo->SysOs, trace);
   FillProcessor(&pVXRSysInfo->SysOs);
   FillDirectory(platform::GetSystemDirectoryA, pVXRSysInfo->SystemPath);
   FillDirectory(platform::GetWindowsDirectoryA, pVXRSysInfo->WindowsPath);
@@ -65,7 +65,7 @@ BOOL VXRExt_BuildVXRSysInfoHBM(VXR_SYSINFO *pVXRSysInfo) {
 
 BOOL VXRExt_BuildVXRSysInfoCBM(VXR_SYSINFO *pVXRSysInfo) {
   const CallTrace trace = TraceCall();
-  VXRDbg_Log(kLoudFixme, "FIXME:%s:Cold BM:TO-BE-IMPLEMENTED:Fake it as HBM!\n", __func__);
+  trace.Log(kLoudFixme, "FIXME", "Cold BM:TO-BE-IMPLEMENTED:Fake it as HBM!\n");
   return VXRExt_BuildVXRSysInfoHBM(pVXRSysInfo);
 }
 
@@ -95,13 +95,13 @@ BOOL VXRExt_BuildVXRNetInfoHBM(VXR_NETINFO *net) {
   FillName(ComputerNamePhysicalDnsHostname, net->ComputerNamePhysicalDnsHostname);
   FillName(ComputerNamePhysicalDnsDomain, net->ComputerNamePhysicalDnsDomain);
   FillName(ComputerNamePhysicalDnsFullyQualified, net->ComputerNamePhysicalDnsFullyQualified);
-  VXRDbg_Log(kFixme, "FIXME:%s:HOT BM:ADD-MORE-HERE!\n", __func__);
+  trace.Fixme("HOT BM:ADD-MORE-HERE!\n");
   return TRUE;
 }
 
 BOOL VXRExt_BuildVXRNetInfoCBM(VXR_NETINFO *net) {
   const CallTrace trace = TraceCall();
-  VXRDbg_Log(kLoudFixme, "FIXME:%s:Cold BM:TO-BE-IMPLEMENTED:Fake it by HBM\n", __func__);
+  trace.Log(kLoudFixme, "FIXME", "Cold BM:TO-BE-IMPLEMENTED:Fake it by HBM\n");
   return VXRExt_BuildVXRNetInfoHBM(net);
 }
 
@@ -114,7 +114,7 @@ BOOL VXRExt_BuildVXRSysInfo(VXR_SYSINFO *pVXRSysInfo) {
   const BOOL known = VXRDev_GetBootMediaType(&bootMedia);
   pVXRSysInfo->BootMedia = VxrPut32(bootMedia);
   if (!known) {
-    LogFailure("VXRDev_GetBootMediaType", "None");
+    trace.Failed("VXRDev_GetBootMediaType", "None");
     return FALSE;
   }
   return bootMedia != 0 ? VXRExt_BuildVXRSysInfoCBM(pVXRSysInfo) : VXRExt_BuildVXRSysInfoHBM(pVXRSysInfo);

@@ -20,23 +20,23 @@ static_assert(sizeof(DISK_EXTENT) == sizeof(VXR_DISKEXTENT));
 
 // --- One volume -----------------------------------------------------------------------------------------------------
 
-void FillBackupName(const char *root, const char *map, VXR_VOLUME *volume, const char *caller) {
+void FillBackupName(const char *root, const char *map, VXR_VOLUME *volume, const Caller &trace) {
   if (map != nullptr) {
     const char section[] = {root[0], '\0'};
     platform::GetPrivateProfileStringA(section, "DeviceName", kNoName, volume->BMName, sizeof volume->BMName, map);
-    VXRDbg_Log(kCheck, "CHECK:%s:mapfile = %s\n", caller, map);
+    trace.Check("mapfile = %s\n", map);
   } else {
     StoreText(volume->BMName, kNoName);
-    VXRDbg_Log(kQuietWarning, "WARNG:%s:%s:mapfile is not available to, set to default...\n", caller, root);
+    trace.Log(kQuietWarning, "WARNG", "%s:mapfile is not available to, set to default...\n", root);
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:%s --> %s\n", caller, root, volume->BMName);
+  trace.Check("%s --> %s\n", root, volume->BMName);
 }
 
-BOOL FillInformation(const char *root, VXR_VOLUME *volume, const char *caller) {
+BOOL FillInformation(const char *root, VXR_VOLUME *volume, const Caller &trace) {
   DWORD serial = 0, maxLength = 0, flags = 0;
   if (!platform::GetVolumeInformationA(root, volume->Label, sizeof volume->Label, &serial, &maxLength, &flags,
                                        volume->FileSystem, sizeof volume->FileSystem)) {
-    LogFailure("GetVolumeInformation", root, caller);
+    trace.Failed("GetVolumeInformation", root);
     return FALSE;
   }
   volume->Serial = VxrPut32(serial);
@@ -45,9 +45,9 @@ BOOL FillInformation(const char *root, VXR_VOLUME *volume, const char *caller) {
   return TRUE;
 }
 
-BOOL FillGuidPath(const char *root, VXR_VOLUME *volume, const char *caller) {
+BOOL FillGuidPath(const char *root, VXR_VOLUME *volume, const Caller &trace) {
   if (!platform::GetVolumeNameForVolumeMountPointA(root, volume->Volume, sizeof volume->Volume)) {
-    LogFailure("GetVolumeNameForVolumeMountPoint", root, caller);
+    trace.Failed("GetVolumeNameForVolumeMountPoint", root);
     return FALSE;
   }
   RemoveTrailingBackslash(volume->Volume);
@@ -57,65 +57,65 @@ BOOL FillGuidPath(const char *root, VXR_VOLUME *volume, const char *caller) {
 // Asks the open volume for one of its identities; `request` is the code's name.
 template <SIZE_T kSize>
 BOOL FillAnswer(HANDLE handle, DWORD code, const char *request, BYTE (&field)[kSize], VXR_LE32 *length,
-                const char *caller) {
+                const Caller &trace) {
   DWORD returned = 0;
   if (!platform::DeviceIoControl(handle, code, nullptr, 0, field, kSize, &returned, nullptr)) {
-    LogFailure(request, "None", caller);
+    trace.Failed(request, "None");
     return FALSE;
   }
   *length = VxrPut32(returned);
   return TRUE;
 }
 
-BOOL FillFromOpenVolume(HANDLE handle, char letter, VXR_VOLUME *volume, const char *caller) {
+BOOL FillFromOpenVolume(HANDLE handle, char letter, VXR_VOLUME *volume, const Caller &trace) {
   if (!FillAnswer(handle, IOCTL_MOUNTDEV_QUERY_UNIQUE_ID, "IOCTL_MOUNTDEV_QUERY_UNIQUE_ID", volume->UniqId,
-                  &volume->UniqIdLen, caller) ||
+                  &volume->UniqIdLen, trace) ||
       !FillAnswer(handle, IOCTL_MOUNTDEV_QUERY_DEVICE_NAME, "IOCTL_MOUNTDEV_QUERY_DEVICE_NAME", volume->Device,
-                  &volume->DeviceLen, caller)) {
+                  &volume->DeviceLen, trace)) {
     return FALSE;
   }
   volume->VolType = VxrPut32(VXRVol_CheckVolumeType(letter));
   if (VXRExt_BuildVXRVolDisksHBM(handle, &volume->VolDisks)) return TRUE;
-  LogFailure("VXRExt_BuildVXRVolDisksHBM", "None", caller);
+  trace.Failed("VXRExt_BuildVXRVolDisksHBM", "None");
   return FALSE;
 }
 
 // --- One disk -------------------------------------------------------------------------------------------------------
 
 // Records one device's driver and returns the id of the device above it; null after logging.
-HeapText RecordDriver(DWORD deviceType, const char *instanceId, VXR_DEVDRV *record, const char *caller) {
+HeapText RecordDriver(DWORD deviceType, const char *instanceId, VXR_DEVDRV *record, const Caller &trace) {
   HeapText parent = VXRDev_GetVXRDevDriver(deviceType, instanceId, record);
-  if (parent == nullptr) LogFailure("VXRDev_GetVXRDevDriver", instanceId, caller);
+  if (parent == nullptr) trace.Failed("VXRDev_GetVXRDevDriver", instanceId);
   return parent;
 }
 
 // --- All volumes ----------------------------------------------------------------------------------------------------
 
 // The roots of all drives as a multi-string; null after logging.
-HeapText ReadDriveRoots(const char *caller) {
+HeapText ReadDriveRoots(const Caller &trace) {
   const DWORD size = platform::GetLogicalDriveStringsA(0, nullptr);
   if (size == 0) {
-    LogFailure("GetLogicalDriveStrings", "faield to get size!", caller);
+    trace.Failed("GetLogicalDriveStrings", "faield to get size!");
     return nullptr;
   }
-  HeapText roots = AllocText(size, "szDrives", caller);
+  HeapText roots = AllocText(size, "szDrives", trace);
   if (roots == nullptr) return nullptr;
   // A list that grew since then no longer fits, and is not there.
   const DWORD length = platform::GetLogicalDriveStringsA(size, roots.get());
   if (length == 0 || length >= size || roots.get()[0] == '\0') {
-    LogFailure("GetLogicalDriveStrings", "No drives found!", caller);
+    trace.Failed("GetLogicalDriveStrings", "No drives found!");
     return nullptr;
   }
   return roots;
 }
 
 // Records the volume of a fixed drive in the next slot. A failing one leaves the slot empty.
-void AddVolume(const char *root, const char *map, VXR_VOLUMES *volumes, const char *caller) {
+void AddVolume(const char *root, const char *map, VXR_VOLUMES *volumes, const Caller &trace) {
   const DWORD index = VxrGet32(volumes->VolCount);
   VXR_VOLUME *volume = &volumes->Vols[index];
-  VXRDbg_Log(kCheck, "CHECK:%s:checking mnpnt = %s...\n", caller, root);
+  trace.Check("checking mnpnt = %s...\n", root);
   if (!VXRExt_BuildVXRVolumeHBM(root, map, volume)) {
-    LogFailure("VXRExt_BuildVXRVolumeHBM", "None", caller);
+    trace.Failed("VXRExt_BuildVXRVolumeHBM", "None");
     *volume = {};
     return;
   }
@@ -123,7 +123,7 @@ void AddVolume(const char *root, const char *map, VXR_VOLUMES *volumes, const ch
   if (kind & kHoldsBootIni) volumes->BootVolInd = VxrPut32(index);
   if (kind & kHoldsSystem) volumes->SystVolInd = VxrPut32(index);
   volumes->VolCount = VxrPut32(index + 1);
-  VXRDbg_Log(kCheck, "CHECK:%s:added %d vxr volume...\n", caller, index + 1);
+  trace.Check("added %d vxr volume...\n", index + 1);
 }
 
 BOOL VXRExt_BuildVXRVolumesHBM(const char *szMap, VXR_VOLUMES *pVXRVolumes) {
@@ -136,12 +136,12 @@ BOOL VXRExt_BuildVXRVolumesHBM(const char *szMap, VXR_VOLUMES *pVXRVolumes) {
   pVXRVolumes->BootVolInd = pVXRVolumes->SystVolInd = VxrPut32(static_cast<uint32_t>(kNoVolume));
   for (int32_t n = 1; const char *root = VXREng_GetSubString(n, roots.get()); ++n) {
     if (platform::GetDriveTypeA(root) != DRIVE_FIXED) {
-      VXRDbg_Log(kFlush, "FLUSH:%s:drv=%s:not a disk\n", __func__, root);
+      trace.Flush("drv=%s:not a disk\n", root);
       continue;
     }
-    AddVolume(root, szMap, pVXRVolumes, __func__);
+    AddVolume(root, szMap, pVXRVolumes, trace);
     if (VxrGet32(pVXRVolumes->VolCount) == VXR_MAX_VOLUMES) {
-      VXRDbg_Log(kError, "ERROR:%s:max %d vxr vols reached!\n", __func__, VXR_MAX_VOLUMES);
+      trace.Error("max %d vxr vols reached!\n", VXR_MAX_VOLUMES);
       break;
     }
   }
@@ -150,7 +150,7 @@ BOOL VXRExt_BuildVXRVolumesHBM(const char *szMap, VXR_VOLUMES *pVXRVolumes) {
 
 BOOL VXRExt_BuildVXRVolumesCBM(const char *szMap, VXR_VOLUMES *pVXRVolumes) {
   const CallTrace trace = TraceCall();
-  VXRDbg_Log(kCheck, "CHECK:%s:CBM:TO-BE-IMPLEMENTED:fake it with HBM...\n", __func__);
+  trace.Check("CBM:TO-BE-IMPLEMENTED:fake it with HBM...\n");
   return VXRExt_BuildVXRVolumesHBM(szMap, pVXRVolumes);
 }
 
@@ -160,29 +160,29 @@ BOOL VXRExt_BuildVXRVolumes(DWORD cold, const char *szMap, VXR_VOLUMES *pVXRVolu
   const CallTrace trace = TraceCall();
   if (!Given(pVXRVolumes, "pVXRVolumes")) return FALSE;
   if (cold != 0) {
-    VXRDbg_Log(kCheck, "CHECK:%s:Cold Bare Metal:call VXRExt_BuildVXRVolumesCBM\n", __func__);
+    trace.Check("Cold Bare Metal:call VXRExt_BuildVXRVolumesCBM\n");
     return VXRExt_BuildVXRVolumesCBM(szMap, pVXRVolumes);
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:Hot Bare Metal:call VXRExt_BuildVXRVolumesHBM\n", __func__);
+  trace.Check("Hot Bare Metal:call VXRExt_BuildVXRVolumesHBM\n");
   return VXRExt_BuildVXRVolumesHBM(szMap, pVXRVolumes);
 }
 
 BOOL VXRExt_BuildVXRVolumeHBM(const char *szMntPnt, const char *szMap, VXR_VOLUME *pVXRVolume) {
   const CallTrace trace = TraceCall();
   if (!Given(szMntPnt, "szMntPnt") || !Given(pVXRVolume, "pVXRVolume")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:mntpnt = %s\n", __func__, szMntPnt);
+  trace.Check("mntpnt = %s\n", szMntPnt);
   StoreText(pVXRVolume->MntPnt, szMntPnt);
-  FillBackupName(szMntPnt, szMap, pVXRVolume, __func__);
-  if (!FillInformation(szMntPnt, pVXRVolume, __func__) || !FillGuidPath(szMntPnt, pVXRVolume, __func__)) return FALSE;
+  FillBackupName(szMntPnt, szMap, pVXRVolume, trace);
+  if (!FillInformation(szMntPnt, pVXRVolume, trace) || !FillGuidPath(szMntPnt, pVXRVolume, trace)) return FALSE;
   // No access rights: the questions need none, and a volume in use can still be asked.
   const OpenedFile volume = OpenLogged(pVXRVolume->Volume, 0, FILE_SHARE_READ, OPEN_EXISTING);
-  return volume != nullptr && FillFromOpenVolume(volume.get(), szMntPnt[0], pVXRVolume, __func__);
+  return volume != nullptr && FillFromOpenVolume(volume.get(), szMntPnt[0], pVXRVolume, trace);
 }
 
 BOOL VXRExt_BuildVXRVolDisksHBM(HANDLE hVolume, VXR_VOLDISKS *pVXRVolDisks) {
   const CallTrace trace = TraceCall();
   if (hVolume == INVALID_HANDLE_VALUE) {
-    VXRDbg_Log(kError, "ERROR:%s:hVolume is INVALID_HANDLE_VALUE\n", __func__);
+    trace.Error("hVolume is INVALID_HANDLE_VALUE\n");
     return FALSE;
   }
   if (!Given(pVXRVolDisks, "pVXRVolDisks")) return FALSE;
@@ -193,10 +193,9 @@ BOOL VXRExt_BuildVXRVolDisksHBM(HANDLE hVolume, VXR_VOLDISKS *pVXRVolDisks) {
   if (!platform::DeviceIoControl(hVolume, IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, nullptr, 0, answer.get(), kExtentsSize,
                                  &returned, nullptr)) {
     const DWORD error = platform::GetLastError();
-    LogFailure("IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS", "None");
+    trace.Failed("IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS", "None");
     if (error == ERROR_INSUFFICIENT_BUFFER) {
-      VXRDbg_Log(kError, "ERROR:%s:input buffer is too small!\tneed %d extents!\n", __func__,
-                 answer->NumberOfDiskExtents);
+      trace.Error("input buffer is too small!\tneed %d extents!\n", answer->NumberOfDiskExtents);
     }
     return FALSE;
   }
@@ -213,15 +212,15 @@ BOOL VXRExt_BuildVXRVolDisk(const DISK_EXTENT *pDiskExtent, VXR_VOLDISK *pVXRVol
   std::memcpy(&pVXRVolDisk->DiskExtent, pDiskExtent, sizeof *pDiskExtent);  // with the bytes between its numbers
   const HeapText disk = VXRDev_GetDiskInstanceID(nullptr, pDiskExtent->DiskNumber);
   if (disk == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_GetDiskDevicePath:failed for disk %d!\n", __func__, pDiskExtent->DiskNumber);
+    trace.Error("VXRDev_GetDiskDevicePath:failed for disk %d!\n", pDiskExtent->DiskNumber);
     return FALSE;
   }
-  VXRDbg_Log(kStatus, "CHECK:%s:check %s...\n", __func__, disk.get());  // at every level: what follows is about it
-  const HeapText controller = RecordDriver(VXR_DEVTYPE_DISKDRIVE, disk.get(), &pVXRVolDisk->DiskDriver, __func__);
+  trace.Log(kStatus, "CHECK", "check %s...\n", disk.get());  // at every level: what follows is about it
+  const HeapText controller = RecordDriver(VXR_DEVTYPE_DISKDRIVE, disk.get(), &pVXRVolDisk->DiskDriver, trace);
   if (controller == nullptr) return FALSE;
   const bool ide = BeginsWith(disk.get(), "IDE");
   const HeapText extender = RecordDriver(ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER, controller.get(),
-                                         &pVXRVolDisk->CtrlDriver, __func__);
+                                         &pVXRVolDisk->CtrlDriver, trace);
   if (extender == nullptr) return FALSE;
-  return !ide || RecordDriver(VXR_DEVTYPE_HDC, extender.get(), &pVXRVolDisk->BusEDriver, __func__) != nullptr;
+  return !ide || RecordDriver(VXR_DEVTYPE_HDC, extender.get(), &pVXRVolDisk->BusEDriver, trace) != nullptr;
 }

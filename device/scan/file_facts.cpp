@@ -16,21 +16,21 @@ VXR_LE64 Join(DWORD low, DWORD high) { return VxrPut64(DWORD64{high} << 32 | low
 VXR_LE64 Store(const FILETIME &time) { return Join(time.dwLowDateTime, time.dwHighDateTime); }
 
 // `directory` may be null; nothing is put between it and the name.
-HeapText FullName(const char *directory, const char *file, const char *caller) {
+HeapText FullName(const char *directory, const char *file, const Caller &trace) {
   if (directory == nullptr) directory = "";
   const SIZE_T size = std::strlen(directory) + std::strlen(file) + 1;
-  HeapText name = AllocText(size, "szFileName", caller);
+  HeapText name = AllocText(size, "szFileName", trace);
   if (name != nullptr) std::snprintf(name.get(), size, "%s%s", directory, file);
   return name;
 }
 
-BOOL FillAttributes(const char *name, const char *section, VXR_FILEINFO *facts, const char *caller) {
+BOOL FillAttributes(const char *name, const char *section, VXR_FILEINFO *facts, const Caller &trace) {
   WIN32_FILE_ATTRIBUTE_DATA data = {};
   if (!platform::GetFileAttributesExA(name, GetFileExInfoStandard, &data)) {
-    LogFailure("GetFileAttributesEx", name, caller);
+    trace.Failed("GetFileAttributesEx", name);
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:GetFileAttributesEx() ok\n", caller);
+  trace.Check("GetFileAttributesEx() ok\n");
   StoreText(facts->FileName, name);
   if (section != nullptr) StoreText(facts->Section, section);
   facts->FileSize = Join(data.nFileSizeLow, data.nFileSizeHigh);
@@ -41,21 +41,21 @@ BOOL FillAttributes(const char *name, const char *section, VXR_FILEINFO *facts, 
 }
 
 // The file's version block; null when it has none, which is the usual case and not logged, or when it cannot be read.
-HeapText ReadVersionBlock(const char *name, const char *caller) {
+HeapText ReadVersionBlock(const char *name, const Caller &trace) {
   DWORD handle = 0;
   const DWORD size = platform::GetFileVersionInfoSizeA(name, &handle);
   if (size == 0) {
-    if (platform::GetLastError() != ERROR_RESOURCE_DATA_NOT_FOUND) LogFailure("GetFileVersionInfoSize", name, caller);
+    if (platform::GetLastError() != ERROR_RESOURCE_DATA_NOT_FOUND) trace.Failed("GetFileVersionInfoSize", name);
     return nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:GetFileVersionInfoSize():dwSize=%d\n", caller, size);
-  HeapText block = AllocText(size, "pVerInfo", caller);
+  trace.Check("GetFileVersionInfoSize():dwSize=%d\n", size);
+  HeapText block = AllocText(size, "pVerInfo", trace);
   if (block == nullptr) return nullptr;
   if (!platform::GetFileVersionInfoA(name, 0, size, block.get())) {
-    LogFailure("GetFileVersionInfo", name, caller);
+    trace.Failed("GetFileVersionInfo", name);
     return nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:GetFileVersionInfoSize():ok\n", caller);
+  trace.Check("GetFileVersionInfoSize():ok\n");
   return block;
 }
 
@@ -88,10 +88,10 @@ BOOL VXRDev_GetVXRFileInfo(const char *szFile, const char *szDirectory, const ch
                            VXR_FILEINFO *pVXRDrvFile) {
   const CallTrace trace = TraceCall();
   if (!Given(szFile, "szFile") || !Given(pVXRDrvFile, "pVXRDrvFile")) return FALSE;
-  VXRDbg_Log(kCheck, "CHECK:%s:input file = %s\n", __func__, szFile);
-  const HeapText name = FullName(szDirectory, szFile, __func__);
-  if (name == nullptr || !FillAttributes(name.get(), szSection, pVXRDrvFile, __func__)) return FALSE;
-  const HeapText block = ReadVersionBlock(name.get(), __func__);
+  trace.Check("input file = %s\n", szFile);
+  const HeapText name = FullName(szDirectory, szFile, trace);
+  if (name == nullptr || !FillAttributes(name.get(), szSection, pVXRDrvFile, trace)) return FALSE;
+  const HeapText block = ReadVersionBlock(name.get(), trace);
   if (block == nullptr) return FALSE;
   FillVersionTexts(block.get(), pVXRDrvFile);
   return TRUE;

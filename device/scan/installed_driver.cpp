@@ -26,17 +26,17 @@ VXR_GUID Store(const GUID &guid) {
 // --- Present devices ------------------------------------------------------------------------------------------------
 
 // Id of a device of the set; null after logging, with the id that is sought.
-HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *sought, const char *caller) {
+HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *sought, const Caller &trace) {
   DWORD size = 0;
   const BOOL sized = platform::SetupDiGetDeviceInstanceIdA(set, device, nullptr, 0, &size);
   if (size == 0 || (!sized && platform::GetLastError() != ERROR_INSUFFICIENT_BUFFER)) {
-    LogFailure("SetupDiGetDeviceInstanceId()", sought, caller);
+    trace.Failed("SetupDiGetDeviceInstanceId()", sought);
     return nullptr;
   }
-  HeapText id = AllocText(size, "szInstanceID", caller);
+  HeapText id = AllocText(size, "szInstanceID", trace);
   if (id == nullptr) return nullptr;
   if (!platform::SetupDiGetDeviceInstanceIdA(set, device, id.get(), size, nullptr)) {
-    LogFailure("SetupDiGetDeviceInstanceId()", sought, caller);
+    trace.Failed("SetupDiGetDeviceInstanceId()", sought);
     return nullptr;
   }
   return id;
@@ -45,8 +45,8 @@ HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *sough
 // Fills the record for one device of the set when the sought id begins with the device's own. Returns the parent's id;
 // null when it is another device, or one that not enough is known of.
 HeapText RecordIfSought(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD deviceType, const char *sought, VXR_DEVDRV *record,
-                        const char *caller) {
-  const HeapText id = ReadInstanceId(set, device, sought, caller);
+                        const Caller &trace) {
+  const HeapText id = ReadInstanceId(set, device, sought, trace);
   if (id == nullptr || !BeginsWith(sought, id.get())) return nullptr;
   if (!VXRDev_GetVXRDevDriverDetail(set, device, record)) return nullptr;
   record->DeviceType = VxrPut32(deviceType);
@@ -61,34 +61,34 @@ using DriverInfo = HeapPtr<SP_DRVINFO_DATA_A>;
 using DriverInfoDetail = HeapPtr<SP_DRVINFO_DETAIL_DATA_A>;
 
 // The best of the device's compatible drivers, which is the one that it has.
-DriverInfo ReadDriverInfo(HDEVINFO set, SP_DEVINFO_DATA *device, const char *caller) {
+DriverInfo ReadDriverInfo(HDEVINFO set, SP_DEVINFO_DATA *device, const Caller &trace) {
   if (!platform::SetupDiBuildDriverInfoList(set, device, SPDIT_COMPATDRIVER)) {
-    LogFailure("SetupDiBuildDriverInfoList", "None", caller);
+    trace.Failed("SetupDiBuildDriverInfoList", "None");
     return nullptr;
   }
-  DriverInfo driver = AllocRecord<SP_DRVINFO_DATA_A>("pDrvIData", caller);
+  DriverInfo driver = AllocRecord<SP_DRVINFO_DATA_A>("pDrvIData", trace);
   if (driver == nullptr) return nullptr;
   driver->cbSize = sizeof(SP_DRVINFO_DATA_A);
   if (!platform::SetupDiEnumDriverInfoA(set, device, SPDIT_COMPATDRIVER, 0, driver.get())) {
-    LogFailure("SetupDiEnumDriverInfo", "None", caller);
+    trace.Failed("SetupDiEnumDriverInfo", "None");
     return nullptr;
   }
   return driver;
 }
 
 DriverInfoDetail ReadDriverInfoDetail(HDEVINFO set, SP_DEVINFO_DATA *device, SP_DRVINFO_DATA_A *driver,
-                                      const char *caller) {
+                                      const Caller &trace) {
   DWORD size = 0;
   if (!platform::SetupDiGetDriverInfoDetailA(set, device, driver, nullptr, 0, &size) ||
       size < sizeof(SP_DRVINFO_DETAIL_DATA_A)) {
-    LogFailure("SetupDiGetDriverInfoDetail", "failed to get size!", caller);
+    trace.Failed("SetupDiGetDriverInfoDetail", "failed to get size!");
     return nullptr;
   }
-  DriverInfoDetail detail(static_cast<SP_DRVINFO_DETAIL_DATA_A *>(AllocHeap(size, "pDrvIDData", caller)));
+  DriverInfoDetail detail(static_cast<SP_DRVINFO_DETAIL_DATA_A *>(AllocHeap(size, "pDrvIDData", trace)));
   if (detail == nullptr) return nullptr;
   detail->cbSize = sizeof(SP_DRVINFO_DETAIL_DATA_A);
   if (!platform::SetupDiGetDriverInfoDetailA(set, device, driver, detail.get(), size, nullptr)) {
-    LogFailure("SetupDiGetDriverInfoDetail", "None", caller);
+    trace.Failed("SetupDiGetDriverInfoDetail", "None");
     return nullptr;
   }
   return detail;
@@ -96,17 +96,17 @@ DriverInfoDetail ReadDriverInfoDetail(HDEVINFO set, SP_DEVINFO_DATA *device, SP_
 
 // --- The service ----------------------------------------------------------------------------------------------------
 
-HeapText ReadServiceValue(const char *key, const char *value, DWORD *size, const char *caller) {
+HeapText ReadServiceValue(const char *key, const char *value, DWORD *size, const Caller &trace) {
   DWORD type = 0;
   HeapText data = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, key, value, &type, size);
-  if (data == nullptr) LogFailure("VXRReg_GetRegistryValue", value, caller);
+  if (data == nullptr) trace.Failed("VXRReg_GetRegistryValue", value);
   return data;
 }
 
 // The value's first 32 bits, whatever its type; those that a shorter value lacks are zero.
-BOOL FillNumber(const char *key, const char *value, VXR_LE32 *field, const char *caller) {
+BOOL FillNumber(const char *key, const char *value, VXR_LE32 *field, const Caller &trace) {
   DWORD size = 0;
-  const HeapText data = ReadServiceValue(key, value, &size, caller);
+  const HeapText data = ReadServiceValue(key, value, &size, trace);
   if (data == nullptr) return FALSE;
   *field = {};
   std::memcpy(field->b, data.get(), std::min<SIZE_T>(size, sizeof field->b));
@@ -114,50 +114,50 @@ BOOL FillNumber(const char *key, const char *value, VXR_LE32 *field, const char 
 }
 
 template <SIZE_T kSize>
-BOOL FillText(const char *key, const char *value, char (&field)[kSize], const char *caller) {
+BOOL FillText(const char *key, const char *value, char (&field)[kSize], const Caller &trace) {
   DWORD size = 0;
-  const HeapText data = ReadServiceValue(key, value, &size, caller);
+  const HeapText data = ReadServiceValue(key, value, &size, trace);
   if (data == nullptr) return FALSE;
   StoreText(field, data.get());
   return TRUE;
 }
 
 // A service without group or tag is complete.
-BOOL FillService(HDEVINFO set, SP_DEVINFO_DATA *device, VXR_SERVICE *service, const char *caller) {
+BOOL FillService(HDEVINFO set, SP_DEVINFO_DATA *device, VXR_SERVICE *service, const Caller &trace) {
   DWORD type = 0, size = 0;
   const HeapText name = VXRDev_GetRegPropByDevInfo(set, device, SPDRP_SERVICE, &type, &size);
   if (name == nullptr) {
-    LogFailure("VXRDev_GetRegPropByDevInfo", "None", caller);
+    trace.Failed("VXRDev_GetRegPropByDevInfo", "None");
     return FALSE;
   }
   StoreText(service->Name, name.get());
-  const HeapText key = JoinPath(kServicesKey, name.get(), 0, "szRegKey", caller);
+  const HeapText key = JoinPath(kServicesKey, name.get(), 0, "szRegKey", trace);
   if (key == nullptr) return FALSE;
-  if (!FillNumber(key.get(), "Type", &service->Type, caller) ||
-      !FillNumber(key.get(), "Start", &service->Start, caller) ||
-      !FillText(key.get(), "ImagePath", service->Image, caller)) {
+  if (!FillNumber(key.get(), "Type", &service->Type, trace) ||
+      !FillNumber(key.get(), "Start", &service->Start, trace) ||
+      !FillText(key.get(), "ImagePath", service->Image, trace)) {
     return FALSE;
   }
-  FillText(key.get(), "Group", service->Group, caller);
-  FillNumber(key.get(), "Tag", &service->Tag, caller);
+  FillText(key.get(), "Group", service->Group, trace);
+  FillNumber(key.get(), "Tag", &service->Tag, trace);
   return TRUE;
 }
 
 // --- Files ----------------------------------------------------------------------------------------------------------
 
 // A service names its image below the Windows directory, or with a bare name that stands for one of the drivers folder.
-void FillImageFile(const char *image, VXR_FILEINFO *facts, const char *caller) {
+void FillImageFile(const char *image, VXR_FILEINFO *facts, const Caller &trace) {
   char directory[MAX_PATH] = "";
   SIZE_T used = platform::GetSystemWindowsDirectoryA(directory, sizeof directory);
   if (used == 0 || used + sizeof("\\") + sizeof(kDriversFolder) > sizeof directory) {
-    LogFailure("GetSystemWindowsDirectory", used == 0 ? "None" : "too long a path", caller);
+    trace.Failed("GetSystemWindowsDirectory", used == 0 ? "None" : "too long a path");
     return;
   }
   for (const char *folder : {"\\", kDriversFolder}) {
     std::memcpy(directory + used, folder, std::strlen(folder) + 1);
     used += std::strlen(folder);
     if (VXRDev_GetVXRFileInfo(image, directory, nullptr, facts)) return;
-    LogFailure("VXRDev_GetVXRFileInfo", image, caller);
+    trace.Failed("VXRDev_GetVXRFileInfo", image);
   }
 }
 
@@ -166,21 +166,21 @@ void FillImageFile(const char *image, VXR_FILEINFO *facts, const char *caller) {
 HeapText VXRDev_GetVXRDevDriver(DWORD deviceType, const char *szInstanceID, VXR_DEVDRV *pVXRDevDrv) {
   const CallTrace trace = TraceCall();
   if (!Given(pVXRDevDrv, "pVXRDevDrv") || !Given(szInstanceID, "szInstanceID")) return nullptr;
-  VXRDbg_Log(kCheck, "CHECK:%s:checking %s...\n", __func__, szInstanceID);
+  trace.Check("checking %s...\n", szInstanceID);
   VXRDev_FixDevRegistry(deviceType, szInstanceID);
   GUID classGuid = {};
   VXRDev_GetGuidByDevType(deviceType, &classGuid);
   pVXRDevDrv->DevGuid = Store(classGuid);
   const DeviceSet set = PresentDevices(&classGuid);
   if (set == nullptr) {
-    LogFailure("SetupDiGetClassDevs()", "None");
+    trace.Failed("SetupDiGetClassDevs()", "None");
     return nullptr;
   }
   SP_DEVINFO_DATA device = {};
   device.cbSize = sizeof device;
   HeapText parent;
   for (DWORD i = 0; parent == nullptr && platform::SetupDiEnumDeviceInfo(set.get(), i, &device); ++i) {
-    parent = RecordIfSought(set.get(), &device, deviceType, szInstanceID, pVXRDevDrv, __func__);
+    parent = RecordIfSought(set.get(), &device, deviceType, szInstanceID, pVXRDevDrv, trace);
   }
   return parent;
 }
@@ -188,19 +188,19 @@ HeapText VXRDev_GetVXRDevDriver(DWORD deviceType, const char *szInstanceID, VXR_
 BOOL VXRDev_GetVXRDevDriverDetail(HDEVINFO hDevInfo, SP_DEVINFO_DATA *pDevInfoData, VXR_DEVDRV *pVXRDevDrv) {
   const CallTrace trace = TraceCall();
   if (hDevInfo == INVALID_HANDLE_VALUE) {
-    VXRDbg_Log(kError, "ERROR:%s:hDevInfo is INVALID_HANDLE_VALUE\n", __func__);
+    trace.Error("hDevInfo is INVALID_HANDLE_VALUE\n");
     return FALSE;
   }
   if (!Given(pDevInfoData, "pDevInfoData") || !Given(pVXRDevDrv, "pVXRDevDrv")) return FALSE;
-  const DriverInfo driver = ReadDriverInfo(hDevInfo, pDevInfoData, __func__);
+  const DriverInfo driver = ReadDriverInfo(hDevInfo, pDevInfoData, trace);
   if (driver == nullptr) return FALSE;
-  const DriverInfoDetail detail = ReadDriverInfoDetail(hDevInfo, pDevInfoData, driver.get(), __func__);
+  const DriverInfoDetail detail = ReadDriverInfoDetail(hDevInfo, pDevInfoData, driver.get(), trace);
   if (detail == nullptr) return FALSE;
   if (!VXRDev_GetVXRFileInfo(detail->InfFileName, nullptr, detail->SectionName, &pVXRDevDrv->InfFile)) {
-    LogFailure("VXRDev_GetVXRFileInfo", detail->InfFileName);
+    trace.Failed("VXRDev_GetVXRFileInfo", detail->InfFileName);
   }
-  if (!FillService(hDevInfo, pDevInfoData, &pVXRDevDrv->Service, __func__)) return FALSE;
-  FillImageFile(pVXRDevDrv->Service.Image, &pVXRDevDrv->ImgFile, __func__);
+  if (!FillService(hDevInfo, pDevInfoData, &pVXRDevDrv->Service, trace)) return FALSE;
+  FillImageFile(pVXRDevDrv->Service.Image, &pVXRDevDrv->ImgFile, trace);
   StoreText(pVXRDevDrv->Manufacturer, driver->MfgName);
   StoreText(pVXRDevDrv->Description, driver->Description);
   StoreText(pVXRDevDrv->ProviderName, driver->ProviderName);

@@ -25,24 +25,24 @@ void CloseFileMap(VXR_FILEMAP *fileMap) {
 }
 
 // Opens the file named in the record and maps a view of all of it. FALSE, after logging, at the first step that fails.
-BOOL OpenFileMap(VXR_FILEMAP *fileMap, const char *caller) {
+BOOL OpenFileMap(VXR_FILEMAP *fileMap, const Caller &trace) {
   fileMap->hFile =
-      OpenLogged(fileMap->File, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, caller).release();
+      OpenLogged(fileMap->File, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, trace).release();
   if (fileMap->hFile == nullptr) return FALSE;
   fileMap->Size = platform::GetFileSize(fileMap->hFile, nullptr);
   if (fileMap->Size == INVALID_FILE_SIZE) {
-    LogFailure("GetFileSize", fileMap->File, caller);
+    trace.Failed("GetFileSize", fileMap->File);
     return FALSE;
   }
   std::snprintf(fileMap->Name, sizeof(fileMap->Name), "%s-%02u", kMappingName, liveMappings);
   fileMap->hMap = platform::CreateFileMappingA(fileMap->hFile, nullptr, PAGE_READWRITE, 0, 0, fileMap->Name);
   if (fileMap->hMap == nullptr) {
-    LogFailure("CreateFileMapping", fileMap->File, caller);
+    trace.Failed("CreateFileMapping", fileMap->File);
     return FALSE;
   }
   fileMap->Start = platform::MapViewOfFile(fileMap->hMap, FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, 0);
   if (fileMap->Start == nullptr) {
-    LogFailure("MapViewOfFile", fileMap->File, caller);
+    trace.Failed("MapViewOfFile", fileMap->File);
     return FALSE;
   }
   fileMap->Mapped = TRUE;
@@ -59,16 +59,15 @@ void AppendArgument(char *command, const char *path) {
   if (quote) std::strcat(command, "\"");
 }
 
-BOOL CopyByCommand(const char *source, const char *target, const char *caller) {
+BOOL CopyByCommand(const char *source, const char *target, const Caller &trace) {
   // A name from an INF file could otherwise end its quotes and start a command of its own.
   if (std::strchr(source, '"') != nullptr || std::strchr(target, '"') != nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:a file name holds a quotation mark, not copied:src=%s:tgt=%s\n", caller, source,
-               target);
+    trace.Error("a file name holds a quotation mark, not copied:src=%s:tgt=%s\n", source, target);
     return FALSE;
   }
   // The 19 bytes hold the blank between the paths, their quotation marks and the terminator.
   const SIZE_T size = std::strlen(source) + std::strlen(target) + std::strlen(kCopyCommand) + 19;
-  const HeapText command = AllocText(size, "szCmmd", caller);
+  const HeapText command = AllocText(size, "szCmmd", trace);
   if (command == nullptr) return FALSE;
   std::strcpy(command.get(), kCopyCommand);
   AppendArgument(command.get(), source);
@@ -76,37 +75,37 @@ BOOL CopyByCommand(const char *source, const char *target, const char *caller) {
   AppendArgument(command.get(), target);
   DWORD exitCode = 0;
   if (VXREng_ExecCommand(command.get(), &exitCode)) return TRUE;
-  LogFailure("VXREng_ExecCommand", command.get(), caller);
+  trace.Failed("VXREng_ExecCommand", command.get());
   return FALSE;
 }
 
-void ClearProtectingAttributes(const char *target, const char *caller) {
-  VXRDbg_Log(kFlush, "FLUSH:%s:checking attr for %s\n", caller, target);
+void ClearProtectingAttributes(const char *target, const Caller &trace) {
+  trace.Flush("checking attr for %s\n", target);
   const DWORD attributes = platform::GetFileAttributesA(target);
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & kProtectingAttributes) == 0) return;
   if (platform::SetFileAttributesA(target, FILE_ATTRIBUTE_NORMAL)) {
-    VXRDbg_Log(kFlush, "FLUSH:%s:%s:attr=0x%08X:set to FILE_ATTRIBUTE_NORMAL.\n", caller, target, attributes);
+    trace.Flush("%s:attr=0x%08X:set to FILE_ATTRIBUTE_NORMAL.\n", target, attributes);
   } else {
-    LogFailure("SetFileAttributes", "Failed to set to FILE_ATTRIBUTE_NORMAL:copy may fail", caller);
+    trace.Failed("SetFileAttributes", "Failed to set to FILE_ATTRIBUTE_NORMAL:copy may fail");
   }
 }
 
-void CopyOver(const char *source, const char *target, const char *caller) {
-  ClearProtectingAttributes(target, caller);
+void CopyOver(const char *source, const char *target, const Caller &trace) {
+  ClearProtectingAttributes(target, trace);
   BOOL copied = platform::CopyFileA(source, target, FALSE);
   if (!copied) {
-    LogFailure("CopyFile", "Failed, try cmmd line", caller);
-    copied = CopyByCommand(source, target, caller);
+    trace.Failed("CopyFile", "Failed, try cmmd line");
+    copied = CopyByCommand(source, target, trace);
   }
-  if (copied) VXRDbg_Log(kCheck, "CHECK:%s:copied ok:src=%s:tgt=%s\n", caller, source, target);
+  if (copied) trace.Check("copied ok:src=%s:tgt=%s\n", source, target);
 }
 
 }  // namespace
 
-OpenedFile OpenLogged(const char *name, DWORD access, DWORD share, DWORD disposition, const char *caller) {
+OpenedFile OpenLogged(const char *name, DWORD access, DWORD share, DWORD disposition, const Caller &trace) {
   const HANDLE file = platform::CreateFileA(name, access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) return OpenedFile(file);
-  LogFailure("CreateFile", name, caller);
+  trace.Failed("CreateFile", name);
   return nullptr;
 }
 
@@ -116,7 +115,7 @@ extern "C" int32_t VXREng_FileExists(const char *path) {
   WIN32_FIND_DATAA found = {};
   const HANDLE search = platform::FindFirstFileA(path, &found);
   if (search == INVALID_HANDLE_VALUE) {
-    LogFailure("FindFirstFile", path);
+    trace.Failed("FindFirstFile", path);
     return FALSE;
   }
   platform::FindClose(search);
@@ -126,36 +125,35 @@ extern "C" int32_t VXREng_FileExists(const char *path) {
 HeapPtr<VXR_FILEMAP> VXREng_MapFile(const char *fileName) {
   const CallTrace trace = TraceCall();
   if (fileName == nullptr) {
-    LogNull("szFileName");
+    trace.Null("szFileName");
     return nullptr;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:setting up file map for %s\n", __func__, fileName);
+  trace.Check("setting up file map for %s\n", fileName);
   HeapPtr<VXR_FILEMAP> fileMap = AllocRecord<VXR_FILEMAP>("pFileMap");
   if (fileMap == nullptr) return nullptr;
   const SIZE_T length = std::strlen(fileName);
   if (length >= sizeof(fileMap->File)) {
     platform::SetLastError(ERROR_INVALID_NAME);
-    VXRDbg_Log(kError, "ERROR:%s:path has %u characters, at most %u can be mapped, move the file:%s\n", __func__,
-               static_cast<DWORD>(length), static_cast<DWORD>(sizeof(fileMap->File) - 1), fileName);
+    trace.Error("path has %u characters, at most %u can be mapped, move the file:%s\n", static_cast<DWORD>(length), static_cast<DWORD>(sizeof(fileMap->File) - 1), fileName);
     return nullptr;
   }
   std::memcpy(fileMap->File, fileName, length + 1);
-  if (!OpenFileMap(fileMap.get(), __func__)) {
+  if (!OpenFileMap(fileMap.get(), trace)) {
     CloseFileMap(fileMap.get());
     return nullptr;
   }
   ++liveMappings;
-  VXRDbg_DumpFileMap(fileMap.get(), __func__);
+  VXRDbg_DumpFileMap(fileMap.get(), trace);
   return fileMap;
 }
 
 BOOL VXREng_UnmapFile(VXR_FILEMAP *fileMap) {
   const CallTrace trace = TraceCall();
   if (fileMap == nullptr) {
-    LogNull("pFileMap");
+    trace.Null("pFileMap");
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:released mapped file %s", __func__, fileMap->File);
+  trace.Check("released mapped file %s", fileMap->File);
   CloseFileMap(fileMap);
   // A record that is unmapped a second time must not count twice.
   if (fileMap->Mapped) --liveMappings;
@@ -165,9 +163,9 @@ BOOL VXREng_UnmapFile(VXR_FILEMAP *fileMap) {
 
 BOOL VXREng_CopyFile(const char *source, const char *target, [[maybe_unused]] BOOL flag) {
   const CallTrace trace = TraceCall();
-  if (source == nullptr) LogNull("szSource");
-  if (target == nullptr) LogNull("szTarget");
-  if (source != nullptr && target != nullptr) CopyOver(source, target, __func__);
+  if (source == nullptr) trace.Null("szSource");
+  if (target == nullptr) trace.Null("szTarget");
+  if (source != nullptr && target != nullptr) CopyOver(source, target, trace);
   // A driver that was already in place serves, even when it could not be replaced.
   return VXREng_FileExists(target);
 }
@@ -178,8 +176,7 @@ BOOL VXREng_FileExistsInDir(const char *directory, const char *name) {
   char path[MAX_PATH];
   const int length = std::snprintf(path, sizeof(path), "%s\\%s", directory, name);
   if (length < 0 || static_cast<SIZE_T>(length) >= sizeof(path)) {
-    VXRDbg_Log(kError, "ERROR:%s:path of %d characters is too long, shorten the directory:%s\\%s\n", __func__, length,
-               directory, name);
+    trace.Error("path of %d characters is too long, shorten the directory:%s\\%s\n", length, directory, name);
     return FALSE;
   }
   return VXREng_FileExists(path);

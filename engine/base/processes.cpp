@@ -5,7 +5,7 @@
 namespace {
 
 // Starts the command; FALSE, with the system error code in `*exitCode`, when it cannot.
-BOOL StartCommand(const char *command, PROCESS_INFORMATION *process, DWORD *exitCode, const char *caller) {
+BOOL StartCommand(const char *command, PROCESS_INFORMATION *process, DWORD *exitCode, const Caller &trace) {
   STARTUPINFOA startup = {};
   startup.cb = sizeof(startup);
   // The call's text is not const in its declaration, but only its wide form writes to it.
@@ -14,16 +14,16 @@ BOOL StartCommand(const char *command, PROCESS_INFORMATION *process, DWORD *exit
     return TRUE;
   }
   *exitCode = platform::GetLastError();
-  LogFailure("CreateProcess", command, caller);
+  trace.Failed("CreateProcess", command);
   return FALSE;
 }
 
 // Waits for the process, reads its exit code and closes its handles.
-void FinishProcess(const PROCESS_INFORMATION &process, const char *command, DWORD *exitCode, const char *caller) {
+void FinishProcess(const PROCESS_INFORMATION &process, const char *command, DWORD *exitCode, const Caller &trace) {
   if (platform::WaitForSingleObject(process.hProcess, INFINITE) == WAIT_FAILED) {
-    LogFailure("WaitForSingleObject", command, caller);
+    trace.Failed("WaitForSingleObject", command);
   } else if (!platform::GetExitCodeProcess(process.hProcess, exitCode)) {
-    LogFailure("GetExitCodeProcess", command, caller);
+    trace.Failed("GetExitCodeProcess", command);
   }
   platform::CloseHandle(process.hThread);
   platform::CloseHandle(process.hProcess);
@@ -39,10 +39,10 @@ BOOL VXREng_ExecCommand(const char *command, DWORD *exitCode) {
     VXRDbg_Log(kError, "ERROR:szCmmd is NULL!\n");
     return FALSE;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:szCmmd=%s\n", __func__, command);
+  trace.Flush("szCmmd=%s\n", command);
   PROCESS_INFORMATION process = {};
-  const BOOL started = StartCommand(command, &process, exitCode, __func__);
-  if (started) FinishProcess(process, command, exitCode, __func__);
+  const BOOL started = StartCommand(command, &process, exitCode, trace);
+  if (started) FinishProcess(process, command, exitCode, trace);
   // A failed start may leave no error code.
   const BOOL success = started && *exitCode == 0;
   VXRDbg_Log(success ? kCheck : kError,

@@ -29,7 +29,7 @@ void VXREng_SetStatusWnd(void *window, uint32_t flags) {
   const CallTrace trace = TraceCall();
   hStatusWnd = static_cast<HWND>(window);
   dwWndFlags = flags;
-  VXRDbg_Log(kCheck, "CHECK:%s:hWnd = 0x%08x:WndFlags = 0x%08x\n", __func__, LowHalf(window), flags);
+  trace.Check("hWnd = 0x%08x:WndFlags = 0x%08x\n", LowHalf(window), flags);
 }
 
 BOOL VXREng_StatusMsg(DWORD code, const char *format, ...) {

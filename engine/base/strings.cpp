@@ -61,7 +61,7 @@ int32_t VXREng_FindMatch(const char *target, const char *texts) {
 HeapText VXREng_FixString(char from, char to, const char *input) {
   const CallTrace trace = TraceCall();
   if (input == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:szInput is NULL!\n", __func__);
+    trace.Error("szInput is NULL!\n");
     return nullptr;
   }
   const SIZE_T size = std::strlen(input) + 1;
@@ -69,20 +69,20 @@ HeapText VXREng_FixString(char from, char to, const char *input) {
   if (output == nullptr) return nullptr;
   std::memcpy(output.get(), input, size);
   ReplaceCharacter(from, to, output.get());
-  VXRDbg_Log(kFlush, "FLUSH:%s:szIn =%s\n", __func__, input);
-  VXRDbg_Log(kFlush, "FLUSH:%s:szOut=%s\n", __func__, output.get());
+  trace.Flush("szIn =%s\n", input);
+  trace.Flush("szOut=%s\n", output.get());
   return output;
 }
 
 BOOL VXREng_FixStr(char from, char to, char *text) {
   const CallTrace trace = TraceCall();
   if (text == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:szInput is NULL!\n", __func__);
+    trace.Error("szInput is NULL!\n");
     return TRUE;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:szIn =%s\n", __func__, text);
+  trace.Flush("szIn =%s\n", text);
   ReplaceCharacter(from, to, text);
-  VXRDbg_Log(kFlush, "FLUSH:%s:szOut=%s\n", __func__, text);
+  trace.Flush("szOut=%s\n", text);
   return TRUE;
 }
 
@@ -147,10 +147,10 @@ const char *LastBackslash(const char *path) {
 
 char *LastBackslash(char *path) { return const_cast<char *>(LastBackslash(static_cast<const char *>(path))); }
 
-HeapText JoinPath(const char *directory, const char *name, SIZE_T spare, const char *purpose, const char *caller) {
+HeapText JoinPath(const char *directory, const char *name, SIZE_T spare, const char *purpose, const Caller &trace) {
   const SIZE_T directoryLength = std::strlen(directory);
   const SIZE_T nameSize = std::strlen(name) + 1;
-  HeapText path = AllocText(directoryLength + 1 + nameSize + spare, purpose, caller);
+  HeapText path = AllocText(directoryLength + 1 + nameSize + spare, purpose, trace);
   if (path == nullptr) return nullptr;
   std::memcpy(path.get(), directory, directoryLength);
   path.get()[directoryLength] = '\\';

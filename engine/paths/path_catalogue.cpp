@@ -52,10 +52,10 @@ HeapText Concatenate(const char *const (&parts)[4], SIZE_T *size) {
   return text;
 }
 
-HeapText BuildPath(DWORD id, const char *name, SIZE_T *size, const char *caller) {
+HeapText BuildPath(DWORD id, const char *name, SIZE_T *size, const Caller &trace) {
   if (id == VXR_STR_SERVICES) return name == nullptr ? nullptr : Concatenate({name, ".Services", "", ""}, size);
   if (id >= std::size(kPathRules) || kPathRules[id].directory == nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:UNKNOWN!\n", caller);
+    trace.Check("UNKNOWN!\n");
     return nullptr;
   }
   const PathRule &rule = kPathRules[id];
@@ -64,7 +64,7 @@ HeapText BuildPath(DWORD id, const char *name, SIZE_T *size, const char *caller)
   const char drive = VXRRlm_GetRootDrive();
   if (rule.restored && (*directory == '\0' || drive == '\0')) {
     // A drive letter over nothing would name a place in the current directory.
-    VXRDbg_Log(kError, "ERROR:%s:restored system's directory or drive is empty, set the job's RootPath\n", caller);
+    trace.Error("restored system's directory or drive is empty, set the job's RootPath\n");
     return nullptr;
   }
   const bool named = rule.takesName && name != nullptr;
@@ -79,14 +79,13 @@ HeapText VXREng_GetStringAs(DWORD id, const char *name) {
   const CallTrace trace = TraceCall();
   const CallTrace secondExitLine(__func__);
   if (gpVXRParaBlock == nullptr) {
-    LogNull("gpVXRParaBlock");
+    trace.Null("gpVXRParaBlock");
     return nullptr;
   }
   SIZE_T size = 0;
-  HeapText path = BuildPath(id, name, &size, __func__);
+  HeapText path = BuildPath(id, name, &size, trace);
   if (path == nullptr) {
-    VXRDbg_Log(kError, "CHECK:%s:AllocHeap(%d bytes) failed for type %d!ec=%d\n", __func__, static_cast<DWORD>(size),
-               id, platform::GetLastError());
+    trace.Log(kError, "CHECK", "AllocHeap(%d bytes) failed for type %d!ec=%d\n", static_cast<DWORD>(size), id, platform::GetLastError());
   } else if (id == VXR_DIR_WINCFG) {
     VXRDbg_Log(kCheck, "VXR_DIR_WINCFG:%s:%s\n", path.get(), VXRExt_GetSystemPath());
   }

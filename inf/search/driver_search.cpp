@@ -35,48 +35,48 @@ void ResetDriver(VXR_DRIVER *driver, BOOL bInject) {
 }
 
 // Searches a validated directory and, in injection mode, registers the driver that it has.
-BOOL UseDirectory(const char *directory, VXR_DEVICE *device, const char *caller) {
+BOOL UseDirectory(const char *directory, VXR_DEVICE *device, const Caller &trace) {
   VXREng_StatusMsg(kProgress, "Looking for driver information in %s...\n", directory);
   ResetDriver(device->pVXRDriver, device->bInject);
   if (!VXRDev_GetDriverInfDir(directory, device->pVXRDriver, device)) return FALSE;
   if (!device->bInject) return TRUE;
   VXREng_StatusMsg(kProgress, "Updating registry for corresponding drivers...\n");
   if (VXRDev_PostGetDriver(device->pVXRDriver, device)) return TRUE;
-  LogFailure("VXRDev_PostGetDriver", directory, caller);
+  trace.Failed("VXRDev_PostGetDriver", directory);
   ReportRefusal(VXRMACHINE_REFUSED_NOT_REGISTERED, directory);
   return FALSE;
 }
 
 // Asks whether to stop searching. A user who cannot be asked has not said no: going back to the prompt then could go on
 // for ever, so the search stops, too.
-bool StopsSearching(const char *caller) {
+bool StopsSearching(const Caller &trace) {
   const int answer = platform::MessageBoxA(nullptr, "Are your sure you want to cancel searching driver files?",
                                            "Cancel Search?", MB_YESNO);
-  if (answer == 0) LogFailure("MessageBox", "Cancel Search?", caller);
+  if (answer == 0) trace.Failed("MessageBox", "Cancel Search?");
   if (answer != IDYES) return answer == 0;
   VXREng_StatusMsg(kUserCancelled, "User cancelled searching for driver files.");
-  VXRDbg_Log(kError, "WARNG:%s:user cancelled on providing a valid inf dir!\n", caller);
+  trace.Log(kError, "WARNG", "user cancelled on providing a valid inf dir!\n");
   return true;
 }
 
 // One file of the directory, number `number` of its list, which goes on from it as `files`.
 BOOL UseInfFile(const char *path, int32_t number, const char *directory, const char *files, VXR_DRIVER *driver,
-                VXR_DEVICE *device, const char *caller) {
+                VXR_DEVICE *device, const Caller &trace) {
   if (!VXRDev_ValidateInfFile(path, &device->guDevice)) {
-    VXRDbg_Log(kFlush, "FLUSH:%s:VXRDev_ValidateInfFile():failed for [%02d]:%s!\n", caller, number, path);
+    trace.Flush("VXRDev_ValidateInfFile():failed for [%02d]:%s!\n", number, path);
     return FALSE;
   }
   platform::ReportDecision(VXRMACHINE_INF_TRIED, path);
   if (!VXRDev_InitDriverInf(path, driver, device)) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRDev_InitDriverInf():failed for [%02d]:%s!\n", caller, number, path);
+    trace.Error("VXRDev_InitDriverInf():failed for [%02d]:%s!\n", number, path);
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:VXRDev_InitDriverInf() successful for [%02d]:%s!\n", caller, number, path);
+  trace.Check("VXRDev_InitDriverInf() successful for [%02d]:%s!\n", number, path);
   if (VXRDev_LocateDriverInfs(directory, files, driver, device)) {
     VXREng_StatusMsg(kProgress, "Successfully processed %s for %s...\n", path, device->szInstanceID);
     return TRUE;
   }
-  VXRDbg_Log(kError, "ERROR:%s:VXRDev_LocateDriverInfs():failed for [%02d]:%s!\n", caller, number, path);
+  trace.Error("VXRDev_LocateDriverInfs():failed for [%02d]:%s!\n", number, path);
   ForgetInfFile(driver);
   return FALSE;
 }
@@ -87,7 +87,7 @@ BOOL VXRDev_GetDriverInfDirs(const char *szInfDirs, VXR_DEVICE *pVXRDevice) {
   const CallTrace trace = TraceCall();
   if (!Given(szInfDirs, "szInfDirs") || !Given(pVXRDevice, "pVXRDevice")) return FALSE;
   if (pVXRDevice->VXRDevType == VXR_DEVTYPE_DISKDRIVE) {
-    VXRDbg_Log(kCheck, "CHECK:%s:DISKDRIVE, bypass adding driver...\n", __func__);
+    trace.Check("DISKDRIVE, bypass adding driver...\n");
     return TRUE;
   }
   if (pVXRDevice->pVXRDriver != nullptr) VXRDev_FreeDriver(pVXRDevice->pVXRDriver);
@@ -101,20 +101,20 @@ BOOL VXRDev_GetDriverInfDirs(const char *szInfDirs, VXR_DEVICE *pVXRDevice) {
     DWORD required = 0;
     platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, listed);
     if (!VXRDev_ValidateDir(kInfPattern, listed, directory.get(), MAX_PATH, &required)) {
-      LogFailure("VXRDev_ValidateDir", "None");
+      trace.Failed("VXRDev_ValidateDir", "None");
       break;
     }
     if (std::strcmp(directory.get(), listed) != 0) {  // the user's
       platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory.get());
     }
-    found = UseDirectory(directory.get(), pVXRDevice, __func__);
+    found = UseDirectory(directory.get(), pVXRDevice, trace);
   }
   if (found) {
     VXREng_StatusMsg(kProgress, "Successful in %s for %s...\n",
                      pVXRDevice->bInject ? "driver files injection" : "driver files verification",
                      pVXRDevice->szInstanceID);
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:%s\n", __func__, found ? "TRUE" : "FALSE");
+  trace.Check("%s\n", found ? "TRUE" : "FALSE");
   return found;
 }
 
@@ -126,16 +126,16 @@ BOOL VXRDev_ValidateDir(const char *szPattern, const char *szDirIn, char *szDirO
   const char *sought = szPattern != nullptr ? szPattern : kInfPattern;
 
   while (!VXREng_FileExistsInDir(szDirOut, szPattern)) {
-    VXRDbg_Log(kCheck, "CHECK:%s:validating:%s for %s file...\n", __func__, szDirOut, sought);
+    trace.Check("validating:%s for %s file...\n", szDirOut, sought);
     const UINT answer =
         platform::SetupPromptForDiskA(nullptr, "Varnelt VXR Driver Search", nullptr, szDirOut, sought, nullptr,
                                       IDF_OEMDISK | IDF_CHECKFIRST | IDF_NOCOMPRESSED, szDirOut, size, required);
     if (answer == DPROMPT_SUCCESS) {
-      VXRDbg_Log(kCheck, "CHECK:%s:dir=:%s contains %s ...\n", __func__, szDirOut, sought);
+      trace.Check("dir=:%s contains %s ...\n", szDirOut, sought);
       return TRUE;
     }
     if (answer != DPROMPT_CANCEL) {
-      LogFailure("SetupPromptForDisk", "Inf file not found");
+      trace.Failed("SetupPromptForDisk", "Inf file not found");
       return FALSE;
     }
     if (StopsSearching(__func__)) return FALSE;
@@ -148,10 +148,10 @@ BOOL VXRDev_GetDriverInfDir(const char *szInfDir, VXR_DRIVER *pVXRDriver, VXR_DE
   if (!Given(szInfDir, "szInfDir") || !Given(pVXRDriver, "pVXRDriver") || !Given(pVXRDevice, "pVXRDevice")) {
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:dev=%p:drv=%p:dir=%s\n", __func__, pVXRDevice, pVXRDriver, szInfDir);
+  trace.Check("dev=%p:drv=%p:dir=%s\n", pVXRDevice, pVXRDriver, szInfDir);
   const HeapText files = VXRDev_GetInfFilesList(szInfDir);
   if (files == nullptr) {
-    LogFailure("VXRDev_GetInfFilesList", szInfDir);
+    trace.Failed("VXRDev_GetInfFilesList", szInfDir);
     return FALSE;
   }
   BOOL found = FALSE;
@@ -159,9 +159,9 @@ BOOL VXRDev_GetDriverInfDir(const char *szInfDir, VXR_DRIVER *pVXRDriver, VXR_DE
   for (const char *file = files.get(); *file != '\0'; file = NextText(file), ++searched) {
     const HeapText path = JoinPath(szInfDir, file, kPathSpare, "szInfFile");
     if (path == nullptr) break;
-    found = UseInfFile(path.get(), searched + 1, szInfDir, file, pVXRDriver, pVXRDevice, __func__);
+    found = UseInfFile(path.get(), searched + 1, szInfDir, file, pVXRDriver, pVXRDevice, trace);
     if (found) break;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:Total %d inf files searched in %s...\n", __func__, searched, szInfDir);
+  trace.Check("Total %d inf files searched in %s...\n", searched, szInfDir);
   return found;
 }

@@ -40,12 +40,12 @@ bool ReadClassGuid(const char *path, char *classGuid) {
 }
 
 // Restricts the search for the device's drivers to one INF file.
-bool SearchOnly(HDEVINFO set, SP_DEVINFO_DATA *device, const char *path, const char *caller) {
+bool SearchOnly(HDEVINFO set, SP_DEVINFO_DATA *device, const char *path, const Caller &trace) {
   SP_DEVINSTALL_PARAMS_A parameters = {};
   parameters.cbSize = sizeof(parameters);
   if (!platform::SetupDiGetDeviceInstallParamsA(set, device, &parameters)) return false;
   parameters.Flags = DI_ENUMSINGLEINF;
-  if (!PutText(parameters.DriverPath, sizeof(parameters.DriverPath), "DriverPath", {path}, caller)) return false;
+  if (!PutText(parameters.DriverPath, sizeof(parameters.DriverPath), "DriverPath", {path}, trace)) return false;
   return platform::SetupDiSetDeviceInstallParamsA(set, device, &parameters);
 }
 
@@ -89,14 +89,14 @@ HeapText VXRDev_GetInfFilesList(const char *szInfDir) {
   if (!Given(szInfDir, "szInfDir")) return nullptr;
   DWORD size = 0;
   if (!platform::SetupGetInfFileListA(szInfDir, INF_STYLE_WIN4, nullptr, 0, &size)) {
-    LogFailure("SetupGetInfFileList", szInfDir);
+    trace.Failed("SetupGetInfFileList", szInfDir);
     return nullptr;
   }
   if (size < kShortestList) return nullptr;
   HeapText files = AllocText(size, "szInfFiles");
   if (files == nullptr) return nullptr;
   if (!platform::SetupGetInfFileListA(szInfDir, INF_STYLE_WIN4, files.get(), size, nullptr)) {
-    LogFailure("SetupGetInfFileList", szInfDir);
+    trace.Failed("SetupGetInfFileList", szInfDir);
     return nullptr;
   }
   return files;
@@ -123,15 +123,14 @@ BOOL VXRDev_InitDriverInf(const char *szInfFile, VXR_DRIVER *pVXRDriver, VXR_DEV
   }
   const DeviceSet set = PresentDevices(&pVXRDevice->guDevice);
   if (set == nullptr) {
-    LogFailure("SetupDiGetClassDevs", "Failed to get hDevInfo");
+    trace.Failed("SetupDiGetClassDevs", "Failed to get hDevInfo");
     return FALSE;
   }
-  VXRDbg_Log(kFlush, "FLUSH:%s:hDevInfo=%p:inf=%s:iDevEnum=%d...\n", __func__, set.get(), szInfFile,
-             pVXRDevice->iDevEnum);
+  trace.Flush("hDevInfo=%p:inf=%s:iDevEnum=%d...\n", set.get(), szInfFile, pVXRDevice->iDevEnum);
   SP_DEVINFO_DATA device = {};
   device.cbSize = sizeof(device);
   if (!platform::SetupDiEnumDeviceInfo(set.get(), pVXRDevice->iDevEnum, &device)) return FALSE;
-  if (!SearchOnly(set.get(), &device, szInfFile, __func__)) return FALSE;
+  if (!SearchOnly(set.get(), &device, szInfFile, trace)) return FALSE;
   HeapPtr<SP_DRVINFO_DATA_A> driver = FirstDriver(set.get(), &device);
   if (driver == nullptr) return FALSE;
   HeapPtr<SP_DRVINFO_DETAIL_DATA_A> detail = DriverDetail(set.get(), &device, driver.get());
@@ -146,6 +145,6 @@ BOOL VXRDev_InitDriverInf(const char *szInfFile, VXR_DRIVER *pVXRDriver, VXR_DEV
   pVXRDriver->pDrvInfoData = driver.release();
   pVXRDriver->pDrvInfoDetailData = detail.release();
   pVXRDriver->pVXRDevice = pVXRDevice;
-  VXRDbg_Log(kCheck, "CHECK:%s:driver info built ok from %s\n", __func__, szInfFile);
+  trace.Check("driver info built ok from %s\n", szInfFile);
   return TRUE;
 }

@@ -12,10 +12,10 @@ namespace {
 // One manufacturer line: its model section under each decoration of the driver's device, then under none. The target
 // systems that follow on the line are not read; which decorations count is the restored system's matter alone.
 BOOL UseManufacturer(HINF hInf, INFCONTEXT *line, const char *szInfDir, const char *szHardwareID, VXR_DRIVER *driver,
-                     const char *caller) {
+                     const Caller &trace) {
   const HeapText manufacturer = TextField(hInf, line, 0);
   if (manufacturer == nullptr) return FALSE;
-  VXRDbg_Log(kFlush, "FLUSH:%s:checking manufacturer %s...\n", caller, manufacturer.get());
+  trace.Flush("checking manufacturer %s...\n", manufacturer.get());
   const HeapText models = TextField(hInf, line, 1);
   if (models == nullptr) return FALSE;
   const char *next = driver->pVXRDevice->szTargetOS;
@@ -23,12 +23,12 @@ BOOL UseManufacturer(HINF hInf, INFCONTEXT *line, const char *szInfDir, const ch
     // The empty text that closes the list stands for the walk without a decoration.
     const char *decoration = *next != '\0' ? next : nullptr;
     if (VXRDev_ProcessModSect(hInf, szInfDir, models.get(), decoration, szHardwareID, driver)) {
-      VXRDbg_Log(kCheck, "CHECK:%s:found match:sec=%s:arch=%s...\n", caller, models.get(), DecorationName(decoration));
+      trace.Check("found match:sec=%s:arch=%s...\n", models.get(), DecorationName(decoration));
       return TRUE;
     }
     next = decoration != nullptr ? NextText(decoration) : nullptr;
   }
-  VXRDbg_Log(kInfo, "INFOR:%s:not found match in section %s...\n", caller, models.get());
+  trace.Info("not found match in section %s...\n", models.get());
   return FALSE;
 }
 
@@ -43,7 +43,7 @@ BOOL VXRDev_LocateDriverInfs(const char *szInfDir, const char *szInfFiles, VXR_D
       !Given(pVXRDriver->pVXRDevice, "pVXRDriver->pVXRDevice")) {
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:instid=%s:infdir=%s\n", __func__, pVXRDevice->szInstanceID, szInfDir);
+  trace.Check("instid=%s:infdir=%s\n", pVXRDevice->szInstanceID, szInfDir);
 
   const SP_DRVINFO_DETAIL_DATA_A *detail = pVXRDriver->pDrvInfoDetailData;
   const char *ids = detail->HardwareID;
@@ -60,12 +60,11 @@ BOOL VXRDev_LocateDriverInfs(const char *szInfDir, const char *szInfFiles, VXR_D
   for (const auto &list : candidates) {
     int32_t number = 0;
     for (const char *id = list.ids; id != nullptr && *id != '\0' && !found; id = NextText(id)) {
-      VXRDbg_Log(kCheck, "CHECK:%s:check %s id=%02d:%s\n", __func__, list.name, ++number, id);
+      trace.Check("check %s id=%02d:%s\n", list.name, ++number, id);
       found = VXRDev_LocateDriverByID(id, szInfDir, szInfFiles, pVXRDriver, pVXRDevice);
     }
   }
-  VXRDbg_Log(kInfo, "INFOR:%s:%s driver for %s\n", __func__, found ? "successfully located" : "failed to locate",
-             pVXRDevice->szInstanceID);
+  trace.Info("%s driver for %s\n", found ? "successfully located" : "failed to locate", pVXRDevice->szInstanceID);
   return found;
 }
 
@@ -77,7 +76,7 @@ BOOL VXRDev_LocateDriverByID(const char *szHardwareID, const char *szInfDir, con
     return FALSE;
   }
   const HeapText guid = VXRDev_GetGuidString(&pVXRDevice->guDevice, TRUE);
-  VXRDbg_Log(kInfo, "INFOR:%s:check for hwid=%s:devguid=%s\n", __func__, szHardwareID, guid.get());
+  trace.Info("check for hwid=%s:devguid=%s\n", szHardwareID, guid.get());
   const HeapText path = AllocText(MAX_PATH, "szInfFile");
   if (path == nullptr) return FALSE;
   for (const char *file = szInfFiles; *file != '\0'; file = NextText(file)) {
@@ -99,7 +98,7 @@ BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFi
   platform::ReportDecision(VXRMACHINE_INF_TRIED, szInfFile, szHardwareID);
   if (!DecorationsGiven(pVXRDriver)) return FALSE;
   if (*pVXRDriver->pVXRDevice->szTargetOS == '\0') {
-    LogFailure("VXREng_GetSubStringCount:szTargetOS", szInfFile);
+    trace.Failed("VXREng_GetSubStringCount:szTargetOS", szInfFile);
     return FALSE;
   }
   InfFile own;
@@ -107,15 +106,15 @@ BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFi
     own = OpenInfFile(szInfFile);
     if (own == nullptr) {
       ReportRefusal(VXRMACHINE_REFUSED_UNREADABLE);
-      LogFailure("SetupOpenInfFile", szInfFile);
+      trace.Failed("SetupOpenInfFile", szInfFile);
       return FALSE;
     }
     hInf = own.get();
   }
-  VXRDbg_Log(kCheck, "FLUSH:%s:InfFile=%s\n", __func__, szInfFile);
+  trace.Log(kCheck, "FLUSH", "InfFile=%s\n", szInfFile);
   INFCONTEXT line = {};
   for (BOOL more = FirstLine(hInf, "Manufacturer", &line); more; more = NextLine(&line)) {
-    if (UseManufacturer(hInf, &line, szInfDir, szHardwareID, pVXRDriver, __func__)) return TRUE;
+    if (UseManufacturer(hInf, &line, szInfDir, szHardwareID, pVXRDriver, trace)) return TRUE;
   }
   ReportRefusal(VXRMACHINE_REFUSED_RESTORED_SYSTEM);
   return FALSE;

@@ -27,50 +27,48 @@ const char *QuoteFor(const char *path) { return std::strchr(path, ' ') != nullpt
 
 // The tool's command line in a buffer of kCommandSize bytes; false after logging that it does not fit. `file` is null
 // for UNLOAD, whose line ends in a blank.
-bool FormatCommand(char *command, const char *szSysPath, const char *verb, const char *file, const char *caller) {
+bool FormatCommand(char *command, const char *szSysPath, const char *verb, const char *file, const Caller &trace) {
   const char *toolQuote = QuoteFor(szSysPath);
   const char *name = file != nullptr ? file : "";
   const char *fileQuote = QuoteFor(name);
   const int length = std::snprintf(command, kCommandSize, "%s%s\\reg.exe%s %s %s %s%s%s", toolQuote, szSysPath,
                                    toolQuote, verb, kMountPoint, fileQuote, name, fileQuote);
   if (length >= 0 && static_cast<SIZE_T>(length) < kCommandSize) return true;
-  VXRDbg_Log(kError, "ERROR:%s:the %s command for %s needs %d bytes, %d fit; use shorter paths\n", caller, verb, name,
-             length + 1, static_cast<int>(kCommandSize));
+  trace.Error("the %s command for %s needs %d bytes, %d fit; use shorter paths\n", verb, name, length + 1, static_cast<int>(kCommandSize));
   return false;
 }
 
-BOOL RunUnload(const char *szSysPath, const char *caller) {
-  VXRDbg_Log(kCheck, "CHECK:%s:unloading original hive %s at %s...\n", caller, szCurHiveFile, kMountPoint);
+BOOL RunUnload(const char *szSysPath, const Caller &trace) {
+  trace.Check("unloading original hive %s at %s...\n", szCurHiveFile, kMountPoint);
   const HeapText szCmmd = AllocTextUnlogged(kCommandSize);
   if (szCmmd == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:AllocHeap(%d bytes) failed for szCmmd!ec=%d\n", caller, static_cast<int>(kCommandSize),
-               platform::GetLastError());
+    trace.Error("AllocHeap(%d bytes) failed for szCmmd!ec=%d\n", static_cast<int>(kCommandSize), platform::GetLastError());
     return FALSE;
   }
   DWORD exitCode = 0;
-  if (!FormatCommand(szCmmd.get(), szSysPath, "UNLOAD", nullptr, caller)) return FALSE;
+  if (!FormatCommand(szCmmd.get(), szSysPath, "UNLOAD", nullptr, trace)) return FALSE;
   if (!VXREng_ExecCommand(szCmmd.get(), &exitCode)) {
-    VXRDbg_Log(kCheck, "CHECK:%s:VXREng_ExecCommand() failed!\n", caller);
+    trace.Check("VXREng_ExecCommand() failed!\n");
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:unloaded original hive %s at %s...\n", caller, szCurHiveFile, kMountPoint);
+  trace.Check("unloaded original hive %s at %s...\n", szCurHiveFile, kMountPoint);
   return TRUE;
 }
 
 // Mounts the hive of that type and records its control set.
-BOOL LoadHiveOfType(DWORD hiveType, VXR_PARABLOCK *block, const char *caller) {
+BOOL LoadHiveOfType(DWORD hiveType, VXR_PARABLOCK *block, const Caller &trace) {
   const HeapText path =
       hiveType < std::size(kHiveNames) ? VXREng_GetStringAs(VXR_DIR_WINCFG, kHiveNames[hiveType]) : nullptr;
   if (path == nullptr) {
-    VXRDbg_Log(kError, "ERROR:%s:VXREng_GetStringAs(%d) failed!\n", caller, VXR_DIR_WINCFG);
+    trace.Error("VXREng_GetStringAs(%d) failed!\n", VXR_DIR_WINCFG);
     return FALSE;
   }
   if (!VXRReg_LoadHiveFile(block->szSystemPath, path.get())) {
-    VXRDbg_Log(kError, "ERROR:%s:VXRReg_LoadHiveFile(%s, %s) failed!\n", caller, block->szSystemPath, path.get());
+    trace.Error("VXRReg_LoadHiveFile(%s, %s) failed!\n", block->szSystemPath, path.get());
     return FALSE;
   }
   block->dwCtrlSetIndex = VXRReg_GetControlSetIndex(FALSE);
-  VXRDbg_Log(kCheck, "CHECK:%s:Control Set Index = %d\n", caller, block->dwCtrlSetIndex);
+  trace.Check("Control Set Index = %d\n", block->dwCtrlSetIndex);
   return TRUE;
 }
 
@@ -79,13 +77,13 @@ BOOL LoadHiveOfType(DWORD hiveType, VXR_PARABLOCK *block, const char *caller) {
 BOOL VXRReg_LoadHiveFile(const char *szSysPath, const char *szLoadFile) {
   const CallTrace trace = TraceCall();
   if (szLoadFile == nullptr || szSysPath == nullptr) {
-    LogNull(szLoadFile == nullptr ? "szLoadFile" : "szSysPath");
+    trace.Null(szLoadFile == nullptr ? "szLoadFile" : "szSysPath");
     return FALSE;
   }
   VXRReg_UnloadHive(szSysPath);
-  VXRDbg_Log(kCheck, "CHECK:%s:loading hive %s to %s...\n", __func__, szLoadFile, kMountPoint);
+  trace.Check("loading hive %s to %s...\n", szLoadFile, kMountPoint);
   const HeapText szCmmd = AllocText(kCommandSize, "szCmmd");
-  if (szCmmd == nullptr || !FormatCommand(szCmmd.get(), szSysPath, "LOAD", szLoadFile, __func__)) return FALSE;
+  if (szCmmd == nullptr || !FormatCommand(szCmmd.get(), szSysPath, "LOAD", szLoadFile, trace)) return FALSE;
   // Made first: a hive that is mounted and not remembered would never be unmounted.
   const SIZE_T size = std::strlen(szLoadFile) + 1;
   HeapText hiveFile = AllocText(size, "szCurHiveFile");
@@ -94,26 +92,26 @@ BOOL VXRReg_LoadHiveFile(const char *szSysPath, const char *szLoadFile) {
 
   DWORD exitCode = 0;
   if (!VXREng_ExecCommand(szCmmd.get(), &exitCode)) {
-    LogFailure("VXREng_ExecCommand", szCmmd.get());
+    trace.Failed("VXREng_ExecCommand", szCmmd.get());
     return FALSE;
   }
-  VXRDbg_Log(kCheck, "CHECK:%s:hive %s loaded ok to %s\n", __func__, szLoadFile, kMountPoint);
+  trace.Check("hive %s loaded ok to %s\n", szLoadFile, kMountPoint);
   szCurHiveFile = hiveFile.release();
-  VXRDbg_Log(kCheck, "CHECK:%s:current loaded hive file is %s\n", __func__, szCurHiveFile);
+  trace.Check("current loaded hive file is %s\n", szCurHiveFile);
   return TRUE;
 }
 
 BOOL VXRReg_UnloadHive(const char *szSysPath) {
   const CallTrace trace = TraceCall();
   if (szCurHiveFile == nullptr) {
-    VXRDbg_Log(kCheck, "CHECK:%s:no hive file found!\n", __func__);
+    trace.Check("no hive file found!\n");
     return TRUE;
   }
   BOOL unloaded = FALSE;
   if (szSysPath != nullptr) {
-    unloaded = RunUnload(szSysPath, __func__);
+    unloaded = RunUnload(szSysPath, trace);
   } else {
-    VXRDbg_Log(kCheck, "CHECK:%s:szSysPath is NULL\n", __func__);
+    trace.Check("szSysPath is NULL\n");
   }
   FreeMember(szCurHiveFile);
   return unloaded;
@@ -122,14 +120,14 @@ BOOL VXRReg_UnloadHive(const char *szSysPath) {
 BOOL VXRReg_LoadHive(DWORD hiveType, VXR_PARABLOCK *pVXRParaBlock) {
   const CallTrace trace = TraceCall();
   if (pVXRParaBlock == nullptr) {
-    LogNull("pVXRParaBlock");
+    trace.Null("pVXRParaBlock");
     return FALSE;
   }
   if (!pVXRParaBlock->bInject) {
     VXREng_StatusMsg(kProgress, "Check only, bypass loading the original registry hive...\n");
     return TRUE;
   }
-  if (LoadHiveOfType(hiveType, pVXRParaBlock, __func__)) return TRUE;
+  if (LoadHiveOfType(hiveType, pVXRParaBlock, trace)) return TRUE;
   VXRReg_UnloadHive(pVXRParaBlock->szSystemPath);
   return FALSE;
 }
