@@ -51,7 +51,8 @@ void FillPath(char (&field)[MAX_PATH], const char *root, const char *below, cons
   const SIZE_T rootLength = std::strlen(root);
   const SIZE_T belowLength = std::strlen(below);
   if (rootLength + belowLength >= sizeof(field)) {
-    trace.Error("RootPath of %u characters does not fit the extension's %u, shorten it in the job:%s%s\n", static_cast<DWORD>(rootLength), static_cast<DWORD>(sizeof(field) - 1), root, below);
+    trace.Error("RootPath of %u characters does not fit the extension's %u, shorten it in the job:%s%s\n",
+                static_cast<DWORD>(rootLength), static_cast<DWORD>(sizeof(field) - 1), root, below);
     return;
   }
   std::memset(field, 0, sizeof(field));
@@ -85,7 +86,8 @@ VXR_EXTIMAGE *MapImage(const char *path, const Caller &trace) {
   }
   trace.Check("file mapped ok as %s\n", currentMapping->Name);
   if (currentMapping->Size < sizeof(VXR_EXTIMAGE)) {
-    trace.Error("%s has %u bytes, an extension file has %u, take it from the backup again\n", path, currentMapping->Size, VXR_EXT_FILE_SIZE);
+    trace.Error("%s has %u bytes, an extension file has %u, take it from the backup again\n", path,
+                currentMapping->Size, VXR_EXT_FILE_SIZE);
     return nullptr;
   }
   return static_cast<VXR_EXTIMAGE *>(currentMapping->Start);
@@ -153,7 +155,7 @@ BOOL VXRExt_CheckHeader(const VXR_EXTHEADER *header) {
     trace.Error("wrong bme head magic = 0x%08X:CBM=0x%08x HBM=9x%08x!\n", magic, VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
     return FALSE;
   }
-  VXRDbg_DumpExtHeader(header, trace);
+  VXRDbg_DumpExtHeader(header, trace.name);
   return TRUE;
 }
 

@@ -24,7 +24,8 @@ static_assert(InCodeOrder(kArchitectItems));
 BOOL CheckHeader(const VXR_EXTHEADER &header, const Caller &trace) {
   const uint32_t magic = VxrGet32(header.Magic);
   if (magic != VXR_EXT_MAGIC_COLD && magic != VXR_EXT_MAGIC_HOT) {
-    trace.Error("VXR Magic not magch!has 0x%08X:but CBM=0x%08x HBM=9x%08x!\n", magic, VXR_EXT_MAGIC_COLD, VXR_EXT_MAGIC_HOT);
+    trace.Error("VXR Magic not magch!has 0x%08X:but CBM=0x%08x HBM=9x%08x!\n", magic, VXR_EXT_MAGIC_COLD,
+                VXR_EXT_MAGIC_HOT);
     return FALSE;
   }
   const uint32_t version = VxrGet32(header.Version);

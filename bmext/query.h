@@ -1,6 +1,7 @@
 // Queries about an extension image: what VXRExt_QueryData (vxrcore/vxrcore.h) is made of.
 #pragma once
 
+#include "log/log.h"
 #include "platform/platform.h"
 #include "vxrcore/bmext.h"
 
@@ -60,7 +61,7 @@ enum class CopyLine : bool { kNo, kYes };
 
 // The size protocol: FALSE, after a line at level 4, when `*outSize`, the capacity, is less than the answer's size;
 // else copies the answer into `out` unless that is null. `*outSize` becomes the answer's size either way.
-BOOL GiveAnswer(const QueryAnswer &answer, uint8_t *out, uint32_t *outSize, CopyLine copyLine, const char *caller);
+BOOL GiveAnswer(const QueryAnswer &answer, uint8_t *out, uint32_t *outSize, CopyLine copyLine, const Caller &trace);
 
 inline const char *TruthText(BOOL value) { return value ? "TRUE" : "FALSE"; }
 

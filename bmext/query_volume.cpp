@@ -120,7 +120,7 @@ QueryAnswer AskDisk(uint32_t query, const void *in, const VXR_VOLUME &volume, co
   if (code == kDiskNumberItem.code) return ReadItem(kDiskNumberItem, disk);
   const QueryItem *item = FindItem(kDriverItems, code);
   if (item != nullptr) return ReadItem(*item, driver);
-  VXRDbg_Log(kError, "%s:failed...\n", trace);
+  VXRDbg_Log(kError, "%s:failed...\n", trace.name);
   return kNone;
 }
 
@@ -155,6 +155,7 @@ BOOL VXRExt_QueryVolume(uint32_t query, uint8_t *out, uint32_t *outSize, const i
     if (answer.source != nullptr) given = GiveAnswer(answer, out, outSize, CopyLine::kYes, trace);
   }
   const bool ofDisk = IsDiskCode(query);
-  trace.Flush("q=[0x%08X:0x%08X:0x%08X]:in=[%u:%p]:out=%p->[%u:%p]:ret=%s\n", query, ofDisk ? query & kSelectorBits : 0, ofDisk ? query & kItemBits : 0, inValue, in, answer.source, answer.size, out, TruthText(given));
+  trace.Flush("q=[0x%08X:0x%08X:0x%08X]:in=[%u:%p]:out=%p->[%u:%p]:ret=%s\n", query, ofDisk ? query & kSelectorBits : 0,
+              ofDisk ? query & kItemBits : 0, inValue, in, answer.source, answer.size, out, TruthText(given));
   return given;
 }

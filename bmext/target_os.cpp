@@ -101,6 +101,6 @@ HeapText VXRExt_GetTargetOS() {
   if (entry == nullptr) return nullptr;
   HeapText list = AllocText((kEntrySize + 1) * kMaximumEntries, "szTgtOss");
   if (list == nullptr || !AppendDecorations(target, entry.get(), list.get(), trace)) return nullptr;
-  VXRDbg_DumpMultiString(list.get(), __func__, kMaximumEntries);
+  VXRDbg_DumpMultiString(list.get(), trace.name, kMaximumEntries);
   return list;
 }

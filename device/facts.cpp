@@ -64,7 +64,7 @@ BOOL VXRDev_GetBootMediaType(DWORD *pBootMedia) {
   const UINT driveType = platform::GetDriveTypeA(root);
   trace.Check("checking root drive type:root=%s:type=%d\n", root, driveType);
   const Medium &medium = MediumOfDriveType(driveType);
-  VXRDbg_Log(medium.level, medium.line, trace);
+  VXRDbg_Log(medium.level, medium.line, trace.name);
   *pBootMedia = medium.medium;
   return medium.medium != VXR_BOOTMEDIA_UNKNOWN;
 }
@@ -92,7 +92,7 @@ BOOL VXRDev_GetKrnlType(DWORD *pKrnlType) {
 BOOL VXRDev_GetHalType(DWORD *pHalType) {
   const CallTrace trace = TraceCall();
   *pHalType = VXR_HAL_E_ISA_UP;
-  const HeapText id = ComputerHardwareId(__func__);
+  const HeapText id = ComputerHardwareId(trace);
   if (id == nullptr) return FALSE;
   trace.Check("retrieved hardwareid =%s\n", id.get());
   for (DWORD hal = VXR_HAL_E_ISA_UP; hal <= VXR_HAL_MPS_MP; ++hal) {

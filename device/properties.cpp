@@ -31,7 +31,8 @@ HeapText ReadProperty(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWO
   if (value == nullptr) return nullptr;
   if (!platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, type, reinterpret_cast<BYTE *>(value.get()),
                                                    needed, size)) {
-    trace.Error("SetupDiGetDeviceRegistryProperty(Prop=%X):ec=0x%08x:failed to query!\n", property, platform::GetLastError());
+    trace.Error("SetupDiGetDeviceRegistryProperty(Prop=%X):ec=0x%08x:failed to query!\n", property,
+                platform::GetLastError());
     return nullptr;
   }
   return value;
@@ -85,7 +86,7 @@ HeapText VXRDev_GetRegProperty(HDEVINFO hDevInfo, const GUID *classGuid, DWORD i
     trace.Error("NULL GUID!\n");
     return nullptr;
   }
-  VXRDbg_DumpGuid(classGuid, trace);
+  VXRDbg_DumpGuid(classGuid, trace.name);
   if (property >= kPropertyLimit) {
     trace.Error("Prop=%X > SPDRP_MAXIMUM_PROPERTY!\n", property);
     return nullptr;

@@ -77,10 +77,10 @@ HeapText VXRDev_GetClassStringByType(DWORD deviceType) {
 BOOL VXRDev_FreeDriver(VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (pVXRDriver == nullptr) return TRUE;
-  FreeLogged(pVXRDriver->szDriver, "INFOR:%s:freeing szDriver=%s\n");
-  FreeLogged(pVXRDriver->szService, "INFOR:%s:freeing szService=%s\n");
-  FreeLogged(pVXRDriver->pDrvInfoData, "INFOR:%s:freeing pDrvInfoData=%p\n");
-  FreeLogged(pVXRDriver->pDrvInfoDetailData, "INFOR:%s:freeing pDrvInfoDetailData=%p\n");
+  FreeLogged(pVXRDriver->szDriver, "freeing szDriver=%s\n");
+  FreeLogged(pVXRDriver->szService, "freeing szService=%s\n");
+  FreeLogged(pVXRDriver->pDrvInfoData, "freeing pDrvInfoData=%p\n");
+  FreeLogged(pVXRDriver->pDrvInfoDetailData, "freeing pDrvInfoDetailData=%p\n");
   trace.Check("freeing pVXRDriver=%p\n", pVXRDriver);
   FreeMember(pVXRDriver);
   return TRUE;
@@ -89,17 +89,17 @@ BOOL VXRDev_FreeDriver(VXR_DRIVER *pVXRDriver) {
 BOOL VXRDev_FreeDevice(VXR_DEVICE *pVXRDevice) {
   const CallTrace trace = TraceCall();
   if (pVXRDevice == nullptr) return TRUE;
-  FreeLogged(pVXRDevice->szInstanceID, "INFOR:%s:freeing szInstanceID=%s\n");
-  FreeLogged(pVXRDevice->szHardwareID, "INFOR:%s:freeing szHardwareID=%p\n");
-  FreeLogged(pVXRDevice->szCompatibleIDs, "INFOR:%s:freeing szCompatibleIDs=%p\n");
-  FreeLogged(pVXRDevice->szTargetOS, "INFOR:%s:freeing szTargetOS=%p\n");
+  FreeLogged(pVXRDevice->szInstanceID, "freeing szInstanceID=%s\n");
+  FreeLogged(pVXRDevice->szHardwareID, "freeing szHardwareID=%p\n");
+  FreeLogged(pVXRDevice->szCompatibleIDs, "freeing szCompatibleIDs=%p\n");
+  FreeLogged(pVXRDevice->szTargetOS, "freeing szTargetOS=%p\n");
   if (pVXRDevice->pVXRDriver != nullptr) {
-    LogFreeing("INFOR:%s:freeing pVXRDriver=%p...\n", __func__, pVXRDevice->pVXRDriver);
+    trace.Info("freeing pVXRDriver=%p...\n", pVXRDevice->pVXRDriver);
     VXRDev_FreeDriver(pVXRDevice->pVXRDriver);
     pVXRDevice->pVXRDriver = nullptr;
   }
   if (pVXRDevice->pVXRDevParent != nullptr) {
-    LogFreeing("INFOR:%s:freeing pVXRDevParent=%p...\n", __func__, pVXRDevice->pVXRDevParent);
+    trace.Info("freeing pVXRDevParent=%p...\n", pVXRDevice->pVXRDevParent);
     VXRDev_FreeDevice(pVXRDevice->pVXRDevParent);
     pVXRDevice->pVXRDevParent = nullptr;
   }

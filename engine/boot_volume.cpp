@@ -27,11 +27,16 @@ BOOL ReadGeometry(HANDLE disk, DISK_GEOMETRY *geometry, const Caller &trace) {
     trace.Failed("DeviceIoControl", "IOCTL_DISK_GET_DRIVE_GEOMETRY");
     return FALSE;
   }
-  trace.Check("IOCTL_DISK_GET_DRIVE_GEOMETRY:\n\tCylinder =%I64u (0x%I64X)\n\tTracks   =%u (0x%08X)\n"
-             "\tSectors  =%u (0x%08X)\n\tBytes    =%u (0x%08X)\n", geometry->Cylinders.QuadPart, geometry->Cylinders.QuadPart, geometry->TracksPerCylinder, geometry->TracksPerCylinder, geometry->SectorsPerTrack, geometry->SectorsPerTrack, geometry->BytesPerSector, geometry->BytesPerSector);
+  trace.Check(
+      "IOCTL_DISK_GET_DRIVE_GEOMETRY:\n\tCylinder =%I64u (0x%I64X)\n\tTracks   =%u (0x%08X)\n"
+      "\tSectors  =%u (0x%08X)\n\tBytes    =%u (0x%08X)\n",
+      geometry->Cylinders.QuadPart, geometry->Cylinders.QuadPart, geometry->TracksPerCylinder,
+      geometry->TracksPerCylinder, geometry->SectorsPerTrack, geometry->SectorsPerTrack, geometry->BytesPerSector,
+      geometry->BytesPerSector);
   // Both sectors are read as records of the smallest sector's size. Far larger than any disk's is a damaged answer.
   if (geometry->BytesPerSector >= kSmallestSector && geometry->BytesPerSector <= kLargestSector) return TRUE;
-  trace.Error("DiskGeo.BytesPerSector =%u is not from %u to %u\n", geometry->BytesPerSector, kSmallestSector, kLargestSector);
+  trace.Error("DiskGeo.BytesPerSector =%u is not from %u to %u\n", geometry->BytesPerSector, kSmallestSector,
+              kLargestSector);
   return FALSE;
 }
 
@@ -63,19 +68,24 @@ BOOL MoveToBootSector(HANDLE disk, uint64_t offset, const Caller &trace) {
 void LogActiveEntry(int index, const PartitionEntry &entry, const Caller &trace) {
   const ChsAddress start = StartAddress(entry), end = EndAddress(entry);
   const DWORD sectors = VxrGet32(entry.Sectors);
-  trace.Check("Active partitin found:Index=%d:Type=%02x:SecTotal=%u:SecRelative=%u\n"
-             "\tCHS_s: cyl=%04u head=%03u sect=%02u\n\tCHS_e: cyl=%04u head=%03u sect=%02u\n"
-             "\tTotalSectors =0x%08x %u\n", index, entry.Type, sectors, VxrGet32(entry.RelSect), start.cylinder, start.head, start.sector, end.cylinder, end.head, end.sector, sectors, sectors);
+  trace.Check(
+      "Active partitin found:Index=%d:Type=%02x:SecTotal=%u:SecRelative=%u\n"
+      "\tCHS_s: cyl=%04u head=%03u sect=%02u\n\tCHS_e: cyl=%04u head=%03u sect=%02u\n"
+      "\tTotalSectors =0x%08x %u\n",
+      index, entry.Type, sectors, VxrGet32(entry.RelSect), start.cylinder, start.head, start.sector, end.cylinder,
+      end.head, end.sector, sectors, sectors);
 }
 
 // Neither stops anything: a partition of today begins at a round number of sectors, and ends where it likes.
 void WarnOfOtherGeometry(const Volume &volume, const Caller &trace) {
   const DWORD relSect = VxrGet32(volume.entry.RelSect), heads = volume.entry.EndHead + 1U;
   if (volume.geometry.SectorsPerTrack != relSect) {
-    trace.Log(kMismatch, "WARNG", "DiskGeo.SectorsPerTrack =%u !=  pPart->rel_sect =%u\n", volume.geometry.SectorsPerTrack, relSect);
+    trace.Log(kMismatch, "WARNG", "DiskGeo.SectorsPerTrack =%u !=  pPart->rel_sect =%u\n",
+              volume.geometry.SectorsPerTrack, relSect);
   }
   if (volume.geometry.TracksPerCylinder != heads) {
-    trace.Log(kMismatch, "WARNG", "DiskGeo.TracksPerCylinder =%u !=  pPart->end.h + 1=%u\n", volume.geometry.TracksPerCylinder, heads);
+    trace.Log(kMismatch, "WARNG", "DiskGeo.TracksPerCylinder =%u !=  pPart->end.h + 1=%u\n",
+              volume.geometry.TracksPerCylinder, heads);
   }
 }
 
@@ -128,8 +138,11 @@ BOOL ReadBootSector(HANDLE disk, const char *name, const Volume &volume, uint64_
     trace.Failed("IS_MAGICOK", "Boot sector magic not found!!!\n");
     return FALSE;
   }
-  trace.Check("Boot Volume BPB:\n\tSectorsPerTrack  =%u\n\tTracksPerCylinder=%u\n\tHiddenSectors    =%u\n"
-             "\tTotalSectors     =%u\n", VxrGet16(boot->SecsPerTrack), VxrGet16(boot->TracksPerCyl), VxrGet32(boot->HiddenSect), VxrGet32(boot->TotalSect));
+  trace.Check(
+      "Boot Volume BPB:\n\tSectorsPerTrack  =%u\n\tTracksPerCylinder=%u\n\tHiddenSectors    =%u\n"
+      "\tTotalSectors     =%u\n",
+      VxrGet16(boot->SecsPerTrack), VxrGet16(boot->TracksPerCyl), VxrGet32(boot->HiddenSect),
+      VxrGet32(boot->TotalSect));
   return TRUE;
 }
 
@@ -143,17 +156,17 @@ bool SetMismatchedFields(const Volume &volume, BootSector *boot, const Caller &t
     const char *line;
     DWORD wanted, found;
   } kWarnings[] = {
-      {kBpbSecsPerTrack, "WARNG:%s:DiskGeo.SectorsPerTrack = %u != BPB.SecsPerTrack=%u, setting BPB...\n",
+      {kBpbSecsPerTrack, "DiskGeo.SectorsPerTrack = %u != BPB.SecsPerTrack=%u, setting BPB...\n",
        geometry.SectorsPerTrack, VxrGet16(before.SecsPerTrack)},
-      {kBpbTracksPerCyl, "WARNG:%s:DiskGeo.TracksPerCylinder = %u != BPB.TracksPerCyl=%u, setting BPB...\n",
+      {kBpbTracksPerCyl, "DiskGeo.TracksPerCylinder = %u != BPB.TracksPerCyl=%u, setting BPB...\n",
        geometry.TracksPerCylinder, VxrGet16(before.TracksPerCyl)},
-      {kBpbHiddenSect, "WARNG:%s:pPart->rel_sect = %u != BPB.HiddenSect=%u, setting BPB...\n",
-       VxrGet32(volume.entry.RelSect), VxrGet32(before.HiddenSect)},
-      {kBpbTotalSect, "WARNG:%s:pPart->sec_total = %u != BPB.TotalSect=%u, setting BPB...\n",
-       VxrGet32(volume.entry.Sectors), VxrGet32(before.TotalSect)},
+      {kBpbHiddenSect, "pPart->rel_sect = %u != BPB.HiddenSect=%u, setting BPB...\n", VxrGet32(volume.entry.RelSect),
+       VxrGet32(before.HiddenSect)},
+      {kBpbTotalSect, "pPart->sec_total = %u != BPB.TotalSect=%u, setting BPB...\n", VxrGet32(volume.entry.Sectors),
+       VxrGet32(before.TotalSect)},
   };
   for (const auto &warning : kWarnings) {
-    if ((set & warning.field) != 0) VXRDbg_Log(kMismatch, warning.line, trace, warning.wanted, warning.found);
+    if ((set & warning.field) != 0) trace.Log(kMismatch, "WARNG", warning.line, warning.wanted, warning.found);
   }
   return set != 0;
 }
@@ -179,13 +192,12 @@ BOOL RepairBootSector(HANDLE disk, const char *name, const Volume &volume, const
 }  // namespace
 
 int32_t VXREng_FixBootVolume(const char *disk) {
-  const char *caller = __func__;
+  const Caller trace{__func__};
   if (!Given(disk, "szDisk")) return FALSE;
   trace.Check("opening disk %s...\n", disk);
   const OpenedFile handle = OpenLogged(disk, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING);
   if (handle == nullptr) return FALSE;
   Volume volume{};
   return ReadGeometry(handle.get(), &volume.geometry, trace) &&
-         FindActivePartition(handle.get(), disk, &volume, trace) &&
-         RepairBootSector(handle.get(), disk, volume, trace);
+         FindActivePartition(handle.get(), disk, &volume, trace) && RepairBootSector(handle.get(), disk, volume, trace);
 }

@@ -38,9 +38,9 @@ struct Directory {
 
 constexpr Directory kDirectories[] = {
     {platform::GetSystemDirectoryA, "GetSystemDirectory", &VXR_PARABLOCK::szSystemPath, "gpVXRParaBlock->szSystemPath",
-     "CHECK:%s:szSystemPath=%s:\n"},
+     "szSystemPath=%s:\n"},
     {platform::GetWindowsDirectoryA, "GetWindowsDirectory", &VXR_PARABLOCK::szWindowsPath,
-     "gpVXRParaBlock->szWindowsPath", "CHECK:%s:szWindowsPath=%s:\n"},
+     "gpVXRParaBlock->szWindowsPath", "szWindowsPath=%s:\n"},
 };
 
 bool SetDirectory(VXR_PARABLOCK *block, const Directory &directory, const Caller &trace) {
@@ -56,7 +56,7 @@ bool SetDirectory(VXR_PARABLOCK *block, const Directory &directory, const Caller
     trace.Failed(directory.callName, "None");
     return false;
   }
-  VXRDbg_Log(kCheck, directory.line, trace, path.get());
+  trace.Check(directory.line, path.get());
   block->*directory.member = path.release();
   return true;
 }
@@ -98,7 +98,8 @@ bool BuildBlock(DWORD inject, DWORD job, const Caller &trace) {
     if (!SetDirectory(block, directory, trace)) return false;
   }
   if (!SetProductPath(block, trace) || !SetMachineFacts(block, trace)) return false;
-  trace.Check("gpVXRParaBlock initailzed ok at %p:syspath=%s:rootpath=%s\n", block, block->szSystemPath, block->szVrnltPath);
+  trace.Check("gpVXRParaBlock initailzed ok at %p:syspath=%s:rootpath=%s\n", block, block->szSystemPath,
+              block->szVrnltPath);
   return true;
 }
 
@@ -119,9 +120,9 @@ int32_t VXREng_Cleanup() {
   if (block == nullptr) return TRUE;
   trace.Info("freeing pVXRDevices=%p:Cnt=%d\n", block->pVXRDevices, block->dwDevCnt);
   VXRDev_FreeDevices(block);
-  FreeLogged(block->szSystemPath, "INFOR:%s:freeing szSystemPath=%s\n");
-  FreeLogged(block->szVrnltPath, "INFOR:%s:freeing szVrnltPath=%s\n");
-  FreeLogged(block->szJobKey, "INFOR:%s:freeing szJobKey=%s\n");
+  FreeLogged(block->szSystemPath, "freeing szSystemPath=%s\n");
+  FreeLogged(block->szVrnltPath, "freeing szVrnltPath=%s\n");
+  FreeLogged(block->szJobKey, "freeing szJobKey=%s\n");
   FreeMember(block->szWindowsPath);
   trace.Check("freeing gpVXRParaBlock=%p\n", block);
   FreeMember(gpVXRParaBlock);

@@ -126,15 +126,15 @@ void UnloadHive(const Caller &trace) {
 extern "C" uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, void *window) {
   const CallTrace trace = TraceCall();
   const char *mode = inject != 0 ? "driver files injection" : "driver files verification";
-  VXRDbg_Log(kCheck, "*****\nCHECK:%s:job=%u:%s:_START_\n*****\n", __func__, job, mode);
+  VXRDbg_Log(kCheck, "*****\nCHECK:%s:job=%u:%s:_START_\n*****\n", trace.name, job, mode);
   hStatusWnd = static_cast<HWND>(window);
   dwError = 0;
   dwWndFlags = kReplaceWindowText;
 
   VXREng_StatusMsg(kProgress, "Initializing Vexmorph engine for %s...\n", mode);
   if (Prepare(job, inject, header, trace)) {
-    DriverWork(__func__);
-    UnloadHive(__func__);
+    DriverWork(trace);
+    UnloadHive(trace);
   }
 
   VXRDbg_Log(0, "CHECK:VXR [%s]:error= %u.\n", mode, dwError);
@@ -144,6 +144,6 @@ extern "C" uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, v
   VXRRlm_Cleanup();
   VXRExt_Cleanup();
   VXREng_Cleanup();
-  VXRDbg_Log(kCheck, "*****\nCHECK:%s:job=%u:%s:_FINISH_\n*****\n", __func__, job, mode);
+  VXRDbg_Log(kCheck, "*****\nCHECK:%s:job=%u:%s:_FINISH_\n*****\n", trace.name, job, mode);
   return dwError;
 }

@@ -51,7 +51,8 @@ BOOL VXRDev_PostGetDriver(VXR_DRIVER *pVXRDriver, VXR_DEVICE *pVXRDevice) {
   SP_DEVINFO_DATA device = {};
   device.cbSize = sizeof(device);
   if (!platform::SetupDiEnumDeviceInfo(set.get(), pVXRDevice->iDevEnum, &device)) {
-    trace.Error("SetupDiEnumDeviceInfo():failed for index=%d!ec=0x%08x\n", pVXRDevice->iDevEnum, platform::GetLastError());
+    trace.Error("SetupDiEnumDeviceInfo():failed for index=%d!ec=0x%08x\n", pVXRDevice->iDevEnum,
+                platform::GetLastError());
     return FALSE;
   }
   if (!VXRDev_CreateRegCRCDB(&pVXRDevice->guDevice, set.get(), &device, pVXRDriver)) {

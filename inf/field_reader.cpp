@@ -160,11 +160,10 @@ BOOL VXRDev_FindInfSection(HINF hInf, const char *szSection, const char *szDecor
   const CallTrace trace = TraceCall();
   const HeapText name = AllocText(kSectionNameSize, "szSectArch");
   if (name == nullptr) return FALSE;
-  const char *function = __func__;
   const auto compose = [&](const char *decoration) {
     return PutText(name.get(), kSectionNameSize, "section name",
                    {szSection, decoration != nullptr ? "." : "", decoration, szSuffix != nullptr ? "." : "", szSuffix},
-                   function);
+                   trace);
   };
   if (!compose(szDecoration)) return FALSE;
   trace.Flush("looking for szSectArch=%s\n", name.get());

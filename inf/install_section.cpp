@@ -154,8 +154,7 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
 
 BOOL VXRDev_ProcessAddReg(HINF hInf, const char *, const char *szSection, DWORD uiHKRType) {
   const CallTrace trace = TraceCall();
-  const char *function = __func__;
-  const ScopeGuard done([=] { trace.Check("section %s:done.\n", szSection); });
+  const ScopeGuard done([&] { trace.Check("section %s:done.\n", szSection); });
   if (!HandleGiven(hInf) || !Given(szSection, "szSection")) return FALSE;
   trace.Check("section=%s\n", szSection);
   if (uiHKRType != kServiceRoot) {

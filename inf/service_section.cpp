@@ -104,7 +104,8 @@ BOOL VXRDev_ProcessSrvcSect(HINF hInf, const char *szInfDir, const char *szInstS
                             VXR_DRIVER *pVXRDriver) {
   const CallTrace trace = TraceCall();
   if (!HandleGiven(hInf) || !DecorationsGiven(pVXRDriver)) return FALSE;
-  trace.Check("SrvcSect=%s.%s:inj=%s\n", szInstSect, DecorationName(szDecoration), pVXRDriver->bInject ? "TRUE" : "FALSE");
+  trace.Check("SrvcSect=%s.%s:inj=%s\n", szInstSect, DecorationName(szDecoration),
+              pVXRDriver->bInject ? "TRUE" : "FALSE");
   INFCONTEXT line = {};
   BOOL more =
       VXRDev_FindInfSection(hInf, szInstSect, szDecoration, "Services", pVXRDriver->pVXRDevice->szTargetOS, &line);

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "log/log.h"
 #include "platform/platform.h"
 
 struct HeapFreeDeleter {
@@ -17,18 +18,18 @@ using HeapText = HeapPtr<char>;
 // Zero-filled memory of `bytes` bytes and `spare` more, or null after logging
 // "ERROR:<caller>:AllocHeap(<bytes> bytes) failed for <purpose>:ec=<code>:<code>\n" at level 0. The last error is then
 // ERROR_NOT_ENOUGH_MEMORY.
-void *AllocHeap(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION(), SIZE_T spare = 0);
+void *AllocHeap(SIZE_T bytes, const char *purpose, const Caller &trace = {__builtin_FUNCTION()}, SIZE_T spare = 0);
 
 // A zero-filled record, or null after the same line.
 template <typename T>
-HeapPtr<T> AllocRecord(const char *purpose, const char *caller = __builtin_FUNCTION()) {
-  return HeapPtr<T>(static_cast<T *>(AllocHeap(sizeof(T), purpose, caller)));
+HeapPtr<T> AllocRecord(const char *purpose, const Caller &trace = {__builtin_FUNCTION()}) {
+  return HeapPtr<T>(static_cast<T *>(AllocHeap(sizeof(T), purpose, trace)));
 }
 
 // A zero-filled buffer of `bytes` bytes and `spare` more, or null after the same line.
-inline HeapText AllocText(SIZE_T bytes, const char *purpose, const char *caller = __builtin_FUNCTION(),
+inline HeapText AllocText(SIZE_T bytes, const char *purpose, const Caller &trace = {__builtin_FUNCTION()},
                           SIZE_T spare = 0) {
-  return HeapText(static_cast<char *>(AllocHeap(bytes, purpose, caller, spare)));
+  return HeapText(static_cast<char *>(AllocHeap(bytes, purpose, trace, spare)));
 }
 
 // The same without the line, for a caller that has a line of its own, or none.
@@ -44,13 +45,10 @@ void FreeMember(T *&member) {
   member = nullptr;
 }
 
-// Logs `line`, whose arguments are `caller` and the member, at level 4.
-void LogFreeing(const char *line, const char *caller, const void *member);
-
-// Frees an owned member that is set and clears it, after logging `line`, such as "INFOR:%s:freeing szDriver=%s\n".
+// Frees an owned member that is set and clears it, after logging `line` at level 4, such as "freeing szDriver=%s\n".
 template <typename T>
-void FreeLogged(T *&member, const char *line, const char *caller = __builtin_FUNCTION()) {
+void FreeLogged(T *&member, const char *line, const Caller &trace = {__builtin_FUNCTION()}) {
   if (member == nullptr) return;
-  LogFreeing(line, caller, member);
+  trace.Info(line, member);
   FreeMember(member);
 }

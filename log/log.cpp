@@ -43,17 +43,18 @@ struct ErrorSaver {
   void operator()() const { platform::SetLastError(code); }
 };
 
-// Formats into the line buffer, zero-filled behind the text. Returns the formatter's count.
-int32_t FormatLine(const char *format, va_list arguments) {
+// Formats into the line buffer behind "<prefix>:<name>:" when there is a prefix; zero-filled behind the text. Returns
+// the count of all, negative when the line is cut.
+int32_t FormatLine(const char *prefix, const char *name, const char *format, va_list arguments) {
   std::memset(line, 0, kLineSize);
-  const int32_t count = platform::FormatText(line, kLineSize, format, arguments);
-  if (count < 0) {
-    // Readers of the log split it at line ends and take it for text: a cut line keeps one, behind a whole character,
-    // and every output gets a terminated text.
-    const SIZE_T whole = WholeCharacters(line, kLineSize - 2);
-    line[whole] = '\n';
-    std::memset(line + whole + 1, 0, kLineSize - whole - 1);
-  }
+  const int32_t begin = prefix == nullptr ? 0 : std::snprintf(line, kLineSize, "%s:%s:", prefix, name);
+  const int32_t count = platform::FormatText(line + begin, kLineSize - begin, format, arguments);
+  if (count >= 0) return begin + count;
+  // Readers of the log split it at line ends and take it for text: a cut line keeps one, behind a whole character, and
+  // every output gets a terminated text.
+  const SIZE_T whole = WholeCharacters(line, kLineSize - 2);
+  line[whole] = '\n';
+  std::memset(line + whole + 1, 0, kLineSize - whole - 1);
   return count;
 }
 
@@ -61,7 +62,7 @@ int32_t FormatLine(const char *format, va_list arguments) {
 void Trace(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  FormatLine(format, arguments);
+  FormatLine(nullptr, nullptr, format, arguments);
   va_end(arguments);
   platform::OutputDebugStringA(line);
 }
@@ -192,35 +193,51 @@ void Start(int32_t level, HWND window) {
   WriteBanner("*** Varnelt VXRCORE LOG STARTS:%02d/%02d/%02d@%02d:%02d:%02d:[L=%02u:F=%08x:%s]\n");
 }
 
-}  // namespace
-
-int32_t VXRDbg_Log(int32_t level, const char *format, ...) {
+// Starts the log with the first line. Most lines are not wanted, and end here before anything is done for them.
+bool IsWanted(int32_t level) {
   if (!initialised) Start(kCheck, nullptr);
-  // Most lines are not wanted, and end here before anything is done for them.
-  if (level > threshold || threshold == kNothing || level == kNothing) return 0;
+  return level <= threshold && threshold != kNothing && level != kNothing;
+}
 
-  const ScopeGuard restoreError{ErrorSaver()};
-  va_list arguments;
-  va_start(arguments, format);
-  const int32_t count = FormatLine(format, arguments);
-  va_end(arguments);
+// One line to all outputs. Returns the formatter's count.
+int32_t WriteLine(const char *prefix, const char *name, const char *format, va_list arguments) {
+  const int32_t count = FormatLine(prefix, name, format, arguments);
   SendLine(count);
   return count;
 }
 
-void LogFailure(const char *call, const char *message, const char *caller) {
-  const DWORD code = platform::GetLastError();
-  VXRDbg_Log(kError, "ERROR:%s:%s():failed!ec=%u:0x%08x:msg=%s\n", caller, call, code, code,
-             message != nullptr ? message : "N/A");
+}  // namespace
+
+int32_t VXRDbg_Log(int32_t level, const char *format, ...) {
+  if (!IsWanted(level)) return 0;
+  const ScopeGuard restoreError{ErrorSaver()};
+  va_list arguments;
+  va_start(arguments, format);
+  const int32_t count = WriteLine(nullptr, nullptr, format, arguments);
+  va_end(arguments);
+  return count;
 }
 
-void LogNull(const char *argument, const char *caller) {
-  VXRDbg_Log(kError, "ERROR:%s:%s is NULL\n", caller, argument);
+void Caller::Log(int32_t level, const char *prefix, const char *format, ...) const {
+  if (!IsWanted(level)) return;
+  const ScopeGuard restoreError{ErrorSaver()};
+  va_list arguments;
+  va_start(arguments, format);
+  WriteLine(prefix, name, format, arguments);
+  va_end(arguments);
 }
+
+void Caller::Failed(const char *call, const char *message) const {
+  const DWORD code = platform::GetLastError();
+  Error("%s():failed!ec=%u:0x%08x:msg=%s\n", call, code, code, message != nullptr ? message : "N/A");
+}
+
+void Caller::Null(const char *argument) const { Error("%s is NULL\n", argument); }
 
 CallTrace TraceCall(const char *caller) {
-  VXRDbg_Log(kFlush, "FLUSH:%s:___ENTER___\n", caller);
-  return CallTrace(caller);
+  const Caller self{caller};
+  self.Flush("___ENTER___\n");
+  return {self, LeaveLine(caller)};
 }
 
 int32_t VXRDbg_Initialize(int32_t level, int32_t, void *window) {

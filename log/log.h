@@ -22,16 +22,50 @@ inline constexpr int32_t kFlush = 5;
 // Returns the count of characters (negative when the line was cut), 0 when nothing was written.
 int32_t VXRDbg_Log(int32_t level, const char *format, ...);
 
-// "ERROR:<caller>:<call>():failed!ec=<code>:<code>:msg=<message>\n" with the last error, so it comes right after the
-// call that failed; `message` null gives "N/A".
-void LogFailure(const char *call, const char *message, const char *caller = __builtin_FUNCTION());
+// A function, whose lines begin with their prefix and its name: "ERROR:<name>:<text>". It is made by TraceCall; a
+// function that logs neither entry nor exit makes its own: `const Caller trace{__func__};`. Helpers that log in the
+// name of who called them take one.
+struct Caller {
+  const char *name;
 
-// "ERROR:<caller>:<argument> is NULL\n".
-void LogNull(const char *argument, const char *caller = __builtin_FUNCTION());
+  // Writes "<prefix>:<name>:" and the formatted text, which brings its line end.
+  void Log(int32_t level, const char *prefix, const char *format, ...) const;
+  // The same, at the level of the prefix.
+  template <typename... Arguments>
+  void Error(const char *format, Arguments... arguments) const {
+    Log(kError, "ERROR", format, arguments...);
+  }
+  template <typename... Arguments>
+  void Warning(const char *format, Arguments... arguments) const {
+    Log(kWarning, "WARNG", format, arguments...);
+  }
+  template <typename... Arguments>
+  void Fixme(const char *format, Arguments... arguments) const {
+    Log(kFixme, "FIXME", format, arguments...);
+  }
+  template <typename... Arguments>
+  void Check(const char *format, Arguments... arguments) const {
+    Log(kCheck, "CHECK", format, arguments...);
+  }
+  template <typename... Arguments>
+  void Info(const char *format, Arguments... arguments) const {
+    Log(kInfo, "INFOR", format, arguments...);
+  }
+  template <typename... Arguments>
+  void Flush(const char *format, Arguments... arguments) const {
+    Log(kFlush, "FLUSH", format, arguments...);
+  }
+
+  // "ERROR:<name>:<call>():failed!ec=<code>:<code>:msg=<message>\n" with the last error, so it comes right after the
+  // call that failed; `message` null gives "N/A".
+  void Failed(const char *call, const char *message) const;
+  // "ERROR:<name>:<argument> is NULL\n".
+  void Null(const char *argument) const;
+};
 
 // Whether an argument is there; writes that line when it is not.
-inline bool Given(const void *argument, const char *name, const char *caller = __builtin_FUNCTION()) {
-  if (argument == nullptr) LogNull(name, caller);
+inline bool Given(const void *argument, const char *name, const Caller &trace = {__builtin_FUNCTION()}) {
+  if (argument == nullptr) trace.Null(name);
   return argument != nullptr;
 }
 
@@ -42,7 +76,12 @@ struct LogLeaveDeleter {
   void operator()(const char *function) const { VXRDbg_Log(kFlush, "FLUSH:%s:___LEAVE___\n", function); }
 };
 
-// Logs the caller's entry now and its exit when the returned guard ends: a function's first statement is
+// The exit line, written when it ends.
+using LeaveLine = std::unique_ptr<const char, LogLeaveDeleter>;
+
+// A function from its entry to its exit, which it logs: a function's first statement is
 // `const CallTrace trace = TraceCall();`.
-using CallTrace = std::unique_ptr<const char, LogLeaveDeleter>;
+struct CallTrace : Caller {
+  LeaveLine leave;
+};
 [[nodiscard]] CallTrace TraceCall(const char *caller = __builtin_FUNCTION());

@@ -74,7 +74,8 @@ HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type
     trace.Error("RegQueryValue(%s\\%s) failed!rc=%d ec=%d\n", szKey, szValue, rc, platform::GetLastError());
     return nullptr;
   }
-  trace.Flush("Successfully retrieved %u bytes data for %s\\%s as type %u at buffer %p\n", *size, szKey, szValue, *type, data.get());
+  trace.Flush("Successfully retrieved %u bytes data for %s\\%s as type %u at buffer %p\n", *size, szKey, szValue, *type,
+              data.get());
   return data;
 }
 
@@ -131,8 +132,7 @@ HeapText VXRReg_GetRegistryValue(HKEY root, const char *szKey, const char *szVal
 BOOL VXRReg_SetRegistryValue(HKEY root, const char *szKey, const char *szValue, const void *data, DWORD type,
                              DWORD size) {
   const CallTrace trace = TraceCall();
-  const char *const function = __func__;
-  const ScopeGuard leave([=] { trace.Flush("_LEAVE_\n"); });
+  const ScopeGuard leave([&] { trace.Flush("_LEAVE_\n"); });
   trace.Flush("hRoot=%p:szKey=%s:szValue=%s\n", root, szKey, szValue);
   const OpenedKey key = OpenOrCreateKey(root, szKey, trace);
   if (key == nullptr) return FALSE;
@@ -170,7 +170,8 @@ BOOL VXRReg_SetRegValueToHive(DWORD type, const char *szKeyName, const char *szV
     trace.Flush("szKey=%s\n", szKey.get());
     written = VXRReg_SetRegistryValue(HKEY_LOCAL_MACHINE, szKey.get(), szValue, data, dataType, size);
     if (written) {
-      trace.Flush("successful:szKeyName=%s:val=%s:type=%x:size=%d:pdata=%p\n", szKeyName, szValue, dataType, size, data);
+      trace.Flush("successful:szKeyName=%s:val=%s:type=%x:size=%d:pdata=%p\n", szKeyName, szValue, dataType, size,
+                  data);
     } else {
       trace.Error("VXRReg_SetRegistryValue(%s\\%s)\n", szKey.get(), szValue);
     }

@@ -19,10 +19,10 @@ struct Setting {
 };
 
 constexpr Setting kSettings[] = {
-    {"Disk", &VXR_BMRESTORE::szBootDisk, true, "CHECK:%s:szBootDisk=%s...\n"},
-    {"InfDir", &VXR_BMRESTORE::szInfDir, false, "CHECK:%s:szInfDir=%s...\n"},
-    {"BootPart", &VXR_BMRESTORE::szBootPart, true, "CHECK:%s:szBootPart=%s:\n"},
-    {"RootPath", &VXR_BMRESTORE::szRootPath, false, "CHECK:%s:szRootPath=%s:\n"},
+    {"Disk", &VXR_BMRESTORE::szBootDisk, true, "szBootDisk=%s...\n"},
+    {"InfDir", &VXR_BMRESTORE::szInfDir, false, "szInfDir=%s...\n"},
+    {"BootPart", &VXR_BMRESTORE::szBootPart, true, "szBootPart=%s:\n"},
+    {"RootPath", &VXR_BMRESTORE::szRootPath, false, "szRootPath=%s:\n"},
 };
 
 BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const Caller &trace) {
@@ -34,7 +34,7 @@ BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const Caller &tra
       return FALSE;
     }
     if (setting.upperCase) VXREng_StrUpr(text.get());
-    VXRDbg_Log(kCheck, setting.line, trace, text.get());
+    trace.Check(setting.line, text.get());
     settings->*setting.member = text.release();
   }
   return TRUE;
@@ -71,9 +71,9 @@ BOOL VXRRlm_Cleanup() {
   const CallTrace trace = TraceCall();
   VXR_BMRESTORE *settings = gpVXRBMRestore;
   if (settings == nullptr) return TRUE;
-  FreeLogged(settings->szBootPart, "INFOR:%s:freeing szBootPart=%s\n");
-  FreeLogged(settings->szRootPath, "INFOR:%s:freeing szRootPath=%s\n");
-  FreeLogged(settings->szInfDir, "INFOR:%s:freeing szInfDir=%s\n");
+  FreeLogged(settings->szBootPart, "freeing szBootPart=%s\n");
+  FreeLogged(settings->szRootPath, "freeing szRootPath=%s\n");
+  FreeLogged(settings->szInfDir, "freeing szInfDir=%s\n");
   FreeMember(settings->szBootDisk);
   if (settings->pVXRBMExt != nullptr) {
     trace.Info("pVXRBMExt =%p, nullify it\n", settings->pVXRBMExt);

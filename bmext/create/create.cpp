@@ -44,16 +44,15 @@ BOOL WriteRecord(HANDLE file, const void *record, DWORD size, const char *done, 
     trace.Failed("FlushFileBuffers", path);
     return FALSE;
   }
-  VXRDbg_Log(kCheck, done, trace, written, path);
+  trace.Check(done, written, path);
   return TRUE;
 }
 
 BOOL WriteExtension(HANDLE file, const VXR_EXTHEADER &header, const VXR_BMEXTNSON &extension, const char *path,
                     const Caller &trace) {
-  return WriteRecord(file, &header, sizeof header, "CHECK:%s:succesffully writen %d bytes of VXR_EXTHEADER to %s \n",
+  return WriteRecord(file, &header, sizeof header, "succesffully writen %d bytes of VXR_EXTHEADER to %s \n",
                      "Failed to write bm ext. header", path, trace) &&
-         WriteRecord(file, &extension, sizeof extension,
-                     "CHECK:%s:succesffully writen %d bytes of VXR_BMEXTNSON to %s\n",
+         WriteRecord(file, &extension, sizeof extension, "succesffully writen %d bytes of VXR_BMEXTNSON to %s\n",
                      "Failed to write bm ext. extension", path, trace);
 }
 
@@ -89,7 +88,7 @@ uint32_t VXRExt_CreateBMExtFile(const char *extension, const char *includes, con
   VXR_EXTHEADER header = {};
   const DWORD cold = VxrGet32(record->SysInfo.BootMedia);
   if (!Done(VXRExt_CreateBMExtFileHeader(cold, &header), "VXRExt_CreateBMExtFileHeader", trace)) return kFailed;
-  VXRDbg_DumpExtHeader(&header, trace);
+  VXRDbg_DumpExtHeader(&header, trace.name);
   const OpenedFile file = OpenLogged(extension, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, CREATE_ALWAYS);
   if (file == nullptr || !WriteExtension(file.get(), header, *record, extension, trace)) return kFailed;
   return ListInIncludes(extension, includes, trace) ? kSuccess : kFailed;

@@ -129,7 +129,7 @@ void AddVolume(const char *root, const char *map, VXR_VOLUMES *volumes, const Ca
 BOOL VXRExt_BuildVXRVolumesHBM(const char *szMap, VXR_VOLUMES *pVXRVolumes) {
   const CallTrace trace = TraceCall();
   if (!Given(pVXRVolumes, "pVXRVolumes")) return FALSE;
-  const HeapText roots = ReadDriveRoots(__func__);
+  const HeapText roots = ReadDriveRoots(trace);
   if (roots == nullptr) return FALSE;
   pVXRVolumes->VolCount = VxrPut32(0);
   pVXRVolumes->MaxVolCount = VxrPut32(VXR_MAX_VOLUMES);
@@ -219,8 +219,8 @@ BOOL VXRExt_BuildVXRVolDisk(const DISK_EXTENT *pDiskExtent, VXR_VOLDISK *pVXRVol
   const HeapText controller = RecordDriver(VXR_DEVTYPE_DISKDRIVE, disk.get(), &pVXRVolDisk->DiskDriver, trace);
   if (controller == nullptr) return FALSE;
   const bool ide = BeginsWith(disk.get(), "IDE");
-  const HeapText extender = RecordDriver(ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER, controller.get(),
-                                         &pVXRVolDisk->CtrlDriver, trace);
+  const HeapText extender =
+      RecordDriver(ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER, controller.get(), &pVXRVolDisk->CtrlDriver, trace);
   if (extender == nullptr) return FALSE;
   return !ide || RecordDriver(VXR_DEVTYPE_HDC, extender.get(), &pVXRVolDisk->BusEDriver, trace) != nullptr;
 }

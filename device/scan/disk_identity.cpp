@@ -69,7 +69,7 @@ Search CompareDevice(const char *path, DWORD index, const char *disk, DWORD soug
   *same = number.DeviceNumber == sought;
   if (*same) {
     trace.Check("found matched devic at iEnum=%d\n", index + 1);
-    VXRDbg_DumpStorageDeviceNumber(&number, trace);
+    VXRDbg_DumpStorageDeviceNumber(&number, trace.name);
     return Search::kEnd;
   }
   trace.Flush("NOT THIS DISK!iEnum=%d:In =%d:%s\n", index + 1, sought, disk);
@@ -83,7 +83,8 @@ BOOL FormDiskName(const char *disk, DWORD number, char (&name)[kDiskNameSize], c
                          ? std::snprintf(name, sizeof(name), "\\\\.\\PhysicalDrive%u", static_cast<unsigned>(number))
                          : std::snprintf(name, sizeof(name), "%s", disk);
   if (length >= 0 && static_cast<SIZE_T>(length) < sizeof(name)) return TRUE;
-  trace.Error("disk name has %d characters, at most %u are possible, correct the job's Disk:%s\n", length, static_cast<DWORD>(sizeof(name) - 1), disk);
+  trace.Error("disk name has %d characters, at most %u are possible, correct the job's Disk:%s\n", length,
+              static_cast<DWORD>(sizeof(name) - 1), disk);
   return FALSE;
 }
 
@@ -151,7 +152,7 @@ HeapText VXRDev_GetDiskDevicePath(const char *szDisk) {
   const CallTrace trace = TraceCall();
   STORAGE_DEVICE_NUMBER sought = {};
   if (!ReadDeviceNumber(szDisk, szDisk, &sought, trace)) return nullptr;
-  VXRDbg_DumpStorageDeviceNumber(&sought, trace);
+  VXRDbg_DumpStorageDeviceNumber(&sought, trace.name);
   const HDEVINFO handle =
       platform::SetupDiGetClassDevsA(&kDiskInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
   if (handle == INVALID_HANDLE_VALUE) {
@@ -193,7 +194,8 @@ BOOL VXRDev_GetStoragetDeviceNumber(const char *szDeviceName, STORAGE_DEVICE_NUM
   const BOOL answered = platform::DeviceIoControl(device, IOCTL_STORAGE_GET_DEVICE_NUMBER, nullptr, 0, number,
                                                   sizeof(*number), &returned, nullptr);
   if (!answered) {
-    trace.Error("DeviceIoControl(IOCTL_STORAGE_GET_DEVICE_NUMBER:hDevice=%p) faield!ec=0x%08x\n", device, platform::GetLastError());
+    trace.Error("DeviceIoControl(IOCTL_STORAGE_GET_DEVICE_NUMBER:hDevice=%p) faield!ec=0x%08x\n", device,
+                platform::GetLastError());
   }
   platform::CloseHandle(device);
   return answered;

@@ -202,7 +202,7 @@ BOOL VXRDev_InitDevice(DWORD diskIndex, DWORD deviceType, char *szInstanceID, co
   ReportTexts(VXRMACHINE_DEVICE_ID, pVXRDevice->szHardwareID);
   ReportTexts(VXRMACHINE_DEVICE_ID, pVXRDevice->szCompatibleIDs);
   ReportTexts(VXRMACHINE_DEVICE_TARGET, pVXRDevice->szTargetOS);
-  VXRDbg_DumpGuid(&pVXRDevice->guDevice, trace);
+  VXRDbg_DumpGuid(&pVXRDevice->guDevice, trace.name);
   if (!VXRDev_GetDriverInfDirs(szInfDirs, pVXRDevice)) {
     trace.Error("VXRDev_GetDriverInfDirs() failed\n");
     return FALSE;

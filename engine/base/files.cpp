@@ -112,6 +112,7 @@ OpenedFile OpenLogged(const char *name, DWORD access, DWORD share, DWORD disposi
 // Asked for every file that may be there: no entry and exit lines.
 extern "C" int32_t VXREng_FileExists(const char *path) {
   if (path == nullptr) return FALSE;
+  const Caller trace{__func__};
   WIN32_FIND_DATAA found = {};
   const HANDLE search = platform::FindFirstFileA(path, &found);
   if (search == INVALID_HANDLE_VALUE) {
@@ -134,7 +135,8 @@ HeapPtr<VXR_FILEMAP> VXREng_MapFile(const char *fileName) {
   const SIZE_T length = std::strlen(fileName);
   if (length >= sizeof(fileMap->File)) {
     platform::SetLastError(ERROR_INVALID_NAME);
-    trace.Error("path has %u characters, at most %u can be mapped, move the file:%s\n", static_cast<DWORD>(length), static_cast<DWORD>(sizeof(fileMap->File) - 1), fileName);
+    trace.Error("path has %u characters, at most %u can be mapped, move the file:%s\n", static_cast<DWORD>(length),
+                static_cast<DWORD>(sizeof(fileMap->File) - 1), fileName);
     return nullptr;
   }
   std::memcpy(fileMap->File, fileName, length + 1);
@@ -143,7 +145,7 @@ HeapPtr<VXR_FILEMAP> VXREng_MapFile(const char *fileName) {
     return nullptr;
   }
   ++liveMappings;
-  VXRDbg_DumpFileMap(fileMap.get(), trace);
+  VXRDbg_DumpFileMap(fileMap.get(), trace.name);
   return fileMap;
 }
 

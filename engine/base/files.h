@@ -14,7 +14,7 @@ using OpenedFile = std::unique_ptr<void, FileCloser>;
 
 // Opens it with the arguments of CreateFileA; null after that call's failure line, with the name for its message.
 OpenedFile OpenLogged(const char *name, DWORD access, DWORD share, DWORD disposition,
-                      const char *caller = __builtin_FUNCTION());
+                      const Caller &trace = {__builtin_FUNCTION()});
 
 // Maps a whole existing file read-write; changes made through the view reach the file. The caller frees the record
 // after VXREng_UnmapFile. Null, after one error line and with nothing left open, when the name is null or does not fit

@@ -33,7 +33,7 @@ void FinishProcess(const PROCESS_INFORMATION &process, const char *command, DWOR
 
 BOOL VXREng_ExecCommand(const char *command, DWORD *exitCode) {
   const CallTrace trace = TraceCall();
-  const CallTrace secondExitLine(__func__);
+  const LeaveLine secondExitLine(trace.name);
   *exitCode = 0xFFFFFFFF;
   if (command == nullptr) {
     VXRDbg_Log(kError, "ERROR:szCmmd is NULL!\n");
@@ -47,6 +47,6 @@ BOOL VXREng_ExecCommand(const char *command, DWORD *exitCode) {
   const BOOL success = started && *exitCode == 0;
   VXRDbg_Log(success ? kCheck : kError,
              success ? "CHECK:%s:succss cmmd=%s:exit=0x%08x:%d!\n" : "ERROR:%s:failed cmmd=%s:exit=0x%08x:%d!\n",
-             __func__, command, *exitCode, *exitCode);
+             trace.name, command, *exitCode, *exitCode);
   return success;
 }

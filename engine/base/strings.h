@@ -46,7 +46,7 @@ char *LastBackslash(char *path);
 const char *LastBackslash(const char *path);
 // `directory`, a backslash and `name` as a new text with `spare` further zero bytes; null after logging `purpose`.
 HeapText JoinPath(const char *directory, const char *name, SIZE_T spare, const char *purpose,
-                  const char *caller = __builtin_FUNCTION());
+                  const Caller &trace = {__builtin_FUNCTION()});
 
 // Stores a text in a record's field, cut to what leaves room for its terminator; the bytes behind it become zero. Reads
 // at most `length` bytes of a text that may lack its terminator.

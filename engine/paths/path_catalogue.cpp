@@ -77,7 +77,7 @@ HeapText BuildPath(DWORD id, const char *name, SIZE_T *size, const Caller &trace
 
 HeapText VXREng_GetStringAs(DWORD id, const char *name) {
   const CallTrace trace = TraceCall();
-  const CallTrace secondExitLine(__func__);
+  const LeaveLine secondExitLine(trace.name);
   if (gpVXRParaBlock == nullptr) {
     trace.Null("gpVXRParaBlock");
     return nullptr;
@@ -85,7 +85,8 @@ HeapText VXREng_GetStringAs(DWORD id, const char *name) {
   SIZE_T size = 0;
   HeapText path = BuildPath(id, name, &size, trace);
   if (path == nullptr) {
-    trace.Log(kError, "CHECK", "AllocHeap(%d bytes) failed for type %d!ec=%d\n", static_cast<DWORD>(size), id, platform::GetLastError());
+    trace.Log(kError, "CHECK", "AllocHeap(%d bytes) failed for type %d!ec=%d\n", static_cast<DWORD>(size), id,
+              platform::GetLastError());
   } else if (id == VXR_DIR_WINCFG) {
     VXRDbg_Log(kCheck, "VXR_DIR_WINCFG:%s:%s\n", path.get(), VXRExt_GetSystemPath());
   }

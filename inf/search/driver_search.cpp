@@ -138,7 +138,7 @@ BOOL VXRDev_ValidateDir(const char *szPattern, const char *szDirIn, char *szDirO
       trace.Failed("SetupPromptForDisk", "Inf file not found");
       return FALSE;
     }
-    if (StopsSearching(__func__)) return FALSE;
+    if (StopsSearching(trace)) return FALSE;
   }
   return TRUE;
 }

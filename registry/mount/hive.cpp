@@ -34,7 +34,8 @@ bool FormatCommand(char *command, const char *szSysPath, const char *verb, const
   const int length = std::snprintf(command, kCommandSize, "%s%s\\reg.exe%s %s %s %s%s%s", toolQuote, szSysPath,
                                    toolQuote, verb, kMountPoint, fileQuote, name, fileQuote);
   if (length >= 0 && static_cast<SIZE_T>(length) < kCommandSize) return true;
-  trace.Error("the %s command for %s needs %d bytes, %d fit; use shorter paths\n", verb, name, length + 1, static_cast<int>(kCommandSize));
+  trace.Error("the %s command for %s needs %d bytes, %d fit; use shorter paths\n", verb, name, length + 1,
+              static_cast<int>(kCommandSize));
   return false;
 }
 
@@ -42,7 +43,8 @@ BOOL RunUnload(const char *szSysPath, const Caller &trace) {
   trace.Check("unloading original hive %s at %s...\n", szCurHiveFile, kMountPoint);
   const HeapText szCmmd = AllocTextUnlogged(kCommandSize);
   if (szCmmd == nullptr) {
-    trace.Error("AllocHeap(%d bytes) failed for szCmmd!ec=%d\n", static_cast<int>(kCommandSize), platform::GetLastError());
+    trace.Error("AllocHeap(%d bytes) failed for szCmmd!ec=%d\n", static_cast<int>(kCommandSize),
+                platform::GetLastError());
     return FALSE;
   }
   DWORD exitCode = 0;
