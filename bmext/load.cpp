@@ -139,7 +139,7 @@ BOOL VXRExt_Initialize([[maybe_unused]] DWORD job, void *header) {
   std::memcpy(windowsPath, info->WindowsPath, sizeof(info->WindowsPath));
   VXRDbg_Log(kCheck, "DLC:System Path==>%s<==   WindowsPath==>%s<==\n", systemPath, windowsPath);
   trace.Check("initialized ok:ExtHead=%p:Extnson=%p\n", &image->Header, currentExtension);
-  VXREng_StatusMsg(kProgress, "Found Bare Metal extension with Magic = 0x%08x Version = 0x%08x\n",
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Found Bare Metal extension with Magic = 0x%08x Version = 0x%08x\n",
                    VxrGet32(image->Header.Magic), VxrGet32(image->Header.Version));
   return TRUE;
 }

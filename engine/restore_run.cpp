@@ -21,14 +21,6 @@ namespace {
 constexpr DWORD kReplaceWindowText = 2;
 constexpr DWORD kSystemHive = 0;
 
-// Result codes of the run's own failures.
-constexpr DWORD kHiveFailed = 4;
-constexpr DWORD kEngineFailed = 7;
-constexpr DWORD kSettingsFailed = 8;
-constexpr DWORD kExtensionFailed = 9;
-constexpr DWORD kVolumeFailed = 14;
-constexpr DWORD kNamedIdFailed = 58;
-
 // `done`; when it is FALSE, logs the call and shows the line, whose code becomes the run's result.
 BOOL Succeeded(BOOL done, const char *call, DWORD code, const char *line, const Caller &trace) {
   if (done) return TRUE;
@@ -39,25 +31,25 @@ BOOL Succeeded(BOOL done, const char *call, DWORD code, const char *line, const 
 
 // Everything before the driver work, each step needing the ones before it; FALSE at the first that fails.
 BOOL Prepare(DWORD job, DWORD inject, void *header, const Caller &trace) {
-  if (!Succeeded(VXREng_Initialize(inject, job), "VXREng_Initialize", kEngineFailed,
+  if (!Succeeded(VXREng_Initialize(inject, job), "VXREng_Initialize", VXR_RESULT_NO_ENGINE,
                  "Failed to initialize Vexmorph engine!", trace)) {
     return FALSE;
   }
-  if (!Succeeded(VXRExt_Initialize(job, header), "VXRExt_Initialize", kExtensionFailed,
+  if (!Succeeded(VXRExt_Initialize(job, header), "VXRExt_Initialize", VXR_RESULT_NO_EXTENSION,
                  "Failed to initialize the Bare Metal extension information!", trace)) {
     return FALSE;
   }
-  if (!Succeeded(VXRRlm_Initialize(job, header), "VXRRlm_Initialize", kSettingsFailed,
+  if (!Succeeded(VXRRlm_Initialize(job, header), "VXRRlm_Initialize", VXR_RESULT_NO_SETTINGS,
                  "Failed to initialize the Bare Metal restore information!", trace)) {
     return FALSE;
   }
-  VXREng_StatusMsg(kProgress, "Looking for the restored system volume...\n");
-  if (!Succeeded(VXRVol_LocateVolume(job, gpVXRParaBlock), "VXRVol_LocateVolume", kVolumeFailed,
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking for the restored system volume...\n");
+  if (!Succeeded(VXRVol_LocateVolume(job, gpVXRParaBlock), "VXRVol_LocateVolume", VXR_RESULT_NO_VOLUME,
                  "Failed to locate the restored system volume!\n", trace)) {
     return FALSE;
   }
-  VXREng_StatusMsg(kProgress, "Loading the original registry hive from the restored volume...\n");
-  return Succeeded(VXRReg_LoadHive(kSystemHive, gpVXRParaBlock), "VXRReg_LoadHive", kHiveFailed,
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Loading the original registry hive from the restored volume...\n");
+  return Succeeded(VXRReg_LoadHive(kSystemHive, gpVXRParaBlock), "VXRReg_LoadHive", VXR_RESULT_NO_HIVE,
                    "Failed to load the original registry hive file failed!\n", trace);
 }
 
@@ -101,7 +93,7 @@ void DriverWork(const Caller &trace) {
   // Kept until the check is over: its driver record borrows the id.
   const HeapText hardwareId = ReadJobValue("HardwareID", &size, &status);
   if (hardwareId != nullptr && size > 0) {
-    if (!CheckNamedId(hardwareId.get(), trace)) dwError = kNamedIdFailed;
+    if (!CheckNamedId(hardwareId.get(), trace)) dwError = VXR_RESULT_NO_NAMED_DRIVER;
     return;
   }
   // A job that may name an id is not taken for one that names none: it would copy and write where only a check was
@@ -116,7 +108,7 @@ void DriverWork(const Caller &trace) {
 }
 
 void UnloadHive(const Caller &trace) {
-  VXREng_StatusMsg(kProgress, "Unloading the original registry hive...\n");
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Unloading the original registry hive...\n");
   const char *systemPath = gpVXRParaBlock->szSystemPath;
   if (!VXRReg_UnloadHive(systemPath)) trace.Failed("VXRReg_UnloadHive", systemPath);
 }
@@ -131,14 +123,14 @@ extern "C" uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, v
   dwError = 0;
   dwWndFlags = kReplaceWindowText;
 
-  VXREng_StatusMsg(kProgress, "Initializing Vexmorph engine for %s...\n", mode);
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Initializing Vexmorph engine for %s...\n", mode);
   if (Prepare(job, inject, header, trace)) {
     DriverWork(trace);
     UnloadHive(trace);
   }
 
   VXRDbg_Log(0, "CHECK:VXR [%s]:error= %u.\n", mode, dwError);
-  VXREng_StatusMsg(kProgress,
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS,
                    dwError == 0 ? "Successfully finished Vexmorph for %s!\n" : "Failed to perform Vexmorph for %s!\n",
                    mode);
   VXRRlm_Cleanup();

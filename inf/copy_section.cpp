@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr DWORD kFileNotFound = 11;  // status codes
-constexpr DWORD kCopyFailed = 13;
 constexpr SIZE_T kSourceSpare = 1;  // bytes of a source path beyond the backslash and the terminator
 
 // Where files go, by what their upper-case name contains, and where the running system keeps its own of that kind.
@@ -93,16 +91,16 @@ HeapText SourcePath(const char *szInfDir, const char *name, const char *runningI
 
 BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const Caller &trace) {
   if (!bInject) {
-    VXREng_StatusMsg(kProgress, "Check only, bypassed copying %s -> %s...\n", source, target);
+    VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypassed copying %s -> %s...\n", source, target);
     return TRUE;
   }
   trace.Check("VXREng_CopyFile:%s -> %s...\n", source, target);
   if (!VXREng_CopyFile(source, target, FALSE)) {
-    VXREng_StatusMsg(kCopyFailed, "Failed to copy %s to %s\n", source, target);
+    VXREng_StatusMsg(VXR_RESULT_FILE_NOT_COPIED, "Failed to copy %s to %s\n", source, target);
     ReportRefusal(VXRMACHINE_REFUSED_FILE_NOT_COPIED, target);
     return FALSE;
   }
-  VXREng_StatusMsg(kProgress, "Successfully copied %s -> %s...\n", source, target);
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successfully copied %s -> %s...\n", source, target);
   return TRUE;
 }
 
@@ -151,7 +149,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   VXREng_StrUpr(szFileName);
   if (!IsPlainFileName(szFileName)) {
     trace.Error("%s is not the name of one file, not followed\n", szFileName);
-    VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", szFileName);
+    VXREng_StatusMsg(VXR_RESULT_FILE_MISSING, "Failed to locate file %s!\n", szFileName);
     ReportRefusal(VXRMACHINE_REFUSED_FILE_NAME, szFileName);
     return FALSE;
   }
@@ -163,7 +161,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   const HeapText source = SourcePath(szInfDir, szFileName, runningInf.get(), trace);
   if (source == nullptr) return FALSE;
   if (!VXREng_FileExists(source.get())) {
-    VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", source.get());
+    VXREng_StatusMsg(VXR_RESULT_FILE_MISSING, "Failed to locate file %s!\n", source.get());
     ReportRefusal(VXRMACHINE_REFUSED_FILE_MISSING, source.get());
     return FALSE;
   }

@@ -49,7 +49,7 @@ BOOL VXRVol_LocateVolume([[maybe_unused]] DWORD job, VXR_PARABLOCK *pVXRParaBloc
     return FALSE;
   }
   if (!pVXRParaBlock->bInject) {
-    VXREng_StatusMsg(kProgress, "Check only, bypass mounting the restored volume...\n");
+    VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypass mounting the restored volume...\n");
     return TRUE;
   }
   const char *bootPart = VXRRlm_GetBootPart();

@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr DWORD kSuccess = 0;
-constexpr DWORD kFailed = 9;
 constexpr char kIncludesSection[] = "BMExtension";
 
 void LogInputs(const char *file, const char *includes, const char *map, const Caller &trace) {
@@ -79,19 +77,21 @@ BOOL Done(BOOL result, const char *step, const Caller &trace) {
 
 uint32_t VXRExt_CreateBMExtFile(const char *extension, const char *includes, const char *map) {
   const CallTrace trace = TraceCall();
-  if (!Given(extension, "szFile")) return kFailed;
+  if (!Given(extension, "szFile")) return VXR_RESULT_NO_EXTENSION;
   LogInputs(extension, includes, map, trace);
   const HeapPtr<VXR_BMEXTNSON> record = AllocRecord<VXR_BMEXTNSON>("pVXRBMExt");
-  if (record == nullptr) return kFailed;
+  if (record == nullptr) return VXR_RESULT_NO_EXTENSION;
   record->Size = VxrPut32(sizeof *record);
-  if (!Done(VXRExt_CreateBMExtension(map, record.get()), "VXRExt_CreateBMExtension", trace)) return kFailed;
+  if (!Done(VXRExt_CreateBMExtension(map, record.get()), "VXRExt_CreateBMExtension", trace))
+    return VXR_RESULT_NO_EXTENSION;
   VXR_EXTHEADER header = {};
   const DWORD cold = VxrGet32(record->SysInfo.BootMedia);
-  if (!Done(VXRExt_CreateBMExtFileHeader(cold, &header), "VXRExt_CreateBMExtFileHeader", trace)) return kFailed;
+  if (!Done(VXRExt_CreateBMExtFileHeader(cold, &header), "VXRExt_CreateBMExtFileHeader", trace))
+    return VXR_RESULT_NO_EXTENSION;
   VXRDbg_DumpExtHeader(&header, trace.name);
   const OpenedFile file = OpenLogged(extension, GENERIC_ALL, FILE_SHARE_READ | FILE_SHARE_WRITE, CREATE_ALWAYS);
-  if (file == nullptr || !WriteExtension(file.get(), header, *record, extension, trace)) return kFailed;
-  return ListInIncludes(extension, includes, trace) ? kSuccess : kFailed;
+  if (file == nullptr || !WriteExtension(file.get(), header, *record, extension, trace)) return VXR_RESULT_NO_EXTENSION;
+  return ListInIncludes(extension, includes, trace) ? VXR_RESULT_SUCCESS : VXR_RESULT_NO_EXTENSION;
 }
 
 BOOL VXRExt_CreateBMExtension(const char *szMap, VXR_BMEXTNSON *pVXRBMExt) {

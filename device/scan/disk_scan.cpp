@@ -16,11 +16,9 @@
 
 namespace {
 
-constexpr DWORD kNoDriver = 3;  // result code
-
 void ShowNoDriver(const char *instanceId) {
   platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, instanceId);
-  VXREng_StatusMsg(kNoDriver, "Failed to locate driver files for device %s",
+  VXREng_StatusMsg(VXR_RESULT_NO_DRIVER, "Failed to locate driver files for device %s",
                    instanceId == nullptr ? "N/A" : instanceId);
 }
 
@@ -166,7 +164,7 @@ VXR_DEVICE *VXRDev_GetDeviceByInstanceID(DWORD diskIndex, DWORD deviceType, Heap
     trace.Null("szInstanceID");
     return nullptr;
   }
-  VXREng_StatusMsg(kProgress, "Checking device with id %s...\n", instanceId);
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Checking device with id %s...\n", instanceId);
   platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, instanceId);
   VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice").release();
   if (device == nullptr) return nullptr;

@@ -34,7 +34,7 @@ void VXREng_SetStatusWnd(void *window, uint32_t flags) {
 
 BOOL VXREng_StatusMsg(DWORD code, const char *format, ...) {
   // Before anything else: a failure counts even when nobody is shown it.
-  if (code != kProgress) dwError = code;
+  if (code != VXR_STATUS_PROGRESS) dwError = code;
   // A host without a window is told nothing, nor is the log.
   if (hStatusWnd == nullptr || format == nullptr) return FALSE;
   const CallTrace trace = TraceCall();

@@ -3,14 +3,13 @@
 #pragma once
 
 #include "platform/platform.h"
-
-// The code of a line that marks progress; every other code becomes the result of the run.
-inline constexpr DWORD kProgress = 101;
+#include "vxrcore/vxrcore.h"
 
 extern HWND hStatusWnd;
 extern DWORD dwWndFlags;  // 2 replaces the window's text, 1 appends to it
 extern DWORD dwError;     // code of the last failing status line of the run
 
-// Records `code`, then shows and logs the line. FALSE when no line was shown (no window, no format, no memory); the
-// code counts all the same. A line is cut at 1,023 characters.
+// Records `code` (VXR_RESULT_... of vxrcore.h) unless it is VXR_STATUS_PROGRESS, then shows and logs the line. FALSE
+// when no line was shown (no window, no format, no memory); the code counts all the same. A line is cut at 1,023
+// characters.
 BOOL VXREng_StatusMsg(DWORD code, const char *format, ...);

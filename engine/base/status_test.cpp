@@ -25,7 +25,7 @@ TEST_F(StatusTest, RecordsTheLastFailureWhetherOrNotItIsShown) {
   EXPECT_FALSE(VXREng_StatusMsg(13, "Failed to copy %s to %s\n", "a", "b"));
   EXPECT_EQ(dwError, 13u);
   EXPECT_EQ(log, "") << "without a window nothing is logged";
-  EXPECT_FALSE(VXREng_StatusMsg(kProgress, "Looking...\n"));
+  EXPECT_FALSE(VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking...\n"));
   EXPECT_EQ(dwError, 13u);
 
   VXREng_SetStatusWnd(window, 2);
@@ -44,12 +44,12 @@ TEST_F(StatusTest, RecordsTheLastFailureWhetherOrNotItIsShown) {
 TEST_F(StatusTest, ShowsLinesAsTheFlagsSay) {
   const std::string percent = "100%s";  // a text that is put in stays a text
   VXREng_SetStatusWnd(window, 2);
-  EXPECT_TRUE(VXREng_StatusMsg(kProgress, "first %s\n", percent.c_str()));
+  EXPECT_TRUE(VXREng_StatusMsg(VXR_STATUS_PROGRESS, "first %s\n", percent.c_str()));
   VXREng_SetStatusWnd(window, 3);
-  EXPECT_TRUE(VXREng_StatusMsg(kProgress, "not shown\n"));
+  EXPECT_TRUE(VXREng_StatusMsg(VXR_STATUS_PROGRESS, "not shown\n"));
   EXPECT_THAT(statusLines, ElementsAre("first 100%s\n"));
   VXREng_SetStatusWnd(window, 1);
-  EXPECT_TRUE(VXREng_StatusMsg(kProgress, "second\n"));
+  EXPECT_TRUE(VXREng_StatusMsg(VXR_STATUS_PROGRESS, "second\n"));
   EXPECT_THAT(statusLines.back(), testing::EndsWith("second\n"));
   EXPECT_THAT(statusLines.back(), HasSubstr("first")) << "appended to the text that was there";
   EXPECT_THAT(log, HasSubstr("STMSG:first 100%s\n"));
@@ -59,10 +59,10 @@ TEST_F(StatusTest, ShowsLinesAsTheFlagsSay) {
 
 TEST_F(StatusTest, CutsALongLine) {
   VXREng_SetStatusWnd(window, 2);
-  EXPECT_TRUE(VXREng_StatusMsg(kProgress, "%s", std::string(1500, 'x').c_str()));
+  EXPECT_TRUE(VXREng_StatusMsg(VXR_STATUS_PROGRESS, "%s", std::string(1500, 'x').c_str()));
   EXPECT_THAT(statusLines, ElementsAre(std::string(1023, 'x')));
   if (!UseCodePage(932)) return;
-  VXREng_StatusMsg(kProgress, "%s", (std::string(1022, 'x') + "\x95\x5C").c_str());
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "%s", (std::string(1022, 'x') + "\x95\x5C").c_str());
   EXPECT_EQ(statusLines.back(), std::string(1022, 'x')) << "cut between characters";
   machine::SetCodePage(machine::kDefaultCodePage);
 }

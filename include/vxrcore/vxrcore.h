@@ -55,14 +55,29 @@ VXR_API int32_t VXREng_FileExists(const char *path);
 
 /* --- The restore run ---------------------------------------------------------------------------------------------- */
 
+/* The codes of status lines. A run's result is the code of its last failing line. */
+enum {
+  VXR_RESULT_SUCCESS = 0,          /* every driver was put into the restored system, or would be found */
+  VXR_RESULT_NO_DRIVER = 3,        /* a device of the boot disk's chain got no driver */
+  VXR_RESULT_NO_HIVE = 4,          /* the restored system's SYSTEM hive was not mounted */
+  VXR_RESULT_NO_ENGINE = 7,        /* the engine did not start: product directory, boot medium, computer device */
+  VXR_RESULT_NO_SETTINGS = 8,      /* the job's settings are incomplete */
+  VXR_RESULT_NO_EXTENSION = 9,     /* the extension file cannot be used; of recording: it was not written */
+  VXR_RESULT_FILE_MISSING = 11,    /* an INF file names a driver file that is not there */
+  VXR_RESULT_FILE_NOT_COPIED = 13, /* a driver file was not copied, and no older one is there */
+  VXR_RESULT_NO_VOLUME = 14,       /* the restored volume is not known */
+  VXR_RESULT_CANCELLED = 15,       /* the user cancelled the search for driver files */
+  VXR_RESULT_NO_NAMED_DRIVER = 58, /* no driver for the one hardware id that the job names; it has no line */
+  VXR_STATUS_PROGRESS = 101        /* a line that marks progress; never a result */
+};
+
 /* Finds and, when `inject` is not zero, injects the drivers that the restored system needs on this machine's boot disk,
  * as restore job `job` in the registry describes it. `inject` zero only verifies that they would be found; the restored
  * system is not touched.
  * `header`: an extension image of 80,332 bytes to use instead of the job's file, or null. It stays the caller's, must
  * outlive the run, and the job's override values are written into it.
  * `window`: shows each status line as its text, or null.
- * Returns the result code: 0, or the code of the last failing status line (3, 4, 7, 8, 9, 11, 13, 14, 15), or 58 when
- * no driver was found for the one hardware id that the job names. */
+ * Returns VXR_RESULT_... */
 VXR_API uint32_t VXREng_RunVXR(uint32_t job, uint32_t inject, void *header, void *window);
 
 /* Makes the boot sector of the disk's active partition agree with the disk: of its BIOS parameter block the sectors per

@@ -15,7 +15,6 @@
 namespace {
 
 constexpr char kInfPattern[] = "*.inf";
-constexpr DWORD kUserCancelled = 15;
 constexpr SIZE_T kPathSpare = 8;  // bytes of a file's path beyond the backslash and the terminator
 
 // An INF file is given up: what the record took from it goes, and with the id list the matched id that may lie in it.
@@ -36,11 +35,11 @@ void ResetDriver(VXR_DRIVER *driver, BOOL bInject) {
 
 // Searches a validated directory and, in injection mode, registers the driver that it has.
 BOOL UseDirectory(const char *directory, VXR_DEVICE *device, const Caller &trace) {
-  VXREng_StatusMsg(kProgress, "Looking for driver information in %s...\n", directory);
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking for driver information in %s...\n", directory);
   ResetDriver(device->pVXRDriver, device->bInject);
   if (!VXRDev_GetDriverInfDir(directory, device->pVXRDriver, device)) return FALSE;
   if (!device->bInject) return TRUE;
-  VXREng_StatusMsg(kProgress, "Updating registry for corresponding drivers...\n");
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Updating registry for corresponding drivers...\n");
   if (VXRDev_PostGetDriver(device->pVXRDriver, device)) return TRUE;
   trace.Failed("VXRDev_PostGetDriver", directory);
   ReportRefusal(VXRMACHINE_REFUSED_NOT_REGISTERED, directory);
@@ -54,7 +53,7 @@ bool StopsSearching(const Caller &trace) {
                                            "Cancel Search?", MB_YESNO);
   if (answer == 0) trace.Failed("MessageBox", "Cancel Search?");
   if (answer != IDYES) return answer == 0;
-  VXREng_StatusMsg(kUserCancelled, "User cancelled searching for driver files.");
+  VXREng_StatusMsg(VXR_RESULT_CANCELLED, "User cancelled searching for driver files.");
   trace.Log(kError, "WARNG", "user cancelled on providing a valid inf dir!\n");
   return true;
 }
@@ -73,7 +72,7 @@ BOOL UseInfFile(const char *path, int32_t number, const char *directory, const c
   }
   trace.Check("VXRDev_InitDriverInf() successful for [%02d]:%s!\n", number, path);
   if (VXRDev_LocateDriverInfs(directory, files, driver, device)) {
-    VXREng_StatusMsg(kProgress, "Successfully processed %s for %s...\n", path, device->szInstanceID);
+    VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successfully processed %s for %s...\n", path, device->szInstanceID);
     return TRUE;
   }
   trace.Error("VXRDev_LocateDriverInfs():failed for [%02d]:%s!\n", number, path);
@@ -110,7 +109,7 @@ BOOL VXRDev_GetDriverInfDirs(const char *szInfDirs, VXR_DEVICE *pVXRDevice) {
     found = UseDirectory(directory.get(), pVXRDevice, trace);
   }
   if (found) {
-    VXREng_StatusMsg(kProgress, "Successful in %s for %s...\n",
+    VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successful in %s for %s...\n",
                      pVXRDevice->bInject ? "driver files injection" : "driver files verification",
                      pVXRDevice->szInstanceID);
   }

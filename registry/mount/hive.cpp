@@ -126,7 +126,7 @@ BOOL VXRReg_LoadHive(DWORD hiveType, VXR_PARABLOCK *pVXRParaBlock) {
     return FALSE;
   }
   if (!pVXRParaBlock->bInject) {
-    VXREng_StatusMsg(kProgress, "Check only, bypass loading the original registry hive...\n");
+    VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypass loading the original registry hive...\n");
     return TRUE;
   }
   if (LoadHiveOfType(hiveType, pVXRParaBlock, trace)) return TRUE;

@@ -57,7 +57,7 @@ void AddProblem(std::vector<RehearsalProblem> *problems, RehearsalProblem proble
 }
 
 RehearsalProblem HiveProblem(const HiveRecord &hive) {
-  const char *advice = FindResultCode(kHiveCode).advice;
+  const char *advice = FindResultCode(VXR_RESULT_NO_HIVE).advice;
   if (hive.outcome != HiveOutcome::kRefused) {
     return ProblemOf(hive.file, "an injection could not save it: ", hive.reason, advice);
   }
@@ -73,7 +73,7 @@ RehearsalProblem CopyProblem(const CopyRecord &copy) {
   if (!missing.empty()) {
     return {directory, "an injection could not copy files there: " + missing, "Restore that directory, or make it."};
   }
-  return ProblemOf(copy.target, "an injection could not copy it: ", copy.reason, FindResultCode(kCopyCode).advice);
+  return ProblemOf(copy.target, "an injection could not copy it: ", copy.reason, FindResultCode(VXR_RESULT_FILE_NOT_COPIED).advice);
 }
 
 bool HasLine(const RunRecord &record, const std::string &text) {
@@ -82,8 +82,8 @@ bool HasLine(const RunRecord &record, const std::string &text) {
 
 // Whether the verification said it, or it follows from a problem that says more.
 bool IsTold(const StatusLine &line, const RunRecord &verified, const std::vector<RehearsalProblem> &problems) {
-  if (line.code == kProgress || HasLine(verified, line.text)) return true;
-  const bool follows = line.code == kHiveCode || line.code == kNoDriverCode || line.code == kCopyCode;
+  if (line.code == VXR_STATUS_PROGRESS || HasLine(verified, line.text)) return true;
+  const bool follows = line.code == VXR_RESULT_NO_HIVE || line.code == VXR_RESULT_NO_DRIVER || line.code == VXR_RESULT_FILE_NOT_COPIED;
   return follows && !problems.empty();
 }
 
@@ -99,12 +99,12 @@ void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
     if (!InRestoredHive(value)) continue;
     const std::string what = value.wholeKey ? "an injection could not create this key: "
                                             : "an injection could not write " + value.name + ": ";
-    AddProblem(problems, ProblemOf(value.key, what, value.reason, FindResultCode(kHiveCode).advice));
+    AddProblem(problems, ProblemOf(value.key, what, value.reason, FindResultCode(VXR_RESULT_NO_HIVE).advice));
   }
   for (const StatusLine &line : rehearsal->record.lines) {
     if (IsTold(line, verified, *problems)) continue;
     // The verification found the driver.
-    const char *advice = line.code == kNoDriverCode
+    const char *advice = line.code == VXR_RESULT_NO_DRIVER
                              ? "Mend what the restored system's hive or files lack, or restore the system again."
                              : FindResultCode(line.code).advice;
     AddProblem(problems,
@@ -126,7 +126,7 @@ void TakeCopies(const RunRecord &rehearsed, RunRecord *verified) {
 
 }  // namespace
 
-bool WorthRehearsing(std::uint32_t code) { return code != 7 && code != 8 && code != 9 && code != 14; }
+bool WorthRehearsing(std::uint32_t code) { return code != VXR_RESULT_NO_ENGINE && code != VXR_RESULT_NO_SETTINGS && code != VXR_RESULT_NO_EXTENSION && code != VXR_RESULT_NO_VOLUME; }
 
 Rehearsal RehearseInjection(std::uint32_t job, RunRecord *verified) {
   Rehearsal rehearsal;

@@ -4,13 +4,10 @@
 #include <cstdint>
 #include <string_view>
 
-constexpr std::uint32_t kProgress = 101;
-constexpr std::uint32_t kNoDriverCode = 3;
-constexpr std::uint32_t kHiveCode = 4;
-constexpr std::uint32_t kCancelledCode = 15;
-constexpr std::uint32_t kNamedIdCode = 58;
-constexpr std::uint32_t kCopyCode = 13;
-constexpr std::uint32_t kRehearsalCode = 1;  // not the library's: an exit status of a verification
+#include "vxrcore/vxrcore.h"
+
+// Of the program, not of the library: a verification that succeeds where an injection would not.
+constexpr std::uint32_t kRehearsalCode = 1;
 
 struct ResultCode {
   std::uint32_t code;

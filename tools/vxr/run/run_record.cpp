@@ -319,11 +319,12 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
 }  // namespace
 
 const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
-  StatusLine line{MachineText(text), kProgress, ""};
+  StatusLine line{MachineText(text), VXR_STATUS_PROGRESS, ""};
   while (!line.text.empty() && (line.text.back() == '\n' || line.text.back() == '\r')) line.text.pop_back();
   if (const ResultCode *failure = FailureOfStatusLine(line.text)) {
     line.code = failure->code;
-    const bool told = failure->code == kHiveCode && !record->hives.empty();  // the machine gives a better reason
+    const bool told =
+        failure->code == VXR_RESULT_NO_HIVE && !record->hives.empty();  // the machine gives a better reason
     if (failure->causeInLog && !told) line.cause = record->firstError;
   }
   if (const auto checked = Between(line.text, "Checking device with id ", "...")) {
@@ -386,10 +387,10 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
 std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
   const bool explained = std::any_of(record.devices.begin(), record.devices.end(),
                                      [](const DeviceRecord &device) { return !device.candidates.empty(); });
-  if (explained && (code == kNoDriverCode || code == kNamedIdCode)) {
+  if (explained && (code == VXR_RESULT_NO_DRIVER || code == VXR_RESULT_NO_NAMED_DRIVER)) {
     return "Mend what is said above of an INF file that lists the device, or add one that fits.";
   }
-  if ((code == kNoDriverCode && record.noController) || (code == kCancelledCode && record.badDirectory)) return "";
+  if ((code == VXR_RESULT_NO_DRIVER && record.noController) || (code == VXR_RESULT_CANCELLED && record.badDirectory)) return "";
   return FindResultCode(code).advice;
 }
 
@@ -407,7 +408,8 @@ std::size_t LostRestoredValues(const RunRecord &record) {
 }
 
 bool HasProblems(const RunRecord &record) {
-  return std::any_of(record.lines.begin(), record.lines.end(), [](const auto &l) { return l.code != kProgress; }) ||
+  return std::any_of(record.lines.begin(), record.lines.end(),
+                     [](const auto &l) { return l.code != VXR_STATUS_PROGRESS; }) ||
          std::any_of(record.copies.begin(), record.copies.end(), [](const auto &c) { return !c.reason.empty(); }) ||
          std::any_of(record.hives.begin(), record.hives.end(), [](const auto &h) { return !h.reason.empty(); }) ||
          !record.failedValues.empty() || !record.namedIdProblem.empty() || !record.refusedPaths.empty() ||

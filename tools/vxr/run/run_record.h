@@ -12,7 +12,7 @@
 
 struct StatusLine {
   std::string text;    // without its line end
-  std::uint32_t code;  // kProgress or the code that the line sets
+  std::uint32_t code;  // VXR_STATUS_PROGRESS or the code that the line sets
   std::string cause;   // of a failure: the log line that tells why; often empty
 };
 

@@ -31,16 +31,16 @@ TEST(StatusLines, CodesAreRecognised) {
       {"Failed to copy X:\\a.sys to D:\\a.sys\n", 13},
       {"Failed to locate the restored system volume!\n", 14},
       {"User cancelled searching for driver files.", 15},
-      {"Failed to perform Vexmorph for driver files injection!\n", kProgress},
-      {"Looking for the restored system volume...\n", kProgress},
-      {"", kProgress},
+      {"Failed to perform Vexmorph for driver files injection!\n", VXR_STATUS_PROGRESS},
+      {"Looking for the restored system volume...\n", VXR_STATUS_PROGRESS},
+      {"", VXR_STATUS_PROGRESS},
   };
   for (const auto &c : cases) {
     RunRecord record;
     const StatusLine &line = AddStatusLine(&record, c.line);
     EXPECT_EQ(line.code, c.code) << c.line;
     EXPECT_EQ(line.text.find('\n'), std::string::npos);
-    EXPECT_EQ(HasProblems(record), c.code != kProgress);
+    EXPECT_EQ(HasProblems(record), c.code != VXR_STATUS_PROGRESS);
   }
 }
 

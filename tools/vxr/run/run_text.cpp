@@ -105,9 +105,9 @@ void PrintFailingLines(const RunRecord &record) {
   const auto &lines = record.lines;
   for (auto line = lines.begin(); line != lines.end(); ++line) {
     const auto same = [&](const StatusLine &other) { return other.text == line->text; };
-    if (line->code == kProgress || std::any_of(lines.begin(), line, same)) continue;
+    if (line->code == VXR_STATUS_PROGRESS || std::any_of(lines.begin(), line, same)) continue;
     // Nobody need have cancelled anything: without a terminal a directory without INF files counts so.
-    if (line->code == kCancelledCode && record.badDirectory) continue;
+    if (line->code == VXR_RESULT_CANCELLED && record.badDirectory) continue;
     const auto times = std::count_if(line, lines.end(), same);
     Problem(line->text + " [" + std::to_string(line->code) + "]" +
             (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
@@ -149,7 +149,7 @@ void PrintAdvice(const RunOutcome &outcome, const RunRecord &record) {
   codes.push_back(outcome.code);
   codes.push_back(static_cast<std::uint32_t>(outcome.exitStatus));
   for (auto code = codes.begin(); code != codes.end(); ++code) {
-    if (*code == kProgress || std::find(codes.begin(), code, *code) != code) continue;
+    if (*code == VXR_STATUS_PROGRESS || std::find(codes.begin(), code, *code) != code) continue;
     const std::string advice = AdviceFor(*code, record);
     if (!advice.empty()) PrintLine("  " + advice);
   }
@@ -193,7 +193,7 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
   const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
   Title("Result");
-  const HiveRecord *unsaved = outcome.code != kHiveCode ? UnsavedRestoredHive(record) : nullptr;
+  const HiveRecord *unsaved = outcome.code != VXR_RESULT_NO_HIVE ? UnsavedRestoredHive(record) : nullptr;
   std::string meaning =
       record.scanProblem.empty() && record.namedIdProblem.empty() ? entry.meaning : "nothing was done";
   if (unsaved != nullptr) {
@@ -202,7 +202,7 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
               (unchanged ? "not saved and is unchanged" : "saved, but is not surely on the disk") +
               "; the run's own code is " + std::to_string(outcome.code);
   }
-  if (unsaved == nullptr && outcome.code == 0 && outcome.exitStatus == static_cast<int>(kHiveCode)) {
+  if (unsaved == nullptr && outcome.code == 0 && outcome.exitStatus == static_cast<int>(VXR_RESULT_NO_HIVE)) {
     const std::size_t lost = LostRestoredValues(record);
     meaning = std::to_string(lost) + (lost == 1 ? " key or value" : " keys or values") +
               " of the restored system's registry could not be written; the run's own code is 0";
@@ -220,7 +220,7 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
 }  // namespace
 
 void PrintStatusLine(const StatusLine &line) {
-  PrintLine(line.text, line.code == kProgress ? Style::kDim : Style::kBad);
+  PrintLine(line.text, line.code == VXR_STATUS_PROGRESS ? Style::kDim : Style::kBad);
   std::fflush(stdout);
 }
 
