@@ -99,7 +99,7 @@ void DriverWork(const Caller &trace) {
   // A job that may name an id is not taken for one that names none: it would copy and write where only a check was
   // asked for.
   if (hardwareId == nullptr && status != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
-    dwError = kNamedIdFailed;
+    dwError = VXR_RESULT_NO_NAMED_DRIVER;
     return;
   }
   trace.Check("building vxr devices...\n");

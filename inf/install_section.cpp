@@ -148,7 +148,8 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
     }
   }
   if (text == nullptr) ReportRefusal(VXRMACHINE_REFUSED_BARE_LINE, szInstSect);
-  trace.Check(result ? "InstSect=%s.%s:processed ok!\n" : "InstSect=%s.%s:processing failed!\n", szInstSect, DecorationName(szDecoration));
+  trace.Check(result ? "InstSect=%s.%s:processed ok!\n" : "InstSect=%s.%s:processing failed!\n", szInstSect,
+              DecorationName(szDecoration));
   return result;
 }
 

@@ -59,9 +59,10 @@ void WriteLines() {
   const std::string longLine(3000, 'x');
   VXRDbg_Log(0, "%s\n", longLine.c_str());
   platform::SetLastError(ERROR_ACCESS_DENIED);
-  LogFailure("Call", "message", "test");
-  LogFailure("Call", nullptr, "test");
-  LogNull("argument", "test");
+  const Caller test{"test"};
+  test.Failed("Call", "message");
+  test.Failed("Call", nullptr);
+  test.Null("argument");
   VXRDbg_SetLevel(2);
   VXRDbg_Log(3, "not at level 2\n");
   VXRDbg_SetLevel(5);

@@ -73,7 +73,8 @@ RehearsalProblem CopyProblem(const CopyRecord &copy) {
   if (!missing.empty()) {
     return {directory, "an injection could not copy files there: " + missing, "Restore that directory, or make it."};
   }
-  return ProblemOf(copy.target, "an injection could not copy it: ", copy.reason, FindResultCode(VXR_RESULT_FILE_NOT_COPIED).advice);
+  return ProblemOf(copy.target, "an injection could not copy it: ", copy.reason,
+                   FindResultCode(VXR_RESULT_FILE_NOT_COPIED).advice);
 }
 
 bool HasLine(const RunRecord &record, const std::string &text) {
@@ -83,7 +84,8 @@ bool HasLine(const RunRecord &record, const std::string &text) {
 // Whether the verification said it, or it follows from a problem that says more.
 bool IsTold(const StatusLine &line, const RunRecord &verified, const std::vector<RehearsalProblem> &problems) {
   if (line.code == VXR_STATUS_PROGRESS || HasLine(verified, line.text)) return true;
-  const bool follows = line.code == VXR_RESULT_NO_HIVE || line.code == VXR_RESULT_NO_DRIVER || line.code == VXR_RESULT_FILE_NOT_COPIED;
+  const bool follows =
+      line.code == VXR_RESULT_NO_HIVE || line.code == VXR_RESULT_NO_DRIVER || line.code == VXR_RESULT_FILE_NOT_COPIED;
   return follows && !problems.empty();
 }
 
@@ -126,7 +128,10 @@ void TakeCopies(const RunRecord &rehearsed, RunRecord *verified) {
 
 }  // namespace
 
-bool WorthRehearsing(std::uint32_t code) { return code != VXR_RESULT_NO_ENGINE && code != VXR_RESULT_NO_SETTINGS && code != VXR_RESULT_NO_EXTENSION && code != VXR_RESULT_NO_VOLUME; }
+bool WorthRehearsing(std::uint32_t code) {
+  return code != VXR_RESULT_NO_ENGINE && code != VXR_RESULT_NO_SETTINGS && code != VXR_RESULT_NO_EXTENSION &&
+         code != VXR_RESULT_NO_VOLUME;
+}
 
 Rehearsal RehearseInjection(std::uint32_t job, RunRecord *verified) {
   Rehearsal rehearsal;

@@ -31,7 +31,7 @@ void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_ca
 #ifndef _WIN32
 bool LacksDriver(std::uint32_t code, const RunRecord &record) {
   return code == VXR_RESULT_NO_NAMED_DRIVER || std::any_of(record.devices.begin(), record.devices.end(),
-                                             [](const DeviceRecord &device) { return device.failed; });
+                                                           [](const DeviceRecord &device) { return device.failed; });
 }
 #endif
 
@@ -58,7 +58,8 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   }
   CloseMachine();
   const bool lost = outcome->code == 0 && LostRestoredValues(host->record) != 0;
-  outcome->exitStatus = static_cast<int>(UnsavedRestoredHive(host->record) || lost ? VXR_RESULT_NO_HIVE : outcome->code);
+  outcome->exitStatus =
+      static_cast<int>(UnsavedRestoredHive(host->record) || lost ? uint32_t{VXR_RESULT_NO_HIVE} : outcome->code);
   if (outcome->exitStatus == 0 && host->record.noController) outcome->exitStatus = VXR_RESULT_NO_DRIVER;
   if (outcome->exitStatus == 0 && WouldFail(outcome->rehearsal)) outcome->exitStatus = kRehearsalCode;
   return true;

@@ -390,7 +390,8 @@ std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
   if (explained && (code == VXR_RESULT_NO_DRIVER || code == VXR_RESULT_NO_NAMED_DRIVER)) {
     return "Mend what is said above of an INF file that lists the device, or add one that fits.";
   }
-  if ((code == VXR_RESULT_NO_DRIVER && record.noController) || (code == VXR_RESULT_CANCELLED && record.badDirectory)) return "";
+  if ((code == VXR_RESULT_NO_DRIVER && record.noController) || (code == VXR_RESULT_CANCELLED && record.badDirectory))
+    return "";
   return FindResultCode(code).advice;
 }
 
