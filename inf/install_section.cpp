@@ -77,7 +77,7 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
     if (!BeginsWith(key.get(), directive.keyword)) continue;
     BOOL result = FALSE;
     for (DWORD field = 1; field <= count; ++field) {
-      HeapText value = TextField(hInf, line, field);
+      HeapText value = FilledField(hInf, line, field);
       if (value == nullptr) continue;
       VXRDbg_Log(kFlush, "FLUSH:%s:iFldCnt=%d:%s=%s\n", caller, field, directive.keyword, value.get());
       result = directive.process(hInf, szInfDir, value.get(), driver);
