@@ -131,7 +131,7 @@ BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSecti
       LogFailure("VXRDev_GetInfLineField", "No desitination file field!");
       continue;
     }
-    const HeapText source = TextField(hInf, &line, 2);
+    const HeapText source = FilledField(hInf, &line, 2);
     if (source != nullptr) VXRDbg_Log(kFixme, "FIXME:%s:src=%s:NOT-Processed!!!\n", __func__, source.get());
     VXRDbg_Log(kCheck, "CHECK:%s:dst=%s..\n", __func__, destination.get());
     if (!VXRDev_ProcessCopyFile(hInf, szInfDir, destination.get(), pVXRDriver)) {

@@ -80,7 +80,7 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
     BOOL result = FALSE;
     bool valued = false;
     for (DWORD field = 1; field <= count; ++field) {
-      HeapText value = TextField(hInf, line, field);
+      HeapText value = FilledField(hInf, line, field);
       if (value == nullptr) continue;
       VXRDbg_Log(kFlush, "FLUSH:%s:iFldCnt=%d:%s=%s\n", caller, field, directive.keyword, value.get());
       result = directive.process(hInf, szInfDir, value.get(), driver);
