@@ -81,8 +81,7 @@ list(JOIN VXR_LOGIC_ARCHIVES "," archives)
 target_link_libraries(vxr_everything INTERFACE
     "$<LINK_GROUP:RESCAN,${archives},vxr_platform,${VXR_HIVE_FILE}vxr_inf_file>")
 
-# The whole archives, so that the exported functions are in; the rest stays inside: by hidden visibility, on Windows by
-# the list of what is exported.
+# The whole archives, so that the exported functions are in; the rest stays inside, by the list of what is exported.
 list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
 list(TRANSFORM whole APPEND ">")
 add_library(vxrcore SHARED)
@@ -95,9 +94,11 @@ if(WIN32)
   set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
   target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
 else()
-  target_sources(vxrcore PRIVATE cmake/version.c)
+  # Without a list, templates of the C++ library were exported too, some as symbols that forbid unloading.
+  set(map ${PROJECT_SOURCE_DIR}/platform/machine/vxrcore.map)
+  target_sources(vxrcore PRIVATE ${map})
   target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
                         "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
-  target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,libstdc++.a)
-  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
+  target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--version-script=${map})
+  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
 endif()

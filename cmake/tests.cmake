@@ -124,6 +124,15 @@ add_test(NAME extension_example COMMAND ${PROJECT_SOURCE_DIR}/tests/extension_ex
          $<TARGET_FILE:list_volumes> $<TARGET_FILE:make_extension>)
 set_tests_properties(extension_example PROPERTIES LABELS unit TIMEOUT 60)
 
+# The shared library from outside: what it exports, that it can be unloaded.
+add_executable(library_test tests/library_test.cpp)
+target_link_libraries(library_test PRIVATE GTest::gtest_main)
+target_compile_definitions(library_test PRIVATE VXR_LIBRARY="$<TARGET_FILE:vxrcore>"
+                           VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+add_dependencies(library_test vxrcore)
+add_test(NAME library_test COMMAND library_test)
+set_tests_properties(library_test PROPERTIES LABELS unit TIMEOUT 60)
+
 # The package of what is installed.
 if(NOT VXR_SANITIZE)
 add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}

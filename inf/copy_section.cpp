@@ -129,7 +129,7 @@ BOOL VXRDev_ProcessCopySect(HINF hInf, const char *szInfDir, const char *szSecti
       trace.Failed("VXRDev_GetInfLineField", "No desitination file field!");
       continue;
     }
-    const HeapText source = TextField(hInf, &line, 2);
+    const HeapText source = FilledField(hInf, &line, 2);
     if (source != nullptr) trace.Fixme("src=%s:NOT-Processed!!!\n", source.get());
     trace.Check("dst=%s..\n", destination.get());
     if (!VXRDev_ProcessCopyFile(hInf, szInfDir, destination.get(), pVXRDriver)) {

@@ -78,7 +78,7 @@ BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir
     BOOL result = FALSE;
     bool valued = false;
     for (DWORD field = 1; field <= count; ++field) {
-      HeapText value = TextField(hInf, line, field);
+      HeapText value = FilledField(hInf, line, field);
       if (value == nullptr) continue;
       trace.Flush("iFldCnt=%d:%s=%s\n", field, directive.keyword, value.get());
       result = directive.process(hInf, szInfDir, value.get(), driver);

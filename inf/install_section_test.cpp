@@ -140,21 +140,23 @@ INSTANTIATE_TEST_SUITE_P(
                   "Copy = @fast.sys\n",
                   FALSE,
                   {"unknown field=Copy:corrupted inf file!", "failed to process Copy"}},
-        Directive{"LastValueDecides", "CopyFiles = @missing.sys, @fast.sys\n", TRUE, {}},
-        Directive{"LastValueFails", "CopyFiles = @fast.sys, @missing.sys\n", FALSE, {"failed to process @MISSING.SYS"}},
+        Directive{"LastValueDecides", "CopyFiles = @missing.sys,, @fast.sys,\n", TRUE, {}},
+        Directive{
+            "LastValueFails", "CopyFiles = @fast.sys, @missing.sys,\n", FALSE, {"failed to process @MISSING.SYS"}},
         Directive{
             "FailureEndsTheWalk", "CopyINF = missing.inf\nUnknown = 1\n", FALSE, {"failed to process MISSING.INF"}},
-        Directive{"NoValue", "CopyFiles =\n", FALSE, {"failed to process CopyFiles"}},
+        Directive{"NoValue", "CopyFiles = ,\n", FALSE, {"failed to process CopyFiles"}},
         Directive{"NoSuchCopySection", "CopyFiles = Nowhere\n", FALSE, {"failed to process Nowhere"}},
         Directive{"LastLineWithoutKey", "DriverVer = 1\none, two\n", FALSE, {}},
         Directive{"LineWithoutKeyBefore", "one, two\nDriverVer = 1\n", TRUE, {}},
-        Directive{"AddReg", "AddReg = Nowhere\n", TRUE, {}}),
+        Directive{"AddReg", "AddReg = Nowhere,\n", TRUE, {}}),
     [](const auto &test) { return test.param.name; });
 
 TEST_F(InstallSection, StopsACopySectionAtTheFirstFailure) {
   Begin(true);
   WriteFile("ram/drivers/storport.sys", "port");
-  EXPECT_FALSE(Install("CopyFiles = Files\n[Files]\nstorport.sys, stor2.sys,, 0x10\nmissing.sys\nfastui.dll\n"));
+  EXPECT_FALSE(Install(
+      "CopyFiles = Files\n[Files]\nstorport.sys, stor2.sys,, 0x10\nstorport.sys,,,1\nmissing.sys\nfastui.dll\n"));
   EXPECT_EQ(ReadFile("restored/Windows/system32/drivers/STORPORT.SYS"), "port");
   EXPECT_FALSE(std::filesystem::exists(Host("restored/Windows/system32/FASTUI.DLL")));
   EXPECT_THAT(Lines("FIXME:VXRDev_ProcessCopySect:"), ElementsAre("src=stor2.sys:NOT-Processed!!!"));
@@ -281,7 +283,6 @@ INSTANTIATE_TEST_SUITE_P(
                        TRUE,
                        "second",
                        {"field=AddService:missing service name!!!"}},
-        ServiceSection{"NoValue", "AddService =\n", FALSE, nullptr, {"field=AddService:missing service name!!!"}},
         ServiceSection{"Unknown",
                        "DelService = x\nAddFilter = y\nNeeds = z\n",
                        FALSE,
@@ -298,26 +299,13 @@ TEST_F(InstallSection, LetsTheLastServiceLineDecide) {
   EXPECT_EQ(HiveText("Services\\abc", "Start"), "4:4:3");
   EXPECT_FALSE(WriteService("StartType = 4\none, two"));
   EXPECT_EQ(HiveText("Services\\abc", "Start"), "4:4:4");
-  EXPECT_TRUE(
-      WriteService("AddReg = Nowhere, Values", "[Values]\nHKR, Parameters, x,, 1\nHKLM,S,x,,1\n, x\nHKCU,S\nhku,S\n"));
-  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessSrvcInst:iAdd="), ElementsAre("1:AddReg=Nowhere", "2:AddReg=Values"));
+  EXPECT_TRUE(WriteService("AddReg = Nowhere,, Values,",
+                           "[Values]\nHKR, Parameters, x,, 1\nHKLM,S,x,,1\n, x\nHKCU,S\nhku,S\n"));
+  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessSrvcInst:iAdd="), ElementsAre("1:AddReg=Nowhere", "3:AddReg=Values"));
   EXPECT_THAT(Lines("WARNG:VXRDev_ProcessAddReg:"),
               ElementsAre("szRoot=HKCU:bypassed processing...", "szRoot=hku:bypassed processing..."));
   EXPECT_EQ(HiveText("Services\\abc\\Parameters", "x"), "");
   EXPECT_FALSE(VXRDev_ProcessSrvcInst(INVALID_HANDLE_VALUE, kDirectory, "abc", "Svc"));
-}
-
-TEST_F(InstallSection, WalksAddRegSectionsOfServicesOnly) {
-  Begin(false);
-  const InfFile inf = OpenInf("t.inf", "[Values]\n=x\n");
-  ClearLog();
-  EXPECT_TRUE(VXRDev_ProcessAddReg(inf.get(), kDirectory, "Nowhere", kInstallRoot));
-  EXPECT_FALSE(VXRDev_ProcessAddReg(inf.get(), kDirectory, "Nowhere", kServiceRoot));
-  EXPECT_FALSE(VXRDev_ProcessAddReg(INVALID_HANDLE_VALUE, kDirectory, "Values", kServiceRoot));
-  EXPECT_FALSE(VXRDev_ProcessAddReg(inf.get(), kDirectory, nullptr, kServiceRoot));
-  EXPECT_THAT(Lines("WARNG:VXRDev_ProcessAddReg:"), ElementsAre("uiHKRType=0:bypass processing"));
-  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessAddReg:section "),
-              ElementsAre("Nowhere:done.", "Nowhere:done.", "Values:done.", "(null):done."));
 }
 
 TEST_F(InstallSection, ReplacesTheDirectoryOfAnImagePath) {

@@ -27,13 +27,6 @@ constexpr ServiceValue kServiceValues[] = {
     {"ServiceBinary", "ImagePath", VXRINF_TYPE_SZ, true},  {"LoadOrderGroup", "Group", VXRINF_TYPE_SZ, false},
 };
 
-// A field of the line; null when it is missing or empty, which a value omitted between two commas is.
-HeapText FilledField(HINF hInf, INFCONTEXT *line, DWORD index) {
-  HeapText field = TextField(hInf, line, index);
-  if (field != nullptr && *field == '\0') field = nullptr;
-  return field;
-}
-
 // An AddService line: stores its service name in the driver and returns the name of its service-install section. Null,
 // without a service name stored, when it lacks either.
 HeapText ReadAddService(HINF hInf, INFCONTEXT *line, const char *key, VXR_DRIVER *driver, const Caller &trace) {
@@ -92,6 +85,7 @@ BOOL WalkServiceAddReg(HINF hInf, INFCONTEXT *line, const char *szInfDir, const 
   BOOL result = FALSE;
   HeapText section;
   for (DWORD field = 1; (section = TextField(hInf, line, field)) != nullptr; ++field) {
+    if (*section == '\0') continue;  // omitted at a comma
     trace.Check("iAdd=%d:AddReg=%s\n", field, section.get());
     result = VXRDev_ProcessAddReg(hInf, szInfDir, section.get(), kServiceRoot);
   }

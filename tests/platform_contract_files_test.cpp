@@ -412,6 +412,7 @@ std::string Ran(const char *application, const char *commandLine) {
 TEST_F(FilesContract, Processes) {
   WriteFile("ram/from", "contents");
   WriteFile("ram/with blank", "blank");
+  WriteFile("ram/a+b", "sum");
   WriteFile("ram/text.txt", "no program");
   Open();
   const struct {
@@ -420,6 +421,7 @@ TEST_F(FilesContract, Processes) {
       {nullptr, "cmd.exe /c copy /y X:\\from X:\\to", "0 ok 0 ok ok"},
       {nullptr, "cmd /C COPY /Y \"X:\\with blank\" \"X:\\to blank\"", "0 ok 0 ok ok"},
       {nullptr, "\"cmd.exe\" /c copy /y X:\\from X:\\to", "0 ok 0 ok ok"},
+      {nullptr, "cmd.exe /c copy /y \"X:\\a+b\" \"X:\\to+\"", "0 ok 0 ok ok"},
       {nullptr, "cmd.exe /c copy /y X:\\none X:\\to", "0 ok 1 ok ok"},
       {nullptr, "cmd.exe /c copy /y X:\\from X:\\none\\to", "0 ok 1 ok ok"},
       {nullptr, "reg.exe LOAD HKLM\\VXR_CONTRACT X:\\none", "0 ok 1 ok ok"},
@@ -428,15 +430,13 @@ TEST_F(FilesContract, Processes) {
       {nullptr, "X:\\none\\program.exe", "2"},
       {nullptr, "X:\\program.exe", "2"},
       {nullptr, "Q:\\program.exe", "2"},
-
       {nullptr, "", "2"},
       {"X:\\program.exe", nullptr, "2"},
-
   };
   for (const auto &row : rows) {
     EXPECT_EQ(Ran(row.application, row.commandLine), row.gives) << (row.commandLine ? row.commandLine : "null");
   }
-  EXPECT_EQ(ReadFile("ram/to") + ReadFile("ram/to blank"), "contentsblank");
+  EXPECT_EQ(ReadFile("ram/to") + ReadFile("ram/to blank") + ReadFile("ram/to+"), "contentsblanksum");
   DWORD exitCode = 99;
   EXPECT_EQ(Outcome([&] { return platform::GetExitCodeProcess(nullptr, &exitCode); }), "6");
   EXPECT_EQ(Outcome([] { return platform::WaitForSingleObject(nullptr, 0) != WAIT_FAILED; }), "6");

@@ -49,20 +49,30 @@ BOOL OpenFileMap(VXR_FILEMAP *fileMap, const Caller &trace) {
   return TRUE;
 }
 
-// Characters that the command interpreter splits or joins commands and arguments at when they are not quoted.
-bool NeedsQuotes(const char *path) { return std::strpbrk(path, " \t&|<>^()=;,") != nullptr; }
+// What a name holds that the command interpreter does not take as it is, in quotes either; null when nothing.
+const char *FindUnquotable(const char *path) {
+  for (; *path != '\0'; ++path) {
+    if (*path == '"') return "a quotation mark";
+    if (*path == '%') return "a percent sign";
+    if (*path == '*' || *path == '?') return "a wildcard";
+    // It would take what follows, the closing quotation mark too, for its other half. No such half is below '@'.
+    const bool isLead = platform::IsDBCSLeadByte(static_cast<BYTE>(*path));
+    if (isLead && static_cast<BYTE>(*++path) < '@') return "half a character";
+  }
+  return nullptr;
+}
 
 void AppendArgument(char *command, const char *path) {
-  const bool quote = NeedsQuotes(path);
-  if (quote) std::strcat(command, "\"");
-  std::strcat(command, path);
-  if (quote) std::strcat(command, "\"");
+  const char *quote = QuoteFor(path);
+  for (const char *part : {quote, path, quote}) std::strcat(command, part);
 }
 
 BOOL CopyByCommand(const char *source, const char *target, const Caller &trace) {
-  // A name from an INF file could otherwise end its quotes and start a command of its own.
-  if (std::strchr(source, '"') != nullptr || std::strchr(target, '"') != nullptr) {
-    trace.Error("a file name holds a quotation mark, not copied:src=%s:tgt=%s\n", source, target);
+  // Such a name from an INF file could name another file, or end its quotes and start a command of its own.
+  const char *unquotable = FindUnquotable(source);
+  if (unquotable == nullptr) unquotable = FindUnquotable(target);
+  if (unquotable != nullptr) {
+    trace.Error("a file name holds %s, not copied:src=%s:tgt=%s\n", unquotable, source, target);
     return FALSE;
   }
   // The 19 bytes hold the blank between the paths, their quotation marks and the terminator.

@@ -6,6 +6,7 @@
 
 #include "engine/base/processes.h"
 #include "platform/machine/base/fault.h"
+#include "tests/support/own_code_page.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -132,10 +133,10 @@ TEST_F(FilesTest, CommandInterpreterCopiesWhereTheCallCannot) {
     const char *source, *sourceFile, *target, *targetFile, *command;
   } const rows[] = {
       {"X:\\a.sys", "ram/a.sys", "D:\\b.sys", "restored/b.sys", "cmd.exe /c copy /y X:\\a.sys D:\\b.sys:exit"},
-      {"X:\\my drivers\\a.sys", "ram/my drivers/a.sys", "D:\\c.sys", "restored/c.sys",
-       "cmd.exe /c copy /y \"X:\\my drivers\\a.sys\" D:\\c.sys:exit"},
-      {"X:\\a&b.sys", "ram/a&b.sys", "D:\\c d.sys", "restored/c d.sys",
-       "cmd.exe /c copy /y \"X:\\a&b.sys\" \"D:\\c d.sys\":exit"},
+      {"X:\\a+b.sys", "ram/a+b.sys", "D:/e.sys", "restored/e.sys",
+       "cmd.exe /c copy /y \"X:\\a+b.sys\" \"D:/e.sys\":exit"},
+      {"X:\\\xE9.sys", "ram/é.sys", "D:\\f-1_~$.sys", "restored/f-1_~$.sys",
+       "cmd.exe /c copy /y \"X:\\\xE9.sys\" D:\\f-1_~$.sys:exit"},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.command);
@@ -152,11 +153,17 @@ TEST_F(FilesTest, CommandInterpreterCopiesWhereTheCallCannot) {
 }
 #endif
 
-TEST_F(FilesTest, QuotationMarkInANameReachesNoCommand) {
+TEST_F(FilesTest, NamesThatQuotesDoNotHoldReachNoCommand) {
   Open();
-  EXPECT_FALSE(VXREng_CopyFile("X:\\a\" & format D:", "D:\\a.sys", FALSE));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_CopyFile:a file name holds a quotation mark, not copied:"));
-  EXPECT_THAT(log, Not(HasSubstr("VXREng_ExecCommand")));
+  std::vector<std::pair<const char *, const char *>> rows = {
+      {"a\" & format D:", "a quotation mark"}, {"%a%.sys", "a percent sign"}, {"a?.sys", "a wildcard"}};
+  if (UseCodePage(932)) rows.insert(rows.end(), {{"a\x81", "half a character"}, {"\x81%x", "half a character"}});
+  for (const auto &[name, reason] : rows) {
+    log.clear();
+    EXPECT_FALSE(VXREng_CopyFile((std::string("X:\\") + name).c_str(), "D:\\a.sys", FALSE));
+    EXPECT_THAT(log, HasSubstr(std::string("ERROR:VXREng_CopyFile:a file name holds ") + reason + ", not copied:"));
+    EXPECT_THAT(log, Not(HasSubstr("VXREng_ExecCommand")));
+  }
 }
 
 // --- Existence ------------------------------------------------------------------------------------------------------

@@ -1,5 +1,7 @@
 #include "engine/base/processes.h"
 
+#include <cstring>
+
 #include "log/log.h"
 
 namespace {
@@ -30,6 +32,12 @@ void FinishProcess(const PROCESS_INFORMATION &process, const char *command, DWOR
 }
 
 }  // namespace
+
+const char *QuoteFor(const char *path) {
+  // Every two-byte character begins outside this list, so its second byte is not taken for one of it.
+  static constexpr char kPlain[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789\\:._-~$";
+  return path[std::strspn(path, kPlain)] != '\0' ? "\"" : "";
+}
 
 BOOL VXREng_ExecCommand(const char *command, DWORD *exitCode) {
   const CallTrace trace = TraceCall();

@@ -22,9 +22,6 @@ constexpr SIZE_T kCommandSize = 512;
 // Names in the restored system's configuration directory, by hive type.
 constexpr const char *kHiveNames[] = {"system", "software", "security", "sam"};
 
-// The tool splits its command line at blanks that are not in quotes.
-const char *QuoteFor(const char *path) { return std::strchr(path, ' ') != nullptr ? "\"" : ""; }
-
 // The tool's command line in a buffer of kCommandSize bytes; false after logging that it does not fit. `file` is null
 // for UNLOAD, whose line ends in a blank.
 bool FormatCommand(char *command, const char *szSysPath, const char *verb, const char *file, const Caller &trace) {

@@ -73,21 +73,23 @@ bool RunRegistryTool(const Words &words, DWORD *exitCode) {
   return true;
 }
 
-// cmd /c copy /y source target. The target is a file's name: the copy into a directory of that name is not made.
-bool RunCopyCommand(const Words &words, DWORD *exitCode) {
+// cmd /c copy /y source target. The target is a file's name: the copy into a directory of that name is not made. Nor is
+// anything else that the command can do.
+bool RunCopyCommand(const Words &words, std::string_view commandLine, DWORD *exitCode) {
   if (words.size() < 4 || !Same(words[1], "/c") || !Same(words[2], "copy") || !Same(words[3], "/y")) return false;
-  const bool copied = words.size() == 6 && machine::CopyWindowsFile(words[4].c_str(), words[5].c_str(), false,
-                                                                    machine::CopyCaller::kCommand);
+  const Words read = machine::SplitInterpreterLine(commandLine);
+  const bool copied = read.size() == 6 && !read[4].starts_with('/') && !read[5].starts_with('/') &&
+                      machine::CopyWindowsFile(read[4].c_str(), read[5].c_str(), false, machine::CopyCaller::kCommand);
   *exitCode = copied ? 0 : kToolFailed;
   return true;
 }
 
-bool RunProgram(const Words &words, DWORD *exitCode) {
+bool RunProgram(const Words &words, std::string_view commandLine, DWORD *exitCode) {
   if (words.empty()) return false;
   const Program program = SplitProgram(words[0]);
   if (!InSystemDirectory(program)) return false;
   if (Same(program.name, "reg")) return RunRegistryTool(words, exitCode);
-  return Same(program.name, "cmd") && RunCopyCommand(words, exitCode);
+  return Same(program.name, "cmd") && RunCopyCommand(words, commandLine, exitCode);
 }
 
 }  // namespace
@@ -102,10 +104,11 @@ BOOL CreateProcessA(const char *application, char *commandLine, void *, void *, 
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
   }
-  Words words = machine::SplitCommandLine(commandLine != nullptr ? commandLine : application);
+  const char *text = commandLine != nullptr ? commandLine : application;
+  Words words = machine::SplitCommandLine(text);
   if (application != nullptr && !words.empty()) words[0] = application;
   DWORD exitCode = 0;
-  if (!RunProgram(words, &exitCode)) {
+  if (!RunProgram(words, text, &exitCode)) {
     SetLastError(ERROR_FILE_NOT_FOUND);
     return FALSE;
   }

@@ -54,36 +54,37 @@ class ProcessesTest : public MachineTest {
 };
 
 TEST_F(ProcessesTest, CopiesFiles) {
-  WriteFile("ram/a b.sys", "blank");
   WriteFile("ram/a.sys", "plain");
+  WriteFile("ram/a+b.sys", "sum");
   WriteFile("ram/cmd/cmd.exe", "");
   Open();
   const struct {
     const char *commandLine, *expected;
   } cases[] = {
       {R"(cmd.exe /c copy /y X:\a.sys D:\a.sys)", "0"},
-      {R"(CMD /C COPY /Y "X:\a b.sys" "D:\a b.sys")", "0"},
-      {R"(x:\windows\SYSTEM32\cmd.exe /c copy /y X:\a.sys D:\c.sys)", "0"},
+      {R"("x:\windows\SYSTEM32\cmd" /c copy /y X:\"a+b".sys "D:/e.sys")", "0"},
       {R"(cmd.exe /c copy /y X:\a b.sys D:\d.sys)", "1"},
-      {R"(cmd.exe /c copy /y X:\none.sys D:\d.sys)", "1"},
+      // What the interpreter would make of these is not that one file in that place.
+      {R"(cmd.exe /c copy /y X:\a+b.sys D:\d.sys)", "1"},
+      {R"(cmd.exe /c copy /y X:/a.sys D:\d.sys)", "1"},
+      {R"(cmd.exe /c copy /y X:\a.sys D:\d.sys /b)", "1"},
+      {R"(cmd.exe /c copy /y "X:\%name%" D:\d.sys)", "1"},
+      {R"(cmd.exe /c copy /y "X:\a?.sys" D:\d.sys)", "1"},
+      {R"(cmd.exe /c copy /y X:\a.sys D:\d.sys&D:)", "1"},
       {R"(cmd.exe /c copy /y X:\a.sys)", "1"},
       {R"(X:\cmd\cmd.exe /c copy /y X:\a.sys D:\d.sys)", "error 2"},
       {R"(cmd.exe /c del X:\a.sys)", "error 2"},
       {R"(cmd.exe /c copy)", "error 2"},
-      {R"(notepad.exe X:\a.sys)", "error 2"},
-      {"", "error 2"},
   };
   for (const auto &c : cases) EXPECT_EQ(Run(c.commandLine), c.expected) << c.commandLine;
   EXPECT_EQ(ReadFile("restored/a.sys"), "plain");
-  EXPECT_EQ(ReadFile("restored/a b.sys"), "blank");
-  EXPECT_EQ(ReadFile("restored/c.sys"), "plain");
+  EXPECT_EQ(ReadFile("restored/e.sys"), "sum");
   EXPECT_FALSE(std::filesystem::exists(Host("restored/d.sys")));
 }
 
 TEST_F(ProcessesTest, LoadsAndUnloadsHives) {
   WriteHive(Host("restored/SYSTEM"), {NumberValue("Select", "Current", 1)});
   Open();
-  EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe LOAD HKLM\SYSTEM_ORG D:\absent)"), "1");
   EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe LOAD HKLM\SYSTEM_ORG)"), "1");
   EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe LOAD HKCU\SYSTEM_ORG D:\system)"), "1");
   EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe UNLOAD HKLM\SYSTEM_ORG )"), "1") << "nothing is mounted";

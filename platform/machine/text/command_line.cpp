@@ -20,6 +20,22 @@ std::size_t CharacterSize(std::string_view text, std::size_t at) {
   return IsLeadByte(static_cast<unsigned char>(text[at])) && at + 1 < text.size() ? 2 : 1;
 }
 
+// A word in which quotes keep blanks together and nothing else has a meaning.
+std::string TakeWord(std::string_view text, std::size_t *at) {
+  std::string word;
+  bool quoted = false;
+  while (*at < text.size() && (quoted || !IsBlank(text[*at]))) {
+    const std::size_t size = CharacterSize(text, *at);
+    if (text[*at] == '"') {
+      quoted = !quoted;
+    } else {
+      word.append(text, *at, size);
+    }
+    *at += size;
+  }
+  return word;
+}
+
 // Takes a run of backslashes, and the quote behind it when the run makes that text.
 void TakeBackslashes(std::string_view text, std::size_t *at, std::string *argument) {
   const std::size_t end = std::min(text.find_first_not_of('\\', *at), text.size());
@@ -56,6 +72,21 @@ std::string TakeArgument(std::string_view text, std::size_t *at) {
   return argument;
 }
 
+// Whether the command interpreter takes the arguments for words and nothing else.
+bool AreWords(std::string_view arguments) {
+  bool quoted = false;
+  char before = ' ';
+  for (std::size_t at = 0; at < arguments.size(); at += CharacterSize(arguments, at)) {
+    const char c = arguments[at];
+    const bool isSwitch = c == '/' && IsBlank(before);
+    if (c == '"') quoted = !quoted;
+    if (std::string_view("%*?").find(c) != std::string_view::npos) return false;
+    if (!quoted && !isSwitch && std::string_view("+/,;=&|<>()^").find(c) != std::string_view::npos) return false;
+    before = c;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::vector<std::string> SplitCommandLine(std::string_view text) {
@@ -69,6 +100,14 @@ std::vector<std::string> SplitCommandLine(std::string_view text) {
     parts.push_back(TakeArgument(text, &at));
   }
   return parts;
+}
+
+std::vector<std::string> SplitInterpreterLine(std::string_view text) {
+  std::size_t at = SkipBlanks(text, 0);
+  std::vector<std::string> words = {TakeWord(text, &at)};
+  if (!AreWords(text.substr(at))) return {};
+  for (at = SkipBlanks(text, at); at < text.size(); at = SkipBlanks(text, at)) words.push_back(TakeWord(text, &at));
+  return words;
 }
 
 }  // namespace machine

@@ -12,4 +12,8 @@ namespace machine {
 // quote that is text; "" inside quotes is one quote. `text` is in the ANSI code page, and so are the parts.
 std::vector<std::string> SplitCommandLine(std::string_view text);
 
+// The same as the command interpreter has it: no backslash stands for anything but itself. Empty when it would not take
+// the arguments as words: it joins files, begins switches, commands and groups, expands variables and wildcards.
+std::vector<std::string> SplitInterpreterLine(std::string_view text);
+
 }  // namespace machine
