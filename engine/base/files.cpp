@@ -62,11 +62,6 @@ const char *FindUnquotable(const char *path) {
   return nullptr;
 }
 
-void AppendArgument(char *command, const char *path) {
-  const char *quote = QuoteFor(path);
-  for (const char *part : {quote, path, quote}) std::strcat(command, part);
-}
-
 BOOL CopyByCommand(const char *source, const char *target, const Caller &trace) {
   // Such a name from an INF file could name another file, or end its quotes and start a command of its own.
   const char *unquotable = FindUnquotable(source);
@@ -79,10 +74,8 @@ BOOL CopyByCommand(const char *source, const char *target, const Caller &trace) 
   const SIZE_T size = std::strlen(source) + std::strlen(target) + std::strlen(kCopyCommand) + 19;
   const HeapText command = AllocText(size, "szCmmd", trace);
   if (command == nullptr) return FALSE;
-  std::strcpy(command.get(), kCopyCommand);
-  AppendArgument(command.get(), source);
-  std::strcat(command.get(), " ");
-  AppendArgument(command.get(), target);
+  std::snprintf(command.get(), size, "%s%s%s%s %s%s%s", kCopyCommand, QuoteFor(source), source, QuoteFor(source),
+                QuoteFor(target), target, QuoteFor(target));
   DWORD exitCode = 0;
   if (VXREng_ExecCommand(command.get(), &exitCode)) return TRUE;
   trace.Failed("VXREng_ExecCommand", command.get());
