@@ -5,7 +5,6 @@
 
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
-#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -50,24 +49,6 @@ class LoadTest : public MachineTest {
   char key[32] = "SOFTWARE\\Varnelt\\Relmar\\5";
   VXR_PARABLOCK block = {};
 };
-
-TEST_F(LoadTest, JobWithoutFileGetsABlankImageWithItsOverrides) {
-  OpenJob("OSVerMaj = 5\nOSVerMin = 2\nHAL = 9\nRootPath = 'D:'\n");
-  ASSERT_TRUE(VXRExt_Initialize(5, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_Initialize:VXRReg_GetRegistryValue(BMEFile) failed!\n"));
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MajorVersion), 5u);
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MinorVersion), 2u);
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->ProcessorArchitecture), 9u);
-  EXPECT_STREQ(VXRExt_GetSystemPath(), "D:\\system32");
-  EXPECT_STREQ(VXRExt_GetWindowsPath(), "D:");
-  EXPECT_EQ(VXRExt_GetBootMedia(), DWORD{VXR_BOOTMEDIA_DISK});
-  EXPECT_THAT(statusLines, Contains("Found Bare Metal extension with Magic = 0x00000000 Version = 0x00000000\n"));
-  EXPECT_THAT(log, HasSubstr("DLC:System Path==>D:\\system32<==   WindowsPath==>D:<==\n"));
-  EXPECT_EQ(dwError, 0u);
-  // There is no mapping to release, so it stays.
-  EXPECT_TRUE(VXRExt_Cleanup());
-  EXPECT_STREQ(VXRExt_GetSystemPath(), "D:\\system32");
-}
 
 TEST_F(LoadTest, OverrideTakesTheFirstByteOfItsData) {
   struct {
@@ -192,34 +173,5 @@ TEST_F(LoadTest, RootPathIsTakenWholeOrNotAtAll) {
     EXPECT_EQ(log.find("ERROR:VXRExt_Initialize:RootPath of") != std::string::npos, !row.system);
   }
 }
-
-TEST_F(LoadTest, WithoutAJobTheImageIsBlank) {
-  OpenJob("BMEFile = 'X:\\none.bme'\nOSVerMaj = 6\n");
-  gpVXRParaBlock = nullptr;
-  ASSERT_TRUE(VXRExt_Initialize(5, nullptr));
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MajorVersion), 0u);
-}
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(LoadTest, NoSingleFailureCrashesOrLeavesAHandle) {
-  OpenJob("BMEFile = 'X:\\machine.bme'\nRootPath = 'D:'\nOSVerMaj = 6\n");
-  WriteFile("ram/machine.bme", Bytes(*MakeImage(VXR_EXT_MAGIC_HOT, "")));
-  for (const bool onwards : {false, true}) {
-    for (unsigned n = 1;; ++n) {
-      SCOPED_TRACE(testing::Message() << n << (onwards ? " onwards" : ""));
-      ASSERT_LT(n, 1000u);
-      machine::SetFaultPlan({"*", n, onwards, 0});
-      const BOOL loaded = VXRExt_Initialize(5, nullptr);
-      const unsigned met = machine::FaultsMet();
-      machine::SetFaultPlan({});
-      EXPECT_EQ(loaded, VXRExt_GetSystemPath() != nullptr);
-      VXRExt_Cleanup();
-      EXPECT_EQ(OpenHandles(), 0u);
-      EXPECT_EQ(OpenViews(), 0u);
-      if (met == 0) break;
-    }
-  }
-}
-#endif
 
 }  // namespace

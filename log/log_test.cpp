@@ -1,6 +1,7 @@
 #include "log/log.h"
 
 #include "platform/machine/base/fault.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -10,16 +11,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-#ifndef _WIN32
-std::string SystemToml(const std::string &program) {
-  return "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\n"
-         "os = { major = 6, minor = 1, build = 7601, platform = 2 }\nprocessor = { count = 2, architecture = 9 }\n"
-         "memory = 8589934592\nclock = 2026-11-19T12:30:05Z\n"
-         "program = '" +
-         program + "'\n";
-}
-#endif
-
 class LogTest : public MachineTest {
  protected:
   // On Windows the program is the test's own, which has that name.
@@ -27,7 +18,7 @@ class LogTest : public MachineTest {
 #ifdef _WIN32
     Open();
 #else
-    Open("", SystemToml(program));
+    Open("", std::string(kStandardSystem) + "clock = 2026-11-19T12:30:05Z\nprogram = '" + program + "'\n");
 #endif
     VXRDbg_Cleanup();
     log.clear();

@@ -23,16 +23,6 @@ class VolumeTest : public MachineTest {
   VXR_BMRESTORE settings = {};
 };
 
-TEST_F(VolumeTest, CheckOnlyLooksAtNoSetting) {
-  Open();
-  hStatusWnd = static_cast<HWND>(window);
-  dwWndFlags = 2;
-  block.bInject = FALSE;
-  EXPECT_TRUE(VXRVol_LocateVolume(1, &block));
-  EXPECT_THAT(statusLines, testing::ElementsAre("Check only, bypass mounting the restored volume...\n"));
-  EXPECT_FALSE(VXRVol_LocateVolume(1, nullptr));
-}
-
 TEST_F(VolumeTest, SettingsNameTheVolume) {
   Open();
   EXPECT_FALSE(VXRVol_LocateVolume(1, &block));

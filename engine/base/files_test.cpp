@@ -48,51 +48,6 @@ TEST_F(FilesTest, MappedFileIsChangedInPlace) {
   EXPECT_EQ(OpenHandles(), 0u);
 }
 
-TEST_F(FilesTest, WhatCannotBeMappedLeavesNothingOpen) {
-  Open();
-  WriteFile("ram/empty", "");
-  const std::string longName = "X:\\" + std::string(260, 'x');  // 263 characters: fits, and is not there
-  const std::string tooLong = longName + "x";
-  struct {
-    const char *name;
-    const char *line;
-  } const rows[] = {
-      {nullptr, "ERROR:VXREng_MapFile:szFileName is NULL\n"},
-      {"X:\\none", "ERROR:VXREng_MapFile:CreateFile():failed!ec=2:0x00000002:msg=X:\\none\n"},
-      {"X:\\empty", "ERROR:VXREng_MapFile:CreateFileMapping():failed!ec=1006:0x000003ee:msg="},
-      {longName.c_str(), "ERROR:VXREng_MapFile:CreateFile():failed!"},
-      {tooLong.c_str(), "ERROR:VXREng_MapFile:path has 264 characters, at most 263 can be mapped"},
-  };
-  for (const auto &row : rows) {
-    log.clear();
-    EXPECT_EQ(VXREng_MapFile(row.name), nullptr);
-    EXPECT_THAT(log, HasSubstr(row.line));
-    EXPECT_EQ(OpenHandles(), 0u);
-  }
-  EXPECT_FALSE(VXREng_UnmapFile(nullptr));
-}
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(FilesTest, MappingThatFailsHalfwayClosesWhatItOpened) {
-  Open();
-  VXRDbg_Initialize(5, 0, nullptr);  // so that no fault meets the log instead
-  WriteFile("ram/file", "content");
-  for (const char *call : {"HeapAlloc", "CreateFileA", "GetFileSize", "CreateFileMappingA", "MapViewOfFile"}) {
-    SCOPED_TRACE(call);
-    machine::SetFaultPlan({call, 1, false, 0});
-    EXPECT_EQ(VXREng_MapFile("X:\\file"), nullptr);
-    EXPECT_EQ(machine::FaultsMet(), 1u);
-    machine::SetFaultPlan({});
-    EXPECT_EQ(OpenHandles(), 0u);
-    EXPECT_EQ(OpenViews(), 0u);
-  }
-  const HeapPtr<VXR_FILEMAP> map = VXREng_MapFile("X:\\file");
-  ASSERT_NE(map, nullptr);
-  EXPECT_STREQ(map->Name, "VAVXRFMap-00");
-  EXPECT_TRUE(VXREng_UnmapFile(map.get()));
-}
-#endif
-
 // --- Copying --------------------------------------------------------------------------------------------------------
 
 TEST_F(FilesTest, ReadOnlyTargetIsOverwritten) {
@@ -161,64 +116,6 @@ TEST_F(FilesTest, QuotationMarkInANameReachesNoCommand) {
 
 // --- Existence ------------------------------------------------------------------------------------------------------
 
-TEST_F(FilesTest, FileExistsByNameDirectoryOrPattern) {
-  Open();
-  WriteFile("ram/drivers/a.inf", "");
-  const std::string tooLong(250, 'd');
-  EXPECT_TRUE(VXREng_FileExists("x:\\DRIVERS"));
-  EXPECT_TRUE(VXREng_FileExists("X:\\drivers\\*.inf"));
-  EXPECT_FALSE(VXREng_FileExists("X:\\drivers\\*.sys"));
-  EXPECT_TRUE(VXREng_FileExistsInDir("X:\\drivers", "A.INF"));
-  EXPECT_FALSE(VXREng_FileExistsInDir("X:\\drivers", "b.inf"));
-  log.clear();
-  EXPECT_FALSE(VXREng_FileExists(nullptr));
-  EXPECT_EQ(log, "");
-  EXPECT_FALSE(VXREng_FileExistsInDir("", "a.inf"));
-  EXPECT_FALSE(VXREng_FileExistsInDir("X:\\drivers", ""));
-  EXPECT_FALSE(VXREng_FileExistsInDir(nullptr, "a.inf"));
-  EXPECT_FALSE(VXREng_FileExistsInDir("X:\\drivers", nullptr));
-  EXPECT_THAT(log, Not(HasSubstr("ERROR")));
-  EXPECT_FALSE(VXREng_FileExistsInDir(("X:\\" + tooLong).c_str(), "abcdef"));  // 260 with the terminator missing
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_FileExistsInDir:path of 260 characters is too long"));
-}
-
 // --- Commands -------------------------------------------------------------------------------------------------------
-
-TEST_F(FilesTest, CommandIsJudgedByItsExitCode) {
-  Open();
-  WriteFile("ram/a", "a");
-  DWORD code = 7;
-  EXPECT_TRUE(VXREng_ExecCommand("cmd.exe /c copy /y X:\\a X:\\b", &code));
-  EXPECT_EQ(code, 0u);
-  EXPECT_THAT(log, HasSubstr("CHECK:VXREng_ExecCommand:succss cmmd=cmd.exe /c copy /y X:\\a X:\\b:exit=0x00000000:0!\n"
-                             "FLUSH:VXREng_ExecCommand:___LEAVE___\nFLUSH:VXREng_ExecCommand:___LEAVE___\n"));
-  EXPECT_FALSE(VXREng_ExecCommand("cmd.exe /c copy /y X:\\none X:\\c", &code));
-  EXPECT_EQ(code, 1u);
-  EXPECT_THAT(log,
-              HasSubstr("ERROR:VXREng_ExecCommand:failed cmmd=cmd.exe /c copy /y X:\\none X:\\c:exit=0x00000001:1!"));
-  EXPECT_FALSE(VXREng_ExecCommand("X:\\nothing.exe /x", &code));
-  EXPECT_EQ(code, ERROR_FILE_NOT_FOUND);
-  EXPECT_THAT(log, HasSubstr("CreateProcess():failed!ec=2:0x00000002:msg=X:\\nothing.exe /x\n"));
-  EXPECT_FALSE(VXREng_ExecCommand(nullptr, &code));
-  EXPECT_EQ(code, 0xFFFFFFFFu);
-  EXPECT_THAT(log, HasSubstr("ERROR:szCmmd is NULL!\n"));
-  EXPECT_EQ(OpenHandles(), 0u);
-}
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(FilesTest, CommandWhoseEndIsNotKnownHasFailed) {
-  Open();
-  WriteFile("ram/a", "a");
-  for (const char *call : {"WaitForSingleObject", "GetExitCodeProcess"}) {
-    SCOPED_TRACE(call);
-    DWORD code = 0;
-    machine::SetFaultPlan({call, 1, false, 0});
-    EXPECT_FALSE(VXREng_ExecCommand("cmd.exe /c copy /y X:\\a X:\\b", &code));
-    machine::SetFaultPlan({});
-    EXPECT_EQ(code, 0xFFFFFFFFu);
-    EXPECT_EQ(OpenHandles(), 0u);
-  }
-}
-#endif
 
 }  // namespace

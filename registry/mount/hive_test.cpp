@@ -9,6 +9,7 @@
 #include "registry/values.h"
 #include "restore/settings.h"
 #include "tests/support/restore_job.h"
+#include "tests/support/standard_machine.h"
 
 namespace {
 
@@ -58,18 +59,6 @@ TEST_F(HiveMounting, MountsAndUnmounts) {
   EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
 }
 
-TEST_F(HiveMounting, QuotesASystemDirectoryWithBlanks) {
-  Open("", R"([system]
-system_directory = 'X:\Win dows\System32'
-windows_directory = 'X:\Win dows'
-os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 0, suite = 0x100, product = 1 }
-processor = { count = 2, architecture = 9, type = 8664, level = 6, revision = 0x3A09 }
-memory = 8589934592
-)");
-  EXPECT_TRUE(VXRReg_LoadHiveFile("X:\\Win dows\\System32", "D:\\cfg\\system"));
-  EXPECT_TRUE(VXRReg_UnloadHive("X:\\Win dows\\System32"));
-}
-
 TEST_F(HiveMounting, AFailedLoadLeavesNothingMounted) {
   Open();
   const std::string tooLong = "D:\\" + std::string(500, 'a');
@@ -112,17 +101,6 @@ TEST_F(HiveMounting, AFailedUnloadIsForgotten) {
   EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
 }
 
-TEST_F(HiveMounting, AnUnloadWithoutToolIsForgottenToo) {
-  Open();
-  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
-  log.clear();
-  EXPECT_FALSE(VXRReg_UnloadHive(nullptr));
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:szSysPath is NULL\n"));
-  EXPECT_EQ(szCurHiveFile, nullptr);
-  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
-  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
-}
-
 // The hives of the restored system, found as a restore run finds them.
 class RestoredHive : public RestoreJobTest {
  protected:
@@ -160,18 +138,6 @@ TEST_F(RestoredHive, IsMountedByTypeAndItsControlSetRecorded) {
   EXPECT_FALSE(VXRReg_LoadHive(1, gpVXRParaBlock)) << "there is no such file";
   EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:VXRReg_LoadHiveFile(X:\\Windows\\System32, "
                              "D:\\Windows\\system32\\config\\software) failed!\n"));
-}
-
-TEST_F(RestoredHive, CheckOnlyMountsNothing) {
-  Open();
-  VXREng_SetStatusWnd(window, 2);
-  VXR_PARABLOCK block = {};
-  EXPECT_TRUE(VXRReg_LoadHive(0, &block));
-  EXPECT_EQ(szCurHiveFile, nullptr);
-  EXPECT_EQ(statusLines, std::vector<std::string>{"Check only, bypass loading the original registry hive...\n"});
-  VXREng_SetStatusWnd(nullptr, 0);
-  EXPECT_FALSE(VXRReg_LoadHive(0, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:pVXRParaBlock is NULL\n"));
 }
 
 }  // namespace

@@ -57,26 +57,6 @@ TEST_F(DisksTest, DisksAnswerTheirNumber) {
   }
 }
 
-TEST_F(DisksTest, TellTheirGeometry) {
-  Open(std::string(kDisk2) + kDisk0);
-  DISK_GEOMETRY geometry = {};
-  DWORD returned = 0;
-  const auto ask = [&](HANDLE disk, DWORD size) {
-    return DeviceIoControl(disk, IOCTL_DISK_GET_DRIVE_GEOMETRY, nullptr, 0, &geometry, size, &returned, nullptr);
-  };
-  const HANDLE disk = OpenDisk(0, OPEN_EXISTING, R"(\\.\PhysicalDrive2)"), bare = OpenDisk(0);
-  ASSERT_TRUE(ask(disk, sizeof geometry));
-  constexpr DISK_GEOMETRY kExpected = {{10}, FixedMedia, 255, 63, 512};
-  EXPECT_EQ(std::memcmp(&geometry, &kExpected, 24), 0);
-  EXPECT_EQ(returned, 24u);
-  EXPECT_FALSE(ask(disk, 23));
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(returned, 0u);
-  EXPECT_FALSE(ask(bare, sizeof geometry)) << "nobody described it";
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
-  for (const HANDLE handle : {disk, bare}) EXPECT_TRUE(CloseHandle(handle));
-}
-
 TEST_F(DisksTest, OpenTheirImages) {
   WriteFile("locked.img", "");
   WriteFile("gone.img", "");
@@ -102,24 +82,6 @@ TEST_F(DisksTest, OpenTheirImages) {
   EXPECT_THAT(OpenError(R"(\\.\PhysicalDrive3)", GENERIC_WRITE, OPEN_EXISTING),
               testing::AnyOf(ERROR_WRITE_PROTECT, ERROR_ACCESS_DENIED))
       << "as the superuser or not";
-}
-
-TEST_F(DisksTest, TransferTheirSectorsAndNoOthers) {
-  Open(kDisk0);
-  std::string expected = ReadFile("disk.img");
-  const HANDLE disk = OpenDisk(GENERIC_ALL);
-  std::string buffer(2 * kSector, '\0');
-  DWORD count = 0;
-  EXPECT_EQ(SetFilePointer(disk, 3 * kSector, nullptr, FILE_BEGIN), 3 * kSector);
-  ASSERT_TRUE(platform::WriteFile(disk, std::string(kSector, 'X').data(), kSector, &count, nullptr));
-  EXPECT_EQ(count, kSector);
-  ASSERT_TRUE(platform::ReadFile(disk, buffer.data(), 2 * kSector, &count, nullptr));
-  EXPECT_EQ(buffer, std::string(kSector, 'e') + std::string(kSector, 'f'));
-  expected.replace(3 * kSector, kSector, kSector, 'X');
-  EXPECT_EQ(ReadFile("disk.img"), expected);
-  EXPECT_EQ(SetFilePointer(disk, 0, nullptr, FILE_END), 8 * kSector);
-  EXPECT_TRUE(FlushFileBuffers(disk));
-  EXPECT_TRUE(CloseHandle(disk));
 }
 
 TEST_F(DisksTest, RefuseOtherThanWholeSectorsOfTheirs) {
