@@ -103,7 +103,7 @@ TEST_F(FilesContract, Dispositions) {
       {OPEN_EXISTING, 0, 0, "2 ok ok ok 5 text"},
       {OPEN_ALWAYS, kBoth, 0, "ok ok:183 5! ok:183 5 text"},
       {TRUNCATE_EXISTING, kBoth, 0, "2 ok 5! ok 5 nothing"},
-      {TRUNCATE_EXISTING, GENERIC_READ, 0, "2 87! 87! 87! 5 text!"},
+      {TRUNCATE_EXISTING, GENERIC_READ, 0, "87! 87! 87! 87! 87! text!"},
       {TRUNCATE_EXISTING, GENERIC_WRITE, 0, "2 ok 5! ok 5 nothing"},
       {0, kBoth, 0, "87 87 87 87 87 text"},
       {6, kBoth, 0, "87 87 87 87 87 text"},
