@@ -58,7 +58,7 @@ platform/machine/files/copy_test.cpp platform/machine/host/replace_file_test.cpp
          platform/machine/system/processes_test.cpp)
 
 # The log and its dumps.
-vxr_test(log_test machine log/log_test.cpp log/product_test.cpp log/dump_test.cpp)
+vxr_test(log_test machine log/log_test.cpp log/dump_test.cpp)
 
 # Status lines and the life of the parameter block.
 vxr_test(lifecycle_test machine engine/lifecycle_test.cpp engine/base/status_test.cpp)

@@ -60,7 +60,7 @@ endfunction()
 vxr_windows_test(unit_tests
   bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp engine/base/files_test.cpp
 engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
-log/product_test.cpp platform/text/format_test.cpp platform/release_test.cpp
+  platform/text/format_test.cpp platform/release_test.cpp
   platform/inf/inf_file_test.cpp
   restore/settings_test.cpp 
 tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp tools/vxr/run/run_record_test.cpp

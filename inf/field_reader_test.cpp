@@ -103,14 +103,6 @@ TEST_F(FieldReader, ReadsNumbersAndBytes) {
   EXPECT_EQ(Field("Bytes", 2, VXRINF_TYPE_BIN), "\x02\xFF|2"s);
 }
 
-// Where Wine's set-up library is not as Windows' is.
-TEST_F(FieldReader, ReadsWhatWineReadsOtherwise) {
-  NEEDS_DESCRIBED_MACHINE();
-  EXPECT_EQ(Field("Whole", 1, VXRINF_TYPE_INT), Number(-1));
-  EXPECT_EQ(Field("Texts", 5, VXRINF_TYPE_BIN), "-|0") << "not hexadecimal";
-  EXPECT_EQ(Token("%Twice%"), "second\0"s) << "a key without value has no field";
-}
-
 TEST_F(FieldReader, LooksTokensUp) {
   const struct {
     const char *token;
@@ -163,17 +155,6 @@ TEST_F(FieldReader, RefusesSectionNamesThatDoNotFit) {
   EXPECT_FALSE(VXRDev_FindInfSection(inf.get(), longer.c_str(), nullptr, nullptr, nullptr, &line));
   EXPECT_FALSE(VXRDev_FindInfSection(inf.get(), "x", nullptr, longest.c_str(), nullptr, &line));
   EXPECT_EQ(Lines("ERROR:VXRDev_FindInfSection:section name does not fit its 256 bytes").size(), 3u);
-}
-
-TEST_F(FieldReader, ComparesIds) {
-  const VXR_DRIVER record = {}, *driver = &record;
-  const char *id = R"(PCI\VEN_1000&DEV_0030)";
-  EXPECT_TRUE(VXRDev_CheckHardwareIDMatch(R"(pci\ven_1000&dev_0030)", id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(R"(PCI\VEN_1000)", id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(R"(PCI\VEN_1000&DEV_0030&REV_01)", id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(nullptr, id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(id, nullptr, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(id, id, nullptr));
 }
 
 }  // namespace

@@ -106,18 +106,6 @@ TEST_F(LogTest, StartsWithTheFirstLineAndEndsWithCleanup) {
   EXPECT_THAT(log, EndsWith("agent:VXRDbg_Cleanup:log file " + file + " closed...\nagent:VXRDbg_Cleanup():Done.\n"));
 }
 
-TEST_F(LogTest, KeepsTheFileUntilTheNextStartEmptiesIt) {
-  OpenAs();
-  VXRDbg_Log(0, "of the first run\n");
-  VXRDbg_Cleanup();
-  VXRDbg_Cleanup();
-  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("of the first run\n")) << "a second end must not start a new log";
-  VXRDbg_Log(0, "of the second run\n");
-  VXRDbg_Cleanup();
-  EXPECT_THAT(ReadFile(LogFile()), Not(HasSubstr("first run")));
-  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("of the second run\n"));
-}
-
 TEST_F(LogTest, SettersHoldOnlyOnceTheLogRuns) {
   OpenAs();
   WriteMasterIni("[debugging]\nvxrcore=2\n");
@@ -197,16 +185,5 @@ TEST_F(LogTest, RunsWithoutAFileWhenThereCannotBeOne) {
       HasSubstr("agent:VXRDbg_Initialize:CreateFile(X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log) failed!ec=5\n"));
 }
 #endif
-
-TEST_F(LogTest, LeavesTheLastErrorAlone) {
-  OpenAs();
-  platform::SetLastError(1234);
-  VXRDbg_Log(0, "starts the log\n");
-  EXPECT_EQ(platform::GetLastError(), 1234u);
-  VXRDbg_SetWnd(window);
-  EXPECT_EQ(platform::GetLastError(), 1234u);
-  VXRDbg_Cleanup();
-  EXPECT_EQ(platform::GetLastError(), 1234u);
-}
 
 }  // namespace

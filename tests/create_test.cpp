@@ -224,29 +224,6 @@ TEST_F(CreateTest, FourVolumesAtMostInTheOrderOfTheirLetters) {
   }
 }
 
-TEST_F(CreateTest, BackupNamesComeFromTheMapFile) {
-  const std::string longName(300, 'n');
-  struct {
-    const char *what, *content, *map;
-    std::string c;
-  } const rows[] = {
-      {"cut", nullptr, R"(C:\backup\long.ini)", longName.substr(0, 259)},
-      {"missing file", nullptr, R"(C:\backup\none.ini)", "No BM File Name"},
-      {"no file", nullptr, nullptr, "No BM File Name"},
-      {"not text", "\xFF\xFE[C]\0\x01\0\xD8", R"(C:\backup\bytes.ini)", "No BM File Name"},
-  };
-  WriteFile("protected/c/backup/long.ini", "[d]\r\nDeviceName=other\r\n[C]\r\nDeviceName=" + longName + "\r\n");
-  WriteFile("protected/c/backup/bytes.ini", std::string("\xFF\xFE[C]\0\x01\0\xD8\0", 10));
-  OpenProtected();
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.what);
-    ASSERT_EQ(Record(nullptr, row.map), 0u);
-    EXPECT_EQ(TextAt(Image(), 624 + 632), row.c);
-  }
-  EXPECT_THAT(log, HasSubstr("WARNG:VXRExt_BuildVXRVolumeHBM:C:\\:mapfile is not available to, set to default...\n"));
-  EXPECT_THAT(log, HasSubstr("WARNG:VXRExt_CreateBMExtFile:includes file not available, bypass updating...\n"));
-}
-
 TEST_F(CreateTest, IncludesFileListsTheLastFileAndKeepsTheRest) {
   OpenProtected();
   ASSERT_EQ(Record(), 0u);

@@ -56,29 +56,4 @@ TEST_F(VolumeTest, SettingsNameTheVolume) {
   EXPECT_THAT(log, HasSubstr("ERROR:VXRVol_LocateVolume:VXRRlm_GetRootPath():failed!"));
 }
 
-TEST_F(VolumeTest, VolumeIsClassifiedByBootIniAndSystemDirectory) {
-  NEEDS_DESCRIBED_MACHINE();
-  Open();
-  EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x400u);
-  EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x402u);
-  EXPECT_EQ(VXRVol_CheckVolumeType('x'), 0x400u);
-  EXPECT_EQ(VXRVol_CheckVolumeType('\0'), 0x400u);
-  WriteFile("ram/BOOT.INI", "");
-  WriteFile("restored/boot.ini", "");
-  log.clear();
-  EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x403u);
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRVol_CheckVolumeType:volume X has X:\\boot.ini\n"
-                             "CHECK:VXRVol_CheckVolumeType:boot volume X is system drive=X:\\WINDOWS\\SYSTEM32\n"
-                             "FIXME:VXRVol_CheckVolumeType:drive=X:add more volume type check here...\n"));
-  EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x401u);
-#ifdef VXR_FAULT_POINTS
-  for (const char *call : {"HeapAlloc", "GetSystemDirectoryA"}) {
-    SCOPED_TRACE(call);
-    machine::SetFaultPlan({call, 1, true, 0});
-    EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x401u);
-    machine::SetFaultPlan({});
-  }
-#endif
-}
-
 }  // namespace

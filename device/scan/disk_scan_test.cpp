@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "bmext/load.h"
+#include "device/class_repair.h"
 #include "device/records.h"
 #include "device/scan/disk_identity.h"
 #include "engine/base/parameters.h"
@@ -113,16 +114,6 @@ TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
   EXPECT_THAT(log, HasSubstr("VXR_DEVTYPE_HDC:using system inf path as:X:\\Windows\\inf\n"));
 }
 
-TEST_F(ScanTest, DiskOfAnotherBusStandsAlone) {
-  OpenScan(DiskToml(0, "usbstor#disk&ven_acme#77") +
-           DeviceToml("USBSTOR\\Disk&Ven_ACME\\77", "DiskDrive", "GenDisk", kScsiController) +
-           DeviceToml(kScsiController, "SCSIAdapter", "PCI\\VEN_1000&DEV_0030", ""));
-  EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
-  ASSERT_EQ(block.dwDevCnt, 1u);
-  EXPECT_EQ(block.pVXRDevices[0]->pVXRDevParent, nullptr);
-  EXPECT_EQ(dwError, 0u);
-}
-
 TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
   const std::string disk = DiskToml(0, kScsiDiskInterface), id = kScsiDiskInstance;
   struct {
@@ -227,6 +218,16 @@ TEST_F(ScanTest, FirstDeviceThatBeginsWithTheIdIsTaken) {
 }
 
 #ifdef VXR_FAULT_POINTS
+TEST_F(ScanTest, AClassThatCannotBeSetIsAFailure) {
+  OpenScan(kIdeMachine);
+  for (const unsigned nth : {1u, 2u}) {
+    machine::SetFaultPlan({"RegSetValueExA", nth, false, ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(VXRDev_FixDevRegistry(VXR_DEVTYPE_HDC, R"(PCI\VEN_8086&DEV_7111\2&EBB567F&0&39)"));
+    machine::SetFaultPlan({});
+    EXPECT_THAT(log, HasSubstr(nth == 1 ? "\\\\Class:hdc) failed!\n" : "\\\\ClassGUID:{4D36E96A-E325-11CE-BFC1-"));
+  }
+}
+
 // The longest chain under every single failure and from each failure on: what is recorded is whole, what is not is
 // released.
 TEST_F(ScanTest, NoFailureCrashesOrLeavesHalfARecord) {

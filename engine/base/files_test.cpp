@@ -17,37 +17,6 @@ using FilesTest = MachineTest;
 
 // --- Mapping --------------------------------------------------------------------------------------------------------
 
-TEST_F(FilesTest, MappedFileIsChangedInPlace) {
-  Open();
-  WriteFile("ram/machine.bme", std::string(80332, 'a'));
-  WriteFile("ram/short", "ab");
-  HeapPtr<VXR_FILEMAP> first = VXREng_MapFile("X:\\MACHINE.bme");
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(first->Size, 80332u);
-  EXPECT_STREQ(first->Name, "VAVXRFMap-00");
-  EXPECT_STREQ(first->File, "X:\\MACHINE.bme");
-  HeapPtr<VXR_FILEMAP> second = VXREng_MapFile("X:\\short");
-  ASSERT_NE(second, nullptr);
-  EXPECT_STREQ(second->Name, "VAVXRFMap-01");
-  EXPECT_THAT(log, HasSubstr("\tName = VAVXRFMap-01\n\tSize = 2\n"));
-
-  std::memcpy(second->Start, "AB", 2);
-  EXPECT_TRUE(VXREng_UnmapFile(second.get()));
-  EXPECT_THAT(log, HasSubstr("CHECK:VXREng_UnmapFile:released mapped file X:\\shortFLUSH:"));
-  EXPECT_EQ(ReadFile("ram/short"), "AB");
-  const VXR_FILEMAP zero = {};
-  EXPECT_EQ(std::memcmp(second.get(), &zero, sizeof(zero)), 0);
-
-  // A record unmapped once more must not disturb the numbering.
-  EXPECT_TRUE(VXREng_UnmapFile(second.get()));
-  second = VXREng_MapFile("X:\\short");
-  ASSERT_NE(second, nullptr);
-  EXPECT_STREQ(second->Name, "VAVXRFMap-01");
-  EXPECT_TRUE(VXREng_UnmapFile(first.get()));
-  EXPECT_TRUE(VXREng_UnmapFile(second.get()));
-  EXPECT_EQ(OpenHandles(), 0u);
-}
-
 // --- Copying --------------------------------------------------------------------------------------------------------
 
 TEST_F(FilesTest, ReadOnlyTargetIsOverwritten) {
@@ -60,24 +29,6 @@ TEST_F(FilesTest, ReadOnlyTargetIsOverwritten) {
   EXPECT_THAT(log, HasSubstr("FLUSH:VXREng_CopyFile:checking attr for D:\\old.sys\n"
                              "FLUSH:VXREng_CopyFile:D:\\old.sys:attr=0x00000021:set to FILE_ATTRIBUTE_NORMAL.\n"
                              "CHECK:VXREng_CopyFile:copied ok:src=X:\\new.sys:tgt=D:\\old.sys\n"));
-}
-
-TEST_F(FilesTest, CopyThatFailsBothWaysCountsByItsTarget) {
-  Open();
-  WriteFile("restored/old.sys", "old");
-  EXPECT_TRUE(VXREng_CopyFile("X:\\none.sys", "D:\\old.sys", TRUE));
-  EXPECT_EQ(ReadFile("restored/old.sys"), "old");
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_CopyFile:CopyFile():failed!ec=2:0x00000002:msg=Failed, try cmmd line\n"));
-  EXPECT_THAT(log, HasSubstr("msg=cmd.exe /c copy /y X:\\none.sys D:\\old.sys\n"));
-  EXPECT_FALSE(VXREng_CopyFile("X:\\none.sys", "D:\\none.sys", TRUE));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_FileExists:FindFirstFile():failed!ec=2:0x00000002:msg=D:\\none.sys\n"));
-
-  log.clear();
-  EXPECT_TRUE(VXREng_CopyFile(nullptr, "D:\\old.sys", FALSE));
-  EXPECT_FALSE(VXREng_CopyFile("D:\\old.sys", nullptr, FALSE));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_CopyFile:szSource is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_CopyFile:szTarget is NULL\n"));
-  EXPECT_THAT(log, Not(HasSubstr("copied ok")));
 }
 
 #ifdef VXR_FAULT_POINTS

@@ -56,10 +56,4 @@ TEST_F(StatusTest, ShowsLinesAsTheFlagsSay) {
   EXPECT_THAT(log, HasSubstr(":WndFlags = 0x00000003\n"));
 }
 
-TEST_F(StatusTest, CutsALongLine) {
-  VXREng_SetStatusWnd(window, 2);
-  EXPECT_TRUE(VXREng_StatusMsg(kProgress, "%s", std::string(1500, 'x').c_str()));
-  EXPECT_THAT(statusLines, ElementsAre(std::string(1023, 'x')));
-}
-
 }  // namespace

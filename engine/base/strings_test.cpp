@@ -142,19 +142,4 @@ TEST_F(StringsTest, SearchesPassTrailBytesOver) {
   EXPECT_EQ(LastBackslash(HYOU), nullptr);
 }
 
-TEST_F(StringsTest, CaseIsConvertedInPlace) {
-  EXPECT_EQ(VXREng_StrUpr(nullptr), nullptr);
-  EXPECT_EQ(VXREng_StrLwr(nullptr), nullptr);
-  if (UseCodePage(1252)) {
-    char latin[] = "\\\\.\\PhysicalDrive1 \xE4\xDF";
-    EXPECT_EQ(VXREng_StrUpr(latin), latin);
-    EXPECT_STREQ(latin, "\\\\.\\PHYSICALDRIVE1 \xC4\xDF");
-    EXPECT_EQ(VXREng_StrLwr(latin), latin);
-    EXPECT_STREQ(latin, "\\\\.\\physicaldrive1 \xE4\xDF");
-  }
-  if (!UseCodePage(932)) return;
-  char japanese[] = "a\x83\x61" WIDE_SMALL_A;
-  EXPECT_STREQ(VXREng_StrUpr(japanese), "A\x83\x61" WIDE_CAPITAL_A);
-}
-
 }  // namespace

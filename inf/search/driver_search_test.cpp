@@ -279,29 +279,6 @@ INSTANTIATE_TEST_SUITE_P(
         Answers{"Skips", "['skip']", "[]", false, 0, "ERROR:VXRDev_ValidateDir:SetupPromptForDisk():failed!"}),
     [](const auto &test) { return test.param.name; });
 
-TEST_F(DriverSearch, FiltersByClass) {
-  Begin(false);
-  const std::string version = "[Version]\nSignature = \"$Windows NT$\"\n";
-  const std::pair<const char *, bool> cases[] = {
-      {"ClassGUID = {4d36e97b-e325-11ce-bfc1-08002be10318}", true},
-      {"ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}", true},
-      {"ClassGUID = {4D36E96A-E325-11CE-BFC1-08002BE10318}", false},
-      {"ClassGUID = {4D36E97B}", false},
-      {"Class = SCSIAdapter", true},
-  };
-  for (const auto &[line, passes] : cases) {
-    WriteFile("ram/drivers/a.inf", version + line + "\n");
-    EXPECT_EQ(VXRDev_ValidateInfFile("X:\\drivers\\a.inf", &device->guDevice), passes) << line;
-  }
-  WriteFile("ram/drivers/a.inf", "no INF file");
-  EXPECT_TRUE(VXRDev_ValidateInfFile("X:\\drivers\\a.inf", &device->guDevice));
-  EXPECT_TRUE(VXRDev_ValidateInfFile("X:\\drivers\\none.inf", &device->guDevice));
-  EXPECT_TRUE(VXRDev_ValidateInfFile(nullptr, &device->guDevice));
-  EXPECT_TRUE(VXRDev_ValidateInfFile("X:\\drivers\\a.inf", nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ValidateInfFile:szInfFile is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ValidateInfFile:pGuid is NULL\n"));
-}
-
 TEST_F(DriverSearch, SkipsFilesOfAnotherClass) {
   Begin(false);
   WriteModel("b.inf", kId);

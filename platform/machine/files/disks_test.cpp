@@ -31,7 +31,7 @@ class DisksTest : public HandlesTest {
 };
 
 TEST_F(DisksTest, DisksAnswerTheirNumber) {
-  Open(kDisk2);
+  Open(std::string(kDisk2) + "[[disk]]\nnumber = 1\n");
   const char *const names[] = {R"(\\.\PhysicalDrive2)", R"(\\.\PHYSICALDRIVE2)",
                                R"(\\?\SCSI#Disk&Ven_ACME#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b})"};
   for (const char *name : names) {
@@ -51,6 +51,13 @@ TEST_F(DisksTest, DisksAnswerTheirNumber) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
     EXPECT_TRUE(CloseHandle(disk));
   }
+  const HANDLE bare = OpenDisk(0, OPEN_EXISTING, R"(\\.\PhysicalDrive1)");
+  DISK_GEOMETRY geometry;
+  DWORD returned = 7;
+  EXPECT_FALSE(DeviceIoControl(bare, IOCTL_DISK_GET_DRIVE_GEOMETRY, nullptr, 0, &geometry, 24, &returned, nullptr))
+      << "nobody described it";
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
+  EXPECT_TRUE(CloseHandle(bare));
   for (const char *name : {R"(\\.\PhysicalDrive0)", R"(\\.\PhysicalDrive02)", R"(\\.\PhysicalDrive2\Partition1)",
                            R"(\\.\PhysicalDrive)", R"(\\.\PhysicalDrive4294967298)", R"(\\?\scsi#other)", R"(\\?\)"}) {
     EXPECT_EQ(OpenError(name, 0, OPEN_EXISTING), ERROR_FILE_NOT_FOUND) << name;

@@ -27,27 +27,6 @@ TEST_F(FilesTest, PipesAreNotOpened) {
   EXPECT_EQ(OpenError(R"(D:\pipe)", GENERIC_READ, OPEN_EXISTING), ERROR_ACCESS_DENIED);
 }
 
-TEST_F(FilesTest, ForeignHandlesAreInvalid) {
-  Open();
-  int stranger = 0;
-  for (const HANDLE handle : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, static_cast<HANDLE>(&stranger)}) {
-    SetLastError(NO_ERROR);
-    EXPECT_FALSE(CloseHandle(handle));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-    EXPECT_FALSE(FindClose(handle));
-    EXPECT_EQ(GetFileSize(handle, nullptr), INVALID_FILE_SIZE);
-    EXPECT_FALSE(platform::ReadFile(handle, &stranger, 1, nullptr, nullptr));
-    EXPECT_EQ(SetFilePointer(handle, 0, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
-    EXPECT_EQ(WaitForSingleObject(handle, INFINITE), WAIT_FAILED);
-    EXPECT_EQ(MapViewOfFile(handle, FILE_MAP_READ, 0, 0, 0), nullptr);
-  }
-  WIN32_FIND_DATAA data;
-  const HANDLE search = FindFirstFileA(R"(X:\*)", &data);
-  EXPECT_FALSE(CloseHandle(search)) << "searches end by FindClose";
-  EXPECT_TRUE(FindClose(search));
-  EXPECT_FALSE(FindClose(search));
-}
-
 TEST_F(FilesTest, TellsSizeAndTimes) {
   WriteFile("restored/large.bin", "");
   std::filesystem::resize_file(Host("restored/large.bin"), 0x300000001ull);

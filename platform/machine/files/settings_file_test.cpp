@@ -68,17 +68,6 @@ TEST_F(SettingsTest, CutsTextsToTheBuffer) {
   EXPECT_EQ(platform::GetPrivateProfileStringA("C", "ja", "", nullptr, 0, "X:\\s.ini"), 0u);
 }
 
-TEST_F(SettingsTest, NoiseGivesTheFallback) {
-  Open();
-  std::mt19937 random(1);
-  for (const std::string_view mark : {"", "\xFF\xFE", "\xEF\xBB\xBF", "\xFE\xFF"}) {
-    std::string noise = std::string(mark) + "[C\n=\n[";
-    for (int i = 0; i < 20000; ++i) noise += static_cast<char>(random());
-    WriteFile("ram/s.ini", noise);
-    EXPECT_EQ(ReadText("C", "DeviceName"), "(none)");
-  }
-}
-
 TEST_F(SettingsTest, ChangesOneValueAndNothingElse) {
   const struct {
     const char *name;

@@ -81,25 +81,6 @@ TEST_F(Registry, CurrentControlSetLeadsWhereSelectSays) {
   EXPECT_EQ(Read("SYSTEM\\ControlSet001\\Services\\new", "Start"), kNoKey);
 }
 
-TEST_F(Registry, DevicesHaveKeysAndThoseOfAClassItsValues) {
-  Open(R"([[device]]
-instance = 'ROOT\WITH\0000'
-class = 'SCSIAdapter'
-hardware_ids = ['a']
-[[device]]
-instance = 'ROOT\WITHOUT\0000'
-hardware_ids = ['b']
-)");
-  const std::string key = "SYSTEM\\CurrentControlSet\\ENUM\\ROOT\\";
-  EXPECT_EQ(Read(key + "WITH\\0000", "Class"), Text("SCSIAdapter"));
-  EXPECT_EQ(Read(key + "WITH\\0000", "ClassGUID"), Text("{4D36E97B-E325-11CE-BFC1-08002BE10318}"));
-  EXPECT_EQ(Read(key + "WITHOUT\\0000", "Class"), kNoValue);
-  EXPECT_EQ(Write(key + "WITHOUT\\0000", "Class", REG_SZ, Text("hdc")), ERROR_SUCCESS);
-  std::string text;
-  EXPECT_TRUE(machine::ReadRegistryText(key + "WITHOUT\\0000", "Class", &text));
-  EXPECT_EQ(text, "hdc");
-}
-
 TEST_F(Registry, OverlayWinsOverTheHiveAndKeepsItsWrites) {
   const std::string toml =
       HiveToml("SOFTWARE", {TextValue("Maker", "Over", "hive"), TextValue("Maker", "Under", "hive")}) +

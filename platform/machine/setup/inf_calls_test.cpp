@@ -131,26 +131,4 @@ TEST_F(InfCallsTest, ReadsAFileOnceWhileItDoesNotChange) {
   SetupCloseInfFile(inf);
 }
 
-// Files that together exceed what is kept: all of them still answer.
-TEST_F(InfCallsTest, ReadsAgainWhatDidNotFit) {
-  for (int i = 0; i < 10; ++i) {
-    WriteFile("ram/drivers/" + std::to_string(i) + ".inf", kDisk + ("[Pad]\n;" + std::string(5 << 20, 'x')));
-  }
-  Open();
-  EXPECT_EQ(List("X:\\drivers").size(), 10u);
-  EXPECT_EQ(VXRMachine_InfReads(), 10u);
-  std::vector<HINF> handles;
-  for (int i = 0; i < 10; ++i) {
-    handles.push_back(OpenInf(("X:\\drivers\\" + std::to_string(i) + ".inf").c_str()));
-    EXPECT_EQ(VersionValue(handles.back(), "Class"), "SCSIAdapter");
-  }
-  EXPECT_EQ(VXRMachine_InfReads(), 10u);
-  for (const HINF inf : handles) {
-    INFCONTEXT context;
-    EXPECT_TRUE(SetupFindFirstLineA(inf, "Files", nullptr, &context));
-  }
-  for (const HINF inf : handles) SetupCloseInfFile(inf);
-  EXPECT_GT(VXRMachine_InfReads(), 10u);
-}
-
 }  // namespace

@@ -10,61 +10,6 @@ namespace {
 
 struct FactsTest : MachineTest {};
 
-TEST_F(FactsTest, DirectoriesAnswerBySize) {
-  Open();
-  char buffer[32];
-  const UINT length = static_cast<UINT>(std::strlen("X:\\Windows\\System32"));
-  EXPECT_EQ(platform::GetSystemDirectoryA(nullptr, 0), length + 1);
-  buffer[0] = '#';
-  EXPECT_EQ(platform::GetSystemDirectoryA(buffer, length), length + 1);
-  EXPECT_EQ(buffer[0], '#');
-  EXPECT_EQ(platform::GetSystemDirectoryA(buffer, length + 1), length);
-  EXPECT_STREQ(buffer, "X:\\Windows\\System32");
-  EXPECT_EQ(platform::GetSystemWindowsDirectoryA(buffer, sizeof buffer), 10u);
-  buffer[0] = '#';
-  EXPECT_EQ(platform::GetWindowsDirectoryA(buffer, sizeof buffer), 10u);
-  EXPECT_STREQ(buffer, "X:\\Windows");
-}
-
-TEST_F(FactsTest, NamesAnswerBySize) {
-  Open(
-      "[names]\ncomputer = 'RESCUE'\ndns_hostname = 'rescue'\ndns_domain = 'lab.example'\n"
-      "physical_netbios = 'NODE1'\nphysical_dns_fully_qualified = 'node1.a-long-domain.example'\n");
-  const auto both = [](int format, char *buffer, DWORD *size) {
-    return format < 0 ? platform::GetComputerNameA(buffer, size)
-                      : platform::GetComputerNameExA(static_cast<COMPUTER_NAME_FORMAT>(format), buffer, size);
-  };
-  const struct {
-    int format;  // -1: the plain name
-    std::string name;
-  } cases[] = {{-1, "RESCUE"},
-               {0, "RESCUE"},
-               {1, "rescue"},
-               {2, "lab.example"},
-               {3, "rescue.lab.example"},
-               {4, "NODE1"},
-               {5, "rescue"},
-               {6, "lab.example"},
-               {7, "node1.a-long-domain.example"}};
-  for (const auto &c : cases) {
-    const auto length = static_cast<DWORD>(c.name.size());
-    char buffer[64] = "#";
-    DWORD size = length;
-    EXPECT_FALSE(both(c.format, buffer, &size));
-    EXPECT_EQ(platform::GetLastError(), c.format < 0 ? ERROR_BUFFER_OVERFLOW : ERROR_MORE_DATA);
-    EXPECT_EQ(size, length + 1);
-    EXPECT_STREQ(buffer, "#");
-    EXPECT_TRUE(both(c.format, buffer, &size)) << c.format;
-    EXPECT_EQ(buffer, c.name);
-    EXPECT_EQ(size, length);
-  }
-  DWORD size = 0;
-  EXPECT_FALSE(both(0, nullptr, &size));
-  EXPECT_EQ(size, 7u);
-  EXPECT_FALSE(both(8, nullptr, &size));
-  EXPECT_EQ(platform::GetLastError(), ERROR_INVALID_PARAMETER);
-}
-
 TEST_F(FactsTest, FileTimes) {
   struct {
     DWORD64 ticks;
@@ -86,12 +31,6 @@ TEST_F(FactsTest, FileTimes) {
   SYSTEMTIME time;
   EXPECT_FALSE(platform::FileTimeToSystemTime(&beyond, &time));
   EXPECT_EQ(platform::GetLastError(), ERROR_INVALID_PARAMETER);
-}
-
-TEST_F(FactsTest, HostTimesBecomeFileTimes) {
-  EXPECT_EQ(machine::TicksOf(machine::FileTimeOf(0, 199)), 116444736000000001u);
-  EXPECT_EQ(machine::TicksOf(machine::FileTimeOf(INT64_MIN, 0)), 0u);
-  EXPECT_LE(machine::TicksOf(machine::FileTimeOf(INT64_MAX, 999999999)), DWORD64{INT64_MAX});
 }
 
 }  // namespace
