@@ -5,7 +5,6 @@
 
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
-#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -51,24 +50,6 @@ class LoadTest : public MachineTest {
   VXR_PARABLOCK block = {};
 };
 
-TEST_F(LoadTest, JobWithoutFileGetsABlankImageWithItsOverrides) {
-  OpenJob("OSVerMaj = 5\nOSVerMin = 2\nHAL = 9\nRootPath = 'D:'\n");
-  ASSERT_TRUE(VXRExt_Initialize(5, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_Initialize:VXRReg_GetRegistryValue(BMEFile) failed!\n"));
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MajorVersion), 5u);
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MinorVersion), 2u);
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->ProcessorArchitecture), 9u);
-  EXPECT_STREQ(VXRExt_GetSystemPath(), "D:\\system32");
-  EXPECT_STREQ(VXRExt_GetWindowsPath(), "D:");
-  EXPECT_EQ(VXRExt_GetBootMedia(), DWORD{VXR_BOOTMEDIA_DISK});
-  EXPECT_THAT(statusLines, Contains("Found Bare Metal extension with Magic = 0x00000000 Version = 0x00000000\n"));
-  EXPECT_THAT(log, HasSubstr("DLC:System Path==>D:\\system32<==   WindowsPath==>D:<==\n"));
-  EXPECT_EQ(dwError, 0u);
-  // There is no mapping to release, so it stays.
-  EXPECT_TRUE(VXRExt_Cleanup());
-  EXPECT_STREQ(VXRExt_GetSystemPath(), "D:\\system32");
-}
-
 TEST_F(LoadTest, OverrideTakesTheFirstByteOfItsData) {
   struct {
     const char *values;
@@ -113,40 +94,6 @@ TEST_F(LoadTest, FileIsMappedAndOverriddenOnDisk) {
   EXPECT_TRUE(ReadFile("ram/machine.bme") == Bytes(*image)) << "more than the overrides changed, or less";
 }
 
-TEST_F(LoadTest, UnusableFileIsRefusedAndLetGo) {
-  const std::string good = Bytes(*MakeImage(VXR_EXT_MAGIC_HOT, ""));
-  const std::string badMagic = Bytes(*MakeImage(0x654D6244, ""));
-  struct {
-    const char *what;
-    std::string content;
-    const char *line;
-  } const rows[] = {
-      {"one byte short", good.substr(0, 80331), "ERROR:VXRExt_Initialize:X:\\machine.bme has 80331 bytes"},
-      {"header alone", good.substr(0, 8), "ERROR:VXRExt_Initialize:X:\\machine.bme has 8 bytes"},
-      {"empty", "", "ERROR:VXRExt_Initialize:VXREng_MapFile():failed!"},
-      {"wrong magic", badMagic,
-       "ERROR:VXRExt_CheckHeader:wrong bme head magic = 0x654D6244:CBM=0x654d6243 HBM=9x654d6248!\n"},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.what);
-    OpenJob("BMEFile = 'X:\\machine.bme'\nOSVerMaj = 6\nRootPath = 'D:'\n");
-    // One that was current does not survive either.
-    const auto earlier = MakeImage(VXR_EXT_MAGIC_HOT, "C:\\W");
-    ASSERT_TRUE(VXRExt_Initialize(5, earlier.get()));
-    WriteFile("ram/machine.bme", row.content);
-    log.clear();
-    EXPECT_FALSE(VXRExt_Initialize(5, nullptr));
-    EXPECT_THAT(log, HasSubstr(row.line));
-    EXPECT_EQ(VXRExt_GetSystemPath(), nullptr);
-    EXPECT_EQ(OpenHandles(), 0u);
-    EXPECT_EQ(OpenViews(), 0u);
-    EXPECT_TRUE(ReadFile("ram/machine.bme") == row.content) << "a refused file was changed";
-  }
-  OpenJob("BMEFile = 'X:\\none.bme'\n");
-  EXPECT_FALSE(VXRExt_Initialize(5, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_Initialize:VXREng_MapFile():failed!ec=2:0x00000002:msg=X:\\none.bme\n"));
-}
-
 TEST_F(LoadTest, HostsImageTakesTheFilesPlaceAndTheOverrides) {
   OpenJob("BMEFile = 'X:\\none.bme'\nHAL = 9\nRootPath = 'D:\\R'\n");
   const auto image = MakeImage(VXR_EXT_MAGIC_HOT, "");
@@ -174,52 +121,5 @@ TEST_F(LoadTest, PathsOfAHostileImageEndAtTheirField) {
   EXPECT_EQ(VXRExt_GetSystemPath(), std::string(260, 's'));
   EXPECT_EQ(VXRExt_GetWindowsPath(), std::string(260, 'w'));
 }
-
-TEST_F(LoadTest, RootPathIsTakenWholeOrNotAtAll) {
-  struct {
-    std::size_t length;
-    bool system, windows;
-  } const rows[] = {{250, true, true}, {251, false, true}, {259, false, true}, {260, false, false}};
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.length);
-    const std::string root = "D:" + std::string(row.length - 2, 'r');
-    OpenJob("RootPath = '" + root + "'\n");
-    const auto image = MakeImage(VXR_EXT_MAGIC_HOT, "");
-    log.clear();
-    ASSERT_TRUE(VXRExt_Initialize(5, image.get()));
-    EXPECT_EQ(VXRExt_GetSystemPath(), row.system ? root + "\\system32" : "");
-    EXPECT_EQ(VXRExt_GetWindowsPath(), row.windows ? root : "");
-    EXPECT_EQ(log.find("ERROR:VXRExt_Initialize:RootPath of") != std::string::npos, !row.system);
-  }
-}
-
-TEST_F(LoadTest, WithoutAJobTheImageIsBlank) {
-  OpenJob("BMEFile = 'X:\\none.bme'\nOSVerMaj = 6\n");
-  gpVXRParaBlock = nullptr;
-  ASSERT_TRUE(VXRExt_Initialize(5, nullptr));
-  EXPECT_EQ(VxrGet32(VXRExt_GetSysOsInfo()->MajorVersion), 0u);
-}
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(LoadTest, NoSingleFailureCrashesOrLeavesAHandle) {
-  OpenJob("BMEFile = 'X:\\machine.bme'\nRootPath = 'D:'\nOSVerMaj = 6\n");
-  WriteFile("ram/machine.bme", Bytes(*MakeImage(VXR_EXT_MAGIC_HOT, "")));
-  for (const bool onwards : {false, true}) {
-    for (unsigned n = 1;; ++n) {
-      SCOPED_TRACE(testing::Message() << n << (onwards ? " onwards" : ""));
-      ASSERT_LT(n, 1000u);
-      machine::SetFaultPlan({"*", n, onwards, 0});
-      const BOOL loaded = VXRExt_Initialize(5, nullptr);
-      const unsigned met = machine::FaultsMet();
-      machine::SetFaultPlan({});
-      EXPECT_EQ(loaded, VXRExt_GetSystemPath() != nullptr);
-      VXRExt_Cleanup();
-      EXPECT_EQ(OpenHandles(), 0u);
-      EXPECT_EQ(OpenViews(), 0u);
-      if (met == 0) break;
-    }
-  }
-}
-#endif
 
 }  // namespace

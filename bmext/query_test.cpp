@@ -1,6 +1,7 @@
 #include <cstring>
 #include <regex>
 
+#include "tests/support/extension_format.h"
 #include "tests/support/guarded_memory.h"
 #include "tests/support/test_machine.h"
 #include "vxrcore/bmext.h"
@@ -21,54 +22,51 @@ uint32_t NumberAt(const Bytes &bytes, size_t offset) {
          static_cast<uint32_t>(bytes[offset + 3]) << 24;
 }
 
-// --- The format by plain numbers ------------------------------------------------------------------------------------
+// --- The items ------------------------------------------------------------------------------------------------------
 
-enum Shape { kBytes, kText, kCounted };
-
+// A code, its name, and the field that answers.
 struct Item {
   uint32_t code;
-  const char *name;
-  size_t offset, size;  // in the record that the table is of
-  Shape shape;
-  size_t count = 0;
+  const char *name, *key;
 };
 
-constexpr size_t kVolumes = 608, kFirstVolume = 624, kVolumeSize = 19888, kFirstDisk = 928, kDiskSize = 9480;
-
-const Item kFileItems[] = {{0, "VXREQV_VolCount", 608, 4, kBytes},
-                           {2, "VXREQV_SystVolInd", 620, 4, kBytes},
-                           {3, "VXREQV_BootVolInd", 616, 4, kBytes}};
-const Item kVolumeItems[] = {{4, "VXREQV_MntPnt", 0, 16, kText},
-                             {5, "VXREQV_BMName", 632, 260, kText},
-                             {6, "VXREQV_Volume", 16, 64, kText},
-                             {7, "VXREQV_Label", 600, 16, kText},
-                             {8, "VXREQV_UniqId", 340, 260, kCounted, 896},
-                             {9, "VXREQV_Serial", 900, 4, kBytes},
-                             {10, "VXREQV_FSName", 616, 16, kText},
-                             {11, "VXREQV_Device", 80, 260, kCounted, 892},
-                             {12, "VXREQV_DiskCount", 920, 4, kBytes}};
-const Item kDriverItems[] = {
-    {14, "VXREQV_DiskDescription", 280, 256, kText},    {15, "VXREQV_DiskInstanceId", 20, 260, kText},
-    {16, "VXREQV_DiskManufacturer", 536, 256, kText},   {17, "VXREQV_DiskProvider", 792, 256, kText},
-    {18, "VXREQV_DiskDevGuid", 0, 16, kBytes},          {19, "VXREQV_DiskImgFileTime", 2268, 8, kBytes},
-    {20, "VXREQV_DiskImgFileSize", 2276, 8, kBytes},    {21, "VXREQV_DiskImgFileName", 1416, 260, kText},
-    {22, "VXREQV_DiskImgFileDesc", 2124, 64, kText},    {23, "VXREQV_DiskImgFileVersion", 2188, 64, kText},
-    {24, "VXREQV_DiskInfFileTime", 3136, 8, kBytes},    {25, "VXREQV_DiskInfFileSize", 3144, 8, kBytes},
-    {26, "VXREQV_DiskInfFileName", 2284, 260, kText},   {27, "VXREQV_DiskInfFileDesc", 2992, 64, kText},
-    {28, "VXREQV_DiskInfFileVersion", 3056, 64, kText}, {29, "VXREQV_DiskSrvName", 1048, 32, kText},
-    {30, "VXREQV_DiskSrvGroup", 1080, 64, kText},       {31, "VXREQV_DiskSrvImage", 1144, 260, kText}};
-const Item kSystemItems[] = {{0, "VXREQS_BootMedia", 20, 4, kBytes},
-                             {1, "VXREQS_SystemPath", 24, 260, kText},
-                             {2, "VXREQS_WindowsPath", 284, 260, kText},
-                             {3, "VXREQS_SysOs", 544, 64, kBytes}};
-const Item kNetworkItems[] = {{0, "VXREQN_Name", 80176, 16, kText}};
-const Item kArchitectItems[] = {{0, "VXREQA_KernelType", 16, 4, kBytes}, {1, "VXREQA_HalType", 12, 4, kBytes}};
+const Item kFileItems[] = {{0, "VXREQV_VolCount", "volumes"},
+                           {2, "VXREQV_SystVolInd", "system_volume"},
+                           {3, "VXREQV_BootVolInd", "boot_volume"}};
+const Item kVolumeItems[] = {
+    {4, "VXREQV_MntPnt", "mount"},        {5, "VXREQV_BMName", "backup_name"}, {6, "VXREQV_Volume", "guid_path"},
+    {7, "VXREQV_Label", "label"},         {8, "VXREQV_UniqId", "unique_id"},   {9, "VXREQV_Serial", "serial"},
+    {10, "VXREQV_FSName", "file_system"}, {11, "VXREQV_Device", "device"},     {12, "VXREQV_DiskCount", "disks"}};
+const Item kDriverItems[] = {{14, "VXREQV_DiskDescription", "description"},
+                             {15, "VXREQV_DiskInstanceId", "instance"},
+                             {16, "VXREQV_DiskManufacturer", "manufacturer"},
+                             {17, "VXREQV_DiskProvider", "provider"},
+                             {18, "VXREQV_DiskDevGuid", "guid"},
+                             {19, "VXREQV_DiskImgFileTime", "img.written"},
+                             {20, "VXREQV_DiskImgFileSize", "img.size"},
+                             {21, "VXREQV_DiskImgFileName", "img.name"},
+                             {22, "VXREQV_DiskImgFileDesc", "img.description"},
+                             {23, "VXREQV_DiskImgFileVersion", "img.version"},
+                             {24, "VXREQV_DiskInfFileTime", "inf.written"},
+                             {25, "VXREQV_DiskInfFileSize", "inf.size"},
+                             {26, "VXREQV_DiskInfFileName", "inf.name"},
+                             {27, "VXREQV_DiskInfFileDesc", "inf.description"},
+                             {28, "VXREQV_DiskInfFileVersion", "inf.version"},
+                             {29, "VXREQV_DiskSrvName", "svc.name"},
+                             {30, "VXREQV_DiskSrvGroup", "svc.group"},
+                             {31, "VXREQV_DiskSrvImage", "svc.image"}};
+const Item kSystemItems[] = {{0, "VXREQS_BootMedia", "media"},
+                             {1, "VXREQS_SystemPath", "system"},
+                             {2, "VXREQS_WindowsPath", "windows"},
+                             {3, "VXREQS_SysOs", "os"}};
+const Item kNetworkItems[] = {{0, "VXREQN_Name", "computer"}};
+const Item kArchitectItems[] = {{0, "VXREQA_KernelType", "kernel"}, {1, "VXREQA_HalType", "hal"}};
 
 struct Driver {
   uint32_t selector;
-  size_t offset;
+  const char *key;
 };
-const Driver kDrivers[] = {{0x80000000, 24}, {0x40000000, 6328}, {0x20000000, 3176}};
+const Driver kDrivers[] = {{0x80000000, "disk."}, {0x40000000, "bus."}, {0x20000000, "ctrl."}};
 
 // One question, and where in the file its answer stands.
 struct Question {
@@ -79,33 +77,46 @@ struct Question {
   int32_t disk = 0;
 };
 
+size_t OffsetOf(const std::string &key) {
+  ExtensionField field = {};
+  EXPECT_TRUE(FindExtensionField(key, &field)) << key;
+  return field.offset;
+}
+
 // With the size that the image's own texts and counts give.
-Question Ask(const Bytes &image, uint32_t queryClass, const Item &item, size_t base, uint32_t selector = 0,
-             uint32_t volume = 0, int32_t disk = 0) {
-  const size_t offset = base + item.offset;
-  size_t size = item.shape == kText ? 0 : item.size;
-  while (item.shape == kText && size < item.size && image[offset + size] != 0) ++size;
-  if (item.shape == kCounted) size = std::min<size_t>(size, NumberAt(image, base + item.count));
-  return {queryClass, item.code | selector, item.name, offset, size, volume, disk};
+Question Ask(const Bytes &image, uint32_t queryClass, const Item &item, const std::string &prefix = "",
+             uint32_t selector = 0, uint32_t volume = 0, int32_t disk = 0) {
+  ExtensionField field = {544, 64, ExtensionField::kNumber, 0};  // the system's record, of many fields
+  if (item.key != std::string("os")) {
+    EXPECT_TRUE(FindExtensionField(prefix + item.key, &field)) << item.key;
+  }
+  size_t size = field.size;
+  if (field.kind == ExtensionField::kText) {
+    const auto *text = reinterpret_cast<const char *>(&image[field.offset]);
+    size = strnlen(text, field.size);
+  } else if (field.kind == ExtensionField::kAnswer || field.kind == ExtensionField::kName) {
+    size = std::min<size_t>(size, NumberAt(image, field.count));
+  }
+  return {queryClass, item.code | selector, item.name, field.offset, size, volume, disk};
 }
 
 // Every question to a file with all its volumes and disks.
 std::vector<Question> AllQuestions(const Bytes &image) {
   std::vector<Question> all;
-  for (const Item &item : kFileItems) all.push_back(Ask(image, 0, item, 0));
-  for (const Item &item : kSystemItems) all.push_back(Ask(image, 1, item, 0));
-  for (const Item &item : kNetworkItems) all.push_back(Ask(image, 2, item, 0));
-  for (const Item &item : kArchitectItems) all.push_back(Ask(image, 3, item, 0));
+  for (const Item &item : kFileItems) all.push_back(Ask(image, 0, item));
+  for (const Item &item : kSystemItems) all.push_back(Ask(image, 1, item));
+  for (const Item &item : kNetworkItems) all.push_back(Ask(image, 2, item));
+  for (const Item &item : kArchitectItems) all.push_back(Ask(image, 3, item));
   for (uint32_t volume = 0; volume < 4; ++volume) {
-    const size_t base = kFirstVolume + volume * kVolumeSize;
-    for (const Item &item : kVolumeItems) all.push_back(Ask(image, 0, item, base, 0, volume));
+    const std::string key = "vol" + std::to_string(volume) + ".";
+    for (const Item &item : kVolumeItems) all.push_back(Ask(image, 0, item, key, 0, volume));
     for (int32_t disk = 0; disk < 2; ++disk) {
-      const size_t diskBase = base + kFirstDisk + static_cast<size_t>(disk) * kDiskSize;
+      const std::string diskKey = key + "disk" + std::to_string(disk) + ".";
       for (const Driver &driver : kDrivers) {
-        const Item number = {13, "VXREQV_DiskNumber", 0, 4, kBytes};
-        all.push_back(Ask(image, 0, number, diskBase, driver.selector, volume, disk));
+        const Item number = {13, "VXREQV_DiskNumber", "number"};
+        all.push_back(Ask(image, 0, number, diskKey, driver.selector, volume, disk));
         for (const Item &item : kDriverItems) {
-          all.push_back(Ask(image, 0, item, diskBase + driver.offset, driver.selector, volume, disk));
+          all.push_back(Ask(image, 0, item, diskKey + driver.key, driver.selector, volume, disk));
         }
       }
     }
@@ -126,14 +137,15 @@ Bytes FilledImage() {
   for (size_t i = 0; i < kImageSize; ++i)
     image[i] = static_cast<uint8_t>((i * 131 + i / 251) % 15 == 0 ? 0 : 1 + (i * 89 + i / 97) % 255);
   PutHeader(&image);
-  PutNumber(&image, kVolumes, 4);
+  PutNumber(&image, OffsetOf("volumes"), 4);
   for (size_t volume = 0; volume < 4; ++volume) {
-    const size_t base = kFirstVolume + volume * kVolumeSize;
+    const std::string key = "vol" + std::to_string(volume) + ".";
+    const size_t base = OffsetOf(key + "mount");
     std::memcpy(&image[base], "C:\\\0", 4);
     image[base] = static_cast<uint8_t>('C' + volume);
     PutNumber(&image, base + 892, 40);
     PutNumber(&image, base + 896, static_cast<uint32_t>(10 * volume));
-    PutNumber(&image, base + 920, 2);
+    PutNumber(&image, OffsetOf(key + "disks"), 2);
   }
   return image;
 }
@@ -240,7 +252,7 @@ TEST_F(QueryTest, AVolumeIsFoundByItsExactLetter) {
     }
   }
   Bytes one = FilledImage();
-  PutNumber(&one, kVolumes, 1);
+  PutNumber(&one, OffsetOf("volumes"), 1);
   const GuardedMemory placed(one, 0);
   uint32_t size = 4;
   EXPECT_FALSE(Query({0, 1, "", 0, 0, 'D'}, placed.data(), &size)) << "beyond the count";
@@ -251,12 +263,14 @@ TEST_F(QueryTest, TheFirstSelectorBitCounts) {
   const GuardedMemory placed(image, 1);
   struct {
     uint32_t selector;
-    size_t driver;
-  } const cases[] = {{0xE0000000, 24}, {0xF0000000, 24}, {0xA0000000, 24}, {0x60000000, 6328}, {0x30000000, 3176}};
+    const char *driver;
+  } const cases[] = {
+      {0xE0000000, "disk."}, {0xF0000000, "disk."}, {0xA0000000, "disk."}, {0x60000000, "bus."}, {0x30000000, "ctrl."}};
   for (const auto &each : cases) {
     uint32_t size = 16;
     ASSERT_TRUE(Query({0, each.selector | 18, "", 0, 0}, placed.data(), &size));
-    EXPECT_EQ(std::memcmp(out.data(), &image[kFirstVolume + kFirstDisk + each.driver], 16), 0) << each.selector;
+    EXPECT_EQ(std::memcmp(out.data(), &image[OffsetOf("vol0.disk0." + std::string(each.driver) + "guid")], 16), 0)
+        << each.selector;
   }
 }
 
@@ -268,7 +282,7 @@ TEST_F(QueryTest, RefusalsWriteTheirLineAndNothingElse) {
   PutNumber(&image, 0, 0x654D6247);
   const GuardedMemory noise(image, 1);
   image = FilledImage();
-  PutNumber(&image, kVolumes, 0);
+  PutNumber(&image, OffsetOf("volumes"), 0);
   const GuardedMemory noVolumes(image, 1);
   struct {
     Question question;

@@ -6,10 +6,6 @@
 #include "engine/base/strings.h"
 #include "tests/support/test_machine.h"
 
-#ifdef VXR_FAULT_POINTS
-#include "platform/machine/base/fault.h"
-#endif
-
 namespace {
 
 using testing::ElementsAre;
@@ -80,19 +76,5 @@ TEST_F(TargetOsTest, UnsupportedSystemsHaveNoList) {
   EXPECT_EQ(VXRExt_GetTargetOS(), nullptr);
   EXPECT_THAT(log, HasSubstr("ERROR:VXRExt_GetTargetOS:VXRExt_GetSysOsInfo():failed!"));
 }
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(TargetOsTest, NoMemoryNoList) {
-  Open();
-  ASSERT_FALSE(Decorations(6, 1, 1, 0, 9).empty());
-  for (const auto &[nth, line] : {std::pair{1u, "AllocHeap(36 bytes) failed for szTgtOs:ec=8:0x00000008\n"},
-                                  std::pair{2u, "AllocHeap(407 bytes) failed for szTgtOss:ec=8:0x00000008\n"}}) {
-    machine::SetFaultPlan({"HeapAlloc", nth, false, 0});
-    EXPECT_EQ(VXRExt_GetTargetOS(), nullptr);
-    machine::SetFaultPlan({});
-    EXPECT_THAT(log, HasSubstr(line));
-  }
-}
-#endif
 
 }  // namespace

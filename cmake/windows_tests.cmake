@@ -40,7 +40,8 @@ endfunction()
 
 # What unit tests of the Windows build share.
 add_library(vxr_test_support STATIC tests/support/test_machine_win32.cpp tests/support/test_machine_files.cpp
-            tests/support/guarded_memory.cpp tests/support/pe_builder.cpp)
+            tests/support/guarded_memory.cpp tests/support/pe_builder.cpp
+            tests/support/extension_format.cpp)
 file(CREATE_LINK /usr/include/toml++ ${PROJECT_BINARY_DIR}/headers/toml++ SYMBOLIC)
 target_include_directories(vxr_test_support SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/headers)
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main PRIVATE
@@ -57,11 +58,11 @@ endfunction()
 # Every unit test that needs no described machine, in one program, which links faster than many. It bears the name that
 # tests of the log expect.
 vxr_windows_test(unit_tests
-  bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp device/records_test.cpp engine/base/files_test.cpp
+  bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp engine/base/files_test.cpp
 engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
-log/product_test.cpp log/record_dump_test.cpp platform/text/format_test.cpp platform/release_test.cpp
+  platform/text/format_test.cpp platform/release_test.cpp
   platform/inf/inf_file_test.cpp
-  restore/settings_test.cpp tools/vxr/boot/boot_report_test.cpp tools/vxr/boot/boot_report.cpp
+  restore/settings_test.cpp 
 tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp tools/vxr/run/run_record_test.cpp
   tools/vxr/run/run_record.cpp
 tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/running_machine.cpp

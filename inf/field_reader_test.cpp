@@ -3,7 +3,6 @@
 #include "inf/field_reader.h"
 
 #include "log/log.h"
-#include "platform/machine/base/fault.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -104,23 +103,6 @@ TEST_F(FieldReader, ReadsNumbersAndBytes) {
   EXPECT_EQ(Field("Bytes", 2, VXRINF_TYPE_BIN), "\x02\xFF|2"s);
 }
 
-// Where Wine's set-up library is not as Windows' is.
-TEST_F(FieldReader, ReadsWhatWineReadsOtherwise) {
-  NEEDS_DESCRIBED_MACHINE();
-  EXPECT_EQ(Field("Whole", 1, VXRINF_TYPE_INT), Number(-1));
-  EXPECT_EQ(Field("Texts", 5, VXRINF_TYPE_BIN), "-|0") << "not hexadecimal";
-  EXPECT_EQ(Token("%Twice%"), "second\0"s) << "a key without value has no field";
-}
-
-TEST_F(FieldReader, RefusesWhatItCannotRead) {
-  EXPECT_EQ(Field("CopyFiles", 1, 7), "-|0");
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetInfLineField:unknown type = 7\n"));
-  DWORD size = 77;
-  EXPECT_EQ(VXRDev_GetInfLineField(inf.get(), 1, nullptr, &size, VXRINF_TYPE_SZ), nullptr);
-  EXPECT_EQ(size, 77u);
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetInfLineField:pContext is NULL\n"));
-}
-
 TEST_F(FieldReader, LooksTokensUp) {
   const struct {
     const char *token;
@@ -174,56 +156,5 @@ TEST_F(FieldReader, RefusesSectionNamesThatDoNotFit) {
   EXPECT_FALSE(VXRDev_FindInfSection(inf.get(), "x", nullptr, longest.c_str(), nullptr, &line));
   EXPECT_EQ(Lines("ERROR:VXRDev_FindInfSection:section name does not fit its 256 bytes").size(), 3u);
 }
-
-TEST_F(FieldReader, ComparesIds) {
-  const VXR_DRIVER record = {}, *driver = &record;
-  const char *id = R"(PCI\VEN_1000&DEV_0030)";
-  EXPECT_TRUE(VXRDev_CheckHardwareIDMatch(R"(pci\ven_1000&dev_0030)", id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(R"(PCI\VEN_1000)", id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(R"(PCI\VEN_1000&DEV_0030&REV_01)", id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(nullptr, id, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(id, nullptr, driver));
-  EXPECT_FALSE(VXRDev_CheckHardwareIDMatch(id, id, nullptr));
-}
-
-#ifdef VXR_FAULT_POINTS
-// Each call that a read makes, made to fail: nothing is returned, the size is 0, the reason is logged.
-TEST_F(FieldReader, SurvivesFailedCalls) {
-  const struct {
-    const char *call;
-    unsigned nth;
-    const char *key;
-    DWORD index, type;
-    const char *logged;
-  } cases[] = {
-      {"HeapAlloc", 1, "CopyFiles", 1, VXRINF_TYPE_SZ,
-       "ERROR:VXRDev_GetInfLineFieldSZ:AllocHeap(6 bytes) failed for pData:"},
-      {"SetupGetStringFieldA", 2, "CopyFiles", 1, VXRINF_TYPE_SZ,
-       "ERROR:VXRDev_GetInfLineFieldSZ:SetupGetStringField():failed!"},
-      {"SetupGetMultiSzFieldA", 2, "CopyFiles", 1, VXRINF_TYPE_MSZ,
-       "ERROR:VXRDev_GetInfLineFieldSZ:SetupGetMultiSzField():failed!"},
-      {"HeapAlloc", 1, "Numbers", 1, VXRINF_TYPE_INT,
-       "ERROR:VXRDev_GetInfLineFieldINT:AllocHeap(4 bytes) failed for VXRDev_GetInfLineFieldINT:pData:"},
-      {"HeapAlloc", 1, "Bytes", 1, VXRINF_TYPE_BIN,
-       "ERROR:VXRDev_GetInfLineFieldBIN:AllocHeap(3 bytes) failed for SetupGetBinaryField:"},
-      {"SetupGetBinaryField", 2, "Bytes", 1, VXRINF_TYPE_BIN,
-       "ERROR:VXRDev_GetInfLineFieldBIN:SetupGetBinaryField():failed!"},
-  };
-  VXRDbg_Log(0, "the log runs: starting it allocates memory too\n");
-  for (const auto &c : cases) {
-    ClearLog();
-    machine::SetFaultPlan({c.call, c.nth, false, 0});
-    EXPECT_EQ(Field(c.key, c.index, c.type), "-|0") << c.logged;
-    EXPECT_EQ(machine::FaultsMet(), 1u) << c.logged;
-    EXPECT_THAT(log, HasSubstr(c.logged));
-  }
-  // A token that cannot be looked up stays as it is read: the third call asks for the first key's size.
-  for (unsigned n = 3; n <= 4; ++n) {
-    machine::SetFaultPlan({"SetupGetStringFieldA", n, true, 0});
-    EXPECT_EQ(Field("Texts", 4, VXRINF_TYPE_SZ), "%A%B%\0|6"s);
-  }
-  machine::SetFaultPlan({});
-}
-#endif
 
 }  // namespace

@@ -73,84 +73,60 @@ Name = "A display name"
   EXPECT_EQ(HiveText("Services\\lsi", "ErrorControl"), "4:4:1");
   EXPECT_EQ(HiveText("Services\\lsi", "ImagePath"), "1:25:system32\\drivers\\lsi.sys");
   EXPECT_EQ(HiveText("Services\\lsi", "Group"), "1:14:SCSI miniport");
-
-  EXPECT_THAT(Lines("FLUSH:VXRDev_FindInfSection:checking "),
-              ElementsAre("0:Models.ntamd64", "0:Inst.ntamd64", "1:Inst.ntamd64.6.1", "2:Inst.ntamd64", "3:Inst",
-                          "0:Inst.ntamd64.Services", "1:Inst.ntamd64.6.1.Services", "2:Inst.ntamd64.Services",
-                          "3:Inst.Services"));
-  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessModSect:"), ElementsAre(R"(found matched id = PCI\ven_1000&dev_0030!)",
-                                                                 "successfully processed InstSect=Inst:Arch=ntamd64",
-                                                                 "successfully processed SrvcSect=Inst:Arch=ntamd64"));
-  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessSrvcInst:"),
-              ElementsAre("Service=lsi:SrvcInst=Svc", "Key=DisplayName", "DisplayName=A display name:size=15 bytes",
-                          "Key=ServiceType", "ServiceType=0x00000001:size=4 bytes", "Key=StartType",
-                          "StartType=0x00000000:size=4 bytes", "Key=ErrorControl",
-                          "ErrorControl=0x00000001:size=4 bytes", "Key=ServiceBinary", StartsWith("ServiceBinary="),
-                          "Fixed Binary=system32\\drivers\\lsi.sys:size=25 bytes", "Key=LoadOrderGroup",
-                          "LoadOrderGroup=SCSI miniport:size=14 bytes"));
 }
 
-TEST_F(InstallSection, ChangesNothingInVerificationMode) {
-  Begin(false);
-  const InfFile inf = OpenInf("t.inf", "[Models]\nDesc = Inst, " + std::string(kId) +
-                                           "\n[Inst]\nCopyFiles = @fast.sys\nCopyINF = t.inf\n"
-                                           "[Inst.Services]\nAddService = lsi, 2, NoSuchSection\n");
-  const std::string before = RestoredTree();
-  events.clear();
-  EXPECT_TRUE(VXRDev_ProcessModSect(inf.get(), kDirectory, "Models", nullptr, kId, driver));
-  EXPECT_EQ(RestoredTree(), before);
-  EXPECT_THAT(events, IsEmpty());
-  EXPECT_THAT(
-      statusLines,
-      ElementsAre("Check only, bypassed copying X:\\drivers\\FAST.SYS -> D:\\Windows\\system32\\drivers\\FAST.SYS...\n",
-                  "Check only, bypassed copying X:\\drivers\\T.INF -> D:\\Windows\\inf\\T.INF...\n"));
-  EXPECT_THAT(Lines("CHECK:VXRDev_ProcessSrvcSect:"),
-              ElementsAre("SrvcSect=Inst.NULL:inj=FALSE", "Key=AddService", "Service=lsi...",
-                          "SrvInst=NoSuchSection:located ok..."));
-}
-
-struct Directive {
-  const char *name;
+// Lines of an install section, or of a service section; the result, the service that a service section names, and the
+// errors.
+struct Section {
   const char *lines;
   BOOL result;
-  std::vector<std::string> errors;  // of VXRDev_ProcessInstSect
+  const char *service;
+  std::vector<std::string> errors;
 };
 
-class Directives : public InstallSection, public testing::WithParamInterface<Directive> {};
-
-TEST_P(Directives, DecideTheSection) {
+TEST_F(InstallSection, IsDecidedByItsLines) {
   Begin(false);
-  EXPECT_EQ(Install(GetParam().lines), GetParam().result);
-  EXPECT_EQ(Lines("ERROR:VXRDev_ProcessInstSect:"), GetParam().errors);
-  EXPECT_THAT(
-      Lines("CHECK:VXRDev_ProcessInstSect:"),
-      ElementsAre(GetParam().result ? "InstSect=Inst.NULL:processed ok!" : "InstSect=Inst.NULL:processing failed!"));
+  const Section sections[] = {
+      {"DriverVer = 01/01/2020\nInclude = x.inf\nDELREG = y\nExcludeID = z\n", TRUE, nullptr, {}},
+      {"DriverVer = 1\nFeatureScore = 0xFF\nDriverVer = 1\n",
+       FALSE,
+       nullptr,
+       {"unknown field=FeatureScore:corrupted inf file!", "failed to process FeatureScore"}},
+      {"CopyFilesX = @fast.sys\n", TRUE, nullptr, {}},
+      {"Copy = @fast.sys\n", FALSE, nullptr, {"unknown field=Copy:corrupted inf file!", "failed to process Copy"}},
+      {"CopyFiles = @missing.sys,, @fast.sys,\n", TRUE, nullptr, {}},  // the last value decides
+      {"CopyFiles = @fast.sys, @missing.sys,\n", FALSE, nullptr, {"failed to process @MISSING.SYS"}},
+      {"CopyINF = missing.inf\nUnknown = 1\n", FALSE, nullptr, {"failed to process MISSING.INF"}},
+      {"CopyFiles = ,\n", FALSE, nullptr, {"failed to process CopyFiles"}},
+      {"CopyFiles = Nowhere\n", FALSE, nullptr, {"failed to process Nowhere"}},
+      {"DriverVer = 1\none, two\n", FALSE, nullptr, {}},
+      {"one, two\nDriverVer = 1\n", TRUE, nullptr, {}},
+      {"AddReg = Nowhere,\n", TRUE, nullptr, {}},
+  };
+  for (const Section &row : sections) {
+    EXPECT_EQ(Install(row.lines), row.result) << row.lines;
+    EXPECT_EQ(Lines("ERROR:VXRDev_ProcessInstSect:"), row.errors) << row.lines;
+    EXPECT_THAT(Lines("CHECK:VXRDev_ProcessInstSect:"),
+                ElementsAre(row.result ? "InstSect=Inst.NULL:processed ok!" : "InstSect=Inst.NULL:processing failed!"));
+  }
+  const Section services[] = {
+      {"Include = a\nAddServiceX = iaStor, 2, Svc, Log\nAddService = b, 2, B\n", TRUE, "iaStor", {}},
+      {"AddService = iaStor, 2\n", FALSE, nullptr, {"field=AddService:missing service install section name!!!"}},
+      {"AddService = , 2, Svc\nAddService = second, 2, Svc\n",
+       TRUE,
+       "second",
+       {"field=AddService:missing service name!!!"}},
+      {"AddService =\n", FALSE, nullptr, {"field=AddService:missing service name!!!"}},
+      {"DelService = x\nAddFilter = y\nNeeds = z\n", FALSE, nullptr, {"unknown field=AddFilter:corrupted inf file!"}},
+      {"one, two\nAddService = a, 2, Svc\n", FALSE, nullptr, {}},
+  };
+  for (const Section &row : services) {
+    FreeMember(driver->szService);
+    EXPECT_EQ(AddService(row.lines), row.result) << row.lines;
+    EXPECT_STREQ(driver->szService, row.service) << row.lines;
+    EXPECT_EQ(Lines("ERROR:VXRDev_ProcessSrvcSect:"), row.errors) << row.lines;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Sections, Directives,
-    testing::Values(
-        Directive{"PassedOver", "DriverVer = 01/01/2020\nInclude = x.inf\nDELREG = y\nExcludeID = z\n", TRUE, {}},
-        Directive{"Unknown",
-                  "DriverVer = 1\nFeatureScore = 0xFF\nDriverVer = 1\n",
-                  FALSE,
-                  {"unknown field=FeatureScore:corrupted inf file!", "failed to process FeatureScore"}},
-        Directive{"KeywordBeginsTheKey", "CopyFilesX = @fast.sys\n", TRUE, {}},
-        Directive{"KeyBeginsTheKeyword",
-                  "Copy = @fast.sys\n",
-                  FALSE,
-                  {"unknown field=Copy:corrupted inf file!", "failed to process Copy"}},
-        Directive{"LastValueDecides", "CopyFiles = @missing.sys,, @fast.sys,\n", TRUE, {}},
-        Directive{
-            "LastValueFails", "CopyFiles = @fast.sys, @missing.sys,\n", FALSE, {"failed to process @MISSING.SYS"}},
-        Directive{
-            "FailureEndsTheWalk", "CopyINF = missing.inf\nUnknown = 1\n", FALSE, {"failed to process MISSING.INF"}},
-        Directive{"NoValue", "CopyFiles = ,\n", FALSE, {"failed to process CopyFiles"}},
-        Directive{"NoSuchCopySection", "CopyFiles = Nowhere\n", FALSE, {"failed to process Nowhere"}},
-        Directive{"LastLineWithoutKey", "DriverVer = 1\none, two\n", FALSE, {}},
-        Directive{"LineWithoutKeyBefore", "one, two\nDriverVer = 1\n", TRUE, {}},
-        Directive{"AddReg", "AddReg = Nowhere,\n", TRUE, {}}),
-    [](const auto &test) { return test.param.name; });
 
 TEST_F(InstallSection, StopsACopySectionAtTheFirstFailure) {
   Begin(true);
@@ -163,22 +139,6 @@ TEST_F(InstallSection, StopsACopySectionAtTheFirstFailure) {
   EXPECT_THAT(Lines("ERROR:VXRDev_ProcessCopySect:"), ElementsAre(HasSubstr("msg=MISSING.SYS")));
   EXPECT_THAT(statusLines, Contains("Failed to locate file X:\\drivers\\MISSING.SYS!\n"));
   EXPECT_EQ(dwError, 11u);
-}
-
-// Name, INF directory, where the file is taken from, where it goes.
-TEST_F(InstallSection, TellsOfFailedCopies) {
-  Begin(true);
-  WriteFile("ram/drivers/new.sys", "new");
-  const auto drivers = Host("restored/Windows/system32/drivers");
-  std::filesystem::rename(drivers, Host("restored/away"));
-  EXPECT_FALSE(Install("CopyFiles = @new.sys\n"));
-  EXPECT_EQ(dwError, 13u);
-  EXPECT_THAT(statusLines,
-              Contains("Failed to copy X:\\drivers\\NEW.SYS to D:\\Windows\\system32\\drivers\\NEW.SYS\n"));
-  std::filesystem::rename(Host("restored/away"), drivers);
-  EXPECT_TRUE(Install("CopyFiles = @new.sys\n"));
-  EXPECT_EQ(statusLines.back(),
-            "Successfully copied X:\\drivers\\NEW.SYS -> D:\\Windows\\system32\\drivers\\NEW.SYS...\n");
 }
 
 TEST_F(InstallSection, ChoosesSourceAndTarget) {
@@ -250,46 +210,6 @@ TEST_F(InstallSection, RefusesNamesOfOtherPlaces) {
   WriteFile("ram/drivers/COM\uFF72.sys", "plain");
   EXPECT_TRUE(Copy("COM\xB2.sys"));
 }
-
-struct ServiceSection {
-  const char *name;
-  const char *lines;
-  BOOL result;
-  const char *service;  // of the driver; null: none
-  std::vector<std::string> errors;
-};
-
-class ServiceSections : public InstallSection, public testing::WithParamInterface<ServiceSection> {};
-
-TEST_P(ServiceSections, NeedACompleteAddServiceLine) {
-  Begin(false);
-  EXPECT_EQ(AddService(GetParam().lines), GetParam().result);
-  EXPECT_STREQ(driver->szService, GetParam().service);
-  EXPECT_EQ(Lines("ERROR:VXRDev_ProcessSrvcSect:"), GetParam().errors);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Lines, ServiceSections,
-    testing::Values(
-        ServiceSection{
-            "Complete", "Include = a\nAddServiceX = iaStor, 2, Svc, Log\nAddService = b, 2, B\n", TRUE, "iaStor", {}},
-        ServiceSection{"NoSection",
-                       "AddService = iaStor, 0x00000002\n",
-                       FALSE,
-                       nullptr,
-                       {"field=AddService:missing service install section name!!!"}},
-        ServiceSection{"NoName",
-                       "AddService = , 0x00000002, Svc\nAddService = second, 2, Svc\n",
-                       TRUE,
-                       "second",
-                       {"field=AddService:missing service name!!!"}},
-        ServiceSection{"Unknown",
-                       "DelService = x\nAddFilter = y\nNeeds = z\n",
-                       FALSE,
-                       nullptr,
-                       {"unknown field=AddFilter:corrupted inf file!"}},
-        ServiceSection{"NoKey", "one, two\nAddService = a, 2, Svc\n", FALSE, nullptr, {}}),
-    [](const auto &test) { return test.param.name; });
 
 TEST_F(InstallSection, LetsTheLastServiceLineDecide) {
   Begin(true);

@@ -2,6 +2,7 @@
 
 #include "platform/machine/base/fault.h"
 #include "tests/support/own_code_page.h"
+#include "tests/support/standard_machine.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -11,16 +12,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-#ifndef _WIN32
-std::string SystemToml(const std::string &program, unsigned codePage) {
-  return "[system]\nsystem_directory = 'X:\\Windows\\System32'\nwindows_directory = 'X:\\Windows'\n"
-         "os = { major = 6, minor = 1, build = 7601, platform = 2 }\nprocessor = { count = 2, architecture = 9 }\n"
-         "memory = 8589934592\nclock = 2026-11-19T12:30:05Z\n"
-         "program = '" +
-         program + "'\ncode_page = " + std::to_string(codePage) + "\n";
-}
-#endif
-
 class LogTest : public MachineTest {
  protected:
   // On Windows the program is the test's own, which has that name.
@@ -29,7 +20,8 @@ class LogTest : public MachineTest {
 #ifdef _WIN32
     Open();
 #else
-    Open("", SystemToml(program, codePage));
+    Open("", std::string(kStandardSystem) + "clock = 2026-11-19T12:30:05Z\nprogram = '" + program +
+                 "'\ncode_page = " + std::to_string(codePage) + "\n");
 #endif
     VXRDbg_Cleanup();
     log.clear();
@@ -124,18 +116,6 @@ TEST_F(LogTest, StartsWithTheFirstLineAndEndsWithCleanup) {
   EXPECT_THAT(log, EndsWith("agent:VXRDbg_Cleanup:log file " + file + " closed...\nagent:VXRDbg_Cleanup():Done.\n"));
 }
 
-TEST_F(LogTest, KeepsTheFileUntilTheNextStartEmptiesIt) {
-  OpenAs();
-  VXRDbg_Log(0, "of the first run\n");
-  VXRDbg_Cleanup();
-  VXRDbg_Cleanup();
-  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("of the first run\n")) << "a second end must not start a new log";
-  VXRDbg_Log(0, "of the second run\n");
-  VXRDbg_Cleanup();
-  EXPECT_THAT(ReadFile(LogFile()), Not(HasSubstr("first run")));
-  EXPECT_THAT(ReadFile(LogFile()), HasSubstr("of the second run\n"));
-}
-
 TEST_F(LogTest, SettersHoldOnlyOnceTheLogRuns) {
   OpenAs();
   WriteMasterIni("[debugging]\nvxrcore=2\n");
@@ -221,16 +201,5 @@ TEST_F(LogTest, RunsWithoutAFileWhenThereCannotBeOne) {
       HasSubstr("agent:VXRDbg_Initialize:CreateFile(X:\\Halcyra\\logs.dir\\agent-vxr-19112026.log) failed!ec=5\n"));
 }
 #endif
-
-TEST_F(LogTest, LeavesTheLastErrorAlone) {
-  OpenAs();
-  platform::SetLastError(1234);
-  VXRDbg_Log(0, "starts the log\n");
-  EXPECT_EQ(platform::GetLastError(), 1234u);
-  VXRDbg_SetWnd(window);
-  EXPECT_EQ(platform::GetLastError(), 1234u);
-  VXRDbg_Cleanup();
-  EXPECT_EQ(platform::GetLastError(), 1234u);
-}
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include "engine/base/parameters.h"
 #include "log/heap.h"
-#include "platform/machine/base/fault.h"
-#include "platform/machine/registry/registry.h"
 #include "tests/support/test_machine.h"
 
 namespace {
@@ -74,31 +72,5 @@ TEST_F(SettingsTest, EachMissingValueReleasesTheOnesBefore) {
     }
   }
 }
-
-TEST_F(SettingsTest, NoJobKeyNoSettings) {
-  Open(kJob);
-  gpVXRParaBlock = nullptr;
-  EXPECT_FALSE(VXRRlm_Initialize(3, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRRlm_Initialize:VXREng_GetJobKey():failed!"));
-  EXPECT_EQ(gpVXRBMRestore, nullptr);
-}
-
-#ifdef VXR_FAULT_POINTS
-TEST_F(SettingsTest, NoSingleFailureLeaksOrKeepsABlock) {
-  Open(kJob);
-  for (unsigned n = 1;; ++n) {
-    SCOPED_TRACE(n);
-    ASSERT_LT(n, 1000u);
-    machine::SetFaultPlan({"*", n, false, 0});
-    const BOOL read = VXRRlm_Initialize(3, nullptr);
-    const unsigned met = machine::FaultsMet();
-    machine::SetFaultPlan({});
-    EXPECT_EQ(read, gpVXRBMRestore != nullptr);
-    EXPECT_EQ(machine::OpenKeys(), 0u);
-    VXRRlm_Cleanup();
-    if (met == 0) break;
-  }
-}
-#endif
 
 }  // namespace

@@ -10,13 +10,20 @@
 #include <regex>
 #include <sstream>
 
+#include "device/class_repair.h"
+#include "device/records.h"
+#include "device/scan/disk_scan.h"
+#include "device/scan/file_facts.h"
+#include "device/scan/installed_driver.h"
 #include "engine/base/files.h"
 #include "engine/base/processes.h"
 #include "engine/base/status.h"
 #include "inf/field_reader.h"
+#include "inf/search/driver_search.h"
 #include "log/dump.h"
 #include "log/log.h"
 #include "log/record_dump.h"
+#include "registry/mount/hive.h"
 #include "registry/values.h"
 #include "tests/support/test_machine.h"
 
@@ -242,6 +249,40 @@ void AskQueries() {
   }
 }
 
+// What is missing is named, whoever is called.
+void GiveNothing() {
+  VXR_DEVICE device = {};
+  VXR_FILEINFO facts = {};
+  VXR_DEVDRV installed = {};
+  SP_DEVINFO_DATA data = {};
+  UINT length = 1;
+  const WORD codePage[2] = {};
+  VXRDev_ScanDiskDevices(nullptr);
+  VXRDev_FixDevRegistry(VXR_DEVTYPE_HDC, nullptr);
+  VXRDev_GetVXRDevDriver(0, "x", nullptr);
+  VXRDev_GetVXRDevDriver(0, nullptr, &installed);
+  VXRDev_GetVXRDevDriverDetail(INVALID_HANDLE_VALUE, &data, &installed);
+  VXRDev_GetVXRDevDriverDetail(nullptr, nullptr, &installed);
+  VXRDev_GetVXRDevDriverDetail(nullptr, &data, nullptr);
+  VXRDev_GetVXRFileInfo(nullptr, nullptr, nullptr, &facts);
+  VXRDev_GetVXRFileInfo("x", nullptr, nullptr, nullptr);
+  VXRDev_GetFileVersionField(nullptr, "x", &length, codePage);
+  VXRDev_GetFileVersionField("x", nullptr, &length, codePage);
+  VXRDev_GetFileVersionField("x", "x", &length, nullptr);
+  VXRDev_GetDriverInfDirs(nullptr, &device);
+  VXRDev_GetDriverInfDirs("X:\\drivers\0", nullptr);
+  VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, "X:\\drivers", "a.inf", "id", nullptr);
+  VXRDev_ValidateInfFile(nullptr, &device.guDevice);
+  VXRDev_ValidateInfFile("X:\\none.inf", nullptr);
+  VXRReg_LoadHiveFile(nullptr, "X:\\hive");
+  VXRReg_LoadHiveFile("X:\\Windows", nullptr);
+  VXRReg_LoadHive(0, nullptr);
+  VXRDbg_DumpRegValue(REG_SZ, 0, 0, "", "test");
+  VXRDev_FreeDriver(nullptr);
+  VXRDev_FreeDevice(nullptr);
+  VXRDev_FreeDevices(nullptr);
+}
+
 // What differs between machines and runs, replaced by its name.
 std::string Normalised(std::string text) {
   const struct {
@@ -278,8 +319,8 @@ TEST_F(LogBytes, AreThoseOfEveryBuild) {
   Open();
   platform::SetFileAttributesA("X:\\hidden", FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE);
   std::string written;
-  for (void (*part)() :
-       {WriteLines, DumpValues, DumpRecords, UseFiles, UseRegistry, ReadInf, UseExports, Record, AskQueries}) {
+  for (void (*part)() : {WriteLines, DumpValues, DumpRecords, UseFiles, UseRegistry, ReadInf, UseExports, GiveNothing,
+                         Record, AskQueries}) {
     VXRDbg_Cleanup();
     VXRDbg_Initialize(2, 0, nullptr);
     part();

@@ -56,28 +56,34 @@ TEST_F(FilesContract, Paths) {
       {"X:\\dir", "ok 5 ok 5 5 5 ok 5"},
       {"X:\\dir\\", "ok 5 2 5 5 5 ok 5"},
       {"X:\\", "ok 5 2 5 5 5 ok 5"},
-      {"X:\\dir\\file.inf\\", ". 123 2 123 123 123 267 123"},
-      {"X:\\none.inf", "2 2 2 2 2 2 . 2"},
-      {"X:\\none\\", "2 2 2 2 2 2 . 2"},
-      {"X:\\none\\file.inf", "3 3 3 3 3 3 . 3"},
-      {"X:\\file.txt\\below", "3 3 . 3 3 3 . 3"},
-      {"X:\\file.txt\\below\\more", "3 3 3 3 3 3 . 3"},
-      {"Q:\\file.inf", ". . 3 . . . . ."},
-      {"X:\\bad|name", "123 123 . 123 123 123 . 123"},
-      {"X:\\bad?name", "123 123 2 123 123 123 . 123"},
-      {"X:\\bad*\\name", "123 123 123 123 123 123 . 123"},
-      {"X:\\none*", "123 123 2 123 123 123 . 123"},
-      {"X:\\dir\\*.inf", "123 123 ok 123 123 123 . 123"},
-      {"", "3 3 3 3 . 5 . 3"},
-      {"   ", "3 3 3 3 3 . . 3"},
-      {"\\\\.\\PhysicalDrive77", ". 2 . 2 2 2 . 2"},
-      {"\\\\.\\Q:", ". 2 . 2 2 2 . 2"},
-      {"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}", ". 2 . 2 2 2 . 2"},
+      {"X:\\dir\\file.inf\\", "123! 123 2 123 123 123 267 123"},
+      {"X:\\none.inf", "2 2 2 2 2 2 3! 2"},
+      {"X:\\none\\", "2 2 2 2 2 2 3! 2"},
+      {"X:\\none\\file.inf", "3 3 3 3 3 3 3! 3"},
+      {"X:\\file.txt\\below", "3 3 267! 3 3 3 3! 3"},
+      {"X:\\file.txt\\below\\more", "3 3 3 3 3 3 3! 3"},
+      {"Q:\\file.inf", "3! 3! 3 3! 3! 3! 3! 3!"},
+      {"X:\\bad|name", "123 123 123! 123 123 123 123! 123"},
+      {"X:\\bad?name", "123 123 2 123 123 123 123! 123"},
+      {"X:\\bad*\\name", "123 123 123 123 123 123 123! 123"},
+      {"X:\\none*", "123 123 2 123 123 123 123! 123"},
+      {"X:\\dir\\*.inf", "123 123 ok 123 123 123 123! 123"},
+      {"", "3 3 3 3 3! 5 3! 3"},
+      {"   ", "3 3 3 3 3 123! 3! 3"},
+      {"\\\\.\\PhysicalDrive77", "2! 2 2! 2 2 2 2! 2"},
+      {"\\\\.\\Q:", "2! 2 2! 2 2 2 2! 2"},
+      {"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}", "2! 2 2! 2 2 2 2! 2"},
   };
   for (const auto &row : rows) EXPECT_EQ(Agreed(Answers(row.path), row.gives), row.gives) << row.path;
   const std::string longest = "X:\\" + std::string(120, 'a') + "\\" + std::string(135, 'b');
-  EXPECT_EQ(Agreed(Answers(longest.c_str()), "3 3 3 3 3 3 . 3"), "3 3 3 3 3 3 . 3");
-  EXPECT_EQ(Agreed(Answers((longest + "b").c_str()), "3 3 3 3 3 3 . 3"), "3 3 3 3 3 3 . 3");
+  for (const std::string &path : {longest, longest + "b"}) {
+    EXPECT_EQ(Agreed(Answers(path.c_str()), "3 3 3 3 3 3 3! 3"), "3 3 3 3 3 3 3! 3") << path.size();
+  }
+  EXPECT_PRED2(Agrees, Outcome([] {
+                 return platform::GetFileAttributesA(("X:\\" + std::string(256, 'a')).c_str()) !=
+                        INVALID_FILE_ATTRIBUTES;
+               }),
+               "123!");
 }
 
 TEST_F(FilesContract, Dispositions) {
@@ -88,16 +94,17 @@ TEST_F(FilesContract, Dispositions) {
     const char *gives;  // for a file that is missing, present, read-only, hidden, a directory; then the present one's
   } rows[] = {
       {CREATE_NEW, kBoth, 0, "ok 80 80 80 80 text"},
-      {CREATE_ALWAYS, kBoth, 0, "ok ok:183 . . 5 nothing"},
-      {CREATE_ALWAYS, GENERIC_READ, 0, "ok ok:183 . . 5 nothing"},
-      {CREATE_ALWAYS, kBoth, FILE_ATTRIBUTE_HIDDEN, "ok ok:183 . ok:183 5 nothing"},
+      {CREATE_ALWAYS, kBoth, 0, "ok ok:183 5! 5! 5 nothing"},
+      {CREATE_ALWAYS, GENERIC_READ, 0, "ok ok:183 5! 5! 5 nothing"},
+      {CREATE_ALWAYS, kBoth, FILE_ATTRIBUTE_HIDDEN, "ok ok:183 5! ok:183 5 nothing"},
       {OPEN_EXISTING, GENERIC_READ, 0, "2 ok ok ok 5 text"},
-      {OPEN_EXISTING, kBoth, 0, "2 ok . ok 5 text"},
-      {OPEN_EXISTING, GENERIC_WRITE, 0, "2 ok . ok 5 text"},
+      {OPEN_EXISTING, kBoth, 0, "2 ok 5! ok 5 text"},
+      {OPEN_EXISTING, GENERIC_WRITE, 0, "2 ok 5! ok 5 text"},
       {OPEN_EXISTING, 0, 0, "2 ok ok ok 5 text"},
-      {OPEN_ALWAYS, kBoth, 0, "ok ok:183 . ok:183 5 text"},
-      {TRUNCATE_EXISTING, kBoth, 0, "2 ok . ok 5 nothing"},
-      {TRUNCATE_EXISTING, GENERIC_WRITE, 0, "2 ok . ok 5 nothing"},
+      {OPEN_ALWAYS, kBoth, 0, "ok ok:183 5! ok:183 5 text"},
+      {TRUNCATE_EXISTING, kBoth, 0, "2 ok 5! ok 5 nothing"},
+      {TRUNCATE_EXISTING, GENERIC_READ, 0, "87! 87! 87! 87! 87! text!"},
+      {TRUNCATE_EXISTING, GENERIC_WRITE, 0, "2 ok 5! ok 5 nothing"},
       {0, kBoth, 0, "87 87 87 87 87 text"},
       {6, kBoth, 0, "87 87 87 87 87 text"},
   };
@@ -186,8 +193,10 @@ TEST_F(FilesContract, Searches) {
 
       {"X:\\find\\.hid*", ".hidden"},
       {"X:\\find\\one*inf", "one.inf"},
+      {"X:\\find\\one.inf?", "one.inf!"},
+      {"X:\\find\\one.inf\\*", "267!"},
   };
-  for (const auto &row : rows) EXPECT_EQ(Found(row.pattern), row.gives) << row.pattern;
+  for (const auto &row : rows) EXPECT_PRED2(Agrees, Found(row.pattern), row.gives) << row.pattern;
 }
 
 TEST_F(FilesContract, Copies) {
@@ -214,10 +223,11 @@ TEST_F(FilesContract, Copies) {
       {"X:\\source", "X:\\source", TRUE, "80"},    {"X:\\none", "X:\\old", FALSE, "2"},
       {"X:\\none\\file", "X:\\old", FALSE, "3"},   {"X:\\dir", "X:\\copied", FALSE, "5"},
       {"X:\\hidden", "X:\\kept", FALSE, "ok"},     {"X:\\source", "", FALSE, "3"},
-
+      {"X:\\source", "X:\\readonly", FALSE, "5!"}, {"X:\\source", "X:\\concealed", FALSE, "5!"},
   };
   for (const auto &row : rows) {
-    EXPECT_EQ(Outcome([&] { return platform::CopyFileA(row.source, row.target, row.failIfExists); }), row.gives)
+    EXPECT_PRED2(Agrees, Outcome([&] { return platform::CopyFileA(row.source, row.target, row.failIfExists); }),
+                 row.gives)
         << row.source << " to " << (row.target == nullptr ? "null" : row.target) << ' ' << row.failIfExists;
   }
   EXPECT_EQ(ReadFile("ram/old") + ReadFile("ram/fresh"), "newnew");
@@ -279,6 +289,9 @@ TEST_F(FilesContract, ReadingAndWriting) {
       {"read nothing", [] { return Read(0); }, "ok 0 "},
       {"read past the end", [] { return Moved(100, 0, false, FILE_BEGIN) + Read(4); }, "64ok 0 "},
       {"far away", [] { return Moved(5, 1, true, FILE_BEGIN); }, "1:00000005"},
+      {"far away, the low half alone", [] { return Moved(0, 0, false, FILE_CURRENT); }, "87!"},
+      {"as far as can be", [] { return Moved(-1, 0x7FFFFFFF, true, FILE_BEGIN); }, "7FFFFFFF:FFFFFFFF"},
+      {"farther", [] { return Moved(1, 0, true, FILE_CURRENT); }, "87!"},
       {"low half of all bits", [] { return Moved(-1, 1, true, FILE_BEGIN); }, "1:FFFFFFFF"},
       {"write in the middle", [] { return Moved(2, 0, false, FILE_BEGIN) + Written("ab"); }, "2ok 2"},
       {"write nothing", [] { return Written(""); }, "ok 0"},

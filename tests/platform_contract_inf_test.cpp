@@ -67,6 +67,7 @@ quoted = "0a", 0b
 [Multi]
 m = one, two, , four
 e = a, ,
+none =
 [lines]
 later = in the same section
 [Two Words]
@@ -286,17 +287,26 @@ TEST_F(InfContract, Answers) {
       {"bytes, too small", [] { return Bytes("b", 1, 3); }, "122 4 "},
       {"bytes, no such field", [] { return Bytes("b", 5); }, "87"},
       {"bytes with the key", [] { return Bytes("b", 0); }, "87"},
+      {"bytes, no digits", [] { return Bytes("words", 2); }, "13!"},
+      {"no value", [] { return Text("Multi", "none", 1); }, "87!"},
+      {"no such field", [] { return Text("Lines", "two", 3); }, "87!"},
+      {"no such section", [] { return Text("None", nullptr, 1); }, "line E0000102"},
       {"0", [] { return Number(1); }, "0"},
       {"42", [] { return Number(2); }, "42"},
       {"-42", [] { return Number(3); }, "-42"},
       {"+42", [] { return Number(4); }, "42"},
       {"0x1F", [] { return Number(5); }, "31"},
       {"0X1f", [] { return Number(6); }, "31"},
+      {"0xFFFFFFFF", [] { return Number(7); }, "-1!"},
+      {"4294967296", [] { return Number(9); }, "13!"},
       {"-2147483648", [] { return Number(10); }, "-2147483648"},
       {"12ab", [] { return Number(11); }, "13"},
       {"abc", [] { return Number(12); }, "13"},
       {"\"7\"", [] { return Number(13); }, "7"},
+      {"nothing", [] { return Number(14); }, "13!"},
       {"0x", [] { return Number(15); }, "13"},
+      {"-0x1", [] { return Number(16); }, "13!"},
+      {"010", [] { return Number(17); }, "10!"},
       {"1.5", [] { return Number(18); }, "13"},
   };
   Check(rows);
@@ -328,6 +338,8 @@ TEST_F(InfContract, Opening) {
       {"noversion", "[Other]\r\nk=v\r\n", "E0000100 0"},
       {"nosignature", "[Version]\r\nClass=Net\r\n", "E0000100 0"},
       {"other", "[Version]\r\nSignature=\"$Other$\"\r\n", "E0000100 0"},
+      {"empty", "", "E0000100 0!"},
+      {"strings", "x\r\n" + std::string(kVersion) + "[Strings]\r\na=b\r\n", "E0000000 1!"},
   };
   for (const auto &row : rows) WriteFile(std::string("ram/") + row.name + ".inf", row.text);
   Open();
@@ -339,7 +351,7 @@ TEST_F(InfContract, Opening) {
       if (inf != INVALID_HANDLE_VALUE) platform::SetupCloseInfFile(inf);
       return inf;
     });
-    EXPECT_EQ(outcome + (outcome == "ok" ? "" : ' ' + std::to_string(line)), row.gives) << row.name;
+    EXPECT_PRED2(Agrees, outcome + (outcome == "ok" ? "" : ' ' + std::to_string(line)), row.gives) << row.name;
   }
   const struct {
     const char *infClass;
@@ -348,16 +360,16 @@ TEST_F(InfContract, Opening) {
   } classes[] = {
       {"SCSIAdapter", INF_STYLE_WIN4, "ok"},
       {"scsiadapter", INF_STYLE_WIN4, "ok"},
-
+      {"Net", INF_STYLE_WIN4, "E0000201!"},
+      {nullptr, 1, "87!"},
   };
   for (const auto &row : classes) {
-    EXPECT_EQ(Outcome([&] {
-                const HINF inf = platform::SetupOpenInfFileA("X:\\good.inf", row.infClass, row.style, nullptr);
-                if (inf != INVALID_HANDLE_VALUE) platform::SetupCloseInfFile(inf);
-                return inf;
-              }),
-              row.gives)
-        << (row.infClass == nullptr ? "any" : row.infClass) << row.style;
+    const std::string outcome = Outcome([&] {
+      const HINF inf = platform::SetupOpenInfFileA("X:\\good.inf", row.infClass, row.style, nullptr);
+      if (inf != INVALID_HANDLE_VALUE) platform::SetupCloseInfFile(inf);
+      return inf;
+    });
+    EXPECT_PRED2(Agrees, outcome, row.gives) << (row.infClass == nullptr ? "any" : row.infClass) << row.style;
   }
 }
 
@@ -378,6 +390,9 @@ TEST_F(InfContract, Lists) {
   Open();
   EXPECT_EQ(Listed("X:\\list", 100), "ok 19 A.INF<00>b.inf<00>c.Inf<00><00>");
   EXPECT_EQ(Listed("X:\\list\\", 100), "ok 19 A.INF<00>b.inf<00>c.Inf<00><00>");
+  EXPECT_PRED2(Agrees, Listed("X:\\list", 18), "122 19 !");
+  EXPECT_PRED2(Agrees, Listed("X:\\list\\sub\\none", 100), "3 0 !");
+  EXPECT_PRED2(Agrees, Listed("X:\\Halcyra", 100), "ok 1 <00>!");
 }
 
 // --- Version resources ----------------------------------------------------------------------------------------------
@@ -455,6 +470,12 @@ TEST_F(DevicesContract, Failures) {
          return outcome + ' ' + name.Text();
        },
        "ok DiskDrive"},
+      {"no such class",
+       [] {
+         Buffer name;
+         return Outcome([&] { return platform::SetupDiClassNameFromGuidA(&kNone, name.bytes, 32, nullptr); });
+       },
+       "E0000206!"},
       {"no device", [] { return Outcome([] { return platform::SetupDiEnumDeviceInfo(g_set, 0, &g_device); }); }, "259"},
       {"no set",
        [] { return Outcome([] { return platform::SetupDiEnumDeviceInfo(INVALID_HANDLE_VALUE, 0, &g_device); }); }, "6"},

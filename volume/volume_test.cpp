@@ -23,16 +23,6 @@ class VolumeTest : public MachineTest {
   VXR_BMRESTORE settings = {};
 };
 
-TEST_F(VolumeTest, CheckOnlyLooksAtNoSetting) {
-  Open();
-  hStatusWnd = static_cast<HWND>(window);
-  dwWndFlags = 2;
-  block.bInject = FALSE;
-  EXPECT_TRUE(VXRVol_LocateVolume(1, &block));
-  EXPECT_THAT(statusLines, testing::ElementsAre("Check only, bypass mounting the restored volume...\n"));
-  EXPECT_FALSE(VXRVol_LocateVolume(1, nullptr));
-}
-
 TEST_F(VolumeTest, SettingsNameTheVolume) {
   Open();
   EXPECT_FALSE(VXRVol_LocateVolume(1, &block));
@@ -65,31 +55,6 @@ TEST_F(VolumeTest, SettingsNameTheVolume) {
   settings.szRootPath = nullptr;
   EXPECT_FALSE(VXRVol_LocateVolume(1, &block));
   EXPECT_THAT(log, HasSubstr("ERROR:VXRVol_LocateVolume:VXRRlm_GetRootPath():failed!"));
-}
-
-TEST_F(VolumeTest, VolumeIsClassifiedByBootIniAndSystemDirectory) {
-  NEEDS_DESCRIBED_MACHINE();
-  Open();
-  EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x400u);
-  EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x402u);
-  EXPECT_EQ(VXRVol_CheckVolumeType('x'), 0x400u);
-  EXPECT_EQ(VXRVol_CheckVolumeType('\0'), 0x400u);
-  WriteFile("ram/BOOT.INI", "");
-  WriteFile("restored/boot.ini", "");
-  log.clear();
-  EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x403u);
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRVol_CheckVolumeType:volume X has X:\\boot.ini\n"
-                             "CHECK:VXRVol_CheckVolumeType:boot volume X is system drive=X:\\WINDOWS\\SYSTEM32\n"
-                             "FIXME:VXRVol_CheckVolumeType:drive=X:add more volume type check here...\n"));
-  EXPECT_EQ(VXRVol_CheckVolumeType('D'), 0x401u);
-#ifdef VXR_FAULT_POINTS
-  for (const char *call : {"HeapAlloc", "GetSystemDirectoryA"}) {
-    SCOPED_TRACE(call);
-    machine::SetFaultPlan({call, 1, true, 0});
-    EXPECT_EQ(VXRVol_CheckVolumeType('X'), 0x401u);
-    machine::SetFaultPlan({});
-  }
-#endif
 }
 
 }  // namespace

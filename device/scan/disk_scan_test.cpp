@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "bmext/load.h"
+#include "device/class_repair.h"
 #include "device/records.h"
 #include "device/scan/disk_identity.h"
 #include "engine/base/parameters.h"
@@ -30,26 +31,14 @@ std::string Inf(const std::string &className, const std::string &classGuid, cons
 const std::string kHdc = "{4D36E96A-E325-11CE-BFC1-08002BE10318}";
 const std::string kScsiAdapter = "{4D36E97B-E325-11CE-BFC1-08002BE10318}";
 
-std::string Disk(int number, const std::string &id) {
-  return "[[disk]]\nnumber = " + std::to_string(number) +
-         "\ngeometry = { cylinders = 10, heads = 255, sectors = 63, bytes = 512 }\ninterface = '\\\\?\\" + id +
-         "#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}'\n";
-}
-
-std::string Device(const std::string &instance, const std::string &className, const std::string &hardwareId,
-                   const std::string &parent) {
-  return "[[device]]\ninstance = '" + instance + "'\n" + (className.empty() ? "" : "class = '" + className + "'\n") +
-         "hardware_ids = ['" + hardwareId + "']\n" + (parent.empty() ? "" : "parent = '" + parent + "'\n");
-}
-
 const std::string kScsiController = ScsiAdapterInstance(kScsiAdapterId);
 
-const std::string kIdeMachine =
-    Disk(0, "ide#diskacme_1.05____#5&2b7f1d3e&0&0.0.0") +
-    Device("IDE\\DiskACME_1.05____\\5&2B7F1D3E&0&0.0.0", "DiskDrive", "GenDisk", "PCIIDE\\IDEChannel\\4&2617AEAE&0&0") +
-    Device("PCIIDE\\IDEChannel\\4&2617AEAE&0&0", "hdc", "Primary_IDE_Channel",
-           "PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39") +
-    Device("PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39", "", "PCI\\VEN_8086&DEV_7111", "");
+const std::string kIdeMachine = DiskToml(0, "ide#diskacme_1.05____#5&2b7f1d3e&0&0.0.0") +
+                                DeviceToml("IDE\\DiskACME_1.05____\\5&2B7F1D3E&0&0.0.0", "DiskDrive", "GenDisk",
+                                           "PCIIDE\\IDEChannel\\4&2617AEAE&0&0") +
+                                DeviceToml("PCIIDE\\IDEChannel\\4&2617AEAE&0&0", "hdc", "Primary_IDE_Channel",
+                                           "PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39") +
+                                DeviceToml("PCI\\VEN_8086&DEV_7111\\2&EBB567F&0&39", "", "PCI\\VEN_8086&DEV_7111", "");
 
 // A verification run's state just before the scan: a 64-bit 6.1 system, drivers below X:\drivers and X:\Windows\inf.
 class ScanTest : public MachineTest {
@@ -106,34 +95,6 @@ class ScanTest : public MachineTest {
 
 // --- The chain of records -------------------------------------------------------------------------------------------
 
-TEST_F(ScanTest, ScsiDiskHasItsAdapterAboveIt) {
-  OpenScan(ScsiMachine());
-  EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
-  EXPECT_EQ(dwError, 0u);
-  ASSERT_EQ(block.dwDevCnt, 1u);
-  const VXR_DEVICE *disk = block.pVXRDevices[0];
-  EXPECT_STREQ(disk->szInstanceID, "scsi\\disk&ven_acme&prod_fast_disk&rev_1.0\\4&1a2b3c&0&000000");
-  EXPECT_EQ(disk->VXRDevType, DWORD{VXR_DEVTYPE_DISKDRIVE});
-  EXPECT_EQ(disk->pVXRDriver, nullptr);
-  EXPECT_STREQ(disk->szHardwareID, "SCSI\\DiskACME____FAST_DISK");
-  const VXR_DEVICE *adapter = disk->pVXRDevParent;
-  ASSERT_NE(adapter, nullptr);
-  EXPECT_EQ(adapter->szInstanceID, kScsiController);
-  EXPECT_EQ(adapter->VXRDevType, DWORD{VXR_DEVTYPE_SCSIADAPTER});
-  EXPECT_EQ(adapter->guDevice.Data1, 0x4D36E97Bu);
-  EXPECT_STREQ(adapter->szTargetOS, "ntamd64.6.1.0x0.0x0");
-  ASSERT_NE(adapter->pVXRDriver, nullptr);
-  EXPECT_EQ(adapter->pVXRDevParent, nullptr);
-  EXPECT_THAT(log, Not(HasSubstr("VXR_DEVTYPE_HDC:using system inf path")));
-  EXPECT_THAT(statusLines, Contains("Checking device with id " + kScsiController + "...\n"));
-  EXPECT_EQ(machine::OpenHandles(), 0u);
-
-  // A second scan gives the first one's records back; the count stays.
-  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRDev_ScanDiskDevices:total 0 vxr disks found...\n"));
-  EXPECT_EQ(block.dwDevCnt, 1u);
-}
-
 TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
   OpenScan(kIdeMachine);
   EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
@@ -153,30 +114,20 @@ TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
   EXPECT_THAT(log, HasSubstr("VXR_DEVTYPE_HDC:using system inf path as:X:\\Windows\\inf\n"));
 }
 
-TEST_F(ScanTest, DiskOfAnotherBusStandsAlone) {
-  OpenScan(Disk(0, "usbstor#disk&ven_acme#77") +
-           Device("USBSTOR\\Disk&Ven_ACME\\77", "DiskDrive", "GenDisk", kScsiController) +
-           Device(kScsiController, "SCSIAdapter", "PCI\\VEN_1000&DEV_0030", ""));
-  EXPECT_TRUE(VXRDev_ScanDiskDevices(&block));
-  ASSERT_EQ(block.dwDevCnt, 1u);
-  EXPECT_EQ(block.pVXRDevices[0]->pVXRDevParent, nullptr);
-  EXPECT_EQ(dwError, 0u);
-}
-
 TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
-  const std::string disk = Disk(0, kScsiDiskInterface), id = kScsiDiskInstance;
+  const std::string disk = DiskToml(0, kScsiDiskInterface), id = kScsiDiskInstance;
   struct {
     const char *what;
     std::string toml, named;
   } const rows[] = {
       {"no driver",
-       disk + Device(id, "DiskDrive", "GenDisk", kScsiController) +
-           Device(kScsiController, "SCSIAdapter", "PCI\\VEN_9999", ""),
+       disk + DeviceToml(id, "DiskDrive", "GenDisk", kScsiController) +
+           DeviceToml(kScsiController, "SCSIAdapter", "PCI\\VEN_9999", ""),
        kScsiController},
-      {"no parent", disk + Device(id, "DiskDrive", "GenDisk", ""), "N/A"},
+      {"no parent", disk + DeviceToml(id, "DiskDrive", "GenDisk", ""), "N/A"},
       {"class of another kind",
-       disk + Device(id, "DiskDrive", "GenDisk", kScsiController) +
-           Device(kScsiController, "Net", "PCI\\VEN_1000&DEV_0030", ""),
+       disk + DeviceToml(id, "DiskDrive", "GenDisk", kScsiController) +
+           DeviceToml(kScsiController, "Net", "PCI\\VEN_1000&DEV_0030", ""),
        kScsiController},
   };
   for (const auto &row : rows) {
@@ -190,27 +141,6 @@ TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
     EXPECT_THAT(statusLines, Contains("Failed to locate driver files for device " + row.named));
     VXRDev_FreeDevices(&block);
   }
-}
-
-TEST_F(ScanTest, NothingIsRecordedWithoutTheDisk) {
-  OpenScan(ScsiMachine());
-  EXPECT_FALSE(VXRDev_ScanDiskDevices(nullptr));
-  std::strcpy(bootDisk, "\\\\.\\PHYSICALDRIVE1");
-  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ScanDiskDevices:VXRDev_GetDiskInstanceID():failed!"));
-  std::strcpy(bootDisk, "\\\\.\\PHYSICALDRIVE0");
-  gpVXRBMRestore = nullptr;
-  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ScanDiskDevices:VXRRlm_GetBootDisk():failed!"));
-  gpVXRBMRestore = &settings;
-  EXPECT_EQ(dwError, 0u);
-
-  VXR_EXTHEADER none = {};
-  VXRExt_Initialize(0, &none);
-  EXPECT_FALSE(VXRDev_ScanDiskDevices(&block));
-  EXPECT_THAT(log, HasSubstr("msg=Target OS to be restored is not supported!\n"));
-  EXPECT_EQ(dwError, 3u);
-  EXPECT_EQ(block.dwDevCnt, 0u);
 }
 
 // --- The disk's identity --------------------------------------------------------------------------------------------
@@ -243,7 +173,7 @@ TEST_F(ScanTest, InstanceIdComesFromTheInterfacePath) {
 }
 
 TEST_F(ScanTest, DiskIsFoundByItsDeviceNumberAmongOthers) {
-  OpenScan(Disk(2, "scsi#second#0") + Disk(1, "scsi#first#0"));
+  OpenScan(DiskToml(2, "scsi#second#0") + DiskToml(1, "scsi#first#0"));
   EXPECT_STREQ(VXRDev_GetDiskInstanceID("\\\\.\\PHYSICALDRIVE1", 0).get(), "scsi\\first\\0");
   EXPECT_THAT(log, HasSubstr("FLUSH:VXRDev_GetDiskDevicePath:NOT THIS DISK!iEnum=1:In =1:\\\\.\\PHYSICALDRIVE1\n"));
   EXPECT_THAT(log, HasSubstr("CHECK:VXRDev_GetDiskDevicePath:found matched devic at iEnum=2\n"));
@@ -264,8 +194,9 @@ TEST_F(ScanTest, DiskIsFoundByItsDeviceNumberAmongOthers) {
 // --- Present devices ------------------------------------------------------------------------------------------------
 
 TEST_F(ScanTest, FirstDeviceThatBeginsWithTheIdIsTaken) {
-  OpenScan(Device("PCI\\VEN_1\\1", "SCSIAdapter", "one", "") + Device("PCI\\VEN_12\\LONGER", "Net", "other", "") +
-           Device("PCI\\VEN_12\\2", "SCSIAdapter", "two", ""));
+  OpenScan(DeviceToml("PCI\\VEN_1\\1", "SCSIAdapter", "one", "") +
+           DeviceToml("PCI\\VEN_12\\LONGER", "Net", "other", "") +
+           DeviceToml("PCI\\VEN_12\\2", "SCSIAdapter", "two", ""));
   struct {
     DWORD type;
     const char *id, *hardwareId;
@@ -287,6 +218,16 @@ TEST_F(ScanTest, FirstDeviceThatBeginsWithTheIdIsTaken) {
 }
 
 #ifdef VXR_FAULT_POINTS
+TEST_F(ScanTest, AClassThatCannotBeSetIsAFailure) {
+  OpenScan(kIdeMachine);
+  for (const unsigned nth : {1u, 2u}) {
+    machine::SetFaultPlan({"RegSetValueExA", nth, false, ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(VXRDev_FixDevRegistry(VXR_DEVTYPE_HDC, R"(PCI\VEN_8086&DEV_7111\2&EBB567F&0&39)"));
+    machine::SetFaultPlan({});
+    EXPECT_THAT(log, HasSubstr(nth == 1 ? "\\\\Class:hdc) failed!\n" : "\\\\ClassGUID:{4D36E96A-E325-11CE-BFC1-"));
+  }
+}
+
 // The longest chain under every single failure and from each failure on: what is recorded is whole, what is not is
 // released.
 TEST_F(ScanTest, NoFailureCrashesOrLeavesHalfARecord) {

@@ -140,31 +140,4 @@ TEST_F(InstalledDriver, ImageIsSoughtBelowWindowsThenAmongTheDrivers) {
   }
 }
 
-TEST_F(InstalledDriver, MissingArgumentsAreNamed) {
-  Open();
-  VXR_FILEINFO facts = {};
-  UINT length = 1;
-  const WORD codePage[2] = {};
-  SP_DEVINFO_DATA device = {};
-  EXPECT_EQ(VXRDev_GetVXRDevDriver(0, "x", nullptr), nullptr);
-  EXPECT_EQ(VXRDev_GetVXRDevDriver(0, nullptr, &record), nullptr);
-  EXPECT_FALSE(VXRDev_GetVXRDevDriverDetail(INVALID_HANDLE_VALUE, &device, &record));
-  EXPECT_FALSE(VXRDev_GetVXRDevDriverDetail(nullptr, nullptr, &record));
-  EXPECT_FALSE(VXRDev_GetVXRDevDriverDetail(nullptr, &device, nullptr));
-  EXPECT_FALSE(VXRDev_GetVXRFileInfo(nullptr, nullptr, nullptr, &facts));
-  EXPECT_FALSE(VXRDev_GetVXRFileInfo("x", nullptr, nullptr, nullptr));
-  EXPECT_EQ(VXRDev_GetFileVersionField(nullptr, "x", &length, codePage), nullptr);
-  EXPECT_EQ(VXRDev_GetFileVersionField("x", nullptr, &length, codePage), nullptr);
-  EXPECT_EQ(VXRDev_GetFileVersionField("x", "x", &length, nullptr), nullptr);
-  EXPECT_EQ(length, 0u);
-  for (const char *line :
-       {"GetVXRDevDriver:pVXRDevDrv is NULL\n", "GetVXRDevDriverDetail:hDevInfo is INVALID_HANDLE_VALUE\n",
-        "GetVXRDevDriverDetail:pDevInfoData is NULL\n", "GetVXRDevDriverDetail:pVXRDevDrv is NULL\n",
-        "GetVXRFileInfo:szFile is NULL\n", "GetVXRFileInfo:pVXRDrvFile is NULL\n",
-        "GetFileVersionField:pVerInfo is NULL\n", "GetFileVersionField:szField is NULL\n",
-        "GetFileVersionField:pCodePage is NULL\n"}) {
-    EXPECT_THAT(log, HasSubstr(std::string("ERROR:VXRDev_") + line));
-  }
-}
-
 }  // namespace

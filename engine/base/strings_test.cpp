@@ -87,15 +87,6 @@ TEST_F(StringsTest, ReplacementKnowsCharactersOfTwoBytes) {
   EXPECT_TRUE(VXREng_FixStr('a', 'b', nullptr));
 }
 
-#ifdef VXR_FAULT_POINTS
-TEST_F(StringsTest, ReplacementWithoutMemoryGivesNothing) {
-  machine::SetFaultPlan({"HeapAlloc", 1, true, 0});
-  EXPECT_EQ(VXREng_FixString('a', 'b', "aa"), nullptr);
-  EXPECT_EQ(JoinPath("a", "b", 0, "path"), nullptr);
-  machine::SetFaultPlan({});
-}
-#endif
-
 struct Comparison {
   unsigned codePage;
   const char *a, *b;
@@ -152,27 +143,6 @@ TEST_F(StringsTest, SearchesPassTrailBytesOver) {
   EXPECT_EQ(VXREng_StrChr(path, 'x'), nullptr);
   EXPECT_EQ(LastBackslash(HYOU), nullptr);
   EXPECT_EQ(FindText(letters, "ven_"), letters + 7);
-}
-
-TEST_F(StringsTest, CaseIsConvertedInPlace) {
-  EXPECT_EQ(VXREng_StrUpr(nullptr), nullptr);
-  EXPECT_EQ(VXREng_StrLwr(nullptr), nullptr);
-  if (UseCodePage(1252)) {
-    char latin[] = "\\\\.\\PhysicalDrive1 \xE4\xDF";
-    EXPECT_EQ(VXREng_StrUpr(latin), latin);
-    EXPECT_STREQ(latin, "\\\\.\\PHYSICALDRIVE1 \xC4\xDF");
-    EXPECT_EQ(VXREng_StrLwr(latin), latin);
-    EXPECT_STREQ(latin, "\\\\.\\physicaldrive1 \xE4\xDF");
-  }
-  if (!UseCodePage(932)) return;
-  char japanese[] = "a\x83\x61" WIDE_SMALL_A;
-  EXPECT_STREQ(VXREng_StrUpr(japanese), "A\x83\x61" WIDE_CAPITAL_A);
-}
-
-TEST_F(StringsTest, JoinedPathHasTheSpareBytes) {
-  const HeapText path = JoinPath("C:\\drv", "x.sys", 3, "path");
-  ASSERT_NE(path, nullptr);
-  EXPECT_EQ(std::memcmp(path.get(), "C:\\drv\\x.sys\0\0\0", 16), 0);
 }
 
 }  // namespace

@@ -98,13 +98,4 @@ TEST_F(PathCatalogueTest, EveryIdHasItsPath) {
   EXPECT_THAT(log, HasSubstr("ERROR:VXREng_GetStringAs:gpVXRParaBlock is NULL\n"));
 }
 
-TEST_F(PathCatalogueTest, RestoredSystemNeedsADirectoryAndADrive) {
-  Open();
-  TakeExtension("", "C:\\WINDOWS");
-  EXPECT_EQ(VXREng_GetStringAs(VXR_DIR_WINCFG, "system"), nullptr);
-  EXPECT_THAT(log, HasSubstr("ERROR:VXREng_GetStringAs:restored system's directory or drive is empty"));
-  root[0] = '\0';
-  EXPECT_EQ(VXREng_GetStringAs(VXR_DIR_WININF, nullptr), nullptr);
-}
-
 }  // namespace

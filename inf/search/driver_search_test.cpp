@@ -115,35 +115,6 @@ TEST_F(DriverSearch, TriesManufacturersInTurnAndOnlyIdsFromFieldTwoOn) {
   EXPECT_THAT(Lines("CHECK:VXRDev_LocateDriverInf:"), ElementsAre("found match:sec=B:arch=ntamd64.6.1..."));
 }
 
-TEST_F(DriverSearch, RefusesWhatIsMissing) {
-  Begin(false);
-  WriteInf("a.inf", kInstall);
-  EXPECT_FALSE(SearchFile("a.inf")) << "no Manufacturer section";
-  EXPECT_FALSE(SearchFile("none.inf"));
-  EXPECT_THAT(Lines("ERROR:VXRDev_LocateDriverInf:SetupOpenInfFile():failed!ec=2:"),
-              ElementsAre(HasSubstr("msg=X:\\drivers\\none.inf")));
-  device->szTargetOS[0] = '\0';
-  EXPECT_FALSE(SearchFile("a.inf"));
-  EXPECT_THAT(Lines("ERROR:VXRDev_LocateDriverInf:VXREng_GetSubStringCount:szTargetOS():failed!"),
-              ElementsAre(HasSubstr("msg=X:\\drivers\\a.inf")));
-  FreeMember(device->szTargetOS);
-  EXPECT_FALSE(SearchFile("a.inf"));
-  driver->pVXRDevice = nullptr;
-  EXPECT_FALSE(SearchFile("a.inf"));
-  EXPECT_FALSE(VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, kDirectory, "a.inf", kId, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:szTargetOS is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:pVXRDriver->pVXRDevice is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_LocateDriverInf:pVXRDriver is NULL\n"));
-}
-
-TEST_F(DriverSearch, LeavesAGivenHandleOpen) {
-  Begin(false);
-  const InfFile inf = OpenInf("a.inf", "[Manufacturer]\nAcme = Models\n[Models]\n" FITS + std::string(kInstall));
-  EXPECT_TRUE(VXRDev_LocateDriverInf(inf.get(), kDirectory, "a.inf", kId, driver));
-  INFCONTEXT line = {};
-  EXPECT_TRUE(platform::SetupFindFirstLineA(inf.get(), "Inst", nullptr, &line));
-}
-
 // The ids in the order that they are tried in, and the files of each: the current one, then the rest of the list.
 TEST_F(DriverSearch, TriesCandidatesFromTheCurrentFileOn) {
   Begin(false);
@@ -206,33 +177,6 @@ TEST_F(DriverSearch, TriesCompatibleIdsOfALineWithoutHardwareId) {
   EXPECT_TRUE(Search({kDirectory}));
   EXPECT_THAT(Lines("CHECK:VXRDev_LocateDriverInfs:check "), ElementsAre(R"(drvinfo compatible id=01:PCI\CC_0100)"));
   EXPECT_STREQ(device->pVXRDriver->szMatchedID, R"(PCI\CC_0100)");
-}
-
-TEST_F(DriverSearch, GivesADiskNoDriver) {
-  Begin(false);
-  VXRDev_FreeDriver(driver);
-  device->pVXRDriver = nullptr;
-  device->VXRDevType = VXR_DEVTYPE_DISKDRIVE;
-  EXPECT_TRUE(Search({"X:\\nowhere"}));
-  EXPECT_EQ(device->pVXRDriver, nullptr);
-  EXPECT_THAT(statusLines, IsEmpty());
-  EXPECT_FALSE(VXRDev_GetDriverInfDirs(nullptr, device));
-  EXPECT_FALSE(VXRDev_GetDriverInfDirs("X:\\drivers\0", nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetDriverInfDirs:szInfDirs is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetDriverInfDirs:pVXRDevice is NULL\n"));
-}
-
-TEST_F(DriverSearch, RegistersTheDriverInInjectionMode) {
-  Begin(true);
-  WriteModel("a.inf", std::string(kId) + ", PCI\\CC_0100");
-  WriteFile("ram/drivers/a.inf", ReadFile("ram/drivers/a.inf") + "[Service]\nStartType = 0\n");
-  EXPECT_TRUE(Search({kDirectory}));
-  EXPECT_THAT(statusLines, Contains("Updating registry for corresponding drivers...\n"));
-  EXPECT_THAT(statusLines.back(), StartsWith("Successful in driver files injection for PCI\\VEN_1000&DEV_0030"));
-  const std::string entry = R"(Control\CriticalDeviceDatabase\PCI#VEN_1000&DEV_0030)";
-  EXPECT_EQ(HiveText(entry, "ClassGUID"), "1:39:{4D36E97B-E325-11CE-BFC1-08002BE10318}");
-  EXPECT_EQ(HiveText(entry, "Service"), "1:5:fast");
-  EXPECT_EQ(ReadFile("restored/Windows/system32/drivers/FAST.SYS"), ReadFile("ram/drivers/fast.sys"));
 }
 
 #ifdef VXR_FAULT_POINTS
@@ -335,51 +279,6 @@ INSTANTIATE_TEST_SUITE_P(
         Answers{"Skips", "['skip']", "[]", false, 0, "ERROR:VXRDev_ValidateDir:SetupPromptForDisk():failed!"}),
     [](const auto &test) { return test.param.name; });
 
-TEST_F(DriverSearch, ValidatesDirectories) {
-  Begin(false);
-  WriteModel("a.inf", kId);
-  WriteFile("ram/Halcyra/own.inf", "");
-  char directory[MAX_PATH] = {};
-  DWORD required = 0;
-  EXPECT_TRUE(VXRDev_ValidateDir("*.inf", kDirectory, directory, sizeof(directory), &required));
-  EXPECT_STREQ(directory, kDirectory);
-  for (const char *none : {static_cast<const char *>(nullptr), ""}) {
-    EXPECT_TRUE(VXRDev_ValidateDir("*.inf", none, directory, sizeof(directory), &required));
-    EXPECT_STREQ(directory, "X:\\Halcyra");
-  }
-  ClearLog();
-  EXPECT_FALSE(VXRDev_ValidateDir("*.inf", kDirectory, directory, 0, &required));
-  EXPECT_THAT(Lines("ERROR"), IsEmpty());
-  EXPECT_FALSE(VXRDev_ValidateDir("*.inf", kDirectory, nullptr, sizeof(directory), &required));
-  EXPECT_FALSE(VXRDev_ValidateDir("*.inf", std::string(260, 'd').c_str(), directory, sizeof(directory), &required));
-  EXPECT_FALSE(VXRDev_ValidateDir("*.inf", kDirectory, directory, 10, &required)) << "cut, it would be another";
-  EXPECT_THAT(Lines("ERROR:VXRDev_ValidateDir:"), ElementsAre("szDirOut is NULL", StartsWith("directory does not fit"),
-                                                              StartsWith("directory does not fit")));
-}
-
-TEST_F(DriverSearch, FiltersByClass) {
-  Begin(false);
-  const std::string version = "[Version]\nSignature = \"$Windows NT$\"\n";
-  const std::pair<const char *, bool> cases[] = {
-      {"ClassGUID = {4d36e97b-e325-11ce-bfc1-08002be10318}", true},
-      {"ClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}", true},
-      {"ClassGUID = {4D36E96A-E325-11CE-BFC1-08002BE10318}", false},
-      {"ClassGUID = {4D36E97B}", false},
-      {"Class = SCSIAdapter", true},
-  };
-  for (const auto &[line, passes] : cases) {
-    WriteFile("ram/drivers/a.inf", version + line + "\n");
-    EXPECT_EQ(VXRDev_ValidateInfFile("X:\\drivers\\a.inf", &device->guDevice), passes) << line;
-  }
-  WriteFile("ram/drivers/a.inf", "no INF file");
-  EXPECT_TRUE(VXRDev_ValidateInfFile("X:\\drivers\\a.inf", &device->guDevice));
-  EXPECT_TRUE(VXRDev_ValidateInfFile("X:\\drivers\\none.inf", &device->guDevice));
-  EXPECT_TRUE(VXRDev_ValidateInfFile(nullptr, &device->guDevice));
-  EXPECT_TRUE(VXRDev_ValidateInfFile("X:\\drivers\\a.inf", nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ValidateInfFile:szInfFile is NULL\n"));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_ValidateInfFile:pGuid is NULL\n"));
-}
-
 TEST_F(DriverSearch, SkipsFilesOfAnotherClass) {
   Begin(false);
   WriteModel("b.inf", kId);
@@ -391,23 +290,6 @@ TEST_F(DriverSearch, SkipsFilesOfAnotherClass) {
   EXPECT_THAT(Lines("FLUSH:VXRDev_GetDriverInfDir:VXRDev_ValidateInfFile():failed for "),
               ElementsAre("[01]:X:\\drivers\\a.inf!"));
   EXPECT_THAT(Lines("FLUSH:VXRDev_LocateDriverInf:InfFile="), ElementsAre("X:\\drivers\\b.inf"));
-}
-
-TEST_F(DriverSearch, ListsInfFiles) {
-  Begin(false);
-  WriteModel("b.inf", kId);
-  WriteModel("A.INF", kId);
-  WriteFile("ram/drivers/not.inf", "");
-  WriteFile("ram/empty/readme.txt", "");
-  const HeapText files = VXRDev_GetInfFilesList(kDirectory);
-  ASSERT_NE(files, nullptr);
-  EXPECT_EQ(std::string(files.get(), 13), std::string("A.INF\0b.inf\0\0", 13));
-  ClearLog();
-  EXPECT_EQ(VXRDev_GetInfFilesList("X:\\empty"), nullptr);
-  EXPECT_THAT(Lines("ERROR"), IsEmpty());
-  EXPECT_EQ(VXRDev_GetInfFilesList("X:\\nowhere"), nullptr);
-  EXPECT_THAT(Lines("ERROR:VXRDev_GetInfFilesList:SetupGetInfFileList():failed!"),
-              ElementsAre(HasSubstr("msg=X:\\nowhere")));
 }
 
 // A path beyond the buffer of the walk is refused by one line, and the next file is tried.

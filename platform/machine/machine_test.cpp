@@ -81,13 +81,6 @@ TEST_F(OpeningTest, AMachineFromAText) {
   EXPECT_EQ(machine::Current(), nullptr);
 }
 
-TEST_F(OpeningTest, TheCodePageIsTheMachines) {
-  Open("", std::string(kStandardSystem) + "code_page = 932\n");
-  EXPECT_TRUE(platform::IsDBCSLeadByte(0x93));
-  Close();
-  EXPECT_FALSE(platform::IsDBCSLeadByte(0x93));
-}
-
 TEST_F(OpeningTest, CHostsAreServed) {
   EXPECT_EQ(ExtensionSizeFromC(), 80332u);
   EXPECT_FALSE(OpenFromC(Host("none.toml").c_str(), message, sizeof message));

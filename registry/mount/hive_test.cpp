@@ -9,6 +9,7 @@
 #include "registry/values.h"
 #include "restore/settings.h"
 #include "tests/support/restore_job.h"
+#include "tests/support/standard_machine.h"
 
 namespace {
 
@@ -33,60 +34,6 @@ class HiveMounting : public MachineTest {
   }
 };
 
-TEST_F(HiveMounting, MountsAndUnmounts) {
-  Open();
-  EXPECT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
-  EXPECT_STREQ(szCurHiveFile, "D:\\cfg\\system");
-  EXPECT_EQ(VXRReg_GetControlSetIndex(FALSE), 2u);
-  EXPECT_THAT(log, HasSubstr("FLUSH:VXREng_ExecCommand:szCmmd=X:\\Windows\\System32\\reg.exe LOAD HKLM\\SYSTEM_ORG "
-                             "D:\\cfg\\system\n"));
-  // A second one takes the first one's place.
-  EXPECT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\with blank\\system"));
-  EXPECT_EQ(VXRReg_GetControlSetIndex(FALSE), 1u);
-  EXPECT_THAT(log, HasSubstr("LOAD HKLM\\SYSTEM_ORG \"D:\\with blank\\system\"\n"));
-  log.clear();
-  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
-  EXPECT_EQ(szCurHiveFile, nullptr);
-  EXPECT_THAT(
-      log,
-      HasSubstr("CHECK:VXRReg_UnloadHive:unloading original hive D:\\with blank\\system at HKLM\\SYSTEM_ORG...\n"));
-  EXPECT_THAT(log,
-              HasSubstr("FLUSH:VXREng_ExecCommand:szCmmd=X:\\Windows\\System32\\reg.exe UNLOAD HKLM\\SYSTEM_ORG \n"));
-  log.clear();
-  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:no hive file found!\n"));
-  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
-}
-
-TEST_F(HiveMounting, AFailedLoadLeavesNothingMounted) {
-  Open();
-  const std::string tooLong = "D:\\" + std::string(500, 'a');
-  const struct {
-    const char *system, *file, *line;
-  } cases[] = {
-      {kSystem, nullptr, "ERROR:VXRReg_LoadHiveFile:szLoadFile is NULL\n"},
-      {nullptr, "D:\\cfg\\system", "ERROR:VXRReg_LoadHiveFile:szSysPath is NULL\n"},
-      {kSystem, "D:\\cfg\\absent", "reg.exe LOAD HKLM\\SYSTEM_ORG D:\\cfg\\absent\n"},
-      {"X:\\Else where", "D:\\cfg\\a+b",
-       "ERROR:VXRReg_LoadHiveFile:VXREng_ExecCommand():failed!ec=2:0x00000002:msg=\"X:\\Else where\\reg.exe\" LOAD "
-       "HKLM\\SYSTEM_ORG \"D:\\cfg\\a+b\"\n"},
-      {kSystem, tooLong.c_str(), "ERROR:VXRReg_LoadHiveFile:the LOAD command for D:\\aaa"},
-  };
-  for (const auto &c : cases) {
-    log.clear();
-    EXPECT_FALSE(VXRReg_LoadHiveFile(c.system, c.file));
-    EXPECT_THAT(log, HasSubstr(c.line));
-    EXPECT_EQ(szCurHiveFile, nullptr);
-  }
-  for (const unsigned allocation : {1u, 2u}) {
-    machine::SetFaultPlan({"HeapAlloc", allocation, false, 0});
-    EXPECT_FALSE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
-    machine::SetFaultPlan({});
-    EXPECT_EQ(szCurHiveFile, nullptr);
-  }
-  EXPECT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system")) << "none of them was mounted";
-}
-
 TEST_F(HiveMounting, AFailedUnloadIsForgotten) {
   Open();
   ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
@@ -98,17 +45,6 @@ TEST_F(HiveMounting, AFailedUnloadIsForgotten) {
   EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:VXREng_ExecCommand() failed!\n"));
   EXPECT_EQ(szCurHiveFile, nullptr);
   log.clear();
-  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
-  EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
-}
-
-TEST_F(HiveMounting, AnUnloadWithoutToolIsForgottenToo) {
-  Open();
-  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
-  log.clear();
-  EXPECT_FALSE(VXRReg_UnloadHive(nullptr));
-  EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:szSysPath is NULL\n"));
-  EXPECT_EQ(szCurHiveFile, nullptr);
   EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
   EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
 }
@@ -150,18 +86,6 @@ TEST_F(RestoredHive, IsMountedByTypeAndItsControlSetRecorded) {
   EXPECT_FALSE(VXRReg_LoadHive(1, gpVXRParaBlock)) << "there is no such file";
   EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:VXRReg_LoadHiveFile(X:\\Windows\\System32, "
                              "D:\\Windows\\system32\\config\\software) failed!\n"));
-}
-
-TEST_F(RestoredHive, CheckOnlyMountsNothing) {
-  Open();
-  VXREng_SetStatusWnd(window, 2);
-  VXR_PARABLOCK block = {};
-  EXPECT_TRUE(VXRReg_LoadHive(0, &block));
-  EXPECT_EQ(szCurHiveFile, nullptr);
-  EXPECT_EQ(statusLines, std::vector<std::string>{"Check only, bypass loading the original registry hive...\n"});
-  VXREng_SetStatusWnd(nullptr, 0);
-  EXPECT_FALSE(VXRReg_LoadHive(0, nullptr));
-  EXPECT_THAT(log, HasSubstr("ERROR:VXRReg_LoadHive:pVXRParaBlock is NULL\n"));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "platform/machine/description/description.h"
 
-#include <map>
 #include <regex>
 
 #include "platform/machine/description/records.h"
@@ -24,145 +23,42 @@ struct DescriptionTest : MachineTest {
   std::string error;
 };
 
-TEST_F(DescriptionTest, ReadsEveryKey) {
-  WriteFile("disk0.img", "x");
-  WriteFile("hives/SOFTWARE", "x");
+// What other tests' machines leave as it is by itself, or spell as it is kept.
+TEST_F(DescriptionTest, ReadsRareKeysAndSpellings) {
   ASSERT_TRUE(Read(R"([system]
 system_directory = 'X:\Windows\System32'
 windows_directory = 'x:\Windows\'
-os = { major = 6, minor = 1, build = 7601, platform = 2, sp_major = 1, sp_minor = 3, suite = 0x100, product = 3 }
-processor = { count = 2, architecture = 0, type = 586, level = 7, revision = 0x3A09 }
-memory = 8589934592
+os = { major = 6, minor = 1, sp_minor = 3 }
 page_size = 8192
 code_page = 932
 language = 0x0411
-clock = 2026-11-19T12:00:00Z
-program = 'C:\Tools\agent.exe'
-
-[names]
-computer = 'RESCUE'
-netbios = 'NB'
-dns_hostname = 'rescue'
-dns_domain = 'lan'
-dns_fully_qualified = 'full'
-physical_netbios = 'PNB'
-physical_dns_hostname = 'phost'
-physical_dns_domain = 'plan'
-physical_dns_fully_qualified = 'pfull'
-
 [[drive]]
 root = 'x:'
 type = 'fixed'
 path = 'ram'
 label = '日本'
-file_system = 'NTFS'
-serial = 0xFFFFFFFF
-flags = 7
-max_component = 110
-guid_path = '\\?\Volume{1}\'
-device_name = '\Device\HarddiskVolume1'
 unique_id = '01 02 aB'
-extents = [ { disk = 0, start = 1048576, length = 64420311040 }, { disk = 1, start = 0, length = 512 } ]
-
-[[disk]]
-number = 3
-image = 'disk0.img'
-geometry = { cylinders = 7832, heads = 255, sectors = 63, bytes = 4096 }
-interface = '\\?\scsi#disk'
-
 [[device]]
 instance = 'PCI\VEN_1000\3'
 class = 'scsiadapter'
-hardware_ids = ['a', 'b']
-compatible_ids = ['c']
-service = 'lsi'
-parent = 'acpi\PNP0A03\2'
-
 [[device]]
 instance = 'ACPI\PNP0A03\2'
 class = '{12345678-abcd-1234-1234-123456789abc}'
-
-[[hive]]
-key = 'SOFTWARE'
-file = 'hives/SOFTWARE'
-
 [registry.'SOFTWARE\Maker']
 text = 'ä'
-'' = 'default'
-number = 0xFFFFFFFF
-list = ['one', 'two']
-raw = { type = 3, hex = '01 ff' }
-
-[prompts]
-driver_directory = ['cancel', 'X:\日']
-cancel_search = ['yes', 'no']
 )")) << error;
-
   const machine::System &system = description.system;
-  EXPECT_EQ(description.file, Host("m.toml"));
-  EXPECT_EQ(system.systemDirectory, "X:\\Windows\\System32");
   EXPECT_EQ(system.windowsDirectory, "x:\\Windows");
-  EXPECT_THAT((std::vector<DWORD>{system.osMajor, system.osMinor, system.osBuild, system.osPlatform,
-                                  system.servicePackMajor, system.servicePackMinor, system.suite, system.product}),
-              ElementsAre(6, 1, 7601, 2, 1, 3, 0x100, 3));
-  EXPECT_THAT((std::vector<DWORD>{system.processorCount, system.processorArchitecture, system.processorType,
-                                  system.processorLevel, system.processorRevision, system.pageSize}),
-              ElementsAre(2, 0, 586, 7, 0x3A09, 8192));
-  EXPECT_EQ(system.memory, 8589934592u);
-  EXPECT_EQ(system.codePage, 932u);
-  EXPECT_EQ(system.language, 0x0411u);
-  EXPECT_EQ(system.clock, 1795089600);
-  EXPECT_EQ(system.program, "C:\\Tools\\agent.exe");
-
-  const machine::Names &names = description.names;
-  EXPECT_THAT((std::vector<std::string>{names.computer, names.netbios, names.dnsHostname, names.dnsDomain,
-                                        names.dnsFullyQualified, names.physicalNetbios, names.physicalDnsHostname,
-                                        names.physicalDnsDomain, names.physicalDnsFullyQualified}),
-              ElementsAre("RESCUE", "NB", "rescue", "lan", "full", "PNB", "phost", "plan", "pfull"));
-
+  EXPECT_THAT((std::vector<DWORD>{system.servicePackMinor, system.pageSize, system.codePage, system.language}),
+              ElementsAre(3, 8192, 932, 0x0411));
   const machine::Drive &drive = description.drives.at(0);
   EXPECT_EQ(drive.root, "X:\\");
-  EXPECT_EQ(drive.type, DRIVE_FIXED);
-  EXPECT_EQ(drive.path, Host("ram"));
   EXPECT_EQ(drive.label, "\x93\xFA\x96\x7B");
-  EXPECT_EQ(drive.fileSystem + drive.guidPath + drive.deviceName, "NTFS\\\\?\\Volume{1}\\\\Device\\HarddiskVolume1");
-  EXPECT_THAT((std::vector<DWORD>{drive.serial, drive.flags, drive.maxComponent}), ElementsAre(0xFFFFFFFF, 7, 110));
   EXPECT_THAT(drive.uniqueId, ElementsAre(1, 2, 0xAB));
-  ASSERT_EQ(drive.extents.size(), 2u);
-  EXPECT_EQ(drive.extents[0].length, 64420311040);
-  EXPECT_EQ(drive.extents[1].disk, 1u);
-
-  const machine::Disk &disk = description.disks.at(0);
-  EXPECT_EQ(disk.number, 3u);
-  EXPECT_EQ(disk.image, Host("disk0.img"));
-  EXPECT_EQ(disk.cylinders, 7832u);
-  EXPECT_THAT((std::vector<DWORD>{disk.heads, disk.sectors, disk.bytes}), ElementsAre(255, 63, 4096));
-  EXPECT_EQ(disk.interfacePath, "\\\\?\\scsi#disk");
-
-  const machine::Device &device = description.devices.at(0);
-  EXPECT_EQ(device.instance, "PCI\\VEN_1000\\3");
-  EXPECT_EQ(device.className + device.classGuid, "SCSIAdapter{4D36E97B-E325-11CE-BFC1-08002BE10318}");
-  EXPECT_THAT(device.hardwareIds, ElementsAre("a", "b"));
-  EXPECT_THAT(device.compatibleIds, ElementsAre("c"));
-  EXPECT_EQ(device.service + device.parent, "lsiacpi\\PNP0A03\\2");
-  EXPECT_EQ(description.devices.at(1).className, "");
-  EXPECT_EQ(description.devices.at(1).classGuid, "{12345678-ABCD-1234-1234-123456789ABC}");
-
-  EXPECT_EQ(description.hives.at(0).key, "SOFTWARE");
-  EXPECT_EQ(description.hives.at(0).file, Host("hives/SOFTWARE"));
-  ASSERT_EQ(description.registry.size(), 5u);
-  std::map<std::string, machine::RegistryValue> values;
-  for (const machine::RegistryValue &value : description.registry) {
-    EXPECT_EQ(value.key, "SOFTWARE\\Maker");
-    values[value.name] = value;
-  }
-  EXPECT_EQ(std::get<std::string>(values["text"].data), "\u00E4");  // kept in UTF-8
-  EXPECT_EQ(std::get<std::string>(values[""].data), "default");
-  EXPECT_EQ(std::get<std::uint32_t>(values["number"].data), 0xFFFFFFFF);
-  EXPECT_THAT(std::get<std::vector<std::string>>(values["list"].data), ElementsAre("one", "two"));
-  EXPECT_THAT(std::get<machine::RawValue>(values["raw"].data).bytes, ElementsAre(1, 0xFF));
-  EXPECT_THAT(description.prompts.driverDirectory, ElementsAre("cancel", "X:\\\x93\xFA"));
-  EXPECT_THAT(description.prompts.cancelSearch, ElementsAre("yes", "no"));
+  const machine::Device &known = description.devices.at(0), &other = description.devices.at(1);
+  EXPECT_EQ(known.className + known.classGuid, "SCSIAdapter{4D36E97B-E325-11CE-BFC1-08002BE10318}");
+  EXPECT_EQ(other.className + other.classGuid, "{12345678-ABCD-1234-1234-123456789ABC}");
+  EXPECT_EQ(std::get<std::string>(description.registry.at(0).data), "\u00E4") << "it is kept in UTF-8";
 }
 
 TEST_F(DescriptionTest, FillsInDefaults) {

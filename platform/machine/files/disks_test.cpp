@@ -31,7 +31,7 @@ class DisksTest : public HandlesTest {
 };
 
 TEST_F(DisksTest, DisksAnswerTheirNumber) {
-  Open(kDisk2);
+  Open(std::string(kDisk2) + "[[disk]]\nnumber = 1\n");
   const char *const names[] = {R"(\\.\PhysicalDrive2)", R"(\\.\PHYSICALDRIVE2)",
                                R"(\\?\SCSI#Disk&Ven_ACME#4&1a2b3c&0&000000#{53f56307-b6bf-11d0-94f2-00a0c91efb8b})"};
   for (const char *name : names) {
@@ -51,30 +51,17 @@ TEST_F(DisksTest, DisksAnswerTheirNumber) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
     EXPECT_TRUE(CloseHandle(disk));
   }
+  const HANDLE bare = OpenDisk(0, OPEN_EXISTING, R"(\\.\PhysicalDrive1)");
+  DISK_GEOMETRY geometry;
+  DWORD returned = 7;
+  EXPECT_FALSE(DeviceIoControl(bare, IOCTL_DISK_GET_DRIVE_GEOMETRY, nullptr, 0, &geometry, 24, &returned, nullptr))
+      << "nobody described it";
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
+  EXPECT_TRUE(CloseHandle(bare));
   for (const char *name : {R"(\\.\PhysicalDrive0)", R"(\\.\PhysicalDrive02)", R"(\\.\PhysicalDrive2\Partition1)",
                            R"(\\.\PhysicalDrive)", R"(\\.\PhysicalDrive4294967298)", R"(\\?\scsi#other)", R"(\\?\)"}) {
     EXPECT_EQ(OpenError(name, 0, OPEN_EXISTING), ERROR_FILE_NOT_FOUND) << name;
   }
-}
-
-TEST_F(DisksTest, TellTheirGeometry) {
-  Open(std::string(kDisk2) + kDisk0);
-  DISK_GEOMETRY geometry = {};
-  DWORD returned = 0;
-  const auto ask = [&](HANDLE disk, DWORD size) {
-    return DeviceIoControl(disk, IOCTL_DISK_GET_DRIVE_GEOMETRY, nullptr, 0, &geometry, size, &returned, nullptr);
-  };
-  const HANDLE disk = OpenDisk(0, OPEN_EXISTING, R"(\\.\PhysicalDrive2)"), bare = OpenDisk(0);
-  ASSERT_TRUE(ask(disk, sizeof geometry));
-  constexpr DISK_GEOMETRY kExpected = {{10}, FixedMedia, 255, 63, 512};
-  EXPECT_EQ(std::memcmp(&geometry, &kExpected, 24), 0);
-  EXPECT_EQ(returned, 24u);
-  EXPECT_FALSE(ask(disk, 23));
-  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-  EXPECT_EQ(returned, 0u);
-  EXPECT_FALSE(ask(bare, sizeof geometry)) << "nobody described it";
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_FUNCTION);
-  for (const HANDLE handle : {disk, bare}) EXPECT_TRUE(CloseHandle(handle));
 }
 
 TEST_F(DisksTest, OpenTheirImages) {
@@ -102,24 +89,6 @@ TEST_F(DisksTest, OpenTheirImages) {
   EXPECT_THAT(OpenError(R"(\\.\PhysicalDrive3)", GENERIC_WRITE, OPEN_EXISTING),
               testing::AnyOf(ERROR_WRITE_PROTECT, ERROR_ACCESS_DENIED))
       << "as the superuser or not";
-}
-
-TEST_F(DisksTest, TransferTheirSectorsAndNoOthers) {
-  Open(kDisk0);
-  std::string expected = ReadFile("disk.img");
-  const HANDLE disk = OpenDisk(GENERIC_ALL);
-  std::string buffer(2 * kSector, '\0');
-  DWORD count = 0;
-  EXPECT_EQ(SetFilePointer(disk, 3 * kSector, nullptr, FILE_BEGIN), 3 * kSector);
-  ASSERT_TRUE(platform::WriteFile(disk, std::string(kSector, 'X').data(), kSector, &count, nullptr));
-  EXPECT_EQ(count, kSector);
-  ASSERT_TRUE(platform::ReadFile(disk, buffer.data(), 2 * kSector, &count, nullptr));
-  EXPECT_EQ(buffer, std::string(kSector, 'e') + std::string(kSector, 'f'));
-  expected.replace(3 * kSector, kSector, kSector, 'X');
-  EXPECT_EQ(ReadFile("disk.img"), expected);
-  EXPECT_EQ(SetFilePointer(disk, 0, nullptr, FILE_END), 8 * kSector);
-  EXPECT_TRUE(FlushFileBuffers(disk));
-  EXPECT_TRUE(CloseHandle(disk));
 }
 
 TEST_F(DisksTest, RefuseOtherThanWholeSectorsOfTheirs) {

@@ -22,6 +22,7 @@
 #include "platform/machine/files/path_syntax.h"
 #include "platform/machine/files/storage.h"
 #include "platform/machine/host/listing.h"
+#include "vxrcore/machine.h"
 
 namespace machine {
 namespace {

@@ -9,32 +9,6 @@ namespace {
 
 using namespace platform;
 
-TEST(WildcardTest, MatchesAsWindowsDoes) {
-  const struct {
-    const char *pattern;
-    std::vector<const char *> matches, others;
-  } cases[] = {
-      {"*", {"a", "a.b", ".", "..", "a.b.c", ""}, {}},
-      {"*.*", {"a", "a.b", "."}, {}},
-      {"*.inf", {"a.inf", "A.INF", ".inf", "a.b.inf"}, {"a.inf2", "ainf", "a.in", "a.inf.bak", "inf"}},
-      {"*.", {"readme", ""}, {"a.b", "a.b.c"}},
-      {"oem?.inf", {"oem1.inf", "OEM.inf"}, {"oem12.inf", "oe.inf"}},
-      {"oem??.inf", {"oem1.inf", "oem.inf", "oem12.inf"}, {"oem123.inf"}},
-      {"?", {"a"}, {"ab", "a.b"}},
-      {"a?c", {"abc"}, {"ac", "a.c"}},
-      {"foo.*", {"foo", "foo.", "foo.txt", "foo.a.b"}, {"foot", "fo"}},
-      {"a*b*c", {"abc", "aXbYc", "abbcc"}, {"ab", "acb", "abcd"}},
-      {"*a", {"a", "aa", "ba", "b.a"}, {"ab"}},
-      {"*sys*", {"SYSTEM", "a.sys", "mysystem.ini"}, {"sy.s"}},
-      {"\xC3\xA4*", {"\xC3\x84rger", "\xC3\xA4"}, {"arger"}},
-  };
-  for (const auto &c : cases) {
-    const machine::NamePattern pattern = machine::MakePattern(c.pattern);
-    for (const char *name : c.matches) EXPECT_TRUE(machine::MatchesPattern(pattern, name)) << c.pattern << " " << name;
-    for (const char *name : c.others) EXPECT_FALSE(machine::MatchesPattern(pattern, name)) << c.pattern << " " << name;
-  }
-}
-
 TEST(WildcardTest, ManyStarsTakeNoLongTime) {
   std::string stars;
   for (int i = 0; i < 100; ++i) stars += "*a";
@@ -57,62 +31,20 @@ class SearchTest : public MachineTest {
   WIN32_FIND_DATAA data;
 };
 
-TEST_F(SearchTest, FindsNamesAndPatterns) {
+TEST_F(SearchTest, StaysOnTheDrive) {
   WriteFile("restored/Windows/inf/Mshdc.INF", "12345");
-  WriteFile("restored/Windows/inf/mshdc.pnf", "");
   WriteFile("secret/a.txt", "");
-  std::filesystem::create_directories(Host("restored/empty"));
   std::filesystem::create_symlink("../secret", Host("restored/out"));
   std::filesystem::create_symlink("Windows/inf/Mshdc.INF", Host("restored/link.inf"));
   Open();
   const struct {
     const char *pattern, *expected;
   } cases[] = {
-      {R"(D:\windows\INF\mshdc.inf)", "Mshdc.INF"},
-      {R"(D:\WINDOWS)", "Windows"},
-      {R"(D:\windows\inf\*.inf)", "Mshdc.INF"},
-      {R"(D:\windows\inf\MSHDC.I?F)", "Mshdc.INF"},
-      {R"(D:\windows\inf\*.sys)", "error 2"},
-      {R"(D:\windows\inf\absent.inf)", "error 2"},
-      {R"(D:\absent\*.inf)", "error 3"},
-      {R"(D:\absent\a.inf)", "error 3"},
-      {R"(D:\windows\inf\mshdc.inf\*)", "error 267"},
-      {R"(D:\Win*\inf\a.inf)", "error 123"},
-      {R"(D:\empty\*)", "."},
-      {R"(D:\empty\*.*)", "."},
-      {R"(D:\empty\*.inf)", "error 2"},
-      {R"(D:\empty\.\..\wind*)", "Windows"},
-      {R"(D:wind*)", "Windows"},
-      {R"(D:\)", "error 2"},
-      {R"(D:\Windows\)", "error 2"},
-      {R"(D:\Windows\.)", "Windows"},
-      {R"(D:\out\*)", "error 5"},
-      {R"(D:\out\a.txt)", "error 5"},
-      {R"(D:\LINK.inf)", "LINK.inf"},
-      {R"(D:\..\secret\*)", "error 5"},
-      {R"(Z:\*)", "error 3"},
-      {"", "error 3"},
-      {nullptr, "error 3"},
+      {R"(D:\out\*)", "error 5"},       {R"(D:\out\a.txt)", "error 5"}, {R"(D:\LINK.inf)", "LINK.inf"},
+      {R"(D:\..\secret\*)", "error 5"}, {nullptr, "error 3"},
   };
   for (const auto &c : cases) EXPECT_EQ(Find(c.pattern), c.expected) << (c.pattern ? c.pattern : "null");
   EXPECT_EQ(FindFirstFileA(R"(D:\*)", nullptr), INVALID_HANDLE_VALUE);
-}
-
-TEST_F(SearchTest, TellsTheEntry) {
-  WriteFile("restored/a.txt", "12345");
-  std::filesystem::last_write_time(
-      Host("restored/a.txt"), std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(1))));
-  Open();
-  ASSERT_EQ(Find(R"(D:\A.TXT)"), "a.txt");
-  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_NORMAL);
-  EXPECT_EQ(data.nFileSizeLow, 5u);
-  EXPECT_EQ(data.nFileSizeHigh, 0u);
-  EXPECT_EQ(data.ftLastWriteTime.dwHighDateTime, 0x019DB1DEu);
-  EXPECT_EQ(data.ftLastWriteTime.dwLowDateTime, 0xD53E8000u + 10000000u);
-  EXPECT_STREQ(data.cAlternateFileName, "");
-  std::filesystem::create_directories(Host("restored/dir"));
-  ASSERT_EQ(Find(R"(D:\dir)"), "dir");
-  EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY);
 }
 
 }  // namespace

@@ -37,55 +37,6 @@ class VolumesTest : public HandlesTest {
   }
 };
 
-TEST_F(VolumesTest, RootsComeByLetter) {
-  Open(kDrives);
-  constexpr char kRoots[] = "B:\\\0C:\\\0D:\\\0X:\\\0";
-  char buffer[32];
-  std::memset(buffer, '#', sizeof buffer);
-  EXPECT_EQ(GetLogicalDriveStringsA(0, nullptr), 17u);
-  EXPECT_EQ(GetLogicalDriveStringsA(16, buffer), 17u);
-  EXPECT_EQ(buffer[0], '#');
-  EXPECT_EQ(GetLogicalDriveStringsA(17, buffer), 16u);
-  EXPECT_EQ(std::memcmp(buffer, kRoots, 17), 0);
-  EXPECT_EQ(buffer[17], '#');
-}
-
-TEST_F(VolumesTest, TellTheirFacts) {
-  Open(kDrives);
-  char label[16] = {}, fileSystem[16] = {};
-  DWORD serial = 0, longest = 0, flags = 0;
-  ASSERT_TRUE(GetVolumeInformationA("c:\\", label, 16, &serial, &longest, &flags, fileSystem, 16));
-  EXPECT_STREQ(label, "System");
-  EXPECT_STREQ(fileSystem, "NTFS");
-  EXPECT_EQ(serial, 0xDEADBEEF);
-  EXPECT_EQ(longest, 200u);
-  EXPECT_EQ(flags, 0x700FFu);
-  const struct {
-    const char *root;
-    DWORD labelSize, fileSystemSize, error;
-  } cases[] = {
-      {"C:\\", 7, 5, NO_ERROR},
-      {"C:\\", 6, 5, ERROR_BAD_LENGTH},
-      {"C:\\", 7, 4, ERROR_BAD_LENGTH},
-      {"C:\\", 0, 16, ERROR_BAD_LENGTH},
-      {"B:\\", 16, 16, ERROR_NOT_READY},
-      {"Q:\\", 16, 16, ERROR_PATH_NOT_FOUND},
-      {"C:\\Windows\\", 16, 16, ERROR_PATH_NOT_FOUND},
-      {"\\", 16, 16, ERROR_PATH_NOT_FOUND},
-      {"C:", 16, 16, ERROR_INVALID_NAME},
-      {"", 16, 16, ERROR_INVALID_NAME},
-      {nullptr, 16, 16, ERROR_INVALID_NAME},
-  };
-  for (const auto &c : cases) {
-    label[0] = '#';
-    const BOOL told =
-        GetVolumeInformationA(c.root, label, c.labelSize, nullptr, nullptr, nullptr, fileSystem, c.fileSystemSize);
-    EXPECT_EQ(told ? NO_ERROR : GetLastError(), c.error) << (c.root ? c.root : "null") << ' ' << c.labelSize;
-    EXPECT_EQ(label[0] != '#', c.error == NO_ERROR);
-  }
-  EXPECT_TRUE(GetVolumeInformationA("C:\\", nullptr, 0, nullptr, nullptr, nullptr, nullptr, 0));
-}
-
 TEST_F(VolumesTest, NamesEndInABackslash) {
   Open(kDrives);
   const struct {
@@ -104,27 +55,6 @@ TEST_F(VolumesTest, NamesEndInABackslash) {
     EXPECT_EQ(told ? NO_ERROR : GetLastError(), c.error) << c.root << ' ' << c.size;
     EXPECT_EQ(std::strlen(name), c.error == NO_ERROR ? 49u : 0u);
     EXPECT_EQ(name[48], c.error == NO_ERROR ? '\\' : '\0');
-  }
-}
-
-TEST_F(VolumesTest, OpenByGuidPath) {
-  Open(kDrives);
-  const struct {
-    std::string name;
-    DWORD access, disposition, error;
-  } cases[] = {
-      {kVolumeC, 0, OPEN_EXISTING, NO_ERROR},
-      {kVolumeB, 0, OPEN_EXISTING, NO_ERROR},
-      {kVolumeC, GENERIC_READ, OPEN_EXISTING, ERROR_ACCESS_DENIED},
-      {kVolumeC, 0, OPEN_ALWAYS, ERROR_INVALID_PARAMETER},
-      {std::string(kVolumeC) + "\\", 0, OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
-      {std::string(kVolumeB) + "\\", 0, OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
-      {std::string(kVolumeC) + "\\\\", 0, OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
-      {R"(\\?\Volume{00000000-0000-0000-0000-000000000000})", 0, OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
-      {R"(\\?\)", 0, OPEN_EXISTING, ERROR_FILE_NOT_FOUND},
-  };
-  for (const auto &c : cases) {
-    EXPECT_EQ(OpenError(c.name.c_str(), c.access, c.disposition), c.error) << c.name << ' ' << c.access;
   }
 }
 

@@ -75,27 +75,5 @@ TEST(Decoration, RefusesOtherForms) {
   }
 }
 
-TEST(Decoration, ChoosesTheBest) {
-  const System win7 = SystemOf(kAmd64, 6, 1, 1);
-  const System win7x86 = SystemOf(kX86, 6, 1, 1);
-  const struct {
-    std::vector<std::string_view> decorations;
-    const System &system;
-    const char *best;
-  } cases[] = {
-      {{"NTamd64", "NTamd64.6.0", "NTamd64.5.2"}, win7, "NTamd64.6.0"},
-      {{"NTamd64.6.1", "NTamd64.6.0.1.0x10"}, win7, "NTamd64.6.1"},
-      {{"NTamd64.6.1", "NTamd64.6.1.1"}, win7, "NTamd64.6.1.1"},
-      {{"NTamd64.6.1.1", "NTamd64.6.1..0x10"}, win7, "NTamd64.6.1.1"},
-      {{"NT.6.1", "NTx86.6.1"}, win7x86, "NTx86.6.1"},
-      {{"NTx86", "NT"}, win7x86, "NTx86"},
-      {{"NTx86", "NT.6.1"}, win7x86, "NT.6.1"},
-      {{"NTx86", "NTamd64.6.2", "nonsense"}, win7, ""},
-      {{"NTamd64", "ntAMD64"}, win7, "NTamd64"},
-      {{}, win7, ""},
-  };
-  for (const auto &one : cases) EXPECT_EQ(BestDecoration(one.decorations, one.system), one.best);
-}
-
 }  // namespace
 }  // namespace machine

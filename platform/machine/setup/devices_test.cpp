@@ -157,36 +157,6 @@ TEST_F(DevicesTest, GivesPropertiesParentsAndClassNames) {
   EXPECT_TRUE(SetupDiDestroyDeviceInfoList(set));
 }
 
-TEST_F(DevicesTest, GivesDiskInterfaces) {
-  Open(kDevices);
-  const HDEVINFO set = SetupDiGetClassDevsA(&kDiskInterface, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
-  std::vector<std::string> paths;
-  SP_DEVICE_INTERFACE_DATA found = {};
-  found.cbSize = sizeof found;
-  DWORD index = 0;
-  for (; SetupDiEnumDeviceInterfaces(set, nullptr, &kDiskInterface, index, &found); ++index) {
-    DWORD size = 0;
-    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(set, &found, nullptr, 0, &size, nullptr));
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-    std::vector<DWORD> memory(size / sizeof(DWORD) + 1);
-    auto *detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A *>(memory.data());
-    SP_DEVINFO_DATA device = {};
-    device.cbSize = sizeof device;
-    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(set, &found, detail, size, nullptr, &device));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_USER_BUFFER);
-    detail->cbSize = sizeof *detail;
-    EXPECT_FALSE(SetupDiGetDeviceInterfaceDetailA(set, &found, detail, size - 1, nullptr, &device));
-    EXPECT_TRUE(SetupDiGetDeviceInterfaceDetailA(set, &found, detail, size, nullptr, &device));
-    EXPECT_EQ(device.DevInst, index == 0 ? 1u : 0u);
-    paths.emplace_back(detail->DevicePath);
-  }
-  EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
-  EXPECT_THAT(paths, ElementsAre("\\\\?\\scsi#disk&ven_acme#4&1#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}",
-                                 "\\\\?\\usb#unknown#1#{53f56307-b6bf-11d0-94f2-00a0c91efb8b}"));
-  EXPECT_FALSE(SetupDiEnumDeviceInterfaces(set, nullptr, &kScsiAdapter, 0, &found));
-  EXPECT_TRUE(SetupDiDestroyDeviceInfoList(set));
-}
-
 TEST(DriverVersion, ParsesDatesAndVersions) {
   EXPECT_EQ(machine::TicksOf(machine::ParseDriverDate("01/01/1970")), 116444736000000000u);
   EXPECT_EQ(machine::TicksOf(machine::ParseDriverDate("12-31-1601")), uint64_t{364} * 86400 * 10000000);

@@ -141,13 +141,6 @@ TEST_F(DriversTest, TakesTheModelsSectionForTheSystem) {
   }
 }
 
-TEST_F(DriversTest, PassesOverLinesThatNameNoId) {
-  Open(kController);
-  EXPECT_THAT(Sections("[Manufacturer]\nm=M\n[M]\nHW0\nHW0,HW0\na=HW0\nb=i,\nc=,HW0\n"), ElementsAre(""));
-  EXPECT_THAT(Sections("[Manufacturer]\nm=M\n"), ElementsAre());
-  EXPECT_THAT(Sections(""), ElementsAre());
-}
-
 TEST_F(DriversTest, FillsTheRecords) {
   const std::string longText(400, 'n');
   WriteFile("ram/drivers/d.inf", std::string(kVersion) +
@@ -213,18 +206,6 @@ TEST_F(DriversTest, SearchesADirectory) {
   EXPECT_THAT(sections, ElementsAre("high", "low", "old", "later", "worse"));
   EXPECT_EQ(Drivers("X:\\Windows\\inf", 0).size(), 5u);
   EXPECT_EQ(VXRMachine_InfReads(), 7u);
-}
-
-TEST_F(DriversTest, FailsOnFilesThatCannotServe) {
-  WriteFile("ram/drivers/old.inf", "[Version]\n");
-  Open(kController);
-  const std::pair<const char *, DWORD> cases[] = {{"X:\\drivers\\none.inf", ERROR_FILE_NOT_FOUND},
-                                                  {"X:\\drivers\\old.inf", ERROR_WRONG_INF_STYLE},
-                                                  {"", ERROR_INVALID_PARAMETER}};
-  for (const auto &[path, expected] : cases) {
-    EXPECT_TRUE(Drivers(path).empty());
-    EXPECT_EQ(error, expected) << path;
-  }
 }
 
 }  // namespace

@@ -83,12 +83,16 @@ TEST_F(ProcessesTest, CopiesFiles) {
 }
 
 TEST_F(ProcessesTest, LoadsAndUnloadsHives) {
+  WriteFile("ram/cmd/cmd.exe", "");
   WriteHive(Host("restored/SYSTEM"), {NumberValue("Select", "Current", 1)});
   Open();
   EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe LOAD HKLM\SYSTEM_ORG)"), "1");
   EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe LOAD HKCU\SYSTEM_ORG D:\system)"), "1");
   EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe UNLOAD HKLM\SYSTEM_ORG )"), "1") << "nothing is mounted";
-  EXPECT_EQ(Run(R"(X:\Windows\System32\reg.exe QUERY HKLM\SYSTEM_ORG)"), "error 2");
+  for (const char *unknown : {R"(X:\Windows\System32\reg.exe QUERY HKLM\SYSTEM_ORG)",
+                              R"(X:\cmd\cmd.exe /c copy /y X:\a X:\b)", R"(cmd.exe /c del X:\a)", "cmd.exe /c copy"}) {
+    EXPECT_EQ(Run(unknown), "error 2") << unknown;
+  }
   HKEY key = nullptr;
   EXPECT_EQ(Run(R"("x:\windows\system32\REG" load hklm\SYSTEM_ORG D:\system)"), "0");
   EXPECT_EQ(RegOpenKeyA(HKEY_LOCAL_MACHINE, R"(SYSTEM_ORG\Select)", &key), ERROR_SUCCESS);

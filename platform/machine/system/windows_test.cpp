@@ -15,15 +15,6 @@ struct WindowsTest : MachineTest {
   HWND Window() const { return static_cast<HWND>(window); }
 };
 
-TEST_F(WindowsTest, ReportsEachText) {
-  Open();
-  EXPECT_TRUE(platform::SetWindowTextA(Window(), "first"));
-  EXPECT_TRUE(platform::SetWindowTextA(Window(), "second\n"));
-  EXPECT_EQ(platform::GetWindowTextLengthA(Window()), 7);
-  EXPECT_TRUE(platform::SetWindowTextA(Window(), nullptr));
-  EXPECT_THAT(statusLines, ElementsAre("first", "second\n", ""));
-}
-
 TEST_F(WindowsTest, InsertsAtTheSelection) {
   Open();
   const auto insert = [this](WPARAM begin, LPARAM end, const char *text) {
@@ -40,23 +31,6 @@ TEST_F(WindowsTest, InsertsAtTheSelection) {
   EXPECT_EQ(insert(0, -1, "all"), "all");
   platform::SendMessageA(Window(), EM_SETSEL, 1, 2);
   EXPECT_EQ(insert(static_cast<WPARAM>(-1), 0, "-"), "al-l");
-}
-
-TEST_F(WindowsTest, KnowsItsWindows) {
-  EXPECT_EQ(VXRMachine_CreateWindow(nullptr, nullptr), nullptr);
-  EXPECT_FALSE(platform::SetWindowTextA(nullptr, "x"));
-  EXPECT_EQ(platform::GetLastError(), ERROR_NOT_READY);
-  Open();
-  void *silent = VXRMachine_CreateWindow(nullptr, nullptr);
-  EXPECT_TRUE(platform::SetWindowTextA(static_cast<HWND>(silent), "nobody sees it"));
-  VXRMachine_DestroyWindow(silent);
-  EXPECT_FALSE(platform::SetWindowTextA(static_cast<HWND>(silent), "x"));
-  EXPECT_EQ(platform::GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
-  EXPECT_EQ(platform::GetWindowTextLengthA(nullptr), 0);
-  const HWND old = Window();
-  Close();
-  Open();
-  EXPECT_FALSE(platform::SetWindowTextA(old, "a window of the machine before"));
 }
 
 TEST_F(WindowsTest, AWindowMayEndInItsCallback) {
@@ -129,19 +103,6 @@ TEST_F(PromptsTest, ARehearsalRepeatsTheAnswers) {
     ASSERT_TRUE(VXRMachine_Rehearse(0));
   }
   EXPECT_EQ(Ask(), DPROMPT_SKIPFILE) << "a rehearsal uses no answer up";
-}
-
-TEST_F(PromptsTest, AsksNothingWhereTheFileIs) {
-  OpenWith("[prompts]\ndriver_directory = ['skip']\n");
-  EXPECT_EQ(Ask("X:\\more"), DPROMPT_SUCCESS);
-  EXPECT_STREQ(answer.data(), "X:\\more");
-  EXPECT_EQ(Ask(), DPROMPT_SKIPFILE);
-}
-
-TEST_F(PromptsTest, FailsWithoutAMachine) {
-  EXPECT_EQ(Ask(), DPROMPT_CANCEL);
-  EXPECT_EQ(platform::GetLastError(), ERROR_NOT_READY);
-  EXPECT_EQ(Confirm(), 0);
 }
 
 // A terminal in the place of standard input and standard error.

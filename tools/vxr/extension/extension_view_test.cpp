@@ -99,28 +99,6 @@ TEST(ExtensionViewTest, TimesAreUtc) {
   for (const auto &each : cases) EXPECT_EQ(TimeText(Le64(each.units)), each.text);
 }
 
-TEST(ExtensionViewTest, QueriesAreFoundByNameAndNumber) {
-  const ClassName *volume = FindClass("vxreq_VOLUME");
-  ASSERT_NE(volume, nullptr);
-  EXPECT_EQ(FindClass("0"), volume);
-  EXPECT_EQ(FindClass("4"), nullptr);
-  EXPECT_EQ(FindClass(""), nullptr);
-  const struct {
-    const char *text;
-    std::uint32_t code;  // 0xFFFFFFFF: none
-  } cases[] = {{"label", VXREQV_Label},    {"VXREQV_Label", VXREQV_Label}, {"7", VXREQV_Label},
-               {"0x2000000F", 0x2000000F}, {"0xE000000f", 0xE000000F},     {"31", VXREQV_DiskSrvImage},
-               {"32", 0xFFFFFFFF},         {"0x80000005", 0xFFFFFFFF},     {"0x", 0xFFFFFFFF},
-               {"7x", 0xFFFFFFFF},         {"4294967303", 0xFFFFFFFF},     {"VXREQS_Label", 0xFFFFFFFF}};
-  for (const auto &each : cases) {
-    std::uint32_t code = 0xFFFFFFFF;
-    FindItem(*volume, each.text, &code);
-    EXPECT_EQ(code, each.code) << each.text;
-  }
-  // Names and codes stand in one order, so that the list of names may be read as a table.
-  for (std::size_t i = 0; i < volume->items.size(); ++i) EXPECT_EQ(volume->items[i].code, i);
-}
-
 TEST(ExtensionViewTest, AnswersTakeTheirForm) {
   const std::vector<std::uint8_t> minusOne(4, 0xFF);
   EXPECT_THAT(AnswerLines(AnswerForm::kSigned, minusOne, 1252), ElementsAre("-1"));

@@ -55,44 +55,6 @@ TEST(StatusLines, CauseIsTheFirstErrorSinceTheLineBefore) {
   EXPECT_EQ(AddStatusLine(&record, "Failed to locate the restored system volume!\n").cause, "");
 }
 
-TEST(Devices, TakeTheDriverOfTheirSuccessfulFile) {
-  RunRecord record;
-  AddStatusLine(&record, "Checking device with id disk...\n");
-  AddStatusLine(&record, "Checking device with id PCI\\A for B...\n");
-  Event(&record, VXRMACHINE_DRIVER_CHOSEN, "X:\\d\\one.inf", "One", "PCI\\1");
-  Event(&record, VXRMACHINE_DRIVER_CHOSEN, "X:\\d for e\\two.inf", "Two", "PCI\\2");
-  AddStatusLine(&record, "Successfully processed X:\\d for e\\two.inf for PCI\\A for B...\n");
-  AddStatusLine(&record, "Checking device with id PCI\\C...\n");
-  AddStatusLine(&record, "Failed to locate driver files for device PCI\\C");
-  ASSERT_EQ(record.devices.size(), 3u);
-  EXPECT_EQ(record.devices[0].infFile, "");
-  EXPECT_FALSE(record.devices[0].failed);
-  EXPECT_EQ(record.devices[1].infFile, "X:\\d for e\\two.inf");
-  EXPECT_EQ(record.devices[1].driver, "Two");
-  EXPECT_EQ(record.devices[1].hardwareId, "PCI\\2");
-  EXPECT_EQ(record.devices[2].infFile, "");
-  EXPECT_TRUE(record.devices[2].failed);
-}
-
-TEST(Copies, LastAttemptAtAFileCounts) {
-  RunRecord record;
-  Event(&record, VXRMACHINE_FILE_NOT_COPIED, "D:\\A.SYS", "disk full");
-  Event(&record, VXRMACHINE_FILE_COPIED, "D:\\A.SYS", "X:\\A.SYS", nullptr, 7);
-  Event(&record, VXRMACHINE_FILE_NOT_COPIED, "D:\\B.SYS", "disk full", nullptr, 1);
-  Event(&record, VXRMACHINE_FILE_NOT_COPIED, "D:\\B.SYS", "disk still full", nullptr, 1);
-  AddStatusLine(&record, "Check only, bypassed copying X:\\C.SYS -> D:\\C.SYS...\n");
-  ASSERT_EQ(record.copies.size(), 3u);
-  EXPECT_TRUE(record.copies[0].copied);
-  EXPECT_EQ(record.copies[0].size, 7u);
-  EXPECT_EQ(record.copies[1].reason, "disk still full");
-  EXPECT_TRUE(record.copies[1].keptOld);
-  EXPECT_EQ(record.copies[2].source, "X:\\C.SYS");
-  EXPECT_EQ(record.copies[2].target, "D:\\C.SYS");
-  EXPECT_FALSE(record.copies[2].copied);
-  EXPECT_TRUE(HasProblems(record)) << "a kept old file is a problem although the run succeeds";
-}
-
-// The file of an INF file that was refused stays behind, unless a device has, or later gets, its driver from it.
 TEST(Copies, OfARefusedInfFileAreLeftOver) {
   RunRecord record;
   const auto copy = [&](const char *target) { Event(&record, VXRMACHINE_FILE_COPIED, target, "X:\\F", nullptr, 7); };
