@@ -10,6 +10,7 @@
 #include "platform/machine/description/records.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/text/fold_name.h"
+#include "vxrcore/machine.h"
 
 namespace machine {
 namespace {

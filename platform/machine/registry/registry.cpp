@@ -9,6 +9,7 @@
 #include "platform/machine/base/report.h"
 #include "platform/machine/registry/registry_state.h"
 #include "platform/text/code_page.h"
+#include "vxrcore/machine.h"
 
 namespace machine {
 namespace {

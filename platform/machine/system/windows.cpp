@@ -11,6 +11,7 @@
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
+#include "vxrcore/machine.h"
 
 namespace {
 
