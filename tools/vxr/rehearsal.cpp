@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <filesystem>
 
+#ifndef _WIN32
+#include "tools/vxr/candidates.h"
+#endif
 #include "tools/vxr/machine_session.h"
 #include "vxrcore/machine.h"
 
@@ -87,6 +90,23 @@ bool IsTold(const StatusLine &line, const RunRecord &verified, const std::vector
   return follows && !problems.empty();
 }
 
+// Why files were refused whose drivers the verification found.
+void AddRefusedDrivers(const RunRecord &verified, Rehearsal *rehearsal) {
+#ifndef _WIN32
+  ExplainFailures(&rehearsal->record);
+#endif
+  for (const DeviceRecord &device : rehearsal->record.devices) {
+    for (const Candidate &candidate : device.candidates) {
+      const bool found = std::any_of(verified.devices.begin(), verified.devices.end(), [&](const auto &other) {
+        return other.instance == device.instance && other.infFile == candidate.inf;
+      });
+      if (!found) continue;
+      AddProblem(&rehearsal->problems, {candidate.inf, "an injection would not take it: " + candidate.text,
+                                        "Mend the INF file, or put one that fits in its place."});
+    }
+  }
+}
+
 void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
   std::vector<RehearsalProblem> *problems = &rehearsal->problems;
   for (const HiveRecord &hive : rehearsal->record.hives) {
@@ -101,6 +121,7 @@ void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
                                             : "an injection could not write " + value.name + ": ";
     AddProblem(problems, ProblemOf(value.key, what, value.reason, FindResultCode(kHiveCode).advice));
   }
+  if (problems->empty()) AddRefusedDrivers(verified, rehearsal);
   for (const StatusLine &line : rehearsal->record.lines) {
     if (IsTold(line, verified, *problems)) continue;
     // The verification found the driver.
@@ -120,6 +141,7 @@ void TakeCopies(const RunRecord &rehearsed, RunRecord *verified) {
       copy.size = other.size;
       copy.reason = other.reason;
       copy.keptOld = other.keptOld;
+      if (other.use == CopyUse::kLeftOver) copy.use = other.use;
     }
   }
 }
