@@ -240,6 +240,7 @@ BOOL VXRDev_GetDevInfoData(DWORD deviceType, const char *szInstanceID, VXR_DEVIC
   }
   VXRDbg_Log(kError, "ERROR:%s:failed to find devinfodata for %s!ec=0x%08x\n", __func__, szInstanceID,
              platform::GetLastError());
+  platform::ReportDecision(VXRMACHINE_DEVICE_OF_OTHER_CLASS, szInstanceID, nullptr, deviceType);
   return FALSE;
 }
 

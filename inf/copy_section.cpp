@@ -91,6 +91,12 @@ HeapText SourcePath(const char *szInfDir, const char *name, const char *runningI
   return source;
 }
 
+// The copy ends before anything is known of the source or the target but their name.
+BOOL GiveUp(const char *fileName) {
+  ReportRefusal(VXRMACHINE_REFUSED_FILE_NOT_COPIED, fileName);
+  return FALSE;
+}
+
 BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const char *caller) {
   if (!bInject) {
     VXREng_StatusMsg(kProgress, "Check only, bypassed copying %s -> %s...\n", source, target);
@@ -158,10 +164,10 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   const HeapText runningInf = VXREng_GetStringAs(VXR_DIR_WPEINF, nullptr);
   if (runningInf == nullptr) {
     LogFailure("VXREng_GetStringAs", "VXR_DIR_WPEINF");
-    return FALSE;
+    return GiveUp(szFileName);
   }
   const HeapText source = SourcePath(szInfDir, szFileName, runningInf.get(), __func__);
-  if (source == nullptr) return FALSE;
+  if (source == nullptr) return GiveUp(szFileName);
   if (!VXREng_FileExists(source.get())) {
     VXREng_StatusMsg(kFileNotFound, "Failed to locate file %s!\n", source.get());
     ReportRefusal(VXRMACHINE_REFUSED_FILE_MISSING, source.get());
@@ -169,7 +175,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   }
   VXRDbg_Log(kCheck, "CHECK:%s:source is %s\n", __func__, source.get());
   const HeapText target = CataloguePath(DestinationOf(szFileName).target, szFileName, __func__);
-  if (target == nullptr) return FALSE;
+  if (target == nullptr) return GiveUp(szFileName);
   VXRDbg_Log(kCheck, "CHECK:%s:target is %s....\n", __func__, target.get());
   return CopyOrCheck(source.get(), target.get(), pVXRDriver->bInject, __func__);
 }
