@@ -24,7 +24,10 @@ constexpr ResultCode kCodes[] = {
     {9, "Failed to initialize the Bare Metal extension information", "the extension file cannot be used",
      "Check the job's BMEFile: a file of 80,332 bytes that was written at backup time.", true},
     {11, "Failed to locate file ", "a driver file is missing",
-     "Put the file beside its INF file, or complete the driver package.", false},
+     "Put the file beside its INF file, or complete the driver package (for the running system's own INF files: into "
+     "its "
+     "System32\\drivers).",
+     false},
     {13, "Failed to copy ", "a driver file was not copied",
      "Check free space and write access on the restored volume, then run again.", false},
     {14, "Failed to locate the restored system volume", "the restored volume is not known",
