@@ -327,6 +327,7 @@ a link to a file to come|2|would replace .*/l.ini|@/y.bme --includes @/l.ini|ln 
 includes file the machine file|2|is the machine file|@/x.bme --includes @/machine.toml
 includes file an extension file|2|is an extension file|@/x.bme --includes @/old.bme|"$make_extension" old.bme
 a live hive|2|would replace the hive of SYSTEM|C:\windows\SYSTEM32\config\System
+a live hive's log|2|would replace a log of the hive of SYSTEM|C:\windows\SYSTEM32\config\system.log1|touch c/WINDOWS/system32/config/SYSTEM.LOG1
 read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
 a letter that the code page lacks|2|C:.backup.日.bme: .* code page 1252 lacks; use another name|C:\backup\日.bme
 system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml
