@@ -100,7 +100,7 @@ void AddRefusedDrivers(const RunRecord &verified, Rehearsal *rehearsal) {
       const bool found = std::any_of(verified.devices.begin(), verified.devices.end(), [&](const auto &other) {
         return other.instance == device.instance && other.infFile == candidate.inf;
       });
-      if (!found) continue;
+      if (!found || candidate.reason == "not_reached" || candidate.reason == "other") continue;  // the log tells more
       AddProblem(&rehearsal->problems, {candidate.inf, "an injection would not take it: " + candidate.text,
                                         "Mend the INF file, or put one that fits in its place."});
     }
@@ -109,6 +109,10 @@ void AddRefusedDrivers(const RunRecord &verified, Rehearsal *rehearsal) {
 
 void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
   std::vector<RehearsalProblem> *problems = &rehearsal->problems;
+  if (!rehearsal->record.scanProblem.empty() && verified.scanProblem.empty()) {
+    AddProblem(problems, {"", "An injection would not find the boot disk (log: " + rehearsal->record.scanProblem + ")",
+                          "Check the job's Disk."});
+  }
   for (const HiveRecord &hive : rehearsal->record.hives) {
     if (!hive.reason.empty()) AddProblem(problems, HiveProblem(hive));
   }
