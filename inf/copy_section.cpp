@@ -89,6 +89,12 @@ HeapText SourcePath(const char *szInfDir, const char *name, const char *runningI
   return source;
 }
 
+// The copy ends before anything is known of the source or the target but their name.
+BOOL GiveUp(const char *fileName) {
+  ReportRefusal(VXRMACHINE_REFUSED_FILE_NOT_COPIED, fileName);
+  return FALSE;
+}
+
 BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const Caller &trace) {
   if (!bInject) {
     VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypassed copying %s -> %s...\n", source, target);
@@ -156,10 +162,10 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   const HeapText runningInf = VXREng_GetStringAs(VXR_DIR_WPEINF, nullptr);
   if (runningInf == nullptr) {
     trace.Failed("VXREng_GetStringAs", "VXR_DIR_WPEINF");
-    return FALSE;
+    return GiveUp(szFileName);
   }
   const HeapText source = SourcePath(szInfDir, szFileName, runningInf.get(), trace);
-  if (source == nullptr) return FALSE;
+  if (source == nullptr) return GiveUp(szFileName);
   if (!VXREng_FileExists(source.get())) {
     VXREng_StatusMsg(VXR_RESULT_FILE_MISSING, "Failed to locate file %s!\n", source.get());
     ReportRefusal(VXRMACHINE_REFUSED_FILE_MISSING, source.get());
@@ -167,7 +173,7 @@ BOOL VXRDev_ProcessCopyFile(HINF, const char *szInfDir, char *szFileName, VXR_DR
   }
   trace.Check("source is %s\n", source.get());
   const HeapText target = CataloguePath(DestinationOf(szFileName).target, szFileName, trace);
-  if (target == nullptr) return FALSE;
+  if (target == nullptr) return GiveUp(szFileName);
   trace.Check("target is %s....\n", target.get());
   return CopyOrCheck(source.get(), target.get(), pVXRDriver->bInject, trace);
 }

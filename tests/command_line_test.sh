@@ -150,10 +150,13 @@ no INF file|3|X:.drivers holds no INF file: put|rm ram/drivers/*.inf
 INF files below|3|such as X:.drivers.a\.$|mkdir ram/drivers/a && mv ram/drivers/*.inf ram/drivers/a
 InfDir missing|3|X:.drivers does not exist|rm -r ram/drivers
 InfDir of the host|3|is a path of this computer|sed -i "s#^InfDir.*#InfDir = '/tmp/x'#" machine.toml
-no INF file that fits|3|no file here lists the device|rm ram/drivers/nbstor.inf ram/drivers/longvale.inf
+InfDir a file|3|nbstor.inf is no directory|sed -i 's/^InfDir.*drivers/&\\nbstor.inf/' machine.toml
+no INF file that fits|3|no file here lists the device .X:.drivers and below|rm ram/drivers/nbstor.inf ram/drivers/longvale.inf
 INF file of 10.0|3|longvale.*needs 10.0 exactly; the restored system is 6.1|rm ram/drivers/nbstor.inf
 another bus|3|nvme.* is on neither an IDE nor a SCSI bus|sed -i 's/?.scsi#disk/?\\nvme#disk/; s/SCSI.Disk&Ven/NVME\\Disk\&Ven/' machine.toml
 disk without parent|3|no controller stands above it|sed -i '/^parent = .PCI/d' machine.toml
+controller of another class|3|is not of the class SCSIAdapter|sed -i "s/'SCSIAdapter'/'hdc'/" machine.toml
+OSVerMaj missing|3|nor OSVerMaj says which Windows was restored|sed -i "s/^BMEFile.*/HAL = 9/; s/^RootPath.*/RootPath = 'D:\\\\Windows'/" machine.toml
 named id|58|Reboot.*which this reading refuses|sed -i "s/^InfDir.*/InfDir = 'X:\\\\drivers\\\\nbstor.inf'\nHardwareID = 'PCI\\\\VEN_1000\&DEV_0030'/" machine.toml && utf8_inf ram/drivers/nbstor.inf 's/^CopyFiles/Reboot\n&/'
 named file missing|58|is no file of the machine|sed -i "s/^InfDir.*/InfDir = 'X:\\\\none.inf'\nHardwareID = 'PCI\\\\VEN_1000'/" machine.toml
 driver file missing|11|Failed to locate file .*NBSTOR.SYS|rm ram/drivers/nbstor.sys
@@ -183,11 +186,11 @@ StartType = 0
 INF
 reasons=$(cat <<'CASES'
 class|{4D36E972-|s/4D36E97B/4D36E972/
-running_system|lists it for NTamd64 alone, not for the system that the run works on (x64)|s/^Maker.*/Maker = Models, NTx86/; s/.Inst.$/[Models.NTx86]\nOther = Inst, PCI\\VEN_1\n&/
+running_system|lists it for NTamd64 alone, which its [Manufacturer] line does not choose for the running system (x64)|s/^Maker.*/Maker = Models, NTx86/; s/.Inst.$/[Models.NTx86]\nOther = Inst, PCI\\VEN_1\n&/
 restored_system|needs 6.2 exactly; the restored system is 6.1|s/NTamd64/NTamd64.6.2/
 restored_system|for x86; the restored system is x64|s/NTamd64/NTx86/
 restored_system|needs 6.0 exactly; the restored system is 6.1|s/NTamd64/NTamd64.6.0/
-section_missing|its install section [Inst] is not there|/^.Inst.$/,+1d
+section_missing|its install section [Inst] is not there, or empty|/^.Inst.$/,+1d
 directive|its install section has `Reboot`, which this reading refuses|s/^CopyF/Reboot\n&/
 directive|its install section has `FeatureScore`,|s/^CopyF/FeatureScore = FE\n&/
 directive_empty|`CopyFiles` in its install section has no value|s/^CopyFiles.*/CopyFiles =/
@@ -266,6 +269,7 @@ while IFS='|' read -r name faults pattern spoil; do
   export VXR_FAULTS=$faults
   expect "verification, $name" 1 "$pattern" run --machine "$machine" --job 7 --verify
   grep -q '^  1: the verification succeeds, but an injection' "$work/out" || fail "$name: the result is not explained"
+  ! grep -q '  0 bytes' "$work/out" || fail "$name: a size is told that nothing looked for"
   expect "verification as JSON, $name" 1 '"rehearsal": \{' run --machine "$machine" --job 7 --verify --json
   unset VXR_FAULTS
   [[ $(state) == "$before" ]] || fail "$name: the verification changed the restored system"
@@ -284,6 +288,7 @@ no room for a driver||NBSTOR.SYS: .*there is no room: it needs 109951|truncate -
 no room for both||NB[A-Z]*.SYS: .*there is no room|truncate -s "$(($(stat -f -c '%f*%S/10*6' .)))" ram/drivers/nb{stor,help}.sys
 no room for the hive|free room:6|could not save it: there is no room: it needs 36864|true
 a directory in the way||NBSTOR.SYS: .*the target is no file|mkdir restored/Windows/System32/drivers/NBSTOR.SYS
+a service's section missing||nbstor.inf: an injection would not take it: its service's section .NB_Service. is not|utf8_inf ram/drivers/nbstor.inf 's/^.NB_Service\]/[NB_Other]/'
 a value refused|RegSetValueExA:1:on|nbstor: an injection could not write Start: access is denied|true
 CASES
 fresh scsi-6.1-x64
@@ -322,6 +327,7 @@ a link to a file to come|2|would replace .*/l.ini|@/y.bme --includes @/l.ini|ln 
 includes file the machine file|2|is the machine file|@/x.bme --includes @/machine.toml
 includes file an extension file|2|is an extension file|@/x.bme --includes @/old.bme|"$make_extension" old.bme
 a live hive|2|would replace the hive of SYSTEM|C:\windows\SYSTEM32\config\System
+a live hive's log|2|would replace a log of the hive of SYSTEM|C:\windows\SYSTEM32\config\system.log1|touch c/WINDOWS/system32/config/SYSTEM.LOG1
 read-only includes file|9|includes.ini: not updated: .*read-only.*x.bme itself is complete|@/x.bme --includes @/c/backup/includes.ini|chmod a-w c/backup/includes.ini
 a letter that the code page lacks|2|C:.backup.日.bme: .* code page 1252 lacks; use another name|C:\backup\日.bme
 system directory on a floppy disk|9|cannot be recorded: the system directory|@/x.bme|sed -i "0,/'fixed'/s//'removable'/" machine.toml

@@ -235,6 +235,7 @@ BOOL VXRDev_GetDevInfoData(DWORD deviceType, const char *szInstanceID, VXR_DEVIC
     return TRUE;
   }
   trace.Error("failed to find devinfodata for %s!ec=0x%08x\n", szInstanceID, platform::GetLastError());
+  platform::ReportDecision(VXRMACHINE_DEVICE_OF_OTHER_CLASS, szInstanceID, nullptr, deviceType);
   return FALSE;
 }
 

@@ -24,16 +24,18 @@ enum {
                                         text: reason, type, size: the system's error code; of the running system too */
 
   /* The search for drivers. What follows a device is about it, what follows a tried INF file is about that. */
-  VXRMACHINE_DEVICE_CHECKED = 13,     /* subject: instance id, or the one hardware id that the job names */
-  VXRMACHINE_DEVICE_ID = 14,          /* subject: one of its hardware ids, then of its compatible ids */
-  VXRMACHINE_DEVICE_TARGET = 15,      /* subject: a decoration that sections for the restored system may have */
-  VXRMACHINE_DIRECTORY_SEARCHED = 16, /* subject: a directory that is looked into for INF files */
-  VXRMACHINE_INF_TRIED = 17,          /* subject: INF file, detail: the id sought in it; null: any of the device's */
-  VXRMACHINE_INF_REFUSED = 18,        /* type: VXRMACHINE_REFUSED_..., detail: what the reason is about */
-  VXRMACHINE_DRIVER_TAKEN = 19,       /* subject: description on the model line, detail: the id that it lists */
-  VXRMACHINE_DEVICE_FAILED = 20,      /* subject: instance id of a device without driver; null: not known */
-  VXRMACHINE_DISK_ALONE = 21 /* subject: instance id of a disk above which no controller is looked for, since its
-                                bus is neither IDE nor SCSI */
+  VXRMACHINE_DEVICE_CHECKED = 13,       /* subject: instance id, or the one hardware id that the job names */
+  VXRMACHINE_DEVICE_ID = 14,            /* subject: one of its hardware ids, then of its compatible ids */
+  VXRMACHINE_DEVICE_TARGET = 15,        /* subject: a decoration that sections for the restored system may have */
+  VXRMACHINE_DIRECTORY_SEARCHED = 16,   /* subject: a directory that is looked into for INF files */
+  VXRMACHINE_INF_TRIED = 17,            /* subject: INF file, detail: the id sought in it; null: any of the device's */
+  VXRMACHINE_INF_REFUSED = 18,          /* type: VXRMACHINE_REFUSED_..., detail: what the reason is about */
+  VXRMACHINE_DRIVER_TAKEN = 19,         /* subject: description on the model line, detail: the id that it lists */
+  VXRMACHINE_DEVICE_FAILED = 20,        /* subject: instance id of a device without driver; null: not known */
+  VXRMACHINE_DISK_ALONE = 21,           /* subject: instance id of a disk above which no controller is looked for, since
+                                           its bus is neither IDE nor SCSI */
+  VXRMACHINE_DEVICE_OF_OTHER_CLASS = 22 /* subject: instance id of a device that is not in the class in which it is
+                                           looked for, type: that class (VXR_DEVTYPE_...) */
 };
 
 /* Why an INF file was refused, in the order in which a file gets that far. Of several reasons for one attempt the last
@@ -43,16 +45,17 @@ enum {
   VXRMACHINE_REFUSED_CLASS = 2,            /* it is for devices of another class; detail: its ClassGUID */
   VXRMACHINE_REFUSED_RUNNING_SYSTEM = 3,   /* lists no id of the device for the system that the run works on */
   VXRMACHINE_REFUSED_RESTORED_SYSTEM = 4,  /* lists the id in no section for the restored system */
-  VXRMACHINE_REFUSED_NO_SECTION = 5,       /* detail: an install section that is not there; null: none is named */
+  VXRMACHINE_REFUSED_NO_SECTION = 5,       /* detail: an install section that is not there or empty; null: none
+                                              is named */
   VXRMACHINE_REFUSED_DIRECTIVE = 6,        /* detail: a directive that is not carried out */
   VXRMACHINE_REFUSED_EMPTY_DIRECTIVE = 7,  /* detail: a directive without a value */
   VXRMACHINE_REFUSED_BARE_LINE = 8,        /* detail: an install section whose last line is no directive */
-  VXRMACHINE_REFUSED_COPY_SECTION = 9,     /* detail: a list of files that is not there */
+  VXRMACHINE_REFUSED_COPY_SECTION = 9,     /* detail: a list of files that is not there or empty */
   VXRMACHINE_REFUSED_FILE_NAME = 10,       /* detail: what is not the name of one file */
   VXRMACHINE_REFUSED_FILE_MISSING = 11,    /* detail: source file */
-  VXRMACHINE_REFUSED_FILE_NOT_COPIED = 12, /* detail: target file */
+  VXRMACHINE_REFUSED_FILE_NOT_COPIED = 12, /* detail: target file; its name alone when no path could be made */
   VXRMACHINE_REFUSED_NO_SERVICE = 13,      /* detail: the install section that no complete AddService belongs to */
-  VXRMACHINE_REFUSED_SERVICE_SECTION = 14, /* detail: a service's section that is not there */
+  VXRMACHINE_REFUSED_SERVICE_SECTION = 14, /* detail: a service's section that is not there or empty */
   VXRMACHINE_REFUSED_SERVICE_VALUE = 15,   /* detail: what of a service's section could not be read or written; null:
                                               its last line is none */
   VXRMACHINE_REFUSED_NOT_REGISTERED = 16   /* the driver could not be named for the device; detail: its directory */

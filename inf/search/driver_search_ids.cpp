@@ -96,7 +96,10 @@ BOOL VXRDev_LocateDriverInf(HINF hInf, const char *szInfDir, const char *szInfFi
     return FALSE;
   }
   platform::ReportDecision(VXRMACHINE_INF_TRIED, szInfFile, szHardwareID);
-  if (!DecorationsGiven(pVXRDriver)) return FALSE;
+  if (!DecorationsGiven(pVXRDriver)) {
+    ReportRefusal(VXRMACHINE_REFUSED_RESTORED_SYSTEM);
+    return FALSE;
+  }
   if (*pVXRDriver->pVXRDevice->szTargetOS == '\0') {
     trace.Failed("VXREng_GetSubStringCount:szTargetOS", szInfFile);
     return FALSE;

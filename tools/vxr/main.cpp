@@ -56,8 +56,8 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
       "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n" +
-      kRehearsalStatus + "4 also when the restored hive could not be saved, or one of its values not be written; " +
-      kUsageStatus);
+      kRehearsalStatus + "3 also when no controller of the boot disk was found;\n" +
+      "4 also when the restored hive could not be saved, or one of its values not be written;\n" + kUsageStatus);
   return run;
 }
 

@@ -9,6 +9,7 @@
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/hive/hive_logs.h"
 #include "platform/machine/text/fold_name.h"
 #include "vxrcore/machine.h"
 
@@ -53,11 +54,18 @@ bool IsFile(const HostPlace &place, const std::filesystem::path &file) {
   return !file.empty() && stat(file.c_str(), &status) == 0 && SameStatus(place.status, status);
 }
 
+bool IsLog(const HostPlace &place, const std::filesystem::path &hive) {
+  struct stat above = {}, beside = {};
+  return IsHiveLogName(hive.filename().string(), place.name) && fstat(place.directory, &above) == 0 &&
+         stat(hive.parent_path().c_str(), &beside) == 0 && SameStatus(above, beside);
+}
+
 // Empty for a file that is none of the machine's own.
 std::string OwnFile(const HostPlace &place, const Description &description) {
   if (IsFile(place, description.file)) return "the machine file";
   for (const HiveFile &hive : description.hives) {
     if (IsFile(place, hive.file)) return "the hive of " + hive.key;
+    if (IsLog(place, hive.file)) return "a log of the hive of " + hive.key;
   }
   for (const Disk &disk : description.disks) {
     if (disk.image && IsFile(place, *disk.image)) return "the image of disk " + std::to_string(disk.number);

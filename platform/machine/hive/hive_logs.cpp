@@ -44,6 +44,11 @@ std::string OfLog(const HiveLog &log, const std::string &reason) {
 
 }  // namespace
 
+bool IsHiveLogName(const std::string &name, const std::string &file) {
+  return std::any_of(std::begin(kSuffixes), std::end(kSuffixes),
+                     [&](const char *suffix) { return FoldName(file) == FoldName(name + suffix); });
+}
+
 std::string FindHiveLogs(int directory, const std::string &name, std::vector<HiveLog> *logs) {
   const DirectoryStream stream = OpenDirectoryStream(directory);
   if (!stream) return ErrnoReason("lies in a directory that cannot be read");

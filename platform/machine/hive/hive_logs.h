@@ -13,6 +13,9 @@ namespace machine {
 // be read, or two of one name, between which nothing decides.
 std::string FindHiveLogs(int directory, const std::string &name, std::vector<HiveLog> *logs);
 
+// Whether a file of that name beside the hive `name` is a log of it.
+bool IsHiveLogName(const std::string &name, const std::string &file);
+
 // Reads the logs, those that were not read yet. A reason as above.
 std::string ReadHiveLogs(std::vector<HiveLog> *logs);
 

@@ -166,6 +166,7 @@ std::string NotForRestored(const Listing &listing, const std::vector<std::string
 }
 
 bool IsForRestored(const Listing &listing, const std::vector<std::string> &targets) {
+  if (targets.empty()) return false;
   return std::any_of(listing.decorations.begin(), listing.decorations.end(), [&](const std::string &decoration) {
     const auto same = [&](const std::string &target) { return machine::SameName(target, decoration); };
     return decoration.empty() || std::any_of(targets.begin(), targets.end(), same);
@@ -179,7 +180,7 @@ std::string NotForRunning(const Listing &listing) {
   for (const std::string &decoration : listing.decorations) {
     list += (list.empty() ? "" : ", ") + (decoration.empty() ? "no named system" : decoration);
   }
-  return "lists it for " + list + " alone, not for the system that the run works on" +
+  return "lists it for " + list + " alone, which its [Manufacturer] line does not choose for the running system" +
          (processor < std::size(kNames) ? std::string(" (") + kNames[processor] + ")" : "");
 }
 
@@ -193,23 +194,26 @@ struct ReasonWords {
   const char *before, *after;  // around what the reason is about
 };
 
-// By VXRMACHINE_REFUSED_...; the first is a file that was never tried.
+// Of a file that was never tried, and of one that was, with nothing but the log to tell what became of it.
+constexpr ReasonWords kNotTried = {"not_reached", "the search ended before it", ""};
+
+// By VXRMACHINE_REFUSED_...; the first is that of a file that was tried and given up for a cause that nothing tells.
 constexpr ReasonWords kReasons[] = {
-    {"not_reached", "the search ended before it", ""},
+    {"other", "was given up for a cause that only the log tells", ""},
     {"unreadable", "cannot be read as an INF file, or has no Signature of this style", ""},
     {"class", "is for devices of class ", "; the device is of another"},
     {"running_system", "", ""},
     {"restored_system", "", ""},
-    {"section_missing", "its install section [", "] is not there"},
+    {"section_missing", "its install section [", "] is not there, or empty"},
     {"directive", "its install section has `", "`, which this reading refuses"},
     {"directive_empty", "`", "` in its install section has no value"},
     {"bare_line", "its install section [", "] ends in a line that is no directive"},
-    {"copy_section_missing", "its list of files [", "] is not there"},
+    {"copy_section_missing", "its list of files [", "] is not there, or empty"},
     {"file_name", "\"", "\" is not the name of one file"},
     {"file_missing", "", " is missing"},
     {"file_not_copied", "", " could not be copied"},
     {"service_missing", "its install section [", "] adds no service"},
-    {"service_section_missing", "its service's section [", "] is not there"},
+    {"service_section_missing", "its service's section [", "] is not there, or empty"},
     {"service_value", "`", "` of its service could not be read or written"},
     {"not_registered", "its driver could not be named for the device; see the problems and the log", ""},
 };
@@ -223,8 +227,10 @@ std::string ReasonText(const std::string &inf, const Refusal &refusal, const Lis
     case VXRMACHINE_REFUSED_RESTORED_SYSTEM:
       return NotForRestored(listing, targets);
     case VXRMACHINE_REFUSED_NO_SECTION:
+      if (refusal.detail.empty()) return "its line for the device names no section to install";
+      break;
     case VXRMACHINE_REFUSED_SERVICE_VALUE:
-      if (refusal.detail.empty()) return "names no section to install, or ends one in a line that is no value";
+      if (refusal.detail.empty()) return "its service's section ends in a line that is no value";
       break;
     case VXRMACHINE_REFUSED_FILE_MISSING:
       if (machine::SameName(Folder(refusal.detail), Folder(inf))) return FileName(refusal.detail) + " is not beside it";
@@ -244,13 +250,16 @@ Candidate Explain(const FoundFile &file, const Listing &listing, const std::vect
     candidate.reason = "in_folder_below";
     candidate.text = "lies in a folder below the one that is searched";
   } else if (tried == device.refusals.end()) {
-    candidate.reason = listing.modern ? kReasons[0].word : "unreadable";
-    candidate.text = listing.modern ? kReasons[0].before : kReasons[VXRMACHINE_REFUSED_UNREADABLE].before;
+    const ReasonWords &words = listing.modern ? kNotTried : kReasons[VXRMACHINE_REFUSED_UNREADABLE];
+    candidate.reason = words.word;
+    candidate.text = words.before;
   } else {
     Refusal refusal = tried->second;
     // The running system looked first; that the file is not for the restored one either is what people can mend.
     if (refusal.reason == VXRMACHINE_REFUSED_RUNNING_SYSTEM && !IsForRestored(listing, device.targets)) {
       refusal.reason = VXRMACHINE_REFUSED_RESTORED_SYSTEM;
+    } else if (refusal.reason == VXRMACHINE_REFUSED_RESTORED_SYSTEM && IsForRestored(listing, device.targets)) {
+      refusal.reason = 0;  // memory ran out on the way
     }
     if (!refusal.id.empty() && refusal.reason > VXRMACHINE_REFUSED_RESTORED_SYSTEM) candidate.id = refusal.id;
     candidate.reason = kReasons[refusal.reason < std::size(kReasons) ? refusal.reason : 0].word;
@@ -265,13 +274,16 @@ std::string DirectoryProblem(const std::string &directory, const std::filesystem
   std::error_code error;
   const auto own = std::find_if(files.begin(), files.end(), [](const FoundFile &file) { return !file.below; });
   if (own != files.end()) return "";
-  if (!directory.empty() && directory.front() == '/') {
-    return directory +
-           " is a path of this computer, not of the machine: name it by a drive of the machine, such as "
-           "X:\\drivers";
+  if (!IsMachinePath(directory)) {
+    const bool ofHost = !directory.empty() && directory.front() == '/';
+    return directory + (ofHost ? " is a path of this computer, not of the machine" : " names no drive of the machine") +
+           ": name it by a drive of the machine, such as X:\\drivers";
   }
-  if (host.empty() || !std::filesystem::is_directory(host, error)) {
+  if (host.empty() || !std::filesystem::exists(host, error)) {
     return directory + " does not exist on the machine: correct InfDir, or make the directory";
+  }
+  if (!std::filesystem::is_directory(host, error)) {
+    return directory + " is no directory: without HardwareID, InfDir is the directory that holds the INF files";
   }
   if (files.empty()) return directory + " holds no INF file: put the driver's INF and files there";
   return directory +
@@ -296,7 +308,12 @@ std::vector<FoundFile> FilesAtHand(const DeviceRecord &device, RunRecord *record
     if (std::string problem = DirectoryProblem(directory, host, files); !problem.empty()) {
       AddDirectoryProblem(std::move(problem), record);
     }
-    all.insert(all.end(), files.begin(), files.end());
+    const auto alsoSearched = [&](const FoundFile &file) {
+      return file.below && std::any_of(device.directories.begin(), device.directories.end(), [&](const auto &other) {
+               return machine::SameName(other + "\\", Folder(file.path));
+             });
+    };
+    std::remove_copy_if(files.begin(), files.end(), std::back_inserter(all), alsoSearched);
   }
   if (!device.directories.empty()) return all;
   for (const auto &[path, refusal] : device.refusals) {

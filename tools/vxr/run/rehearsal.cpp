@@ -4,6 +4,9 @@
 #include <filesystem>
 
 #include "tools/vxr/base/machine_session.h"
+#ifndef _WIN32
+#include "tools/vxr/run/candidates.h"
+#endif
 #include "vxrcore/machine.h"
 
 namespace {
@@ -89,8 +92,29 @@ bool IsTold(const StatusLine &line, const RunRecord &verified, const std::vector
   return follows && !problems.empty();
 }
 
+// Why files were refused whose drivers the verification found.
+void AddRefusedDrivers(const RunRecord &verified, Rehearsal *rehearsal) {
+#ifndef _WIN32
+  ExplainFailures(&rehearsal->record);
+#endif
+  for (const DeviceRecord &device : rehearsal->record.devices) {
+    for (const Candidate &candidate : device.candidates) {
+      const bool found = std::any_of(verified.devices.begin(), verified.devices.end(), [&](const auto &other) {
+        return other.instance == device.instance && other.infFile == candidate.inf;
+      });
+      if (!found || candidate.reason == "not_reached" || candidate.reason == "other") continue;  // the log tells more
+      AddProblem(&rehearsal->problems, {candidate.inf, "an injection would not take it: " + candidate.text,
+                                        "Mend the INF file, or put one that fits in its place."});
+    }
+  }
+}
+
 void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
   std::vector<RehearsalProblem> *problems = &rehearsal->problems;
+  if (!rehearsal->record.scanProblem.empty() && verified.scanProblem.empty()) {
+    AddProblem(problems, {"", "An injection would not find the boot disk (log: " + rehearsal->record.scanProblem + ")",
+                          "Check the job's Disk."});
+  }
   for (const HiveRecord &hive : rehearsal->record.hives) {
     if (!hive.reason.empty()) AddProblem(problems, HiveProblem(hive));
   }
@@ -103,6 +127,7 @@ void FindProblems(const RunRecord &verified, Rehearsal *rehearsal) {
                                             : "an injection could not write " + value.name + ": ";
     AddProblem(problems, ProblemOf(value.key, what, value.reason, FindResultCode(VXR_RESULT_NO_HIVE).advice));
   }
+  if (problems->empty()) AddRefusedDrivers(verified, rehearsal);
   for (const StatusLine &line : rehearsal->record.lines) {
     if (IsTold(line, verified, *problems)) continue;
     // The verification found the driver.
@@ -122,6 +147,7 @@ void TakeCopies(const RunRecord &rehearsed, RunRecord *verified) {
       copy.size = other.size;
       copy.reason = other.reason;
       copy.keptOld = other.keptOld;
+      if (other.use == CopyUse::kLeftOver) copy.use = other.use;
     }
   }
 }

@@ -139,16 +139,19 @@ std::string Objection(const std::string &systemDirectory, const SystemVersion &v
 }
 
 std::string VersionContradiction(const JobFacts &facts) {
+  constexpr std::uint32_t kLowestMajor = 5;
   if (!facts.known || facts.wrongVersion || facts.systemDirectory.empty()) return "";
   const SystemVersion version = {facts.major, facts.minor};
   const std::string objection = Objection(facts.systemDirectory, version);
-  if (objection.empty()) return "";
-  if (version == SystemVersion()) {
-    return "Neither an extension file nor OSVerMaj and OSVerMin say which Windows was restored; " + objection +
-           ". Set both values";
+  if (facts.major == 0) {
+    return "Neither an extension file nor OSVerMaj says which Windows was restored, and no driver is looked for" +
+           (objection.empty() ? "" : "; " + objection) + ". Set OSVerMaj and OSVerMin";
   }
+  const bool tooLow = facts.major < kLowestMajor;
+  if (objection.empty() && !tooLow) return "";
   return std::string(facts.ownVersion ? "The job" : "The extension file") + " says " + Text(version) + ", " +
-         objection + ": drivers for the wrong version are looked for. " +
+         (tooLow ? "and drivers are looked for from 5.0 on. "
+                 : objection + ": drivers for the wrong version are looked for. ") +
          (facts.ownVersion ? "Correct OSVerMaj and OSVerMin" : "Check BMEFile, or set OSVerMaj and OSVerMin");
 }
 
@@ -162,7 +165,8 @@ JobFacts ReadJobFacts(std::uint32_t job) {
   VXR_EXTIMAGE image;
   std::string problem;
   facts.known = file.empty() || ReadExtensionFile(HostPathOf(file), &image, &problem);
-  if (facts.known && !file.empty()) {
+  facts.recorded = facts.known && !file.empty();
+  if (facts.recorded) {
     const VXR_SYSINFO &info = image.Extension.SysInfo;
     facts.major = VxrGet32(info.SysOs.MajorVersion);
     facts.minor = VxrGet32(info.SysOs.MinorVersion);
@@ -233,8 +237,11 @@ std::vector<std::string> FindContradictions(const JobFacts &facts) {
 std::string ProcessorContradiction(const JobFacts &facts) {
   const std::uint32_t running = VXRMachine_ProcessorArchitecture();
   if (!facts.known || facts.wrongArchitecture || facts.architecture == running) return "";
-  return "The restored system is " + ArchitectureText(facts.architecture) + " by the " +
-         (facts.ownArchitecture ? "job's HAL" : "extension file") + ", the running machine is " +
-         ArchitectureText(running) +
-         " by its processor: only drivers for both are found. Correct HAL, or run on a machine of the same kind";
+  const bool told = facts.ownArchitecture || facts.recorded;
+  const char *source = facts.ownArchitecture ? " by the job's HAL"
+                       : told                ? " by the extension file"
+                                             : " for want of HAL in the job";
+  return "The restored system is " + ArchitectureText(facts.architecture) + source + ", the running machine is " +
+         ArchitectureText(running) + " by its processor: only drivers for both are found. " +
+         (told ? "Correct" : "Set") + " HAL, or run on a machine of the same kind";
 }

@@ -13,6 +13,7 @@ struct JobFacts {
   std::uint32_t major = 0, minor = 0, architecture = 0;
   bool known = false;                                // else the extension file that the job names cannot be read
   bool ownVersion = false, ownArchitecture = false;  // from the job
+  bool recorded = false;                             // the rest is from an extension file, else of no source
   std::string systemDirectory;                       // Windows path, where it is reachable now; empty when not known
   std::vector<std::string> wrongValues;              // for people: values that do not mean what they seem to
   bool wrongVersion = false, wrongArchitecture = false;

@@ -26,7 +26,10 @@ constexpr ResultCode kCodes[] = {
      "the extension file cannot be used",
      "Check the job's BMEFile: a file of 80,332 bytes that was written at backup time.", true},
     {VXR_RESULT_FILE_MISSING, "Failed to locate file ", "a driver file is missing",
-     "Put the file beside its INF file, or complete the driver package.", false},
+     "Put the file beside its INF file, or complete the driver package (for the running system's own INF files: into "
+     "its "
+     "System32\\drivers).",
+     false},
     {VXR_RESULT_FILE_NOT_COPIED, "Failed to copy ", "a driver file was not copied",
      "Check free space and write access on the restored volume, then run again.", false},
     {VXR_RESULT_NO_VOLUME, "Failed to locate the restored system volume", "the restored volume is not known",

@@ -47,7 +47,7 @@ Json Files(const RunOptions &options, const RunRecord &record, bool rehearsed) {
   for (const CopyRecord &copy : record.copies) {
     const char *state = copy.copied ? "copied" : copy.reason.empty() ? found : failed;
     Json file = {{"state", state}, {"target", copy.target}, {"source", TextOrNull(copy.source)}};
-    if (copy.copied || (rehearsed && copy.reason.empty())) file["size"] = copy.size;
+    if (copy.size && copy.reason.empty()) file["size"] = *copy.size;
     if (copy.reason.empty()) file["left_over"] = copy.use == CopyUse::kLeftOver;
     if (!copy.reason.empty()) {
       file["reason"] = copy.reason;

@@ -6,6 +6,7 @@
 
 #include "platform/machine/text/fold_name.h"
 #include "tools/vxr/base/machine_session.h"
+#include "vxrcore/bmext.h"
 
 namespace {
 
@@ -210,8 +211,7 @@ void AddDebugText(RunRecord *record, const char *raw) {
   }
 }
 
-// --- The search for drivers
-// --------------------------------------------------------------------------------------------
+// --- The search for drivers -----------------------------------------------------------------------------------------
 
 DeviceRecord *CurrentDevice(RunRecord *record) { return record->devices.empty() ? nullptr : &record->devices.back(); }
 
@@ -247,8 +247,8 @@ void AddDriver(RunRecord *record, const VXRMachine_Event &event) {
   record->candidate.infFile = record->triedInf;
   record->candidate.driver = MachineText(event.subject);
   record->candidate.hardwareId = MachineText(event.detail);
-  record->triedInf.clear();
-  record->tried = {};
+  record->tried.reason = 0;  // the attempt goes on: the driver may yet fail to be registered
+  record->tried.detail.clear();
   DeviceRecord *device = CurrentDevice(record);
   if (device == nullptr) return;
   device->infFile = record->candidate.infFile;
@@ -256,12 +256,12 @@ void AddDriver(RunRecord *record, const VXRMachine_Event &event) {
   device->hardwareId = record->candidate.hardwareId;
 }
 
-void FailDevice(RunRecord *record, const std::string &instance) {
+void FailDevice(RunRecord *record, const char *rawInstance) {
   EndAttempt(record);
-  DeviceRecord *device = CurrentDevice(record);
-  if (!instance.empty()) device = FindDevice(record, instance);
+  const bool known = rawInstance != nullptr;
+  DeviceRecord *device = known ? FindDevice(record, MachineText(rawInstance)) : CurrentDevice(record);
   if (device == nullptr) return;
-  if (instance.empty()) {
+  if (!known) {
     record->noController = true;
     record->problems.push_back(device->instance +
                                ": no controller stands above it in the device tree (it has no parent), and none got a "
@@ -269,7 +269,16 @@ void FailDevice(RunRecord *record, const std::string &instance) {
     return;
   }
   device->failed = true;
+  device->unsearched = device->directories.empty() && device->refusals.empty();
   device->infFile.clear();
+}
+
+void AddOnce(std::vector<std::string> *list, const std::string &text) {
+  if (std::find(list->begin(), list->end(), text) == list->end()) list->push_back(text);
+}
+
+const char *DeviceClass(std::uint32_t deviceType) {
+  return deviceType == VXR_DEVTYPE_DISKDRIVE ? "DiskDrive" : deviceType == VXR_DEVTYPE_HDC ? "hdc" : "SCSIAdapter";
 }
 
 // False for another event.
@@ -288,7 +297,7 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
       return true;
     case VXRMACHINE_DIRECTORY_SEARCHED:
       EndAttempt(record);
-      if (device != nullptr) device->directories.push_back(subject);
+      if (device != nullptr) AddOnce(&device->directories, subject);
       return true;
     case VXRMACHINE_INF_TRIED:
       EndAttempt(record);
@@ -302,7 +311,7 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
       AddDriver(record, event);
       return true;
     case VXRMACHINE_DEVICE_FAILED:
-      FailDevice(record, subject);
+      FailDevice(record, event.subject);
       return true;
     case VXRMACHINE_DISK_ALONE:
       record->noController = true;
@@ -310,6 +319,11 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
                                  ": is on neither an IDE nor a SCSI bus, so that no controller was looked for above it "
                                  "and none got a driver: describe the disk as its controller's driver shows it to the "
                                  "restored system (SCSI\\Disk...)");
+      return true;
+    case VXRMACHINE_DEVICE_OF_OTHER_CLASS:
+      record->problems.push_back(subject + ": is not of the class " + DeviceClass(event.type) +
+                                 ", in which it was looked for by the bus of the disk, so that no INF file was looked "
+                                 "for: correct the device's class");
       return true;
     default:
       return false;
@@ -349,7 +363,7 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
       AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false, {}});
       break;
     case VXRMACHINE_FILE_NOT_COPIED:
-      AddCopy(record, {"", MachineText(event.subject), 0, false, MachineText(event.detail), event.size != 0, {}});
+      AddCopy(record, {"", MachineText(event.subject), {}, false, MachineText(event.detail), event.size != 0, {}});
       break;
     case VXRMACHINE_VALUE_WRITTEN:
       AddValue(record, {MachineText(event.subject), MachineText(event.detail), MachineText(event.text), event.type,
@@ -390,8 +404,13 @@ std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
   if (explained && (code == VXR_RESULT_NO_DRIVER || code == VXR_RESULT_NO_NAMED_DRIVER)) {
     return "Mend what is said above of an INF file that lists the device, or add one that fits.";
   }
-  if ((code == VXR_RESULT_NO_DRIVER && record.noController) || (code == VXR_RESULT_CANCELLED && record.badDirectory))
-    return "";
+  if (code == VXR_RESULT_NO_DRIVER && std::any_of(record.devices.begin(), record.devices.end(),
+                                                  [](const DeviceRecord &device) { return device.unsearched; })) {
+    return "No INF file was looked for: mend what stands under Problems, or see the log.";
+  }
+  // The problems say what to do.
+  if (code == VXR_RESULT_NO_DRIVER && (record.noController || record.badDirectory)) return "";
+  if (code == VXR_RESULT_CANCELLED && record.badDirectory) return "";
   return FindResultCode(code).advice;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,6 +35,7 @@ struct DeviceRecord {
   std::string instance;                     // or the one hardware id that the job names
   std::string infFile, driver, hardwareId;  // of the driver that was taken; empty: none
   bool failed = false;
+  bool unsearched = false;                  // it failed before any INF file was looked for
   std::vector<std::string> ids;             // best first
   std::vector<std::string> targets;         // decorations that sections for the restored system may have
   std::vector<std::string> directories;     // searched
@@ -47,10 +49,10 @@ enum class CopyUse { kPending, kNeeded, kLeftOver };
 
 struct CopyRecord {
   std::string source, target;
-  std::uint64_t size = 0;  // bytes copied
-  bool copied = false;     // else: would be copied (verification) when `reason` is empty
-  std::string reason;      // why not
-  bool keptOld = false;    // an old target stayed, which the run takes for success
+  std::optional<std::uint64_t> size;  // bytes, of a file that was copied, or whose copy was rehearsed
+  bool copied = false;                // else: would be copied (verification) when `reason` is empty
+  std::string reason;                 // why not
+  bool keptOld = false;               // an old target stayed, which the run takes for success
   CopyUse use = CopyUse::kPending;
 };
 

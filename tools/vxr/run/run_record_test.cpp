@@ -55,6 +55,19 @@ TEST(StatusLines, CauseIsTheFirstErrorSinceTheLineBefore) {
   EXPECT_EQ(AddStatusLine(&record, "Failed to locate the restored system volume!\n").cause, "");
 }
 
+// Its name may be empty: a job can name an id so. One that is not known at all is something else.
+TEST(Devices, KeepWhyADriverThatWasTakenCameToNothing) {
+  RunRecord record;
+  Event(&record, VXRMACHINE_DEVICE_CHECKED, "");
+  Event(&record, VXRMACHINE_INF_TRIED, "X:\\a.inf");
+  Event(&record, VXRMACHINE_DRIVER_TAKEN, "A", "PCI\\A");
+  AddEvent(&record, {VXRMACHINE_INF_REFUSED, VXRMACHINE_REFUSED_NOT_REGISTERED, 0, nullptr, "X:\\", nullptr});
+  Event(&record, VXRMACHINE_DEVICE_FAILED, "");
+  ASSERT_TRUE(record.devices.at(0).failed);
+  EXPECT_EQ(record.devices[0].refusals.at("X:\\a.inf").reason, VXRMACHINE_REFUSED_NOT_REGISTERED);
+}
+
+// The file of an INF file that was refused stays behind, unless a device has, or later gets, its driver from it.
 TEST(Copies, OfARefusedInfFileAreLeftOver) {
   RunRecord record;
   const auto copy = [&](const char *target) { Event(&record, VXRMACHINE_FILE_COPIED, target, "X:\\F", nullptr, 7); };

@@ -32,7 +32,7 @@ void PrintDevices(const RunRecord &record) {
   }
 }
 
-void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied, bool rehearsed) {
+void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied) {
   bool titled = false;
   for (const CopyRecord &copy : record.copies) {
     if (!copy.reason.empty() || copy.copied != copied) continue;
@@ -40,7 +40,7 @@ void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied
       Title(copied ? "Files copied" : options.verify ? "Files that would be copied" : "Files that the check found");
     }
     titled = true;
-    PrintLine("  " + copy.target + (copied || rehearsed ? "  " + Bytes(copy.size) : ""));
+    PrintLine("  " + copy.target + (copy.size ? "  " + Bytes(*copy.size) : ""));
     PrintLine("      from " + copy.source);
     if (copy.use == CopyUse::kLeftOver) {
       PrintLine(std::string("      ") + (copied ? "left over" : "would be left over") +
@@ -83,12 +83,23 @@ void PrintHives(const RunRecord &record, const char *title, const char *would) {
   }
 }
 
+// Where INF files were looked for; empty where nothing tells, as on Windows.
+std::string PlacesSearched(const DeviceRecord &device) {
+  std::string places;
+  for (const std::string &directory : device.directories) {
+    places += (places.empty() ? "" : ", ") + directory + " and below";
+  }
+  if (!places.empty()) return places;
+  return device.refusals.empty() ? "" : device.refusals.begin()->first;
+}
+
 // For each device without driver one line for each INF file at hand that lists it.
 void PrintCandidates(const RunRecord &record) {
   for (const DeviceRecord &device : record.devices) {
-    if (!device.failed) continue;
+    const std::string places = PlacesSearched(device);
+    if (!device.failed || places.empty()) continue;
     Title("INF files for " + device.instance);
-    if (device.candidates.empty()) PrintLine("  no file here lists the device");
+    if (device.candidates.empty()) PrintLine("  no file here lists the device (" + places + ")");
     std::size_t file = 0, id = 0;
     for (const Candidate &candidate : device.candidates) {
       file = std::max(file, candidate.inf.size());
@@ -108,6 +119,7 @@ void PrintFailingLines(const RunRecord &record) {
     if (line->code == VXR_STATUS_PROGRESS || std::any_of(lines.begin(), line, same)) continue;
     // Nobody need have cancelled anything: without a terminal a directory without INF files counts so.
     if (line->code == VXR_RESULT_CANCELLED && record.badDirectory) continue;
+    if (record.noController && line->text == "Failed to locate driver files for device N/A") continue;  // told by name
     const auto times = std::count_if(line, lines.end(), same);
     Problem(line->text + " [" + std::to_string(line->code) + "]" +
             (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
@@ -226,7 +238,7 @@ void PrintStatusLine(const StatusLine &line) {
 
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   PrintDevices(record);
-  for (const bool copied : {true, false}) PrintCopies(options, record, copied, outcome.rehearsal.done);
+  for (const bool copied : {true, false}) PrintCopies(options, record, copied);
   PrintValues(record);
   PrintValueList("Registry values that would be written", RestoredValues(outcome.rehearsal.record));
   PrintHives(record, "Hives", "");
