@@ -279,6 +279,7 @@ hive cut short||mount it: it is too short|truncate -s 5000 "$hive"
 hive damaged within||mount it: it is damaged|printf 'XXXX' | dd of="$hive" bs=1 seek=4096 conv=notrunc status=none
 hive dirty, its log gone||mount it: it was not closed cleanly .*no log beside it|"$make_hive" "$hive" dirty && rm "$hive".LOG1
 empty volume||mount it: drive D: is empty|rm -r restored/*
+hive behind a link||mount it: it leads out of its drive|rm "$hive" && ln -s /etc/passwd "$hive"
 drive nowhere||mount it: drive E: is not there|sed -i '/^RootPath/s/D:/E:/' machine.toml
 directory nowhere||mount it: D:.Other does not exist|sed -i "/^BMEFile/d; s/^RootPath.*/RootPath = 'D:\\\\Other'\nOSVerMaj = 6\nOSVerMin = 1\nHAL = 9/" machine.toml
 no directory for drivers||drivers: an injection could not copy files there|rm -r restored/Windows/System32/drivers

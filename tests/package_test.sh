@@ -26,7 +26,8 @@ else
   dpkg-deb --fsys-tarfile "$work"/*.deb | tar t | sed 's|^\./||' >"$work/all"
   prefix=usr/ docdir=share/doc/vxrcore
   version=$(sed -n 's/^project(vxrcore VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
-  files="bin/vxr lib/libvxrcore.so lib/libvxrcore.so.0 lib/libvxrcore.so.$version include/vxrcore/events.h include/vxrcore/machine.h"
+  files="bin/vxr lib/libvxrcore.so lib/libvxrcore.so.0 lib/libvxrcore.so.$version"
+  files+=" include/vxrcore/machine.h include/vxrcore/events.h"
   dpkg-deb --field "$work"/*.deb Depends | grep -q libhivex || { echo "FAILED: depends on no libhivex"; exit 1; }
 fi
 {

@@ -64,7 +64,8 @@ RehearsalProblem HiveProblem(const HiveRecord &hive) {
   if (hive.outcome != HiveOutcome::kRefused) {
     return ProblemOf(hive.file, "an injection could not save it: ", hive.reason, advice);
   }
-  const std::string missing = MissingPart(hive.file);
+  const bool gone = hive.reason.rfind("does not exist", 0) == 0;  // else the machine's reason says more
+  const std::string missing = gone ? MissingPart(hive.file) : "";
   if (!missing.empty()) return {hive.file, "an injection could not mount it: " + missing, kCheckRootPath};
   return ProblemOf(hive.file, "an injection could not mount it: it ", hive.reason, advice);
 }
