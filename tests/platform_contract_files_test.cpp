@@ -290,7 +290,7 @@ TEST_F(FilesContract, ReadingAndWriting) {
       {"read past the end", [] { return Moved(100, 0, false, FILE_BEGIN) + Read(4); }, "64ok 0 "},
       {"far away", [] { return Moved(5, 1, true, FILE_BEGIN); }, "1:00000005"},
       {"far away, the low half alone", [] { return Moved(0, 0, false, FILE_CURRENT); }, "87!"},
-      {"as far as can be", [] { return Moved(-1, 0x7FFFFFFF, true, FILE_BEGIN); }, "7FFFFFFF:FFFFFFFF"},
+      {"as far as can be", [] { return Moved(-1, 0x7FFFFFFF, true, FILE_BEGIN); }, "7FFFFFFF:FFFFFFFF!"},
       {"farther", [] { return Moved(1, 0, true, FILE_CURRENT); }, "87!"},
       {"low half of all bits", [] { return Moved(-1, 1, true, FILE_BEGIN); }, "1:FFFFFFFF"},
       {"write in the middle", [] { return Moved(2, 0, false, FILE_BEGIN) + Written("ab"); }, "2ok 2"},
