@@ -46,10 +46,8 @@ Status RefuseRecovery(const Hive &hive) {
   if (!hive.head.checksumRight) {
     Status damage = CheckHead(hive.head);
     if (noLog) return damage;
-    damage.text.resize(damage.text.rfind(';'));
-    damage.text +=
-        ", and its logs cannot repair it: " + hive.recovery.refusal + "; restore the hive and its logs again, together";
-    return damage;
+    return Status::Refused(damage.text.substr(0, damage.text.rfind(';')) + ", and its logs cannot repair it: " +
+                           hive.recovery.refusal + "; restore the hive and its logs again, together");
   }
   return Status::Refused("was not closed cleanly (sequence numbers " + std::to_string(hive.head.primary) + " and " +
                          std::to_string(hive.head.secondary) +
