@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <string>
 
 #include "platform/machine/base/descriptor.h"
