@@ -45,7 +45,8 @@ bool Open(const Reader &read, const std::string &name, std::string *error) {
   if (!read(description.get(), error) || !ReadFaultPlan(error)) return false;
   // The parts below may already ask for the machine and report to its observer.
   machine::SetCurrent(std::move(description));
-  if (!machine::OpenRegistry(*machine::Current(), error)) {
+  if (const machine::Status opened = machine::OpenRegistry(*machine::Current()); !opened) {
+    *error = Words(opened);
     machine::SetCurrent(nullptr);
     return false;
   }

@@ -75,17 +75,17 @@ void CheckNextTime(const machine::BaseBlock &hive, const std::vector<machine::Hi
 
 void Recover(const machine::Recovery &plan, const Bytes &hive) {
   machine::Descriptor file, recovered;
-  Require(machine::MakeMemoryFile(&file).empty() && machine::MakeMemoryFile(&recovered).empty());
-  Require(machine::WriteAt(file.fd, 0, hive.data(), hive.size()).empty());
-  if (!machine::ApplyRecovery(plan, file.fd, hive.size(), recovered.fd).empty()) return;
+  Require(machine::MakeMemoryFile(&file) && machine::MakeMemoryFile(&recovered));
+  Require(static_cast<bool>(machine::WriteAt(file.fd, 0, hive.data(), hive.size())));
+  if (!machine::ApplyRecovery(plan, file.fd, hive.size(), recovered.fd)) return;
   uint64_t size = 0;
   machine::BaseBlock head;
-  Require(machine::ReadHead(recovered.fd, &size, &head).empty());
+  Require(static_cast<bool>(machine::ReadHead(recovered.fd, &size, &head)));
   Require(head.checksumRight && head.primary == plan.number && head.secondary == plan.number);
   Require(size >= machine::kBaseBlockSize + uint64_t{head.binsSize});
-  const std::string reason = machine::CheckAllButBins(recovered.fd, &head);
-  Require(machine::CheckHive(recovered.fd, 0, machine::CellCheck::kAll, &head) ==
-          reason);  // the bins were looked at on their way
+  const machine::Status right = machine::CheckAllButBins(recovered.fd, &head);
+  Require(Words(machine::CheckHive(recovered.fd, 0, machine::CellCheck::kAll, &head)) ==
+          Words(right));  // the bins were looked at on their way
 }
 
 }  // namespace

@@ -19,6 +19,8 @@ inline BOOL FailWith(DWORD error) {
 // With the code for errno.
 inline BOOL FailHost() { return FailWith(ErrorFromErrno(errno)); }
 
+inline BOOL FailWith(const Status &failure) { return FailWith(WindowsError(failure)); }
+
 inline HANDLE FailOpen(DWORD error) {
   platform::SetLastError(error);
   return INVALID_HANDLE_VALUE;

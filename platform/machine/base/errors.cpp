@@ -65,4 +65,22 @@ DWORD ErrorFromErrno(int error) {
   return ERROR_GEN_FAILURE;
 }
 
+DWORD WindowsError(const Status &status) {
+  if (status.error != 0) return ErrorFromErrno(status.error);
+  switch (status.kind) {
+    case StatusKind::kGood:
+      return NO_ERROR;
+    case StatusKind::kNotFound:
+      return ERROR_FILE_NOT_FOUND;
+    case StatusKind::kDamaged:
+      return ERROR_BADDB;
+    case StatusKind::kUnsupported:
+      return ERROR_NOT_SUPPORTED;
+    case StatusKind::kInvalid:
+      return ERROR_INVALID_PARAMETER;
+    default:
+      return ERROR_GEN_FAILURE;
+  }
+}
+
 }  // namespace machine

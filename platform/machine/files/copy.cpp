@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <string>
 
 #include "platform/machine/base/descriptor.h"
@@ -41,10 +40,9 @@ bool Fail(Copy *copy, DWORD error, std::string reason) {
   return false;
 }
 
-bool FailHost(Copy *copy, const std::string &what) {
-  const int error = errno;
-  return Fail(copy, ErrorFromErrno(error), what + ": " + std::strerror(error));
-}
+bool Fail(Copy *copy, const Status &failure) { return Fail(copy, WindowsError(failure), Words(failure)); }
+
+bool FailHost(Copy *copy, const char *what) { return Fail(copy, Status::System(what)); }
 
 std::string Describe(DWORD error) {
   switch (error) {
@@ -113,7 +111,8 @@ bool CopyContents(Copy *copy, int to) {
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return FailHost(copy, "cannot read the source");
     if (count == 0) return true;
-    if (!WriteAll(to, buffer.data(), static_cast<std::size_t>(count))) return FailHost(copy, "cannot write the copy");
+    const Status written = WriteAll(to, buffer.data(), static_cast<std::size_t>(count));
+    if (!written) return Fail(copy, SaidAs("cannot write the copy", written));
   }
 }
 
@@ -122,35 +121,35 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
   const timespec times[2] = {{0, UTIME_NOW}, copy->sourceStatus.st_mtim};
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
   const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
-  if (copy->place.exists && !TakeOver(created)) {
-    return FailHost(copy, "cannot give the copy the owner, mode and attributes of the old file");
-  }
+  const Status taken = copy->place.exists ? TakeOver(created) : Status();
+  if (!taken) return Fail(copy, SaidAs("cannot give the copy the owner, mode and attributes of the old file", taken));
+  const char *const failed = "cannot give the copy its attributes";
   struct stat status = {};
-  if (fstat(created.file.fd, &status) != 0 || !WriteAttributes(created.HostName(), status, attributes) ||
-      futimens(created.file.fd, times) != 0) {
-    return FailHost(copy, "cannot give the copy its attributes");
-  }
-  return true;
+  if (fstat(created.file.fd, &status) != 0) return FailHost(copy, failed);
+  const Status written = WriteAttributes(created.HostName(), status, attributes);
+  if (!written) return Fail(copy, SaidAs(failed, written));
+  return futimens(created.file.fd, times) == 0 || FailHost(copy, failed);
 }
 
 // Puts the new file in the target's place.
 bool ReplaceTarget(Copy *copy, NewFile *created) {
-  const char *failed = PutInPlace(created, copy->place.exists);
+  const Status put = PutInPlace(created, copy->place.exists);
   copy->inPlace = created->inPlace;
-  return failed == nullptr || FailHost(copy, failed);
+  return put || Fail(copy, put);
 }
 
 bool Rehearse(Copy *copy) {
   const auto size = static_cast<std::uint64_t>(copy->sourceStatus.st_size);
-  std::string reason = RehearseNewFile(copy->place.directory, copy->place.name, size);
-  return reason.empty() || Fail(copy, ErrorFromErrno(errno), std::move(reason));
+  const Status would = RehearseNewFile(copy->place.directory, copy->place.name, size);
+  return would || Fail(copy, would);
 }
 
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
   if (Rehearsing()) return Rehearse(copy);
   NewFile created(copy->place.directory, copy->place.name);
-  if (!OpenNewFile(&created, copy->place.exists)) return FailHost(copy, "cannot write to the target's directory");
+  const Status opened = OpenNewFile(&created, copy->place.exists);
+  if (!opened) return Fail(copy, SaidAs("cannot write to the target's directory", opened));
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }
 

@@ -150,10 +150,11 @@ BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   machine::HostPlace place;
   if (!LocateExisting(name, &place)) return FALSE;
   if (machine::Rehearsing()) {
-    return machine::RehearseAttributes(place.status, attributes) ? TRUE : machine::FailHost();
+    const machine::Status would = machine::RehearseAttributes(place.status, attributes);
+    return would ? TRUE : machine::FailWith(would);
   }
-  if (machine::WriteAttributes(machine::PlaceName(place), place.status, attributes)) return TRUE;
-  return machine::FailHost();
+  const machine::Status written = machine::WriteAttributes(machine::PlaceName(place), place.status, attributes);
+  return written ? TRUE : machine::FailWith(written);
 }
 
 BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data) {

@@ -98,8 +98,10 @@ bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_
   const machine::NamePattern pattern = machine::MakePattern(path.pattern);
   // Every directory but a root holds itself, first of all.
   if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return DescribeEntry(directory.fd, ".", data);
-  const machine::DirectoryStream stream = machine::OpenDirectoryStream(directory.fd);
-  if (!stream) return machine::FailHost();
+  machine::DirectoryStream stream;
+  if (const machine::Status opened = machine::OpenDirectoryStream(directory.fd, &stream); !opened) {
+    return machine::FailWith(opened);
+  }
   while (const dirent *entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name == "." || name == "..") continue;

@@ -26,6 +26,7 @@ namespace {
 
 using machine::FailHost;
 using machine::FailWith;
+using machine::Status;
 
 // Settings are kept in memory as a whole; anything larger is no settings file.
 constexpr off_t kLargestFile = off_t{64} << 20;
@@ -81,18 +82,21 @@ std::int32_t LeadingNumber(std::string_view text) {
 }
 
 // Gives the new file what the old one has besides its contents.
-bool TakeOver(const machine::NewFile &created, DWORD attributes) {
+Status TakeOver(const machine::NewFile &created, DWORD attributes) {
+  if (Status taken = machine::TakeOver(created); !taken) return taken;
   struct stat status;
-  return machine::TakeOver(created) && fstat(created.file.fd, &status) == 0 &&
-         machine::WriteAttributes(created.HostName(), status, attributes | FILE_ATTRIBUTE_ARCHIVE);
+  if (fstat(created.file.fd, &status) != 0) return Status::System();
+  return machine::WriteAttributes(created.HostName(), status, attributes | FILE_ATTRIBUTE_ARCHIVE);
 }
 
-bool SaveSettings(const machine::HostPlace &place, DWORD attributes, const std::string &text) {
+Status SaveSettings(const machine::HostPlace &place, DWORD attributes, const std::string &text) {
   machine::NewFile created(place.directory, place.name);
-  const bool saved =
-      machine::OpenNewFile(&created, place.exists) && machine::WriteAll(created.file.fd, text.data(), text.size()) &&
-      (!place.exists || TakeOver(created, attributes)) && machine::PutInPlace(&created, place.exists) == nullptr;
-  return saved || FailHost();
+  if (Status opened = machine::OpenNewFile(&created, place.exists); !opened) return opened;
+  if (Status written = machine::WriteAll(created.file.fd, text.data(), text.size()); !written) return written;
+  if (place.exists) {
+    if (Status taken = TakeOver(created, attributes); !taken) return taken;
+  }
+  return machine::PutInPlace(&created, place.exists);
 }
 
 bool WriteSetting(const char *section, const char *key, const char *value, const char *file) {
@@ -106,7 +110,8 @@ bool WriteSetting(const char *section, const char *key, const char *value, const
     if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) return FailWith(ERROR_ACCESS_DENIED);
     if (!machine::CanChangeSettings(text)) return FailWith(ERROR_INVALID_DATA);
   }
-  return SaveSettings(place, attributes, machine::WithSetting(text, section, key, value));
+  const Status saved = SaveSettings(place, attributes, machine::WithSetting(text, section, key, value));
+  return saved || FailWith(saved);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "platform/machine/base/descriptor.h"
+#include "platform/machine/base/status.h"
 #include "platform/machine/hive/hive_recovery.h"
 #include "platform/machine/hive/registry_path.h"
 #include "platform/machine/hive/registry_value.h"
@@ -49,10 +50,10 @@ struct Hive {
   BaseBlock state;             // the base block of what is read
 
   std::unique_ptr<hive_h, HivexCloser> handle;  // null until ReadHive
-  std::string failure;                          // why ReadHive failed, once it has
+  Status failure;                               // why ReadHive failed, once it has
   std::map<FoldedPath, hive_node_h> nodes;      // found so far; a key's node never moves
   std::map<FoldedPath, ChangedKey> changes;     // a key comes before the keys below it
-  bool damaged = false;                         // a call was answered with ERROR_BADDB
+  bool damaged = false;                         // a call was answered with kDamaged
 };
 
 // The file that holds what the hive is.
@@ -62,42 +63,42 @@ enum class HiveUse { kLook, kChange };
 
 // Opens the hive's `name` in its directory, both set by the caller; locks the file (for a look, against changes only),
 // checks it and, where it was not closed cleanly, brings it up to date in memory from its logs. The files are not
-// touched. Empty, or the reason, one line for people, why it may not be changed: it is missing, in use by another run,
-// damaged, or needs logs that are not there. What was found out until then is in the record.
-std::string OpenHive(Hive *hive, HiveUse use);
+// touched. Fails, with one line for people that follows its name, when it may not be changed: it is missing, in use by
+// another run, damaged, or needs logs that are not there. What was found out until then is in the record.
+Status OpenHive(Hive *hive, HiveUse use);
 
 // The same for a file by its path on the host; sets directory and name.
-std::string OpenHiveFile(Hive *hive, const std::filesystem::path &file, HiveUse use);
+Status OpenHiveFile(Hive *hive, const std::filesystem::path &file, HiveUse use);
 
 // "replayed 14 entries from two logs", of a recovered hive.
 std::string DescribeReplay(const Recovery &recovery);
 
-// Has libhivex read the file, when that has not been done. False, with `failure` set, when it cannot.
-bool ReadHive(Hive *hive);
+// Has libhivex read the file, when that has not been done. The answer to a failure stays.
+Status ReadHive(Hive *hive);
 
-// Of a hive that has been read: has libhivex take changes to it. Nodes stay where they are. False, with errno set, when
-// memory is short; the hive must not be used afterwards.
-bool MakeHiveWritable(Hive *hive);
+// Of a hive that has been read: has libhivex take changes to it. Nodes stay where they are. Fails when memory is short;
+// the hive must not be used afterwards.
+Status MakeHiveWritable(Hive *hive);
 
-// Key paths are relative to the hive's root. These return Windows' error codes: ERROR_FILE_NOT_FOUND for no such key or
-// value, ERROR_BADDB for a hive that cannot be read there, which `damaged` then remembers.
-LSTATUS FindHiveKey(Hive *hive, const KeyPath &key);
-LSTATUS FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value);
-// Makes the key and those above it that are missing.
-LSTATUS CreateHiveKey(Hive *hive, const KeyPath &key);
-// The key must exist. A value that is there already with the same data changes nothing. ERROR_NOT_SUPPORTED when the
+// Key paths are relative to the hive's root. Their failures have no text: kNotFound for no such key or value, kDamaged
+// for a hive that cannot be read there, which `damaged` then remembers.
+Status FindHiveKey(Hive *hive, const KeyPath &key);
+Status FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value);
+// Makes the key and those above it that are missing; kInvalid for a name longer than a key's may be.
+Status CreateHiveKey(Hive *hive, const KeyPath &key);
+// The key must exist. A value that is there already with the same data changes nothing. kUnsupported when the
 // key could not be saved whole: it holds (or would hold) data longer than one cell, or a name that libhivex cannot give
 // back.
-LSTATUS SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value);
+Status SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value);
 
-// Whether the changes can be given to libhivex: every cell that it will free is named once. Empty, or the reason.
-std::string CheckReplacedCells(Hive *hive);
+// Whether the changes can be given to libhivex: every cell that it will free is named once.
+Status CheckReplacedCells(Hive *hive);
 
 // Writes the changes to a new file, flushes it and puts it in the old one's place, with the old one's owner, mode and
 // extended attributes; without changes only has the disk know the names there, and stores size 0. The new hive is
 // clean, and no log beside it can be applied to it, now or later; the logs stay as they are, since they may be wanted
-// as evidence. On failure stores the reason; the old file is then whole, or the new one is in place but not surely on
+// as evidence. On failure the old file is whole, or the new one is in place but not surely on
 // the disk, and its size is stored. The hive must not be used afterwards.
-bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason);
+Status SaveHive(Hive *hive, std::uint64_t *size);
 
 }  // namespace machine

@@ -19,80 +19,77 @@ constexpr std::size_t kListEntries = 4 + 4;
 struct Cells {
   int file = -1;
   std::set<std::uint64_t> seen;  // file offsets
-  std::string reason;
 };
 
-bool Take(Cells *cells, std::uint64_t cell) {
-  if (cells->seen.insert(cell).second) return true;
-  cells->reason = "is damaged: two of its records share a cell; restore the file again";
-  return false;
-}
-
-bool Read(Cells *cells, std::uint64_t at, void *buffer, std::size_t size) {
-  cells->reason = ReadAt(cells->file, at, buffer, size);
-  return cells->reason.empty();
+Status Take(Cells *cells, std::uint64_t cell) {
+  if (cells->seen.insert(cell).second) return {};
+  return Status::Refused("is damaged: two of its records share a cell; restore the file again");
 }
 
 // The file offset of the cell that the word at `at` names; the hive's offsets begin at its first bin.
-bool ReadReference(Cells *cells, std::uint64_t at, std::uint64_t *cell) {
+Status ReadReference(const Cells &cells, std::uint64_t at, std::uint64_t *cell) {
   std::uint8_t word[4];
-  if (!Read(cells, at, word, sizeof word)) return false;
+  if (Status read = ReadAt(cells.file, at, word, sizeof word); !read) return read;
   *cell = kBaseBlockSize + std::uint64_t{ReadLe32(word)};
-  return true;
+  return {};
 }
 
-bool TakeValues(Cells *cells, hive_h *handle, hive_node_h node) {
+Status TakeValues(Cells *cells, hive_h *handle, hive_node_h node) {
   std::uint8_t count[4];
-  if (!Read(cells, node + kKeyValueCount, count, sizeof count)) return false;
-  if (ReadLe32(count) == 0) return true;
+  if (Status read = ReadAt(cells->file, node + kKeyValueCount, count, sizeof count); !read) return read;
+  if (ReadLe32(count) == 0) return {};
   std::uint64_t list = 0;
-  if (!ReadReference(cells, node + kKeyValueList, &list) || !Take(cells, list)) return false;
+  if (Status read = ReadReference(*cells, node + kKeyValueList, &list); !read) return read;
+  if (Status taken = Take(cells, list); !taken) return taken;
   const Malloced<hive_value_h> values(hivex_node_values(handle, node));
   for (const hive_value_h *value = values.get(); value != nullptr && *value != 0; ++value) {
     std::size_t length = 0;
     const hive_value_h data = hivex_value_data_cell_offset(handle, *value, &length);  // 0: within the record
-    if (!Take(cells, *value) || (data != 0 && !Take(cells, data))) return false;
+    if (Status taken = Take(cells, *value); !taken) return taken;
+    if (data == 0) continue;
+    if (Status taken = Take(cells, data); !taken) return taken;
   }
-  return true;
+  return {};
 }
 
 // A key's list of subkeys, which may be a list of lists.
-bool TakeSubkeyList(Cells *cells, hive_node_h node) {
+Status TakeSubkeyList(Cells *cells, hive_node_h node) {
   std::vector<std::uint64_t> lists(1);
-  if (!ReadReference(cells, node + kKeySubkeyList, lists.data())) return false;
+  if (Status read = ReadReference(*cells, node + kKeySubkeyList, lists.data()); !read) return read;
   while (!lists.empty()) {
     const std::uint64_t list = lists.back();
     lists.pop_back();
-    if (!Take(cells, list)) return false;
+    if (Status taken = Take(cells, list); !taken) return taken;
     std::uint8_t head[kListEntries];
-    if (!Read(cells, list, head, sizeof head)) return false;
+    if (Status read = ReadAt(cells->file, list, head, sizeof head); !read) return read;
     if (head[4] != 'r' || head[5] != 'i') continue;
     const unsigned count = head[kListCount] | head[kListCount + 1] << 8;
     for (unsigned i = 0; i < count; ++i) {
       lists.emplace_back();
-      if (!ReadReference(cells, list + kListEntries + 4 * std::uint64_t{i}, &lists.back())) return false;
+      Status read = ReadReference(*cells, list + kListEntries + 4 * std::uint64_t{i}, &lists.back());
+      if (!read) return read;
     }
   }
-  return true;
+  return {};
 }
 
 }  // namespace
 
-std::string CheckReplacedCells(Hive *hive) {
-  Cells cells{ContentOf(*hive), {}, ""};
+Status CheckReplacedCells(Hive *hive) {
+  Cells cells{ContentOf(*hive), {}};
   std::set<hive_node_h> parents;
   for (const auto &[path, key] : hive->changes) {
     const auto node = hive->nodes.find(path);
     if (node != hive->nodes.end()) {
-      if (!TakeValues(&cells, hive->handle.get(), node->second)) return cells.reason;
+      if (Status taken = TakeValues(&cells, hive->handle.get(), node->second); !taken) return taken;
       continue;
     }
     const auto parent = hive->nodes.find({path.begin(), path.end() - 1});
     if (parent == hive->nodes.end() || !parents.insert(parent->second).second) continue;
-    const bool hasSubkeys = hivex_node_nr_children(hive->handle.get(), parent->second) != 0;
-    if (hasSubkeys && !TakeSubkeyList(&cells, parent->second)) return cells.reason;
+    if (hivex_node_nr_children(hive->handle.get(), parent->second) == 0) continue;
+    if (Status taken = TakeSubkeyList(&cells, parent->second); !taken) return taken;
   }
-  return "";
+  return {};
 }
 
 }  // namespace machine

@@ -182,10 +182,10 @@ void CopyPage(const PageUse &use, std::uint64_t start, std::vector<std::uint8_t>
 }
 
 // The window of the old hive's bins; zeros behind its end.
-std::string ReadWindow(int hive, std::uint64_t size, std::uint64_t start, std::vector<std::uint8_t> *window) {
+Status ReadWindow(int hive, std::uint64_t size, std::uint64_t start, std::vector<std::uint8_t> *window) {
   const std::uint64_t at = kBaseBlockSize + start, there = at < size ? std::min(size - at, window->size()) : 0;
   std::fill(window->begin() + static_cast<std::ptrdiff_t>(there), window->end(), 0);
-  return there == 0 ? "" : ReadAt(hive, at, window->data(), there);
+  return there == 0 ? Status() : ReadAt(hive, at, window->data(), there);
 }
 
 // What the base block becomes.
@@ -244,11 +244,11 @@ Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const s
   return recovery;
 }
 
-std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered) {
+Status ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered) {
   std::uint8_t head[kBaseBlockSize];
-  std::string reason = ReadAt(hive, 0, head, sizeof head);
+  if (Status read = ReadAt(hive, 0, head, sizeof head); !read) return read;
   FinishHead(recovery, head);
-  if (reason.empty()) reason = WriteAt(recovered, 0, head, sizeof head);
+  if (Status written = WriteAt(recovered, 0, head, sizeof head); !written) return written;
 
   // In one pass, since a hive can be large: read, put the pages in, look at bins and cells, write.
   BinWalk walk = {CellCheck::kAll, ReadLe32(head + kBinsSizeOffset), 0, 0};
@@ -257,18 +257,21 @@ std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size
   const WindowPages pages = SortPages(recovery, end);
   const bool moveTime = recovery.applied.back()->format == LogFormat::kOld;
   std::vector<std::uint8_t> window;
-  for (std::uint64_t start = 0; start < end && reason.empty(); start += kWindowSize) {
+  for (std::uint64_t start = 0; start < end; start += kWindowSize) {
     window.resize(std::min<std::uint64_t>(kWindowSize, end - start));
-    reason = ReadWindow(hive, size, start, &window);
+    if (Status read = ReadWindow(hive, size, start, &window); !read) return read;
     for (const PageUse &use : pages[start / kWindowSize]) CopyPage(use, start, &window);
     if (start == 0 && moveTime) std::memcpy(window.data() + kFirstBinTime - kBaseBlockSize, head + kTimeOffset, 8);
     const auto checked = std::min<std::uint64_t>(window.size(), walk.bins - std::min<std::uint64_t>(walk.bins, start));
-    if (reason.empty() && checked != 0) {
-      reason = WalkBins(&walk, window.data(), static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(checked));
+    if (checked != 0) {
+      Status sound =
+          WalkBins(&walk, window.data(), static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(checked));
+      if (!sound) return sound;
     }
-    if (reason.empty()) reason = WriteAt(recovered, kBaseBlockSize + start, window.data(), window.size());
+    Status written = WriteAt(recovered, kBaseBlockSize + start, window.data(), window.size());
+    if (!written) return written;
   }
-  return reason;
+  return {};
 }
 
 std::uint32_t NextNumber(const BaseBlock &hive, const std::vector<HiveLog> &logs) {

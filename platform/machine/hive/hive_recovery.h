@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/machine/base/status.h"
 #include "platform/machine/hive/base_block.h"
 #include "platform/machine/hive/hive_log.h"
 
@@ -32,10 +33,10 @@ inline bool NeedsRecovery(const BaseBlock &hive) { return !hive.checksumRight ||
 // The result points into `logs`.
 Recovery PlanRecovery(const BaseBlock &hive, std::uint64_t firstBinTime, const std::vector<HiveLog> &logs);
 
-// Writes what the hive, of `size` bytes, becomes with the logs to the empty file `recovered`. Empty, or the reason of a
-// failure in one line for people: the bins that come of it are not whole, or memory is short. Base block and root cell
-// are left for CheckAllButBins.
-std::string ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered);
+// Writes what the hive, of `size` bytes, becomes with the logs to the empty file `recovered`. Fails, with one line for
+// people, when the bins that come of it are not whole, or memory is short. Base block and root cell are left for
+// CheckAllButBins.
+Status ApplyRecovery(const Recovery &recovery, int hive, std::uint64_t size, int recovered);
 
 // The sequence number for a hive that was changed with those logs beside it: past the hive's own (unless its base block
 // is damaged, and they with it) and every entry of every log, old rounds too. None of them can then be applied, not

@@ -460,11 +460,11 @@ TEST(HiveLog, EndsBeforeTheFirstEntryThatIsNotWhole) {
 Bytes Rebuild(const Bytes &hive, const std::vector<machine::HiveLog> &logs) {
   const machine::Recovery plan = machine::PlanRecovery(machine::ReadBaseBlock(hive.data()), 0, logs);
   machine::Descriptor file, recovered;
-  EXPECT_EQ(machine::MakeMemoryFile(&file) + machine::MakeMemoryFile(&recovered), "");
-  EXPECT_EQ(machine::WriteAt(file.fd, 0, hive.data(), hive.size()), "");
-  EXPECT_EQ(machine::ApplyRecovery(plan, file.fd, hive.size(), recovered.fd), "");
+  EXPECT_TRUE(machine::MakeMemoryFile(&file) && machine::MakeMemoryFile(&recovered));
+  EXPECT_TRUE(machine::WriteAt(file.fd, 0, hive.data(), hive.size()));
+  EXPECT_TRUE(machine::ApplyRecovery(plan, file.fd, hive.size(), recovered.fd));
   Bytes bytes(hive.size());
-  EXPECT_EQ(machine::ReadAt(recovered.fd, 0, bytes.data(), bytes.size()), "");
+  EXPECT_TRUE(machine::ReadAt(recovered.fd, 0, bytes.data(), bytes.size()));
   return bytes;
 }
 

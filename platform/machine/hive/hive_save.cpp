@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -23,8 +24,10 @@
 namespace machine {
 namespace {
 
-std::string FaultReason(const char *what) {
-  return std::string(what) + ": system error " + std::to_string(platform::GetLastError());
+// A failure that a test asked for.
+Status AskedFailure(const char *step, DWORD error, const char *what) {
+  if (!FaultPoint(step, error)) return {};
+  return Status::Refused(std::string(what) + ": system error " + std::to_string(platform::GetLastError()));
 }
 
 bool SetValues(hive_h *handle, hive_node_h node, const std::vector<StoredValue> &values) {
@@ -41,18 +44,15 @@ bool SetValues(hive_h *handle, hive_node_h node, const std::vector<StoredValue> 
   return hivex_node_set_values(handle, node, list.size(), list.data(), 0) == 0;
 }
 
-bool ReadForChange(Hive *hive, std::string *reason) {
+Status ReadForChange(Hive *hive) {
   const char *const failed = "cannot be read once more to change it";
-  if (FaultPoint("hive read", ERROR_NOT_ENOUGH_MEMORY)) {
-    *reason = FaultReason(failed);
-  } else if (!MakeHiveWritable(hive)) {
-    *reason = ErrnoReason(failed);
-  }
-  return reason->empty();
+  if (Status asked = AskedFailure("hive read", ERROR_NOT_ENOUGH_MEMORY, failed); !asked) return asked;
+  Status writable = MakeHiveWritable(hive);
+  return writable ? Status() : SaidAs(failed, std::move(writable));
 }
 
 // Makes the new keys and sets each changed key's values, in libhivex's copy in memory.
-bool ApplyChanges(Hive *hive, std::string *reason) {
+Status ApplyChanges(Hive *hive) {
   hive_h *handle = hive->handle.get();
   for (const auto &[path, key] : hive->changes) {
     hive_node_h node = 0;
@@ -64,11 +64,11 @@ bool ApplyChanges(Hive *hive, std::string *reason) {
       if (node != 0) hive->nodes.emplace(path, node);
     }
     if (node == 0 || (key.valuesSet && !SetValues(handle, node, key.values))) {
-      *reason = ErrnoReason("could not take the key " + Utf16ToAnsi(key.name) + " and its values");
-      return false;
+      const int error = errno;
+      return Status::System("could not take the key " + Utf16ToAnsi(key.name) + " and its values", error);
     }
   }
-  return true;
+  return {};
 }
 
 std::uint64_t FileTimeNow() {
@@ -88,81 +88,81 @@ std::uint64_t NewTime(const std::vector<HiveLog> &logs) {
 
 // What libhivex does not know of: sequence numbers and a time that put every log beside the hive behind it, the two
 // checksums that are not the plain XOR; and nothing behind the last bin.
-std::string FinishNewHive(const Hive &hive, int file) {
+Status FinishNewHive(const Hive &hive, int file, std::uint64_t *size) {
   std::uint8_t head[kLogHeadSize], time[8];
-  std::string reason = ReadAt(file, 0, head, sizeof head);
-  if (!reason.empty()) return reason;
+  if (Status read = ReadAt(file, 0, head, sizeof head); !read) return read;
   const std::uint32_t number = NextNumber(hive.head, hive.logs);
   WriteLe64(time, NewTime(hive.logs));
   WriteLe32(head + kPrimaryOffset, number);
   WriteLe32(head + kSecondaryOffset, number);
   std::memcpy(head + kTimeOffset, time, sizeof time);
   SealBaseBlock(head);
-  reason = WriteAt(file, 0, head, sizeof head);
-  if (reason.empty()) reason = WriteAt(file, kFirstBinTime, time, sizeof time);
+  if (Status written = WriteAt(file, 0, head, sizeof head); !written) return written;
+  if (Status written = WriteAt(file, kFirstBinTime, time, sizeof time); !written) return written;
   const off_t end = static_cast<off_t>(kBaseBlockSize + std::uint64_t{ReadLe32(head + kBinsSizeOffset)});
-  if (reason.empty() && ftruncate(file, end) != 0) reason = ErrnoReason("cannot be cut to its size");
+  if (ftruncate(file, end) != 0) return Status::System("cannot be cut to its size");
   BaseBlock written;
-  return reason.empty() ? CheckHive(file, hive.state.binsSize, CellCheck::kAll, &written) : reason;
+  if (Status sound = CheckHive(file, hive.state.binsSize, CellCheck::kAll, &written); !sound) return sound;
+  return RegularFileSize(file, size);
 }
 
 // Writes the new hive to the new file.
-bool WriteNewHive(const Hive &hive, int file, std::uint64_t *size, std::string *reason) {
-  if (FaultPoint("hive write", ERROR_DISK_FULL)) {
-    *reason = FaultReason("the new file cannot be written");
-    return false;
-  }
+Status WriteNewHive(const Hive &hive, int file, std::uint64_t *size) {
+  const char *const failed = "the new file cannot be written";
+  if (Status asked = AskedFailure("hive write", ERROR_DISK_FULL, failed); !asked) return asked;
   if (hivex_commit(hive.handle.get(), ("/proc/self/fd/" + std::to_string(file)).c_str(), 0) != 0) {
-    *reason = ErrnoReason("the new file cannot be written");
-    return false;
+    return Status::System(failed);
   }
-  std::string wrong = FinishNewHive(hive, file);
-  if (wrong.empty()) wrong = RegularFileSize(file, size);
-  if (!wrong.empty()) *reason = "the new file " + wrong;
-  return wrong.empty();
+  Status finished = FinishNewHive(hive, file, size);
+  if (!finished) finished.text.insert(0, "the new file ");
+  return finished;
 }
 
-bool Replace(NewFile *created, std::string *reason) {
-  const char *failed = TakeOver(*created)
-                           ? PutInPlace(created, true)
-                           : "the new file cannot be given the owner, mode and attributes of the old one";
-  if (failed != nullptr) *reason = ErrnoReason(failed);
-  return failed == nullptr;
+Status Replace(NewFile *created) {
+  if (Status taken = TakeOver(*created); !taken) {
+    return SaidAs("the new file cannot be given the owner, mode and attributes of the old one", std::move(taken));
+  }
+  return PutInPlace(created, true);
 }
 
 // Makes the new hive in memory, and asks whether it could take the old one's place.
-bool RehearseSave(const Hive &hive, std::uint64_t *size, std::string *reason) {
+Status RehearseSave(const Hive &hive, std::uint64_t *size) {
   Descriptor made;
-  *reason = MakeMemoryFile(&made);
-  if (!reason->empty() || !WriteNewHive(hive, made.fd, size, reason)) return false;
-  *reason = RehearseNewFile(hive.directory.fd, hive.name, *size);
-  if (!reason->empty()) *size = 0;
-  return reason->empty();
+  std::uint64_t needed = 0;
+  if (Status memory = MakeMemoryFile(&made); !memory) return memory;
+  if (Status written = WriteNewHive(hive, made.fd, &needed); !written) return written;
+  if (Status would = RehearseNewFile(hive.directory.fd, hive.name, needed); !would) return would;
+  *size = needed;
+  return {};
+}
+
+Status SaveInPlace(const Hive &hive, std::uint64_t *size) {
+  NewFile created(hive.directory.fd, hive.name);
+  std::uint64_t written = 0;
+  if (Status opened = OpenNewFile(&created, true); !opened) {
+    return SaidAs("no new file can be made beside it", std::move(opened));
+  }
+  if (Status made = WriteNewHive(hive, created.file.fd, &written); !made) return made;
+  Status replaced = Replace(&created);
+  if (created.inPlace) *size = written;
+  return replaced;
 }
 
 }  // namespace
 
-bool SaveHive(Hive *hive, std::uint64_t *size, std::string *reason) {
+Status SaveHive(Hive *hive, std::uint64_t *size) {
   *size = 0;
   if (hive->changes.empty()) {
     // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
-    if (!Rehearsing()) FlushDirectory(hive->directory.fd);
-    return true;
+    if (!Rehearsing()) (void)FlushDirectory(hive->directory.fd);
+    return {};
   }
   hive->nodes.emplace(FoldedPath(), hivex_root(hive->handle.get()));
-  *reason = ReadHiveLogs(&hive->logs);
-  if (reason->empty()) *reason = CheckReplacedCells(hive);
-  if (!reason->empty() || !ReadForChange(hive, reason) || !ApplyChanges(hive, reason)) return false;
-  if (Rehearsing()) return RehearseSave(*hive, size, reason);
-
-  NewFile created(hive->directory.fd, hive->name);
-  if (!OpenNewFile(&created, true)) {
-    *reason = ErrnoReason("no new file can be made beside it");
-    return false;
-  }
-  if (WriteNewHive(*hive, created.file.fd, size, reason) && Replace(&created, reason)) return true;
-  if (!created.inPlace) *size = 0;
-  return false;
+  if (Status read = ReadHiveLogs(&hive->logs); !read) return read;
+  if (Status replaceable = CheckReplacedCells(hive); !replaceable) return replaceable;
+  if (Status read = ReadForChange(hive); !read) return read;
+  if (Status applied = ApplyChanges(hive); !applied) return applied;
+  return Rehearsing() ? RehearseSave(*hive, size) : SaveInPlace(*hive, size);
 }
 
 }  // namespace machine

@@ -31,10 +31,10 @@ std::optional<DWORD> ReadNtfs(const std::string &hostName, const struct stat &st
   return attributes;
 }
 
-bool WriteStored(const std::string &hostName, const char *key, DWORD attributes) {
+Status WriteStored(const std::string &hostName, const char *key, DWORD attributes) {
   const std::array<BYTE, 4> bytes = {static_cast<BYTE>(attributes >> 24), static_cast<BYTE>(attributes >> 16),
                                      static_cast<BYTE>(attributes >> 8), static_cast<BYTE>(attributes)};
-  return setxattr(hostName.c_str(), key, bytes.data(), bytes.size(), 0) == 0;
+  return setxattr(hostName.c_str(), key, bytes.data(), bytes.size(), 0) == 0 ? Status() : Status::System();
 }
 
 bool IsFile(const struct stat &status) { return !S_ISDIR(status.st_mode); }
@@ -50,16 +50,19 @@ mode_t ModeFor(const struct stat &status, bool writable) {
   return (mode & kWriteBits) == 0 ? mode | S_IWUSR : mode;
 }
 
-bool ChangeMode(const std::string &hostName, mode_t from, mode_t to) {
-  return from == to || chmod(hostName.c_str(), to) == 0;
+Status ChangeMode(const std::string &hostName, mode_t from, mode_t to) {
+  return from == to || chmod(hostName.c_str(), to) == 0 ? Status() : Status::System();
 }
 
-bool WriteOwn(const std::string &hostName, const struct stat &status, DWORD attributes) {
+Status RemoveOwn(const std::string &hostName) {
+  return removexattr(hostName.c_str(), kOwnAttributes) == 0 ? Status() : Status::System();
+}
+
+Status WriteOwn(const std::string &hostName, const struct stat &status, DWORD attributes) {
   const bool usual = (attributes & ~FILE_ATTRIBUTE_READONLY) == UsualAttributes(status) &&
                      (IsFile(status) || (attributes & FILE_ATTRIBUTE_READONLY) == 0);
-  const bool done =
-      usual ? removexattr(hostName.c_str(), kOwnAttributes) == 0 : WriteStored(hostName, kOwnAttributes, attributes);
-  return done || errno == ENODATA || errno == EOPNOTSUPP;
+  Status written = usual ? RemoveOwn(hostName) : WriteStored(hostName, kOwnAttributes, attributes);
+  return written.error == ENODATA || written.error == EOPNOTSUPP ? Status() : written;
 }
 
 }  // namespace
@@ -78,22 +81,23 @@ DWORD ReadAttributes(const std::string &hostName, const struct stat &status) {
   return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
 }
 
-bool WriteAttributes(const std::string &hostName, const struct stat &status, DWORD attributes) {
+Status WriteAttributes(const std::string &hostName, const struct stat &status, DWORD attributes) {
   attributes &= kSettable;
   const bool readOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
   const mode_t before = status.st_mode & 07777;
   const mode_t writable = ModeFor(status, true);
   if (const std::optional<DWORD> ntfs = ReadNtfs(hostName, status)) {
-    if (!readOnly && !ChangeMode(hostName, before, writable)) return false;
+    if (!readOnly) {
+      if (Status changed = ChangeMode(hostName, before, writable); !changed) return changed;
+    }
     return WriteStored(hostName, kNtfsAttributes, (*ntfs & ~kSettable) | attributes);
   }
   // Writable for the moment in any case: a file without write permission refuses extended attributes.
-  if (!ChangeMode(hostName, before, writable)) return false;
-  if (WriteOwn(hostName, status, attributes)) return ChangeMode(hostName, writable, ModeFor(status, !readOnly));
-  const int error = errno;
-  ChangeMode(hostName, writable, before);
-  errno = error;
-  return false;
+  if (Status changed = ChangeMode(hostName, before, writable); !changed) return changed;
+  Status written = WriteOwn(hostName, status, attributes);
+  if (written) return ChangeMode(hostName, writable, ModeFor(status, !readOnly));
+  (void)ChangeMode(hostName, writable, before);
+  return written;
 }
 
 }  // namespace machine

@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "platform/machine/base/status.h"
 #include "platform/platform.h"
 
 namespace machine {
@@ -21,7 +22,7 @@ inline constexpr DWORD kProtectingAttributes = FILE_ATTRIBUTE_READONLY | FILE_AT
 // that status; FILE_ATTRIBUTE_NORMAL when none is set.
 DWORD ReadAttributes(const std::string &hostName, const struct stat &status);
 
-// Sets those attributes that can be set and clears the others. False with errno set.
-bool WriteAttributes(const std::string &hostName, const struct stat &status, DWORD attributes);
+// Sets those attributes that can be set and clears the others.
+Status WriteAttributes(const std::string &hostName, const struct stat &status, DWORD attributes);
 
 }  // namespace machine

@@ -53,8 +53,8 @@ Listing ReadListing(int directory, const struct stat &status) {
   listing.changed = status.st_ctim;
   listing.settled = Settled(status);
   ++g_listingsRead;
-  const DirectoryStream stream = OpenDirectoryStream(directory);
-  if (!stream) return listing;
+  DirectoryStream stream;
+  if (!OpenDirectoryStream(directory, &stream)) return listing;
   while (const dirent *entry = readdir(stream.get())) {
     const auto [place, added] = listing.names.try_emplace(FoldName(entry->d_name), entry->d_name);
     if (!added) place->second = std::min(place->second, std::string(entry->d_name));
@@ -64,12 +64,13 @@ Listing ReadListing(int directory, const struct stat &status) {
 
 }  // namespace
 
-DirectoryStream OpenDirectoryStream(int directory) {
+Status OpenDirectoryStream(int directory, DirectoryStream *stream) {
   Descriptor own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!own) return nullptr;
-  DirectoryStream stream(fdopendir(own.fd));
-  if (stream) own.Release();
-  return stream;
+  if (!own) return Status::System();
+  stream->reset(fdopendir(own.fd));
+  if (*stream == nullptr) return Status::System();
+  own.Release();
+  return {};
 }
 
 std::string FindNameNoCase(int directory, const std::string &name) {

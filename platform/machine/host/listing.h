@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/machine/base/status.h"
+
 namespace machine {
 
 struct CloseDirectoryStream {
@@ -13,9 +15,9 @@ struct CloseDirectoryStream {
 };
 using DirectoryStream = std::unique_ptr<DIR, CloseDirectoryStream>;
 
-// The entries of an open directory, from the first; null with errno set. `directory` stays the caller's and may be an
-// O_PATH descriptor.
-DirectoryStream OpenDirectoryStream(int directory);
+// Stores the entries of an open directory, from the first. `directory` stays the caller's and may be an O_PATH
+// descriptor.
+Status OpenDirectoryStream(int directory, DirectoryStream *stream);
 
 // The entry of an open directory whose name differs from `name` (UTF-8) in case alone, as spelled on disk; empty when
 // there is none. Of several the first in byte order. The last few listings are kept, so that looking up many missing

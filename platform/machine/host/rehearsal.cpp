@@ -44,23 +44,28 @@ bool HasNoOwners(int directory) {
 }
 
 // Whether the new file could be given the old one's owner and group: a file in memory shows what this process may do.
-bool MayTakeOver(int directory, const struct stat &parent, const struct stat &old) {
+Status MayTakeOver(int directory, const struct stat &parent, const struct stat &old) {
   const gid_t group = (parent.st_mode & S_ISGID) != 0 ? parent.st_gid : getegid();
-  if ((old.st_uid == geteuid() && old.st_gid == group) || HasNoOwners(directory)) return true;
+  if ((old.st_uid == geteuid() && old.st_gid == group) || HasNoOwners(directory)) return {};
   Descriptor trial;
-  return MakeMemoryFile(&trial).empty() && fchown(trial.fd, old.st_uid, old.st_gid) == 0;
+  if (Status made = MakeMemoryFile(&trial); !made) return made;
+  return fchown(trial.fd, old.st_uid, old.st_gid) == 0 ? Status() : Status::System();
 }
 
 // Where only a file's owner may replace it, as in a directory for temporary files.
-bool MayReplace(const struct stat &directory, const struct stat &old) {
+Status MayUnlink(const struct stat &directory, const struct stat &old) {
   const uid_t self = geteuid();
-  if ((directory.st_mode & S_ISVTX) == 0 || self == 0 || self == old.st_uid || self == directory.st_uid) return true;
-  errno = EPERM;
-  return false;
+  if ((directory.st_mode & S_ISVTX) == 0 || self == 0 || self == old.st_uid || self == directory.st_uid) return {};
+  return Status::System({}, EPERM);
 }
 
-std::string Reason(const char *what, const char *advice) {
-  return std::string(what) + " (" + std::strerror(errno) + "); " + advice;
+Status MayReplace(int directory, const struct stat &parent, const struct stat &old) {
+  if (Status may = MayUnlink(parent, old); !may) return may;
+  return MayTakeOver(directory, parent, old);
+}
+
+Status Refusal(const char *what, int error, const char *advice) {
+  return Status::Refused(std::string(what) + " (" + std::strerror(error) + "); " + advice, error);
 }
 
 // More than any disk has; sums of a few stay in range.
@@ -78,21 +83,21 @@ std::int64_t FreeRoom(int directory, std::int64_t *blockSize) {
 }
 
 // The new file stands beside the old one for a moment: both need room then.
-std::string TakeRoom(int directory, dev_t device, std::uint64_t size, std::uint64_t givenBack) {
+Status TakeRoom(int directory, dev_t device, std::uint64_t size, std::uint64_t givenBack) {
   std::int64_t blockSize = 1;
   const std::int64_t room = FreeRoom(directory, &blockSize);
-  if (room < 0) return "";
+  if (room < 0) return {};
   const auto bytes = static_cast<std::int64_t>(std::min(size, 2 * kMost));
   const std::int64_t needed = (bytes + blockSize - 1) / blockSize * blockSize;
   std::int64_t &taken = g_rehearsal.taken[device];
   if (needed > room - taken) {
-    errno = ENOSPC;
     const std::int64_t left = std::max<std::int64_t>(room - taken, 0);
-    return "there is no room: it needs " + std::to_string(needed) + " bytes, " + std::to_string(left) +
-           " are free; make room on the restored volume";
+    return Status::Refused("there is no room: it needs " + std::to_string(needed) + " bytes, " + std::to_string(left) +
+                               " are free; make room on the restored volume",
+                           ENOSPC);
   }
   taken += needed - static_cast<std::int64_t>(givenBack);
-  return "";
+  return {};
 }
 
 // Bytes on the disk that come back when the old file is replaced.
@@ -104,24 +109,25 @@ std::uint64_t GivenBack(const struct stat &old) {
 
 bool Rehearsing() { return g_on; }
 
-std::string RehearseNewFile(int directory, const std::string &name, std::uint64_t size) {
-  if (!MayWriteTo(directory)) {
-    return Reason("its directory cannot be written to", "mount the file system for writing, or allow it");
+Status RehearseNewFile(int directory, const std::string &name, std::uint64_t size) {
+  if (const Status may = MayWriteTo(directory); !may) {
+    return Refusal("its directory cannot be written to", may.error, "mount the file system for writing, or allow it");
   }
   struct stat parent = {}, old = {};
   if (fstatat(directory, ".", &parent, 0) != 0) {
-    return Reason("its directory cannot be examined", "look for errors of the disk");
+    return Refusal("its directory cannot be examined", errno, "look for errors of the disk");
   }
   const bool exists = fstatat(directory, name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
-  if (exists && (!MayReplace(parent, old) || !MayTakeOver(directory, parent, old))) {
-    return Reason("the old file has another owner or group and cannot be replaced", "run as its owner or as root");
+  if (const Status may = exists ? MayReplace(directory, parent, old) : Status(); !may) {
+    return Refusal("the old file has another owner or group and cannot be replaced", may.error,
+                   "run as its owner or as root");
   }
   const NewFileKey key = {parent.st_dev, parent.st_ino, FoldName(name)};
   const auto earlier = g_rehearsal.files.find(key);
   const std::uint64_t back = earlier != g_rehearsal.files.end() ? earlier->second : exists ? GivenBack(old) : 0;
-  std::string reason = TakeRoom(directory, parent.st_dev, size, back);
-  if (reason.empty()) g_rehearsal.files[key] = size;
-  return reason;
+  if (Status taken = TakeRoom(directory, parent.st_dev, size, back); !taken) return taken;
+  g_rehearsal.files[key] = size;
+  return {};
 }
 
 bool WouldExist(const HostPlace &place, std::uint64_t *size) {
@@ -133,14 +139,11 @@ bool WouldExist(const HostPlace &place, std::uint64_t *size) {
   return true;
 }
 
-bool RehearseAttributes(const struct stat &file, DWORD attributes) {
+Status RehearseAttributes(const struct stat &file, DWORD attributes) {
   const uid_t self = geteuid();
-  if (self != 0 && self != file.st_uid) {
-    errno = EPERM;
-    return false;
-  }
+  if (self != 0 && self != file.st_uid) return Status::System({}, EPERM);
   g_rehearsal.attributes[{file.st_dev, file.st_ino}] = attributes;
-  return true;
+  return {};
 }
 
 DWORD WouldHaveAttributes(const struct stat &file, DWORD real) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/machine/base/status.h"
 #include "platform/machine/host/host_place.h"
 #include "platform/platform.h"
 
@@ -14,17 +15,17 @@ namespace machine {
 
 bool Rehearsing();
 
-// A new file of `size` bytes for that name in an open directory, which may be an O_PATH descriptor. Empty when it could
-// be written and put in place; it then counts as being there, and its room on the file system as taken. Else the reason
-// in one line for people, with errno set.
-std::string RehearseNewFile(int directory, const std::string &name, std::uint64_t size);
+// A new file of `size` bytes for that name in an open directory, which may be an O_PATH descriptor. Succeeds when it
+// could be written and put in place; it then counts as being there, and its room on the file system as taken. A failure
+// has a text and an errno value.
+Status RehearseNewFile(int directory, const std::string &name, std::uint64_t size);
 
 // Whether a new file was rehearsed for a place; stores its size.
 bool WouldExist(const HostPlace &place, std::uint64_t *size);
 
 // Attributes given to a file in the rehearsal. WouldHaveAttributes gives them, or the `real` ones of a file that got
-// none. RehearseAttributes is false with errno set when this process may not change the file's.
-bool RehearseAttributes(const struct stat &file, DWORD attributes);
+// none. RehearseAttributes fails when this process may not change the file's.
+Status RehearseAttributes(const struct stat &file, DWORD attributes);
 DWORD WouldHaveAttributes(const struct stat &file, DWORD real);
 
 // Begins, or ends and forgets it all. The parts with a state of their own have their own (registry, prompts).

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/machine/base/fault.h"
@@ -18,11 +18,15 @@ namespace machine {
 namespace {
 
 // A failure that a test asked for; its error is an errno value.
-bool Fails(const char *step) {
-  if (!FaultPoint(step, ENOSPC)) return false;
-  errno = static_cast<int>(platform::GetLastError());
-  return true;
+Status AskedFailure(const char *step) {
+  if (!FaultPoint(step, ENOSPC)) return {};
+  return Status::System({}, static_cast<int>(platform::GetLastError()));
 }
+
+// What a call of the host that answers 0 answered.
+Status Answered(int result) { return result == 0 ? Status() : Status::System(); }
+
+Status Busy() { return Status::System({}, EBUSY); }
 
 // Such as .SYSTEM.vxr-tmp; of a long name the beginning, in whole characters, so that it fits in 255 bytes.
 std::string TemporaryName(const std::string &target) {
@@ -31,25 +35,18 @@ std::string TemporaryName(const std::string &target) {
   return "." + target.substr(0, length) + ".vxr-tmp";
 }
 
-// False when another run has the lock. A file system without locks is no reason to fail.
-bool Lock(int file) {
-  if (flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
-  errno = EBUSY;
-  return false;
-}
+// Busy when another run has the lock. A file system without locks is no reason to fail.
+Status Lock(int file) { return flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK ? Status() : Busy(); }
 
-bool OpenNamed(NewFile *created, int flags, mode_t mode) {
+Status OpenNamed(NewFile *created, int flags, mode_t mode) {
   const std::string name = TemporaryName(created->target);
   created->file = Descriptor(openat(created->directory, name.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | flags, mode));
-  if (!created->file && errno == EEXIST) errno = EBUSY;
-  if (!created->file || !Lock(created->file.fd)) return false;
+  if (!created->file) return errno == EEXIST ? Busy() : Status::System();
+  if (Status locked = Lock(created->file.fd); !locked) return locked;
   // Until it was locked, another run may have taken it for a left-over.
-  if (IsNamed(created->file.fd, created->directory, name)) {
-    created->name = name;
-    return true;
-  }
-  errno = EBUSY;
-  return false;
+  if (!IsNamed(created->file.fd, created->directory, name)) return Busy();
+  created->name = name;
+  return {};
 }
 
 // --- What a file has besides its contents ---------------------------------------------------------------------------
@@ -67,73 +64,86 @@ bool IsRefusal(int error) {
   return error == EOPNOTSUPP || error == EPERM || error == EACCES || error == EINVAL || error == ENODATA;
 }
 
-// Nothing on a failure; an empty list where the file system has no such attributes.
-std::optional<Names> ListAttributes(const std::string &file) {
+// An empty list where the file system has no such attributes.
+Status ListAttributes(const std::string &file, Names *names) {
   const ssize_t room = listxattr(file.c_str(), nullptr, 0);
-  if (room < 0 && IsRefusal(errno)) return Names();
-  if (room < 0) return std::nullopt;
+  if (room < 0) return IsRefusal(errno) ? Status() : Status::System();
   std::string list(static_cast<std::size_t>(room), '\0');
   const ssize_t size = listxattr(file.c_str(), list.data(), list.size());
-  if (size < 0) return std::nullopt;
-  Names names;
-  for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(names.back().size()) + 1) names.emplace_back(&list[at]);
-  std::erase_if(names, [](const std::string &name) {
+  if (size < 0) return Status::System();
+  for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(names->back().size()) + 1) names->emplace_back(&list[at]);
+  std::erase_if(*names, [](const std::string &name) {
     return std::find(std::begin(kSeals), std::end(kSeals), name) != std::end(kSeals);
   });
-  return names;
+  return {};
 }
 
-bool CopyAttribute(const std::string &from, const std::string &to, const char *name) {
+// The last call's failure, where it is no answer about the attribute.
+Status UnlessRefused() { return IsRefusal(errno) ? Status() : Status::System(); }
+
+Status CopyAttribute(const std::string &from, const std::string &to, const char *name) {
   const ssize_t room = getxattr(from.c_str(), name, nullptr, 0);
-  if (room < 0) return IsRefusal(errno);
+  if (room < 0) return UnlessRefused();
   std::string value(static_cast<std::size_t>(room), '\0');
   const ssize_t size = getxattr(from.c_str(), name, value.data(), value.size());
-  if (size < 0) return IsRefusal(errno);
-  return setxattr(to.c_str(), name, value.data(), static_cast<std::size_t>(size), 0) == 0 || IsRefusal(errno);
+  if (size < 0) return UnlessRefused();
+  const bool set = setxattr(to.c_str(), name, value.data(), static_cast<std::size_t>(size), 0) == 0;
+  return set ? Status() : UnlessRefused();
 }
 
 // Afterwards `to` has those of `from`, and not the access list that its directory gives to new files.
-bool CopyAttributes(const std::string &from, const std::string &to) {
-  std::optional<Names> names = ListAttributes(from);
-  const std::optional<Names> given = ListAttributes(to);
-  if (!names || !given) return false;
-  for (const std::string &name : *given) {
-    const bool kept = std::find(names->begin(), names->end(), name) != names->end();
-    if (!kept && removexattr(to.c_str(), name.c_str()) != 0 && !IsRefusal(errno)) return false;
+Status CopyAttributes(const std::string &from, const std::string &to) {
+  Names names, given;
+  if (Status listed = ListAttributes(from, &names); !listed) return listed;
+  if (Status listed = ListAttributes(to, &given); !listed) return listed;
+  for (const std::string &name : given) {
+    const bool kept = std::find(names.begin(), names.end(), name) != names.end();
+    if (!kept && removexattr(to.c_str(), name.c_str()) != 0 && !IsRefusal(errno)) return Status::System();
   }
-  names->insert(names->end(), std::begin(kNtfsKeys), std::end(kNtfsKeys));
-  return std::all_of(names->begin(), names->end(),
-                     [&](const std::string &name) { return CopyAttribute(from, to, name.c_str()); });
+  names.insert(names.end(), std::begin(kNtfsKeys), std::end(kNtfsKeys));
+  for (const std::string &name : names) {
+    if (Status copied = CopyAttribute(from, to, name.c_str()); !copied) return copied;
+  }
+  return {};
 }
 
-bool CopyOwner(const struct stat &old, int file) {
+Status CopyOwner(const struct stat &old, int file) {
   struct stat fresh;
-  if (fstat(file, &fresh) != 0) return false;
-  return (old.st_uid == fresh.st_uid && old.st_gid == fresh.st_gid) || fchown(file, old.st_uid, old.st_gid) == 0;
+  if (fstat(file, &fresh) != 0) return Status::System();
+  if (old.st_uid == fresh.st_uid && old.st_gid == fresh.st_gid) return {};
+  return Answered(fchown(file, old.st_uid, old.st_gid));
 }
 
-bool CopyMode(const struct stat &old, int file) {
+Status CopyMode(const struct stat &old, int file) {
   struct stat fresh;
-  if (fstat(file, &fresh) != 0) return false;
-  return (old.st_mode & 07777) == (fresh.st_mode & 07777) || fchmod(file, old.st_mode & 07777) == 0;
+  if (fstat(file, &fresh) != 0) return Status::System();
+  if ((old.st_mode & 07777) == (fresh.st_mode & 07777)) return {};
+  return Answered(fchmod(file, old.st_mode & 07777));
 }
 
 // --- Taking the place -----------------------------------------------------------------------------------------------
 
-bool Rename(NewFile *created, bool exists) {
-  if (Fails("file rename")) return false;
+Status FlushFile(int file) {
+  if (Status asked = AskedFailure("file flush"); !asked) return asked;
+  return Answered(fsync(file));
+}
+
+Status Rename(NewFile *created, bool exists) {
+  if (Status asked = AskedFailure("file rename"); !asked) return asked;
   const std::string unnamed = created->HostName();
   if (created->name.empty()) {
     const std::string name = exists ? TemporaryName(created->target) : created->target;
-    if (linkat(AT_FDCWD, unnamed.c_str(), created->directory, name.c_str(), AT_SYMLINK_FOLLOW) != 0) return false;
-    if (!exists) return true;
+    if (linkat(AT_FDCWD, unnamed.c_str(), created->directory, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      return Status::System();
+    }
+    if (!exists) return {};
     created->name = name;
   }
   if (renameat(created->directory, created->name.c_str(), created->directory, created->target.c_str()) != 0) {
-    return false;
+    return Status::System();
   }
   created->name.clear();
-  return true;
+  return {};
 }
 
 }  // namespace
@@ -142,68 +152,81 @@ NewFile::~NewFile() {
   if (!name.empty()) unlinkat(directory, name.c_str(), 0);
 }
 
-bool ClearLeftOver(int directory, const std::string &target) {
+Status ClearLeftOver(int directory, const std::string &target) {
   const std::string name = TemporaryName(target);
   const Descriptor old(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!old && errno == ENOENT) return true;
-  if (old && !Lock(old.fd)) return false;
-  // Until it was locked, another run may have cleared it and made its own.
-  if (old && !IsNamed(old.fd, directory, name)) return true;
-  return unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT;
+  if (!old && errno == ENOENT) return {};
+  if (old) {
+    if (Status locked = Lock(old.fd); !locked) return locked;
+    // Until it was locked, another run may have cleared it and made its own.
+    if (!IsNamed(old.fd, directory, name)) return {};
+  }
+  return unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT ? Status() : Status::System();
 }
 
-bool OpenNewFile(NewFile *created, bool exists) {
-  if (Fails("file create") || !ClearLeftOver(created->directory, created->target)) return false;
+Status OpenNewFile(NewFile *created, bool exists) {
+  if (Status asked = AskedFailure("file create"); !asked) return asked;
+  if (Status cleared = ClearLeftOver(created->directory, created->target); !cleared) return cleared;
   constexpr int kFlags = O_RDWR | O_CLOEXEC;
   const mode_t mode = exists ? 0600 : 0666;
-  if (!Fails("file without name")) {
+  if (AskedFailure("file without name")) {
     created->file = Descriptor(openat(created->directory, ".", O_TMPFILE | kFlags, mode));
   }
   return created->file ? Lock(created->file.fd) : OpenNamed(created, kFlags, mode);
 }
 
-bool MayWriteTo(int directory) {
-  return !Fails("directory write") && faccessat(directory, ".", W_OK | X_OK, AT_EACCESS) == 0;
+Status MayWriteTo(int directory) {
+  if (Status asked = AskedFailure("directory write"); !asked) return asked;
+  return Answered(faccessat(directory, ".", W_OK | X_OK, AT_EACCESS));
 }
 
-bool WriteAll(int file, const char *bytes, std::size_t size) {
+Status WriteAll(int file, const char *bytes, std::size_t size) {
   while (size != 0) {
     const ssize_t written = write(file, bytes, size);
     if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
+    if (written < 0) return Status::System();
     bytes += written;
     size -= static_cast<std::size_t>(written);
   }
-  return true;
+  return {};
 }
 
-bool TakeOver(const NewFile &created) {
-  if (Fails("file take over")) return false;
+Status TakeOver(const NewFile &created) {
+  if (Status asked = AskedFailure("file take over"); !asked) return asked;
   const int file = created.file.fd;
   const Descriptor from(openat(created.directory, created.target.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status;
-  if (!from || fstat(from.fd, &status) != 0) return false;
+  if (!from || fstat(from.fd, &status) != 0) return Status::System();
   // The owner first, since a change of owner clears parts of the mode; the mode last, since without write permission
   // attributes are refused.
   const timespec times[2] = {status.st_atim, {0, UTIME_OMIT}};
-  return CopyOwner(status, file) && CopyAttributes("/proc/self/fd/" + std::to_string(from.fd), created.HostName()) &&
-         CopyMode(status, file) && futimens(file, times) == 0;
+  if (Status copied = CopyOwner(status, file); !copied) return copied;
+  const std::string fromName = "/proc/self/fd/" + std::to_string(from.fd);
+  if (Status copied = CopyAttributes(fromName, created.HostName()); !copied) return copied;
+  if (Status copied = CopyMode(status, file); !copied) return copied;
+  return Answered(futimens(file, times));
 }
 
 // Some file systems cannot flush a directory and say so; what they answer otherwise is a real failure.
-bool FlushDirectory(int directory) {
-  if (Fails("directory flush")) return false;
+Status FlushDirectory(int directory) {
+  if (Status asked = AskedFailure("directory flush"); !asked) return asked;
   const Descriptor opened(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   // One that may be changed but not read is no reason to fail.
-  return !opened || fsync(opened.fd) == 0 || errno == EINVAL || errno == EOPNOTSUPP || errno == ENOSYS;
+  if (!opened || fsync(opened.fd) == 0 || errno == EINVAL || errno == EOPNOTSUPP || errno == ENOSYS) return {};
+  return Status::System();
 }
 
-const char *PutInPlace(NewFile *created, bool exists) {
-  if (Fails("file flush") || fsync(created->file.fd) != 0) return "the new file cannot be flushed to disk";
-  created->inPlace = Rename(created, exists);
-  if (!created->inPlace) return "the new file cannot take its place";
-  if (FlushDirectory(created->directory)) return nullptr;
-  return "the new file is in place but its directory cannot be flushed to disk";
+Status PutInPlace(NewFile *created, bool exists) {
+  if (Status flushed = FlushFile(created->file.fd); !flushed) {
+    return SaidAs("the new file cannot be flushed to disk", std::move(flushed));
+  }
+  if (Status renamed = Rename(created, exists); !renamed) {
+    return SaidAs("the new file cannot take its place", std::move(renamed));
+  }
+  created->inPlace = true;
+  Status flushed = FlushDirectory(created->directory);
+  if (flushed) return {};
+  return SaidAs("the new file is in place but its directory cannot be flushed to disk", std::move(flushed));
 }
 
 }  // namespace machine

@@ -1,7 +1,7 @@
 // Putting a new file in a place at once: it is written beside, flushed, and then takes the place, so that whatever
 // fails, or whenever the machine stops, an old file or the new one is whole under the name.
 //
-// A failing function sets errno; what is not in place then vanishes with its record.
+// A failure is always one of the host's calls; what is not in place then vanishes with its record.
 #pragma once
 
 #include <sys/types.h>
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/machine/base/descriptor.h"
+#include "platform/machine/base/status.h"
 
 namespace machine {
 
@@ -30,30 +31,29 @@ struct NewFile {
   std::string HostName() const { return "/proc/self/fd/" + std::to_string(file.fd); }
 };
 
-// Removes what a stopped run left of a new file for the target. False when that cannot be, EBUSY when a run is at work
-// on it.
-bool ClearLeftOver(int directory, const std::string &target);
+// Removes what a stopped run left of a new file for the target; EBUSY when a run is at work on it.
+Status ClearLeftOver(int directory, const std::string &target);
 
 // Makes the file in its directory, where nothing is left of an earlier one then. One that replaces another is its
 // owner's alone until TakeOver; `exists` says so. EBUSY when another run makes one for the same target.
-bool OpenNewFile(NewFile *created, bool exists);
+Status OpenNewFile(NewFile *created, bool exists);
 
-// Whether this process may make files in the directory. False with errno set.
-bool MayWriteTo(int directory);
+// Whether this process may make files in the directory.
+Status MayWriteTo(int directory);
 
-bool WriteAll(int file, const char *bytes, std::size_t size);
+Status WriteAll(int file, const char *bytes, std::size_t size);
 
 // Gives the written file what the old one has besides its contents: access time, owner, mode and extended attributes,
-// also those of NTFS. False when owner or mode cannot be the same, since others might then read or change it, or for
+// also those of NTFS. Fails when owner or mode cannot be the same, since others might then read or change it, or for
 // want of room. Attributes that the file system or the system's rules refuse are passed over.
-bool TakeOver(const NewFile &created);
+Status TakeOver(const NewFile &created);
 
 // Flushes the file, puts it in place and flushes the directory; `exists` says whether there is an old one to replace.
-// Null, or what failed, for people. Only when the last step fails is the new file `inPlace` after a failure: whole, but
-// not surely on the disk. That a file system cannot flush directories is no failure.
-const char *PutInPlace(NewFile *created, bool exists);
+// The failure says for people which step it was. Only when the last step fails is the new file `inPlace` after a
+// failure: whole, but not surely on the disk. That a file system cannot flush directories is no failure.
+Status PutInPlace(NewFile *created, bool exists);
 
-// Has the disk know the names in the directory; true also where the file system cannot do that.
-bool FlushDirectory(int directory);
+// Has the disk know the names in the directory; succeeds also where the file system cannot do that.
+Status FlushDirectory(int directory);
 
 }  // namespace machine

@@ -23,12 +23,18 @@ class ReplaceFile : public MachineTest {
 
   // The text in the place of d/`name`, as every user of the calls puts it there; null or what failed.
   const char *Replace(const char *name, const std::string &text) {
+    failure = Put(name, text);
+    return failure ? nullptr : failure.text.c_str();
+  }
+  machine::Status Put(const char *name, const std::string &text) {
     struct stat status;
     const bool exists = fstatat(directory.fd, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
     machine::NewFile created(directory.fd, name);
-    if (!machine::OpenNewFile(&created, exists)) return "create";
-    if (!machine::WriteAll(created.file.fd, text.data(), text.size())) return "write";
-    if (exists && !machine::TakeOver(created)) return "take over";
+    if (const auto opened = machine::OpenNewFile(&created, exists); !opened) return SaidAs("create", opened);
+    const auto written = machine::WriteAll(created.file.fd, text.data(), text.size());
+    if (!written) return SaidAs("write", written);
+    const auto taken = exists ? machine::TakeOver(created) : machine::Status();
+    if (!taken) return SaidAs("take over", taken);
     return machine::PutInPlace(&created, exists);
   }
 
@@ -39,6 +45,7 @@ class ReplaceFile : public MachineTest {
   }
 
   machine::Descriptor directory;
+  machine::Status failure;
 };
 
 TEST_F(ReplaceFile, TakesOverAllBesidesTheContents) {
@@ -131,7 +138,7 @@ TEST_F(ReplaceFile, TwoAtOnceDoNotMix) {
       const char *failed = Replace("old", "of the second");
       EXPECT_STREQ(failed, named ? "create" : nullptr);
       ASSERT_TRUE(machine::WriteAll(first.file.fd, "of the first", 12));
-      EXPECT_EQ(machine::PutInPlace(&first, true), nullptr);
+      EXPECT_TRUE(machine::PutInPlace(&first, true));
     }
     EXPECT_EQ(ReadFile("d/old"), "of the first");
     EXPECT_THAT(Names("d"), testing::ElementsAre("old"));
@@ -145,7 +152,7 @@ TEST_F(ReplaceFile, AFullDiskKeepsTheOldFile) {
   for (const bool named : {false, true}) {
     machine::SetFaultPlan({named ? "file without name" : nullptr, 1, false, 0});
     EXPECT_STREQ(Replace("old", std::string(1 << 20, 'x')), "write");
-    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(failure.error, ENOSPC);
     EXPECT_EQ(ReadFile("d/old"), "old");
     EXPECT_THAT(Names("d"), testing::ElementsAre("old"));
   }

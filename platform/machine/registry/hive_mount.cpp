@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "platform/machine/base/report.h"
@@ -41,51 +40,58 @@ std::string CannotLocate() {
 
 // Opens the hive file for a mount. A directory that cannot be written to is refused now: the save at the end of the run
 // would fail, after everything else was done.
-std::unique_ptr<Hive> OpenNamedHive(const char *windowsPath, std::string *reason) {
+Status OpenNamedHive(const char *windowsPath, Hive *hive) {
   HostPlace place;
-  if (windowsPath == nullptr || !LocatePlace(windowsPath, &place)) {
-    *reason = windowsPath == nullptr ? "is not named; give its path" : CannotLocate();
-    return nullptr;
+  if (windowsPath == nullptr) return Status::Refused("is not named; give its path");
+  if (!LocatePlace(windowsPath, &place)) return Status::Refused(CannotLocate());
+  if (!place.exists) return Status::Refused("does not exist; correct the path");
+  if (const Status may = MayWriteTo(place.directory); !may) {
+    return Status::Refused(std::string("could not be saved, its directory cannot be written to (") +
+                               std::strerror(may.error) + "); mount the file system for writing, then run again",
+                           may.error);
   }
-  std::unique_ptr<Hive> hive;
-  if (!place.exists) {
-    *reason = "does not exist; correct the path";
-  } else if (!MayWriteTo(place.directory)) {
-    *reason = std::string("could not be saved, its directory cannot be written to (") + std::strerror(errno) +
-              "); mount the file system for writing, then run again";
-  } else {
-    hive = std::make_unique<Hive>();
-    // The place's descriptor only names the directory; one that can be flushed must be open for reading.
-    hive->directory = Descriptor(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    hive->name = place.name;
-    *reason = OpenHive(hive.get(), HiveUse::kChange);
-    if (reason->empty() && !ReadHive(hive.get())) *reason = hive->failure;
-    if (!reason->empty()) hive.reset();
-  }
+  // The place's descriptor only names the directory; one that can be flushed must be open for reading.
+  hive->directory = Descriptor(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  hive->name = place.name;
+  if (Status opened = OpenHive(hive, HiveUse::kChange); !opened) return opened;
+  if (Status read = ReadHive(hive); !read) return read;
   // A run that was stopped may have left a new hive, and this run may have nothing to save. What cannot be removed is
   // told when it is in the way.
-  if (hive != nullptr && !Rehearsing()) ClearLeftOver(hive->directory.fd, hive->name);
-  return hive;
+  if (!Rehearsing()) (void)ClearLeftOver(hive->directory.fd, hive->name);
+  return {};
 }
 
 // What was set in a damaged hive is not all that was to be set: a restored system is better left as it was than with
 // half a driver. The running system goes on with what it has.
-bool Save(MountedHive *mounted, std::uint64_t *size, std::string *reason) {
-  if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size, reason);
-  *reason = "it is damaged (error 1009) where it was read or changed; restore the hive file again, then run again";
-  return false;
+Status Save(MountedHive *mounted, std::uint64_t *size) {
+  if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size);
+  return Status::Refused(
+      "it is damaged (error 1009) where it was read or changed; restore the hive file again, then run again");
 }
 
 bool SaveMounted(MountedHive *mounted) {
   std::uint64_t size = 0;
-  std::string reason;
-  if (!Save(mounted, &size, &reason)) {
+  if (const Status saved = Save(mounted, &size); !saved) {
+    const std::string reason = Words(saved);
     Tell(mounted->subject + " is not saved: " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
   }
   if (size != 0) ReportHive(VXRMACHINE_HIVE_SAVED, mounted->subject, "", size);
   return true;
+}
+
+// Opens the hive file for a mount at a key that is free.
+Status OpenForMount(const char *windowsPath, MountedHive *mounted) {
+  if (!Registry().open) return Status::Refused("cannot be mounted without a machine; open one first");
+  if (mounted->at.folded.size() != 1) {
+    return Status::Refused("cannot be mounted at \"" + mounted->key + "\"; give one key directly below HKLM");
+  }
+  if (FindKey(mounted->at).kind != StatusKind::kNotFound) {
+    return Status::Refused("cannot be mounted, HKLM\\" + mounted->key + " is in use; unload what is there first");
+  }
+  mounted->hive = std::make_unique<Hive>();
+  return OpenNamedHive(windowsPath, mounted->hive.get());
 }
 
 }  // namespace
@@ -102,17 +108,8 @@ int MountHive(const std::string &key, const char *windowsPath) {
   mounted.key = key;
   mounted.at = ParseKeyPathA(key);
   mounted.subject = windowsPath != nullptr ? windowsPath : "";
-  std::string reason;
-  if (!Registry().open) {
-    reason = "cannot be mounted without a machine; open one first";
-  } else if (mounted.at.folded.size() != 1) {
-    reason = "cannot be mounted at \"" + key + "\"; give one key directly below HKLM";
-  } else if (FindKey(mounted.at) != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
-    reason = "cannot be mounted, HKLM\\" + key + " is in use; unload what is there first";
-  } else {
-    mounted.hive = OpenNamedHive(windowsPath, &reason);
-  }
-  if (mounted.hive == nullptr) {
+  if (const Status opened = OpenForMount(windowsPath, &mounted); !opened) {
+    const std::string reason = Words(opened);
     Tell(mounted.subject + " " + reason);
     ReportHive(VXRMACHINE_HIVE_REFUSED, mounted.subject, reason);
     return 1;

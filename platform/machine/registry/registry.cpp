@@ -5,6 +5,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/registry/registry_state.h"
@@ -28,7 +29,7 @@ LSTATUS Fail(DWORD code) {
   return static_cast<LSTATUS>(code);
 }
 
-LSTATUS Answer(LSTATUS status) { return status == ERROR_SUCCESS ? status : Fail(static_cast<DWORD>(status)); }
+LSTATUS Answer(const Status &status) { return status ? ERROR_SUCCESS : Fail(WindowsError(status)); }
 
 // For VXR_FAULT, which sets the last error first.
 LSTATUS FaultStatus() { return static_cast<LSTATUS>(platform::GetLastError()); }
@@ -45,7 +46,7 @@ std::string TextBelow(const std::string &above, const std::string &below) {
   return above.empty() || below.empty() ? above + below : above + '\\' + below;
 }
 
-using KeyStep = LSTATUS (*)(const KeyPath &key);
+using KeyStep = Status (*)(const KeyPath &key);
 
 // Opens a handle on the key below `root` after `step` has found or made it.
 LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
@@ -57,7 +58,7 @@ LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
   const std::string below = subKey != nullptr ? subKey : "";
   if (below.starts_with('\\')) return Fail(ERROR_BAD_PATHNAME);
   OpenKey opened{JoinKeyPaths(above->path, ParseKeyPathA(below)), TextBelow(above->text, below)};
-  if (const LSTATUS status = step(opened.path); status != ERROR_SUCCESS) return Answer(status);
+  if (const Status found = step(opened.path); !found) return Answer(found);
   g_lastKey += 4;
   *key = reinterpret_cast<HKEY>(g_lastKey);
   g_keys.emplace(g_lastKey, std::move(opened));
@@ -124,9 +125,9 @@ LSTATUS SetOpenValue(HKEY key, const char *name, DWORD type, const BYTE *data, D
   if (!Registry().open) return Fail(ERROR_NOT_READY);
   if (data == nullptr && size != 0) return Fail(ERROR_INVALID_PARAMETER);
   StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
-  const LSTATUS status = SetValue(open->path, value);
-  if (status == ERROR_SUCCESS) ReportWritten(open->text, name, value);
-  return Answer(status);
+  const Status set = SetValue(open->path, value);
+  if (set) ReportWritten(open->text, name, value);
+  return Answer(set);
 }
 
 }  // namespace
@@ -134,7 +135,7 @@ LSTATUS SetOpenValue(HKEY key, const char *name, DWORD type, const BYTE *data, D
 bool ReadRegistryText(const std::string &key, const char *name, std::string *text) {
   StoredValue value;
   if (!Registry().open) return false;
-  if (QueryValue(ParseKeyPathA(key), AnsiToUtf16(name), &value) != ERROR_SUCCESS) return false;
+  if (!QueryValue(ParseKeyPathA(key), AnsiToUtf16(name), &value)) return false;
   if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return false;
   const std::u16string whole = TextOf(value.bytes);
   *text = Utf16ToAnsi(std::u16string_view(whole).substr(0, whole.find(u'\0')));
@@ -182,7 +183,7 @@ LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *, DWORD *type, 
   if (data != nullptr && size == nullptr) return Fail(ERROR_INVALID_PARAMETER);
   StoredValue value;
   const std::u16string name = AnsiToUtf16(valueName != nullptr ? valueName : "");
-  if (const LSTATUS status = QueryValue(open->path, name, &value); status != ERROR_SUCCESS) return Answer(status);
+  if (const Status found = QueryValue(open->path, name, &value); !found) return Answer(found);
 
   const std::vector<BYTE> answer = AnsiData(value);
   const DWORD room = size != nullptr ? *size : 0;
@@ -215,9 +216,7 @@ LSTATUS RegCloseKey(HKEY key) {
 int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t *type, void *data, uint32_t *size) {
   machine::StoredValue value;
   if (!machine::Registry().open) return FALSE;
-  if (machine::QueryValue(machine::ParseKeyPathA(key), machine::AnsiToUtf16(name), &value) != ERROR_SUCCESS) {
-    return FALSE;
-  }
+  if (!machine::QueryValue(machine::ParseKeyPathA(key), machine::AnsiToUtf16(name), &value)) return FALSE;
   const std::vector<BYTE> bytes = machine::AnsiData(value);
   const bool fits = data == nullptr || bytes.size() <= *size;
   *type = value.type;

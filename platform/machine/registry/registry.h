@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/machine/base/status.h"
 #include "platform/machine/description/records.h"
 #include "platform/platform.h"
 
@@ -33,7 +34,7 @@ int UnmountHive(const std::string &key);
 std::size_t OpenKeys();
 
 // Called when the machine opens and when it closes. A failed opening, with one line for people, has undone itself.
-bool OpenRegistry(const Description &description, std::string *error);
+Status OpenRegistry(const Description &description);
 bool CloseRegistry();  // saves changed hives of the running system; false when one could not be saved
 
 // Whether the registry could begin a rehearsal: not with a hive mounted, whose changes would be lost with those of the

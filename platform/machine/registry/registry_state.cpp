@@ -44,17 +44,17 @@ KeyPath BelowHive(const KeyPath &key, const MountedHive &mounted) {
   return KeyPathBelow(key, mounted.at.folded.size());
 }
 
-LSTATUS QueryPlain(const KeyPath &key, const std::u16string &name, StoredValue *value) {
+Status QueryPlain(const KeyPath &key, const std::u16string &name, StoredValue *value) {
   const std::u16string folded = FoldName(name);
   const auto over = Registry().overlay.find(key.folded);
   if (over != Registry().overlay.end()) {
     if (const StoredValue *found = FindValue(&over->second, folded); found != nullptr) {
       *value = *found;
-      return ERROR_SUCCESS;
+      return {};
     }
   }
   MountedHive *mounted = FindHive(key);
-  if (mounted == nullptr) return ERROR_FILE_NOT_FOUND;
+  if (mounted == nullptr) return Status::Of(StatusKind::kNotFound);
   return FindHiveValue(mounted->hive.get(), BelowHive(key, *mounted), folded, value);
 }
 
@@ -62,7 +62,7 @@ LSTATUS QueryPlain(const KeyPath &key, const std::u16string &name, StoredValue *
 KeyPath CurrentControlSet() {
   StoredValue current;
   DWORD number = 1;
-  if (QueryPlain(ParseKeyPath(u"SYSTEM\\Select"), u"Current", &current) == ERROR_SUCCESS && current.bytes.size() >= 4) {
+  if (QueryPlain(ParseKeyPath(u"SYSTEM\\Select"), u"Current", &current) && current.bytes.size() >= 4) {
     number = ReadLe32(current.bytes.data());
   }
   if (number < 1 || number > kLastControlSet) number = 1;
@@ -124,7 +124,7 @@ void LayOver(const Device &device) {
   if (!device.className.empty()) PutOverlay(key, {u"Class", REG_SZ, StoredText(AnsiToUtf16(device.className) + u'\0')});
 }
 
-bool OpenRunningHive(const HiveFile &described, std::string *error) {
+Status OpenRunningHive(const HiveFile &described) {
   MountedHive mounted;
   mounted.key = described.key;
   mounted.at = ParseKeyPathA(described.key);
@@ -132,26 +132,24 @@ bool OpenRunningHive(const HiveFile &described, std::string *error) {
   mounted.running = true;
   const std::string where = described.file.string() + ": the hive of " + AnsiToUtf8(described.key) + " ";
   if (mounted.at.folded.empty()) {
-    *error = described.file.string() + ": the hive has no key to be mounted at; give one such as SOFTWARE";
-    return false;
+    return Status::Refused(described.file.string() +
+                           ": the hive has no key to be mounted at; give one such as SOFTWARE");
   }
   for (const MountedHive &other : Registry().hives) {
     if (other.at.folded == mounted.at.folded) {
-      *error = where + "is the second at that key; describe one hive for a key";
-      return false;
+      return Status::Refused(where + "is the second at that key; describe one hive for a key");
     }
   }
   mounted.hive = std::make_unique<Hive>();
-  const std::string reason = OpenHiveFile(mounted.hive.get(), described.file, HiveUse::kChange);
-  if (!reason.empty()) {
-    *error = where + reason;
-    return false;
+  if (Status opened = OpenHiveFile(mounted.hive.get(), described.file, HiveUse::kChange); !opened) {
+    opened.text.insert(0, where);
+    return opened;
   }
-  ClearLeftOver(mounted.hive->directory.fd, mounted.hive->name);
+  (void)ClearLeftOver(mounted.hive->directory.fd, mounted.hive->name);
   TellReplay(mounted);
   Registry().hives.push_back(std::move(mounted));
   ++Registry().changes;
-  return true;
+  return {};
 }
 
 // What lies below the link comes last: Select, which says where it leads, may be laid over too.
@@ -164,6 +162,22 @@ void LayOverAll(const Description &description) {
   }
 }
 
+Status FillRegistry(const Description &description) {
+  for (const HiveFile &hive : description.hives) {
+    if (Status opened = OpenRunningHive(hive); !opened) return opened;
+  }
+  LayOverAll(description);
+  for (const Device &device : description.devices) LayOver(device);
+  // Laying over has read hives, for Select.
+  for (const MountedHive &mounted : Registry().hives) {
+    if (mounted.hive->failure) continue;
+    Status broken = mounted.hive->failure;
+    broken.text.insert(0, AnsiToUtf8(mounted.subject) + ": the hive of " + AnsiToUtf8(mounted.key) + " ");
+    return broken;
+  }
+  return {};
+}
+
 }  // namespace
 
 RegistryState &Registry() {
@@ -171,44 +185,43 @@ RegistryState &Registry() {
   return state;
 }
 
-LSTATUS FindKey(const KeyPath &given) {
+Status FindKey(const KeyPath &given) {
   const KeyPath key = FollowLink(given);
-  if (key.folded.empty() || Registry().overlay.count(key.folded) != 0) return ERROR_SUCCESS;
+  if (key.folded.empty() || Registry().overlay.count(key.folded) != 0) return {};
   MountedHive *mounted = FindHive(key);
-  if (mounted == nullptr) return ERROR_FILE_NOT_FOUND;
+  if (mounted == nullptr) return Status::Of(StatusKind::kNotFound);
   return FindHiveKey(mounted->hive.get(), BelowHive(key, *mounted));
 }
 
-LSTATUS CreateKey(const KeyPath &given) {
-  const LSTATUS found = FindKey(given);
-  if (found != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) return found;
+Status CreateKey(const KeyPath &given) {
+  if (Status found = FindKey(given); found.kind != StatusKind::kNotFound) return found;
   const KeyPath key = FollowLink(given);
   if (MountedHive *mounted = FindHive(key); mounted != nullptr) {
     return CreateHiveKey(mounted->hive.get(), BelowHive(key, *mounted));
   }
-  if (Registry().overlay.count({key.folded.front()}) == 0) return ERROR_INVALID_PARAMETER;
+  if (Registry().overlay.count({key.folded.front()}) == 0) return Status::Of(StatusKind::kInvalid);
   MakeOverlayKey(key);
-  return ERROR_SUCCESS;
+  return {};
 }
 
-LSTATUS QueryValue(KeyPath key, const std::u16string &name, StoredValue *value) {
+Status QueryValue(KeyPath key, const std::u16string &name, StoredValue *value) {
   return QueryPlain(FollowLink(std::move(key)), name, value);
 }
 
-LSTATUS SetValue(const KeyPath &given, StoredValue value) {
+Status SetValue(const KeyPath &given, StoredValue value) {
   const ScopeGuard change([] { ++Registry().changes; });  // behind the change, since the link is followed before it
   const KeyPath key = FollowLink(given);
   const auto over = Registry().overlay.find(key.folded);
   const bool isOver = over != Registry().overlay.end();
   MountedHive *mounted = FindHive(key);
   if (mounted == nullptr || (isOver && FindValue(&over->second, FoldName(value.name)) != nullptr)) {
-    if (!isOver) return ERROR_FILE_NOT_FOUND;
+    if (!isOver) return Status::Of(StatusKind::kNotFound);
     PutValue(&over->second, std::move(value));
-    return ERROR_SUCCESS;
+    return {};
   }
   // The key may be there only because it is laid over.
-  const LSTATUS made = CreateHiveKey(mounted->hive.get(), BelowHive(key, *mounted));
-  return made != ERROR_SUCCESS ? made : SetHiveValue(mounted->hive.get(), BelowHive(key, *mounted), std::move(value));
+  if (Status made = CreateHiveKey(mounted->hive.get(), BelowHive(key, *mounted)); !made) return made;
+  return SetHiveValue(mounted->hive.get(), BelowHive(key, *mounted), std::move(value));
 }
 
 bool BeginRegistryRehearsal() {
@@ -231,24 +244,12 @@ void EndRegistryRehearsal() {
   ++Registry().changes;
 }
 
-bool OpenRegistry(const Description &description, std::string *error) {
+Status OpenRegistry(const Description &description) {
   Registry() = RegistryState();
-  const bool opened = std::all_of(description.hives.begin(), description.hives.end(),
-                                  [&](const HiveFile &hive) { return OpenRunningHive(hive, error); });
-  if (opened) {
-    LayOverAll(description);
-    for (const Device &device : description.devices) LayOver(device);
-  }
-  const auto broken = std::find_if(Registry().hives.begin(), Registry().hives.end(),
-                                   [](const MountedHive &mounted) { return !mounted.hive->failure.empty(); });
-  if (opened && broken != Registry().hives.end()) {
-    *error = AnsiToUtf8(broken->subject) + ": the hive of " + AnsiToUtf8(broken->key) + " " + broken->hive->failure;
-  } else if (opened) {
-    Registry().open = true;
-    return true;
-  }
-  Registry() = RegistryState();
-  return false;
+  Status opened = FillRegistry(description);
+  Registry().open = static_cast<bool>(opened);
+  if (!opened) Registry() = RegistryState();
+  return opened;
 }
 
 }  // namespace machine

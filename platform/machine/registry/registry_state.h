@@ -36,12 +36,12 @@ struct RegistryState {
 
 RegistryState &Registry();
 
-// Key paths begin below HKEY_LOCAL_MACHINE. SYSTEM\CurrentControlSet stands for the running system's control set. These
-// return Windows' error codes.
-LSTATUS FindKey(const KeyPath &key);
-LSTATUS CreateKey(const KeyPath &key);
-LSTATUS QueryValue(KeyPath key, const std::u16string &name, StoredValue *value);
-LSTATUS SetValue(const KeyPath &key, StoredValue value);  // the key must exist
+// Key paths begin below HKEY_LOCAL_MACHINE. SYSTEM\CurrentControlSet stands for the running system's control set. Their
+// failures have no text; CreateKey and SetValue also answer kInvalid where there is no place for a key.
+Status FindKey(const KeyPath &key);
+Status CreateKey(const KeyPath &key);
+Status QueryValue(KeyPath key, const std::u16string &name, StoredValue *value);
+Status SetValue(const KeyPath &key, StoredValue value);  // the key must exist
 
 // Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
 void TellReplay(const MountedHive &mounted);

@@ -205,8 +205,8 @@ struct Entry {
 bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.substr(name.size() - 4), ".inf"); }
 
 bool ReadEntries(int directory, std::vector<Entry> *entries) {
-  const DirectoryStream stream = OpenDirectoryStream(directory);
-  if (stream == nullptr) return FailHost();
+  DirectoryStream stream;
+  if (const Status opened = OpenDirectoryStream(directory, &stream); !opened) return FailWith(opened);
   while (const dirent *entry = readdir(stream.get())) {
     if (!IsInfName(entry->d_name)) continue;
     std::string name = Utf8ToAnsi(entry->d_name);

@@ -13,8 +13,22 @@
 
 namespace {
 
-// Writes what the hive is, brought up to date, to a new file; one that could not be written whole is removed again.
-// False after one line of complaint.
+// Copies the hive's content, brought up to date, to an empty file and flushes it.
+machine::Status CopyContent(const machine::Hive &hive, int out) {
+  std::uint64_t size = 0;
+  const int content = ContentOf(hive);
+  if (machine::Status sized = machine::RegularFileSize(content, &size); !sized) return sized;
+  if (machine::Status copied = machine::CopyBytes(content, size, out); !copied) return copied;
+  // The copy that libhivex reads may hold a checksum that it understands and Windows does not.
+  std::uint8_t head[machine::kLogHeadSize];
+  if (machine::Status read = machine::ReadAt(out, 0, head, sizeof head); !read) return read;
+  machine::SealBaseBlock(head);
+  if (machine::Status written = machine::WriteAt(out, 0, head, sizeof head); !written) return written;
+  return fsync(out) == 0 ? machine::Status() : machine::Status::System("cannot be flushed");
+}
+
+// Writes what the hive is to a new file; one that could not be written whole is removed again. False after one line of
+// complaint.
 bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
   const std::filesystem::path file = HostFile(name);
   const machine::Descriptor out(open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
@@ -24,19 +38,10 @@ bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
                            : std::string(": cannot be made: ") + std::strerror(errno) + "; correct the path"));
     return false;
   }
-  std::uint64_t size = 0;
-  const int content = ContentOf(hive);
-  std::string problem = machine::RegularFileSize(content, &size);
-  if (problem.empty()) problem = machine::CopyBytes(content, size, out.fd);
-  // The copy that libhivex reads may hold a checksum that it understands and Windows does not.
-  std::uint8_t head[machine::kLogHeadSize];
-  if (problem.empty()) problem = machine::ReadAt(out.fd, 0, head, sizeof head);
-  machine::SealBaseBlock(head);
-  if (problem.empty()) problem = machine::WriteAt(out.fd, 0, head, sizeof head);
-  if (problem.empty() && fsync(out.fd) != 0) problem = std::string("cannot be flushed: ") + std::strerror(errno);
-  if (problem.empty()) return true;
+  const machine::Status copied = CopyContent(hive, out.fd);
+  if (copied) return true;
   unlink(file.c_str());
-  PrintError(name + ": " + problem + "; it was removed again");
+  PrintError(name + ": " + Words(copied) + "; it was removed again");
   return false;
 }
 
@@ -44,8 +49,8 @@ bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
 
 int HiveCommand(const HiveOptions &options) {
   machine::Hive hive;
-  const std::string refusal = OpenHiveFile(&hive, HostFile(options.file), machine::HiveUse::kLook);
-  const HiveFacts facts = CollectHiveFacts(options.file, &hive, refusal);
+  const machine::Status opened = OpenHiveFile(&hive, HostFile(options.file), machine::HiveUse::kLook);
+  const HiveFacts facts = CollectHiveFacts(options.file, &hive, opened);
   // Of a file that is no hive there is nothing to show.
   if (!options.json && facts.isHive) PrintHiveText(facts);
   bool good = facts.refusal.empty();

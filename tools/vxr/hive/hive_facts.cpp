@@ -40,7 +40,7 @@ std::vector<LogFacts> FactsOfLogs(const Hive &hive) {
 std::optional<machine::StoredValue> Find(Hive *hive, const std::u16string &key, const std::u16string &name) {
   machine::StoredValue value;
   const auto path = machine::ParseKeyPath(key);
-  if (machine::FindHiveValue(hive, path, machine::FoldName(name), &value) != ERROR_SUCCESS) return std::nullopt;
+  if (!machine::FindHiveValue(hive, path, machine::FoldName(name), &value)) return std::nullopt;
   return value;
 }
 
@@ -59,12 +59,18 @@ void ReadSystemFacts(Hive *hive, HiveFacts *facts) {
   facts->machineName = machine::Utf16ToUtf8(std::u16string_view(text).substr(0, text.find(u'\0')));
 }
 
+// Reads the logs, whatever the hive is, and a usable hive itself. The first failure, that of opening it included.
+machine::Status ReadAll(Hive *hive, const machine::Status &opened) {
+  machine::Status logs = ReadHiveLogs(&hive->logs);
+  if (!opened) return opened;
+  return logs ? ReadHive(hive) : logs;
+}
+
 }  // namespace
 
-HiveFacts CollectHiveFacts(const std::string &file, Hive *hive, const std::string &refusal) {
+HiveFacts CollectHiveFacts(const std::string &file, Hive *hive, const machine::Status &opened) {
   HiveFacts facts;
   facts.file = file;
-  facts.refusal = refusal;
   facts.size = hive->size;
   // What an unsound base block says of itself is still worth seeing.
   facts.isHive = hive->head.hasSignature && hive->head.type == 0;
@@ -75,14 +81,13 @@ HiveFacts CollectHiveFacts(const std::string &file, Hive *hive, const std::strin
   facts.secondary = hive->head.secondary;
   facts.binsSize = hive->head.binsSize;
   // Only a dirty hive's logs have been read; a look is for seeing them all.
-  const std::string unread = ReadHiveLogs(&hive->logs);
-  if (facts.refusal.empty()) facts.refusal = unread;
+  const machine::Status readable = ReadAll(hive, opened);
   facts.logs = FactsOfLogs(*hive);
   if (hive->recovered) {
     facts.replay = DescribeReplay(hive->recovery);
     facts.numberAfter = hive->recovery.number;
   }
-  if (facts.refusal.empty() && !ReadHive(hive)) facts.refusal = hive->failure;
-  if (facts.refusal.empty()) ReadSystemFacts(hive, &facts);
+  facts.refusal = Words(readable);
+  if (readable) ReadSystemFacts(hive, &facts);
   return facts;
 }

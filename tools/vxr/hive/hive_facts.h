@@ -36,8 +36,8 @@ struct HiveFacts {
   std::optional<std::string> machineName;  // UTF-8
 };
 
-// `hive` has been opened with `refusal` as the answer.
-HiveFacts CollectHiveFacts(const std::string &file, machine::Hive *hive, const std::string &refusal);
+// `hive` has been opened with `opened` as the answer.
+HiveFacts CollectHiveFacts(const std::string &file, machine::Hive *hive, const machine::Status &opened);
 
 // Both of a file that is a hive.
 void PrintHiveText(const HiveFacts &facts);

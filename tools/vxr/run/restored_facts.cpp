@@ -87,8 +87,8 @@ std::optional<SystemVersion> FileVersion(const std::vector<BYTE> &resource) {
 
 std::optional<std::uint32_t> ReadNumber(machine::Hive *hive, const char16_t *key, const char16_t *name) {
   machine::StoredValue value;
-  if (FindHiveValue(hive, machine::ParseKeyPath(key), machine::FoldName(name), &value) != ERROR_SUCCESS ||
-      value.type != REG_DWORD || value.bytes.size() != 4) {
+  if (!FindHiveValue(hive, machine::ParseKeyPath(key), machine::FoldName(name), &value) || value.type != REG_DWORD ||
+      value.bytes.size() != 4) {
     return std::nullopt;
   }
   return machine::ReadLe32(value.bytes.data());
@@ -188,9 +188,9 @@ std::optional<SystemVersion> KernelVersion(const std::string &systemDirectory) {
   const std::string path = HostPathOf(systemDirectory + "\\ntoskrnl.exe");
   const machine::Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   machine::ImageSource source;
-  if (!file || !machine::RegularFileSize(file.fd, &source.size).empty()) return std::nullopt;
+  if (!file || !machine::RegularFileSize(file.fd, &source.size)) return std::nullopt;
   source.read = [&file](std::uint64_t offset, void *buffer, std::size_t size) {
-    return machine::ReadAt(file.fd, offset, buffer, size).empty();
+    return static_cast<bool>(machine::ReadAt(file.fd, offset, buffer, size));
   };
   std::vector<BYTE> resource;
   if (ReadVersionResource(source, &resource) != machine::VersionResource::kFound) return std::nullopt;
@@ -201,13 +201,13 @@ std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory)
   constexpr char16_t kKey[] = u"Microsoft\\Windows NT\\CurrentVersion";
   machine::Hive hive;
   const std::string path = HostPathOf(systemDirectory + "\\config\\SOFTWARE");
-  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook).empty()) return std::nullopt;
+  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook)) return std::nullopt;
   // From 10.0 on the text says 6.3 for ever, and the numbers are there.
   const auto major = ReadNumber(&hive, kKey, u"CurrentMajorVersionNumber");
   const auto minor = ReadNumber(&hive, kKey, u"CurrentMinorVersionNumber");
   if (major && minor) return SystemVersion{*major, *minor};
   machine::StoredValue text;
-  if (FindHiveValue(&hive, machine::ParseKeyPath(kKey), machine::FoldName(u"CurrentVersion"), &text) != ERROR_SUCCESS ||
+  if (!FindHiveValue(&hive, machine::ParseKeyPath(kKey), machine::FoldName(u"CurrentVersion"), &text) ||
       !machine::IsTextType(text.type)) {
     return std::nullopt;
   }
@@ -217,13 +217,13 @@ std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory)
 std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {
   machine::Hive hive;
   const std::string path = HostPathOf(systemDirectory + "\\config\\SYSTEM");
-  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook).empty()) return std::nullopt;
-  if (FindHiveKey(&hive, machine::ParseKeyPath(u"DriverDatabase")) == ERROR_SUCCESS) return true;
+  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook)) return std::nullopt;
+  if (FindHiveKey(&hive, machine::ParseKeyPath(u"DriverDatabase"))) return true;
   const auto set = ReadNumber(&hive, u"Select", u"Current");
   std::string number = std::to_string(set.value_or(1));
   number.insert(0, number.size() < 3 ? 3 - number.size() : 0, '0');
   const std::string old = "ControlSet" + number + "\\Control\\CriticalDeviceDatabase";
-  if (FindHiveKey(&hive, machine::ParseKeyPath(machine::Utf8ToUtf16(old))) == ERROR_SUCCESS) return false;
+  if (FindHiveKey(&hive, machine::ParseKeyPath(machine::Utf8ToUtf16(old)))) return false;
   return std::nullopt;
 }
 
