@@ -35,15 +35,15 @@ struct Copy {
   std::string reason;
 };
 
-bool Fail(Copy *copy, DWORD error, std::string reason) {
+bool FailCopy(Copy *copy, DWORD error, std::string reason) {
   copy->error = error;
   copy->reason = std::move(reason);
   return false;
 }
 
-bool FailHost(Copy *copy, const std::string &what) {
+bool FailCopyOnHost(Copy *copy, const std::string &what) {
   const int error = errno;
-  return Fail(copy, ErrorFromErrno(error), what + ": " + std::strerror(error));
+  return FailCopy(copy, ErrorFromErrno(error), what + ": " + std::strerror(error));
 }
 
 std::string Describe(DWORD error) {
@@ -66,38 +66,38 @@ bool OpenSource(Copy *copy) {
   copy->from = Descriptor(OpenHostFile(copy->source, O_RDONLY | O_NONBLOCK));
   if (!copy->from) {
     const DWORD error = platform::GetLastError();
-    return Fail(copy, error, "cannot open the source: " + Describe(error));
+    return FailCopy(copy, error, "cannot open the source: " + Describe(error));
   }
-  if (fstat(copy->from.fd, &copy->sourceStatus) != 0) return FailHost(copy, "cannot open the source");
+  if (fstat(copy->from.fd, &copy->sourceStatus) != 0) return FailCopyOnHost(copy, "cannot open the source");
   if (S_ISREG(copy->sourceStatus.st_mode)) return true;
-  return Fail(copy, ERROR_ACCESS_DENIED, "the source is no file");
+  return FailCopy(copy, ERROR_ACCESS_DENIED, "the source is no file");
 }
 
 // Whether an old target may be replaced.
 bool CheckOldTarget(Copy *copy, bool failIfExists) {
-  if (failIfExists) return Fail(copy, ERROR_FILE_EXISTS, "the target exists");
+  if (failIfExists) return FailCopy(copy, ERROR_FILE_EXISTS, "the target exists");
   if (fstatat(copy->place.directory, copy->place.name.c_str(), &copy->targetStatus, AT_SYMLINK_NOFOLLOW) != 0) {
-    return FailHost(copy, "cannot examine the target");
+    return FailCopyOnHost(copy, "cannot examine the target");
   }
   const struct stat &old = copy->targetStatus;
-  if (!S_ISREG(old.st_mode)) return Fail(copy, ERROR_ACCESS_DENIED, "the target is no file");
+  if (!S_ISREG(old.st_mode)) return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is no file");
   if (old.st_dev == copy->sourceStatus.st_dev && old.st_ino == copy->sourceStatus.st_ino) {
-    return Fail(copy, ERROR_SHARING_VIOLATION, "source and target are the same file");
+    return FailCopy(copy, ERROR_SHARING_VIOLATION, "source and target are the same file");
   }
   const DWORD attributes = WouldHaveAttributes(old, ReadAttributes(PlaceName(copy->place), old));
   if ((attributes & kProtectingAttributes) == 0) return true;
-  return Fail(copy, ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
+  return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
 }
 
 bool FindTarget(Copy *copy, bool failIfExists) {
   if (!LocatePlace(copy->target, &copy->place)) {
     const DWORD error = platform::GetLastError();
-    return Fail(copy, error, "cannot reach the target: " + Describe(error));
+    return FailCopy(copy, error, "cannot reach the target: " + Describe(error));
   }
   if (copy->place.throughLink) {
     // Replacing the link and writing to where it leads would both surprise.
     RefusePath(copy->target, "the target of a copy is a symbolic link");
-    return Fail(copy, ERROR_ACCESS_DENIED, "the target is a symbolic link");
+    return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is a symbolic link");
   }
   return !copy->place.exists || CheckOldTarget(copy, failIfExists);
 }
@@ -111,9 +111,10 @@ bool CopyContents(Copy *copy, int to) {
   for (;;) {
     const ssize_t count = read(copy->from.fd, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return FailHost(copy, "cannot read the source");
+    if (count < 0) return FailCopyOnHost(copy, "cannot read the source");
     if (count == 0) return true;
-    if (!WriteAll(to, buffer.data(), static_cast<std::size_t>(count))) return FailHost(copy, "cannot write the copy");
+    if (!WriteAll(to, buffer.data(), static_cast<std::size_t>(count)))
+      return FailCopyOnHost(copy, "cannot write the copy");
   }
 }
 
@@ -123,12 +124,12 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
   const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
   if (copy->place.exists && !TakeOver(created)) {
-    return FailHost(copy, "cannot give the copy the owner, mode and attributes of the old file");
+    return FailCopyOnHost(copy, "cannot give the copy the owner, mode and attributes of the old file");
   }
   struct stat status = {};
   if (fstat(created.file.fd, &status) != 0 || !WriteAttributes(created.HostName(), status, attributes) ||
       futimens(created.file.fd, times) != 0) {
-    return FailHost(copy, "cannot give the copy its attributes");
+    return FailCopyOnHost(copy, "cannot give the copy its attributes");
   }
   return true;
 }
@@ -137,27 +138,27 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
 bool ReplaceTarget(Copy *copy, NewFile *created) {
   const char *failed = PutInPlace(created, copy->place.exists);
   copy->inPlace = created->inPlace;
-  return failed == nullptr || FailHost(copy, failed);
+  return failed == nullptr || FailCopyOnHost(copy, failed);
 }
 
 bool Rehearse(Copy *copy) {
   const auto size = static_cast<std::uint64_t>(copy->sourceStatus.st_size);
   std::string reason = RehearseNewFile(copy->place.directory, copy->place.name, size);
-  return reason.empty() || Fail(copy, ErrorFromErrno(errno), std::move(reason));
+  return reason.empty() || FailCopy(copy, ErrorFromErrno(errno), std::move(reason));
 }
 
 bool Run(Copy *copy, bool failIfExists) {
   if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
   if (Rehearsing()) return Rehearse(copy);
   NewFile created(copy->place.directory, copy->place.name);
-  if (!OpenNewFile(&created, copy->place.exists)) return FailHost(copy, "cannot write to the target's directory");
+  if (!OpenNewFile(&created, copy->place.exists)) return FailCopyOnHost(copy, "cannot write to the target's directory");
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }
 
 // The failure that CopyFileA told last, in case the command interpreter meets it again.
 std::string g_toldFailure;
 
-void Tell(const Copy &copy, bool copied, CopyCaller caller) {
+void ReportCopy(const Copy &copy, bool copied, CopyCaller caller) {
   const std::string failure = copied ? "" : std::string(copy.source) + '\n' + copy.target + '\n' + copy.reason;
   const bool told = !copied && caller == CopyCaller::kCommand && failure == g_toldFailure;
   g_toldFailure = caller == CopyCaller::kCall ? failure : "";
@@ -183,7 +184,7 @@ bool CopyWindowsFile(const char *source, const char *target, bool failIfExists, 
   copy.source = source;
   copy.target = target;
   const bool copied = Run(&copy, failIfExists);
-  Tell(copy, copied, caller);
+  ReportCopy(copy, copied, caller);
   if (!copied) platform::SetLastError(copy.error);
   return copied;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
@@ -15,11 +16,6 @@ namespace {
 constexpr std::size_t kLongestPrefixedPath = 32767;
 constexpr std::string_view kLongPathPrefix = R"(\\?\)";
 constexpr std::string_view kDevicePrefix = R"(\\.\)";
-
-bool Fail(DWORD error) {
-  platform::SetLastError(error);
-  return false;
-}
 
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
@@ -57,13 +53,13 @@ bool AddComponent(const char *text, std::string_view component, bool last, Windo
     return true;
   }
   if (last && component.find_first_of("*?") != std::string_view::npos) {
-    if (HasForbiddenCharacter(component, "<>:\"|")) return Fail(ERROR_INVALID_NAME);
+    if (HasForbiddenCharacter(component, "<>:\"|")) return FailWith(ERROR_INVALID_NAME);
     path->pattern = component;
     return true;
   }
   DropTrailing(&component, ". ");
   if (component.empty() || HasForbiddenCharacter(component, "<>:\"|?*") || IsDeviceName(component)) {
-    return Fail(ERROR_INVALID_NAME);
+    return FailWith(ERROR_INVALID_NAME);
   }
   path->names.emplace_back(component);
   return true;
@@ -84,19 +80,19 @@ bool AddComponents(const char *text, std::string_view rest, WindowsPath *path) {
 
 bool ParseWindowsPath(const char *text, WindowsPath *path) {
   *path = {};
-  if (Current() == nullptr) return Fail(ERROR_NOT_READY);
-  if (text == nullptr || *text == 0) return Fail(ERROR_PATH_NOT_FOUND);
+  if (Current() == nullptr) return FailWith(ERROR_NOT_READY);
+  if (text == nullptr || *text == 0) return FailWith(ERROR_PATH_NOT_FOUND);
   std::string_view bytes = text;
   if (bytes.front() == '/') {
     path->host = bytes;
     return true;
   }
   const bool prefixed = bytes.starts_with(kLongPathPrefix);
-  if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return Fail(ERROR_PATH_NOT_FOUND);
+  if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return FailWith(ERROR_PATH_NOT_FOUND);
   if (prefixed) bytes.remove_prefix(kLongPathPrefix.size());
   if (bytes.size() < 2 || !IsLetter(bytes[0]) || bytes[1] != ':') {
     const bool device = prefixed || bytes.starts_with(kDevicePrefix);
-    return Fail(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+    return FailWith(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   }
   path->drive = UpperAscii(bytes[0]);
   // Converted before it is split: the second byte of a two-byte character may be that of a backslash.
@@ -110,7 +106,7 @@ bool RefusePath(const char *windowsPath, const std::string &why) {
   event.subject = windowsPath;
   event.detail = why.c_str();
   Report(event);
-  return Fail(ERROR_ACCESS_DENIED);
+  return FailWith(ERROR_ACCESS_DENIED);
 }
 
 }  // namespace machine

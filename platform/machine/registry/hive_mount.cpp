@@ -16,7 +16,7 @@
 namespace machine {
 namespace {
 
-void Tell(const std::string &line) { platform::OutputDebugStringA(("reg.exe: " + line + "\n").c_str()); }
+void PrintLine(const std::string &line) { platform::OutputDebugStringA(("reg.exe: " + line + "\n").c_str()); }
 
 void ReportHive(DWORD kind, const std::string &subject, const std::string &detail, std::uint64_t size = 0) {
   VXRMachine_Event event = {};
@@ -80,7 +80,7 @@ bool SaveMounted(MountedHive *mounted) {
   std::uint64_t size = 0;
   std::string reason;
   if (!Save(mounted, &size, &reason)) {
-    Tell(mounted->subject + " is not saved: " + reason);
+    PrintLine(mounted->subject + " is not saved: " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
   }
@@ -93,7 +93,7 @@ bool SaveMounted(MountedHive *mounted) {
 void TellReplay(const MountedHive &mounted) {
   if (!mounted.hive->recovered) return;
   const std::string replay = DescribeReplay(mounted.hive->recovery);
-  Tell(mounted.subject + " was not closed cleanly: " + replay);
+  PrintLine(mounted.subject + " was not closed cleanly: " + replay);
   ReportHive(VXRMACHINE_HIVE_REPLAYED, mounted.subject, replay);
 }
 
@@ -113,7 +113,7 @@ int MountHive(const std::string &key, const char *windowsPath) {
     mounted.hive = OpenNamedHive(windowsPath, &reason);
   }
   if (mounted.hive == nullptr) {
-    Tell(mounted.subject + " " + reason);
+    PrintLine(mounted.subject + " " + reason);
     ReportHive(VXRMACHINE_HIVE_REFUSED, mounted.subject, reason);
     return 1;
   }
@@ -131,13 +131,13 @@ int UnmountHive(const std::string &key) {
     return !mounted.running && mounted.at.folded == at.folded;
   });
   if (found == hives.end()) {
-    Tell("no hive is mounted at HKLM\\" + key);
+    PrintLine("no hive is mounted at HKLM\\" + key);
     return 1;
   }
   if (const std::size_t open = OpenKeysBelow(at); open != 0) {
     const std::string reason =
         "stays mounted: " + std::to_string(open) + " of its keys are still open; close them first";
-    Tell(found->subject + " " + reason);
+    PrintLine(found->subject + " " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, found->subject, reason);
     return 1;
   }

@@ -152,14 +152,14 @@ InfFactsRef ReadFacts(int file, const struct stat &status) {
   return facts;
 }
 
-InfFactsRef Known(const struct stat &status) {
+InfFactsRef FindKnown(const struct stat &status) {
   const auto found = cache.files.find({status.st_dev, status.st_ino});
   return found != cache.files.end() && IsSameFile(found->second->status, status) ? found->second : nullptr;
 }
 
 // Reads an open file that is not known. `status` is of a moment ago: a file that has changed since is found to have,
 // the next time. The text goes to `*text`, when given, whether it is kept or not.
-InfFactsRef Enter(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
+InfFactsRef ReadAndRemember(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
   InfFactsRef facts = ReadFacts(file, status);
   if (facts == nullptr) return nullptr;
   if (text != nullptr) *text = facts->text;
@@ -172,20 +172,20 @@ InfFactsRef Enter(int file, const struct stat &status, std::shared_ptr<InfFile> 
 
 // The facts of a file with that status, which `open` opens when it is not known.
 template <typename Open>
-InfFactsRef KnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
-  if (InfFactsRef known = Known(status)) {
+InfFactsRef FindKnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
+  if (InfFactsRef known = FindKnown(status)) {
     if (text != nullptr) *text = known->text;
     return known;
   }
   const Descriptor file(open());
-  return file ? Enter(file.fd, status, text) : nullptr;
+  return file ? ReadAndRemember(file.fd, status, text) : nullptr;
 }
 
 // The facts of an open file.
 InfFactsRef FindOpen(Descriptor file, std::shared_ptr<InfFile> *text) {
   struct stat status = {};
   if (!file) return nullptr;
-  if (fstat(file.fd, &status) == 0) return KnownOrRead(status, text, [&file] { return file.Release(); });
+  if (fstat(file.fd, &status) == 0) return FindKnownOrRead(status, text, [&file] { return file.Release(); });
   platform::SetLastError(ErrorFromErrno(errno));
   return nullptr;
 }
@@ -198,13 +198,13 @@ InfFactsRef FindEntry(int directory, const std::string &hostName, const std::str
   return errno == ELOOP ? FindInf(windowsPath.c_str()) : nullptr;
 }
 
-struct Entry {
+struct InfName {
   std::string order, name, hostName;
 };
 
 bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.substr(name.size() - 4), ".inf"); }
 
-bool ReadEntries(int directory, std::vector<Entry> *entries) {
+bool ReadInfNames(int directory, std::vector<InfName> *entries) {
   const DirectoryStream stream = OpenDirectoryStream(directory);
   if (stream == nullptr) return FailHost();
   while (const dirent *entry = readdir(stream.get())) {
@@ -215,8 +215,9 @@ bool ReadEntries(int directory, std::vector<Entry> *entries) {
     std::string order = FoldedName(name);
     entries->push_back({std::move(order), std::move(name), entry->d_name});
   }
-  std::sort(entries->begin(), entries->end(),
-            [](const Entry &a, const Entry &b) { return a.order != b.order ? a.order < b.order : a.name < b.name; });
+  std::sort(entries->begin(), entries->end(), [](const InfName &a, const InfName &b) {
+    return a.order != b.order ? a.order < b.order : a.name < b.name;
+  });
   return true;
 }
 
@@ -228,12 +229,12 @@ InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
   if (place.exists) {
     // Found a moment ago below its drive, and no link.
     const auto open = [&place] { return openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW); };
-    if (InfFactsRef facts = KnownOrRead(place.status, text, open)) return facts;
+    if (InfFactsRef facts = FindKnownOrRead(place.status, text, open)) return facts;
   }
   return FindOpen(Descriptor(OpenHostFile(windowsPath, kOpenInf)), text);
 }
 
-std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {
+std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windowsPath) {
   if (facts->text != nullptr) {
     std::shared_ptr<InfFile> text = facts->text;  // which a large one does not survive next
     RecountText(facts);
@@ -262,7 +263,7 @@ void RecountText(const InfFactsRef &facts) {
 
 const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath) {
   if (facts->served) return &*facts->served;
-  const std::shared_ptr<InfFile> text = TextOf(facts, windowsPath);
+  const std::shared_ptr<InfFile> text = LoadInfText(facts, windowsPath);
   if (text == nullptr) return nullptr;
   if (!cache.ids) cache.ids = IndexIds(*Current());
   facts->served = ServedDevices(text.get(), *Current(), *cache.ids);
@@ -272,9 +273,9 @@ const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char 
 
 bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
   const Descriptor directory(OpenHostDirectory(windowsPath));
-  std::vector<Entry> entries;
-  if (!directory || !ReadEntries(directory.fd, &entries)) return false;
-  for (Entry &entry : entries) {
+  std::vector<InfName> entries;
+  if (!directory || !ReadInfNames(directory.fd, &entries)) return false;
+  for (InfName &entry : entries) {
     const std::string path = std::string(windowsPath) + "\\" + entry.name;
     const InfFactsRef facts = FindEntry(directory.fd, entry.hostName, path);
     if (facts == nullptr || !facts->modern) continue;

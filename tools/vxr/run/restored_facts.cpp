@@ -211,7 +211,7 @@ std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory)
       !machine::IsTextType(text.type)) {
     return std::nullopt;
   }
-  return ParseVersion(machine::Utf16ToUtf8(machine::TextOf(text.bytes)));
+  return ParseVersion(machine::Utf16ToUtf8(machine::WholeText(text.bytes)));
 }
 
 std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {
