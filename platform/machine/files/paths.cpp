@@ -267,7 +267,8 @@ int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
   if (file) return file.Release();
   HostPlace place;
   if (!Locate(windowsPath, path, &place)) return -1;
-  // Nothing was a link when the place was found, so nothing is one now unless somebody plays tricks.
+  // The place has all links behind it. A link under its name now was put there since, and could lead anywhere: it is
+  // refused.
   const int opened = openat(place.directory, place.name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode);
   if (opened < 0) platform::SetLastError(ErrorFromErrno(errno));
   return opened;

@@ -32,7 +32,8 @@ int UnmountHive(const std::string &key);
 // Key handles that are open: a test compares the count before and after.
 std::size_t OpenKeys();
 
-// Called when the machine opens and when it closes. A failed opening, with one line for people, has undone itself.
+// Called when the machine opens and when it closes. When opening fails, with one line for people in `*error`, nothing
+// is left open that had to be closed.
 bool OpenRegistry(const Description &description, std::string *error);
 bool CloseRegistry();  // saves changed hives of the running system; false when one could not be saved
 

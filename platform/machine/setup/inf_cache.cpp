@@ -190,8 +190,8 @@ InfFactsRef FindOpen(Descriptor file, std::shared_ptr<InfFile> *text) {
   return nullptr;
 }
 
-// The facts of a directory's entry. A plain file is looked at where it is; what else it may be, a symbolic link say,
-// goes the way of every path, which knows where links may lead.
+// The facts of a directory's entry. A file is opened in the directory at hand, which spares looking its path up. A
+// symbolic link is not opened there: its Windows path is looked up, which refuses links that lead out of the drive.
 InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
   Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
   if (file) return FindOpen(std::move(file), nullptr);
@@ -236,7 +236,8 @@ InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
 
 std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windowsPath) {
   if (facts->text != nullptr) {
-    std::shared_ptr<InfFile> text = facts->text;  // which a large one does not survive next
+    // Held here: when parsing has made the text larger than the budget, recounting drops it from the facts.
+    std::shared_ptr<InfFile> text = facts->text;
     RecountText(facts);
     return text;
   }
