@@ -14,6 +14,7 @@
 #include "platform/machine/description/description_values.h"
 #include "platform/machine/description/records.h"
 #include "platform/machine/description/setup_class.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 
 namespace {
@@ -26,9 +27,9 @@ using namespace machine::description;
 
 // X:\ and the like, upper case, from its spellings X: and x:\. Empty when it is none.
 std::string DriveRoot(std::string_view text) {
-  const bool letter = !text.empty() && std::isalpha(static_cast<unsigned char>(text[0])) != 0;
+  const bool letter = !text.empty() && machine::IsAsciiLetter(text[0]);
   if (!letter || (text.substr(1) != ":" && text.substr(1) != ":\\")) return "";
-  return std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])))) + ":\\";
+  return std::string(1, machine::UpperAscii(text[0])) + ":\\";
 }
 
 std::string WindowsDirectory(const Value &value, const TextReader &text) {

@@ -7,7 +7,7 @@
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 
 namespace machine {
@@ -18,8 +18,6 @@ constexpr std::string_view kLongPathPrefix = R"(\\?\)";
 constexpr std::string_view kDevicePrefix = R"(\\.\)";
 
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
-
-bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 void DropTrailing(std::string_view *text, std::string_view characters) {
   const std::size_t last = text->find_last_not_of(characters);
@@ -90,7 +88,7 @@ bool ParseWindowsPath(const char *text, WindowsPath *path) {
   const bool prefixed = bytes.starts_with(kLongPathPrefix);
   if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return FailWith(ERROR_PATH_NOT_FOUND);
   if (prefixed) bytes.remove_prefix(kLongPathPrefix.size());
-  if (bytes.size() < 2 || !IsLetter(bytes[0]) || bytes[1] != ':') {
+  if (bytes.size() < 2 || !IsAsciiLetter(bytes[0]) || bytes[1] != ':') {
     const bool device = prefixed || bytes.starts_with(kDevicePrefix);
     return FailWith(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   }

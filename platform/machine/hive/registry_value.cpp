@@ -69,12 +69,12 @@ std::vector<BYTE> StoredData(DWORD type, const BYTE *data, std::size_t size) {
 
 StoredValue *FindValue(std::vector<StoredValue> *values, const std::u16string &foldedName) {
   const auto found = std::find_if(values->begin(), values->end(),
-                                  [&](const StoredValue &value) { return FoldName(value.name) == foldedName; });
+                                  [&](const StoredValue &value) { return FoldKeyName(value.name) == foldedName; });
   return found == values->end() ? nullptr : &*found;
 }
 
 void PutValue(std::vector<StoredValue> *values, StoredValue value) {
-  StoredValue *old = FindValue(values, FoldName(value.name));
+  StoredValue *old = FindValue(values, FoldKeyName(value.name));
   if (old == nullptr) {
     values->push_back(std::move(value));
     return;

@@ -212,7 +212,7 @@ bool ReadInfNames(int directory, std::vector<InfName> *entries) {
     std::string name = Utf8ToAnsi(entry->d_name);
     // A name that the code page lacks could not be opened by what the list says.
     if (AnsiToUtf8(name) != entry->d_name) continue;
-    std::string order = FoldedName(name);
+    std::string order = FoldAnsiName(name);
     entries->push_back({std::move(order), std::move(name), entry->d_name});
   }
   std::sort(entries->begin(), entries->end(), [](const InfName &a, const InfName &b) {

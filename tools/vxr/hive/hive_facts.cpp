@@ -40,7 +40,7 @@ std::vector<LogFacts> FactsOfLogs(const Hive &hive) {
 std::optional<machine::StoredValue> Find(Hive *hive, const std::u16string &key, const std::u16string &name) {
   machine::StoredValue value;
   const auto path = machine::ParseKeyPath(key);
-  if (machine::FindHiveValue(hive, path, machine::FoldName(name), &value) != ERROR_SUCCESS) return std::nullopt;
+  if (machine::FindHiveValue(hive, path, machine::FoldKeyName(name), &value) != ERROR_SUCCESS) return std::nullopt;
   return value;
 }
 
