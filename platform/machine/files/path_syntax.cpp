@@ -1,8 +1,8 @@
 #include "platform/machine/files/path_syntax.h"
 
 #include <algorithm>
-#include <array>
 
+#include "platform/device_name.h"
 #include "platform/machine/base/answer.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
@@ -24,16 +24,11 @@ void DropTrailing(std::string_view *text, std::string_view characters) {
   *text = text->substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
-// Names of devices stand for the device in every directory and with any extension.
-bool IsDeviceName(std::string_view name) {
-  std::string_view base = name.substr(0, name.find('.'));
-  DropTrailing(&base, " ");
-  std::string upper(base);
+bool IsDevice(std::string_view name) {
+  const auto inUtf8 = [] { return RaisedDigits{{"\xC2\xB9", "\xC2\xB2", "\xC2\xB3"}}; };
+  std::string upper(name);
   std::transform(upper.begin(), upper.end(), upper.begin(), UpperAscii);
-  static constexpr std::array<std::string_view, 6> kNames = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
-  if (std::find(kNames.begin(), kNames.end(), upper) != kNames.end()) return true;
-  const bool port = upper.starts_with("COM") || upper.starts_with("LPT");
-  return port && upper.size() == 4 && upper[3] >= '1' && upper[3] <= '9';
+  return IsDeviceName(upper.c_str(), inUtf8);
 }
 
 bool HasForbiddenCharacter(std::string_view name, std::string_view forbidden) {
@@ -56,7 +51,7 @@ bool AddComponent(const char *text, std::string_view component, bool last, Windo
     return true;
   }
   DropTrailing(&component, ". ");
-  if (component.empty() || HasForbiddenCharacter(component, "<>:\"|?*") || IsDeviceName(component)) {
+  if (component.empty() || HasForbiddenCharacter(component, "<>:\"|?*") || IsDevice(component)) {
     return FailWith(ERROR_INVALID_NAME);
   }
   path->names.emplace_back(component);
