@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
@@ -176,10 +177,7 @@ void ReportCopy(const Copy &copy, bool copied, CopyCaller caller) {
 
 bool CopyWindowsFile(const char *source, const char *target, bool failIfExists, CopyCaller caller) {
   if (CurrentOrNotReady() == nullptr) return false;
-  if (source == nullptr || target == nullptr) {
-    platform::SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
-  }
+  if (source == nullptr || target == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   Copy copy = {};
   copy.source = source;
   copy.target = target;

@@ -90,10 +90,7 @@ const std::shared_ptr<const InfSettings> &Settings() {
 }
 
 bool ReadWhole(int file, std::size_t size, InfBytes *bytes) {
-  if (size > kInfSizeMax) {
-    platform::SetLastError(ERROR_FILE_TOO_LARGE);
-    return false;
-  }
+  if (size > kInfSizeMax) return FailWith(ERROR_FILE_TOO_LARGE);
   bytes->memory = std::make_unique_for_overwrite<char[]>(size);
   while (bytes->size < size) {
     const ssize_t got = read(file, bytes->memory.get() + bytes->size, size - bytes->size);
@@ -131,10 +128,7 @@ Use UseOf(const InfFacts &facts) {
 
 // Reads the open file and enters it. The text is kept with the facts for now.
 InfFactsRef ReadFacts(int file, const struct stat &status) {
-  if (!S_ISREG(status.st_mode)) {
-    platform::SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-  }
+  if (!S_ISREG(status.st_mode)) return FailWith(ERROR_ACCESS_DENIED, nullptr);
   InfBytes bytes;
   if (!ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes)) return nullptr;
   ++reads;
@@ -249,10 +243,7 @@ std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windo
     if (again == nullptr) return nullptr;
     facts->text = again->text;
   }
-  if (facts->text == nullptr) {
-    platform::SetLastError(ERROR_WRONG_INF_STYLE);
-    return nullptr;
-  }
+  if (facts->text == nullptr) return FailWith(ERROR_WRONG_INF_STYLE, nullptr);
   std::shared_ptr<InfFile> text = facts->text;
   KeepText(facts, UseOf(*facts));
   return text;

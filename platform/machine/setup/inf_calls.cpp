@@ -173,10 +173,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
   if (errorLine != nullptr) *errorLine = 0;
   if (CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
-  if (fileName == nullptr || (style & INF_STYLE_WIN4) == 0) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return INVALID_HANDLE_VALUE;
-  }
+  if (fileName == nullptr || (style & INF_STYLE_WIN4) == 0) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   OpenInf open;
   open.path = InfPathOf(fileName);
   open.facts = FindInf(open.path.c_str(), &open.text);
@@ -186,10 +183,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
     SetLastError(open.facts->problem != 0 ? open.facts->problem : ERROR_WRONG_INF_STYLE);
     return INVALID_HANDLE_VALUE;
   }
-  if (infClass != nullptr && !IsOfClass(open, infClass)) {
-    SetLastError(ERROR_CLASS_MISMATCH);
-    return INVALID_HANDLE_VALUE;
-  }
+  if (infClass != nullptr && !IsOfClass(open, infClass)) return machine::FailOpen(ERROR_CLASS_MISMATCH);
   lastHandle += 4;
   handles.emplace(lastHandle, std::move(open));
   return reinterpret_cast<HINF>(lastHandle);
