@@ -31,7 +31,7 @@ else()
   set(VXR_CODE_PAGE platform/text/code_page.cpp)
 endif()
 add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
-  platform/inf/inf_tokens.cpp ${VXR_CODE_PAGE})
+  platform/inf/inf_tokens.cpp platform/text/ansi_case.cpp ${VXR_CODE_PAGE})
 
 # What stands behind platform.h: Windows itself, or the described machine.
 set(VXR_BOTH_BUILDS platform/text/format.cpp platform/text/program_name.cpp)
@@ -41,7 +41,7 @@ if(WIN32)
 else()
   # Hive files, their logs and what is in them, and version resources, without a machine: the command line reads them too.
   add_library(vxr_hive_file STATIC
-    platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp platform/machine/text/fold_name.cpp
+    platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp
     platform/machine/hive/base_block.cpp platform/machine/hive/hive.cpp platform/machine/hive/hive_check.cpp
     platform/machine/hive/hive_log.cpp platform/machine/hive/hive_logs.cpp
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp

@@ -56,6 +56,19 @@ bool IsSet(HDEVINFO handle) { return handle != nullptr && handle != INVALID_HAND
 
 }  // namespace
 
+HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *purpose, InstanceIdStep *failed,
+                        const Caller &trace) {
+  *failed = InstanceIdStep::kSize;
+  DWORD size = 0;
+  const BOOL sized = platform::SetupDiGetDeviceInstanceIdA(set, device, nullptr, 0, &size);
+  if (size == 0 || (!sized && platform::GetLastError() != ERROR_INSUFFICIENT_BUFFER)) return nullptr;
+  *failed = InstanceIdStep::kMemory;
+  HeapText id = purpose != nullptr ? AllocText(size, purpose, trace) : AllocTextUnlogged(size);
+  if (id == nullptr) return nullptr;
+  *failed = InstanceIdStep::kText;
+  return platform::SetupDiGetDeviceInstanceIdA(set, device, id.get(), size, nullptr) ? std::move(id) : nullptr;
+}
+
 HeapText VXRDev_GetRegPropByDevInfo(HDEVINFO hDevInfo, SP_DEVINFO_DATA *pDevInfoData, DWORD property, DWORD *type,
                                     DWORD *size) {
   const CallTrace trace = TraceCall();

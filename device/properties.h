@@ -1,7 +1,15 @@
-// Registry properties of devices.
+// Instance ids and registry properties of devices.
 #pragma once
 
 #include "log/heap.h"
+
+// Where reading an instance id failed.
+enum class InstanceIdStep { kSize, kMemory, kText };
+
+// Instance id of a device of the set. Null with the last error set; `*failed` then tells where, for a line of the
+// caller's own. Only want of memory is logged here, when a purpose is given for its line.
+HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *purpose, InstanceIdStep *failed,
+                        const Caller &trace);
 
 // Property numbers from here on are refused: one more than the log has names for.
 inline constexpr DWORD kPropertyLimit = 36;

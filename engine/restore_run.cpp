@@ -58,14 +58,25 @@ HeapText ReadJobValue(const char *value, DWORD *size, LSTATUS *status = nullptr)
   return VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, gpVXRParaBlock->szJobKey, value, &type, size, status);
 }
 
+// The job's InfDir, which names an INF file when the job names an id.
+HeapText ReadNamedInf() {
+  DWORD size = 0;
+  return ReadJobValue("InfDir", &size);
+}
+
+// The directory of that file, cut from a reading of its own: the log shows both.
+HeapText ReadNamedInfDirectory() {
+  HeapText path = ReadNamedInf();
+  char *fileName = path == nullptr ? nullptr : LastBackslash(path.get());
+  if (fileName != nullptr) *fileName = '\0';
+  return path;
+}
+
 // Looks for the driver of one id in the one INF file that the job names. Copies and writes nothing in either mode: the
 // device's bInject stays FALSE.
 BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
-  DWORD size = 0;
-  const HeapText infFile = ReadJobValue("InfDir", &size);
-  const HeapText infDir = ReadJobValue("InfDir", &size);
-  char *fileName = infDir == nullptr ? nullptr : LastBackslash(infDir.get());
-  if (fileName != nullptr) *fileName = '\0';
+  const HeapText infFile = ReadNamedInf();
+  const HeapText infDir = ReadNamedInfDirectory();
   trace.Check("checking HardwareID %s in %s...\n", hardwareId, infDir.get());
 
   platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId);

@@ -1,5 +1,6 @@
 // The files that an install section copies.
 #include <cstring>
+#include <iterator>
 
 #include "engine/base/decisions.h"
 #include "engine/base/files.h"
@@ -11,6 +12,7 @@
 #include "inf/walks.h"
 #include "log/characters.h"
 #include "log/log.h"
+#include "platform/device_name.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {
@@ -35,39 +37,26 @@ const Destination &DestinationOf(const char *name) {
   return *destination;
 }
 
-// Whether `length` bytes at `text` are one digit as ports are numbered by. The superscript digits count, where the code
-// page has them: elsewhere their bytes are letters.
-bool IsPortNumber(const char *text, SIZE_T length) {
-  if (length == 1 && *text >= '0' && *text <= '9') return true;
-  for (const WCHAR superscript : {WCHAR{0xB9}, WCHAR{0xB2}, WCHAR{0xB3}}) {
-    char digit[4];
-    const int size = platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, &superscript, 1, digit, sizeof digit,
-                                                   nullptr, nullptr);
-    if (size > 0 && static_cast<SIZE_T>(size) == length && std::strncmp(text, digit, length) == 0) return true;
+// Elsewhere than in the code pages that have them, the bytes of the raised digits are letters.
+RaisedDigits CodePageDigits() {
+  static constexpr WCHAR kRaised[] = {0xB9, 0xB2, 0xB3};
+  RaisedDigits raised = {};
+  for (SIZE_T i = 0; i < std::size(kRaised); ++i) {
+    platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, &kRaised[i], 1, raised.digit[i],
+                                  sizeof raised.digit[i] - 1, nullptr, nullptr);
   }
-  return false;
-}
-
-// Whether a name means a device wherever it stands, with or without an ending: CON, NUL, COM1, LPT1...
-bool IsDeviceName(const char *name) {
-  static constexpr const char *kDevices[] = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
-  SIZE_T length = std::strcspn(name, ".");
-  while (length > 0 && name[length - 1] == ' ') --length;
-  for (const char *device : kDevices) {
-    if (length == std::strlen(device) && VXREng_StrNICmp(name, device, length) == 0) return true;
-  }
-  return length > 3 && (BeginsWith(name, "COM") || BeginsWith(name, "LPT")) && IsPortNumber(name + 3, length - 3);
+  return raised;
 }
 
 // Whether a name that an INF file gives is that of one file in the directory that we choose: no path that would lead
-// elsewhere, no pattern that another file would answer, no device.
+// elsewhere, no pattern that another file would answer, no device. The name is in upper case.
 bool IsPlainFileName(const char *name) {
   bool onlyDots = true;
   for (const char *p = name; *p != '\0'; p += CharacterLength(p)) {
     onlyDots = onlyDots && (*p == '.' || *p == ' ');
     if (static_cast<BYTE>(*p) < ' ' || std::strchr("\\/:*?\"<>|", *p) != nullptr) return false;
   }
-  return !onlyDots && !IsDeviceName(name);
+  return !onlyDots && !IsDeviceName(name, CodePageDigits);
 }
 
 // A path of the catalogue that ends in the file's name; logs when there is none.

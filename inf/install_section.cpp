@@ -69,33 +69,47 @@ constexpr const char *kPassedOver[] = {"DelReg",          "DriverVer", "Include"
                                        "Renfiles",        "BitReg",    "LogConfig",    "ProfileItems",   "UpdateInis",
                                        "UpdateIniFields", "Ini2Reg",   "RegisterDlls", "UnregisterDlls", "ExcludeID"};
 
-// One line of an install section. `text` is its key and becomes the last text that was read from the line.
-BOOL RunDirective(HINF hInf, INFCONTEXT *line, DWORD count, const char *szInfDir, HeapText *text, VXR_DRIVER *driver,
-                  const Caller &trace) {
-  const HeapText &key = *text;
-  for (const ValueDirective &directive : kValueDirectives) {
-    if (!BeginsWith(key.get(), directive.keyword)) continue;
-    BOOL result = FALSE;
-    bool valued = false;
-    for (DWORD field = 1; field <= count; ++field) {
-      HeapText value = FilledField(hInf, line, field);
-      if (value == nullptr) continue;
-      trace.Flush("iFldCnt=%d:%s=%s\n", field, directive.keyword, value.get());
-      result = directive.process(hInf, szInfDir, value.get(), driver);
-      *text = std::move(value);
-      valued = true;
-    }
-    if (!valued) ReportRefusal(VXRMACHINE_REFUSED_EMPTY_DIRECTIVE, key.get());
-    return result;
+// A line of an install section.
+struct Directive {
+  INFCONTEXT *line;
+  DWORD fieldCount;
+  HeapText key;
+  HeapText lastValue;  // the last value that was carried out; null before
+};
+
+// Carries out all values of the line, also after one that fails. The last one decides; without any it is a failure.
+BOOL RunValues(HINF hInf, const char *szInfDir, const ValueDirective &kind, Directive *directive, VXR_DRIVER *driver,
+               const Caller &trace) {
+  BOOL result = FALSE;
+  for (DWORD field = 1; field <= directive->fieldCount; ++field) {
+    HeapText value = FilledField(hInf, directive->line, field);
+    if (value == nullptr) continue;
+    trace.Flush("iFldCnt=%d:%s=%s\n", field, kind.keyword, value.get());
+    result = kind.process(hInf, szInfDir, value.get(), driver);
+    directive->lastValue = std::move(value);
   }
-  trace.Fixme("not processing field=%s...\n", key.get());
+  if (directive->lastValue == nullptr) ReportRefusal(VXRMACHINE_REFUSED_EMPTY_DIRECTIVE, directive->key.get());
+  return result;
+}
+
+// TRUE for a key that may be passed over, FALSE for one that no INF file has.
+BOOL PassOver(const char *key, const Caller &trace) {
+  trace.Fixme("not processing field=%s...\n", key);
   const bool known = std::any_of(std::begin(kPassedOver), std::end(kPassedOver),
-                                 [&](const char *keyword) { return BeginsWith(key.get(), keyword); });
+                                 [key](const char *keyword) { return BeginsWith(key, keyword); });
   if (!known) {
-    trace.Error("unknown field=%s:corrupted inf file!\n", key.get());
-    ReportRefusal(VXRMACHINE_REFUSED_DIRECTIVE, key.get());
+    trace.Error("unknown field=%s:corrupted inf file!\n", key);
+    ReportRefusal(VXRMACHINE_REFUSED_DIRECTIVE, key);
   }
   return known;
+}
+
+BOOL RunDirective(HINF hInf, const char *szInfDir, Directive *directive, VXR_DRIVER *driver, const Caller &trace) {
+  const char *key = directive->key.get();
+  for (const ValueDirective &kind : kValueDirectives) {
+    if (BeginsWith(key, kind.keyword)) return RunValues(hInf, szInfDir, kind, directive, driver, trace);
+  }
+  return PassOver(key, trace);
 }
 
 }  // namespace
@@ -134,20 +148,22 @@ BOOL VXRDev_ProcessInstSect(HINF hInf, const char *szInfDir, const char *szInstS
     return FALSE;
   }
   BOOL result = FALSE;
-  HeapText text;
+  bool bare = false;  // the last line read has no key
   for (BOOL more = TRUE; more; more = NextLine(&line)) {
     result = FALSE;
-    text = TextField(hInf, &line, 0);
-    if (text == nullptr) continue;
-    const DWORD count = platform::SetupGetFieldCount(&line);
-    trace.Flush("Key=%s:FieldCount=%d\n", text.get(), count);
-    result = RunDirective(hInf, &line, count, szInfDir, &text, pVXRDriver, trace);
+    Directive directive = {&line, 0, TextField(hInf, &line, 0), nullptr};
+    bare = directive.key == nullptr;
+    if (bare) continue;
+    directive.fieldCount = platform::SetupGetFieldCount(&line);
+    trace.Flush("Key=%s:FieldCount=%d\n", directive.key.get(), directive.fieldCount);
+    result = RunDirective(hInf, szInfDir, &directive, pVXRDriver, trace);
     if (!result) {
-      trace.Error("failed to process %s\n", text.get());
+      const HeapText &last = directive.lastValue != nullptr ? directive.lastValue : directive.key;
+      trace.Error("failed to process %s\n", last.get());
       break;
     }
   }
-  if (text == nullptr) ReportRefusal(VXRMACHINE_REFUSED_BARE_LINE, szInstSect);
+  if (bare) ReportRefusal(VXRMACHINE_REFUSED_BARE_LINE, szInstSect);
   trace.Check(result ? "InstSect=%s.%s:processed ok!\n" : "InstSect=%s.%s:processing failed!\n", szInstSect,
               DecorationName(szDecoration));
   return result;

@@ -1,14 +1,16 @@
-// The extension file of the running machine. Its export, VXRExt_CreateBMExtFile, is declared in vxrcore/vxrcore.h; each
-// function here fills one record of the file, which is all zero before. FALSE, always after logging, says that the
-// record, or for a volume and a disk that one entry, is not to be used; a null argument counts as a failure too.
+// The extension file of the running machine. Its export, VXRExt_CreateBMExtFile, is declared in vxrcore/vxrcore.h.
+//
+// Each function that builds fills one record of the file, which must be all zero before. FALSE, after a log line, means
+// that the record is not as it should be: a volume is then left out, a disk kept with what is known of it, and without
+// any other record no file is written. A null argument gives FALSE too.
 #pragma once
 
 #include "platform/platform.h"
 #include "vxrcore/bmext.h"
 
-// `cold` everywhere: not 0 when the running system was started from another medium than a fixed disk, and so is not the
-// one to be described. There is no method of its own for that: the running system is described all the same, and the
-// header tells.
+// `cold` everywhere: 0 when the running system was started from a fixed disk. When it was not, it is a rescue system,
+// and what one would want described is another, which does not run. That cannot be done here: the file describes the
+// rescue system, and the cold magic number in its header is the only sign of it.
 //
 // `szMap`: a settings file whose section of each drive letter gives the volume's name in the backup (DeviceName); null
 // for none. Volumes that it does not name are called "No BM File Name".

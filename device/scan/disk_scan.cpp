@@ -31,23 +31,16 @@ DeviceSet PresentDevicesOfType(DWORD deviceType) {
   return PresentDevices(&classGuid);
 }
 
-HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const Caller &trace) {
-  DWORD size = 0;
-  const BOOL sized = platform::SetupDiGetDeviceInstanceIdA(set, device, nullptr, 0, &size);
-  if (size == 0 || (!sized && platform::GetLastError() != ERROR_INSUFFICIENT_BUFFER)) {
-    trace.Error("SetupDiGetDeviceInstanceId():ec=0x%08x:failed to get size!\n", platform::GetLastError());
-    return nullptr;
+void LogNoInstanceId(InstanceIdStep failed, const Caller &trace) {
+  const DWORD code = platform::GetLastError();
+  switch (failed) {
+    case InstanceIdStep::kSize:
+      return trace.Error("SetupDiGetDeviceInstanceId():ec=0x%08x:failed to get size!\n", code);
+    case InstanceIdStep::kMemory:
+      return trace.Error("LocallAlloc() failed!ec=0x%08x\n", code);
+    case InstanceIdStep::kText:
+      return trace.Error("SetupDiGetDeviceInstanceId() failed!ec=0x%08x\n", code);
   }
-  HeapText id = AllocTextUnlogged(size);
-  if (id == nullptr) {
-    trace.Error("LocallAlloc() failed!ec=0x%08x\n", platform::GetLastError());
-    return nullptr;
-  }
-  if (!platform::SetupDiGetDeviceInstanceIdA(set, device, id.get(), size, nullptr)) {
-    trace.Error("SetupDiGetDeviceInstanceId() failed!ec=0x%08x\n", platform::GetLastError());
-    return nullptr;
-  }
-  return id;
 }
 
 char *ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property) {
@@ -58,8 +51,12 @@ char *ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property) {
 // Id of the device at `index` when it begins with the one sought; null, after logging, when it does not.
 HeapText MatchDevice(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD index, const char *sought, const Caller &trace) {
   trace.Flush("iDevEnum=%d...\n", index);
-  HeapText id = ReadInstanceId(set, device, trace);
-  if (id == nullptr) return nullptr;
+  InstanceIdStep failed = {};
+  HeapText id = ReadInstanceId(set, device, nullptr, &failed, trace);
+  if (id == nullptr) {
+    LogNoInstanceId(failed, trace);
+    return nullptr;
+  }
   trace.Flush("checking %d:%s\n", index, id.get());
   if (BeginsWith(id.get(), sought)) return id;
   trace.Check("Not-Match:current inst=%s\n", id.get());

@@ -11,9 +11,9 @@ namespace {
 constexpr char kVersionBlock[] = "\\StringFileInfo\\12345678\\";  // with a language and a code page of four digits each
 constexpr SIZE_T kVersionSpare = 18;
 
-VXR_LE64 Join(DWORD low, DWORD high) { return VxrPut64(DWORD64{high} << 32 | low); }
+VXR_LE64 StoreHalves(DWORD low, DWORD high) { return VxrPut64(DWORD64{high} << 32 | low); }
 
-VXR_LE64 Store(const FILETIME &time) { return Join(time.dwLowDateTime, time.dwHighDateTime); }
+VXR_LE64 Store(const FILETIME &time) { return StoreHalves(time.dwLowDateTime, time.dwHighDateTime); }
 
 // `directory` may be null; nothing is put between it and the name.
 HeapText FullName(const char *directory, const char *file, const Caller &trace) {
@@ -33,7 +33,7 @@ BOOL FillAttributes(const char *name, const char *section, VXR_FILEINFO *facts, 
   trace.Check("GetFileAttributesEx() ok\n");
   StoreText(facts->FileName, name);
   if (section != nullptr) StoreText(facts->Section, section);
-  facts->FileSize = Join(data.nFileSizeLow, data.nFileSizeHigh);
+  facts->FileSize = StoreHalves(data.nFileSizeLow, data.nFileSizeHigh);
   facts->CreationTime = Store(data.ftCreationTime);
   facts->LastAccessTime = Store(data.ftLastAccessTime);
   facts->LastWriteTime = Store(data.ftLastWriteTime);

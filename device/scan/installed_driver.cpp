@@ -25,28 +25,13 @@ VXR_GUID Store(const GUID &guid) {
 
 // --- Present devices ------------------------------------------------------------------------------------------------
 
-// Id of a device of the set; null after logging, with the id that is sought.
-HeapText ReadInstanceId(HDEVINFO set, SP_DEVINFO_DATA *device, const char *sought, const Caller &trace) {
-  DWORD size = 0;
-  const BOOL sized = platform::SetupDiGetDeviceInstanceIdA(set, device, nullptr, 0, &size);
-  if (size == 0 || (!sized && platform::GetLastError() != ERROR_INSUFFICIENT_BUFFER)) {
-    trace.Failed("SetupDiGetDeviceInstanceId()", sought);
-    return nullptr;
-  }
-  HeapText id = AllocText(size, "szInstanceID", trace);
-  if (id == nullptr) return nullptr;
-  if (!platform::SetupDiGetDeviceInstanceIdA(set, device, id.get(), size, nullptr)) {
-    trace.Failed("SetupDiGetDeviceInstanceId()", sought);
-    return nullptr;
-  }
-  return id;
-}
-
 // Fills the record for one device of the set when the sought id begins with the device's own. Returns the parent's id;
 // null when it is another device, or one that not enough is known of.
 HeapText RecordIfSought(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD deviceType, const char *sought, VXR_DEVDRV *record,
                         const Caller &trace) {
-  const HeapText id = ReadInstanceId(set, device, sought, trace);
+  InstanceIdStep failed = {};
+  const HeapText id = ReadInstanceId(set, device, "szInstanceID", &failed, trace);
+  if (id == nullptr && failed != InstanceIdStep::kMemory) trace.Failed("SetupDiGetDeviceInstanceId()", sought);
   if (id == nullptr || !BeginsWith(sought, id.get())) return nullptr;
   if (!VXRDev_GetVXRDevDriverDetail(set, device, record)) return nullptr;
   record->DeviceType = VxrPut32(deviceType);

@@ -7,6 +7,7 @@
 
 #include "platform/inf/inf_lines.h"
 #include "platform/platform.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 
 namespace machine {
@@ -16,10 +17,6 @@ constexpr char kEndOfFile = 0x1A;
 // What is set aside at first, for speed.
 constexpr std::size_t kUsualSections = 32;
 constexpr std::size_t kUsualLine = 24;  // characters
-
-bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
-
-char AsciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 InfBytes CopyOf(std::string_view text) {
   InfBytes copy{std::make_unique_for_overwrite<char[]>(text.size()), text.size()};
@@ -401,40 +398,6 @@ std::size_t MemoryOf(const InfFile &file) {
             section.lines.capacity() * sizeof(InfLine);
   }
   return size;
-}
-
-std::uint32_t HashName(std::string_view name) {
-  // Eight characters at a time. Without the bit that tells an ASCII letter's case some other characters become the same
-  // too, which a hash may.
-  constexpr std::uint64_t kNoCase = 0xDFDFDFDFDFDFDFDF, kNotAscii = 0x8080808080808080;
-  constexpr std::uint64_t kMix = 0x9E3779B97F4A7C15;
-  std::uint64_t hash = name.size();
-  for (std::size_t at = 0; at < name.size(); at += sizeof(std::uint64_t)) {
-    std::uint64_t part = 0;
-    std::memcpy(&part, name.data() + at, std::min(sizeof part, name.size() - at));
-    if ((part & kNotAscii) != 0) return static_cast<std::uint32_t>(std::hash<std::string>{}(ToUpper(name)));
-    hash = (hash ^ (part & kNoCase)) * kMix;
-    hash ^= hash >> 29;
-  }
-  return static_cast<std::uint32_t>(hash >> 32 ^ hash);
-}
-
-bool SameName(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (!IsAscii(a[i]) || !IsAscii(b[i])) return CompareNoCase(a, b) == 0;
-    if (AsciiUpper(a[i]) != AsciiUpper(b[i])) return false;
-  }
-  return true;
-}
-
-std::string FoldedName(std::string_view text) {
-  std::string folded(text);
-  for (char &c : folded) {
-    if (!IsAscii(c)) return ToUpper(text);
-    c = AsciiUpper(c);
-  }
-  return folded;
 }
 
 std::size_t WholeCharacters(std::string_view text, std::size_t limit, const InfSettings &settings) {

@@ -15,8 +15,9 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
+
+#include "platform/text/ansi_case.h"
 
 namespace machine {
 
@@ -27,22 +28,6 @@ inline constexpr std::uint32_t kInfNone = 0xFFFFFFFF;   // no section, no line
 
 // What a character means to the reader outside quotes.
 enum class InfChar : std::uint8_t { kText, kBlank, kLineEnd, kQuote, kComment, kComma, kEquals, kBackslash, kLead };
-
-// Comparison of names, without regard to case by the machine's code page.
-bool SameName(std::string_view a, std::string_view b);
-std::uint32_t HashName(std::string_view name);
-
-// For tables that are looked up by name.
-struct NameHash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view name) const { return HashName(name); }
-};
-struct NameEqual {
-  using is_transparent = void;
-  bool operator()(std::string_view a, std::string_view b) const { return SameName(a, b); }
-};
-template <typename Value>
-using NameTable = std::unordered_map<std::string, Value, NameHash, NameEqual>;
 
 // How files are read; made by MakeInfSettings and shared by all files of a machine.
 struct InfSettings {
@@ -148,8 +133,6 @@ bool IsModernInf(InfFile *file);
 // Bytes that the file takes up in memory, about.
 std::size_t MemoryOf(const InfFile &file);
 
-// The text in upper case by the machine's code page: names that are the same become equal.
-std::string FoldedName(std::string_view text);
 // The length of the longest beginning of at most `limit` bytes that splits no two-byte character.
 std::size_t WholeCharacters(std::string_view text, std::size_t limit, const InfSettings &settings);
 

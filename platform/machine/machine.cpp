@@ -43,7 +43,7 @@ bool Open(const Reader &read, const std::string &name, std::string *error) {
   }
   auto description = std::make_unique<machine::Description>();
   if (!read(description.get(), error) || !ReadFaultPlan(error)) return false;
-  // The parts below may already ask for the machine and report to its observer.
+  // Before the rooms open, since they ask for the open machine; after they have closed it is none again.
   machine::SetCurrent(std::move(description));
   if (const machine::Status opened = machine::OpenRegistry(*machine::Current()); !opened) {
     *error = Words(opened);

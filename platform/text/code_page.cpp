@@ -23,7 +23,8 @@ struct ByteRange {
   unsigned char first, last;
 };
 
-// Windows' lead bytes. Those that begin no defined character lead all the same.
+// The bytes that Windows takes for the first of a two-byte character. Some begin no character that is defined; they
+// take the byte behind them along all the same.
 constexpr ByteRange kLeadBytes[] = {
     {932, 0x81, 0x9F}, {932, 0xE0, 0xFC}, {936, 0x81, 0xFE}, {949, 0x81, 0xFE}, {950, 0x81, 0xFE}};
 

@@ -16,6 +16,13 @@ inline BOOL FailWith(DWORD error) {
   return FALSE;
 }
 
+// The same with another result than FALSE.
+template <typename Result>
+Result FailWith(DWORD error, Result result) {
+  platform::SetLastError(error);
+  return result;
+}
+
 // With the code for errno.
 inline BOOL FailHost() { return FailWith(ErrorFromErrno(errno)); }
 

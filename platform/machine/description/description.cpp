@@ -14,6 +14,7 @@
 #include "platform/machine/description/description_values.h"
 #include "platform/machine/description/records.h"
 #include "platform/machine/description/setup_class.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 
 namespace {
@@ -26,23 +27,24 @@ using namespace machine::description;
 
 // X:\ and the like, upper case, from its spellings X: and x:\. Empty when it is none.
 std::string DriveRoot(std::string_view text) {
-  const bool letter = !text.empty() && std::isalpha(static_cast<unsigned char>(text[0])) != 0;
+  const bool letter = !text.empty() && machine::IsAsciiLetter(text[0]);
   if (!letter || (text.substr(1) != ":" && text.substr(1) != ":\\")) return "";
-  return std::string(1, static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])))) + ":\\";
+  return std::string(1, machine::UpperAscii(text[0])) + ":\\";
 }
 
 std::string WindowsDirectory(const Value &value, const TextReader &text) {
   std::string path = text(value);
   while (path.size() > 3 && path.back() == '\\') path.pop_back();
   if (path.size() <= 3 || path.size() >= MAX_PATH || DriveRoot(path.substr(0, 3)).empty() || path[2] != '\\') {
-    Fail(value, "must be a directory on a drive, such as 'X:\\Windows', of at most 259 bytes");
+    ThrowFault(value, "must be a directory on a drive, such as 'X:\\Windows', of at most 259 bytes");
   }
   return path;
 }
 
 std::int64_t Clock(const Value &value) {
   const auto time = value.node->value_exact<toml::date_time>();
-  if (!time || !time->offset) Fail(value, "must be a date and time with its offset, such as 2026-11-19T12:00:00Z");
+  if (!time || !time->offset)
+    ThrowFault(value, "must be a date and time with its offset, such as 2026-11-19T12:00:00Z");
   const std::chrono::sys_days day{std::chrono::year(time->date.year) / time->date.month / time->date.day};
   return std::chrono::seconds(day.time_since_epoch()).count() + time->time.hour * 3600 + time->time.minute * 60 +
          time->time.second - time->offset->minutes * 60;
@@ -88,7 +90,7 @@ unsigned ReadCodePage(const toml::table &root) {
   const Value value{node, "system.code_page"};
   const auto codePage = static_cast<unsigned>(Integer(value, 1, kMost16));
   if (!machine::KnownCodePage(codePage)) {
-    Fail(value, std::to_string(codePage) + " is not a known ANSI code page; use one such as 1252 or 932");
+    ThrowFault(value, std::to_string(codePage) + " is not a known ANSI code page; use one such as 1252 or 932");
   }
   return codePage;
 }
@@ -115,7 +117,7 @@ UINT DriveType(const Value &value) {
   for (const auto &[known, type] : kTypes) {
     if (name == known) return type;
   }
-  Fail(value, "\"" + name + "\" is no type of drive; use fixed, cdrom, remote, ramdisk, removable or no_root");
+  ThrowFault(value, "\"" + name + "\" is no type of drive; use fixed, cdrom, remote, ramdisk, removable or no_root");
 }
 
 machine::Extent ReadExtent(const Value &value) {
@@ -130,9 +132,9 @@ void ReadDrive(const Value &value, const TextReader &text, Description *descript
   machine::Drive drive;
   const auto readRoot = [&](const Value &v) {
     drive.root = DriveRoot(Utf8Text(v));
-    if (drive.root.empty()) Fail(v, "must be a drive's root, such as 'X:\\'");
+    if (drive.root.empty()) ThrowFault(v, "must be a drive's root, such as 'X:\\'");
     for (const machine::Drive &other : description->drives) {
-      if (other.root == drive.root) Fail(v, "drive " + drive.root + " is described twice; remove one of them");
+      if (other.root == drive.root) ThrowFault(v, "drive " + drive.root + " is described twice; remove one of them");
     }
   };
   const auto readPath = [&](const Value &v) { drive.path = HostPath(v, description->file.parent_path(), true); };
@@ -153,7 +155,7 @@ void ReadDrive(const Value &value, const TextReader &text, Description *descript
                     {"extents", readExtents}});
   const bool canBeEmpty = drive.type == DRIVE_CDROM || drive.type == DRIVE_REMOVABLE || drive.type == DRIVE_NO_ROOT_DIR;
   if (drive.path.empty() && !canBeEmpty) {
-    Fail({value.node, value.key + ".path"}, "is missing; name the host directory that stands for the drive");
+    ThrowFault({value.node, value.key + ".path"}, "is missing; name the host directory that stands for the drive");
   }
   description->drives.push_back(std::move(drive));
 }
@@ -163,7 +165,8 @@ void ReadInterface(const Value &value, const TextReader &text, const Description
   disk->interfacePath = text(value);
   for (const machine::Disk &other : description.disks) {
     if (!other.interfacePath.empty() && machine::CompareNoCase(other.interfacePath, disk->interfacePath) == 0) {
-      Fail(value, "is that of disk " + std::to_string(other.number) + " too; give each disk its own, or remove one");
+      ThrowFault(value,
+                 "is that of disk " + std::to_string(other.number) + " too; give each disk its own, or remove one");
     }
   }
 }
@@ -174,7 +177,7 @@ void ReadDisk(const Value &value, const TextReader &text, Description *descripti
     disk.number = static_cast<DWORD>(Integer(v, 0, kMost16));
     for (const machine::Disk &other : description->disks) {
       if (other.number == disk.number) {
-        Fail(v, "disk " + std::to_string(disk.number) + " is described twice; remove one of them");
+        ThrowFault(v, "disk " + std::to_string(disk.number) + " is described twice; remove one of them");
       }
     }
   };
@@ -209,7 +212,7 @@ void ReadClass(const Value &value, machine::Device *device) {
   } else if (IsBracedGuid(text)) {
     device->classGuid = machine::ToUpper(text);
   } else {
-    Fail(value, "\"" + text + "\" is no known class; use a name such as SCSIAdapter or a braced GUID");
+    ThrowFault(value, "\"" + text + "\" is no known class; use a name such as SCSIAdapter or a braced GUID");
   }
 }
 
@@ -226,9 +229,9 @@ void ReadInstance(const Value &value, const TextReader &text, const Description 
   const std::size_t first = instance.find('\\'), last = instance.rfind('\\');
   const bool good = first != std::string::npos && first > 0 && last > first + 1 && last + 1 < instance.size() &&
                     instance.find('\\', first + 1) == last;
-  if (!good) Fail(value, "must be three parts, such as 'PCI\\VEN_1000&DEV_0030\\3&61AAA01&0&80'");
+  if (!good) ThrowFault(value, "must be three parts, such as 'PCI\\VEN_1000&DEV_0030\\3&61AAA01&0&80'");
   if (FindDevice(description, instance) != nullptr) {
-    Fail(value, "device " + instance + " is described twice; remove one of them");
+    ThrowFault(value, "device " + instance + " is described twice; remove one of them");
   }
 }
 
@@ -254,10 +257,10 @@ void CheckParents(const toml::table &root, const Description &description) {
     for (std::size_t steps = 0; !device->parent.empty(); steps++) {
       const machine::Device *parent = FindDevice(description, device->parent);
       if (parent == nullptr && steps == 0) {
-        Fail(value, "there is no device " + device->parent + "; describe it or remove the key");
+        ThrowFault(value, "there is no device " + device->parent + "; describe it or remove the key");
       }
       if (parent == nullptr) break;  // told at the device that names it
-      if (steps >= description.devices.size()) Fail(value, "the device is its own ancestor; correct the parents");
+      if (steps >= description.devices.size()) ThrowFault(value, "the device is its own ancestor; correct the parents");
       device = parent;
     }
   }
@@ -267,7 +270,8 @@ void CheckParents(const toml::table &root, const Description &description) {
 
 void CheckRegistryKey(const Value &value, std::string_view key) {
   if (key.empty() || key.front() == '\\' || key.back() == '\\' || key.find("\\\\") != std::string_view::npos) {
-    Fail(value, "must be a key below HKEY_LOCAL_MACHINE, such as 'SOFTWARE\\Maker', without a backslash at its ends");
+    ThrowFault(value,
+               "must be a key below HKEY_LOCAL_MACHINE, such as 'SOFTWARE\\Maker', without a backslash at its ends");
   }
 }
 
@@ -278,7 +282,7 @@ void ReadHive(const Value &value, const TextReader &text, Description *descripti
     CheckRegistryKey(v, hive.key);
     for (const machine::HiveFile &other : description->hives) {
       if (machine::CompareNoCase(other.key, hive.key) == 0) {
-        Fail(v, "key " + hive.key + " has two hives; remove one of them");
+        ThrowFault(v, "key " + hive.key + " has two hives; remove one of them");
       }
     }
   };
@@ -291,7 +295,7 @@ void ReadHive(const Value &value, const TextReader &text, Description *descripti
 machine::RawValue ReadRawValue(const Value &value) {
   const toml::table &table = AsTable(value);
   if (!table.contains("type") && !table.contains("hex")) {
-    Fail(value, "is a table without type and hex; quote a key as a whole, as in [registry.'SOFTWARE\\Maker']");
+    ThrowFault(value, "is a table without type and hex; quote a key as a whole, as in [registry.'SOFTWARE\\Maker']");
   }
   machine::RawValue raw;
   ReadTable(value, {{"type", To(&raw.type, kMost32), kRequired},
@@ -308,23 +312,23 @@ void ReadRegistryValue(const Value &value, machine::RegistryValue *target) {
     std::vector<std::string> texts;
     ReadArray(value, "texts", [&](const Value &element) {
       texts.push_back(Utf8Text(element));
-      if (texts.back().empty()) Fail(element, "holds an empty text, which would end the list; remove it");
+      if (texts.back().empty()) ThrowFault(element, "holds an empty text, which would end the list; remove it");
     });
     target->data = std::move(texts);
   } else if (value.node->is_table()) {
     target->data = ReadRawValue(value);
   } else {
-    Fail(value, "must be a text, a whole number, an array of texts or { type = .., hex = '..' }");
+    ThrowFault(value, "must be a text, a whole number, an array of texts or { type = .., hex = '..' }");
   }
 }
 
 void ReadRegistry(const Value &value, const TextReader &text, Description *description) {
   for (const auto &[keyName, keyNode] : AsTable(value)) {
-    const Value key{&keyNode, Join(value.key, keyName.str())};
+    const Value key{&keyNode, MemberKey(value.key, keyName.str())};
     CheckRegistryKey(key, keyName.str());
-    if (AsTable(key).empty()) Fail(key, "has no values; give it one or remove it");
+    if (AsTable(key).empty()) ThrowFault(key, "has no values; give it one or remove it");
     for (const auto &[name, node] : AsTable(key)) {
-      const Value member{&node, Join(key.key, name.str())};
+      const Value member{&node, MemberKey(key.key, name.str())};
       machine::RegistryValue read;
       read.key = text.Convert(key, std::string(keyName.str()));
       read.name = text.Convert(member, std::string(name.str()));
@@ -340,7 +344,7 @@ void ReadPrompts(const Value &value, const TextReader &text, machine::Prompts *p
   const auto readAnswers = [&](const Value &v) {
     text.ToList (&prompts->cancelSearch)(v);
     for (const std::string &answer : prompts->cancelSearch) {
-      if (answer != "yes" && answer != "no") Fail(v, "\"" + answer + "\" is no answer; use yes or no");
+      if (answer != "yes" && answer != "no") ThrowFault(v, "\"" + answer + "\" is no answer; use yes or no");
     }
   };
   ReadTable(value, {{"driver_directory", text.ToList(&prompts->driverDirectory)}, {"cancel_search", readAnswers}});
@@ -366,7 +370,8 @@ void CheckDirectory(const toml::table &root, const char *key, const std::string 
   for (const machine::Drive &other : description.drives) {
     if (other.root == drive && !other.path.empty()) return;
   }
-  Fail({root["system"][key].node(), Join("system", key)}, "drive " + drive + " has no [[drive]] with a path; add one");
+  ThrowFault({root["system"][key].node(), MemberKey("system", key)},
+             "drive " + drive + " has no [[drive]] with a path; add one");
 }
 
 void ReadRoot(const toml::table &root, Description *description) {

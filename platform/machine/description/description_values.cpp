@@ -37,11 +37,11 @@ std::string SuggestKey(std::string_view name, const std::vector<Key> &keys) {
 
 }  // namespace
 
-void Fail(const Value &value, const std::string &text) {
+void ThrowFault(const Value &value, const std::string &text) {
   throw Fault{value.node->source().begin.line, value.key, text};
 }
 
-std::string Join(const std::string &table, std::string_view name) {
+std::string MemberKey(const std::string &table, std::string_view name) {
   const bool bare = !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
   });
@@ -51,14 +51,14 @@ std::string Join(const std::string &table, std::string_view name) {
 
 const toml::table &AsTable(const Value &value) {
   const toml::table *table = value.node->as_table();
-  if (table == nullptr) Fail(value, "must be a table");
+  if (table == nullptr) ThrowFault(value, "must be a table");
   return *table;
 }
 
 void ReadTable(const Value &value, const std::vector<Key> &keys) {
   const toml::table &table = AsTable(value);
   for (const auto &[name, node] : table) {
-    const Value member{&node, Join(value.key, name.str())};
+    const Value member{&node, MemberKey(value.key, name.str())};
     const std::string_view spelled = name.str();
     const auto key = std::find_if(keys.begin(), keys.end(), [&](const Key &k) { return spelled == k.name; });
     if (key == keys.end()) {
@@ -68,34 +68,35 @@ void ReadTable(const Value &value, const std::vector<Key> &keys) {
     key->read(member);
   }
   for (const Key &key : keys) {
-    if (key.required && !table.contains(key.name)) Fail({value.node, Join(value.key, key.name)}, "is missing; add it");
+    if (key.required && !table.contains(key.name))
+      ThrowFault({value.node, MemberKey(value.key, key.name)}, "is missing; add it");
   }
 }
 
 // Calls `read` for each element of an array.
 void ReadArray(const Value &value, const char *what, const std::function<void(const Value &)> &read) {
   const toml::array *array = value.node->as_array();
-  if (array == nullptr) Fail(value, std::string("must be an array of ") + what);
+  if (array == nullptr) ThrowFault(value, std::string("must be an array of ") + what);
   for (const toml::node &node : *array) read({&node, value.key});
 }
 
 void ReadTables(const Value &value, const std::function<void(const Value &)> &read) {
-  if (value.node->is_table()) Fail(value, "must be an array of tables; write [[" + value.key + "]]");
+  if (value.node->is_table()) ThrowFault(value, "must be an array of tables; write [[" + value.key + "]]");
   ReadArray(value, "tables", read);
 }
 
 std::string Utf8Text(const Value &value) {
   const auto text = value.node->value_exact<std::string>();
-  if (!text) Fail(value, "must be a text in quotes");
-  if (text->find('\0') != std::string::npos) Fail(value, "holds a NUL character; remove it");
+  if (!text) ThrowFault(value, "must be a text in quotes");
+  if (text->find('\0') != std::string::npos) ThrowFault(value, "holds a NUL character; remove it");
   return *text;
 }
 
 std::string TextReader::Convert(const Value &value, const std::string &utf8) const {
   std::string text = Utf8ToAnsi(utf8, codePage);
   if (AnsiToUtf8(text, codePage) == utf8) return text;
-  Fail(value, "holds a character that code page " + std::to_string(codePage) +
-                  " lacks; use other characters or another system.code_page");
+  ThrowFault(value, "holds a character that code page " + std::to_string(codePage) +
+                        " lacks; use other characters or another system.code_page");
 }
 
 std::function<void(const Value &)> TextReader::To(std::string *text) const {
@@ -106,17 +107,17 @@ std::function<void(const Value &)> TextReader::ToList(std::vector<std::string> *
   return [*this, texts](const Value &value) {
     ReadArray(value, "texts", [&](const Value &element) {
       texts->push_back((*this)(element));
-      if (texts->back().empty()) Fail(element, "holds an empty text, which would end the list; remove it");
+      if (texts->back().empty()) ThrowFault(element, "holds an empty text, which would end the list; remove it");
     });
   };
 }
 
 std::int64_t Integer(const Value &value, std::int64_t least, std::int64_t most) {
   const auto number = value.node->value_exact<std::int64_t>();
-  if (!number) Fail(value, "must be a whole number");
+  if (!number) ThrowFault(value, "must be a whole number");
   if (*number < least || *number > most) {
-    Fail(value, "is " + std::to_string(*number) + "; it must be from " + std::to_string(least) + " to " +
-                    std::to_string(most));
+    ThrowFault(value, "is " + std::to_string(*number) + "; it must be from " + std::to_string(least) + " to " +
+                          std::to_string(most));
   }
   return *number;
 }
@@ -129,7 +130,7 @@ std::vector<BYTE> HexBytes(const Value &value) {
     if (c >= '0' && c <= '9') return c - '0';
     const char lower = static_cast<char>(c | 0x20);
     if (lower >= 'a' && lower <= 'f') return lower - 'a' + 10;
-    Fail(value, "must be pairs of hexadecimal digits, such as '01 02 AB'");
+    ThrowFault(value, "must be pairs of hexadecimal digits, such as '01 02 AB'");
   };
   for (std::size_t i = 0; i < text.size();) {
     if (text[i] == ' ') {
@@ -147,13 +148,14 @@ fs::path HostPath(const Value &value, const fs::path &directory, bool wantDirect
   std::error_code error;
   const fs::path path = fs::canonical(directory / fs::path(text), error);
   if (text.empty() || error) {
-    Fail(value, "there is no \"" + (directory / text).string() + "\"; make it or correct the path");
+    ThrowFault(value, "there is no \"" + (directory / text).string() + "\"; make it or correct the path");
   }
   const fs::file_type type = fs::status(path, error).type();
   const bool fits =
       wantDirectory ? type == fs::file_type::directory : type == fs::file_type::regular || type == fs::file_type::block;
   if (!fits) {
-    Fail(value, "\"" + path.string() + "\" " + FileKind(type) + "; name a " + (wantDirectory ? "directory" : "file"));
+    ThrowFault(value,
+               "\"" + path.string() + "\" " + FileKind(type) + "; name a " + (wantDirectory ? "directory" : "file"));
   }
   return path;
 }

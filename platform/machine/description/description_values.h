@@ -28,7 +28,7 @@ struct Fault {
   std::string key, text;
 };
 
-[[noreturn]] void Fail(const Value &value, const std::string &text);
+[[noreturn]] void ThrowFault(const Value &value, const std::string &text);
 
 // The names of one table's keys, and what each one's value becomes.
 struct Key {
@@ -42,7 +42,7 @@ inline constexpr bool kRequired = true;
 // --- Tables ---------------------------------------------------------------------------------------------------------
 
 // The key of a table's member, as people write it.
-std::string Join(const std::string &table, std::string_view name);
+std::string MemberKey(const std::string &table, std::string_view name);
 
 const toml::table &AsTable(const Value &value);
 

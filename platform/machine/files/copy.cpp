@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
@@ -34,15 +35,15 @@ struct Copy {
   std::string reason;
 };
 
-bool Fail(Copy *copy, DWORD error, std::string reason) {
+bool FailCopy(Copy *copy, DWORD error, std::string reason) {
   copy->error = error;
   copy->reason = std::move(reason);
   return false;
 }
 
-bool Fail(Copy *copy, const Status &failure) { return Fail(copy, WindowsError(failure), Words(failure)); }
+bool FailCopy(Copy *copy, const Status &failure) { return FailCopy(copy, WindowsError(failure), Words(failure)); }
 
-bool FailHost(Copy *copy, const char *what) { return Fail(copy, Status::System(what)); }
+bool FailCopyOnHost(Copy *copy, const char *what) { return FailCopy(copy, Status::System(what)); }
 
 std::string Describe(DWORD error) {
   switch (error) {
@@ -64,38 +65,38 @@ bool OpenSource(Copy *copy) {
   copy->from = Descriptor(OpenHostFile(copy->source, O_RDONLY | O_NONBLOCK));
   if (!copy->from) {
     const DWORD error = platform::GetLastError();
-    return Fail(copy, error, "cannot open the source: " + Describe(error));
+    return FailCopy(copy, error, "cannot open the source: " + Describe(error));
   }
-  if (fstat(copy->from.fd, &copy->sourceStatus) != 0) return FailHost(copy, "cannot open the source");
+  if (fstat(copy->from.fd, &copy->sourceStatus) != 0) return FailCopyOnHost(copy, "cannot open the source");
   if (S_ISREG(copy->sourceStatus.st_mode)) return true;
-  return Fail(copy, ERROR_ACCESS_DENIED, "the source is no file");
+  return FailCopy(copy, ERROR_ACCESS_DENIED, "the source is no file");
 }
 
 // Whether an old target may be replaced.
 bool CheckOldTarget(Copy *copy, bool failIfExists) {
-  if (failIfExists) return Fail(copy, ERROR_FILE_EXISTS, "the target exists");
+  if (failIfExists) return FailCopy(copy, ERROR_FILE_EXISTS, "the target exists");
   if (fstatat(copy->place.directory, copy->place.name.c_str(), &copy->targetStatus, AT_SYMLINK_NOFOLLOW) != 0) {
-    return FailHost(copy, "cannot examine the target");
+    return FailCopyOnHost(copy, "cannot examine the target");
   }
   const struct stat &old = copy->targetStatus;
-  if (!S_ISREG(old.st_mode)) return Fail(copy, ERROR_ACCESS_DENIED, "the target is no file");
+  if (!S_ISREG(old.st_mode)) return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is no file");
   if (old.st_dev == copy->sourceStatus.st_dev && old.st_ino == copy->sourceStatus.st_ino) {
-    return Fail(copy, ERROR_SHARING_VIOLATION, "source and target are the same file");
+    return FailCopy(copy, ERROR_SHARING_VIOLATION, "source and target are the same file");
   }
   const DWORD attributes = WouldHaveAttributes(old, ReadAttributes(PlaceName(copy->place), old));
   if ((attributes & kProtectingAttributes) == 0) return true;
-  return Fail(copy, ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
+  return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
 }
 
 bool FindTarget(Copy *copy, bool failIfExists) {
   if (!LocatePlace(copy->target, &copy->place)) {
     const DWORD error = platform::GetLastError();
-    return Fail(copy, error, "cannot reach the target: " + Describe(error));
+    return FailCopy(copy, error, "cannot reach the target: " + Describe(error));
   }
   if (copy->place.throughLink) {
     // Replacing the link and writing to where it leads would both surprise.
     RefusePath(copy->target, "the target of a copy is a symbolic link");
-    return Fail(copy, ERROR_ACCESS_DENIED, "the target is a symbolic link");
+    return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is a symbolic link");
   }
   return !copy->place.exists || CheckOldTarget(copy, failIfExists);
 }
@@ -109,10 +110,10 @@ bool CopyContents(Copy *copy, int to) {
   for (;;) {
     const ssize_t count = read(copy->from.fd, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return FailHost(copy, "cannot read the source");
+    if (count < 0) return FailCopyOnHost(copy, "cannot read the source");
     if (count == 0) return true;
     const Status written = WriteAll(to, buffer.data(), static_cast<std::size_t>(count));
-    if (!written) return Fail(copy, SaidAs("cannot write the copy", written));
+    if (!written) return FailCopy(copy, SaidAs("cannot write the copy", written));
   }
 }
 
@@ -122,26 +123,27 @@ bool FinishNewFile(Copy *copy, const NewFile &created) {
   const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
   const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
   const Status taken = copy->place.exists ? TakeOver(created) : Status();
-  if (!taken) return Fail(copy, SaidAs("cannot give the copy the owner, mode and attributes of the old file", taken));
+  if (!taken)
+    return FailCopy(copy, SaidAs("cannot give the copy the owner, mode and attributes of the old file", taken));
   const char *const failed = "cannot give the copy its attributes";
   struct stat status = {};
-  if (fstat(created.file.fd, &status) != 0) return FailHost(copy, failed);
+  if (fstat(created.file.fd, &status) != 0) return FailCopyOnHost(copy, failed);
   const Status written = WriteAttributes(created.HostName(), status, attributes);
-  if (!written) return Fail(copy, SaidAs(failed, written));
-  return futimens(created.file.fd, times) == 0 || FailHost(copy, failed);
+  if (!written) return FailCopy(copy, SaidAs(failed, written));
+  return futimens(created.file.fd, times) == 0 || FailCopyOnHost(copy, failed);
 }
 
 // Puts the new file in the target's place.
 bool ReplaceTarget(Copy *copy, NewFile *created) {
   const Status put = PutInPlace(created, copy->place.exists);
   copy->inPlace = created->inPlace;
-  return put || Fail(copy, put);
+  return put || FailCopy(copy, put);
 }
 
 bool Rehearse(Copy *copy) {
   const auto size = static_cast<std::uint64_t>(copy->sourceStatus.st_size);
   const Status would = RehearseNewFile(copy->place.directory, copy->place.name, size);
-  return would || Fail(copy, would);
+  return would || FailCopy(copy, would);
 }
 
 bool Run(Copy *copy, bool failIfExists) {
@@ -149,14 +151,14 @@ bool Run(Copy *copy, bool failIfExists) {
   if (Rehearsing()) return Rehearse(copy);
   NewFile created(copy->place.directory, copy->place.name);
   const Status opened = OpenNewFile(&created, copy->place.exists);
-  if (!opened) return Fail(copy, SaidAs("cannot write to the target's directory", opened));
+  if (!opened) return FailCopy(copy, SaidAs("cannot write to the target's directory", opened));
   return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
 }
 
 // The failure that CopyFileA told last, in case the command interpreter meets it again.
 std::string g_toldFailure;
 
-void Tell(const Copy &copy, bool copied, CopyCaller caller) {
+void ReportCopy(const Copy &copy, bool copied, CopyCaller caller) {
   const std::string failure = copied ? "" : std::string(copy.source) + '\n' + copy.target + '\n' + copy.reason;
   const bool told = !copied && caller == CopyCaller::kCommand && failure == g_toldFailure;
   g_toldFailure = caller == CopyCaller::kCall ? failure : "";
@@ -174,15 +176,12 @@ void Tell(const Copy &copy, bool copied, CopyCaller caller) {
 
 bool CopyWindowsFile(const char *source, const char *target, bool failIfExists, CopyCaller caller) {
   if (CurrentOrNotReady() == nullptr) return false;
-  if (source == nullptr || target == nullptr) {
-    platform::SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
-  }
+  if (source == nullptr || target == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   Copy copy = {};
   copy.source = source;
   copy.target = target;
   const bool copied = Run(&copy, failIfExists);
-  Tell(copy, copied, caller);
+  ReportCopy(copy, copied, caller);
   if (!copied) platform::SetLastError(copy.error);
   return copied;
 }

@@ -81,10 +81,7 @@ std::int64_t Distance(LONG low, const LONG *high) {
 std::int64_t Origin(const machine::FileHandle &file, DWORD method) {
   if (method == FILE_BEGIN) return 0;
   if (method == FILE_CURRENT) return static_cast<std::int64_t>(file.position);
-  if (method != FILE_END) {
-    platform::SetLastError(ERROR_INVALID_PARAMETER);
-    return -1;
-  }
+  if (method != FILE_END) return machine::FailWith(ERROR_INVALID_PARAMETER, -1);
   const std::int64_t size = SizeOf(file);
   if (size < 0) platform::SetLastError(machine::ErrorFromErrno(errno));
   return size;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <map>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/handles.h"
@@ -15,31 +16,27 @@
 
 namespace {
 
+using machine::FailWith;
+
 constexpr DWORD64 kAllocationGranularity = 65536;  // where Windows lets views begin
 
 std::map<const void *, SIZE_T> g_views;  // address to length: munmap needs both
 
-template <class Result>
-Result Fail(DWORD error, Result result) {
-  platform::SetLastError(error);
-  return result;
-}
-
-DWORD64 Join(DWORD high, DWORD low) { return DWORD64{high} << 32 | low; }
+DWORD64 FromHalves(DWORD high, DWORD low) { return DWORD64{high} << 32 | low; }
 
 // The size a mapping gets; a larger one than the file's makes the file grow. 0 with the last error set.
 DWORD64 MappingSize(const machine::FileHandle &file, DWORD64 wanted, bool writable) {
   struct stat status = {};
-  if (fstat(file.file.fd, &status) != 0) return Fail<DWORD64>(machine::ErrorFromErrno(errno), 0);
+  if (fstat(file.file.fd, &status) != 0) return FailWith(machine::ErrorFromErrno(errno), 0);
   const auto size = static_cast<DWORD64>(status.st_size);
-  if (wanted == 0 && size == 0) return Fail<DWORD64>(ERROR_FILE_INVALID, 0);
+  if (wanted == 0 && size == 0) return FailWith(ERROR_FILE_INVALID, 0);
   if (wanted == 0 || wanted <= size) return wanted == 0 ? size : wanted;
-  if (!writable) return Fail<DWORD64>(ERROR_NOT_ENOUGH_MEMORY, 0);  // what Windows says here
-  if (machine::Rehearsing()) return Fail<DWORD64>(ERROR_WRITE_PROTECT, 0);
-  if (wanted > static_cast<DWORD64>(std::numeric_limits<off_t>::max())) return Fail<DWORD64>(ERROR_DISK_FULL, 0);
+  if (!writable) return FailWith(ERROR_NOT_ENOUGH_MEMORY, 0);  // what Windows says here
+  if (machine::Rehearsing()) return FailWith(ERROR_WRITE_PROTECT, 0);
+  if (wanted > static_cast<DWORD64>(std::numeric_limits<off_t>::max())) return FailWith(ERROR_DISK_FULL, 0);
   // Allocated, not just made longer: writing to a hole on a full disk would end the process.
   const int failure = posix_fallocate(file.file.fd, 0, static_cast<off_t>(wanted));
-  return failure == 0 ? wanted : Fail<DWORD64>(machine::ErrorFromErrno(failure), 0);
+  return failure == 0 ? wanted : FailWith(machine::ErrorFromErrno(failure), 0);
 }
 
 }  // namespace
@@ -54,18 +51,18 @@ namespace platform {
 
 HANDLE CreateFileMappingA(HANDLE file, void *, DWORD protect, DWORD sizeHigh, DWORD sizeLow, const char *) {
   VXR_FAULT(nullptr, ERROR_NOT_ENOUGH_MEMORY);
-  if (protect != PAGE_READWRITE && protect != PAGE_READONLY) return Fail<HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
+  if (protect != PAGE_READWRITE && protect != PAGE_READONLY) return FailWith(ERROR_INVALID_PARAMETER, nullptr);
   // Memory without a file, which is not kept here; Windows refuses it as well while it has no size.
-  if (file == INVALID_HANDLE_VALUE) return Fail<HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return FailWith(ERROR_INVALID_PARAMETER, nullptr);
   const auto *record = machine::FindHandleOf<machine::FileHandle>(file);
   if (record == nullptr) return nullptr;
   const bool writable = protect == PAGE_READWRITE;
   const int access = fcntl(record->file.fd, F_GETFL) & O_ACCMODE;
-  if (access == O_WRONLY || (writable && access != O_RDWR)) return Fail<HANDLE>(ERROR_ACCESS_DENIED, nullptr);
-  const DWORD64 size = MappingSize(*record, Join(sizeHigh, sizeLow), writable);
+  if (access == O_WRONLY || (writable && access != O_RDWR)) return FailWith(ERROR_ACCESS_DENIED, nullptr);
+  const DWORD64 size = MappingSize(*record, FromHalves(sizeHigh, sizeLow), writable);
   if (size == 0) return nullptr;
   machine::Descriptor own(fcntl(record->file.fd, F_DUPFD_CLOEXEC, 0));
-  if (!own) return Fail<HANDLE>(machine::ErrorFromErrno(errno), nullptr);
+  if (!own) return FailWith(machine::ErrorFromErrno(errno), nullptr);
   SetLastError(NO_ERROR);  // no mapping of that name was there
   return machine::AddHandle(machine::MappingHandle{std::move(own), size, writable});
 }
@@ -75,16 +72,16 @@ void *MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offset
   const auto *record = machine::FindHandleOf<machine::MappingHandle>(mapping);
   if (record == nullptr) return nullptr;
   const bool writes = (access & FILE_MAP_WRITE) != 0;
-  if (!writes && (access & FILE_MAP_READ) == 0) return Fail<void *>(ERROR_INVALID_PARAMETER, nullptr);
-  if (writes && !record->writable) return Fail<void *>(ERROR_ACCESS_DENIED, nullptr);
-  const DWORD64 offset = Join(offsetHigh, offsetLow);
-  if (offset % kAllocationGranularity != 0) return Fail<void *>(ERROR_MAPPED_ALIGNMENT, nullptr);
-  if (offset >= record->size || length > record->size - offset) return Fail<void *>(ERROR_ACCESS_DENIED, nullptr);
+  if (!writes && (access & FILE_MAP_READ) == 0) return FailWith(ERROR_INVALID_PARAMETER, nullptr);
+  if (writes && !record->writable) return FailWith(ERROR_ACCESS_DENIED, nullptr);
+  const DWORD64 offset = FromHalves(offsetHigh, offsetLow);
+  if (offset % kAllocationGranularity != 0) return FailWith(ERROR_MAPPED_ALIGNMENT, nullptr);
+  if (offset >= record->size || length > record->size - offset) return FailWith(ERROR_ACCESS_DENIED, nullptr);
   if (length == 0) length = record->size - offset;
   // What a rehearsal writes is seen through the view and stays out of the file.
   void *view = mmap(nullptr, length, writes ? PROT_READ | PROT_WRITE : PROT_READ,
                     machine::Rehearsing() ? MAP_PRIVATE : MAP_SHARED, record->file.fd, static_cast<off_t>(offset));
-  if (view == MAP_FAILED) return Fail<void *>(machine::ErrorFromErrno(errno), nullptr);
+  if (view == MAP_FAILED) return FailWith(machine::ErrorFromErrno(errno), nullptr);
   g_views.emplace(view, length);
   return view;
 }
@@ -98,7 +95,7 @@ BOOL UnmapViewOfFile(const void *view) {
     g_views.erase(found);
   }
   VXR_FAULT(FALSE, ERROR_INVALID_ADDRESS);
-  return mapped ? TRUE : Fail(ERROR_INVALID_ADDRESS, FALSE);
+  return mapped ? TRUE : FailWith(ERROR_INVALID_ADDRESS);
 }
 
 }  // namespace platform

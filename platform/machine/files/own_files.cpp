@@ -10,7 +10,7 @@
 #include "platform/machine/description/records.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/hive/hive_logs.h"
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 #include "vxrcore/machine.h"
 
 namespace machine {

@@ -1,12 +1,13 @@
 #include "platform/machine/files/path_syntax.h"
 
 #include <algorithm>
-#include <array>
 
+#include "platform/device_name.h"
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 
 namespace machine {
@@ -16,30 +17,18 @@ constexpr std::size_t kLongestPrefixedPath = 32767;
 constexpr std::string_view kLongPathPrefix = R"(\\?\)";
 constexpr std::string_view kDevicePrefix = R"(\\.\)";
 
-bool Fail(DWORD error) {
-  platform::SetLastError(error);
-  return false;
-}
-
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
-
-bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 void DropTrailing(std::string_view *text, std::string_view characters) {
   const std::size_t last = text->find_last_not_of(characters);
   *text = text->substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
-// Names of devices stand for the device in every directory and with any extension.
-bool IsDeviceName(std::string_view name) {
-  std::string_view base = name.substr(0, name.find('.'));
-  DropTrailing(&base, " ");
-  std::string upper(base);
+bool IsDevice(std::string_view name) {
+  const auto inUtf8 = [] { return RaisedDigits{{"\xC2\xB9", "\xC2\xB2", "\xC2\xB3"}}; };
+  std::string upper(name);
   std::transform(upper.begin(), upper.end(), upper.begin(), UpperAscii);
-  static constexpr std::array<std::string_view, 6> kNames = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
-  if (std::find(kNames.begin(), kNames.end(), upper) != kNames.end()) return true;
-  const bool port = upper.starts_with("COM") || upper.starts_with("LPT");
-  return port && upper.size() == 4 && upper[3] >= '1' && upper[3] <= '9';
+  return IsDeviceName(upper.c_str(), inUtf8);
 }
 
 bool HasForbiddenCharacter(std::string_view name, std::string_view forbidden) {
@@ -57,13 +46,13 @@ bool AddComponent(const char *text, std::string_view component, bool last, Windo
     return true;
   }
   if (last && component.find_first_of("*?") != std::string_view::npos) {
-    if (HasForbiddenCharacter(component, "<>:\"|")) return Fail(ERROR_INVALID_NAME);
+    if (HasForbiddenCharacter(component, "<>:\"|")) return FailWith(ERROR_INVALID_NAME);
     path->pattern = component;
     return true;
   }
   DropTrailing(&component, ". ");
-  if (component.empty() || HasForbiddenCharacter(component, "<>:\"|?*") || IsDeviceName(component)) {
-    return Fail(ERROR_INVALID_NAME);
+  if (component.empty() || HasForbiddenCharacter(component, "<>:\"|?*") || IsDevice(component)) {
+    return FailWith(ERROR_INVALID_NAME);
   }
   path->names.emplace_back(component);
   return true;
@@ -84,19 +73,19 @@ bool AddComponents(const char *text, std::string_view rest, WindowsPath *path) {
 
 bool ParseWindowsPath(const char *text, WindowsPath *path) {
   *path = {};
-  if (Current() == nullptr) return Fail(ERROR_NOT_READY);
-  if (text == nullptr || *text == 0) return Fail(ERROR_PATH_NOT_FOUND);
+  if (Current() == nullptr) return FailWith(ERROR_NOT_READY);
+  if (text == nullptr || *text == 0) return FailWith(ERROR_PATH_NOT_FOUND);
   std::string_view bytes = text;
   if (bytes.front() == '/') {
     path->host = bytes;
     return true;
   }
   const bool prefixed = bytes.starts_with(kLongPathPrefix);
-  if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return Fail(ERROR_PATH_NOT_FOUND);
+  if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return FailWith(ERROR_PATH_NOT_FOUND);
   if (prefixed) bytes.remove_prefix(kLongPathPrefix.size());
-  if (bytes.size() < 2 || !IsLetter(bytes[0]) || bytes[1] != ':') {
+  if (bytes.size() < 2 || !IsAsciiLetter(bytes[0]) || bytes[1] != ':') {
     const bool device = prefixed || bytes.starts_with(kDevicePrefix);
-    return Fail(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+    return FailWith(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   }
   path->drive = UpperAscii(bytes[0]);
   // Converted before it is split: the second byte of a two-byte character may be that of a backslash.
@@ -110,7 +99,7 @@ bool RefusePath(const char *windowsPath, const std::string &why) {
   event.subject = windowsPath;
   event.detail = why.c_str();
   Report(event);
-  return Fail(ERROR_ACCESS_DENIED);
+  return FailWith(ERROR_ACCESS_DENIED);
 }
 
 }  // namespace machine

@@ -16,6 +16,7 @@
 #include <map>
 #include <vector>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/errors.h"
 #include "platform/machine/description/records.h"
@@ -55,18 +56,10 @@ std::int64_t Now() {
   return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-bool Fail(DWORD error) {
-  platform::SetLastError(error);
-  return false;
-}
-
 // The drive's directory, opened once; -1 with the last error set.
 int DriveDirectory(char letter) {
   const Drive *drive = FindDrive(letter);
-  if (drive == nullptr || drive->path.empty()) {
-    platform::SetLastError(ERROR_PATH_NOT_FOUND);
-    return -1;
-  }
+  if (drive == nullptr || drive->path.empty()) return FailWith(ERROR_PATH_NOT_FOUND, -1);
   OpenDrive &open = g_drives[letter];
   if (open.directory && open.path == drive->path) return open.directory.fd;
   g_recent = {};
@@ -85,7 +78,7 @@ Descriptor OpenBelow(int root, const std::string &relative, int flags) {
   return Descriptor(static_cast<int>(syscall(SYS_openat2, root, relative.c_str(), &how, sizeof how)));
 }
 
-std::string Join(const std::vector<std::string> &names, std::size_t count) {
+std::string JoinNames(const std::vector<std::string> &names, std::size_t count) {
   std::string joined;
   for (std::size_t i = 0; i < count; ++i) {
     if (i != 0) joined += '/';
@@ -109,8 +102,8 @@ bool StatName(int directory, std::string *name, struct stat *status) {
 }
 
 // Puts what was found into the place, which takes the directory over; `status` is null when nothing exists there.
-bool Settle(std::shared_ptr<const Descriptor> directory, std::string name, const struct stat *status,
-            HostPlace *place) {
+bool FillPlace(std::shared_ptr<const Descriptor> directory, std::string name, const struct stat *status,
+               HostPlace *place) {
   place->directory = directory->fd;
   place->owner = std::move(directory);
   place->name = std::move(name);
@@ -120,10 +113,10 @@ bool Settle(std::shared_ptr<const Descriptor> directory, std::string name, const
 }
 
 // The same for a directory that is needed further on.
-bool SettleCopy(int directory, std::string name, const struct stat *status, HostPlace *place) {
+bool FillPlaceKeeping(int directory, std::string name, const struct stat *status, HostPlace *place) {
   Descriptor own(fcntl(directory, F_DUPFD_CLOEXEC, 0));
-  if (!own) return Fail(ErrorFromErrno(errno));
-  return Settle(std::make_shared<const Descriptor>(std::move(own)), std::move(name), status, place);
+  if (!own) return FailHost();
+  return FillPlace(std::make_shared<const Descriptor>(std::move(own)), std::move(name), status, place);
 }
 
 // The walk from a drive's root, name by name, that follows links itself.
@@ -140,7 +133,7 @@ struct Walk {
 bool FollowLink(Walk *walk, int directory, const std::string &name) {
   std::array<char, 4096> target;
   const ssize_t length = readlinkat(directory, name.c_str(), target.data(), target.size());
-  if (length < 0) return Fail(ErrorFromErrno(errno));
+  if (length < 0) return FailHost();
   std::string_view rest(target.data(), static_cast<std::size_t>(length));
   if (rest.starts_with('/')) return RefusePath(walk->path, "the symbolic link \"" + name + "\" leads out of the drive");
   if (++walk->links > kLongestLinkChain || rest.size() == target.size()) {
@@ -158,7 +151,7 @@ bool FollowLink(Walk *walk, int directory, const std::string &name) {
 
 bool EnterDirectory(Walk *walk, int directory, const std::string &name) {
   Descriptor next(openat(directory, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!next) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  if (!next) return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
   walk->below.push_back(std::move(next));
   return true;
 }
@@ -176,23 +169,23 @@ bool WalkToPlace(Walk *walk, HostPlace *place) {
     const bool last = walk->names.empty();
     struct stat status = {};
     if (!StatName(current, &name, &status)) {
-      if (errno != ENOENT) return Fail(ErrorFromErrno(errno));
-      return last ? SettleCopy(current, std::move(name), nullptr, place) : Fail(ERROR_PATH_NOT_FOUND);
+      if (errno != ENOENT) return FailHost();
+      return last ? FillPlaceKeeping(current, std::move(name), nullptr, place) : FailWith(ERROR_PATH_NOT_FOUND);
     }
     if (S_ISLNK(status.st_mode)) {
       if (!FollowLink(walk, current, name)) return false;
       if (last) place->throughLink = true;
     } else if (last) {
-      if (walk->directory && !S_ISDIR(status.st_mode)) return Fail(ERROR_INVALID_NAME);
-      return SettleCopy(current, std::move(name), &status, place);
+      if (walk->directory && !S_ISDIR(status.st_mode)) return FailWith(ERROR_INVALID_NAME);
+      return FillPlaceKeeping(current, std::move(name), &status, place);
     } else if (!EnterDirectory(walk, current, name)) {
       return false;
     }
   }
   const int current = walk->below.empty() ? walk->root : walk->below.back().fd;
   struct stat status = {};
-  if (fstat(current, &status) != 0) return Fail(ErrorFromErrno(errno));
-  return SettleCopy(current, ".", &status, place);
+  if (fstat(current, &status) != 0) return FailHost();
+  return FillPlaceKeeping(current, ".", &status, place);
 }
 
 // A name that exists as spelled, and is no link, in the directory that was located last.
@@ -203,15 +196,15 @@ bool LocateInRecent(int root, const WindowsPath &path, HostPlace *place) {
   }
   struct stat status = {};
   if (fstatat(g_recent.directory->fd, path.names.back().c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  return !S_ISLNK(status.st_mode) && Settle(g_recent.directory, path.names.back(), &status, place);
+  return !S_ISLNK(status.st_mode) && FillPlace(g_recent.directory, path.names.back(), &status, place);
 }
 
 // The usual case without a walk: the directory exists as spelled, and the last name is no link. False, with nothing
-// settled, in any other.
+// filled in, in any other.
 bool LocateAtOnce(int root, const WindowsPath &path, HostPlace *place) {
   if (path.names.empty() || path.directory) return false;
   if (LocateInRecent(root, path, place)) return true;
-  Descriptor opened = OpenBelow(root, Join(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
+  Descriptor opened = OpenBelow(root, JoinNames(path.names, path.names.size() - 1), O_PATH | O_DIRECTORY);
   if (!opened) return false;
   const auto directory = std::make_shared<const Descriptor>(std::move(opened));
   std::string name = path.names.back();
@@ -219,7 +212,7 @@ bool LocateAtOnce(int root, const WindowsPath &path, HostPlace *place) {
   const bool exists = StatName(directory->fd, &name, &status);
   if (exists ? S_ISLNK(status.st_mode) : errno != ENOENT) return false;
   g_recent = {root, {path.names.begin(), path.names.end() - 1}, directory, Now()};
-  return Settle(directory, std::move(name), exists ? &status : nullptr, place);
+  return FillPlace(directory, std::move(name), exists ? &status : nullptr, place);
 }
 
 bool LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
@@ -233,21 +226,21 @@ bool LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *
 bool LocateOnHost(const std::string &path, HostPlace *place) {
   std::error_code failure;
   std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
-  if (failure) return Fail(ErrorFromErrno(failure.value()));
+  if (failure) return FailWith(ErrorFromErrno(failure.value()));
   if (!resolved.has_filename() && resolved.has_relative_path()) resolved = resolved.parent_path();
   const auto directory =
       std::make_shared<const Descriptor>(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!*directory) return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  if (!*directory) return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
   const std::string name = resolved.has_filename() ? resolved.filename().string() : ".";
   struct stat status = {};
   const bool exists = fstatat(directory->fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!exists && errno != ENOENT) return Fail(ErrorFromErrno(errno));
-  return Settle(directory, name, exists ? &status : nullptr, place);
+  if (!exists && errno != ENOENT) return FailHost();
+  return FillPlace(directory, name, exists ? &status : nullptr, place);
 }
 
 bool Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
   *place = {};
-  if (!path.pattern.empty()) return Fail(ERROR_INVALID_NAME);
+  if (!path.pattern.empty()) return FailWith(ERROR_INVALID_NAME);
   return path.host.empty() ? LocateOnDrive(windowsPath, path, place) : LocateOnHost(path.host, place);
 }
 
@@ -256,7 +249,7 @@ Descriptor OpenExact(const WindowsPath &path, int flags) {
   if ((flags & O_CREAT) != 0 || !path.pattern.empty() || path.directory) return {};
   if (!path.host.empty()) return Descriptor(open(path.host.c_str(), flags | O_CLOEXEC));
   const int root = DriveDirectory(path.drive);
-  return root < 0 ? Descriptor() : OpenBelow(root, Join(path.names, path.names.size()), flags);
+  return root < 0 ? Descriptor() : OpenBelow(root, JoinNames(path.names, path.names.size()), flags);
 }
 
 }  // namespace
@@ -274,7 +267,8 @@ int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
   if (file) return file.Release();
   HostPlace place;
   if (!Locate(windowsPath, path, &place)) return -1;
-  // Nothing was a link when the place was found, so nothing is one now unless somebody plays tricks.
+  // The place has all links behind it. A link under its name now was put there since, and could lead anywhere: it is
+  // refused.
   const int opened = openat(place.directory, place.name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode);
   if (opened < 0) platform::SetLastError(ErrorFromErrno(errno));
   return opened;

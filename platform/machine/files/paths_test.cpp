@@ -78,6 +78,7 @@ TEST_F(PathsTest, NamesFilesAsWindowsDoes) {
       {R"(D:\nul)", "error 123"},
       {R"(D:\Windows\COM1.txt)", "error 123"},
       {R"(D:\aux .sys\x)", "error 123"},
+      {"D:\\COM\xB2.txt", "error 123"},
       {R"(D:\com10.txt)", "error 2"},
       {R"(D:\console)", "error 2"},
       {longName.c_str(), "error 3"},

@@ -71,10 +71,7 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
   // A root has no entry of its own, and a name followed by a separator is none either.
   const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
   machine::HostPlace place;
-  if (!entry) {
-    platform::SetLastError(ERROR_FILE_NOT_FOUND);
-    return false;
-  }
+  if (!entry) return machine::FailWith(ERROR_FILE_NOT_FOUND);
   if (!machine::LocatePlace(text, &place)) {
     // What is searched is no directory, or is not there.
     if (platform::GetLastError() == ERROR_PATH_NOT_FOUND) OpenParent(text);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/files/paths.h"
@@ -36,10 +37,7 @@ namespace platform {
 std::FILE *OpenStream(const char *name, const char *mode) {
   VXR_FAULT(nullptr, ERROR_ACCESS_DENIED);
   const int flags = OpenFlags(mode);
-  if (flags < 0) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return nullptr;
-  }
+  if (flags < 0) return machine::FailWith(ERROR_INVALID_PARAMETER, nullptr);
   // In a rehearsal what is written goes nowhere.
   const bool lost = machine::Rehearsing() && (flags & O_ACCMODE) != O_RDONLY;
   const int descriptor = machine::OpenHostFile(lost ? "/dev/null" : name, flags | O_NONBLOCK);

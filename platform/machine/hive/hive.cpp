@@ -93,7 +93,7 @@ std::u16string FromUtf8(const char *text) {
 // Whether the name is the one looked for. libhivex ends names at a NUL, which a name may hold: its full length decides
 // too.
 bool HasName(hive_h *handle, hive_node_h node, const char *name, const std::u16string &folded) {
-  if (std::strlen(name) < folded.size() || FoldName(FromUtf8(name)) != folded) return false;
+  if (std::strlen(name) < folded.size() || FoldKeyName(FromUtf8(name)) != folded) return false;
   return hivex_node_name_len(handle, node) == std::strlen(name);
 }
 
@@ -263,7 +263,7 @@ Status FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &folde
   const Malloced<hive_value_h> cells(hivex_node_values(hive->handle.get(), node));
   if (cells == nullptr) return Damaged(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
-    if (!ReadName(hive->handle.get(), *cell, &value->name) || FoldName(value->name) != foldedName) continue;
+    if (!ReadName(hive->handle.get(), *cell, &value->name) || FoldKeyName(value->name) != foldedName) continue;
     return ReadData(hive->handle.get(), *cell, value) ? Status() : Damaged(hive);
   }
   return Status::Of(StatusKind::kNotFound);
@@ -297,7 +297,7 @@ Status SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value) {
     if (Status found = FindNode(hive, key.folded, &node); !found) return found;
     if (Status read = ReadAllValues(hive, node, &values); !read) return read;
   }
-  const StoredValue *old = FindValue(&values, FoldName(value.name));
+  const StoredValue *old = FindValue(&values, FoldKeyName(value.name));
   if (old != nullptr && old->type == value.type && old->bytes == value.bytes) return {};
   PutValue(&values, std::move(value));
   if (std::any_of(values.begin(), values.end(), [&](const StoredValue &each) { return IsTooLong(*hive, each); })) {

@@ -7,7 +7,7 @@
 
 #include "platform/machine/host/file_bytes.h"
 #include "platform/machine/host/listing.h"
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 
 namespace machine {
 namespace {

@@ -200,8 +200,8 @@ void FinishHead(const Recovery &recovery, std::uint8_t *head) {
   if (last.format == LogFormat::kNew) {
     WriteLe32(head + kFlagsOffset, (ReadLe32(head + kFlagsOffset) & ~1u) | (entry.flags & 1));
   } else {
-    // The old format knows its hive by the time of the last write. The recovered one has the least other time, so that
-    // the log no longer fits, should they meet again.
+    // A log of the old format belongs to the hive whose time of the last write is the same. The recovered hive gets the
+    // next time, the smallest change there is, so that this log, when it is left beside it, is not applied again.
     WriteLe64(head + kTimeOffset, ReadLe64(head + kTimeOffset) + 1);
   }
   WriteLe32(head + kPrimaryOffset, recovery.number);

@@ -25,7 +25,7 @@ char16_t Fold(char16_t c) {
 
 }  // namespace
 
-std::u16string FoldName(std::u16string_view name) {
+std::u16string FoldKeyName(std::u16string_view name) {
   std::u16string folded(name);
   for (char16_t &c : folded) c = Fold(c);
   return folded;
@@ -43,7 +43,7 @@ KeyPath ParseKeyPath(std::u16string_view text) {
     const std::size_t end = std::min(text.find(u'\\'), text.size());
     if (end > 0) {
       path.names.emplace_back(text.substr(0, end));
-      path.folded.push_back(FoldName(path.names.back()));
+      path.folded.push_back(FoldKeyName(path.names.back()));
     }
     text.remove_prefix(std::min(end + 1, text.size()));
   }

@@ -8,8 +8,10 @@
 
 namespace machine {
 
-// A name without regard to case: two names that Windows holds equal have equal folded forms.
-std::u16string FoldName(std::u16string_view name);
+// A name without regard to case: two names that the registry holds equal have equal folded forms. The rule is
+// Unicode's, character by character, whatever the code page; texts in the ANSI code page have theirs in
+// platform/text/ansi_case.h.
+std::u16string FoldKeyName(std::u16string_view name);
 
 using FoldedPath = std::vector<std::u16string>;
 

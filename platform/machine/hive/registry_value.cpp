@@ -46,7 +46,7 @@ std::vector<BYTE> StoredText(std::u16string_view text) {
   return bytes;
 }
 
-std::u16string TextOf(const std::vector<BYTE> &bytes) {
+std::u16string WholeText(const std::vector<BYTE> &bytes) {
   std::u16string text;
   text.reserve(bytes.size() / 2);
   for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
@@ -57,7 +57,7 @@ std::u16string TextOf(const std::vector<BYTE> &bytes) {
 
 std::vector<BYTE> AnsiData(const StoredValue &value) {
   if (!IsTextType(value.type)) return value.bytes;
-  const std::string text = Utf16ToAnsi(TextOf(value.bytes));
+  const std::string text = Utf16ToAnsi(WholeText(value.bytes));
   return {text.begin(), text.end()};
 }
 
@@ -69,12 +69,12 @@ std::vector<BYTE> StoredData(DWORD type, const BYTE *data, std::size_t size) {
 
 StoredValue *FindValue(std::vector<StoredValue> *values, const std::u16string &foldedName) {
   const auto found = std::find_if(values->begin(), values->end(),
-                                  [&](const StoredValue &value) { return FoldName(value.name) == foldedName; });
+                                  [&](const StoredValue &value) { return FoldKeyName(value.name) == foldedName; });
   return found == values->end() ? nullptr : &*found;
 }
 
 void PutValue(std::vector<StoredValue> *values, StoredValue value) {
-  StoredValue *old = FindValue(values, FoldName(value.name));
+  StoredValue *old = FindValue(values, FoldKeyName(value.name));
   if (old == nullptr) {
     values->push_back(std::move(value));
     return;
@@ -84,9 +84,9 @@ void PutValue(std::vector<StoredValue> *values, StoredValue value) {
 }
 
 std::string DataForPeople(DWORD type, const std::vector<BYTE> &bytes) {
-  if (type == REG_MULTI_SZ) return TextsForPeople(TextOf(bytes));
+  if (type == REG_MULTI_SZ) return TextsForPeople(WholeText(bytes));
   if (IsTextType(type)) {
-    const std::u16string text = TextOf(bytes);
+    const std::u16string text = WholeText(bytes);
     return Utf16ToAnsi(std::u16string_view(text).substr(0, text.find(u'\0')));
   }
   if (type == REG_DWORD && bytes.size() == 4) {

@@ -21,7 +21,7 @@ bool IsTextType(DWORD type);
 // UTF-16LE bytes of a text. Adds no terminator.
 std::vector<BYTE> StoredText(std::u16string_view text);
 // The whole of a stored text, terminators included; half a character at its end is dropped.
-std::u16string TextOf(const std::vector<BYTE> &bytes);
+std::u16string WholeText(const std::vector<BYTE> &bytes);
 
 // The bytes that the ANSI calls trade in for `value`, and the reverse.
 std::vector<BYTE> AnsiData(const StoredValue &value);

@@ -10,7 +10,7 @@
 #include <unordered_map>
 
 #include "platform/machine/base/descriptor.h"
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 
 namespace machine {
 namespace {

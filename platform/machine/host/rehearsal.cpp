@@ -15,7 +15,7 @@
 #include "platform/machine/base/fault.h"
 #include "platform/machine/host/file_bytes.h"
 #include "platform/machine/host/replace_file.h"
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 
 namespace machine {
 namespace {

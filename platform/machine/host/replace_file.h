@@ -31,11 +31,13 @@ struct NewFile {
   std::string HostName() const { return "/proc/self/fd/" + std::to_string(file.fd); }
 };
 
-// Removes what a stopped run left of a new file for the target; EBUSY when a run is at work on it.
+// Removes the unfinished new file that a run which was stopped left beside the target, if there is one. Fails when it
+// cannot be removed; with EBUSY when it is no left-over but that of a run still at work.
 Status ClearLeftOver(int directory, const std::string &target);
 
-// Makes the file in its directory, where nothing is left of an earlier one then. One that replaces another is its
-// owner's alone until TakeOver; `exists` says so. EBUSY when another run makes one for the same target.
+// Makes the new file, empty, in its directory, after clearing what a stopped run left there. `exists`: it will replace
+// an old file, so nobody but its owner may read it before TakeOver gives it the old one's mode. EBUSY when another run
+// is making a file for the same target.
 Status OpenNewFile(NewFile *created, bool exists);
 
 // Whether this process may make files in the directory.

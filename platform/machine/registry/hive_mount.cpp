@@ -15,7 +15,7 @@
 namespace machine {
 namespace {
 
-void Tell(const std::string &line) { platform::OutputDebugStringA(("reg.exe: " + line + "\n").c_str()); }
+void PrintLine(const std::string &line) { platform::OutputDebugStringA(("reg.exe: " + line + "\n").c_str()); }
 
 void ReportHive(DWORD kind, const std::string &subject, const std::string &detail, std::uint64_t size = 0) {
   VXRMachine_Event event = {};
@@ -73,7 +73,7 @@ bool SaveMounted(MountedHive *mounted) {
   std::uint64_t size = 0;
   if (const Status saved = Save(mounted, &size); !saved) {
     const std::string reason = Words(saved);
-    Tell(mounted->subject + " is not saved: " + reason);
+    PrintLine(mounted->subject + " is not saved: " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
   }
@@ -99,7 +99,7 @@ Status OpenForMount(const char *windowsPath, MountedHive *mounted) {
 void TellReplay(const MountedHive &mounted) {
   if (!mounted.hive->recovered) return;
   const std::string replay = DescribeReplay(mounted.hive->recovery);
-  Tell(mounted.subject + " was not closed cleanly: " + replay);
+  PrintLine(mounted.subject + " was not closed cleanly: " + replay);
   ReportHive(VXRMACHINE_HIVE_REPLAYED, mounted.subject, replay);
 }
 
@@ -110,7 +110,7 @@ int MountHive(const std::string &key, const char *windowsPath) {
   mounted.subject = windowsPath != nullptr ? windowsPath : "";
   if (const Status opened = OpenForMount(windowsPath, &mounted); !opened) {
     const std::string reason = Words(opened);
-    Tell(mounted.subject + " " + reason);
+    PrintLine(mounted.subject + " " + reason);
     ReportHive(VXRMACHINE_HIVE_REFUSED, mounted.subject, reason);
     return 1;
   }
@@ -128,13 +128,13 @@ int UnmountHive(const std::string &key) {
     return !mounted.running && mounted.at.folded == at.folded;
   });
   if (found == hives.end()) {
-    Tell("no hive is mounted at HKLM\\" + key);
+    PrintLine("no hive is mounted at HKLM\\" + key);
     return 1;
   }
   if (const std::size_t open = OpenKeysBelow(at); open != 0) {
     const std::string reason =
         "stays mounted: " + std::to_string(open) + " of its keys are still open; close them first";
-    Tell(found->subject + " " + reason);
+    PrintLine(found->subject + " " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, found->subject, reason);
     return 1;
   }

@@ -24,12 +24,15 @@ struct OpenKey {
 std::unordered_map<ULONG_PTR, OpenKey> g_keys;
 ULONG_PTR g_lastKey = 0;
 
-LSTATUS Fail(DWORD code) {
-  platform::SetLastError(code);
-  return static_cast<LSTATUS>(code);
+// The status, which is the last error too when it is a failure.
+LSTATUS WithLastError(LSTATUS status) {
+  if (status != ERROR_SUCCESS) platform::SetLastError(static_cast<DWORD>(status));
+  return status;
 }
 
-LSTATUS Answer(const Status &status) { return status ? ERROR_SUCCESS : Fail(WindowsError(status)); }
+LSTATUS WithLastError(const Status &status) {
+  return WithLastError(status ? ERROR_SUCCESS : static_cast<LSTATUS>(WindowsError(status)));
+}
 
 // For VXR_FAULT, which sets the last error first.
 LSTATUS FaultStatus() { return static_cast<LSTATUS>(platform::GetLastError()); }
@@ -50,15 +53,15 @@ using KeyStep = Status (*)(const KeyPath &key);
 
 // Opens a handle on the key below `root` after `step` has found or made it.
 LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
-  if (key == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  if (key == nullptr) return WithLastError(ERROR_INVALID_PARAMETER);
   *key = nullptr;
-  if (!Registry().open) return Fail(ERROR_NOT_READY);
+  if (!Registry().open) return WithLastError(ERROR_NOT_READY);
   const OpenKey *above = FindOpenKey(root);
-  if (above == nullptr) return Fail(ERROR_INVALID_HANDLE);
+  if (above == nullptr) return WithLastError(ERROR_INVALID_HANDLE);
   const std::string below = subKey != nullptr ? subKey : "";
-  if (below.starts_with('\\')) return Fail(ERROR_BAD_PATHNAME);
+  if (below.starts_with('\\')) return WithLastError(ERROR_BAD_PATHNAME);
   OpenKey opened{JoinKeyPaths(above->path, ParseKeyPathA(below)), TextBelow(above->text, below)};
-  if (const Status found = step(opened.path); !found) return Answer(found);
+  if (const Status found = step(opened.path); !found) return WithLastError(found);
   g_lastKey += 4;
   *key = reinterpret_cast<HKEY>(g_lastKey);
   g_keys.emplace(g_lastKey, std::move(opened));
@@ -121,13 +124,13 @@ LSTATUS NotSet(HKEY key, const char *valueName, DWORD type, LSTATUS status) {
 
 LSTATUS SetOpenValue(HKEY key, const char *name, DWORD type, const BYTE *data, DWORD size) {
   const OpenKey *open = FindOpenKey(key);
-  if (open == nullptr) return Fail(ERROR_INVALID_HANDLE);
-  if (!Registry().open) return Fail(ERROR_NOT_READY);
-  if (data == nullptr && size != 0) return Fail(ERROR_INVALID_PARAMETER);
+  if (open == nullptr) return WithLastError(ERROR_INVALID_HANDLE);
+  if (!Registry().open) return WithLastError(ERROR_NOT_READY);
+  if (data == nullptr && size != 0) return WithLastError(ERROR_INVALID_PARAMETER);
   StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
   const Status set = SetValue(open->path, value);
   if (set) ReportWritten(open->text, name, value);
-  return Answer(set);
+  return WithLastError(set);
 }
 
 }  // namespace
@@ -137,7 +140,7 @@ bool ReadRegistryText(const std::string &key, const char *name, std::string *tex
   if (!Registry().open) return false;
   if (!QueryValue(ParseKeyPathA(key), AnsiToUtf16(name), &value)) return false;
   if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return false;
-  const std::u16string whole = TextOf(value.bytes);
+  const std::u16string whole = WholeText(value.bytes);
   *text = Utf16ToAnsi(std::u16string_view(whole).substr(0, whole.find(u'\0')));
   return true;
 }
@@ -178,19 +181,19 @@ LSTATUS RegCreateKeyA(HKEY root, const char *subKey, HKEY *key) {
 LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *, DWORD *type, BYTE *data, DWORD *size) {
   VXR_FAULT(FaultStatus(), ERROR_FILE_NOT_FOUND);
   const OpenKey *open = FindOpenKey(key);
-  if (open == nullptr) return Fail(ERROR_INVALID_HANDLE);
-  if (!Registry().open) return Fail(ERROR_NOT_READY);
-  if (data != nullptr && size == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  if (open == nullptr) return WithLastError(ERROR_INVALID_HANDLE);
+  if (!Registry().open) return WithLastError(ERROR_NOT_READY);
+  if (data != nullptr && size == nullptr) return WithLastError(ERROR_INVALID_PARAMETER);
   StoredValue value;
   const std::u16string name = AnsiToUtf16(valueName != nullptr ? valueName : "");
-  if (const Status found = QueryValue(open->path, name, &value); !found) return Answer(found);
+  if (const Status found = QueryValue(open->path, name, &value); !found) return WithLastError(found);
 
   const std::vector<BYTE> answer = AnsiData(value);
   const DWORD room = size != nullptr ? *size : 0;
   if (type != nullptr) *type = value.type;
   if (size != nullptr) *size = static_cast<DWORD>(answer.size());
   if (data == nullptr) return ERROR_SUCCESS;
-  if (room < answer.size()) return Fail(ERROR_MORE_DATA);
+  if (room < answer.size()) return WithLastError(ERROR_MORE_DATA);
   std::copy(answer.begin(), answer.end(), data);
   // A stored text need not be terminated; where there is room the caller's is.
   const bool unended = IsTextType(value.type) && !answer.empty() && answer.back() != 0;
@@ -208,7 +211,7 @@ LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD, DWORD type, const
 LSTATUS RegCloseKey(HKEY key) {
   const bool known = key == HKEY_LOCAL_MACHINE || g_keys.erase(reinterpret_cast<ULONG_PTR>(key)) != 0;
   VXR_FAULT(FaultStatus(), ERROR_INVALID_HANDLE);
-  return known ? ERROR_SUCCESS : Fail(ERROR_INVALID_HANDLE);
+  return known ? ERROR_SUCCESS : WithLastError(ERROR_INVALID_HANDLE);
 }
 
 }  // namespace platform

@@ -33,7 +33,8 @@ int UnmountHive(const std::string &key);
 // Key handles that are open: a test compares the count before and after.
 std::size_t OpenKeys();
 
-// Called when the machine opens and when it closes. A failed opening, with one line for people, has undone itself.
+// Called when the machine opens and when it closes. When opening fails, with one line for people, nothing is left open
+// that had to be closed.
 Status OpenRegistry(const Description &description);
 bool CloseRegistry();  // saves changed hives of the running system; false when one could not be saved
 

@@ -45,7 +45,7 @@ KeyPath BelowHive(const KeyPath &key, const MountedHive &mounted) {
 }
 
 Status QueryPlain(const KeyPath &key, const std::u16string &name, StoredValue *value) {
-  const std::u16string folded = FoldName(name);
+  const std::u16string folded = FoldKeyName(name);
   const auto over = Registry().overlay.find(key.folded);
   if (over != Registry().overlay.end()) {
     if (const StoredValue *found = FindValue(&over->second, folded); found != nullptr) {
@@ -214,7 +214,7 @@ Status SetValue(const KeyPath &given, StoredValue value) {
   const auto over = Registry().overlay.find(key.folded);
   const bool isOver = over != Registry().overlay.end();
   MountedHive *mounted = FindHive(key);
-  if (mounted == nullptr || (isOver && FindValue(&over->second, FoldName(value.name)) != nullptr)) {
+  if (mounted == nullptr || (isOver && FindValue(&over->second, FoldKeyName(value.name)) != nullptr)) {
     if (!isOver) return Status::Of(StatusKind::kNotFound);
     PutValue(&over->second, std::move(value));
     return {};

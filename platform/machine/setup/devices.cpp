@@ -105,10 +105,7 @@ HDEVINFO SetupDiGetClassDevsA(const GUID *classGuid, const char *enumerator, HWN
   const Description *machine = CurrentOrNotReady();
   if (machine == nullptr) return INVALID_HANDLE_VALUE;
   const bool all = (flags & DIGCF_ALLCLASSES) != 0;
-  if (classGuid == nullptr && !all) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return INVALID_HANDLE_VALUE;
-  }
+  if (classGuid == nullptr && !all) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   DeviceSet set;
   if ((flags & DIGCF_DEVICEINTERFACE) != 0) {
     if (all || IsSame(*classGuid, kDiskInterface)) AddInterfaces(*machine, enumerator, &set);

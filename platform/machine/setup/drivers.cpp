@@ -43,7 +43,7 @@ bool AddDrivers(const InfFactsRef &facts, const std::string &path, std::uint32_t
   const std::vector<std::uint32_t> *served = ServedBy(facts, path.c_str());
   if (served == nullptr) return false;
   if (!std::binary_search(served->begin(), served->end(), device)) return true;
-  const std::shared_ptr<InfFile> text = TextOf(facts, path.c_str());
+  const std::shared_ptr<InfFile> text = LoadInfText(facts, path.c_str());
   if (text == nullptr) return false;
   InfFile *file = text.get();
   const Description &machine = *Current();

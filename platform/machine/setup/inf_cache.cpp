@@ -90,10 +90,7 @@ const std::shared_ptr<const InfSettings> &Settings() {
 }
 
 bool ReadWhole(int file, std::size_t size, InfBytes *bytes) {
-  if (size > kInfSizeMax) {
-    platform::SetLastError(ERROR_FILE_TOO_LARGE);
-    return false;
-  }
+  if (size > kInfSizeMax) return FailWith(ERROR_FILE_TOO_LARGE);
   bytes->memory = std::make_unique_for_overwrite<char[]>(size);
   while (bytes->size < size) {
     const ssize_t got = read(file, bytes->memory.get() + bytes->size, size - bytes->size);
@@ -131,10 +128,7 @@ Use UseOf(const InfFacts &facts) {
 
 // Reads the open file and enters it. The text is kept with the facts for now.
 InfFactsRef ReadFacts(int file, const struct stat &status) {
-  if (!S_ISREG(status.st_mode)) {
-    platform::SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-  }
+  if (!S_ISREG(status.st_mode)) return FailWith(ERROR_ACCESS_DENIED, nullptr);
   InfBytes bytes;
   if (!ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes)) return nullptr;
   ++reads;
@@ -152,14 +146,14 @@ InfFactsRef ReadFacts(int file, const struct stat &status) {
   return facts;
 }
 
-InfFactsRef Known(const struct stat &status) {
+InfFactsRef FindKnown(const struct stat &status) {
   const auto found = cache.files.find({status.st_dev, status.st_ino});
   return found != cache.files.end() && IsSameFile(found->second->status, status) ? found->second : nullptr;
 }
 
 // Reads an open file that is not known. `status` is of a moment ago: a file that has changed since is found to have,
 // the next time. The text goes to `*text`, when given, whether it is kept or not.
-InfFactsRef Enter(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
+InfFactsRef ReadAndRemember(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
   InfFactsRef facts = ReadFacts(file, status);
   if (facts == nullptr) return nullptr;
   if (text != nullptr) *text = facts->text;
@@ -172,39 +166,39 @@ InfFactsRef Enter(int file, const struct stat &status, std::shared_ptr<InfFile> 
 
 // The facts of a file with that status, which `open` opens when it is not known.
 template <typename Open>
-InfFactsRef KnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
-  if (InfFactsRef known = Known(status)) {
+InfFactsRef FindKnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
+  if (InfFactsRef known = FindKnown(status)) {
     if (text != nullptr) *text = known->text;
     return known;
   }
   const Descriptor file(open());
-  return file ? Enter(file.fd, status, text) : nullptr;
+  return file ? ReadAndRemember(file.fd, status, text) : nullptr;
 }
 
 // The facts of an open file.
 InfFactsRef FindOpen(Descriptor file, std::shared_ptr<InfFile> *text) {
   struct stat status = {};
   if (!file) return nullptr;
-  if (fstat(file.fd, &status) == 0) return KnownOrRead(status, text, [&file] { return file.Release(); });
+  if (fstat(file.fd, &status) == 0) return FindKnownOrRead(status, text, [&file] { return file.Release(); });
   platform::SetLastError(ErrorFromErrno(errno));
   return nullptr;
 }
 
-// The facts of a directory's entry. A plain file is looked at where it is; what else it may be, a symbolic link say,
-// goes the way of every path, which knows where links may lead.
+// The facts of a directory's entry. A file is opened in the directory at hand, which spares looking its path up. A
+// symbolic link is not opened there: its Windows path is looked up, which refuses links that lead out of the drive.
 InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
   Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
   if (file) return FindOpen(std::move(file), nullptr);
   return errno == ELOOP ? FindInf(windowsPath.c_str()) : nullptr;
 }
 
-struct Entry {
+struct InfName {
   std::string order, name, hostName;
 };
 
 bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.substr(name.size() - 4), ".inf"); }
 
-bool ReadEntries(int directory, std::vector<Entry> *entries) {
+bool ReadInfNames(int directory, std::vector<InfName> *entries) {
   DirectoryStream stream;
   if (const Status opened = OpenDirectoryStream(directory, &stream); !opened) return FailWith(opened);
   while (const dirent *entry = readdir(stream.get())) {
@@ -212,11 +206,12 @@ bool ReadEntries(int directory, std::vector<Entry> *entries) {
     std::string name = Utf8ToAnsi(entry->d_name);
     // A name that the code page lacks could not be opened by what the list says.
     if (AnsiToUtf8(name) != entry->d_name) continue;
-    std::string order = FoldedName(name);
+    std::string order = FoldAnsiName(name);
     entries->push_back({std::move(order), std::move(name), entry->d_name});
   }
-  std::sort(entries->begin(), entries->end(),
-            [](const Entry &a, const Entry &b) { return a.order != b.order ? a.order < b.order : a.name < b.name; });
+  std::sort(entries->begin(), entries->end(), [](const InfName &a, const InfName &b) {
+    return a.order != b.order ? a.order < b.order : a.name < b.name;
+  });
   return true;
 }
 
@@ -228,14 +223,15 @@ InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
   if (place.exists) {
     // Found a moment ago below its drive, and no link.
     const auto open = [&place] { return openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW); };
-    if (InfFactsRef facts = KnownOrRead(place.status, text, open)) return facts;
+    if (InfFactsRef facts = FindKnownOrRead(place.status, text, open)) return facts;
   }
   return FindOpen(Descriptor(OpenHostFile(windowsPath, kOpenInf)), text);
 }
 
-std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath) {
+std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windowsPath) {
   if (facts->text != nullptr) {
-    std::shared_ptr<InfFile> text = facts->text;  // which a large one does not survive next
+    // Held here: when parsing has made the text larger than the budget, recounting drops it from the facts.
+    std::shared_ptr<InfFile> text = facts->text;
     RecountText(facts);
     return text;
   }
@@ -247,10 +243,7 @@ std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPat
     if (again == nullptr) return nullptr;
     facts->text = again->text;
   }
-  if (facts->text == nullptr) {
-    platform::SetLastError(ERROR_WRONG_INF_STYLE);
-    return nullptr;
-  }
+  if (facts->text == nullptr) return FailWith(ERROR_WRONG_INF_STYLE, nullptr);
   std::shared_ptr<InfFile> text = facts->text;
   KeepText(facts, UseOf(*facts));
   return text;
@@ -262,7 +255,7 @@ void RecountText(const InfFactsRef &facts) {
 
 const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath) {
   if (facts->served) return &*facts->served;
-  const std::shared_ptr<InfFile> text = TextOf(facts, windowsPath);
+  const std::shared_ptr<InfFile> text = LoadInfText(facts, windowsPath);
   if (text == nullptr) return nullptr;
   if (!cache.ids) cache.ids = IndexIds(*Current());
   facts->served = ServedDevices(text.get(), *Current(), *cache.ids);
@@ -272,9 +265,9 @@ const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char 
 
 bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
   const Descriptor directory(OpenHostDirectory(windowsPath));
-  std::vector<Entry> entries;
-  if (!directory || !ReadEntries(directory.fd, &entries)) return false;
-  for (Entry &entry : entries) {
+  std::vector<InfName> entries;
+  if (!directory || !ReadInfNames(directory.fd, &entries)) return false;
+  for (InfName &entry : entries) {
     const std::string path = std::string(windowsPath) + "\\" + entry.name;
     const InfFactsRef facts = FindEntry(directory.fd, entry.hostName, path);
     if (facts == nullptr || !facts->modern) continue;

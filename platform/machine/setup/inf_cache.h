@@ -44,12 +44,12 @@ using InfFactsRef = std::shared_ptr<InfFacts>;
 InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text = nullptr);
 
 // The file's text. Null with the last error set when it cannot be read again or is not INF text.
-std::shared_ptr<InfFile> TextOf(const InfFactsRef &facts, const char *windowsPath);
+std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windowsPath);
 
 // Takes into account what parsing has added to the text.
 void RecountText(const InfFactsRef &facts);
 
-// The devices that the file serves; null like TextOf.
+// The devices that the file serves; null like LoadInfText.
 const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath);
 
 // Bare names, in the ANSI code page, of a directory's modern-style .inf files (any case of the ending) in name order

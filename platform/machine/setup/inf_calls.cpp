@@ -28,9 +28,9 @@ OpenInf *FindHandle(HINF inf) {
   return nullptr;
 }
 
-InfFile *TextOf(OpenInf *open) {
+InfFile *TextForSearch(OpenInf *open) {
   open->searched = true;
-  if (open->text == nullptr) open->text = machine::TextOf(open->facts, open->path.c_str());
+  if (open->text == nullptr) open->text = machine::LoadInfText(open->facts, open->path.c_str());
   return open->text.get();
 }
 
@@ -46,7 +46,7 @@ bool Resolve(const INFCONTEXT *context, Position *position) {
   if (context == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   OpenInf *open = FindHandle(context->Inf);
   if (open == nullptr) return false;
-  position->file = TextOf(open);
+  position->file = TextForSearch(open);
   if (position->file == nullptr) return false;
   if (context->Section >= position->file->sections.size()) return FailWith(ERROR_INVALID_PARAMETER);
   position->section = &ParsedSection(position->file, context->Section);
@@ -136,7 +136,7 @@ bool FindVersionValue(std::string_view version, const std::string &path, const c
     *value = raw;
     if (raw.find('%') == std::string_view::npos) return true;
     const InfFactsRef facts = FindInf(path.c_str());
-    const std::shared_ptr<InfFile> text = facts != nullptr ? machine::TextOf(facts, path.c_str()) : nullptr;
+    const std::shared_ptr<InfFile> text = facts != nullptr ? machine::LoadInfText(facts, path.c_str()) : nullptr;
     if (text != nullptr) *value = ReplaceTokens(text.get(), raw);
     return true;
   }
@@ -173,10 +173,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
   if (errorLine != nullptr) *errorLine = 0;
   if (CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
-  if (fileName == nullptr || (style & INF_STYLE_WIN4) == 0) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return INVALID_HANDLE_VALUE;
-  }
+  if (fileName == nullptr || (style & INF_STYLE_WIN4) == 0) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   OpenInf open;
   open.path = InfPathOf(fileName);
   open.facts = FindInf(open.path.c_str(), &open.text);
@@ -186,10 +183,7 @@ HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, 
     SetLastError(open.facts->problem != 0 ? open.facts->problem : ERROR_WRONG_INF_STYLE);
     return INVALID_HANDLE_VALUE;
   }
-  if (infClass != nullptr && !IsOfClass(open, infClass)) {
-    SetLastError(ERROR_CLASS_MISMATCH);
-    return INVALID_HANDLE_VALUE;
-  }
+  if (infClass != nullptr && !IsOfClass(open, infClass)) return machine::FailOpen(ERROR_CLASS_MISMATCH);
   lastHandle += 4;
   handles.emplace(lastHandle, std::move(open));
   return reinterpret_cast<HINF>(lastHandle);
@@ -207,7 +201,7 @@ BOOL SetupFindFirstLineA(HINF inf, const char *section, const char *key, INFCONT
   OpenInf *open = FindHandle(inf);
   if (open == nullptr) return FALSE;
   if (section == nullptr || context == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
-  InfFile *file = TextOf(open);
+  InfFile *file = TextForSearch(open);
   if (file == nullptr) return FALSE;
   const std::uint32_t index = FindSectionIndex(*file, section);
   if (index == kInfNone) return FailWith(ERROR_LINE_NOT_FOUND);

@@ -119,10 +119,7 @@ BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
   const machine::Description *machine = machine::CurrentOrNotReady();
   if (machine == nullptr) return FALSE;
-  if (status == nullptr || status->dwLength != sizeof *status) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
+  if (status == nullptr || status->dwLength != sizeof *status) return machine::FailWith(ERROR_INVALID_PARAMETER);
   *status = {};
   status->dwLength = sizeof *status;
   status->ullTotalPhys = status->ullAvailPhys = machine->system.memory;
@@ -195,10 +192,7 @@ void GetSystemTime(SYSTEMTIME *time) {
 BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
   const DWORD64 ticks = machine::TicksOf(*fileTime);
-  if (ticks > INT64_MAX) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
+  if (ticks > INT64_MAX) return machine::FailWith(ERROR_INVALID_PARAMETER);
   constexpr std::chrono::sys_days kBegin = std::chrono::year(1601) / 1 / 1;
   const std::chrono::sys_time<std::chrono::milliseconds> begin = kBegin;
   StoreTime(begin + std::chrono::milliseconds(ticks / 10000), systemTime);  // ticks of 100 nanoseconds

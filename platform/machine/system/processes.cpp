@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/handles.h"
 #include "platform/machine/description/current.h"
@@ -101,17 +102,13 @@ BOOL CreateProcessA(const char *application, char *commandLine, void *, void *, 
   VXR_FAULT(FALSE, ERROR_FILE_NOT_FOUND);
   if (machine::CurrentOrNotReady() == nullptr) return FALSE;
   if ((application == nullptr && commandLine == nullptr) || startup == nullptr || process == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
+    return machine::FailWith(ERROR_INVALID_PARAMETER);
   }
   const char *text = commandLine != nullptr ? commandLine : application;
   Words words = machine::SplitCommandLine(text);
   if (application != nullptr && !words.empty()) words[0] = application;
   DWORD exitCode = 0;
-  if (!RunProgram(words, text, &exitCode)) {
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    return FALSE;
-  }
+  if (!RunProgram(words, text, &exitCode)) return machine::FailWith(ERROR_FILE_NOT_FOUND);
   SetLastError(NO_ERROR);  // what the program met is not its caller's failure
   static DWORD lastId = 0;
   *process = {machine::AddHandle(machine::ProcessHandle{exitCode}), machine::AddHandle(machine::ThreadHandle()), 0, 0};
@@ -136,10 +133,7 @@ BOOL GetExitCodeProcess(HANDLE process, DWORD *exitCode) {
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
   const auto *record = machine::FindHandleOf<machine::ProcessHandle>(process);
   if (record == nullptr) return FALSE;
-  if (exitCode == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
+  if (exitCode == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
   *exitCode = record->exitCode;
   return TRUE;
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
@@ -121,10 +122,7 @@ int MessageBoxA(HWND, const char *text, const char *caption, UINT type) {
   VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
   const machine::Description *machine = machine::CurrentOrNotReady();
   if (machine == nullptr) return 0;
-  if (text == nullptr || caption == nullptr || type != MB_YESNO) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return 0;
-  }
+  if (text == nullptr || caption == nullptr || type != MB_YESNO) return machine::FailWith(ERROR_INVALID_PARAMETER, 0);
   const std::string question = std::string(caption) + "\n" + text + " [y/n]: ";
   for (;;) {
     const std::string answer = Ask(&confirmations, machine->prompts.cancelSearch, question);

@@ -88,14 +88,14 @@ bool IsSection(const Text &text, std::size_t begin, std::size_t end, std::string
 }
 
 // Where a setting is, or where it would go.
-struct Place {
+struct SettingPlace {
   bool hasSection = false, found = false;
   std::size_t begin = 0, end = 0;  // of the value, when found: from its first visible character to the end of its line
   std::size_t append = 0;          // else where a new line goes
 };
 
-Place FindPlace(const Text &text, std::string_view section, std::string_view key) {
-  Place place;
+SettingPlace FindPlace(const Text &text, std::string_view section, std::string_view key) {
+  SettingPlace place;
   for (Line line = LineAt(text, text.begin); line.begin < text.end; line = LineAt(text, line.next)) {
     const std::size_t begin = Find(text, line.begin, line.end, kBlanks, false);
     if (begin == line.end) continue;
@@ -129,7 +129,7 @@ std::string_view LineEnd(const Text &text) {
 
 std::optional<std::string> FindSetting(std::string_view file, std::string_view section, std::string_view key) {
   const Text text = TextOf(file);
-  const Place place = FindPlace(text, section, key);
+  const SettingPlace place = FindPlace(text, section, key);
   if (!place.found) return std::nullopt;
   const std::string decoded = Decode(text, place.begin, place.end);
   const std::string_view value = Trim(decoded);
@@ -148,7 +148,7 @@ bool CanChangeSettings(std::string_view file) { return !file.starts_with("\xFE\x
 
 std::string WithSetting(std::string_view file, std::string_view section, std::string_view key, std::string_view value) {
   const Text text = TextOf(file);
-  const Place place = FindPlace(text, section, key);
+  const SettingPlace place = FindPlace(text, section, key);
   std::string changed(file);
   if (place.found) return changed.replace(place.begin, place.end - place.begin, Encode(text, value));
   const std::string lineEnd(LineEnd(text));

@@ -13,8 +13,9 @@ namespace machine {
 // pair of quotes.
 std::optional<std::string> FindSetting(std::string_view file, std::string_view section, std::string_view key);
 
-// Whether FindSetting would find the value again, less blanks and quotes around it, could it be written: no name or
-// value holds the end of a line, and no name what ends a name.
+// Whether WithSetting may write it: FindSetting then reads back the value, without the blanks and quotes around it.
+// False when a part holds the end of a line, or a name what the file's syntax would read as something else: "]" in a
+// section, "=" in a key, "[" or ";" where a key begins, blanks around either, no key at all.
 bool CanHoldSetting(std::string_view section, std::string_view key, std::string_view value);
 
 // Whether settings can be added to the file: not when its byte order mark is that of UTF-16BE, which nothing here

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <string>
 
+#include "platform/machine/base/answer.h"
 #include "platform/platform.h"
 #include "platform/text/code_page.h"
 
@@ -10,10 +11,7 @@ namespace platform {
 // No fault point: the log stands on it.
 int WideCharToMultiByte(UINT, DWORD, const WCHAR *wide, int length, char *buffer, int size, const char *, BOOL *) {
   const std::string text = machine::Utf16ToAnsi(std::u16string_view(wide, static_cast<std::size_t>(length)));
-  if (text.size() > static_cast<std::size_t>(size)) {
-    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return 0;
-  }
+  if (text.size() > static_cast<std::size_t>(size)) return machine::FailWith(ERROR_INSUFFICIENT_BUFFER, 0);
   std::copy(text.begin(), text.end(), buffer);
   return static_cast<int>(text.size());
 }

@@ -1,6 +1,6 @@
 #include "platform/machine/text/wildcard.h"
 
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 
 namespace machine {

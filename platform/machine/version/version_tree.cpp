@@ -68,7 +68,7 @@ bool AnyChild(std::span<const BYTE> resource, const Node &parent, Visit visit) {
 
 std::optional<Node> Root(std::span<const BYTE> resource) { return ReadNode(resource, 0, resource.size()); }
 
-VersionValue TextOf(const Node &node) { return {node.value, node.textSize, true}; }
+VersionValue NodeText(const Node &node) { return {node.value, node.textSize, true}; }
 
 }  // namespace
 
@@ -93,14 +93,14 @@ std::optional<VersionValue> FindVersionValue(std::span<const BYTE> resource, std
     if (!found) return std::nullopt;
   }
   if (!node) return std::nullopt;
-  return strings && depth == kTextDepth ? TextOf(*node) : VersionValue{node->value, node->valueSize, false};
+  return strings && depth == kTextDepth ? NodeText(*node) : VersionValue{node->value, node->valueSize, false};
 }
 
 void ForEachVersionText(std::span<const BYTE> resource, const std::function<void(const VersionValue &)> &visit) {
   const std::optional<Node> root = Root(resource);
   if (!root) return;
   const auto visitText = [&](const Node &text) {
-    visit(TextOf(text));
+    visit(NodeText(text));
     return false;
   };
   const auto visitTable = [&](const Node &table) { return AnyChild(resource, table, visitText); };

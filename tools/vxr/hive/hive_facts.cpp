@@ -40,7 +40,7 @@ std::vector<LogFacts> FactsOfLogs(const Hive &hive) {
 std::optional<machine::StoredValue> Find(Hive *hive, const std::u16string &key, const std::u16string &name) {
   machine::StoredValue value;
   const auto path = machine::ParseKeyPath(key);
-  if (!machine::FindHiveValue(hive, path, machine::FoldName(name), &value)) return std::nullopt;
+  if (!machine::FindHiveValue(hive, path, machine::FoldKeyName(name), &value)) return std::nullopt;
   return value;
 }
 
@@ -55,7 +55,7 @@ void ReadSystemFacts(Hive *hive, HiveFacts *facts) {
   const std::u16string key = u"ControlSet" + std::u16string(number, number + std::char_traits<char>::length(number));
   const auto name = Find(hive, key + u"\\Control\\ComputerName\\ComputerName", u"ComputerName");
   if (!name || !machine::IsTextType(name->type)) return;
-  const std::u16string text = machine::TextOf(name->bytes);
+  const std::u16string text = machine::WholeText(name->bytes);
   facts->machineName = machine::Utf16ToUtf8(std::u16string_view(text).substr(0, text.find(u'\0')));
 }
 

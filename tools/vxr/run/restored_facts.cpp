@@ -87,7 +87,7 @@ std::optional<SystemVersion> FileVersion(const std::vector<BYTE> &resource) {
 
 std::optional<std::uint32_t> ReadNumber(machine::Hive *hive, const char16_t *key, const char16_t *name) {
   machine::StoredValue value;
-  if (!FindHiveValue(hive, machine::ParseKeyPath(key), machine::FoldName(name), &value) || value.type != REG_DWORD ||
+  if (!FindHiveValue(hive, machine::ParseKeyPath(key), machine::FoldKeyName(name), &value) || value.type != REG_DWORD ||
       value.bytes.size() != 4) {
     return std::nullopt;
   }
@@ -207,11 +207,11 @@ std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory)
   const auto minor = ReadNumber(&hive, kKey, u"CurrentMinorVersionNumber");
   if (major && minor) return SystemVersion{*major, *minor};
   machine::StoredValue text;
-  if (!FindHiveValue(&hive, machine::ParseKeyPath(kKey), machine::FoldName(u"CurrentVersion"), &text) ||
+  if (!FindHiveValue(&hive, machine::ParseKeyPath(kKey), machine::FoldKeyName(u"CurrentVersion"), &text) ||
       !machine::IsTextType(text.type)) {
     return std::nullopt;
   }
-  return ParseVersion(machine::Utf16ToUtf8(machine::TextOf(text.bytes)));
+  return ParseVersion(machine::Utf16ToUtf8(machine::WholeText(text.bytes)));
 }
 
 std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <optional>
 
-#include "platform/machine/text/fold_name.h"
+#include "platform/text/ansi_case.h"
 #include "tools/vxr/base/machine_session.h"
 #include "vxrcore/bmext.h"
 
