@@ -25,6 +25,7 @@ struct LoggedError {
   std::uint32_t code = 0;      // the system's, of the call
   std::string line;            // behind the function's name, without its line end
   bool empty() const { return function.empty(); }
+  std::string ForPeople() const { return empty() ? "" : "ERROR:" + function + ":" + line; }  // as they find it there
 };
 LoggedError ReadError(const VXRMachine_Event &event);
 

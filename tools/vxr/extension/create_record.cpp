@@ -64,9 +64,7 @@ std::string FileError(std::uint32_t code) {
   return "the system's error is " + std::to_string(code) + "; name another file";
 }
 
-std::string InLog(const LoggedError &error) {
-  return "the log says: " + (error.empty() ? "" : "ERROR:" + error.function + ":" + error.line);
-}
+std::string InLog(const LoggedError &error) { return "the log says: " + error.ForPeople(); }
 
 template <std::size_t kCount>
 std::string Explain(const Meaning (&meanings)[kCount], const LoggedError &error) {

@@ -148,8 +148,7 @@ void DropMounted(RunRecord *record) {
 // -------------------------------------------------------------------------------------
 
 void AddError(RunRecord *record, const VXRMachine_Event &event) {
-  const LoggedError error = ReadError(event);
-  record->lastError = "ERROR:" + error.function + ":" + error.line;
+  record->lastError = ReadError(event).ForPeople();
   record->firstIsLast = record->firstError.empty();
   if (record->firstIsLast) record->firstError = record->lastError;
 }
