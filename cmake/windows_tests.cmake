@@ -66,6 +66,7 @@ engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.c
 tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp tools/vxr/run/run_record_test.cpp
   tools/vxr/run/run_record.cpp
 tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/running_machine.cpp
+  tools/vxr/base/log_events.cpp
   tools/vxr/base/output.cpp
   volume/volume_test.cpp engine/paths/path_catalogue_test.cpp)
 set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)

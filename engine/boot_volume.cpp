@@ -5,6 +5,7 @@
 #include "engine/boot_sector.h"
 #include "log/heap.h"
 #include "log/log.h"
+#include "vxrcore/events.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {
@@ -20,6 +21,12 @@ struct Volume {
   PartitionEntry entry;
 };
 
+void ReportFact(DWORD fact, DWORD64 value) {
+  platform::ReportDecision(VXRMACHINE_BOOT_FACT, nullptr, nullptr, fact, value);
+}
+
+void ReportRefusedDisk(DWORD fact) { platform::ReportDecision(VXRMACHINE_BOOT_REFUSED, nullptr, nullptr, fact); }
+
 BOOL ReadGeometry(HANDLE disk, DISK_GEOMETRY *geometry, const Caller &trace) {
   DWORD returned = 0;
   if (!platform::DeviceIoControl(disk, IOCTL_DISK_GET_DRIVE_GEOMETRY, nullptr, 0, geometry, sizeof *geometry, &returned,
@@ -33,10 +40,15 @@ BOOL ReadGeometry(HANDLE disk, DISK_GEOMETRY *geometry, const Caller &trace) {
       geometry->Cylinders.QuadPart, geometry->Cylinders.QuadPart, geometry->TracksPerCylinder,
       geometry->TracksPerCylinder, geometry->SectorsPerTrack, geometry->SectorsPerTrack, geometry->BytesPerSector,
       geometry->BytesPerSector);
+  ReportFact(VXRMACHINE_BOOT_CYLINDERS, static_cast<DWORD64>(geometry->Cylinders.QuadPart));
+  ReportFact(VXRMACHINE_BOOT_HEADS, geometry->TracksPerCylinder);
+  ReportFact(VXRMACHINE_BOOT_SECTORS, geometry->SectorsPerTrack);
+  ReportFact(VXRMACHINE_BOOT_BYTES, geometry->BytesPerSector);
   // Both sectors are read as records of the smallest sector's size. Far larger than any disk's is a damaged answer.
   if (geometry->BytesPerSector >= kSmallestSector && geometry->BytesPerSector <= kLargestSector) return TRUE;
   trace.Error("DiskGeo.BytesPerSector =%u is not from %u to %u\n", geometry->BytesPerSector, kSmallestSector,
               kLargestSector);
+  ReportRefusedDisk(VXRMACHINE_BOOT_BYTES);
   return FALSE;
 }
 
@@ -65,7 +77,7 @@ BOOL MoveToBootSector(HANDLE disk, uint64_t offset, const Caller &trace) {
   return FALSE;
 }
 
-void LogActiveEntry(int index, const PartitionEntry &entry, const Caller &trace) {
+void TellActiveEntry(int index, const PartitionEntry &entry, const Caller &trace) {
   const ChsAddress start = StartAddress(entry), end = EndAddress(entry);
   const DWORD sectors = VxrGet32(entry.Sectors);
   trace.Check(
@@ -74,6 +86,10 @@ void LogActiveEntry(int index, const PartitionEntry &entry, const Caller &trace)
       "\tTotalSectors =0x%08x %u\n",
       index, entry.Type, sectors, VxrGet32(entry.RelSect), start.cylinder, start.head, start.sector, end.cylinder,
       end.head, end.sector, sectors, sectors);
+  ReportFact(VXRMACHINE_BOOT_ENTRY, static_cast<DWORD64>(index));
+  ReportFact(VXRMACHINE_BOOT_TYPE, entry.Type);
+  ReportFact(VXRMACHINE_BOOT_LENGTH, sectors);
+  ReportFact(VXRMACHINE_BOOT_FIRST, VxrGet32(entry.RelSect));
 }
 
 // Neither stops anything: a partition of today begins at a round number of sectors, and ends where it likes.
@@ -110,7 +126,7 @@ BOOL FindActivePartition(HANDLE disk, const char *name, Volume *volume, const Ca
     return FALSE;
   }
   volume->entry = mbr.Entries[index];
-  LogActiveEntry(index, volume->entry, trace);
+  TellActiveEntry(index, volume->entry, trace);
   if (!IsWindowsPartition(volume->entry.Type)) {
     trace.Failed("IS_WINPART", "Not a Windows Partition!\n");
     return FALSE;
@@ -119,6 +135,7 @@ BOOL FindActivePartition(HANDLE disk, const char *name, Volume *volume, const Ca
   // Such a partition would have the MBR for its boot sector, and the MBR is never written.
   if (VxrGet32(volume->entry.RelSect) == 0) {
     trace.Error("pPart->rel_sect =0, the partition begins at the MBR\n");
+    ReportRefusedDisk(VXRMACHINE_BOOT_FIRST);
     return FALSE;
   }
   return TRUE;
@@ -143,6 +160,10 @@ BOOL ReadBootSector(HANDLE disk, const char *name, const Volume &volume, uint64_
       "\tTotalSectors     =%u\n",
       VxrGet16(boot->SecsPerTrack), VxrGet16(boot->TracksPerCyl), VxrGet32(boot->HiddenSect),
       VxrGet32(boot->TotalSect));
+  ReportFact(VXRMACHINE_BOOT_FIELD_SECTORS, VxrGet16(boot->SecsPerTrack));
+  ReportFact(VXRMACHINE_BOOT_FIELD_HEADS, VxrGet16(boot->TracksPerCyl));
+  ReportFact(VXRMACHINE_BOOT_FIELD_HIDDEN, VxrGet32(boot->HiddenSect));
+  ReportFact(VXRMACHINE_BOOT_FIELD_TOTAL, VxrGet32(boot->TotalSect));
   return TRUE;
 }
 
@@ -153,20 +174,25 @@ bool SetMismatchedFields(const Volume &volume, BootSector *boot, const Caller &t
   const unsigned set = SetBpb({geometry.SectorsPerTrack, geometry.TracksPerCylinder}, volume.entry, boot);
   const struct {
     BpbField field;
+    DWORD fact;
     const char *line;
     DWORD wanted, found;
   } kWarnings[] = {
-      {kBpbSecsPerTrack, "DiskGeo.SectorsPerTrack = %u != BPB.SecsPerTrack=%u, setting BPB...\n",
-       geometry.SectorsPerTrack, VxrGet16(before.SecsPerTrack)},
-      {kBpbTracksPerCyl, "DiskGeo.TracksPerCylinder = %u != BPB.TracksPerCyl=%u, setting BPB...\n",
-       geometry.TracksPerCylinder, VxrGet16(before.TracksPerCyl)},
-      {kBpbHiddenSect, "pPart->rel_sect = %u != BPB.HiddenSect=%u, setting BPB...\n", VxrGet32(volume.entry.RelSect),
-       VxrGet32(before.HiddenSect)},
-      {kBpbTotalSect, "pPart->sec_total = %u != BPB.TotalSect=%u, setting BPB...\n", VxrGet32(volume.entry.Sectors),
-       VxrGet32(before.TotalSect)},
+      {kBpbSecsPerTrack, VXRMACHINE_BOOT_FIELD_SECTORS,
+       "DiskGeo.SectorsPerTrack = %u != BPB.SecsPerTrack=%u, setting BPB...\n", geometry.SectorsPerTrack,
+       VxrGet16(before.SecsPerTrack)},
+      {kBpbTracksPerCyl, VXRMACHINE_BOOT_FIELD_HEADS,
+       "DiskGeo.TracksPerCylinder = %u != BPB.TracksPerCyl=%u, setting BPB...\n", geometry.TracksPerCylinder,
+       VxrGet16(before.TracksPerCyl)},
+      {kBpbHiddenSect, VXRMACHINE_BOOT_FIELD_HIDDEN, "pPart->rel_sect = %u != BPB.HiddenSect=%u, setting BPB...\n",
+       VxrGet32(volume.entry.RelSect), VxrGet32(before.HiddenSect)},
+      {kBpbTotalSect, VXRMACHINE_BOOT_FIELD_TOTAL, "pPart->sec_total = %u != BPB.TotalSect=%u, setting BPB...\n",
+       VxrGet32(volume.entry.Sectors), VxrGet32(before.TotalSect)},
   };
   for (const auto &warning : kWarnings) {
-    if ((set & warning.field) != 0) trace.Log(kMismatch, "WARNG", warning.line, warning.wanted, warning.found);
+    if ((set & warning.field) == 0) continue;
+    trace.Log(kMismatch, "WARNG", warning.line, warning.wanted, warning.found);
+    platform::ReportDecision(VXRMACHINE_BOOT_FIELD_SET, nullptr, nullptr, warning.fact);
   }
   return set != 0;
 }

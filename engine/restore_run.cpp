@@ -110,6 +110,7 @@ void DriverWork(const Caller &trace) {
   // A job that may name an id is not taken for one that names none: it would copy and write where only a check was
   // asked for.
   if (hardwareId == nullptr && status != static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND)) {
+    platform::ReportDecision(VXRMACHINE_NAMED_ID_UNREAD, nullptr, nullptr, static_cast<DWORD>(status));
     dwError = VXR_RESULT_NO_NAMED_DRIVER;
     return;
   }
@@ -121,7 +122,9 @@ void DriverWork(const Caller &trace) {
 void UnloadHive(const Caller &trace) {
   VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Unloading the original registry hive...\n");
   const char *systemPath = gpVXRParaBlock->szSystemPath;
-  if (!VXRReg_UnloadHive(systemPath)) trace.Failed("VXRReg_UnloadHive", systemPath);
+  if (VXRReg_UnloadHive(systemPath)) return;
+  trace.Failed("VXRReg_UnloadHive", systemPath);
+  platform::ReportDecision(VXRMACHINE_HIVE_NOT_UNLOADED, systemPath, nullptr, platform::GetLastError());
 }
 
 }  // namespace

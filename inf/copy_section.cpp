@@ -87,6 +87,7 @@ BOOL GiveUp(const char *fileName) {
 BOOL CopyOrCheck(const char *source, const char *target, BOOL bInject, const Caller &trace) {
   if (!bInject) {
     VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypassed copying %s -> %s...\n", source, target);
+    platform::ReportDecision(VXRMACHINE_COPY_BYPASSED, target, source);
     return TRUE;
   }
   trace.Check("VXREng_CopyFile:%s -> %s...\n", source, target);

@@ -133,6 +133,7 @@ BOOL VXRDev_ProcessModSect(HINF hInf, const char *szInfDir, const char *szModSec
       platform::ReportDecision(VXRMACHINE_DRIVER_TAKEN, device.get(), szHardwareID);
       return TRUE;
     }
+    platform::ReportDecision(VXRMACHINE_MODEL_GIVEN_UP, device.get(), szHardwareID);
   }
   return FALSE;
 }

@@ -9,6 +9,7 @@
 #include "log/heap.h"
 #include "log/product.h"
 #include "platform/scope_guard.h"
+#include "vxrcore/events.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {
@@ -18,6 +19,7 @@ constexpr SIZE_T kProgramNameSize = 16;
 constexpr int32_t kHighestLevel = 5;
 constexpr int32_t kNothing = -1;  // as a threshold and as a line's level: nothing is written
 
+constexpr char kErrorPrefix[] = "ERROR";
 constexpr char kMasterIni[] = "\\master.ini";
 constexpr char kLogDirectory[] = "\\logs.dir";
 constexpr SIZE_T kPathSpare = 65;  // room for the date, the endings and the terminator in a log file's path
@@ -160,10 +162,12 @@ void OpenLogFile(const char *directory, int32_t level) {
   logFile = platform::OpenStream(logPath.get(), "w+");
   if (logFile == nullptr) {
     Trace("%s:VXRDbg_Initialize:CreateFile(%s) failed!ec=%d\n", programName, logPath.get(), platform::GetLastError());
+    platform::ReportDecision(VXRMACHINE_LOG_NOT_OPENED, logPath.get(), nullptr, platform::GetLastError());
     GoOnWithoutFile();
     return;
   }
   Trace("%s:VXRDbg_Initialize:start logging to %p:%s...\n", programName, logFile, logPath.get());
+  platform::ReportDecision(VXRMACHINE_LOG_OPENED, logPath.get());
 }
 
 void WriteBanner(const char *format) {
@@ -206,6 +210,12 @@ int32_t WriteLine(const char *prefix, const char *name, const char *format, va_l
   return count;
 }
 
+// An error's line, which a host that watches hears too; `call` is the one that failed, null for another error.
+void WriteError(const char *name, const char *call, DWORD code, const char *format, va_list arguments) {
+  WriteLine(kErrorPrefix, name, format, arguments);
+  platform::ReportError(name, line + std::strlen(kErrorPrefix) + std::strlen(name) + 2, call, code);
+}
+
 }  // namespace
 
 int32_t VXRDbg_Log(int32_t level, const char *format, ...) {
@@ -223,13 +233,26 @@ void Caller::Log(int32_t level, const char *prefix, const char *format, ...) con
   const ScopeGuard restoreError{ErrorSaver()};
   va_list arguments;
   va_start(arguments, format);
-  WriteLine(prefix, name, format, arguments);
+  if (std::strcmp(prefix, kErrorPrefix) == 0) {
+    WriteError(name, nullptr, 0, format, arguments);
+  } else {
+    WriteLine(prefix, name, format, arguments);
+  }
+  va_end(arguments);
+}
+
+void Caller::ErrorOf(const char *call, DWORD code, const char *format, ...) const {
+  if (!IsWanted(kError)) return;
+  const ScopeGuard restoreError{ErrorSaver()};
+  va_list arguments;
+  va_start(arguments, format);
+  WriteError(name, call, code, format, arguments);
   va_end(arguments);
 }
 
 void Caller::Failed(const char *call, const char *message) const {
   const DWORD code = platform::GetLastError();
-  Error("%s():failed!ec=%u:0x%08x:msg=%s\n", call, code, code, message != nullptr ? message : "N/A");
+  ErrorOf(call, code, "%s():failed!ec=%u:0x%08x:msg=%s\n", call, code, code, message != nullptr ? message : "N/A");
 }
 
 void Caller::Null(const char *argument) const { Error("%s is NULL\n", argument); }

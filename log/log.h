@@ -56,6 +56,8 @@ struct Caller {
     Log(kFlush, "FLUSH", format, arguments...);
   }
 
+  // An error line of a call that failed, whose name and error code a host that watches hears beside the line.
+  void ErrorOf(const char *call, DWORD code, const char *format, ...) const;
   // "ERROR:<name>:<call>():failed!ec=<code>:<code>:msg=<message>\n" with the last error, so it comes right after the
   // call that failed; `message` null gives "N/A".
   void Failed(const char *call, const char *message) const;

@@ -6,6 +6,7 @@
 
 #include "log/log.h"
 #include "platform/scope_guard.h"
+#include "vxrcore/events.h"
 
 namespace {
 
@@ -58,6 +59,7 @@ HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type
   LSTATUS rc = *status = platform::RegQueryValueExA(key, szValue, nullptr, type, nullptr, &needed);
   if (rc != ERROR_SUCCESS) {
     trace.Error("RegQueryValueEx(%s\\%s) failed for size !rc=%d ec=%d\n", szKey, szValue, rc, platform::GetLastError());
+    platform::ReportDecision(VXRMACHINE_VALUE_NOT_READ, szKey, szValue, static_cast<DWORD>(rc));
     return nullptr;
   }
   trace.Flush("RegQueryValue():needs %u bytes for data of type %u\n", needed, *type);
@@ -72,6 +74,7 @@ HeapText ReadValue(HKEY key, const char *szKey, const char *szValue, DWORD *type
   rc = *status = platform::RegQueryValueExA(key, szValue, nullptr, type, reinterpret_cast<BYTE *>(data.get()), size);
   if (rc != ERROR_SUCCESS) {
     trace.Error("RegQueryValue(%s\\%s) failed!rc=%d ec=%d\n", szKey, szValue, rc, platform::GetLastError());
+    platform::ReportDecision(VXRMACHINE_VALUE_NOT_READ, szKey, szValue, static_cast<DWORD>(rc));
     return nullptr;
   }
   trace.Flush("Successfully retrieved %u bytes data for %s\\%s as type %u at buffer %p\n", *size, szKey, szValue, *type,
@@ -84,6 +87,7 @@ OpenedKey OpenOrCreateKey(HKEY root, const char *szKey, const Caller &trace) {
   HKEY key = nullptr;
   if (platform::RegOpenKeyA(root, szKey, &key) != ERROR_SUCCESS) {
     trace.Error("RegOpenKey(%s) failed!create it...\n", szKey);
+    platform::ReportDecision(VXRMACHINE_KEY_MISSING, szKey);
     const LSTATUS rc = platform::RegCreateKeyA(root, szKey, &key);
     if (rc != ERROR_SUCCESS) {
       trace.Error("RegCreateKey(%s) failed!rc=%d ec=%d\n", szKey, rc, platform::GetLastError());

@@ -9,6 +9,7 @@
 #include "log/log.h"
 #include "log/product.h"
 #include "volume/volume.h"
+#include "vxrcore/events.h"
 
 namespace {
 
@@ -85,8 +86,10 @@ BOOL FillFromOpenVolume(HANDLE handle, char letter, VXR_VOLUME *volume, const Ca
 // Records one device's driver and returns the id of the device above it; null after logging.
 HeapText RecordDriver(DWORD deviceType, const char *instanceId, VXR_DEVDRV *record, const Caller &trace) {
   HeapText parent = VXRDev_GetVXRDevDriver(deviceType, instanceId, record);
-  if (parent == nullptr) trace.Failed("VXRDev_GetVXRDevDriver", instanceId);
-  return parent;
+  if (parent != nullptr) return parent;
+  trace.Failed("VXRDev_GetVXRDevDriver", instanceId);
+  platform::ReportDecision(VXRMACHINE_DEVICE_WITHOUT_DRIVER, instanceId);
+  return nullptr;
 }
 
 // --- All volumes ----------------------------------------------------------------------------------------------------
@@ -114,8 +117,10 @@ void AddVolume(const char *root, const char *map, VXR_VOLUMES *volumes, const Ca
   const DWORD index = VxrGet32(volumes->VolCount);
   VXR_VOLUME *volume = &volumes->Vols[index];
   trace.Check("checking mnpnt = %s...\n", root);
+  platform::ReportDecision(VXRMACHINE_VOLUME_CHECKED, root);
   if (!VXRExt_BuildVXRVolumeHBM(root, map, volume)) {
     trace.Failed("VXRExt_BuildVXRVolumeHBM", "None");
+    platform::ReportDecision(VXRMACHINE_VOLUME_LEFT_OUT, root);
     *volume = {};
     return;
   }
@@ -142,6 +147,7 @@ BOOL VXRExt_BuildVXRVolumesHBM(const char *szMap, VXR_VOLUMES *pVXRVolumes) {
     AddVolume(root, szMap, pVXRVolumes, trace);
     if (VxrGet32(pVXRVolumes->VolCount) == VXR_MAX_VOLUMES) {
       trace.Error("max %d vxr vols reached!\n", VXR_MAX_VOLUMES);
+      platform::ReportDecision(VXRMACHINE_VOLUMES_FULL, nullptr);
       break;
     }
   }
@@ -213,6 +219,7 @@ BOOL VXRExt_BuildVXRVolDisk(const DISK_EXTENT *pDiskExtent, VXR_VOLDISK *pVXRVol
   const HeapText disk = VXRDev_GetDiskInstanceID(nullptr, pDiskExtent->DiskNumber);
   if (disk == nullptr) {
     trace.Error("VXRDev_GetDiskDevicePath:failed for disk %d!\n", pDiskExtent->DiskNumber);
+    platform::ReportDecision(VXRMACHINE_DISK_NOT_PRESENT, nullptr, nullptr, pDiskExtent->DiskNumber);
     return FALSE;
   }
   trace.Log(kStatus, "CHECK", "check %s...\n", disk.get());  // at every level: what follows is about it

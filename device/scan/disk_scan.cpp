@@ -101,12 +101,14 @@ VXR_DEVICE *BuildBootDisk(BOOL inject, const Caller &trace) {
   const char *disk = VXRRlm_GetBootDisk();
   if (disk == nullptr) {
     trace.Failed("VXRRlm_GetBootDisk", "None");
+    platform::ReportDecision(VXRMACHINE_BOOT_DISK_NOT_FOUND, nullptr);
     return nullptr;
   }
   trace.Check("checking disk:%s...\n", disk);
   HeapText instanceId = VXRDev_GetDiskInstanceID(disk, 0);
   if (instanceId == nullptr) {
     trace.Failed("VXRDev_GetDiskInstanceID", "None");
+    platform::ReportDecision(VXRMACHINE_BOOT_DISK_NOT_FOUND, disk);
     return nullptr;
   }
   trace.Check("disk %s:instid=%s\n", disk, instanceId.get());

@@ -53,8 +53,10 @@ BOOL VXREng_ExecCommand(const char *command, DWORD *exitCode) {
   if (started) FinishProcess(process, command, exitCode, trace);
   // A failed start may leave no error code.
   const BOOL success = started && *exitCode == 0;
-  VXRDbg_Log(success ? kCheck : kError,
-             success ? "CHECK:%s:succss cmmd=%s:exit=0x%08x:%d!\n" : "ERROR:%s:failed cmmd=%s:exit=0x%08x:%d!\n",
-             trace.name, command, *exitCode, *exitCode);
+  if (success) {
+    trace.Check("succss cmmd=%s:exit=0x%08x:%d!\n", command, *exitCode, *exitCode);
+  } else {
+    trace.Error("failed cmmd=%s:exit=0x%08x:%d!\n", command, *exitCode, *exitCode);
+  }
   return success;
 }

@@ -5,6 +5,7 @@
 #include "log/characters.h"
 #include "log/heap.h"
 #include "log/log.h"
+#include "vxrcore/events.h"
 #include "vxrcore/vxrcore.h"
 
 HWND hStatusWnd = nullptr;
@@ -49,5 +50,6 @@ BOOL VXREng_StatusMsg(DWORD code, const char *format, ...) {
   VXRDbg_Log(kStatus, "STMSG:%s", line.get());
   if (dwWndFlags == kReplace) platform::SetWindowTextA(hStatusWnd, line.get());
   if (dwWndFlags == kAppend) AppendToWindow(hStatusWnd, line.get());
+  platform::ReportDecision(VXRMACHINE_STATUS_LINE, line.get(), nullptr, code);
   return TRUE;
 }

@@ -24,18 +24,52 @@ enum {
                                         text: reason, type, size: the system's error code; of the running system too */
 
   /* The search for drivers. What follows a device is about it, what follows a tried INF file is about that. */
-  VXRMACHINE_DEVICE_CHECKED = 13,       /* subject: instance id, or the one hardware id that the job names */
-  VXRMACHINE_DEVICE_ID = 14,            /* subject: one of its hardware ids, then of its compatible ids */
-  VXRMACHINE_DEVICE_TARGET = 15,        /* subject: a decoration that sections for the restored system may have */
-  VXRMACHINE_DIRECTORY_SEARCHED = 16,   /* subject: a directory that is looked into for INF files */
-  VXRMACHINE_INF_TRIED = 17,            /* subject: INF file, detail: the id sought in it; null: any of the device's */
-  VXRMACHINE_INF_REFUSED = 18,          /* type: VXRMACHINE_REFUSED_..., detail: what the reason is about */
-  VXRMACHINE_DRIVER_TAKEN = 19,         /* subject: description on the model line, detail: the id that it lists */
-  VXRMACHINE_DEVICE_FAILED = 20,        /* subject: instance id of a device without driver; null: not known */
-  VXRMACHINE_DISK_ALONE = 21,           /* subject: instance id of a disk above which no controller is looked for, since
-                                           its bus is neither IDE nor SCSI */
-  VXRMACHINE_DEVICE_OF_OTHER_CLASS = 22 /* subject: instance id of a device that is not in the class in which it is
+  VXRMACHINE_DEVICE_CHECKED = 13,     /* subject: instance id, or the one hardware id that the job names */
+  VXRMACHINE_DEVICE_ID = 14,          /* subject: one of its hardware ids, then of its compatible ids */
+  VXRMACHINE_DEVICE_TARGET = 15,      /* subject: a decoration that sections for the restored system may have */
+  VXRMACHINE_DIRECTORY_SEARCHED = 16, /* subject: a directory that is looked into for INF files */
+  VXRMACHINE_INF_TRIED = 17,          /* subject: INF file, detail: the id sought in it; null: any of the device's */
+  VXRMACHINE_INF_REFUSED = 18,        /* type: VXRMACHINE_REFUSED_..., detail: what the reason is about */
+  VXRMACHINE_DRIVER_TAKEN = 19,       /* subject: description on the model line, detail: the id that it lists */
+  VXRMACHINE_DEVICE_FAILED = 20,      /* subject: instance id of a device without driver; null: not known */
+  VXRMACHINE_DISK_ALONE = 21,         /* subject: instance id of a disk above which no controller is looked for, since
+                                         its bus is neither IDE nor SCSI */
+  VXRMACHINE_DEVICE_OF_OTHER_CLASS = 22, /* subject: instance id of a device that is not in the class in which it is
                                            looked for, type: that class (VXR_DEVTYPE_...) */
+
+  /* The log and the status lines. What the log writes as an error comes before the event that tells what it means. */
+  VXRMACHINE_LOG_OPENED = 23,     /* subject: the log's file */
+  VXRMACHINE_LOG_NOT_OPENED = 24, /* subject: the log's file, type: the system's error code */
+  VXRMACHINE_ERROR_LOGGED = 25, /* subject: the function that met an error, detail: its line behind the function's name,
+                                   text: the call that failed, type: the system's error code; null and 0 when the
+                                   error is of another kind */
+  VXRMACHINE_STATUS_LINE = 26,  /* subject: the line, type: VXR_STATUS_PROGRESS or the result code that it sets */
+
+  /* A restore run. */
+  VXRMACHINE_VALUE_NOT_READ = 27,  /* subject: key, detail: value name, type: the system's error code */
+  VXRMACHINE_KEY_MISSING = 28,     /* subject: a key that is not there, and is created */
+  VXRMACHINE_NAMED_ID_UNREAD = 29, /* whether the job names a hardware id is not known; type: the system's error code */
+  VXRMACHINE_COPY_BYPASSED = 30,   /* subject: target, detail: source of a file that only an injection copies */
+  VXRMACHINE_MODEL_GIVEN_UP = 31,  /* subject: description on a model line whose driver could not be installed, detail:
+                                      the id that it lists */
+  VXRMACHINE_INF_PROCESSED = 32,   /* subject: INF file, detail: instance id of the device that it served */
+  VXRMACHINE_DEVICE_SET_UP = 33,   /* subject: instance id of a device that has its driver */
+  VXRMACHINE_HIVE_NOT_UNLOADED = 34,   /* subject: mount point's directory, type: the system's error code */
+  VXRMACHINE_BOOT_DISK_NOT_FOUND = 35, /* subject: the job's boot disk; null: it names none */
+
+  /* A boot-sector repair. */
+  VXRMACHINE_BOOT_FACT = 36,      /* type: VXRMACHINE_BOOT_..., size: its value */
+  VXRMACHINE_BOOT_FIELD_SET = 37, /* type: the field of the boot sector that did not agree and is set anew */
+  VXRMACHINE_BOOT_REFUSED = 38,   /* type: VXRMACHINE_BOOT_BYTES for a disk whose sectors cannot have that many,
+                                     VXRMACHINE_BOOT_FIRST for a partition that begins at the master boot record */
+
+  /* Recording a machine. */
+  VXRMACHINE_VOLUME_CHECKED = 39,       /* subject: root of a fixed drive; what follows is about it */
+  VXRMACHINE_VOLUME_LEFT_OUT = 40,      /* subject: the same of a drive that could not be recorded */
+  VXRMACHINE_VOLUMES_FULL = 41,         /* no more volumes fit: later drives are not looked at */
+  VXRMACHINE_DISK_NOT_PRESENT = 42,     /* a disk of the drive is not among the present devices; type: its number */
+  VXRMACHINE_DEVICE_WITHOUT_DRIVER = 43 /* subject: instance id of a device of the drive's disk that is not there, or
+                                           has no driver, service entry or parent */
 };
 
 /* Why an INF file was refused, in the order in which a file gets that far. Of several reasons for one attempt the last
@@ -59,6 +93,25 @@ enum {
   VXRMACHINE_REFUSED_SERVICE_VALUE = 15,   /* detail: what of a service's section could not be read or written; null:
                                               its last line is none */
   VXRMACHINE_REFUSED_NOT_REGISTERED = 16   /* the driver could not be named for the device; detail: its directory */
+};
+
+/* What a boot-sector repair finds. */
+enum {
+  /* The disk's geometry. */
+  VXRMACHINE_BOOT_CYLINDERS = 1,
+  VXRMACHINE_BOOT_HEADS = 2,
+  VXRMACHINE_BOOT_SECTORS = 3, /* a track */
+  VXRMACHINE_BOOT_BYTES = 4,   /* a sector */
+  /* The active partition. */
+  VXRMACHINE_BOOT_ENTRY = 5, /* from 0 */
+  VXRMACHINE_BOOT_TYPE = 6,
+  VXRMACHINE_BOOT_LENGTH = 7, /* sectors */
+  VXRMACHINE_BOOT_FIRST = 8,  /* sector */
+  /* The fields of its boot sector, as they were. */
+  VXRMACHINE_BOOT_FIELD_SECTORS = 9,
+  VXRMACHINE_BOOT_FIELD_HEADS = 10,
+  VXRMACHINE_BOOT_FIELD_HIDDEN = 11,
+  VXRMACHINE_BOOT_FIELD_TOTAL = 12
 };
 
 typedef struct VXRMachine_Event {

@@ -73,6 +73,7 @@ BOOL UseInfFile(const char *path, int32_t number, const char *directory, const c
   trace.Check("VXRDev_InitDriverInf() successful for [%02d]:%s!\n", number, path);
   if (VXRDev_LocateDriverInfs(directory, files, driver, device)) {
     VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successfully processed %s for %s...\n", path, device->szInstanceID);
+    platform::ReportDecision(VXRMACHINE_INF_PROCESSED, path, device->szInstanceID);
     return TRUE;
   }
   trace.Error("VXRDev_LocateDriverInfs():failed for [%02d]:%s!\n", number, path);
@@ -109,6 +110,7 @@ BOOL VXRDev_GetDriverInfDirs(const char *szInfDirs, VXR_DEVICE *pVXRDevice) {
     found = UseDirectory(directory.get(), pVXRDevice, trace);
   }
   if (found) {
+    platform::ReportDecision(VXRMACHINE_DEVICE_SET_UP, pVXRDevice->szInstanceID);
     VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successful in %s for %s...\n",
                      pVXRDevice->bInject ? "driver files injection" : "driver files verification",
                      pVXRDevice->szInstanceID);

@@ -20,12 +20,23 @@ void Report(const VXRMachine_Event &event) {
 
 }  // namespace machine
 
-void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type) {
+void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type, DWORD64 size) {
   VXRMachine_Event event = {};
   event.kind = kind;
   event.type = type;
+  event.size = size;
   event.subject = subject;
   event.detail = detail;
+  machine::Report(event);
+}
+
+void platform::ReportError(const char *function, const char *line, const char *call, DWORD code) {
+  VXRMachine_Event event = {};
+  event.kind = VXRMACHINE_ERROR_LOGGED;
+  event.type = code;
+  event.subject = function;
+  event.detail = line;
+  event.text = call;
   machine::Report(event);
 }
 

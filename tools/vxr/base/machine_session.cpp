@@ -38,10 +38,20 @@ bool CloseMachine() {
   return saved;
 }
 
+void *OpenStatusWindow() {
+  return VXRMachine_CreateWindow([](void *, const char *) {}, nullptr);
+}
+
 std::string MachineText(const char *text) {
   if (text == nullptr) return "";
   const std::uint32_t codePage = VXRMachine_CodePage();
   return machine::AnsiToUtf8(text, codePage == 0 ? kUsualCodePage : codePage);
+}
+
+LoggedError ReadError(const VXRMachine_Event &event) {
+  LoggedError error = {MachineText(event.subject), MachineText(event.text), event.type, MachineText(event.detail)};
+  while (!error.line.empty() && (error.line.back() == '\n' || error.line.back() == '\r')) error.line.pop_back();
+  return error;
 }
 
 bool IsMachinePath(const std::string &argument) {

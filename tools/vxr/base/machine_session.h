@@ -1,6 +1,7 @@
 // A described machine, open while a command runs on it.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -12,8 +13,21 @@ bool OpenMachine(const std::string &file, VXRMachine_Observer observer, void *co
 // Ends the log and closes the machine, which may report still more. False when a registry hive could not be saved.
 bool CloseMachine();
 
+// A window for a run's status lines, without which it tells none; they come to the observer.
+void *OpenStatusWindow();
+
 // Text of the open machine, given in its code page, as UTF-8. Null becomes empty.
 std::string MachineText(const char *text);
+
+// An error that the log tells, as VXRMACHINE_ERROR_LOGGED reports it.
+struct LoggedError {
+  std::string function, call;  // `call`: the one that failed; empty for another error
+  std::uint32_t code = 0;      // the system's, of the call
+  std::string line;            // behind the function's name, without its line end
+  bool empty() const { return function.empty(); }
+  std::string ForPeople() const { return empty() ? "" : "ERROR:" + function + ":" + line; }  // as they find it there
+};
+LoggedError ReadError(const VXRMachine_Event &event);
 
 // A file argument as the library takes it: a path of the machine, in its code page, when it begins with a drive letter,
 // else the host's, made absolute; on Windows, where they are the same, absolute and in the system's code page. Empty

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,16 +96,6 @@ std::string ValueTypeName(std::uint32_t type) {
 std::string Padded(std::string text, std::size_t width) {
   text.resize(std::max(text.size(), width), ' ');
   return text;
-}
-
-FailedCall ReadFailedCall(std::string_view line) {
-  constexpr std::string_view kMark = "():failed!ec=";
-  const std::size_t at = line.find(kMark);
-  if (at == std::string_view::npos) return {};
-  FailedCall failed = {std::string(line.substr(0, at)), 0};
-  const std::string_view number = line.substr(at + kMark.size());
-  std::from_chars(number.data(), number.data() + number.size(), failed.code);
-  return failed;
 }
 
 bool FinishOutput() {

@@ -27,12 +27,5 @@ std::string Padded(std::string text, std::size_t width);
 // The name of a registry value type, such as REG_DWORD; its number when it has none.
 std::string ValueTypeName(std::uint32_t type);
 
-// What a log line says of a call that failed: "CALL():failed!ec=CODE:...".
-struct FailedCall {
-  std::string call;        // what stands before it; empty when the line says nothing of the kind
-  std::uint32_t code = 0;  // the system's error
-};
-FailedCall ReadFailedCall(std::string_view line);
-
 // Flushes standard output. False, with a message, when what was printed did not reach its place (a full disk).
 bool FinishOutput();

@@ -1,16 +1,16 @@
 // On Windows the commands work on the machine that they run on. What they ask of a described machine is answered here:
-// the log's lines reach the observer through a window of the log, status lines through windows that are never shown.
+// the log's lines reach the observer through a window of the log, status lines through windows that are never shown,
+// both as the events that they tell.
 #include "tools/vxr/base/running_machine.h"
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/text/code_page.h"
+#include "tools/vxr/base/log_events.h"
 #include "vxrcore/machine.h"
 
 // clang-format off
@@ -35,54 +35,14 @@ void Report(const VXRMachine_Event &event) {
   if (observer != nullptr) observer(observerContext, &event);
 }
 
-// --- What the texts of windows tell ---------------------------------------------------------------------------------
-
-// "Successfully copied SOURCE -> TARGET...".
-void ReportCopy(std::string_view line) {
-  constexpr std::string_view kCopied = "Successfully copied ", kArrow = " -> ";
-  const std::size_t arrow = line.find(kArrow), end = line.rfind("...");
-  if (line.substr(0, kCopied.size()) != kCopied || arrow == line.npos || end == line.npos || end < arrow) return;
-  const std::string source(line.substr(kCopied.size(), arrow - kCopied.size()));
-  const std::string target(line.substr(arrow + kArrow.size(), end - arrow - kArrow.size()));
-  WIN32_FILE_ATTRIBUTE_DATA file = {};
-  GetFileAttributesExA(target.c_str(), GetFileExInfoStandard, &file);
-  VXRMachine_Event event = {};
-  event.kind = VXRMACHINE_FILE_COPIED;
-  event.subject = target.c_str();
-  event.detail = source.c_str();
-  event.size = static_cast<uint64_t>(file.nFileSizeHigh) << 32 | file.nFileSizeLow;
-  Report(event);
-}
-
-void ReportDebugText(const std::string &text) {
-  VXRMachine_Event event = {};
-  event.kind = VXRMACHINE_DEBUG_TEXT;
-  event.text = text.c_str();
-  Report(event);
-}
-
-// The log names its file to the debugger and then in its first line, which is all that a window hears of it.
-void ReportLogFile(std::string_view line) {
-  constexpr std::string_view kStarts = "*** Varnelt VXRCORE LOG STARTS:", kFlags = ":F=";
-  const std::size_t flags = line.find(kFlags), end = line.rfind(']');
-  if (line.substr(0, kStarts.size()) != kStarts || flags == line.npos || end == line.npos) return;
-  const std::size_t path = line.find(':', flags + kFlags.size());
-  if (path == line.npos || path > end) return;
-  const std::string file(line.substr(path + 1, end - path - 1));
-  if (file != "N/A") ReportDebugText("vxr:VXRDbg_Initialize:start logging to :" + file + "...\n");
-}
-
-void OnLogLine(void *, const char *text) {
-  ReportLogFile(text);
-  ReportDebugText(text);
-}
+void OnLogLine(void *, const char *text) { TellLogLine(text, Report); }
 
 LRESULT CALLBACK OnMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   const auto listener = listeners.find(window);
   if (message != WM_SETTEXT || listener == listeners.end()) return DefWindowProcA(window, message, wParam, lParam);
   const Listener told = listener->second;  // a callback may destroy its window
   const char *text = reinterpret_cast<const char *>(lParam);
-  if (window != logWindow) ReportCopy(text);
+  if (window != logWindow) TellStatusLine(text, Report);
   told.callback(told.context, text);
   return TRUE;
 }

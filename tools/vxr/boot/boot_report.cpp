@@ -8,43 +8,64 @@
 
 namespace {
 
-constexpr std::string_view kErrorPrefix = "ERROR:VXREng_FixBootVolume:";
-constexpr std::string_view kCheckPrefix = "CHECK:VXREng_FixBootVolume:";
-constexpr std::string_view kWarningPrefix = "WARNG:VXREng_FixBootVolume:";
-constexpr std::string_view kSettingMark = ", setting BPB";
 constexpr unsigned kNtfs = 0x07;
 
-bool Contains(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
+// --- What the repair tells ------------------------------------------------------------------------------------------
 
-// --- Reading the log ------------------------------------------------------------------------------------------------
+template <typename T>
+T &Made(std::optional<T> *record) {
+  return *record ? **record : record->emplace();
+}
 
-void AddCheck(BootReport *report, const char *line) {
-  unsigned long long cylinders = 0;
-  BootReport::Geometry geometry;
-  if (std::sscanf(line,
-                  "IOCTL_DISK_GET_DRIVE_GEOMETRY: Cylinder =%llu (%*x) Tracks =%u (%*x) Sectors =%u (%*x) Bytes =%u",
-                  &cylinders, &geometry.heads, &geometry.sectors, &geometry.bytes) == 4) {
-    geometry.cylinders = cylinders;
-    report->geometry = geometry;
-  }
-  BootReport::Partition partition;
-  if (std::sscanf(line, "Active partitin found:Index=%d:Type=%x:SecTotal=%u:SecRelative=%u", &partition.index,
-                  &partition.type, &partition.sectors, &partition.first) == 4) {
-    report->partition = partition;
-  }
-  BootReport::BootSectorFields fields;
-  if (std::sscanf(line, "Boot Volume BPB: SectorsPerTrack =%u TracksPerCylinder=%u HiddenSectors =%u TotalSectors =%u",
-                  &fields.sectors, &fields.heads, &fields.hidden, &fields.total) == 4) {
-    report->fields = fields;
+void AddFact(BootReport *report, std::uint32_t fact, std::uint64_t value) {
+  const auto number = static_cast<std::uint32_t>(value);
+  switch (fact) {
+    case VXRMACHINE_BOOT_CYLINDERS:
+      Made(&report->geometry).cylinders = value;
+      break;
+    case VXRMACHINE_BOOT_HEADS:
+      Made(&report->geometry).heads = number;
+      break;
+    case VXRMACHINE_BOOT_SECTORS:
+      Made(&report->geometry).sectors = number;
+      break;
+    case VXRMACHINE_BOOT_BYTES:
+      Made(&report->geometry).bytes = number;
+      break;
+    case VXRMACHINE_BOOT_ENTRY:
+      Made(&report->partition).index = static_cast<int>(number);
+      break;
+    case VXRMACHINE_BOOT_TYPE:
+      Made(&report->partition).type = number;
+      break;
+    case VXRMACHINE_BOOT_LENGTH:
+      Made(&report->partition).sectors = number;
+      break;
+    case VXRMACHINE_BOOT_FIRST:
+      Made(&report->partition).first = number;
+      break;
+    case VXRMACHINE_BOOT_FIELD_SECTORS:
+      Made(&report->fields).sectors = number;
+      break;
+    case VXRMACHINE_BOOT_FIELD_HEADS:
+      Made(&report->fields).heads = number;
+      break;
+    case VXRMACHINE_BOOT_FIELD_HIDDEN:
+      Made(&report->fields).hidden = number;
+      break;
+    case VXRMACHINE_BOOT_FIELD_TOTAL:
+      Made(&report->fields).total = number;
+      break;
+    default:
+      break;
   }
 }
 
-void AddWarning(BootReport *report, std::string_view line) {
-  if (!Contains(line, kSettingMark)) return;
-  if (Contains(line, "BPB.SecsPerTrack=")) report->sectorsSet = true;
-  if (Contains(line, "BPB.TracksPerCyl=")) report->headsSet = true;
-  if (Contains(line, "BPB.HiddenSect=")) report->hiddenSet = true;
-  if (Contains(line, "BPB.TotalSect=")) report->totalSet = true;
+void AddSetField(BootReport *report, std::uint32_t field) {
+  if (field == VXRMACHINE_BOOT_FIELD_SECTORS) report->sectorsSet = true;
+  if (field == VXRMACHINE_BOOT_FIELD_HEADS) report->headsSet = true;
+  if (field == VXRMACHINE_BOOT_FIELD_HIDDEN) report->hiddenSet = true;
+  if (field == VXRMACHINE_BOOT_FIELD_TOTAL) report->totalSet = true;
 }
 
 // --- What succeeded -------------------------------------------------------------------------------------------------
@@ -128,7 +149,7 @@ std::string ExplainOpenFailure(DWORD code) {
 }
 
 // What went wrong before the active partition was known.
-std::string ExplainDiskFailure(const FailedCall &failure) {
+std::string ExplainDiskFailure(const LoggedError &failure) {
   if (failure.call == "CreateFile") return ExplainOpenFailure(failure.code);
   if (failure.call == "DeviceIoControl" && failure.code == ERROR_INVALID_FUNCTION) {
     return "it is no disk, or one without a geometry; give the device name of a disk of the machine, and add "
@@ -149,7 +170,7 @@ std::string ExplainDiskFailure(const FailedCall &failure) {
   return "";
 }
 
-std::string ExplainPartitionFailure(const BootReport &report, const FailedCall &failure) {
+std::string ExplainPartitionFailure(const BootReport &report, const LoggedError &failure) {
   const std::string active = "the active partition (entry " + std::to_string(report.partition->index + 1) + ")";
   const std::string place = BootSectorPlace(report);
   if (failure.call == "IS_WINPART") {
@@ -168,7 +189,7 @@ std::string ExplainPartitionFailure(const BootReport &report, const FailedCall &
     return "the " + place + " could not be written" + Reason(failure.code) +
            "; it is as the disk left it, old or new: run again once the disk can be written";
   }
-  if (Contains(report.error, "rel_sect =0")) {
+  if (report.refused == VXRMACHINE_BOOT_FIRST) {
     return active + " begins at the master boot record, which is never changed; correct the partition table";
   }
   return "";
@@ -176,12 +197,23 @@ std::string ExplainPartitionFailure(const BootReport &report, const FailedCall &
 
 }  // namespace
 
-void AddLogLine(BootReport *report, std::string_view line) {
-  const std::size_t length = kCheckPrefix.size();  // all three are of one length
-  const std::string text(line.substr(std::min(length, line.size())));
-  if (line.starts_with(kCheckPrefix)) AddCheck(report, text.c_str());
-  if (line.starts_with(kWarningPrefix)) AddWarning(report, text);
-  if (line.starts_with(kErrorPrefix) && report->error.empty()) report->error = text;
+void AddEvent(BootReport *report, const VXRMachine_Event &event) {
+  switch (event.kind) {
+    case VXRMACHINE_BOOT_FACT:
+      AddFact(report, event.type, event.size);
+      break;
+    case VXRMACHINE_BOOT_FIELD_SET:
+      AddSetField(report, event.type);
+      break;
+    case VXRMACHINE_BOOT_REFUSED:
+      report->refused = event.type;
+      break;
+    case VXRMACHINE_ERROR_LOGGED:
+      if (report->error.empty()) report->error = ReadError(event);
+      break;
+    default:
+      break;
+  }
 }
 
 std::vector<std::string> DescribeRepair(const BootReport &report, const std::string &disk) {
@@ -203,12 +235,12 @@ std::vector<std::string> DescribeRepair(const BootReport &report, const std::str
 }
 
 std::string ExplainFailure(const BootReport &report, const std::string &disk) {
-  const FailedCall failure = ReadFailedCall(report.error);
+  const LoggedError &failure = report.error;
   std::string text = report.partition ? ExplainPartitionFailure(report, failure) : ExplainDiskFailure(failure);
-  if (Contains(report.error, "DiskGeo.BytesPerSector")) {
+  if (report.refused == VXRMACHINE_BOOT_BYTES) {
     text = "its sectors cannot have " + std::to_string(report.geometry ? report.geometry->bytes : 0) +
            " bytes; correct its description";
   }
-  if (text.empty()) text = "the boot sector was not repaired: " + report.error;
+  if (text.empty()) text = "the boot sector was not repaired: " + report.error.line;
   return disk + ": " + text;
 }

@@ -1,12 +1,12 @@
-// What a boot-sector repair found and did. The library's export answers with yes or no; the rest is in its log, whose
-// lines have fixed texts.
+// What a boot-sector repair found and did. The library's export answers with yes or no; it reports the rest.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "tools/vxr/base/machine_session.h"
 
 struct BootReport {
   struct Geometry {
@@ -27,11 +27,12 @@ struct BootReport {
   std::optional<BootSectorFields> fields;
 
   bool sectorsSet = false, headsSet = false, hiddenSet = false, totalSet = false;
-  std::string error;  // the first error line; empty: none
+  std::uint32_t refused = 0;  // as VXRMACHINE_BOOT_REFUSED tells
+  LoggedError error;          // the first
 };
 
-// Takes a line of the log; those of other functions, and those that tell nothing of the above, change nothing.
-void AddLogLine(BootReport *report, std::string_view line);
+// Events that tell nothing of the above change nothing.
+void AddEvent(BootReport *report, const VXRMachine_Event &event);
 
 // For people, of a repair that succeeded: the disk, the partition, each field with what became of it, the outcome.
 std::vector<std::string> DescribeRepair(const BootReport &report, const std::string &disk);

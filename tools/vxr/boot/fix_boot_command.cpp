@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 constexpr char kHelp[] = "; see vxr fix-boot --help";
 constexpr char kImageDisk[] = R"(\\.\PhysicalDrive0)";
-constexpr std::uint32_t kCheckLevel = 3;  // the log's lines that a report is made of
+constexpr std::uint32_t kCheckLevel = 3;  // of the log's lines that say what was found
 
 // A disk alone, in a machine of which nothing else is used: its drive is there for the system directory.
 constexpr char kImageMachine[] = R"([system]
@@ -125,13 +125,13 @@ bool IsImage(const std::string &path) {
 
 // --- The repair -----------------------------------------------------------------------------------------------------
 
+void OnEvent(void *report, const VXRMachine_Event *event) { AddEvent(static_cast<BootReport *>(report), *event); }
+
 // Repairs the disk of the open machine that has this device name, then closes the machine. `shown`: its name for
-// people.
-int Repair(const std::string &device, const std::string &shown) {
-  BootReport report;
-  const auto read = [](void *context, const char *text) { AddLogLine(static_cast<BootReport *>(context), text); };
-  // The log may have been set to write less than the report needs.
-  VXRDbg_Initialize(kCheckLevel, 0, VXRMachine_CreateWindow(read, &report));
+// people; the machine's observer fills the report.
+int Repair(const std::string &device, const std::string &shown, const BootReport &report) {
+  // Whatever the log was set to, it tells of a change to a disk all that was found.
+  VXRDbg_Initialize(kCheckLevel, 0, nullptr);
   VXRDbg_SetLevel(kCheckLevel);
   const bool repaired = VXREng_FixBootVolume(device.c_str()) != 0;
   CloseMachine();
@@ -150,20 +150,24 @@ int RepairImage(const FixBootOptions &options) {
   if (!IsImage(options.disk)) return 1;
   const std::string text = kImageMachine + ("image = " + TomlString(options.disk)) + "\ngeometry = " + *geometry + "\n";
   std::array<char, 2048> message{};
+  BootReport report;
+  VXRMachine_SetObserver(OnEvent, &report);
   if (!VXRMachine_OpenText(text.c_str(), nullptr, message.data(), message.size())) {
+    VXRMachine_SetObserver(nullptr, nullptr);
     PrintError(options.disk + ": " + message.data());
     return kExitUsage;
   }
-  return Repair(kImageDisk, options.disk);
+  return Repair(kImageDisk, options.disk, report);
 }
 
 int RepairDisk(const FixBootOptions &options) {
-  if (!OpenMachine(options.machine, nullptr, nullptr)) return kExitUsage;
+  BootReport report;
+  if (!OpenMachine(options.machine, OnEvent, &report)) return kExitUsage;
   if (!InCodePage(options.disk)) {
     CloseMachine();
     return kExitUsage;
   }
-  return Repair(machine::Utf8ToAnsi(options.disk, VXRMachine_CodePage()), options.disk);
+  return Repair(machine::Utf8ToAnsi(options.disk, VXRMachine_CodePage()), options.disk, report);
 }
 
 }  // namespace

@@ -23,8 +23,7 @@ struct Outcome {
 };
 
 void OnEvent(void *context, const VXRMachine_Event *event) {
-  if (event->kind != VXRMACHINE_DEBUG_TEXT) return;
-  AddLogLine(&static_cast<Outcome *>(context)->record, MachineText(event->text));
+  AddEvent(&static_cast<Outcome *>(context)->record, *event);
 }
 
 const char *OrNull(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }

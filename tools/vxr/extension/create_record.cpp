@@ -8,32 +8,36 @@
 
 namespace {
 
-// What a failing step means, by the text that its line holds.
+// What a failing step means, by the call that failed in it.
 struct Meaning {
-  std::string_view mark;
+  std::string_view call;
   const char *text;
+  std::uint32_t code = 0;  // with this error alone; 0: with any
 };
 
+constexpr std::string_view kAllocation = "AllocHeap";
+constexpr std::string_view kCollecting = "VXRExt_CreateBMExtension";
+
 constexpr Meaning kVolumeErrors[] = {
-    {":GetVolumeInformation()", "its label and file system cannot be read, or have more than 15 characters"},
-    {":GetVolumeNameForVolumeMountPoint()", "it has no GUID path"},
-    {":CreateFile()", "it cannot be opened by its GUID path"},
-    {":IOCTL_MOUNTDEV_QUERY_UNIQUE_ID()", "it has no unique id, or one of more than 258 bytes"},
-    {":IOCTL_MOUNTDEV_QUERY_DEVICE_NAME()", "it has no device name, or one of more than 129 characters"},
-    {":IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS():failed!ec=234:",
-     "it has more than the two disk extents that fit the file"},
-    {":IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS():failed!ec=122:",
-     "it has more than the two disk extents that fit the file"},
-    {":IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS()", "its disk extents are not known"},
-    {":AllocHeap(", "memory ran out; close other programs and record the machine again"},
+    {"GetVolumeInformation", "its label and file system cannot be read, or have more than 15 characters"},
+    {"GetVolumeNameForVolumeMountPoint", "it has no GUID path"},
+    {"CreateFile", "it cannot be opened by its GUID path"},
+    {"IOCTL_MOUNTDEV_QUERY_UNIQUE_ID", "it has no unique id, or one of more than 258 bytes"},
+    {"IOCTL_MOUNTDEV_QUERY_DEVICE_NAME", "it has no device name, or one of more than 129 characters"},
+    {"IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS", "it has more than the two disk extents that fit the file",
+     ERROR_MORE_DATA},
+    {"IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS", "it has more than the two disk extents that fit the file",
+     ERROR_INSUFFICIENT_BUFFER},
+    {"IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS", "its disk extents are not known"},
+    {kAllocation, "memory ran out; close other programs and record the machine again"},
 };
 
 constexpr Meaning kMachineErrors[] = {
-    {":VXRExt_BuildVXRSysInfo()",
+    {"VXRExt_BuildVXRSysInfo",
      "the system directory lies on no fixed disk, CD-ROM, network drive or RAM disk; check it and its drive"},
-    {":VXRDev_GetArchInfo()",
+    {"VXRDev_GetArchInfo",
      "the computer's kind is not known; it needs a device of the class Computer with hardware_ids"},
-    {":VXRExt_BuildVXRVolumes()", "its drives cannot be listed; it needs at least one"},
+    {"VXRExt_BuildVXRVolumes", "its drives cannot be listed; it needs at least one"},
 };
 
 struct ErrorMeaning {
@@ -53,32 +57,24 @@ constexpr ErrorMeaning kFileErrors[] = {
     {ERROR_FILENAME_EXCED_RANGE, "the name is too long; name another file"},
 };
 
-bool Holds(std::string_view line, std::string_view mark) { return line.find(mark) != std::string_view::npos; }
-
-std::string FileError(std::string_view line) {
-  const std::uint32_t code = ReadFailedCall(line).code;
+std::string FileError(std::uint32_t code) {
   for (const ErrorMeaning &meaning : kFileErrors) {
     if (meaning.code == code) return meaning.text;
   }
   return "the system's error is " + std::to_string(code) + "; name another file";
 }
 
+std::string InLog(const LoggedError &error) { return "the log says: " + error.ForPeople(); }
+
 template <std::size_t kCount>
-std::string Explain(const Meaning (&meanings)[kCount], std::string_view line) {
+std::string Explain(const Meaning (&meanings)[kCount], const LoggedError &error) {
   for (const Meaning &meaning : meanings) {
-    if (!Holds(line, meaning.mark)) continue;
-    const std::uint32_t code = ReadFailedCall(line).code;
-    return meaning.text + (code != 0 ? " (error " + std::to_string(code) + ")" : std::string());
+    if (meaning.call != error.call || (meaning.code != 0 && meaning.code != error.code)) continue;
+    const bool telling = error.code != 0 && meaning.call != kAllocation;
+    return meaning.text + (telling ? " (error " + std::to_string(error.code) + ")" : std::string());
   }
-  return "the log says: " + std::string(line);
+  return InLog(error);
 }
-
-std::string_view Behind(std::string_view line, std::string_view mark) {
-  const std::size_t at = line.find(mark);
-  return at == std::string_view::npos ? line : line.substr(at + mark.size());
-}
-
-bool Begins(std::string_view line, std::string_view prefix) { return line.substr(0, prefix.size()) == prefix; }
 
 // Two disks of a volume may lack the same controller's driver.
 void AddIncomplete(CreateRecord *record, const std::string &reason) {
@@ -87,52 +83,57 @@ void AddIncomplete(CreateRecord *record, const std::string &reason) {
   record->incomplete.push_back({record->root, reason});
 }
 
-// The log's file, from the line that says where it goes; the address of its stream stands before the path.
-std::string LogFile(std::string_view line, std::string_view mark) {
-  const std::string_view path = Behind(Behind(line, mark), ":");
-  return std::string(path.substr(0, path.rfind("...")));
+// Of the errors of a volume, and of those that end the recording, the first tells why.
+void AddError(CreateRecord *record, const LoggedError &error) {
+  const bool volume = error.function == "VXRExt_BuildVXRVolumeHBM" || error.function == "VXRExt_BuildVXRVolDisksHBM";
+  if (volume && record->error.empty()) record->error = error;
+  const bool whole = error.function == kCollecting || error.function == "VXRExt_CreateBMExtFile";
+  if (whole && record->failure.empty()) record->failure = error;
 }
 
 }  // namespace
 
-void AddLogLine(CreateRecord *record, std::string_view line) {
-  constexpr std::string_view kChecking = "CHECK:VXRExt_BuildVXRVolumesHBM:checking mnpnt = ";
-  constexpr std::string_view kLogging = ":VXRDbg_Initialize:start logging to ";
-  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
-  if (Begins(line, kChecking)) {
-    record->root = line.substr(kChecking.size(), line.size() - kChecking.size() - std::string_view("...").size());
-    record->error.clear();
-  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolumesHBM:VXRExt_BuildVXRVolumeHBM()")) {
-    record->leftOut.push_back({record->root, Explain(kVolumeErrors, record->error)});
-    record->error.clear();
-  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolumesHBM:max ")) {
-    record->full = true;
-  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolumeHBM:") || Begins(line, "ERROR:VXRExt_BuildVXRVolDisksHBM:")) {
-    if (record->error.empty()) record->error = line;
-  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolDisk:VXRDev_GetVXRDevDriver()")) {
-    const std::string device(Behind(line, ":msg="));
-    AddIncomplete(record,
-                  device + ": no such device, or it has no driver, service entry or parent; the log tells which");
-  } else if (Begins(line, "ERROR:VXRExt_BuildVXRVolDisk:")) {
-    AddIncomplete(record, "one of its disks is not among the present devices");
-  } else if (Begins(line, "ERROR:VXRExt_CreateBMExtension:") || Begins(line, "ERROR:VXRExt_CreateBMExtFile:")) {
-    if (record->failure.empty()) record->failure = line;
-  } else if (Holds(line, kLogging)) {
-    record->logFile = LogFile(line, kLogging);
+void AddEvent(CreateRecord *record, const VXRMachine_Event &event) {
+  switch (event.kind) {
+    case VXRMACHINE_VOLUME_CHECKED:
+      record->root = MachineText(event.subject);
+      record->error = {};
+      break;
+    case VXRMACHINE_VOLUME_LEFT_OUT:
+      record->leftOut.push_back({record->root, Explain(kVolumeErrors, record->error)});
+      record->error = {};
+      break;
+    case VXRMACHINE_VOLUMES_FULL:
+      record->full = true;
+      break;
+    case VXRMACHINE_DEVICE_WITHOUT_DRIVER:
+      AddIncomplete(record, MachineText(event.subject) +
+                                ": no such device, or it has no driver, service entry or parent; the log tells which");
+      break;
+    case VXRMACHINE_DISK_NOT_PRESENT:
+      AddIncomplete(record, "one of its disks is not among the present devices");
+      break;
+    case VXRMACHINE_LOG_OPENED:
+      record->logFile = MachineText(event.subject);
+      break;
+    case VXRMACHINE_ERROR_LOGGED:
+      AddError(record, ReadError(event));
+      break;
+    default:
+      break;
   }
 }
 
 std::string ExplainFailure(const CreateRecord &record, const std::string &file, const std::string &includes) {
-  const std::string &line = record.failure;
-  if (Begins(line, "ERROR:VXRExt_CreateBMExtension:")) {
-    return "the machine cannot be recorded: " + Explain(kMachineErrors, line);
+  const LoggedError &failure = record.failure;
+  const std::string &call = failure.call;
+  if (failure.function == kCollecting) return "the machine cannot be recorded: " + Explain(kMachineErrors, failure);
+  if (call == "VXRExt_UpdateBMIncludesFile") {
+    return includes + ": not updated: " + FileError(failure.code) + "; " + file + " itself is complete";
   }
-  if (Holds(line, ":VXRExt_UpdateBMIncludesFile()")) {
-    return includes + ": not updated: " + FileError(line) + "; " + file + " itself is complete";
+  if (call == "CreateFile") return file + ": not written: " + FileError(failure.code);
+  if (call == "WriteFile" || call == "FlushFileBuffers") {
+    return file + ": only a part is written and not to be used: " + FileError(failure.code);
   }
-  if (Holds(line, ":CreateFile()")) return file + ": not written: " + FileError(line);
-  if (Holds(line, ":WriteFile()") || Holds(line, ":FlushFileBuffers()")) {
-    return file + ": only a part is written and not to be used: " + FileError(line);
-  }
-  return file + ": not written: " + (line.empty() ? "the log does not say why" : "the log says: " + line);
+  return file + ": not written: " + (failure.empty() ? "the log does not say why" : InLog(failure));
 }

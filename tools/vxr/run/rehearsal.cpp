@@ -16,13 +16,12 @@ constexpr char kCheckRootPath[] =
     "restored Windows directory.";
 
 // A rehearsal has no log file to look into: each failure brings the log's first error line.
-void OnStatusLine(void *context, const char *text) {
+void OnEvent(void *context, const VXRMachine_Event *event) {
   RunRecord *record = static_cast<RunRecord *>(context);
   const std::string error = record->firstError;
-  AddStatusLine(record, text);
-  if (record->lines.back().cause.empty()) record->lines.back().cause = error;
+  AddEvent(record, *event);
+  if (event->kind == VXRMACHINE_STATUS_LINE && record->lines.back().cause.empty()) record->lines.back().cause = error;
 }
-void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(static_cast<RunRecord *>(context), *event); }
 
 // What is wrong with the first part of a path that is not there; empty when all of it is.
 std::string MissingPart(const std::string &path) {
@@ -165,7 +164,7 @@ Rehearsal RehearseInjection(std::uint32_t job, RunRecord *verified) {
   VXRDbg_Cleanup();
   if (!VXRMachine_Rehearse(1)) return rehearsal;
   VXRMachine_SetObserver(OnEvent, &rehearsal.record);
-  void *window = VXRMachine_CreateWindow(OnStatusLine, &rehearsal.record);
+  void *window = OpenStatusWindow();
   rehearsal.code = VXREng_RunVXR(job, 1, nullptr, window);
   VXREng_SetStatusWnd(nullptr, 0);
   VXRMachine_DestroyWindow(window);

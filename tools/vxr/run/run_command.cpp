@@ -20,13 +20,11 @@ struct Host {
   bool showLines = true;
 };
 
-void OnStatusLine(void *context, const char *text) {
+void OnEvent(void *context, const VXRMachine_Event *event) {
   Host *host = static_cast<Host *>(context);
-  const StatusLine &line = AddStatusLine(&host->record, text);
-  if (host->showLines) PrintStatusLine(line);
+  AddEvent(&host->record, *event);
+  if (event->kind == VXRMACHINE_STATUS_LINE && host->showLines) PrintStatusLine(host->record.lines.back());
 }
-
-void OnEvent(void *context, const VXRMachine_Event *event) { AddEvent(&static_cast<Host *>(context)->record, *event); }
 
 #ifndef _WIN32
 bool LacksDriver(std::uint32_t code, const RunRecord &record) {
@@ -44,7 +42,7 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   host->record.contradictions = FindContradictions(facts);
   VXRMachine_SetObserver(OnEvent, host);
 #endif
-  void *window = VXRMachine_CreateWindow(OnStatusLine, host);
+  void *window = OpenStatusWindow();
   outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
 #ifndef _WIN32
   if (std::string line = ProcessorContradiction(facts); !line.empty() && LacksDriver(outcome->code, host->record)) {

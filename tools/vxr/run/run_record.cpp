@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <optional>
 
 #include "platform/text/ansi_case.h"
 #include "tools/vxr/base/machine_session.h"
@@ -11,28 +10,10 @@
 namespace {
 
 constexpr std::string_view kRestoredMount = "SYSTEM_ORG";
-constexpr std::string_view kDriverSetUp = "Successful in driver files ";
-constexpr std::string_view kUnloadError = "ERROR:VXREng_RunVXR:VXRReg_UnloadHive():failed";
-constexpr std::string_view kScanError = "ERROR:VXRDev_ScanDiskDevices:";
-// A model line that matched was given up, and with it what its install section had copied; or a directory was whose
-// driver could not be registered.
-constexpr std::string_view kRefusals[] = {"ERROR:VXRDev_ProcessModSect:",
-                                          "ERROR:VXRDev_GetDriverInfDirs:VXRDev_PostGetDriver()"};
+constexpr std::string_view kNamedId = "HardwareID";  // a job without it is the usual one
 
-// What stands between a fixed beginning and a fixed end; nothing when the line has another form.
-std::optional<std::string> Between(std::string_view line, std::string_view begin, std::string_view end) {
-  if (line.size() < begin.size() + end.size()) return std::nullopt;
-  if (line.substr(0, begin.size()) != begin || line.substr(line.size() - end.size()) != end) return std::nullopt;
-  return std::string(line.substr(begin.size(), line.size() - begin.size() - end.size()));
-}
-
-// What follows `mark` in a line of the log, up to `end`.
-std::optional<std::string> After(std::string_view line, std::string_view mark, std::string_view end) {
-  const std::size_t at = line.find(mark);
-  if (at == std::string_view::npos) return std::nullopt;
-  line.remove_prefix(at + mark.size());
-  const std::size_t stop = line.rfind(end);
-  return std::string(line.substr(0, stop));
+void CutLineEnd(std::string *text) {
+  while (!text->empty() && (text->back() == '\n' || text->back() == '\r')) text->pop_back();
 }
 
 DeviceRecord *FindDevice(RunRecord *record, std::string_view instance) {
@@ -42,19 +23,13 @@ DeviceRecord *FindDevice(RunRecord *record, std::string_view instance) {
   return nullptr;
 }
 
-// "Successfully processed INF for INSTANCE...": the device takes the driver that the machine chose last, unless it was
-// told which file it came from.
-void TakeDriver(RunRecord *record, std::string_view line) {
-  const std::optional<std::string> taken = Between(line, "Successfully processed ", "...");
-  if (!taken) return;
-  for (DeviceRecord &device : record->devices) {
-    if (!device.infFile.empty()) continue;
-    const std::string tail = " for " + device.instance;
-    if (taken->size() <= tail.size() || taken->compare(taken->size() - tail.size(), tail.size(), tail) != 0) continue;
-    device.infFile = taken->substr(0, taken->size() - tail.size());
-    device.driver = record->candidate.driver;
-    device.hardwareId = record->candidate.hardwareId;
-  }
+// The device takes the driver that the machine chose last, unless it was told which file it came from.
+void TakeDriver(RunRecord *record, const VXRMachine_Event &event) {
+  DeviceRecord *device = FindDevice(record, MachineText(event.detail));
+  if (device == nullptr || !device->infFile.empty()) return;
+  device->infFile = MachineText(event.subject);
+  device->driver = record->candidate.driver;
+  device->hardwareId = record->candidate.hardwareId;
 }
 
 bool SamePath(std::string_view a, std::string_view b) {
@@ -81,16 +56,6 @@ void SettleCopies(RunRecord *record, CopyUse use) {
   for (CopyRecord &copy : record->copies) {
     if (copy.use == CopyUse::kPending) copy.use = use;
   }
-}
-
-void AddWouldCopy(RunRecord *record, std::string_view line) {
-  const std::optional<std::string> paths = Between(line, "Check only, bypassed copying ", "...");
-  const std::size_t arrow = paths ? paths->find(" -> ") : std::string::npos;
-  if (arrow == std::string::npos) return;
-  CopyRecord copy;
-  copy.source = paths->substr(0, arrow);
-  copy.target = paths->substr(arrow + 4);
-  AddCopy(record, std::move(copy));
 }
 
 bool IsValue(const FailedValue &failed, std::string_view key, std::string_view name) {
@@ -121,12 +86,6 @@ void AddFailedValue(RunRecord *record, const VXRMachine_Event &event) {
 }
 
 bool IsRestoredKey(const std::string &key) { return key.compare(0, kRestoredMount.size(), kRestoredMount) == 0; }
-
-// The job's own HardwareID, not the computer's; without one the job is the usual kind.
-bool TellsNamedIdUnread(std::string_view text) {
-  return text.find("\\Relmar\\") != std::string_view::npos && text.find("\\HardwareID) failed") != text.npos &&
-         text.find("rc=2 ") == text.npos;
-}
 
 HiveRecord *FindHive(RunRecord *record, const std::string &file) {
   const auto known = std::find_if(record->hives.begin(), record->hives.end(),
@@ -185,29 +144,68 @@ void DropMounted(RunRecord *record) {
   }
 }
 
-// The log's own lines tell where it goes and, before a failing status line, what went wrong.
-void AddDebugText(RunRecord *record, const char *raw) {
-  std::string text = MachineText(raw);
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  if (text.compare(0, 6, "ERROR:") == 0) {
-    // A job without HardwareID is the usual one, and so is a key that is made.
-    const bool usual = text.find("\\HardwareID) failed") != std::string::npos ||
-                       text.find(") failed!create it...") != std::string::npos;
-    if (record->firstError.empty() && !usual) record->firstError = text;
-    if (TellsNamedIdUnread(text)) record->namedIdProblem = text;
-    for (const std::string_view refusal : kRefusals) {
-      if (text.compare(0, refusal.size(), refusal) == 0) SettleCopies(record, CopyUse::kLeftOver);
-    }
-    if (text.compare(0, kUnloadError.size(), kUnloadError) == 0) DropMounted(record);
-    if (text.compare(0, kScanError.size(), kScanError) == 0 && record->devices.empty()) {
+// --- The log and the status lines
+// -------------------------------------------------------------------------------------
+
+void AddError(RunRecord *record, const VXRMachine_Event &event) {
+  record->lastError = ReadError(event).ForPeople();
+  record->firstIsLast = record->firstError.empty();
+  if (record->firstIsLast) record->firstError = record->lastError;
+}
+
+// The last error was none: it explains no failure.
+void ForgetLastError(RunRecord *record) {
+  if (record->firstIsLast) record->firstError.clear();
+  record->firstIsLast = false;
+}
+
+void AddStatusLine(RunRecord *record, const VXRMachine_Event &event) {
+  StatusLine line{MachineText(event.subject), event.type, ""};
+  CutLineEnd(&line.text);
+  // The machine gives a better reason for a hive.
+  const bool told = line.code == VXR_RESULT_NO_HIVE && !record->hives.empty();
+  if (line.code != VXR_STATUS_PROGRESS && FindResultCode(line.code).causeInLog && !told) {
+    line.cause = record->firstError;
+  }
+  if (line.code == VXR_RESULT_NO_DRIVER) SettleCopies(record, CopyUse::kLeftOver);
+  record->firstError.clear();
+  record->firstIsLast = false;
+  record->lines.push_back(std::move(line));
+}
+
+// False for another event.
+bool AddLogEvent(RunRecord *record, const VXRMachine_Event &event) {
+  switch (event.kind) {
+    case VXRMACHINE_LOG_OPENED:
+      record->logFile = MachineText(event.subject);
+      record->logProblem.clear();
+      return true;
+    case VXRMACHINE_LOG_NOT_OPENED:
+      record->logProblem = "CreateFile(" + MachineText(event.subject) + ") failed!ec=" + std::to_string(event.type);
+      return true;
+    case VXRMACHINE_ERROR_LOGGED:
+      AddError(record, event);
+      return true;
+    case VXRMACHINE_STATUS_LINE:
+      AddStatusLine(record, event);
+      return true;
+    case VXRMACHINE_KEY_MISSING:
+      ForgetLastError(record);
+      return true;
+    case VXRMACHINE_VALUE_NOT_READ:
+      if (MachineText(event.detail) == kNamedId) ForgetLastError(record);
+      return true;
+    case VXRMACHINE_NAMED_ID_UNREAD:
+      record->namedIdProblem = record->lastError;
+      return true;
+    case VXRMACHINE_HIVE_NOT_UNLOADED:
+      DropMounted(record);
+      return true;
+    case VXRMACHINE_BOOT_DISK_NOT_FOUND:
       record->scanProblem = record->firstError;
-    }
-  } else if (const auto file = After(text, ":VXRDbg_Initialize:start logging to ", "...")) {
-    const std::size_t colon = file->find(':');  // the stream's address stands before the path
-    record->logFile = colon == std::string::npos ? *file : file->substr(colon + 1);
-    record->logProblem.clear();
-  } else if (const auto problem = After(text, ":VXRDbg_Initialize:CreateFile(", "\n")) {
-    record->logProblem = "CreateFile(" + *problem;
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -229,7 +227,7 @@ void EndAttempt(RunRecord *record) {
 void AddDevice(RunRecord *record, const std::string &instance) {
   EndAttempt(record);
   const DeviceRecord *last = CurrentDevice(record);
-  if (last != nullptr && last->instance == instance) return;  // its status line came first
+  if (last != nullptr && last->instance == instance) return;
   record->devices.emplace_back();
   record->devices.back().instance = instance;
 }
@@ -306,6 +304,16 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
       return true;
     case VXRMACHINE_INF_REFUSED:
       AddRefusal(record, event);
+      if (event.type == VXRMACHINE_REFUSED_NOT_REGISTERED) SettleCopies(record, CopyUse::kLeftOver);
+      return true;
+    case VXRMACHINE_MODEL_GIVEN_UP:
+      SettleCopies(record, CopyUse::kLeftOver);
+      return true;
+    case VXRMACHINE_DEVICE_SET_UP:
+      SettleCopies(record, CopyUse::kNeeded);
+      return true;
+    case VXRMACHINE_INF_PROCESSED:
+      TakeDriver(record, event);
       return true;
     case VXRMACHINE_DRIVER_TAKEN:
       AddDriver(record, event);
@@ -332,32 +340,8 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
 
 }  // namespace
 
-const StatusLine &AddStatusLine(RunRecord *record, const char *text) {
-  StatusLine line{MachineText(text), VXR_STATUS_PROGRESS, ""};
-  while (!line.text.empty() && (line.text.back() == '\n' || line.text.back() == '\r')) line.text.pop_back();
-  if (const ResultCode *failure = FailureOfStatusLine(line.text)) {
-    line.code = failure->code;
-    const bool told =
-        failure->code == VXR_RESULT_NO_HIVE && !record->hives.empty();  // the machine gives a better reason
-    if (failure->causeInLog && !told) line.cause = record->firstError;
-  }
-  if (const auto checked = Between(line.text, "Checking device with id ", "...")) {
-    AddDevice(record, *checked);
-  }
-  if (const auto failed = Between(line.text, "Failed to locate driver files for device ", "")) {
-    if (DeviceRecord *device = FindDevice(record, *failed)) device->failed = true;
-    SettleCopies(record, CopyUse::kLeftOver);
-  }
-  if (line.text.compare(0, kDriverSetUp.size(), kDriverSetUp) == 0) SettleCopies(record, CopyUse::kNeeded);
-  TakeDriver(record, line.text);
-  AddWouldCopy(record, line.text);
-  record->firstError.clear();
-  record->lines.push_back(std::move(line));
-  return record->lines.back();
-}
-
 void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
-  if (AddSearchEvent(record, event)) return;
+  if (AddSearchEvent(record, event) || AddLogEvent(record, event)) return;
   switch (event.kind) {
     case VXRMACHINE_FILE_COPIED:
       AddCopy(record, {MachineText(event.detail), MachineText(event.subject), event.size, true, "", false, {}});
@@ -387,8 +371,8 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
       record->candidate.driver = MachineText(event.detail);
       record->candidate.hardwareId = MachineText(event.text);
       break;
-    case VXRMACHINE_DEBUG_TEXT:
-      AddDebugText(record, event.text);
+    case VXRMACHINE_COPY_BYPASSED:
+      AddCopy(record, {MachineText(event.detail), MachineText(event.subject), {}, false, "", false, {}});
       break;
     case VXRMACHINE_PATH_REFUSED:
       record->refusedPaths.push_back({MachineText(event.subject), MachineText(event.detail)});

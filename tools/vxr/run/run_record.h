@@ -1,4 +1,4 @@
-// What a restore run did, gathered from its status lines and from what the machine reports. All texts are UTF-8.
+// What a restore run did, gathered from what it reports. All texts are UTF-8.
 #pragma once
 
 #include <cstdint>
@@ -107,10 +107,11 @@ struct RunRecord {
   // Since the last status line, for the lines that follow.
   DeviceRecord candidate;
   std::string firstError;
+  bool firstIsLast = false;  // no other error came after it
+
+  std::string lastError;
 };
 
-// Takes a status line in the machine's code page and gives the record made of it; valid until the next.
-const StatusLine &AddStatusLine(RunRecord *record, const char *text);
 void AddEvent(RunRecord *record, const VXRMachine_Event &event);
 
 // What to do about a result code; empty: nothing.

@@ -11,48 +11,37 @@ void Event(RunRecord *record, uint32_t kind, const char *subject, const char *de
   AddEvent(record, {kind, 1, size, subject, detail, text});
 }
 
-void Debug(RunRecord *record, const char *text) { Event(record, VXRMACHINE_DEBUG_TEXT, nullptr, nullptr, text); }
+void Coded(RunRecord *record, uint32_t kind, uint32_t type, const char *subject, const char *detail = nullptr) {
+  AddEvent(record, {kind, type, 0, subject, detail, nullptr});
+}
+
+void Error(RunRecord *record, const char *function, const char *line) {
+  Coded(record, VXRMACHINE_ERROR_LOGGED, 0, function, line);
+}
+
+void Status(RunRecord *record, const char *line, uint32_t code = VXR_STATUS_PROGRESS) {
+  Coded(record, VXRMACHINE_STATUS_LINE, code, line);
+}
 
 constexpr const char *kKey = "SYSTEM_ORG\\ControlSet001\\Services\\x";
 constexpr const char *kHive = "D:\\Windows\\system32\\config\\system";
-constexpr const char *kUnloadFailed = "ERROR:VXREng_RunVXR:VXRReg_UnloadHive():failed!ec=5:0x00000005:msg=X:\\W\n";
-
-TEST(StatusLines, CodesAreRecognised) {
-  const struct {
-    const char *line;
-    uint32_t code;
-  } cases[] = {
-      {"Failed to locate driver files for device PCI\\X", 3},
-      {"Failed to load the original registry hive file failed!\n", 4},
-      {"Failed to initialize Vexmorph engine!", 7},
-      {"Failed to initialize the Bare Metal restore information!", 8},
-      {"Failed to initialize the Bare Metal extension information!", 9},
-      {"Failed to locate file X:\\a.sys!\n", 11},
-      {"Failed to copy X:\\a.sys to D:\\a.sys\n", 13},
-      {"Failed to locate the restored system volume!\n", 14},
-      {"User cancelled searching for driver files.", 15},
-      {"Failed to perform Vexmorph for driver files injection!\n", VXR_STATUS_PROGRESS},
-      {"Looking for the restored system volume...\n", VXR_STATUS_PROGRESS},
-      {"", VXR_STATUS_PROGRESS},
-  };
-  for (const auto &c : cases) {
-    RunRecord record;
-    const StatusLine &line = AddStatusLine(&record, c.line);
-    EXPECT_EQ(line.code, c.code) << c.line;
-    EXPECT_EQ(line.text.find('\n'), std::string::npos);
-    EXPECT_EQ(HasProblems(record), c.code != VXR_STATUS_PROGRESS);
-  }
-}
 
 TEST(StatusLines, CauseIsTheFirstErrorSinceTheLineBefore) {
   RunRecord record;
-  Debug(&record, "ERROR:Old:of the line before\n");
-  AddStatusLine(&record, "Initializing...\n");
-  Debug(&record, "ERROR:VXRReg_GetRegistryValue:RegQueryValueEx(K\\HardwareID) failed for size !rc=2 ec=2\n");
-  Debug(&record, "ERROR:Inner:the cause\n");
-  Debug(&record, "ERROR:Outer:passed on\n");
-  EXPECT_EQ(AddStatusLine(&record, "Failed to initialize Vexmorph engine!").cause, "ERROR:Inner:the cause");
-  EXPECT_EQ(AddStatusLine(&record, "Failed to locate the restored system volume!\n").cause, "");
+  Error(&record, "Old", "of the line before\n");
+  Status(&record, "Initializing...\n");
+  EXPECT_FALSE(HasProblems(record));
+  Error(&record, "VXRReg_GetRegistryValue", "RegQueryValueEx(K\\HardwareID) failed for size !rc=2 ec=2\n");
+  Coded(&record, VXRMACHINE_VALUE_NOT_READ, 2, "K", "HardwareID");
+  Error(&record, "Inner", "the cause\n");
+  Error(&record, "Outer", "passed on\n");
+  Event(&record, VXRMACHINE_KEY_MISSING, "K");
+  Status(&record, "Failed to initialize Vexmorph engine!\n", VXR_RESULT_NO_ENGINE);
+  EXPECT_EQ(record.lines.back().cause, "ERROR:Inner:the cause");
+  EXPECT_EQ(record.lines.back().text, "Failed to initialize Vexmorph engine!");
+  Status(&record, "Failed to locate the restored system volume!\n", VXR_RESULT_NO_VOLUME);
+  EXPECT_EQ(record.lines.back().cause, "");
+  EXPECT_TRUE(HasProblems(record));
 }
 
 // Its name may be empty: a job can name an id so. One that is not known at all is something else.
@@ -71,17 +60,17 @@ TEST(Devices, KeepWhyADriverThatWasTakenCameToNothing) {
 TEST(Copies, OfARefusedInfFileAreLeftOver) {
   RunRecord record;
   const auto copy = [&](const char *target) { Event(&record, VXRMACHINE_FILE_COPIED, target, "X:\\F", nullptr, 7); };
-  const auto refuse = [&] { Debug(&record, "ERROR:VXRDev_ProcessModSect:VXRDev_ProcessInstSect() failed for ...\n"); };
-  AddStatusLine(&record, "Checking device with id PCI\\A...\n");
+  const auto refuse = [&] { Event(&record, VXRMACHINE_MODEL_GIVEN_UP, "X", "PCI\\X"); };
+  Event(&record, VXRMACHINE_DEVICE_CHECKED, "PCI\\A");
   for (const char *target : {"D:\\BAD.SYS", "D:\\BOTH.SYS"}) copy(target);
   refuse();
   for (const char *target : {"D:\\both.sys", "D:\\GOOD.SYS"}) copy(target);
-  AddStatusLine(&record, "Successful in driver files injection for PCI\\A...\n");
-  AddStatusLine(&record, "Checking device with id PCI\\B...\n");
+  Event(&record, VXRMACHINE_DEVICE_SET_UP, "PCI\\A");
+  Event(&record, VXRMACHINE_DEVICE_CHECKED, "PCI\\B");
   copy("D:\\GOOD.SYS");
   refuse();
   copy("D:\\LATE.SYS");
-  AddStatusLine(&record, "Failed to locate driver files for device PCI\\B");
+  Status(&record, "Failed to locate driver files for device PCI\\B", VXR_RESULT_NO_DRIVER);
   std::vector<std::string> left;
   for (const CopyRecord &each : record.copies) {
     if (each.use == CopyUse::kLeftOver) left.push_back(each.target);
@@ -124,13 +113,13 @@ TEST(Hives, UnsavedOnlyWhenChangesOfTheRestoredSystemAreLost) {
   EXPECT_EQ(UnsavedRestoredHive(unflushed)->outcome, HiveOutcome::kUnflushed) << "the new hive is in place";
 
   RunRecord stuck = mounted(true);
-  Debug(&stuck, kUnloadFailed);
+  Event(&stuck, VXRMACHINE_HIVE_NOT_UNLOADED, "X:\\W");
   EXPECT_NE(UnsavedRestoredHive(stuck), nullptr) << "dropped with its changes when the machine closes";
 
   EXPECT_EQ(UnsavedRestoredHive(mounted(true)), nullptr) << "unmounted, but it held those values already";
 
   RunRecord untouched = mounted(false);
-  Debug(&untouched, kUnloadFailed);
+  Event(&untouched, VXRMACHINE_HIVE_NOT_UNLOADED, "X:\\W");
   EXPECT_EQ(UnsavedRestoredHive(untouched), nullptr);
 
   RunRecord running;
@@ -138,18 +127,16 @@ TEST(Hives, UnsavedOnlyWhenChangesOfTheRestoredSystemAreLost) {
   EXPECT_EQ(UnsavedRestoredHive(running), nullptr) << "a hive of the running system";
 }
 
-TEST(DebugText, TellsTheLogFileAndALostBootDisk) {
+TEST(Events, TellTheLogFileAndALostBootDisk) {
   RunRecord record;
-  Debug(&record, "a:VXRDbg_Initialize:start logging to 00005596F89064F0:X:\\P\\logs.dir\\a-vxr-01012026.log...\n");
-  EXPECT_EQ(record.logFile, "X:\\P\\logs.dir\\a-vxr-01012026.log");
-  Debug(&record, "ERROR:VXRDev_GetStoragetDeviceNumber:CreateFile(D9) faield!ec=0x00000002\n");
-  Debug(&record, "ERROR:VXRDev_ScanDiskDevices:VXRDev_GetDiskInstanceID():failed!ec=2:0x00000002:msg=None\n");
-  EXPECT_THAT(record.scanProblem, testing::HasSubstr("CreateFile(D9)"));
-
-  RunRecord without;
-  Debug(&without, "a:VXRDbg_Initialize:CreateFile(X:\\P\\logs.dir\\a.log) failed!ec=3\n");
-  EXPECT_EQ(without.logFile, "");
-  EXPECT_EQ(without.logProblem, "CreateFile(X:\\P\\logs.dir\\a.log) failed!ec=3");
+  Coded(&record, VXRMACHINE_LOG_NOT_OPENED, 3, "X:\\a.log");
+  EXPECT_EQ(record.logProblem, "CreateFile(X:\\a.log) failed!ec=3");
+  Event(&record, VXRMACHINE_LOG_OPENED, "X:\\b.log");
+  EXPECT_EQ(record.logFile + record.logProblem, "X:\\b.log");
+  Error(&record, "VXRDev_GetStoragetDeviceNumber", "CreateFile(D9) faield!ec=0x00000002\n");
+  Error(&record, "VXRDev_ScanDiskDevices", "VXRDev_GetDiskInstanceID():failed!ec=2:0x00000002:msg=None\n");
+  Event(&record, VXRMACHINE_BOOT_DISK_NOT_FOUND, "D9");
+  EXPECT_EQ(record.scanProblem, "ERROR:VXRDev_GetStoragetDeviceNumber:CreateFile(D9) faield!ec=0x00000002");
 }
 
 }  // namespace
