@@ -116,7 +116,7 @@ enum {
 
 typedef struct VXRMachine_Event {
   uint32_t kind;
-  uint32_t type; /* registry value type */
+  uint32_t type; /* of what, the kind says: a registry value type, a reason, a code */
   uint64_t size;
   const char *subject;
   const char *detail;
