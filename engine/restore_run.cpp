@@ -79,7 +79,7 @@ BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
   const HeapText infDir = ReadNamedInfDirectory();
   trace.Check("checking HardwareID %s in %s...\n", hardwareId, infDir.get());
 
-  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId);
+  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId, nullptr, TRUE);
   platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
 
   VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", trace).release();

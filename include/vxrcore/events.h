@@ -24,7 +24,8 @@ enum {
                                         text: reason, type, size: the system's error code; of the running system too */
 
   /* The search for drivers. What follows a device is about it, what follows a tried INF file is about that. */
-  VXRMACHINE_DEVICE_CHECKED = 13,     /* subject: instance id, or the one hardware id that the job names */
+  VXRMACHINE_DEVICE_CHECKED = 13,     /* subject: instance id; type: 1 when it is no device but the one hardware id
+                                         that the job names, for which nothing is copied */
   VXRMACHINE_DEVICE_ID = 14,          /* subject: one of its hardware ids, then of its compatible ids */
   VXRMACHINE_DEVICE_TARGET = 15,      /* subject: a decoration that sections for the restored system may have */
   VXRMACHINE_DIRECTORY_SEARCHED = 16, /* subject: a directory that is looked into for INF files */

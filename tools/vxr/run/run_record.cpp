@@ -50,9 +50,9 @@ void AddCopy(RunRecord *record, CopyRecord copy) {
   copies.push_back(std::move(copy));
 }
 
-// A check of one id in one file, which looks at no device, copies nothing that could be left over.
+// A check of one id in one file copies nothing that could be left over.
 void SettleCopies(RunRecord *record, CopyUse use) {
-  if (record->devices.empty()) return;
+  if (record->devices.empty() || record->devices.back().named) return;
   for (CopyRecord &copy : record->copies) {
     if (copy.use == CopyUse::kPending) copy.use = use;
   }
@@ -224,12 +224,13 @@ void EndAttempt(RunRecord *record) {
   record->tried = {};
 }
 
-void AddDevice(RunRecord *record, const std::string &instance) {
+void AddDevice(RunRecord *record, const std::string &instance, bool named) {
   EndAttempt(record);
   const DeviceRecord *last = CurrentDevice(record);
   if (last != nullptr && last->instance == instance) return;
   record->devices.emplace_back();
   record->devices.back().instance = instance;
+  record->devices.back().named = named;
 }
 
 void AddRefusal(RunRecord *record, const VXRMachine_Event &event) {
@@ -285,7 +286,7 @@ bool AddSearchEvent(RunRecord *record, const VXRMachine_Event &event) {
   const std::string subject = MachineText(event.subject);
   switch (event.kind) {
     case VXRMACHINE_DEVICE_CHECKED:
-      AddDevice(record, subject);
+      AddDevice(record, subject, event.type != 0);
       return true;
     case VXRMACHINE_DEVICE_ID:
       if (device != nullptr) device->ids.push_back(subject);

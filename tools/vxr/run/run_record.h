@@ -35,6 +35,7 @@ struct DeviceRecord {
   std::string instance;                     // or the one hardware id that the job names
   std::string infFile, driver, hardwareId;  // of the driver that was taken; empty: none
   bool failed = false;
+  bool named = false;                       // an id that the job names, for which nothing is copied
   bool unsearched = false;                  // it failed before any INF file was looked for
   std::vector<std::string> ids;             // best first
   std::vector<std::string> targets;         // decorations that sections for the restored system may have

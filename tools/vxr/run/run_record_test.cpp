@@ -47,7 +47,7 @@ TEST(StatusLines, CauseIsTheFirstErrorSinceTheLineBefore) {
 // Its name may be empty: a job can name an id so. One that is not known at all is something else.
 TEST(Devices, KeepWhyADriverThatWasTakenCameToNothing) {
   RunRecord record;
-  Event(&record, VXRMACHINE_DEVICE_CHECKED, "");
+  Coded(&record, VXRMACHINE_DEVICE_CHECKED, 0, "");
   Event(&record, VXRMACHINE_INF_TRIED, "X:\\a.inf");
   Event(&record, VXRMACHINE_DRIVER_TAKEN, "A", "PCI\\A");
   AddEvent(&record, {VXRMACHINE_INF_REFUSED, VXRMACHINE_REFUSED_NOT_REGISTERED, 0, nullptr, "X:\\", nullptr});
@@ -61,12 +61,12 @@ TEST(Copies, OfARefusedInfFileAreLeftOver) {
   RunRecord record;
   const auto copy = [&](const char *target) { Event(&record, VXRMACHINE_FILE_COPIED, target, "X:\\F", nullptr, 7); };
   const auto refuse = [&] { Event(&record, VXRMACHINE_MODEL_GIVEN_UP, "X", "PCI\\X"); };
-  Event(&record, VXRMACHINE_DEVICE_CHECKED, "PCI\\A");
+  Coded(&record, VXRMACHINE_DEVICE_CHECKED, 0, "PCI\\A");
   for (const char *target : {"D:\\BAD.SYS", "D:\\BOTH.SYS"}) copy(target);
   refuse();
   for (const char *target : {"D:\\both.sys", "D:\\GOOD.SYS"}) copy(target);
   Event(&record, VXRMACHINE_DEVICE_SET_UP, "PCI\\A");
-  Event(&record, VXRMACHINE_DEVICE_CHECKED, "PCI\\B");
+  Coded(&record, VXRMACHINE_DEVICE_CHECKED, 0, "PCI\\B");
   copy("D:\\GOOD.SYS");
   refuse();
   copy("D:\\LATE.SYS");
@@ -76,6 +76,13 @@ TEST(Copies, OfARefusedInfFileAreLeftOver) {
     if (each.use == CopyUse::kLeftOver) left.push_back(each.target);
   }
   EXPECT_THAT(left, testing::ElementsAre("D:\\BAD.SYS", "D:\\LATE.SYS"));
+
+  RunRecord check;
+  Coded(&check, VXRMACHINE_DEVICE_CHECKED, 1, "PCI\\X");
+  Event(&check, VXRMACHINE_COPY_BYPASSED, "D:\\F.SYS", "X:\\F.SYS");
+  Event(&check, VXRMACHINE_MODEL_GIVEN_UP, "X", "PCI\\X");
+  Event(&check, VXRMACHINE_DEVICE_FAILED, "PCI\\X");
+  EXPECT_EQ(check.copies.at(0).use, CopyUse::kPending) << "a check of one id copies nothing";
 }
 
 TEST(Values, ThatWereNotWrittenAreProblemsOnce) {
