@@ -21,23 +21,11 @@ void Report(const VXRMachine_Event &event) {
 }  // namespace machine
 
 void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type, DWORD64 size) {
-  VXRMachine_Event event = {};
-  event.kind = kind;
-  event.type = type;
-  event.size = size;
-  event.subject = subject;
-  event.detail = detail;
-  machine::Report(event);
+  machine::Report({kind, type, size, subject, detail, nullptr});
 }
 
 void platform::ReportError(const char *function, const char *line, const char *call, DWORD code) {
-  VXRMachine_Event event = {};
-  event.kind = VXRMACHINE_ERROR_LOGGED;
-  event.type = code;
-  event.subject = function;
-  event.detail = line;
-  event.text = call;
-  machine::Report(event);
+  machine::Report({VXRMACHINE_ERROR_LOGGED, code, 0, function, line, call});
 }
 
 void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {

@@ -1,7 +1,6 @@
 #include "tools/vxr/run/candidates.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <optional>
 #include <string_view>
@@ -121,9 +120,8 @@ System SystemOf(std::string_view decoration) {
   system.processor = machine::ToUpper(decoration.substr(0, dot));
   if (dot == std::string_view::npos) return system;
   decoration.remove_prefix(dot + 1);
-  const std::size_t minorEnd = decoration.find(
-      '.', decoration.find('.') == std::string_view::npos ? decoration.size() : decoration.find('.') + 1);
-  system.version = decoration.substr(0, minorEnd);
+  const std::size_t minor = decoration.find('.');
+  system.version = decoration.substr(0, minor == std::string_view::npos ? minor : decoration.find('.', minor + 1));
   return system;
 }
 

@@ -23,13 +23,10 @@ DeviceRecord *FindDevice(RunRecord *record, std::string_view instance) {
   return nullptr;
 }
 
-// The device takes the driver that the machine chose last, unless it was told which file it came from.
+// Where nobody tells which file a device's driver came from, it is the one that the platform found it by.
 void TakeDriver(RunRecord *record, const VXRMachine_Event &event) {
   DeviceRecord *device = FindDevice(record, MachineText(event.detail));
-  if (device == nullptr || !device->infFile.empty()) return;
-  device->infFile = MachineText(event.subject);
-  device->driver = record->candidate.driver;
-  device->hardwareId = record->candidate.hardwareId;
+  if (device != nullptr && device->infFile.empty()) device->infFile = MachineText(event.subject);
 }
 
 bool SamePath(std::string_view a, std::string_view b) {
@@ -144,8 +141,7 @@ void DropMounted(RunRecord *record) {
   }
 }
 
-// --- The log and the status lines
-// -------------------------------------------------------------------------------------
+// --- The log and the status lines -----------------------------------------------------------------------------------
 
 void AddError(RunRecord *record, const VXRMachine_Event &event) {
   record->lastError = ReadError(event).ForPeople();
@@ -226,8 +222,6 @@ void EndAttempt(RunRecord *record) {
 
 void AddDevice(RunRecord *record, const std::string &instance, bool named) {
   EndAttempt(record);
-  const DeviceRecord *last = CurrentDevice(record);
-  if (last != nullptr && last->instance == instance) return;
   record->devices.emplace_back();
   record->devices.back().instance = instance;
   record->devices.back().named = named;
@@ -242,17 +236,13 @@ void AddRefusal(RunRecord *record, const VXRMachine_Event &event) {
 
 // The driver is that of the file that was tried last, whatever file its list of drivers was built from.
 void AddDriver(RunRecord *record, const VXRMachine_Event &event) {
-  record->candidate = {};
-  record->candidate.infFile = record->triedInf;
-  record->candidate.driver = MachineText(event.subject);
-  record->candidate.hardwareId = MachineText(event.detail);
   record->tried.reason = 0;  // the attempt goes on: the driver may yet fail to be registered
   record->tried.detail.clear();
   DeviceRecord *device = CurrentDevice(record);
   if (device == nullptr) return;
-  device->infFile = record->candidate.infFile;
-  device->driver = record->candidate.driver;
-  device->hardwareId = record->candidate.hardwareId;
+  device->infFile = record->triedInf;
+  device->driver = MachineText(event.subject);
+  device->hardwareId = MachineText(event.detail);
 }
 
 void FailDevice(RunRecord *record, const char *rawInstance) {
@@ -365,12 +355,6 @@ void AddEvent(RunRecord *record, const VXRMachine_Event &event) {
       break;
     case VXRMACHINE_HIVE_REPLAYED:
       AddReplay(record, event);
-      break;
-    case VXRMACHINE_DRIVER_CHOSEN:
-      record->candidate = {};
-      record->candidate.infFile = MachineText(event.subject);
-      record->candidate.driver = MachineText(event.detail);
-      record->candidate.hardwareId = MachineText(event.text);
       break;
     case VXRMACHINE_COPY_BYPASSED:
       AddCopy(record, {MachineText(event.detail), MachineText(event.subject), {}, false, "", false, {}});

@@ -106,7 +106,6 @@ struct RunRecord {
   Refusal tried;
 
   // Since the last status line, for the lines that follow.
-  DeviceRecord candidate;
   std::string firstError;
   bool firstIsLast = false;  // no other error came after it
 
