@@ -70,14 +70,7 @@ LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
 
 void ReportWritten(const std::string &key, const char *name, const StoredValue &value) {
   const std::string text = DataForPeople(value.type, value.bytes);
-  VXRMachine_Event event = {};
-  event.kind = VXRMACHINE_VALUE_WRITTEN;
-  event.subject = key.c_str();
-  event.detail = name;
-  event.text = text.c_str();
-  event.type = value.type;
-  event.size = value.bytes.size();
-  Report(event);
+  Report({VXRMACHINE_VALUE_WRITTEN, value.type, value.bytes.size(), key.c_str(), name, text.c_str()});
 }
 
 std::string ReasonFor(LSTATUS status) {
@@ -99,14 +92,7 @@ std::string ReasonFor(LSTATUS status) {
 // Returns `status`. `name` null: the key itself could not be created.
 LSTATUS ReportNotWritten(const std::string &key, const char *name, DWORD type, LSTATUS status) {
   const std::string reason = ReasonFor(status);
-  VXRMachine_Event event = {};
-  event.kind = VXRMACHINE_VALUE_NOT_WRITTEN;
-  event.subject = key.c_str();
-  event.detail = name;
-  event.text = reason.c_str();
-  event.type = type;
-  event.size = static_cast<DWORD>(status);
-  Report(event);
+  Report({VXRMACHINE_VALUE_NOT_WRITTEN, type, static_cast<DWORD>(status), key.c_str(), name, reason.c_str()});
   return status;
 }
 
