@@ -95,7 +95,10 @@ void TellDevices(std::string_view line, EventSink sink) {
   tell(VXRMACHINE_DIRECTORY_SEARCHED, Between(line, "Looking for driver information in ", "..."));
   tell(VXRMACHINE_DEVICE_SET_UP, Between(line, "Successful in driver files injection for ", "..."));
   tell(VXRMACHINE_DEVICE_SET_UP, Between(line, "Successful in driver files verification for ", "..."));
-  tell(VXRMACHINE_DEVICE_FAILED, Between(line, "Failed to locate driver files for device ", ""));
+  if (const auto failed = Between(line, "Failed to locate driver files for device ", "")) {
+    const std::string instance(*failed);
+    sink({VXRMACHINE_DEVICE_FAILED, 0, 0, instance == "N/A" ? nullptr : instance.c_str(), nullptr, nullptr});
+  }
   if (const auto processed = Between(line, "Successfully processed ", "...")) {
     const std::size_t end = processed->rfind(kFor);
     if (end == processed->npos) return;

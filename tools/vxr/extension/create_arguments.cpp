@@ -28,11 +28,7 @@ bool IsExtensionFile(const std::string &argument) {
 
 }  // namespace
 
-std::string HostPath(const std::string &argument) {
-  std::array<char, 4096> place{};
-  if (!argument.empty()) VXRMachine_HostPath(MachinePath(argument).c_str(), place.data(), place.size());
-  return place.data();
-}
+std::string HostPath(const std::string &argument) { return argument.empty() ? "" : HostPathOf(MachinePath(argument)); }
 
 std::string RefuseArguments(const CreateOptions &options) {
   const std::string &file = options.extension, &includes = options.includes, &map = options.map;
