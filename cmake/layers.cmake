@@ -7,7 +7,7 @@ set(VXR_FLOORS
   "tools/vxr/base/=3" "tools/vxr/run/=1" "tools/vxr/main.cpp=0" "tools/vxr/=2"
   "bmext/create/=11"
   "device/scan/=12" "volume/=12"
-  "inf/search/=13"
+  "inf/search/=13" "package/=13"
   "inf/=14" "registry/mount/=14"
   "engine/paths/=15"
   "bmext/=16" "restore/=16"
@@ -30,9 +30,10 @@ set(VXR_FLOORS
   "platform/=40"
   "include/vxrcore/=41")
 
-# What the logic sees of the platform, and what the command line, a host like any other, sees beside the public headers:
-# the readers of INF files and hives, which show files without a machine.
-set(VXR_LOGIC_SEES "^platform/[a-z_]+\\.h$")
+# What the logic sees of the platform: the seam, and the reader of INF files, which both builds have. And what the command
+# line, a host like any other, sees beside the public headers: the readers of INF files and hives, which show files
+# without a machine.
+set(VXR_LOGIC_SEES "^platform/([a-z_]+\\.h$|inf/inf_file\\.h$)")
 set(VXR_TOOLS_SEE "^platform/([a-z_]+\\.h$|inf/|text/|win32/types|machine/(hive|version|host|base|text)/)")
 # platform.h is the seam: it takes the types and the calls of the system that it is built for.
 set(VXR_SEAM "platform/platform.h")
@@ -77,7 +78,7 @@ function(vxr_check_include file target)
 endfunction()
 
 function(vxr_check_layers)
-  set(folders engine log bmext device inf registry volume restore include platform tools)
+  set(folders engine log bmext device inf package registry volume restore include platform tools)
   set(patterns)
   foreach(folder IN LISTS folders)
     list(APPEND patterns ${folder}/*.h ${folder}/*.cpp)

@@ -40,6 +40,7 @@ BOOL HeapFree(HANDLE heap, DWORD flags, void *memory);
 
 // Whether `byte` begins a two-byte character of the ANSI code page.
 BOOL IsDBCSLeadByte(BYTE byte);
+UINT GetACP();
 // Case conversion by the ANSI code page, in place; return the count of bytes processed.
 DWORD CharUpperBuffA(char *text, DWORD length);
 DWORD CharLowerBuffA(char *text, DWORD length);
@@ -59,6 +60,16 @@ LSTATUS RegCreateKeyA(HKEY root, const char *subKey, HKEY *key);
 LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *reserved, DWORD *type, BYTE *data, DWORD *size);
 LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD reserved, DWORD type, const BYTE *data, DWORD size);
 LSTATUS RegCloseKey(HKEY key);
+// The key's sub-keys and values by number from 0 on, in an order that stays while nothing changes; ERROR_NO_MORE_ITEMS
+// behind the last. `*length` is the buffer's size in bytes and gets the name's, without terminator; a name that does not
+// fit gives ERROR_MORE_DATA. `className` and `written` are always null; data is sized as by RegQueryValueExA.
+LSTATUS RegEnumKeyExA(HKEY key, DWORD index, char *name, DWORD *length, DWORD *reserved, char *className,
+                      DWORD *classLength, FILETIME *written);
+LSTATUS RegEnumValueA(HKEY key, DWORD index, char *name, DWORD *length, DWORD *reserved, DWORD *type, BYTE *data,
+                      DWORD *size);
+// A key that has sub-keys is not deleted (ERROR_ACCESS_DENIED).
+LSTATUS RegDeleteKeyA(HKEY root, const char *subKey);
+LSTATUS RegDeleteValueA(HKEY key, const char *valueName);
 
 // --- Processes ---------------------------------------------------------------------------------------------------
 
@@ -109,9 +120,17 @@ BOOL SetFileAttributesA(const char *name, DWORD attributes);
 BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data);
 // Copies contents and attributes, replacing `target` when `failIfExists` is FALSE. On failure an old target is whole.
 BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists);
-// The last component may hold wildcards. We take the first match only, and of its data name, size and whether it is a
-// directory.
+// ERROR_ALREADY_EXISTS when there is a file or directory of that name, ERROR_PATH_NOT_FOUND without the one above it.
+// `security` is always null.
+BOOL CreateDirectoryA(const char *name, void *security);
+// Bytes that a file in the directory can still take up, for this caller. `total` and `totalFree` are always null.
+BOOL GetDiskFreeSpaceExA(const char *directory, ULARGE_INTEGER *available, ULARGE_INTEGER *total,
+                         ULARGE_INTEGER *totalFree);
+// The last component may hold wildcards. Of the data we take name, size, and whether it is a directory or a link
+// (FILE_ATTRIBUTE_REPARSE_POINT).
 HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data);
+// The next match, each once, in no order that we rely on; FALSE with ERROR_NO_MORE_FILES behind the last.
+BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA *data);
 BOOL FindClose(HANDLE search);
 // fopen by Windows path, always in binary mode, so that line ends reach the file as they are written. `mode` is "r",
 // "w" or "a", with or without "+". Null on failure, with the last error set; the caller closes the stream with fclose.

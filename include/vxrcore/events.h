@@ -65,12 +65,40 @@ enum {
                                      VXRMACHINE_BOOT_FIRST for a partition that begins at the master boot record */
 
   /* Recording a machine. */
-  VXRMACHINE_VOLUME_CHECKED = 39,       /* subject: root of a fixed drive; what follows is about it */
-  VXRMACHINE_VOLUME_LEFT_OUT = 40,      /* subject: the same of a drive that could not be recorded */
-  VXRMACHINE_VOLUMES_FULL = 41,         /* no more volumes fit: later drives are not looked at */
-  VXRMACHINE_DISK_NOT_PRESENT = 42,     /* a disk of the drive is not among the present devices; type: its number */
-  VXRMACHINE_DEVICE_WITHOUT_DRIVER = 43 /* subject: instance id of a device of the drive's disk that is not there, or
+  VXRMACHINE_VOLUME_CHECKED = 39,        /* subject: root of a fixed drive; what follows is about it */
+  VXRMACHINE_VOLUME_LEFT_OUT = 40,       /* subject: the same of a drive that could not be recorded */
+  VXRMACHINE_VOLUMES_FULL = 41,          /* no more volumes fit: later drives are not looked at */
+  VXRMACHINE_DISK_NOT_PRESENT = 42,      /* a disk of the drive is not among the present devices; type: its number */
+  VXRMACHINE_DEVICE_WITHOUT_DRIVER = 43, /* subject: instance id of a device of the drive's disk that is not there, or
                                            has no driver, service entry or parent */
+
+  /* The choice by Windows' own rules. Candidates of a device come in the order in which they are preferred. */
+  VXRMACHINE_INF_INDEXED = 44,       /* now and then while INF files are read; size: their number so far */
+  VXRMACHINE_INF_UNREAD = 45,        /* subject: INF file or directory, detail: why it is passed over */
+  VXRMACHINE_CANDIDATE = 46,         /* subject: INF file, detail: the id that it lists, text: description, type: rank,
+                                        size: driver date (100 ns since 1601, 0 none) */
+  VXRMACHINE_CANDIDATE_DRIVER = 47,  /* of the candidate before: subject: service, null when none is needed, detail:
+                                        driver version as written, text: install section */
+  VXRMACHINE_CANDIDATE_REFUSED = 48, /* of the candidate before: subject: the reason's word (VXRDRV_CANDIDATE of
+                                        vxrcore/drivers.h), detail: a sentence */
+  VXRMACHINE_OWN_DRIVER = 49,        /* what the restored system has for the device: subject: service, null when none is
+                                        needed, detail: the id, text: INF name, type: rank, size: driver date */
+  VXRMACHINE_CANDIDATE_CHOSEN = 50,  /* subject: INF file; null for the restored system's own driver, detail: service;
+                                        null when none is needed */
+
+  /* A plan: what an injection makes, and a verification would. */
+  VXRMACHINE_PLAN_FILE = 51,         /* subject: target, detail: source, size: bytes */
+  VXRMACHINE_PLAN_VALUE = 52,        /* as VXRMACHINE_VALUE_WRITTEN */
+  VXRMACHINE_PLAN_KEY = 53,          /* subject: a key that is created without a value */
+  VXRMACHINE_PLAN_DELETE = 54,       /* subject: key, detail: value that is deleted; null: the key with all below it */
+  VXRMACHINE_PLAN_WARNING = 55,      /* subject: a sentence about what may keep the driver from starting */
+  VXRMACHINE_PLAN_NOTE = 56,         /* subject: a sentence about what was passed over */
+  VXRMACHINE_FILE_LEFT = 57,         /* subject: a file that stays in the restored system after a failure */
+  VXRMACHINE_HIVE_NOT_RESTORED = 58, /* subject: a key that could not be put back as it was after a failure */
+
+  VXRMACHINE_VALUE_DELETED = 59,    /* subject: key, detail: value name; null: the key with all below it */
+  VXRMACHINE_JOB_VALUE_UNKNOWN = 60 /* subject: a value of the job's key whose text is none of those it can have,
+                                       detail: the text; the run goes on as if the value were not there */
 };
 
 /* Why an INF file was refused, in the order in which a file gets that far. Of several reasons for one attempt the last

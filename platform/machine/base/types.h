@@ -141,6 +141,12 @@ inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
+union ULARGE_INTEGER {
+  struct {
+    DWORD LowPart, HighPart;
+  };
+  DWORD64 QuadPart;
+};
 struct FILETIME {
   DWORD dwLowDateTime;
   DWORD dwHighDateTime;

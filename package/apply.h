@@ -1,0 +1,21 @@
+// Carries a plan out, or tells what it would do.
+#pragma once
+
+#include <string>
+
+#include "package/plan.h"
+
+namespace package {
+
+enum class ApplyResult { kDone, kNotReady, kFileNotCopied, kHiveNotChanged };
+
+// Tells a host that watches of every file, value and key of the plan (VXRMACHINE_PLAN_... of vxrcore/events.h), its
+// warnings and its notes.
+void ReportPlan(const Plan &plan);
+
+// Checks the whole plan (sources there, room for the files, nothing in a target's way, the hive mounted), then makes
+// its directories, copies its files and changes the hive. A failure is logged and named in `*failed`; what was changed
+// in the hive is then taken back, and files that were copied stay and are named in the log and to the host.
+ApplyResult ApplyPlan(const Plan &plan, std::string *failed);
+
+}  // namespace package

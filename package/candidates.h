@@ -1,0 +1,50 @@
+// The drivers for one device, in the order in which Windows would take them, each with the reason when it cannot be.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "package/index.h"
+#include "package/installation.h"
+#include "package/rank.h"
+
+namespace package {
+
+enum class Refusal {
+  kNone,
+  kDecoration,      // no section for this system
+  kSectionMissing,  // the models or the install section is nowhere
+  kFileMissing,     // a .sys that a service needs
+  kArchitecture,    // such a file is for another processor
+  kExcluded,        // the section excludes the device
+  kDirective,       // a directive that the narrow reading does not know
+  kCompressed,      // such a file is compressed or in a cabinet
+  kNoBinary         // a service without a usable ServiceBinary
+};
+// The fixed word: "decoration", "section-missing", "file-missing", "architecture", "excluded", "directive",
+// "compressed", "no-binary"; null for kNone.
+const char *RefusalWord(Refusal refusal);
+
+struct Candidate {
+  Rank rank;            // rank.path is the INF file's
+  std::string models;   // the Models section taken; of one refused for its decoration the Manufacturer line's base
+  std::string section;  // the install section taken, its suffix included; as written where none is there
+  std::string writtenSection;  // as the model line names it
+  std::string description, manufacturer, provider;
+  std::string rawDescription, rawManufacturer;  // as written, tokens not replaced
+  std::string id;                               // the device's, that the line lists
+  std::size_t position = 0;                     // of the id on the line; 0 its hardware id
+  std::vector<std::string> lineIds;             // all ids of the line, its hardware id first (which may be empty)
+  std::string version;                          // as written
+  std::string service;                          // of the function driver; empty: the device needs none
+  std::string classGuid;                        // of [Version], as written
+  bool inbox = false;
+  Refusal refusal = Refusal::kNone;
+  std::string refusalText;
+};
+
+// All candidates for the device: one for each INF file, model line and id of the device that is that line's best, the
+// best first, refused ones behind in the same order.
+std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &device, const IncludePlaces &places);
+
+}  // namespace package

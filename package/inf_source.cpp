@@ -1,0 +1,1 @@
+#include "package/inf_source.h"

@@ -1,0 +1,1 @@
+#include "package/own_drivers.h"

@@ -1,0 +1,1 @@
+#include "package/plan.h"

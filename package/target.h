@@ -1,0 +1,25 @@
+// The system that drivers are chosen for.
+#pragma once
+
+#include "platform/platform.h"
+
+namespace package {
+
+struct Target {
+  DWORD major = 0, minor = 0;
+  DWORD build = 0;
+  WORD architecture = 0;   // PROCESSOR_ARCHITECTURE_...
+  DWORD product = 1;       // 1 workstation, 2 domain controller, 3 server
+  DWORD suite = 0;         // bits
+  WORD language = 0x0409;  // of its texts
+};
+
+// As INF files name it: "x86", "ia64", "amd64", "arm", "arm64"; null for another.
+const char *ArchitectureName(WORD architecture);
+
+// Whether the target is of that version or a later one.
+inline bool AtLeast(const Target &target, DWORD major, DWORD minor) {
+  return target.major != major ? target.major > major : target.minor >= minor;
+}
+
+}  // namespace package

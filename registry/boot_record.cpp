@@ -1,0 +1,1 @@
+#include "registry/boot_record.h"
