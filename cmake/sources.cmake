@@ -14,17 +14,18 @@ vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/res
           engine/boot_sector.cpp engine/boot_volume.cpp)
 vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/mount/hive.cpp)
 vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
-          package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/plan.cpp package/apply.cpp)
+          package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/plan.cpp package/apply.cpp
+          package/device_driver.cpp package/restored_system.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp
     bmext/create/create_volumes.cpp
           bmext/query.cpp bmext/query_volume.cpp)
 vxr_logic(device device/records.cpp device/properties.cpp device/facts.cpp device/class_repair.cpp
-device/scan/disk_scan.cpp device/scan/disk_identity.cpp device/scan/installed_driver.cpp device/scan/file_facts.cpp)
+device/scan/disk_scan.cpp device/scan/devices_above.cpp device/scan/disk_identity.cpp device/scan/installed_driver.cpp device/scan/file_facts.cpp)
 vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/search/driver_search.cpp inf/search/driver_search_files.cpp
           inf/search/driver_search_ids.cpp inf/install_section.cpp inf/copy_section.cpp inf/service_section.cpp
-          inf/critical_device.cpp)
+          inf/critical_device.cpp inf/newer_record.cpp)
 
 # The INF reader and the code pages stand alone: the command line shows files with them.
 if(WIN32)

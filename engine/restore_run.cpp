@@ -10,6 +10,7 @@
 #include "engine/base/strings.h"
 #include "inf/search/driver_search.h"
 #include "log/log.h"
+#include "package/device_driver.h"
 #include "registry/mount/hive.h"
 #include "registry/values.h"
 #include "restore/settings.h"
@@ -72,16 +73,8 @@ HeapText ReadNamedInfDirectory() {
   return path;
 }
 
-// Looks for the driver of one id in the one INF file that the job names. Copies and writes nothing in either mode: the
-// device's bInject stays FALSE.
-BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
-  const HeapText infFile = ReadNamedInf();
-  const HeapText infDir = ReadNamedInfDirectory();
-  trace.Check("checking HardwareID %s in %s...\n", hardwareId, infDir.get());
-
-  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId, nullptr, TRUE);
-  platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
-
+// Looks for an id in the INF file by the narrow reading. Copies and writes nothing: the device's bInject stays FALSE.
+BOOL LocateNamedId(const char *hardwareId, const char *infDir, const char *infFile, const Caller &trace) {
   VXR_DEVICE *device = AllocRecord<VXR_DEVICE>("pVXRDevice", trace).release();
   VXR_DRIVER *driver = AllocRecord<VXR_DRIVER>("pVXRDriver", trace).release();
   BOOL found = FALSE;
@@ -90,11 +83,25 @@ BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
     ReportTexts(VXRMACHINE_DEVICE_TARGET, device->szTargetOS);
     driver->pVXRDevice = device;
     // Says itself what is missing: a directory, a file, decorations.
-    found = VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, infDir.get(), infFile.get(), hardwareId, driver);
+    found = VXRDev_LocateDriverInf(INVALID_HANDLE_VALUE, infDir, infFile, hardwareId, driver);
   }
-  if (!found) platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, hardwareId);
   VXRDev_FreeDriver(driver);
   VXRDev_FreeDevice(device);
+  return found;
+}
+
+// Looks for the driver of one id in the one INF file that the job names, in either mode.
+BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
+  const HeapText infFile = ReadNamedInf();
+  const HeapText infDir = ReadNamedInfDirectory();
+  trace.Check("checking HardwareID %s in %s...\n", hardwareId, infDir.get());
+
+  platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId, nullptr, TRUE);
+  platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
+  const BOOL found = VXRRlm_GetDriverRules() == DriverRules::kWindows
+                         ? infFile != nullptr && package::HasDriverFor(infFile.get(), hardwareId)
+                         : LocateNamedId(hardwareId, infDir.get(), infFile.get(), trace);
+  if (!found) platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, hardwareId);
   return found;
 }
 

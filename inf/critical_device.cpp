@@ -6,6 +6,7 @@
 #include "device/records.h"
 #include "engine/base/strings.h"
 #include "inf/checks.h"
+#include "inf/newer_record.h"
 #include "log/log.h"
 #include "registry/values.h"
 
@@ -85,6 +86,7 @@ BOOL VXRDev_CreateRegCRCDB(const GUID *classGuid, HDEVINFO hDevInfo, SP_DEVINFO_
     trace.Error("no service name for %s in the inf file or the local registry, nothing written\n", entry.get());
     return FALSE;
   }
+  if (WantsNewerRecord()) return VXRDev_CreateNewerRecord(classGuid, service, pVXRDriver);
   const HeapText guid = VXRDev_GetGuidString(classGuid, TRUE);
   if (guid == nullptr || !WriteText(entry.get(), "ClassGUID", "ClassGuid", guid.get(), trace)) return FALSE;
   trace.Check(fromInf ? "service name from inf is:%s\n" : "service name from local reg is:%s\n", service);

@@ -1,14 +1,21 @@
 #include "restore/settings.h"
 
+#include <cstring>
+
 #include "engine/base/parameters.h"
 #include "engine/base/strings.h"
 #include "log/heap.h"
 #include "log/log.h"
+#include "platform/scope_guard.h"
 #include "registry/values.h"
+#include "vxrcore/events.h"
 
 VXR_BMRESTORE *gpVXRBMRestore = nullptr;
 
 namespace {
+
+DriverRules driverRules = DriverRules::kExact;
+BootRecordKind bootRecord = BootRecordKind::kExact;
 
 // A value of the job's key and the member that takes it, in the order of reading.
 struct Setting {
@@ -40,6 +47,47 @@ BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const Caller &tra
   return TRUE;
 }
 
+// A value of the job's key that opens another way of working: absent in most jobs.
+struct Choice {
+  const char *value;
+  const char *usual, *other;
+  void (*take)();
+};
+
+constexpr Choice kChoices[] = {
+    {"DriverRules", "exact", "windows", [] { driverRules = DriverRules::kWindows; }},
+    {"BootRecord", "exact", "auto", [] { bootRecord = BootRecordKind::kAutomatic; }},
+};
+
+void TakeChoice(const Choice &choice, const char *text, const Caller &trace) {
+  if (VXREng_StrICmp(text, choice.other) == 0) return choice.take();
+  if (VXREng_StrICmp(text, choice.usual) == 0) return;
+  trace.Warning("%s=%s is none of %s and %s, %s is used\n", choice.value, text, choice.usual, choice.other,
+                choice.usual);
+  platform::ReportDecision(VXRMACHINE_JOB_VALUE_UNKNOWN, choice.value, text);
+}
+
+// Looks through the key's values for the choices. A job without any leaves no trace of the look: asking for each by its
+// name would log that it is missing.
+void ReadChoices(const char *jobKey, const Caller &trace) {
+  constexpr DWORD kNameSize = 64, kTextSize = 64;
+  HKEY key = nullptr;
+  if (platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, jobKey, &key) != ERROR_SUCCESS) return;
+  const ScopeGuard close([&] { platform::RegCloseKey(key); });
+  for (DWORD index = 0;; ++index) {
+    char name[kNameSize] = {};
+    char text[kTextSize + 1] = {};
+    DWORD length = kNameSize, type = 0, size = kTextSize;
+    const LSTATUS status =
+        platform::RegEnumValueA(key, index, name, &length, nullptr, &type, reinterpret_cast<BYTE *>(text), &size);
+    if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) return;
+    const bool readable = status == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ);
+    for (const Choice &choice : kChoices) {
+      if (VXREng_StrICmp(name, choice.value) == 0) TakeChoice(choice, readable ? text : "(no such text)", trace);
+    }
+  }
+}
+
 BOOL BuildBlock(void *header, const Caller &trace) {
   gpVXRBMRestore = AllocRecord<VXR_BMRESTORE>("gpVXRBMRestore", trace).release();
   if (gpVXRBMRestore == nullptr) return FALSE;
@@ -51,7 +99,9 @@ BOOL BuildBlock(void *header, const Caller &trace) {
     return FALSE;
   }
   trace.Check("szJobKey = \n");
-  return ReadSettings(jobKey, gpVXRBMRestore, trace);
+  if (!ReadSettings(jobKey, gpVXRBMRestore, trace)) return FALSE;
+  ReadChoices(jobKey, trace);
+  return TRUE;
 }
 
 }  // namespace
@@ -69,6 +119,8 @@ BOOL VXRRlm_Initialize([[maybe_unused]] DWORD job, void *header) {
 
 BOOL VXRRlm_Cleanup() {
   const CallTrace trace = TraceCall();
+  driverRules = DriverRules::kExact;
+  bootRecord = BootRecordKind::kExact;
   VXR_BMRESTORE *settings = gpVXRBMRestore;
   if (settings == nullptr) return TRUE;
   FreeLogged(settings->szBootPart, "freeing szBootPart=%s\n");
@@ -88,4 +140,6 @@ const char *VXRRlm_GetBootDisk() { return gpVXRBMRestore == nullptr ? nullptr : 
 const char *VXRRlm_GetBootPart() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szBootPart; }
 const char *VXRRlm_GetRootPath() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szRootPath; }
 const char *VXRRlm_GetInfDir() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szInfDir; }
+DriverRules VXRRlm_GetDriverRules() { return driverRules; }
+BootRecordKind VXRRlm_GetBootRecord() { return bootRecord; }
 char VXRRlm_GetRootDrive() { return gpVXRBMRestore == nullptr ? 'C' : gpVXRBMRestore->szRootPath[0]; }

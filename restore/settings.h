@@ -18,5 +18,12 @@ const char *VXRRlm_GetBootDisk();
 const char *VXRRlm_GetBootPart();
 const char *VXRRlm_GetRootPath();
 const char *VXRRlm_GetInfDir();
+// How drivers are chosen: "DriverRules" of the job's key, "exact" unless it says "windows".
+enum class DriverRules { kExact, kWindows };
+DriverRules VXRRlm_GetDriverRules();
+// What names a driver for its device in the restored hive: "BootRecord" of the job's key, "exact" (a critical-device
+// entry) unless it says "auto" (what the hive's system reads).
+enum class BootRecordKind { kExact, kAutomatic };
+BootRecordKind VXRRlm_GetBootRecord();
 // First character of the root path (NUL when that is empty); 'C' without a block.
 char VXRRlm_GetRootDrive();

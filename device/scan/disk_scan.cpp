@@ -1,9 +1,12 @@
 #include "device/scan/disk_scan.h"
 
+#include <cstring>
+
 #include "bmext/target_os.h"
 #include "device/class_repair.h"
 #include "device/properties.h"
 #include "device/records.h"
+#include "device/scan/devices_above.h"
 #include "device/scan/disk_identity.h"
 #include "engine/base/decisions.h"
 #include "engine/base/status.h"
@@ -12,9 +15,13 @@
 #include "inf/search/driver_search.h"
 #include "log/dump.h"
 #include "log/log.h"
+#include "package/device_driver.h"
+#include "platform/scope_guard.h"
 #include "restore/settings.h"
 
 namespace {
+
+bool ByWindowsRules() { return VXRRlm_GetDriverRules() == DriverRules::kWindows; }
 
 void ShowNoDriver(const char *instanceId) {
   platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, instanceId);
@@ -68,9 +75,9 @@ HeapText MatchDevice(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD index, const c
 // --- Device records -------------------------------------------------------------------------------------------------
 
 // The directories to search for the type's driver: IDE controllers are served by the recovery environment's own INF
-// files, all others by the restore job's.
+// files, all others by the restore job's. Windows' rules know no such difference, and look into both for every device.
 HeapText InfDirectories(DWORD deviceType, const Caller &trace) {
-  const bool ide = deviceType == VXR_DEVTYPE_HDC;
+  const bool ide = deviceType == VXR_DEVTYPE_HDC && !ByWindowsRules();
   HeapText directories = VXREng_GetStringAs(ide ? VXR_DIR_WPEINF : VXR_DIR_RLMINF, nullptr);
   if (directories == nullptr) {
     trace.Failed("VXREng_GetStringAs", ide ? "VXR_DIR_WPEINF" : "VXR_DIR_RLMINF");
@@ -83,10 +90,12 @@ HeapText InfDirectories(DWORD deviceType, const Caller &trace) {
 // Gives a new record its decorations and fills it; FALSE, after logging, at the first step that fails.
 BOOL BuildDevice(DWORD diskIndex, DWORD deviceType, char *instanceId, BOOL inject, VXR_DEVICE *device,
                  const Caller &trace) {
-  device->szTargetOS = VXRExt_GetTargetOS().release();
-  if (device->szTargetOS == nullptr) {
-    trace.Failed("VXRExt_GetTargetOS", "Target OS to be restored is not supported!");
-    return FALSE;
+  if (!ByWindowsRules()) {
+    device->szTargetOS = VXRExt_GetTargetOS().release();
+    if (device->szTargetOS == nullptr) {
+      trace.Failed("VXRExt_GetTargetOS", "Target OS to be restored is not supported!");
+      return FALSE;
+    }
   }
   device->bInject = inject;
   const HeapText directories = InfDirectories(deviceType, trace);
@@ -120,6 +129,20 @@ VXR_DEVICE *BuildBootDisk(BOOL inject, const Caller &trace) {
   return device;
 }
 
+// The type of the disk's controller, by the bus that the disk's id names. AHCI controllers of newer systems are IDE
+// controllers that name their disks as SCSI: Windows' rules go by the controller's class.
+DWORD ControllerType(const VXR_DEVICE &disk, bool ide) {
+  const DWORD byBus = ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER;
+  if (!ByWindowsRules()) return byBus;
+  const std::vector<DeviceAbove> above = DevicesAbove(disk.hDevInst);
+  for (const DWORD type : {VXR_DEVTYPE_HDC, VXR_DEVTYPE_SCSIADAPTER}) {
+    GUID classGuid = {};
+    VXRDev_GetGuidByDevType(type, &classGuid);
+    if (!above.empty() && std::memcmp(&above.front().classGuid, &classGuid, sizeof classGuid) == 0) return type;
+  }
+  return byBus;
+}
+
 // Links the disk's controller above it, by the bus that the disk's id names. On other buses none is looked for.
 void LinkController(VXR_DEVICE *disk, BOOL inject, const Caller &trace) {
   trace.Flush("check ENUM=%s\n", disk->szInstanceID);
@@ -128,8 +151,15 @@ void LinkController(VXR_DEVICE *disk, BOOL inject, const Caller &trace) {
     platform::ReportDecision(VXRMACHINE_DISK_ALONE, disk->szInstanceID);
     return;
   }
-  disk->pVXRDevParent =
-      VXRDev_GetDiskCtrlDevice(0, ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER, disk->hDevInst, inject);
+  disk->pVXRDevParent = VXRDev_GetDiskCtrlDevice(0, ControllerType(*disk, ide), disk->hDevInst, inject);
+}
+
+BOOL FindByWindowsRules(VXR_DEVICE *device, const Caller &trace) {
+  std::vector<package::DeviceIds> above;
+  for (DeviceAbove &one : DevicesAbove(device->hDevInst)) above.push_back(std::move(one.ids));
+  if (package::FindDeviceDriver(device, above)) return TRUE;
+  trace.Error("FindDeviceDriver() failed\n");
+  return FALSE;
 }
 
 }  // namespace
@@ -140,6 +170,7 @@ BOOL VXRDev_ScanDiskDevices(VXR_PARABLOCK *pVXRParaBlock) {
     trace.Null("pVXRParaBlock");
     return FALSE;
   }
+  const ScopeGuard end([] { package::EndDriverChoice(); });
   const BOOL inject = pVXRParaBlock->bInject;
   const DWORD before = pVXRParaBlock->dwDevCnt;
   trace.Check("currently has %d vxr devices...\n", before);
@@ -200,6 +231,7 @@ BOOL VXRDev_InitDevice(DWORD diskIndex, DWORD deviceType, char *szInstanceID, co
   ReportTexts(VXRMACHINE_DEVICE_ID, pVXRDevice->szCompatibleIDs);
   ReportTexts(VXRMACHINE_DEVICE_TARGET, pVXRDevice->szTargetOS);
   VXRDbg_DumpGuid(&pVXRDevice->guDevice, trace.name);
+  if (ByWindowsRules()) return FindByWindowsRules(pVXRDevice, trace);
   if (!VXRDev_GetDriverInfDirs(szInfDirs, pVXRDevice)) {
     trace.Error("VXRDev_GetDriverInfDirs() failed\n");
     return FALSE;

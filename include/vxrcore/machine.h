@@ -61,6 +61,11 @@ VXR_API int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t
 /* The open machine's kind of processor: 0 x86, 6 Itanium, 9 x64; 0xFFFF when none is open. */
 VXR_API uint32_t VXRMachine_ProcessorArchitecture(void);
 
+/* Sets a text value of the running system, its key below HKEY_LOCAL_MACHINE, until the machine closes: for a job's
+ * value that one run is to have. On Windows the value is put back, or taken away, by VXRMachine_Close. `text` is in the
+ * machine's ANSI code page. False without a machine, or when the value cannot be set. */
+VXR_API int32_t VXRMachine_SetValue(const char *key, const char *name, const char *text);
+
 /* Begins a rehearsal (`on` not zero) or ends it: while it is on, nothing that the library does changes a file.
  * VXREng_RunVXR goes its whole way in injection mode all the same:
  * - a copy is checked (source, target, rights, the free room for all of them) and not made; the file then counts as

@@ -10,6 +10,7 @@
 #include "log/heap.h"
 #include "log/log.h"
 #include "registry/values.h"
+#include "restore/settings.h"
 
 char *szCurHiveFile = nullptr;
 
@@ -122,7 +123,8 @@ BOOL VXRReg_LoadHive(DWORD hiveType, VXR_PARABLOCK *pVXRParaBlock) {
     trace.Null("pVXRParaBlock");
     return FALSE;
   }
-  if (!pVXRParaBlock->bInject) {
+  // What Windows' rules would write depends on what stands in the hive.
+  if (!pVXRParaBlock->bInject && VXRRlm_GetDriverRules() == DriverRules::kExact) {
     VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypass loading the original registry hive...\n");
     return TRUE;
   }

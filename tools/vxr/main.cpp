@@ -53,6 +53,16 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   run->add_flag("--verify", options->verify,
                 kDescribedMachines ? "Check only, and rehearse the injection; leave the restored system as it is"
                                    : "Check only; leave the restored system as it is");
+  run->add_option("--rules", options->rules,
+                  "How drivers are chosen: exact, the narrow reading of one directory, or windows, as Windows itself\n"
+                  "would, sub-directories too. Without it as the job says (DriverRules), else exact")
+      ->check(CLI::IsMember({"exact", "windows"}))
+      ->type_name("RULES");
+  run->add_option("--record", options->record,
+                  "What names a driver for its device: exact, a critical-device entry, or auto, what the restored\n"
+                  "system reads. Without it as the job says (BootRecord), else exact")
+      ->check(CLI::IsMember({"exact", "auto"}))
+      ->type_name("RECORD");
   run->add_flag("--json", options->json, "Print one JSON document instead of text");
   run->footer(
       "Exit status: the run's result code (0 success, 3 4 7 8 9 11 13 14 15 58 failures, see docs/results.md);\n" +

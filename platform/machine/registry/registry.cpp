@@ -213,3 +213,10 @@ int32_t VXRMachine_ReadValue(const char *key, const char *name, uint32_t *type, 
   if (data != nullptr && fits) std::copy(bytes.begin(), bytes.end(), static_cast<BYTE *>(data));
   return fits;
 }
+
+int32_t VXRMachine_SetValue(const char *key, const char *name, const char *text) {
+  if (!machine::Registry().open) return FALSE;
+  std::vector<BYTE> data = machine::StoredText(machine::AnsiToUtf16(text) + u'\0');
+  machine::LayOverValue(machine::ParseKeyPathA(key), {machine::AnsiToUtf16(name), REG_SZ, std::move(data)});
+  return TRUE;
+}

@@ -87,13 +87,6 @@ void MakeOverlayKey(const KeyPath &key) {
   }
 }
 
-void PutOverlay(const KeyPath &key, StoredValue value) {
-  const KeyPath real = FollowLink(key);
-  MakeOverlayKey(real);
-  PutValue(&Registry().overlay[real.folded], std::move(value));
-  ++Registry().changes;
-}
-
 struct DataToStored {
   StoredValue operator()(const std::string &text) const { return {{}, REG_SZ, StoredText(Utf8ToUtf16(text) + u'\0')}; }
   StoredValue operator()(std::uint32_t number) const {
@@ -112,7 +105,7 @@ struct DataToStored {
 void LayOver(const RegistryValue &described) {
   StoredValue value = std::visit(DataToStored(), described.data);
   value.name = AnsiToUtf16(described.name);
-  PutOverlay(ParseKeyPathA(described.key), std::move(value));
+  LayOverValue(ParseKeyPathA(described.key), std::move(value));
 }
 
 // A present device has a key; its class values are there once it belongs to a class.
@@ -120,8 +113,9 @@ void LayOver(const Device &device) {
   const KeyPath key = ParseKeyPathA("SYSTEM\\CurrentControlSet\\Enum\\" + device.instance);
   MakeOverlayKey(FollowLink(key));
   if (device.classGuid.empty()) return;
-  PutOverlay(key, {u"ClassGUID", REG_SZ, StoredText(AnsiToUtf16(device.classGuid) + u'\0')});
-  if (!device.className.empty()) PutOverlay(key, {u"Class", REG_SZ, StoredText(AnsiToUtf16(device.className) + u'\0')});
+  LayOverValue(key, {u"ClassGUID", REG_SZ, StoredText(AnsiToUtf16(device.classGuid) + u'\0')});
+  if (!device.className.empty())
+    LayOverValue(key, {u"Class", REG_SZ, StoredText(AnsiToUtf16(device.className) + u'\0')});
 }
 
 Status OpenRunningHive(const HiveFile &described) {
@@ -183,6 +177,13 @@ Status FillRegistry(const Description &description) {
 RegistryState &Registry() {
   static RegistryState state;
   return state;
+}
+
+void LayOverValue(const KeyPath &key, StoredValue value) {
+  const KeyPath real = FollowLink(key);
+  MakeOverlayKey(real);
+  PutValue(&Registry().overlay[real.folded], std::move(value));
+  ++Registry().changes;
 }
 
 Status FindKey(const KeyPath &given) {

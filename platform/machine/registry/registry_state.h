@@ -42,6 +42,8 @@ Status FindKey(const KeyPath &key);
 Status CreateKey(const KeyPath &key);
 Status QueryValue(KeyPath key, const std::u16string &name, StoredValue *value);
 Status SetValue(const KeyPath &key, StoredValue value);  // the key must exist
+// Lays the value over whatever is there, until the machine closes. Never saved.
+void LayOverValue(const KeyPath &key, StoredValue value);
 
 // Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
 void TellReplay(const MountedHive &mounted);

@@ -4,6 +4,7 @@
 #include "tools/vxr/base/running_machine.h"
 
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -30,6 +31,31 @@ std::map<HWND, Listener> listeners;
 VXRMachine_Observer observer = nullptr;
 void *observerContext = nullptr;
 HWND logWindow = nullptr;
+
+// What a value was before VXRMachine_SetValue.
+struct ValueBefore {
+  std::string key, name;
+  bool present;
+  DWORD type;
+  std::vector<BYTE> data;
+};
+std::vector<ValueBefore> valuesBefore;
+constexpr DWORD kValueBeforeSize = 4096;  // bytes; what is meant here are single words
+
+void PutValuesBack() {
+  for (; !valuesBefore.empty(); valuesBefore.pop_back()) {
+    const ValueBefore &before = valuesBefore.back();
+    HKEY opened = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, before.key.c_str(), 0, KEY_SET_VALUE, &opened) != ERROR_SUCCESS) continue;
+    if (before.present) {
+      RegSetValueExA(opened, before.name.c_str(), 0, before.type, before.data.data(),
+                     static_cast<DWORD>(before.data.size()));
+    } else {
+      RegDeleteValueA(opened, before.name.c_str());
+    }
+    RegCloseKey(opened);
+  }
+}
 
 void Report(const VXRMachine_Event &event) {
   if (observer != nullptr) observer(observerContext, &event);
@@ -81,6 +107,7 @@ int32_t VXRMachine_OpenText(const char *, const char *, char *message, uint32_t 
 }
 
 int32_t VXRMachine_Close(void) {
+  PutValuesBack();
   VXRMachine_DestroyWindow(logWindow);
   logWindow = nullptr;
   return TRUE;
@@ -109,6 +136,24 @@ void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
 }
 
 int32_t VXRMachine_Rehearse(int32_t) { return FALSE; }
+
+int32_t VXRMachine_SetValue(const char *key, const char *name, const char *text) {
+  HKEY opened = nullptr;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, key, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &opened) != ERROR_SUCCESS)
+    return FALSE;
+  ValueBefore before = {key, name, false, REG_NONE, std::vector<BYTE>(kValueBeforeSize)};
+  DWORD size = kValueBeforeSize;
+  const LSTATUS read = RegQueryValueExA(opened, name, nullptr, &before.type, before.data.data(), &size);
+  before.present = read == ERROR_SUCCESS;
+  before.data.resize(before.present ? size : 0);
+  // What could not be put back is not touched.
+  const bool known = before.present || read == ERROR_FILE_NOT_FOUND;
+  const bool set = known && RegSetValueExA(opened, name, 0, REG_SZ, reinterpret_cast<const BYTE *>(text),
+                                           static_cast<DWORD>(std::strlen(text) + 1)) == ERROR_SUCCESS;
+  RegCloseKey(opened);
+  if (set) valuesBefore.push_back(std::move(before));
+  return set;
+}
 
 uint32_t VXRMachine_CodePage(void) { return GetACP(); }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <string>
+#include <utility>
 
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
@@ -11,6 +13,7 @@
 #include "tools/vxr/run/restored_facts.h"
 #endif
 #include "tools/vxr/run/run_text.h"
+#include "vxrcore/machine.h"
 #include "vxrcore/vxrcore.h"
 
 namespace {
@@ -33,9 +36,27 @@ bool LacksDriver(std::uint32_t code, const RunRecord &record) {
 }
 #endif
 
+// Gives the job the ways of working that this run is to have. False, with a message, when they cannot be set.
+bool SetChoices(const RunOptions &options) {
+  const std::string key = "SOFTWARE\\Varnelt\\Relmar\\" + std::to_string(static_cast<std::int32_t>(options.job));
+  const std::pair<const char *, const std::string &> choices[] = {{"DriverRules", options.rules},
+                                                                  {"BootRecord", options.record}};
+  for (const auto &[name, text] : choices) {
+    if (text.empty() || VXRMachine_SetValue(key.c_str(), name, text.c_str())) continue;
+    PrintError("cannot set " + std::string(name) + " in HKLM\\" + key + "; check that job " +
+               std::to_string(options.job) + " is there, and your rights");
+    return false;
+  }
+  return true;
+}
+
 // Opens, runs, closes. False, with a message, when the machine cannot be used.
 bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   if (!OpenMachine(options.machine, OnEvent, host)) return false;
+  if (!SetChoices(options)) {
+    CloseMachine();
+    return false;
+  }
 #ifndef _WIN32
   VXRMachine_SetObserver(nullptr, nullptr);  // what the look meets is not the run's
   const JobFacts facts = ReadJobFacts(options.job);

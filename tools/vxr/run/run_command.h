@@ -8,6 +8,7 @@ struct RunOptions {
   std::string machine;  // TOML file; empty without described machines, here and below
   std::uint32_t job = 0;
   bool verify = false;
+  std::string rules, record;  // the job's DriverRules and BootRecord for this run; empty: as the job has them
   bool json = false;
 };
 

@@ -1,0 +1,55 @@
+#include "device/scan/devices_above.h"
+
+#include <string>
+
+#include "device/records.h"
+#include "engine/base/strings.h"
+
+namespace {
+
+// A tree that is deeper is taken for one that goes in a circle.
+constexpr std::size_t kMaxDepth = 64;
+
+std::vector<std::string> ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property) {
+  DWORD type = 0, size = 0;
+  platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, &type, nullptr, 0, &size);
+  std::string texts(size, '\0');
+  if (size == 0 || !platform::SetupDiGetDeviceRegistryPropertyA(
+                       set, device, property, &type, reinterpret_cast<BYTE *>(texts.data()), size, nullptr)) {
+    return {};
+  }
+  std::vector<std::string> ids;
+  for (std::size_t at = 0; at < texts.size() && texts[at] != '\0'; at += ids.back().size() + 1) {
+    ids.emplace_back(texts.c_str() + at);
+  }
+  return ids;
+}
+
+bool FindNode(HDEVINFO set, DEVINST node, SP_DEVINFO_DATA *device) {
+  *device = {};
+  device->cbSize = sizeof *device;
+  for (DWORD i = 0; platform::SetupDiEnumDeviceInfo(set, i, device); ++i) {
+    if (device->DevInst == node) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::vector<DeviceAbove> DevicesAbove(DWORD hDevInst) {
+  std::vector<DeviceAbove> above;
+  const DeviceSet set = PresentDevices(nullptr);
+  if (set == nullptr) return above;
+  DEVINST node = hDevInst, parent = 0;
+  while (above.size() < kMaxDepth && platform::CM_Get_Parent(&parent, node, 0) == CR_SUCCESS) {
+    SP_DEVINFO_DATA device;
+    DeviceAbove found;
+    if (FindNode(set.get(), parent, &device)) {
+      found.classGuid = device.ClassGuid;
+      found.ids = {ReadIds(set.get(), &device, SPDRP_HARDWAREID), ReadIds(set.get(), &device, SPDRP_COMPATIBLEIDS)};
+    }
+    above.push_back(std::move(found));
+    node = parent;
+  }
+  return above;
+}

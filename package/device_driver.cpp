@@ -1,0 +1,260 @@
+#include "package/device_driver.h"
+
+#include <cstring>
+#include <memory>
+
+#include "device/records.h"
+#include "engine/base/decisions.h"
+#include "engine/base/parameters.h"
+#include "engine/base/status.h"
+#include "engine/base/strings.h"
+#include "engine/paths/path_catalogue.h"
+#include "log/log.h"
+#include "package/apply.h"
+#include "package/restored_system.h"
+#include "restore/settings.h"
+
+namespace package {
+namespace {
+
+// What the devices of a run share.
+struct RunChoice {
+  PlanContext context;
+  IncludePlaces includes;
+  Index index;
+  // What a verification has planned for earlier devices, which counts as made. An injection has made it.
+  RegistryEdits pending;
+};
+std::unique_ptr<RunChoice> run;
+
+// One device's choice. `planned`: how many changes of the plan belong to earlier devices.
+struct Choice {
+  std::vector<Candidate> candidates;
+  OwnDriver own;
+  bool hasOwn = false;
+  const Candidate *chosen = nullptr;  // null: the system's own, or none
+  bool found = false;
+  Plan plan;
+};
+
+void TellIndexed(void *, std::size_t files) {
+  platform::ReportDecision(VXRMACHINE_INF_INDEXED, nullptr, nullptr, 0, files);
+}
+
+bool IndexDirectory(DWORD id, Index *index, const Caller &trace) {
+  const HeapText directory = VXREng_GetStringAs(id, nullptr);
+  if (directory == nullptr) {
+    trace.Failed("VXREng_GetStringAs", id == VXR_DIR_WPEINF ? "VXR_DIR_WPEINF" : "VXR_DIR_RLMINF");
+    return false;
+  }
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking for driver information in %s...\n", directory.get());
+  platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory.get());
+  AddDirectory(index, directory.get(), id == VXR_DIR_WPEINF, TellIndexed);
+  return true;
+}
+
+void TellUnread(const Index &index, const Caller &trace) {
+  for (const UnreadFile &unread : index.unread) {
+    trace.Warning("%s:passed over:%s\n", unread.path.c_str(), unread.reason.c_str());
+    platform::ReportDecision(VXRMACHINE_INF_UNREAD, unread.path.c_str(), unread.reason.c_str());
+  }
+}
+
+// The restored system and the index, made for the first device that asks; null after logging.
+RunChoice *CurrentRun(const Caller &trace) {
+  if (run != nullptr) return run.get();
+  auto made = std::make_unique<RunChoice>();
+  PlanContext &context = made->context;
+  context.controlSet = RestoredControlSet();
+  context.automaticRecord = VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic;
+  if (!ReadRestoredTarget(made->pending, context.controlSet, &context.target)) return nullptr;
+  if (!ReadRestoredPlaces(&context.places)) return nullptr;
+  made->includes = RestoredIncludes(context.places);
+  made->index = MakeIndex(context.target);
+  if (!IndexDirectory(VXR_DIR_RLMINF, &made->index, trace)) return nullptr;
+  if (!IndexDirectory(VXR_DIR_WPEINF, &made->index, trace)) return nullptr;
+  trace.Check("Total %u inf files indexed...\n", static_cast<DWORD>(made->index.files.size()));
+  TellUnread(made->index, trace);
+  run = std::move(made);
+  return run.get();
+}
+
+std::vector<std::string> Texts(const char *texts) {
+  std::vector<std::string> list;
+  for (; texts != nullptr && *texts != '\0'; texts += std::strlen(texts) + 1) list.emplace_back(texts);
+  return list;
+}
+
+// Plans a candidate's installation into the choice; else the candidate is refused.
+bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choice) {
+  Plan plan;
+  plan.edits = current.pending;
+  if (!candidate->service.empty()) {
+    InfSource inf;
+    Installation installation;
+    const bool planned = ReadInfSource(candidate->rank.path, current.index.settings, &inf, &candidate->refusalText) &&
+                         ReadInstallation(inf, candidate->writtenSection, current.context.target, current.includes,
+                                          &installation, &candidate->refusalText) &&
+                         PlanPackage(*candidate, installation, current.context, &plan, &candidate->refusalText);
+    if (!planned) candidate->refusal = Refusal::kFileMissing;
+    if (!planned) return false;
+  }
+  choice->plan = std::move(plan);
+  choice->chosen = candidate;
+  return true;
+}
+
+// The first candidate that can be installed and is better than what the system has; else what the system has.
+void Choose(const RunChoice &current, Choice *choice) {
+  for (Candidate &candidate : choice->candidates) {
+    if (candidate.refusal != Refusal::kNone) continue;
+    if (choice->hasOwn && !Beats(candidate.rank, choice->own.rank)) break;
+    if (PlanCandidate(current, &candidate, choice)) break;
+  }
+  choice->found = choice->chosen != nullptr || choice->hasOwn;
+  if (choice->chosen != nullptr || !choice->hasOwn) return;
+  choice->plan.edits = current.pending;
+  PlanOwnDriver(choice->own, current.context, &choice->plan);
+}
+
+const char *NullWhenEmpty(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
+
+void TellCandidate(const Candidate &candidate, const Caller &trace) {
+  const Rank &rank = candidate.rank;
+  platform::ReportDecision(VXRMACHINE_CANDIDATE, rank.path.c_str(), candidate.id.c_str(), rank.value, rank.date,
+                           candidate.description.c_str());
+  platform::ReportDecision(VXRMACHINE_CANDIDATE_DRIVER, NullWhenEmpty(candidate.service), candidate.version.c_str(), 0,
+                           0, candidate.section.c_str());
+  trace.Check("%s:id=%s:section=%s:rank=0x%08x:date=%s:version=%s:service=%s\n", rank.path.c_str(),
+              candidate.id.c_str(), candidate.section.c_str(), rank.value, DateText(rank.date).c_str(),
+              candidate.version.c_str(), candidate.service.c_str());
+  if (candidate.refusal == Refusal::kNone) return;
+  const char *word = RefusalWord(candidate.refusal);
+  platform::ReportDecision(VXRMACHINE_CANDIDATE_REFUSED, word, candidate.refusalText.c_str());
+  trace.Check("%s:refused:%s:%s\n", rank.path.c_str(), word, candidate.refusalText.c_str());
+}
+
+void TellChoice(const Choice &choice, const Caller &trace) {
+  for (const Candidate &candidate : choice.candidates) TellCandidate(candidate, trace);
+  if (choice.hasOwn) {
+    const OwnDriver &own = choice.own;
+    platform::ReportDecision(VXRMACHINE_OWN_DRIVER, NullWhenEmpty(own.service), own.id.c_str(), own.rank.value,
+                             own.rank.date, own.rank.path.c_str());
+    trace.Check("restored system:id=%s:inf=%s:rank=0x%08x:date=%s:service=%s:%s\n", own.id.c_str(),
+                own.rank.path.c_str(), own.rank.value, DateText(own.rank.date).c_str(), own.service.c_str(),
+                own.heldBack ? "held back" : "starts with the system");
+  }
+  if (!choice.found) return;
+  const std::string &service = choice.chosen != nullptr ? choice.chosen->service : choice.own.service;
+  platform::ReportDecision(VXRMACHINE_CANDIDATE_CHOSEN,
+                           choice.chosen != nullptr ? choice.chosen->rank.path.c_str() : nullptr,
+                           NullWhenEmpty(service));
+  trace.Check("chosen:%s:service=%s\n",
+              choice.chosen != nullptr ? choice.chosen->rank.path.c_str() : "the restored system's own driver",
+              service.empty() ? "none needed" : service.c_str());
+}
+
+// The driver record that the rest of the run knows a device with a driver by; false without memory.
+bool RecordDriver(const Choice &choice, VXR_DEVICE *device) {
+  if (device->pVXRDriver != nullptr) VXRDev_FreeDriver(device->pVXRDriver);
+  device->pVXRDriver = AllocRecord<VXR_DRIVER>("pVXRDriver").release();
+  VXR_DRIVER *driver = device->pVXRDriver;
+  if (driver == nullptr) return false;
+  driver->iDevEnum = device->iDevEnum;
+  driver->hDevInst = device->hDevInst;
+  driver->guDevice = device->guDevice;
+  driver->bInject = device->bInject;
+  driver->pVXRDevice = device;
+  const std::string &id = choice.chosen != nullptr ? choice.chosen->id : choice.own.id;
+  for (const char *ids : {device->szHardwareID, device->szCompatibleIDs}) {
+    const int32_t number = ids == nullptr ? 0 : VXREng_FindMatch(id.c_str(), ids);
+    if (number != 0 && driver->szMatchedID == nullptr) driver->szMatchedID = VXREng_GetSubString(number, ids);
+  }
+  const std::string &service = choice.chosen != nullptr ? choice.chosen->service : choice.own.service;
+  if (service.empty()) return true;
+  driver->szService = AllocText(service.size() + 1, "szService").release();
+  if (driver->szService == nullptr) return false;
+  std::memcpy(driver->szService, service.c_str(), service.size() + 1);
+  return true;
+}
+
+// Tells what the plan is and, in injection mode, makes it so.
+bool CarryOut(RunChoice *current, Choice *choice, BOOL inject, const Caller &trace) {
+  RegistryEdits all = choice->plan.edits;
+  std::vector<RegistryEdit> &own = choice->plan.edits.list;
+  own.erase(own.begin(), own.begin() + static_cast<std::ptrdiff_t>(current->pending.list.size()));
+  if (!inject) {
+    ReportPlan(choice->plan);
+    current->pending = std::move(all);
+    return true;
+  }
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Updating registry for corresponding drivers...\n");
+  std::string failed;
+  switch (ApplyPlan(choice->plan, &failed)) {
+    case ApplyResult::kDone:
+      return true;
+    case ApplyResult::kFileNotCopied:
+      VXREng_StatusMsg(VXR_RESULT_FILE_NOT_COPIED, "Failed to copy %s\n", failed.c_str());
+      return false;
+    case ApplyResult::kNotReady:
+    case ApplyResult::kHiveNotChanged:
+      trace.Error("the driver was not put into the restored system:%s\n", failed.c_str());
+      return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
+  const CallTrace trace = TraceCall();
+  if (device->VXRDevType == VXR_DEVTYPE_DISKDRIVE) {
+    trace.Check("DISKDRIVE, bypass adding driver...\n");
+    return TRUE;
+  }
+  RunChoice *current = CurrentRun(trace);
+  if (current == nullptr) return FALSE;
+  PlanContext &context = current->context;
+  context.classGuid = device->guDevice;
+  context.device = {Texts(device->szHardwareID), Texts(device->szCompatibleIDs)};
+
+  Choice choice;
+  choice.candidates = FindCandidates(current->index, context.device, current->includes);
+  choice.hasOwn =
+      FindOwnDriver(current->pending, context.controlSet, context.device, context.target, context.places, &choice.own);
+  Choose(*current, &choice);
+  TellChoice(choice, trace);
+  if (!choice.found) {
+    trace.Error("no driver for %s among %u inf files\n", device->szInstanceID,
+                static_cast<DWORD>(current->index.files.size()));
+    return FALSE;
+  }
+  PlanDevicesAbove(above, context, &choice.plan);
+  if (!RecordDriver(choice, device) || !CarryOut(current, &choice, device->bInject, trace)) return FALSE;
+  platform::ReportDecision(VXRMACHINE_DEVICE_SET_UP, device->szInstanceID);
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successful in %s for %s...\n",
+                   device->bInject ? "driver files injection" : "driver files verification", device->szInstanceID);
+  return TRUE;
+}
+
+void EndDriverChoice() { run.reset(); }
+
+BOOL HasDriverFor(const char *infPath, const char *hardwareId) {
+  const CallTrace trace = TraceCall();
+  const RegistryEdits none;
+  const std::string controlSet = RestoredControlSet();
+  Target target;
+  RestoredPlaces places;
+  if (!ReadRestoredTarget(none, controlSet, &target) || !ReadRestoredPlaces(&places)) return FALSE;
+  Index index = MakeIndex(target);
+  AddFile(&index, infPath);
+  TellUnread(index, trace);
+  Choice choice;
+  choice.candidates = FindCandidates(index, {{hardwareId}, {}}, RestoredIncludes(places));
+  choice.found = !choice.candidates.empty() && choice.candidates.front().refusal == Refusal::kNone;
+  if (choice.found) choice.chosen = &choice.candidates.front();
+  TellChoice(choice, trace);
+  return choice.found;
+}
+
+}  // namespace package
