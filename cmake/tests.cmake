@@ -87,6 +87,7 @@ vxr_test(setup_library_test machine platform/machine/setup/inf_calls_test.cpp pl
 
 # The command line: what it makes of a run, and the program from outside.
 vxr_test(command_line_unit_test unit tools/vxr/run/run_record_test.cpp tools/vxr/run/run_record.cpp
+         tools/vxr/run/search_record.cpp tools/vxr/run/change_record.cpp tools/vxr/run/choice_record.cpp
     tools/vxr/run/result_codes.cpp
          tools/vxr/base/machine_session.cpp tools/vxr/base/output.cpp)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>

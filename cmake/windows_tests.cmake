@@ -64,7 +64,8 @@ engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.c
   platform/inf/inf_file_test.cpp
   restore/settings_test.cpp 
 tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp tools/vxr/run/run_record_test.cpp
-  tools/vxr/run/run_record.cpp
+  tools/vxr/run/run_record.cpp tools/vxr/run/search_record.cpp tools/vxr/run/change_record.cpp
+  tools/vxr/run/choice_record.cpp
 tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/running_machine.cpp
   tools/vxr/base/log_events.cpp
   tools/vxr/base/output.cpp

@@ -61,6 +61,11 @@ void PrintLine(std::string_view text, Style style) {
   std::printf("%s%s%s\n", styled ? Sequence(style) : "", Printable(text).c_str(), styled ? "\x1b[0m" : "");
 }
 
+void PrintTitle(const std::string &text) {
+  PrintLine("");
+  PrintLine(text, Style::kBold);
+}
+
 void PrintError(std::string_view message) {
   while (!message.empty() && message.back() == '\n') message.remove_suffix(1);
   latestError = Printable(message);

@@ -11,6 +11,9 @@ enum class Style { kPlain, kDim, kBold, kGood, kBad };
 // Texts come from INF files and registries: a control character is shown as "?", so that it cannot steer the terminal.
 void PrintLine(std::string_view text, Style style = Style::kPlain);
 
+// An empty line, then the text in bold: the beginning of a part of a report.
+void PrintTitle(const std::string &text);
+
 // One line on standard error: "vxr: " and the message, line ends at its end dropped and control characters shown as
 // "?".
 void PrintError(std::string_view message);

@@ -346,6 +346,11 @@ void ExplainDevice(DeviceRecord *device, RunRecord *record) {
 
 void ExplainFailures(RunRecord *record) {
   for (DeviceRecord &device : record->devices) {
-    if (device.failed) ExplainDevice(&device, record);
+    if (!device.failed) continue;
+    if (!device.choice) ExplainDevice(&device, record);
+    // The choice has said of each file why it was not taken.
+    for (const DriverCandidate &refused : device.choice ? device.choice->candidates : std::vector<DriverCandidate>()) {
+      device.candidates.push_back({refused.inf, refused.id, refused.reason, refused.text});
+    }
   }
 }

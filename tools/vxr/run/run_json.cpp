@@ -3,6 +3,7 @@
 
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
+#include "tools/vxr/run/choice_text.h"
 #include "tools/vxr/run/run_text.h"
 
 using Json = nlohmann::ordered_json;
@@ -35,7 +36,8 @@ Json Devices(const RunRecord &record) {
     list.push_back({{"instance", device.instance},
                     {"driver", driver},
                     {"failed", device.failed},
-                    {"candidates", std::move(candidates)}});
+                    {"candidates", std::move(candidates)},
+                    {"choice", ChoiceJson(device)}});
   }
   return list;
 }
@@ -73,7 +75,7 @@ void AddValues(const char *state, const std::vector<ValueRecord> &values, Json *
 Json Values(const RunOutcome &outcome, const RunRecord &record) {
   Json list = Json::array();
   AddValues("written", record.values, &list);
-  AddValues("would_write", RestoredValues(outcome.rehearsal.record), &list);
+  AddValues("would_write", ValuesToWrite(outcome, record), &list);
   return list;
 }
 
@@ -128,6 +130,12 @@ Json RefusedPaths(const RunRecord &record) {
   return list;
 }
 
+Json UnreadInfs(const RunRecord &record) {
+  Json list = Json::array();
+  for (const RefusedPath &unread : record.unreadInfs) list.push_back({{"inf", unread.path}, {"text", unread.reason}});
+  return list;
+}
+
 }  // namespace
 
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
@@ -144,6 +152,8 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"files", Files(options, record, outcome.rehearsal.done)},
                          {"values", Values(outcome, record)},
                          {"values_not_written", FailedValues(record)},
+                         {"deletions", DeletionsJson(record, ValuesToDelete(outcome, record))},
+                         {"unread", UnreadInfs(record)},
                          {"hives", Hives(outcome, record)},
                          {"rehearsal", RehearsalOf(outcome.rehearsal)},
                          {"refused_paths", RefusedPaths(record)},

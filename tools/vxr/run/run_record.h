@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/vxr/run/choice_record.h"
 #include "tools/vxr/run/result_codes.h"
 #include "vxrcore/machine.h"
 
@@ -42,6 +43,7 @@ struct DeviceRecord {
   std::vector<std::string> directories;     // searched
   std::map<std::string, Refusal> refusals;  // by INF file
   std::vector<Candidate> candidates;        // of a failed one
+  std::optional<DriverChoice> choice;       // by Windows' rules
 };
 
 // Whose the files are that an INF file has copied, or would: of one that is still at work, of one that set up a device,
@@ -91,10 +93,14 @@ struct RunRecord {
   std::vector<FailedValue> failedValues;  // each once, those that a later attempt wrote left out
   std::vector<HiveRecord> hives;
   std::vector<RefusedPath> refusedPaths;
-  std::string logFile;                      // Windows path; empty when there is none
-  std::string logProblem;                   // why there is none
-  std::string scanProblem;                  // why the boot disk was not found; the result code says nothing of it
-  std::string namedIdProblem;               // why the job's HardwareID could not be read
+  std::string logFile;                  // Windows path; empty when there is none
+  std::string logProblem;               // why there is none
+  std::string scanProblem;              // why the boot disk was not found; the result code says nothing of it
+  std::string namedIdProblem;           // why the job's HardwareID could not be read
+  std::uint64_t infFiles = 0;           // read by Windows' rules
+  std::vector<RefusedPath> unreadInfs;  // by Windows' rules: INF files and directories that could not be read
+  std::vector<ValueRecord> plannedValues;
+  std::vector<DeletedValue> plannedDeletions, deletions;
   std::vector<std::string> contradictions;  // between the job, the restored system and the machine
 
   std::vector<std::string> problems;  // what was seen beside the status lines

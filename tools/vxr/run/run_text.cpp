@@ -5,19 +5,15 @@
 #include <vector>
 
 #include "tools/vxr/base/output.h"
+#include "tools/vxr/run/choice_text.h"
 
 namespace {
-
-void Title(const std::string &text) {
-  PrintLine("");
-  PrintLine(text, Style::kBold);
-}
 
 void Problem(const std::string &text) { PrintLine("  " + text, Style::kBad); }
 
 void PrintDevices(const RunRecord &record) {
   if (record.devices.empty()) return;
-  Title("Devices");
+  PrintTitle("Devices");
   for (const DeviceRecord &device : record.devices) {
     PrintLine("  " + device.instance);
     if (!device.infFile.empty()) {
@@ -27,7 +23,7 @@ void PrintDevices(const RunRecord &record) {
     if (device.failed) {
       PrintLine("      no driver was set up", Style::kBad);
     } else if (device.infFile.empty()) {
-      PrintLine("      needs no driver of its own");
+      PrintLine(device.choice ? "      the restored system's own driver" : "      needs no driver of its own");
     }
   }
 }
@@ -37,7 +33,9 @@ void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied
   for (const CopyRecord &copy : record.copies) {
     if (!copy.reason.empty() || copy.copied != copied) continue;
     if (!titled) {
-      Title(copied ? "Files copied" : options.verify ? "Files that would be copied" : "Files that the check found");
+      PrintTitle(copied           ? "Files copied"
+                 : options.verify ? "Files that would be copied"
+                                  : "Files that the check found");
     }
     titled = true;
     PrintLine("  " + copy.target + (copy.size ? "  " + Bytes(*copy.size) : ""));
@@ -53,7 +51,7 @@ void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied
 void PrintValueList(const char *title, const std::vector<ValueRecord> &values) {
   const std::string *key = nullptr;
   for (const ValueRecord &value : values) {
-    if (key == nullptr) Title(title);
+    if (key == nullptr) PrintTitle(title);
     if (key == nullptr || *key != value.key) {
       PrintLine("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
     }
@@ -73,7 +71,7 @@ void PrintHives(const RunRecord &record, const char *title, const char *would) {
   for (const HiveRecord &hive : record.hives) {
     const bool saved = hive.outcome == HiveOutcome::kSaved, unflushed = hive.outcome == HiveOutcome::kUnflushed;
     if (!saved && !unflushed && hive.replay.empty()) continue;
-    if (!titled) Title(title);
+    if (!titled) PrintTitle(title);
     titled = true;
     const std::string outcome = saved       ? would + ("saved, " + Bytes(hive.size))
                                 : unflushed ? "replaced, see below"
@@ -98,7 +96,7 @@ void PrintCandidates(const RunRecord &record) {
   for (const DeviceRecord &device : record.devices) {
     const std::string places = PlacesSearched(device);
     if (!device.failed || places.empty()) continue;
-    Title("INF files for " + device.instance);
+    PrintTitle("INF files for " + device.instance);
     if (device.candidates.empty()) PrintLine("  no file here lists the device (" + places + ")");
     std::size_t file = 0, id = 0;
     for (const Candidate &candidate : device.candidates) {
@@ -178,7 +176,7 @@ bool HasProblems(const RunOutcome &outcome, const RunRecord &record) {
 
 void PrintProblems(const RunOutcome &outcome, const RunRecord &record) {
   if (!HasProblems(outcome, record)) return;
-  Title("Problems");
+  PrintTitle("Problems");
   if (!record.scanProblem.empty()) {
     Problem("The boot disk was not found: no device was looked at, no driver was put in. Check the job's Disk.");
     PrintLine("      log: " + record.scanProblem);
@@ -204,7 +202,7 @@ void PrintProblems(const RunOutcome &outcome, const RunRecord &record) {
 void PrintResult(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const std::string what = options.verify ? "driver files verification" : "driver files injection";
-  Title("Result");
+  PrintTitle("Result");
   const HiveRecord *unsaved = outcome.code != VXR_RESULT_NO_HIVE ? UnsavedRestoredHive(record) : nullptr;
   std::string meaning =
       record.scanProblem.empty() && record.namedIdProblem.empty() ? entry.meaning : "nothing was done";
@@ -231,6 +229,14 @@ void PrintResult(const RunOptions &options, const RunOutcome &outcome, const Run
 
 }  // namespace
 
+std::vector<ValueRecord> ValuesToWrite(const RunOutcome &outcome, const RunRecord &record) {
+  return outcome.rehearsal.done ? RestoredValues(outcome.rehearsal.record) : record.plannedValues;
+}
+
+std::vector<DeletedValue> ValuesToDelete(const RunOutcome &outcome, const RunRecord &record) {
+  return outcome.rehearsal.done ? outcome.rehearsal.record.deletions : record.plannedDeletions;
+}
+
 void PrintStatusLine(const StatusLine &line) {
   PrintLine(line.text, line.code == VXR_STATUS_PROGRESS ? Style::kDim : Style::kBad);
   std::fflush(stdout);
@@ -238,9 +244,12 @@ void PrintStatusLine(const StatusLine &line) {
 
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   PrintDevices(record);
+  PrintChoices(record);
   for (const bool copied : {true, false}) PrintCopies(options, record, copied);
   PrintValues(record);
-  PrintValueList("Registry values that would be written", RestoredValues(outcome.rehearsal.record));
+  PrintDeletions("Registry values deleted", record.deletions);
+  PrintValueList("Registry values that would be written", ValuesToWrite(outcome, record));
+  PrintDeletions("Registry values that would be deleted", ValuesToDelete(outcome, record));
   PrintHives(record, "Hives", "");
   PrintHives(outcome.rehearsal.record, "Hives in an injection", "would be ");
   PrintCandidates(record);

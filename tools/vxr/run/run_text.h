@@ -16,6 +16,10 @@ inline std::uint32_t MeaningCode(const RunOutcome &outcome) {
   return outcome.code == 0 ? static_cast<std::uint32_t>(outcome.exitStatus) : outcome.code;
 }
 
+// What an injection would write and delete in the restored hive: as its rehearsal did, else as the plan says.
+std::vector<ValueRecord> ValuesToWrite(const RunOutcome &outcome, const RunRecord &record);
+std::vector<DeletedValue> ValuesToDelete(const RunOutcome &outcome, const RunRecord &record);
+
 void PrintStatusLine(const StatusLine &line);
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);
