@@ -1,5 +1,9 @@
 #include "platform/inf/inf_lines.h"
 
+#include <algorithm>
+
+#include "platform/text/code_page.h"
+
 namespace machine {
 namespace {
 
@@ -223,6 +227,11 @@ bool EndsInContinuation(std::string_view line, const InfSettings &settings) {
     afterBackslash = kind == InfChar::kBackslash && !inQuotes;
   }
   return afterBackslash;
+}
+
+std::size_t WholeCharacters(std::string_view text, std::size_t limit, const InfSettings &settings) {
+  if (!settings.twoByte) return std::min(text.size(), limit);
+  return WholeCharacters(text, limit, [&](unsigned char byte) { return settings.classes[byte] == InfChar::kLead; });
 }
 
 }  // namespace machine

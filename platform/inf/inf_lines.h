@@ -1,7 +1,7 @@
 // The line grammar of INF files.
 #pragma once
 
-#include "platform/inf/inf_file.h"
+#include "platform/inf/inf_records.h"
 
 namespace machine {
 
@@ -10,5 +10,8 @@ void ParseLines(std::string_view body, const InfSettings &settings, InfSection *
 
 // Whether the line, given without its end, ends in a continuation.
 bool EndsInContinuation(std::string_view line, const InfSettings &settings);
+
+// The length of the longest beginning of at most `limit` bytes that splits no two-byte character.
+std::size_t WholeCharacters(std::string_view text, std::size_t limit, const InfSettings &settings);
 
 }  // namespace machine

@@ -1,7 +1,9 @@
-// Replacement of %tokens% from a file's strings and from the directory ids.
+#include "platform/inf/inf_tokens.h"
+
 #include <charconv>
 
 #include "platform/inf/inf_file.h"
+#include "platform/inf/inf_lines.h"
 
 namespace machine {
 namespace {

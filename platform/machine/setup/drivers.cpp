@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "platform/inf/inf_lines.h"
 #include "platform/machine/base/answer.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/file_time.h"

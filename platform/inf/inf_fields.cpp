@@ -1,0 +1,39 @@
+#include "platform/inf/inf_fields.h"
+
+#include "platform/inf/inf_tokens.h"
+#include "platform/text/ansi_case.h"
+
+namespace machine {
+
+bool HasField(const InfLine &line, std::uint32_t field) { return field == 0 ? line.hasKey : field <= line.valueCount; }
+
+std::string_view RawField(const InfSection &section, const InfLine &line, std::uint32_t field) {
+  const InfSpan span = section.texts[line.firstText + field - (line.hasKey ? 0 : 1)];
+  return std::string_view(section.pool).substr(span.begin, span.end - span.begin);
+}
+
+std::string FieldText(InfFile *file, const InfSection &section, const InfLine &line, std::uint32_t field) {
+  return ReplaceTokens(file, RawField(section, line, field));
+}
+
+std::uint32_t FindKey(InfFile *file, const InfSection &section, std::string_view key, std::uint32_t first) {
+  for (std::uint32_t i = first; i < section.lines.size(); ++i) {
+    const InfLine &line = section.lines[i];
+    if (!line.hasKey) continue;
+    const std::string_view raw = RawField(section, line, 0);
+    const bool plain = raw.find('%') == std::string_view::npos;
+    if (plain ? SameName(raw, key) : SameName(ReplaceTokens(file, raw), key)) return i;
+  }
+  return kInfNone;
+}
+
+bool FindValue(InfFile *file, const InfSection &section, std::string_view key, std::string *value) {
+  for (std::uint32_t i = FindKey(file, section, key); i != kInfNone; i = FindKey(file, section, key, i + 1)) {
+    if (section.lines[i].valueCount == 0) continue;
+    *value = FieldText(file, section, section.lines[i], 1);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace machine
