@@ -46,4 +46,9 @@ bool SameName(std::string_view a, std::string_view b) {
   return true;
 }
 
+bool SameUtf8(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return UpperAscii(x) == UpperAscii(y); });
+}
+
 }  // namespace machine

@@ -23,6 +23,8 @@ std::string FoldAnsiName(std::string_view name);
 std::string FoldName(std::string_view utf8Name);
 
 bool SameName(std::string_view a, std::string_view b);
+// For texts in UTF-8 that are not looked up on a machine: the case of ASCII letters alone does not count.
+bool SameUtf8(std::string_view a, std::string_view b);
 std::uint32_t HashName(std::string_view name);  // equal for the same names
 
 // For tables that are looked up by name.

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/log_events.h"
 #include "vxrcore/machine.h"
@@ -168,7 +169,7 @@ int32_t VXRMachine_SameFile(const char *path, const char *other) {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
   };
   std::error_code unknown;
-  return _stricmp(path, other) == 0 || std::filesystem::equivalent(file(path), file(other), unknown);
+  return machine::SameName(path, other) || std::filesystem::equivalent(file(path), file(other), unknown);
 }
 
 int32_t VXRMachine_OwnFile(const char *, char *what, uint32_t whatSize) {

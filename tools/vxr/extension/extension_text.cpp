@@ -1,7 +1,5 @@
 #include "tools/vxr/extension/extension_text.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +7,7 @@
 #include <set>
 #include <vector>
 
+#include "platform/text/ansi_case.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/extension/extension_words.h"
 
@@ -118,8 +117,6 @@ void PrintSystem(const VXR_SYSINFO &system, const VXR_ARCHITECT &architect, unsi
   Row(2, "Windows path", FieldText(system.WindowsPath, codePage));
 }
 
-bool SameName(const std::string &one, const std::string &other) { return strcasecmp(one.c_str(), other.c_str()) == 0; }
-
 // Those names that tell more than the ones before them: as a rule most are the computer's, in one case or the other.
 void PrintNames(const VXR_NETINFO &names, unsigned codePage) {
   const auto text = [&](const char(&field)[16]) { return FieldText(field, codePage); };
@@ -140,7 +137,7 @@ void PrintNames(const VXR_NETINFO &names, unsigned codePage) {
              {"Own DNS full", text(names.ComputerNamePhysicalDnsFullyQualified), full}};
   Lines lines;
   for (const auto &name : all) {
-    if (!SameName(name.text, name.known)) AddRow(&lines, 2, name.label, name.text);
+    if (!machine::SameUtf8(name.text, name.known)) AddRow(&lines, 2, name.label, name.text);
   }
   if (!lines.empty()) PrintLine("Names", Style::kBold);
   Print(lines);
@@ -205,7 +202,7 @@ std::string DeviceClassText(const VXR_DEVDRV &driver) {
 std::string StartedAs(const VXR_DEVDRV &driver, unsigned codePage) {
   const std::string path = FieldText(driver.Service.Image, codePage),
                     file = FieldText(driver.ImgFile.FileName, codePage);
-  const bool isEnd = path.size() <= file.size() && SameName(file.substr(file.size() - path.size()), path);
+  const bool isEnd = path.size() <= file.size() && machine::SameUtf8(file.substr(file.size() - path.size()), path);
   return isEnd ? "" : path;
 }
 

@@ -1,7 +1,6 @@
 #include "tools/vxr/extension/query_command.h"
 
-#include <strings.h>
-
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
@@ -32,8 +31,8 @@ bool Refuse(const std::string &message) {
 bool IsLetter(const std::string &text) { return text.size() == 1 || text.substr(1) == ":" || text.substr(1) == ":\\"; }
 
 std::uint32_t Selector(const std::string &driver) {
-  if (strcasecmp(driver.c_str(), "bus") == 0) return VXREQV_BusEDriver;
-  return strcasecmp(driver.c_str(), "controller") == 0 ? VXREQV_CtrlDriver : VXREQV_DiskDriver;
+  if (machine::SameUtf8(driver, "bus")) return VXREQV_BusEDriver;
+  return machine::SameUtf8(driver, "controller") ? VXREQV_CtrlDriver : VXREQV_DiskDriver;
 }
 
 // What `--driver` and `--letter` add to the question. False, after one line, when they do not fit it.

@@ -1,11 +1,10 @@
 #include "tools/vxr/extension/query_names.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 
+#include "platform/text/ansi_case.h"
 #include "tools/vxr/extension/extension_file.h"
 
 namespace {
@@ -60,8 +59,7 @@ const ClassName kClasses[] = {{VXREQ_Volume, "VXREQ_Volume", kVolumeItems},
                               {VXREQ_Architect, "VXREQ_Architect", kArchitectItems}};
 
 bool IsName(std::string_view text, const char *name) {
-  const std::string copy(text);
-  return strcasecmp(copy.c_str(), name) == 0 || strcasecmp(copy.c_str(), ShortName(name)) == 0;
+  return machine::SameUtf8(text, name) || machine::SameUtf8(text, ShortName(name));
 }
 
 bool ReadNumber(std::string_view text, std::uint32_t *number) {

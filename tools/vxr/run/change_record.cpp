@@ -7,17 +7,13 @@
 
 namespace {
 
-bool SamePath(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return machine::UpperAscii(x) == machine::UpperAscii(y); });
-}
-
 // Two attempts are made at each file, and more where several ids or INF files name it; only what became of the file
 // counts. What a device needs stays needed.
 void AddCopy(RunRecord *record, CopyRecord copy) {
   std::vector<CopyRecord> &copies = record->copies;
-  const auto known = std::find_if(copies.begin(), copies.end(),
-                                  [&](const CopyRecord &other) { return SamePath(other.target, copy.target); });
+  const auto known = std::find_if(copies.begin(), copies.end(), [&](const CopyRecord &other) {
+    return machine::SameUtf8(other.target, copy.target);
+  });
   if (known != copies.end()) {
     if (known->use == CopyUse::kNeeded) copy.use = CopyUse::kNeeded;
     copies.erase(known);
@@ -26,7 +22,7 @@ void AddCopy(RunRecord *record, CopyRecord copy) {
 }
 
 bool IsValue(const FailedValue &failed, std::string_view key, std::string_view name) {
-  return !failed.wholeKey && SamePath(failed.key, key) && SamePath(failed.name, name);
+  return !failed.wholeKey && machine::SameUtf8(failed.key, key) && machine::SameUtf8(failed.name, name);
 }
 
 void AddValue(RunRecord *record, ValueRecord value) {
@@ -46,7 +42,8 @@ void AddFailedValue(RunRecord *record, const VXRMachine_Event &event) {
   value.type = event.type;
   value.error = static_cast<std::uint32_t>(event.size);
   const auto same = [&](const FailedValue &other) {
-    return value.wholeKey ? other.wholeKey && SamePath(other.key, value.key) : IsValue(other, value.key, value.name);
+    return value.wholeKey ? other.wholeKey && machine::SameUtf8(other.key, value.key)
+                          : IsValue(other, value.key, value.name);
   };
   std::vector<FailedValue> &failed = record->failedValues;
   if (std::none_of(failed.begin(), failed.end(), same)) failed.push_back(std::move(value));
