@@ -15,7 +15,7 @@ vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/res
 vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/mount/hive.cpp)
 vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
           package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/plan.cpp package/apply.cpp
-          package/device_driver.cpp package/restored_system.cpp)
+          package/device_driver.cpp package/find_drivers.cpp package/restored_system.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp

@@ -20,14 +20,8 @@ typedef struct VXRDRV_TARGET {
   uint32_t language;     /* of its texts, such as 0x0409 */
 } VXRDRV_TARGET;
 
-enum {
-  VXRDRV_RULES_EXACT = 0,  /* the narrow reading of a restore run by default */
-  VXRDRV_RULES_WINDOWS = 1 /* Windows' own */
-};
-
 typedef struct VXRDRV_QUERY {
   VXRDRV_TARGET target;
-  uint32_t rules;            /* VXRDRV_RULES_... */
   const char *directories;   /* multi-string; a path that begins with "/" is the host's own where that has such paths */
   const char *hardwareIds;   /* multi-string, most specific first */
   const char *compatibleIds; /* the same, or null */

@@ -10,6 +10,7 @@
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/boot/fix_boot_command.h"
+#include "tools/vxr/drivers/drivers_command.h"
 #include "tools/vxr/extension/create_command.h"
 #include "tools/vxr/extension/query_command.h"
 #include "tools/vxr/extension/show_command.h"
@@ -83,6 +84,44 @@ CLI::App *AddInf(CLI::App *app, InfOptions *options) {
   inf->add_flag("--json", options->json, "Print one JSON document instead of text");
   inf->footer("Exit status: 0; 1 when the file is missing or is not an INF file; 2 for wrong usage.");
   return inf;
+}
+
+CLI::App *AddDrivers(CLI::App *app, DriversOptions *options) {
+  CLI::App *drivers =
+      AddCommand(app, "drivers", "Say which INF file would be installed for a device, and why not others");
+  drivers->add_option("directory", options->directories, "Directories of driver packages, searched with all below them")
+      ->required()
+      ->type_name("DIR");
+  drivers
+      ->add_option("--target", options->target,
+                   "The Windows that the driver is for: MAJOR.MINOR[.BUILD]-ARCH[-PRODUCT[-SUITE]],\n"
+                   "such as 10.0.19045-amd64 or 5.2.3790-amd64-3-0x112; PRODUCT 1 workstation (the default),\n"
+                   "2 domain controller, 3 server; ARCH x86, amd64, arm64, ia64")
+      ->required()
+      ->type_name("VERSION");
+  drivers
+      ->add_option("--id", options->ids,
+                   "The device's hardware ids, most specific first; or its PCI function by numbers,\n"
+                   "8086:2822[:SUBVENDOR:SUBDEVICE[:REVISION]] and its class, such as 010400")
+      ->required()
+      ->type_name("ID");
+  drivers->add_option("--compatible-id", options->compatibleIds, "Its compatible ids, most specific first")
+      ->type_name("ID");
+  drivers->add_option("--rules", options->rules, "windows, as Windows itself would, or exact, as a run does by default")
+      ->check(CLI::IsMember({"exact", "windows"}))
+      ->type_name("RULES")
+      ->capture_default_str();
+  drivers->add_option("--code-page", options->codePage, "ANSI code page of 8-bit files")
+      ->type_name("NUMBER")
+      ->capture_default_str();
+  drivers->add_option("--language", options->language, "Language of the strings, such as 0x0409 for [Strings.0409]")
+      ->type_name("NUMBER")
+      ->default_str("0x0409");
+  drivers->add_flag("--json", options->json, "Print one JSON document instead of text");
+  drivers->footer(
+      "The driver that would be taken comes first, marked; those that cannot be installed come last, with the reason.\n"
+      "Nothing is changed. Exit status: 0 when one can be installed; 1 when none; 2 for wrong usage.");
+  return drivers;
 }
 
 CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
@@ -226,11 +265,13 @@ int Run(int argc, char **argv) {
   QueryOptions queryOptions;
   FixBootOptions fixBootOptions;
   InfOptions infOptions;
+  DriversOptions driversOptions;
   const CLI::App *run = AddRun(&app, &runOptions);
   const CLI::App *create = AddCreate(&app, &createOptions);
   const CLI::App *show = AddShow(&app, &showOptions);
   const CLI::App *query = AddQuery(&app, &queryOptions);
   const CLI::App *fixBoot = AddFixBoot(&app, &fixBootOptions);
+  const CLI::App *drivers = AddDrivers(&app, &driversOptions);
   AddInf(&app, &infOptions);
 #ifndef _WIN32
   HiveOptions hiveOptions;
@@ -245,6 +286,7 @@ int Run(int argc, char **argv) {
   if (hive->parsed()) return HiveCommand(hiveOptions);
 #endif
   if (run->parsed()) return RunCommand(runOptions);
+  if (drivers->parsed()) return DriversCommand(driversOptions);
   if (create->parsed()) return CreateCommand(createOptions);
   if (show->parsed()) return ShowCommand(showOptions);
   if (query->parsed()) return QueryCommand(queryOptions);

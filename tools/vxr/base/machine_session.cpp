@@ -1,6 +1,7 @@
 #include "tools/vxr/base/machine_session.h"
 
 #include <array>
+#include <cstdio>
 
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/host_file.h"
@@ -29,6 +30,32 @@ bool OpenMachine(const std::string &file, VXRMachine_Observer observer, void *co
   VXRMachine_SetObserver(nullptr, nullptr);
   PrintError(message.data());
   return false;
+}
+
+bool OpenMachineText(const std::string &toml, const std::string &subject, VXRMachine_Observer observer, void *context) {
+  std::array<char, 2048> message{};
+  VXRMachine_SetObserver(observer, context);
+  if (VXRMachine_OpenText(toml.c_str(), nullptr, message.data(), static_cast<std::uint32_t>(message.size())))
+    return true;
+  VXRMachine_SetObserver(nullptr, nullptr);
+  PrintError(subject + ": " + message.data());
+  return false;
+}
+
+std::string TomlString(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7F) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04X", byte);
+      quoted += escape;
+    } else {
+      if (c == '"' || c == '\\') quoted += '\\';
+      quoted += c;
+    }
+  }
+  return quoted + "\"";
 }
 
 bool CloseMachine() {

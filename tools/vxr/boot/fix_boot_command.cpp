@@ -1,6 +1,5 @@
 #include "tools/vxr/boot/fix_boot_command.h"
 
-#include <array>
 #include <charconv>
 #include <cstdio>
 #include <filesystem>
@@ -91,23 +90,6 @@ std::optional<std::string> GeometryToml(std::string_view text) {
 
 bool IsUtf8(const std::string &text) { return machine::Utf16ToUtf8(machine::Utf8ToUtf16(text)) == text; }
 
-// A basic string: quotation marks, backslashes and control characters escaped.
-std::string TomlString(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04X", byte);
-      quoted += escape;
-    } else {
-      if (c == '"' || c == '\\') quoted += '\\';
-      quoted += c;
-    }
-  }
-  return quoted + "\"";
-}
-
 bool IsImage(const std::string &path) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
@@ -149,14 +131,8 @@ int RepairImage(const FixBootOptions &options) {
   if (!geometry) return kExitUsage;
   if (!IsImage(options.disk)) return 1;
   const std::string text = kImageMachine + ("image = " + TomlString(options.disk)) + "\ngeometry = " + *geometry + "\n";
-  std::array<char, 2048> message{};
   BootReport report;
-  VXRMachine_SetObserver(OnEvent, &report);
-  if (!VXRMachine_OpenText(text.c_str(), nullptr, message.data(), message.size())) {
-    VXRMachine_SetObserver(nullptr, nullptr);
-    PrintError(options.disk + ": " + message.data());
-    return kExitUsage;
-  }
+  if (!OpenMachineText(text, options.disk, OnEvent, &report)) return kExitUsage;
   return Repair(kImageDisk, options.disk, report);
 }
 

@@ -1,0 +1,17 @@
+// The machine that a search for drivers runs on: nothing but the directories that are searched.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/vxr/drivers/drivers_command.h"
+
+// Where directories are the host's, each becomes a drive of a machine made for the search, so that names are found
+// without regard to case and no link leads out of them. False, after a message.
+bool OpenSearchMachine(const DriversOptions &options);
+// The directories as that machine names them.
+std::vector<std::string> SearchedDirectories(const DriversOptions &options);
+// A path of that machine as the user knows it: the directory as it was named, then the rest.
+std::string GivenPath(const DriversOptions &options, const std::string &path);
+// The key of the job that exact rules are tried with.
+inline constexpr char kSearchJobKey[] = "SOFTWARE\\Varnelt\\Relmar\\1";
