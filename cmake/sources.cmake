@@ -34,7 +34,7 @@ else()
   set(VXR_CODE_PAGE platform/text/code_page.cpp)
 endif()
 add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
-  platform/inf/inf_tokens.cpp platform/inf/inf_decoding.cpp platform/inf/inf_fields.cpp platform/inf/inf_headers.cpp
+  platform/inf/inf_tokens.cpp platform/inf/inf_values.cpp platform/inf/inf_decoding.cpp platform/inf/inf_fields.cpp platform/inf/inf_headers.cpp
   platform/inf/inf_section_table.cpp platform/text/ansi_case.cpp ${VXR_CODE_PAGE})
 
 # What stands behind platform.h: Windows itself, or the described machine.

@@ -13,6 +13,7 @@
 #include "platform/inf/inf_records.h"
 #include "platform/inf/inf_section_table.h"
 #include "platform/inf/inf_tokens.h"
+#include "platform/inf/inf_values.h"
 
 namespace machine {
 
