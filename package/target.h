@@ -5,10 +5,13 @@
 
 namespace package {
 
+// Processor architectures, by Windows' numbers (PROCESSOR_ARCHITECTURE_...).
+inline constexpr WORD kX86 = 0, kArm = 5, kIa64 = 6, kAmd64 = 9, kArm64 = 12;
+
 struct Target {
   DWORD major = 0, minor = 0;
   DWORD build = 0;
-  WORD architecture = 0;   // PROCESSOR_ARCHITECTURE_...
+  WORD architecture = kX86;
   DWORD product = 1;       // 1 workstation, 2 domain controller, 3 server
   DWORD suite = 0;         // bits
   WORD language = 0x0409;  // of its texts

@@ -223,6 +223,7 @@ std::size_t EnterHeader(HeaderFinder *finder, std::size_t lineBegin, std::size_t
 // Text before the first section must be blank or comment.
 bool CheckStart(HeaderFinder *finder) {
   const InfFile &file = *finder->file;
+  if (file.settings->passOverTextBefore) return true;
   const std::size_t end = finder->headerLine == std::string_view::npos ? file.text.size() : finder->headerLine;
   for (std::size_t at = 0; at < end; ++at) {
     const InfChar kind = ClassAt(file, at);

@@ -37,6 +37,7 @@ struct InfSettings {
   std::string windows, system, drivers, inf;
   std::array<InfChar, 256> classes = {};
   bool twoByte = false;  // whether the code page has lead bytes
+  bool passOverTextBefore = false;  // text before the first section, which else refuses the file
 };
 
 struct InfSpan {
