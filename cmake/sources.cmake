@@ -14,7 +14,9 @@ vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/res
           engine/boot_sector.cpp engine/boot_volume.cpp)
 vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/mount/hive.cpp)
 vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
-          package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/plan.cpp package/apply.cpp)
+          package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/plan.cpp
+          package/plan_files.cpp package/plan_services.cpp package/plan_registry.cpp package/registry_lines.cpp
+          package/file_bytes.cpp package/apply.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp
@@ -45,6 +47,7 @@ else()
   add_library(vxr_hive_file STATIC
     platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp
     platform/machine/hive/base_block.cpp platform/machine/hive/hive.cpp platform/machine/hive/hive_check.cpp
+    platform/machine/hive/hive_keys.cpp
     platform/machine/hive/hive_log.cpp platform/machine/hive/hive_logs.cpp
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
     platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
@@ -61,12 +64,14 @@ else()
     platform/machine/description/current.cpp platform/machine/description/description.cpp
     platform/machine/description/description_values.cpp platform/machine/description/setup_class.cpp
     platform/machine/hive/hive_cells.cpp platform/machine/hive/hive_save.cpp
-    platform/machine/files/copy.cpp platform/machine/files/disk_index.cpp platform/machine/files/disks.cpp
+    platform/machine/files/copy.cpp platform/machine/files/directories.cpp
+    platform/machine/files/disk_index.cpp platform/machine/files/disks.cpp
     platform/machine/files/file_io.cpp platform/machine/files/files.cpp platform/machine/files/mapping.cpp
     platform/machine/files/own_files.cpp platform/machine/files/path_syntax.cpp platform/machine/files/paths.cpp
     platform/machine/files/search.cpp platform/machine/files/settings_file.cpp
     platform/machine/files/storage.cpp platform/machine/files/stream.cpp platform/machine/files/volumes.cpp
     platform/machine/registry/hive_mount.cpp platform/machine/registry/registry.cpp
+    platform/machine/registry/registry_edit.cpp
     platform/machine/registry/registry_state.cpp
     platform/machine/version/version_block.cpp platform/machine/version/version_calls.cpp
     platform/machine/setup/decoration.cpp platform/machine/setup/device_set.cpp

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <variant>
 
 #include "platform/machine/base/descriptor.h"
@@ -31,7 +32,10 @@ struct MappingHandle {
   std::uint64_t size = 0;  // bytes
   bool writable = false;
 };
-struct SearchHandle {};
+struct Search;  // of a pattern (files/search.cpp)
+struct SearchHandle {
+  std::shared_ptr<Search> search;  // null when one name was searched for
+};
 struct ProcessHandle {
   DWORD exitCode = 0;
 };

@@ -141,8 +141,9 @@ DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
 DWORD GetFileAttributesA(const char *name) {
   VXR_FAULT(INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND);
   machine::HostPlace place;
-  return LocateExisting(name, &place) ? machine::ReadAttributes(machine::PlaceName(place), place.status)
-                                      : INVALID_FILE_ATTRIBUTES;
+  if (LocateExisting(name, &place)) return machine::ReadAttributes(machine::PlaceName(place), place.status);
+  return place.directory >= 0 && machine::WouldBeDirectory(place.directory, place.name) ? FILE_ATTRIBUTE_DIRECTORY
+                                                                                        : INVALID_FILE_ATTRIBUTES;
 }
 
 BOOL SetFileAttributesA(const char *name, DWORD attributes) {

@@ -23,6 +23,7 @@
 #include "platform/machine/files/path_syntax.h"
 #include "platform/machine/files/storage.h"
 #include "platform/machine/host/listing.h"
+#include "platform/machine/host/rehearsal.h"
 #include "vxrcore/machine.h"
 
 namespace machine {
@@ -170,6 +171,10 @@ bool WalkToPlace(Walk *walk, HostPlace *place) {
     struct stat status = {};
     if (!StatName(current, &name, &status)) {
       if (errno != ENOENT) return FailHost();
+      if (!last && walk->names.front() != ".." && WouldBeDirectory(current, name)) {
+        walk->names.front().insert(0, name + '/');
+        continue;
+      }
       return last ? FillPlaceKeeping(current, std::move(name), nullptr, place) : FailWith(ERROR_PATH_NOT_FOUND);
     }
     if (S_ISLNK(status.st_mode)) {

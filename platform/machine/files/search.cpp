@@ -1,11 +1,12 @@
 // The file search.
 //
-// Of several matches the first in the order of the host's directory is given, not the first by name as NTFS would: the
-// search ends at its first match however large the directory is, and its callers ask only whether there is one.
+// Matches come in the order of the host's directory, not by name as NTFS gives them: the first is found without reading
+// the whole of a large directory, and no caller relies on an order.
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "platform/machine/base/answer.h"
@@ -18,6 +19,14 @@
 #include "platform/machine/host/rehearsal.h"
 #include "platform/machine/text/wildcard.h"
 #include "platform/text/code_page.h"
+
+// A search of a pattern, which keeps its place in the directory.
+struct machine::Search {
+  Descriptor directory;
+  DirectoryStream stream;
+  NamePattern pattern;
+  int dots = 0;  // of "." and "..", how many are to come
+};
 
 namespace {
 
@@ -79,9 +88,10 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
   }
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
   std::uint64_t size = 0;
-  if (!place.exists && machine::WouldExist(place, &size)) {
+  const bool directory = machine::WouldBeDirectory(place.directory, place.name);
+  if (!place.exists && (directory || machine::WouldExist(place, &size))) {
     place.exists = true;
-    place.status.st_mode = S_IFREG;
+    place.status.st_mode = directory ? S_IFDIR : S_IFREG;
     place.status.st_size = static_cast<off_t>(size);
   }
   if (place.exists && Describe(place.status, shown, data)) return true;
@@ -89,23 +99,46 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
   return false;
 }
 
-bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
-  const machine::Descriptor directory = OpenParent(text);
-  if (!directory) return false;
-  const machine::NamePattern pattern = machine::MakePattern(path.pattern);
-  // Every directory but a root holds itself, first of all.
-  if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return DescribeEntry(directory.fd, ".", data);
-  machine::DirectoryStream stream;
-  if (const machine::Status opened = machine::OpenDirectoryStream(directory.fd, &stream); !opened) {
+// A name that Windows' file systems cannot hold would be read as a path.
+bool IsWindowsName(const std::string &name) { return name.find_first_of("\\:*?\"<>|") == std::string::npos; }
+
+// The next match; false with ERROR_NO_MORE_FILES behind the last.
+bool FindNext(machine::Search *search, WIN32_FIND_DATAA *data) {
+  // Every directory but a root holds itself and the one above, first of all.
+  while (search->dots > 0) {
+    const std::string name = search->dots-- == 2 ? "." : "..";
+    // Where ".." leads is not for the search, which never leaves the drive.
+    struct stat status = {};
+    const bool told = machine::MatchesPattern(search->pattern, name) &&
+                      fstatat(search->directory.fd, ".", &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (told && Describe(status, name, data)) return true;
+  }
+  errno = 0;
+  while (const dirent *entry = readdir(search->stream.get())) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == ".." || !IsWindowsName(name)) continue;
+    if (machine::MatchesPattern(search->pattern, name) && DescribeEntry(search->directory.fd, name, data)) return true;
+    errno = 0;
+  }
+  return errno != 0 ? machine::FailHost() : machine::FailWith(ERROR_NO_MORE_FILES);
+}
+
+bool FindPattern(const char *text, const machine::WindowsPath &path, std::shared_ptr<machine::Search> *search,
+                 WIN32_FIND_DATAA *data) {
+  auto begun = std::make_shared<machine::Search>();
+  begun->directory = OpenParent(text);
+  if (!begun->directory) return false;
+  begun->pattern = machine::MakePattern(path.pattern);
+  begun->dots = path.names.empty() ? 0 : 2;
+  if (const machine::Status opened = machine::OpenDirectoryStream(begun->directory.fd, &begun->stream); !opened) {
     return machine::FailWith(opened);
   }
-  while (const dirent *entry = readdir(stream.get())) {
-    const std::string name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    if (machine::MatchesPattern(pattern, name) && DescribeEntry(directory.fd, name, data)) return true;
+  if (!FindNext(begun.get(), data)) {
+    if (platform::GetLastError() == ERROR_NO_MORE_FILES) platform::SetLastError(ERROR_FILE_NOT_FOUND);
+    return false;
   }
-  platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return false;
+  *search = std::move(begun);
+  return true;
 }
 
 }  // namespace
@@ -117,8 +150,19 @@ HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data) {
   machine::WindowsPath path;
   if (data == nullptr) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   if (!machine::ParseWindowsPath(pattern, &path)) return INVALID_HANDLE_VALUE;
-  const bool found = path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, data);
-  return found ? machine::AddHandle(machine::SearchHandle()) : INVALID_HANDLE_VALUE;
+  machine::SearchHandle begun;
+  const bool found =
+      path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, &begun.search, data);
+  return found ? machine::AddHandle(std::move(begun)) : INVALID_HANDLE_VALUE;
+}
+
+BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA *data) {
+  VXR_FAULT(FALSE, ERROR_NO_MORE_FILES);
+  const auto *handle = machine::FindHandleOf<machine::SearchHandle>(search);
+  if (handle == nullptr) return machine::FailWith(ERROR_INVALID_HANDLE);
+  if (data == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  if (handle->search == nullptr) return machine::FailWith(ERROR_NO_MORE_FILES);
+  return FindNext(handle->search.get(), data) ? TRUE : FALSE;
 }
 
 // As with CloseHandle, one that is made to fail closes all the same.

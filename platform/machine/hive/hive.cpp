@@ -86,61 +86,10 @@ bool IsAscii(const char *text) {
   return true;
 }
 
-std::u16string FromUtf8(const char *text) {
-  return IsAscii(text) ? std::u16string(text, text + std::strlen(text)) : Utf8ToUtf16(text);
-}
-
-// Whether the name is the one looked for. libhivex ends names at a NUL, which a name may hold: its full length decides
-// too.
-bool HasName(hive_h *handle, hive_node_h node, const char *name, const std::u16string &folded) {
-  if (std::strlen(name) < folded.size() || FoldKeyName(FromUtf8(name)) != folded) return false;
-  return hivex_node_name_len(handle, node) == std::strlen(name);
-}
-
-Status Damaged(Hive *hive) {
-  hive->damaged = true;
-  return Status::Of(StatusKind::kDamaged);
-}
-
-// A key that cannot be seen because the hive is damaged is not one that is absent: a second of its name must not be
-// made.
-Status FindChild(Hive *hive, hive_node_h parent, const std::u16string &folded, hive_node_h *node) {
-  hive_h *handle = hive->handle.get();
-  const Malloced<hive_node_h> children(hivex_node_children(handle, parent));
-  if (children == nullptr) return Damaged(hive);
-  bool unseen = false;
-  for (const hive_node_h *child = children.get(); *child != 0; ++child) {
-    const Malloced<char> name(hivex_node_name(handle, *child));
-    // Half a surrogate pair is a name that Windows takes and no text of ours names.
-    if (name == nullptr && errno != EILSEQ) unseen = true;
-    if (name == nullptr || !HasName(handle, *child, name.get(), folded)) continue;
-    *node = *child;
-    return {};
-  }
-  return unseen ? Damaged(hive) : Status::Of(StatusKind::kNotFound);
-}
-
-// The key's node in the file. The hive has been read.
-Status FindNode(Hive *hive, const FoldedPath &path, hive_node_h *node) {
-  if (const auto found = hive->nodes.find(path); found != hive->nodes.end()) {
-    *node = found->second;
-    return {};
-  }
-  if (path.empty()) {
-    *node = hivex_root(hive->handle.get());
-  } else {
-    hive_node_h parent = 0;
-    if (Status found = FindNode(hive, {path.begin(), path.end() - 1}, &parent); !found) return found;
-    if (Status found = FindChild(hive, parent, path.back(), node); !found) return found;
-  }
-  hive->nodes.emplace(path, *node);
-  return {};
-}
-
 bool ReadName(hive_h *handle, hive_value_h cell, std::u16string *name) {
   const Malloced<char> text(hivex_value_key(handle, cell));
   if (text == nullptr) return false;
-  *name = FromUtf8(text.get());
+  *name = HiveText(text.get());
   return hivex_value_key_len(handle, cell) == std::strlen(text.get());
 }
 
@@ -156,17 +105,34 @@ bool ReadData(hive_h *handle, hive_value_h cell, StoredValue *value) {
   return true;
 }
 
-Status ReadAllValues(Hive *hive, hive_node_h node, std::vector<StoredValue> *values) {
+enum class Unnamed { kFails, kLeftOut };  // a value whose name cannot be given
+
+Status ReadAllValues(Hive *hive, hive_node_h node, Unnamed unnamed, std::vector<StoredValue> *values) {
   hive_h *handle = hive->handle.get();
   const Malloced<hive_value_h> cells(hivex_node_values(handle, node));
-  if (cells == nullptr) return Damaged(hive);
+  if (cells == nullptr) return DamagedHive(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
     StoredValue value;
-    if (!ReadData(handle, *cell, &value)) return Damaged(hive);
-    if (!ReadName(handle, *cell, &value.name)) return Status::Of(StatusKind::kUnsupported);
-    values->push_back(std::move(value));
+    if (!ReadData(handle, *cell, &value)) return DamagedHive(hive);
+    if (ReadName(handle, *cell, &value.name)) {
+      values->push_back(std::move(value));
+    } else if (unnamed == Unnamed::kFails) {
+      return Status::Of(StatusKind::kUnsupported);
+    }
   }
   return {};
+}
+
+// The values of a key that exists.
+Status ReadValues(Hive *hive, const KeyPath &key, Unnamed unnamed, std::vector<StoredValue> *values) {
+  const auto changed = hive->changes.find(key.folded);
+  if (changed != hive->changes.end()) {
+    *values = changed->second.values;
+    return {};
+  }
+  hive_node_h node = 0;
+  if (Status found = FindHiveNode(hive, key.folded, &node); !found) return found;
+  return ReadAllValues(hive, node, unnamed, values);
 }
 
 // Has libhivex read what the hive is, by its descriptor, so that what was checked and locked is what is read.
@@ -206,7 +172,22 @@ bool IsTooLong(const Hive &hive, const StoredValue &value) {
   return hive.state.minor > 3 && value.bytes.size() > kLongestCellData;
 }
 
+// All values of a key that exists, in place of those that it has.
+Status ReplaceValues(Hive *hive, const KeyPath &key, std::vector<StoredValue> values) {
+  if (std::any_of(values.begin(), values.end(), [&](const StoredValue &each) { return IsTooLong(*hive, each); })) {
+    return Status::Of(StatusKind::kUnsupported);
+  }
+  ChangedKey &entry = hive->changes[key.folded];
+  entry.valuesSet = true;
+  entry.values = std::move(values);
+  return {};
+}
+
 }  // namespace
+
+std::u16string HiveText(const char *text) {
+  return IsAscii(text) ? std::u16string(text, text + std::strlen(text)) : Utf8ToUtf16(text);
+}
 
 Status OpenHive(Hive *hive, HiveUse use) {
   if (Status opened = OpenLocked(hive, use); !opened) return opened;
@@ -244,9 +225,10 @@ Status MakeHiveWritable(Hive *hive) {
 
 Status FindHiveKey(Hive *hive, const KeyPath &key) {
   if (hive->changes.count(key.folded) != 0) return {};
-  if (!ReadHive(hive)) return Damaged(hive);
+  if (!ReadHive(hive)) return DamagedHive(hive);
+  if (hive->deleted.count(key.folded) != 0) return Status::Of(StatusKind::kNotFound);
   hive_node_h node = 0;
-  return FindNode(hive, key.folded, &node);
+  return FindHiveNode(hive, key.folded, &node);
 }
 
 Status FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName, StoredValue *value) {
@@ -257,14 +239,15 @@ Status FindHiveValue(Hive *hive, const KeyPath &key, const std::u16string &folde
     *value = *found;
     return {};
   }
-  if (!ReadHive(hive)) return Damaged(hive);
+  if (!ReadHive(hive)) return DamagedHive(hive);
+  if (hive->deleted.count(key.folded) != 0) return Status::Of(StatusKind::kNotFound);
   hive_node_h node = 0;
-  if (Status found = FindNode(hive, key.folded, &node); !found) return found;
+  if (Status found = FindHiveNode(hive, key.folded, &node); !found) return found;
   const Malloced<hive_value_h> cells(hivex_node_values(hive->handle.get(), node));
-  if (cells == nullptr) return Damaged(hive);
+  if (cells == nullptr) return DamagedHive(hive);
   for (const hive_value_h *cell = cells.get(); *cell != 0; ++cell) {
     if (!ReadName(hive->handle.get(), *cell, &value->name) || FoldKeyName(value->name) != foldedName) continue;
-    return ReadData(hive->handle.get(), *cell, value) ? Status() : Damaged(hive);
+    return ReadData(hive->handle.get(), *cell, value) ? Status() : DamagedHive(hive);
   }
   return Status::Of(StatusKind::kNotFound);
 }
@@ -292,21 +275,26 @@ Status SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value) {
     return {};
   }
   std::vector<StoredValue> values;
-  if (changed == hive->changes.end()) {
-    hive_node_h node = 0;
-    if (Status found = FindNode(hive, key.folded, &node); !found) return found;
-    if (Status read = ReadAllValues(hive, node, &values); !read) return read;
-  }
+  if (Status read = ReadValues(hive, key, Unnamed::kFails, &values); !read) return read;
   const StoredValue *old = FindValue(&values, FoldKeyName(value.name));
   if (old != nullptr && old->type == value.type && old->bytes == value.bytes) return {};
   PutValue(&values, std::move(value));
-  if (std::any_of(values.begin(), values.end(), [&](const StoredValue &each) { return IsTooLong(*hive, each); })) {
-    return Status::Of(StatusKind::kUnsupported);
-  }
-  ChangedKey &entry = hive->changes[key.folded];
-  entry.valuesSet = true;
-  entry.values = std::move(values);
-  return {};
+  return ReplaceValues(hive, key, std::move(values));
+}
+
+Status DeleteHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName) {
+  if (Status found = FindHiveKey(hive, key); !found) return found;
+  std::vector<StoredValue> values;
+  if (Status read = ReadValues(hive, key, Unnamed::kFails, &values); !read) return read;
+  const StoredValue *old = FindValue(&values, foldedName);
+  if (old == nullptr) return Status::Of(StatusKind::kNotFound);
+  values.erase(values.begin() + (old - values.data()));
+  return ReplaceValues(hive, key, std::move(values));
+}
+
+Status ListHiveValues(Hive *hive, const KeyPath &key, std::vector<StoredValue> *values) {
+  if (Status found = FindHiveKey(hive, key); !found) return found;
+  return ReadValues(hive, key, Unnamed::kLeftOut, values);
 }
 
 }  // namespace machine

@@ -10,7 +10,10 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/status.h"
@@ -38,6 +41,15 @@ struct ChangedKey {
   std::vector<StoredValue> values;  // all of the key's, the unchanged ones too
 };
 
+// A key's sub-keys in the file, those with a name that can be given; read once.
+struct ChildKeys {
+  std::vector<std::u16string> names;                      // in the hive's order
+  std::unordered_map<std::u16string, hive_node_h> nodes;  // by folded name; of several the first
+  bool unseen = false;                                    // the hive is damaged: there may be more
+  bool shared = false;                                    // a key stands in the list twice
+  bool unnamed = false;                                   // there are more, whose names cannot be given
+};
+
 struct Hive {
   Descriptor directory, file;  // the file is open for reading and locked against other runs
   std::string name;            // in the directory
@@ -52,7 +64,9 @@ struct Hive {
   std::unique_ptr<hive_h, HivexCloser> handle;  // null until ReadHive
   Status failure;                               // why ReadHive failed, once it has
   std::map<FoldedPath, hive_node_h> nodes;      // found so far; a key's node never moves
+  std::map<hive_node_h, ChildKeys> children;    // read so far
   std::map<FoldedPath, ChangedKey> changes;     // a key comes before the keys below it
+  std::set<FoldedPath> deleted;                 // of the file's keys; those below a deleted one are all in it too
   bool damaged = false;                         // a call was answered with kDamaged
 };
 
@@ -90,6 +104,25 @@ Status CreateHiveKey(Hive *hive, const KeyPath &key);
 // key could not be saved whole: it holds (or would hold) data longer than one cell, or a name that libhivex cannot give
 // back.
 Status SetHiveValue(Hive *hive, const KeyPath &key, StoredValue value);
+
+// kNotFound without such a value.
+Status DeleteHiveValue(Hive *hive, const KeyPath &key, const std::u16string &foldedName);
+// A key without sub-keys that is not the root: EACCES for one that has some. kUnsupported for a key of a class, which
+// libhivex cannot be trusted to delete.
+Status DeleteHiveKey(Hive *hive, const KeyPath &key);
+
+// Names of sub-keys, the file's in its order, then those made since; names that libhivex cannot give back are left out.
+Status ListHiveKeys(Hive *hive, const KeyPath &key, std::vector<std::u16string> *names);
+// In the same order. A value whose name cannot be given is left out.
+Status ListHiveValues(Hive *hive, const KeyPath &key, std::vector<StoredValue> *values);
+
+// Parts of these, for the files of this folder. The hive has been read; `path` is not of a deleted key.
+Status FindHiveNode(Hive *hive, const FoldedPath &path, hive_node_h *node);
+Status HiveChildren(Hive *hive, hive_node_h parent, const ChildKeys **children);
+// Stores that the hive was found damaged, and says so.
+Status DamagedHive(Hive *hive);
+// A text as libhivex gives it.
+std::u16string HiveText(const char *text);
 
 // Whether the changes can be given to libhivex: every cell that it will free is named once.
 Status CheckReplacedCells(Hive *hive);

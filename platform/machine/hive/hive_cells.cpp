@@ -13,6 +13,9 @@ namespace {
 constexpr std::size_t kKeySubkeyList = 4 + 28;
 constexpr std::size_t kKeyValueCount = 4 + 36;
 constexpr std::size_t kKeyValueList = 4 + 40;
+constexpr std::size_t kKeySecurity = 4 + 44;
+constexpr std::size_t kSecurityNext = 4 + 4;
+constexpr std::size_t kSecurityPrevious = 4 + 8;
 constexpr std::size_t kListCount = 4 + 2;
 constexpr std::size_t kListEntries = 4 + 4;
 
@@ -73,18 +76,86 @@ Status TakeSubkeyList(Cells *cells, hive_node_h node) {
   return {};
 }
 
+// libhivex takes a deleted key out of its parent's list and leaves the list, which Windows does not take when it is one
+// of a list of lists and empty.
+Status CheckEmptied(const Cells &cells, std::uint64_t list, const std::set<std::uint64_t> &deleted) {
+  std::uint8_t head[kListEntries];
+  if (Status read = ReadAt(cells.file, list, head, sizeof head); !read) return read;
+  const unsigned count = head[kListCount] | head[kListCount + 1] << 8;
+  const std::size_t size = head[4] == 'l' && head[5] == 'i' ? 4 : 8;
+  for (unsigned i = 0; i < count; ++i) {
+    std::uint64_t key = 0;
+    if (Status read = ReadReference(cells, list + kListEntries + size * i, &key); !read) return read;
+    if (deleted.count(key) == 0) return {};
+  }
+  return Status::Refused("would lose every key of one of its lists, which cannot be saved; delete fewer keys at once");
+}
+
+Status CheckLists(const Cells &cells, hive_node_h parent, const std::set<std::uint64_t> &deleted) {
+  std::uint64_t list = 0, leaf = 0;
+  std::uint8_t head[kListEntries];
+  if (Status read = ReadReference(cells, parent + kKeySubkeyList, &list); !read) return read;
+  if (Status read = ReadAt(cells.file, list, head, sizeof head); !read) return read;
+  if (head[4] != 'r' || head[5] != 'i') return {};
+  const unsigned count = head[kListCount] | head[kListCount + 1] << 8;
+  for (unsigned i = 0; i < count; ++i) {
+    if (Status read = ReadReference(cells, list + kListEntries + 4 * std::uint64_t{i}, &leaf); !read) return read;
+    if (Status left = CheckEmptied(cells, leaf, deleted); !left) return left;
+  }
+  return {};
+}
+
+// A security record that goes with its last key leaves its ring: the neighbours must be such records.
+Status CheckSecurity(const Cells &cells, hive_node_h node) {
+  std::uint64_t record = 0, neighbour = 0;
+  if (Status read = ReadReference(cells, node + kKeySecurity, &record); !read) return read;
+  for (const std::size_t link : {std::size_t{0}, kSecurityNext, kSecurityPrevious}) {
+    std::uint8_t head[6];
+    if (link != 0) {
+      if (Status read = ReadReference(cells, record + link, &neighbour); !read) return read;
+    }
+    if (Status read = ReadAt(cells.file, link == 0 ? record : neighbour, head, sizeof head); !read) return read;
+    if (head[4] == 's' && head[5] == 'k') continue;
+    return Status::Refused("is damaged: a key has no security record; restore the file again");
+  }
+  return {};
+}
+
+// What goes with the deleted keys.
+Status TakeDeleted(Cells *cells, Hive *hive) {
+  std::set<std::uint64_t> deleted;
+  std::set<hive_node_h> parents;
+  for (const FoldedPath &path : hive->deleted) {
+    const hive_node_h node = hive->nodes.at(path);
+    if (Status taken = Take(cells, node); !taken) return taken;
+    if (Status taken = TakeValues(cells, hive->handle.get(), node); !taken) return taken;
+    if (Status sound = CheckSecurity(*cells, node); !sound) return sound;
+    deleted.insert(node);
+    const FoldedPath above(path.begin(), path.end() - 1);
+    if (hive->deleted.count(above) == 0) parents.insert(hive->nodes.at(above));
+  }
+  for (const hive_node_h parent : parents) {
+    if (Status left = CheckLists(*cells, parent, deleted); !left) return left;
+  }
+  return {};
+}
+
 }  // namespace
 
 Status CheckReplacedCells(Hive *hive) {
   Cells cells{ContentOf(*hive), {}};
   std::set<hive_node_h> parents;
+  if (Status taken = TakeDeleted(&cells, hive); !taken) return taken;
   for (const auto &[path, key] : hive->changes) {
+    const bool deleted = hive->deleted.count(path) != 0;  // then it is made anew
     const auto node = hive->nodes.find(path);
-    if (node != hive->nodes.end()) {
+    if (node != hive->nodes.end() && !deleted) {
       if (Status taken = TakeValues(&cells, hive->handle.get(), node->second); !taken) return taken;
       continue;
     }
-    const auto parent = hive->nodes.find({path.begin(), path.end() - 1});
+    const FoldedPath above(path.begin(), path.end() - 1);
+    if (hive->deleted.count(above) != 0) continue;
+    const auto parent = hive->nodes.find(above);
     if (parent == hive->nodes.end() || !parents.insert(parent->second).second) continue;
     if (hivex_node_nr_children(hive->handle.get(), parent->second) == 0) continue;
     if (Status taken = TakeSubkeyList(&cells, parent->second); !taken) return taken;

@@ -51,6 +51,19 @@ Status ReadForChange(Hive *hive) {
   return writable ? Status() : SaidAs(failed, std::move(writable));
 }
 
+// Deletes the keys that were, the lowest first.
+Status ApplyDeletions(Hive *hive) {
+  for (auto path = hive->deleted.rbegin(); path != hive->deleted.rend(); ++path) {
+    const auto node = hive->nodes.find(*path);
+    if (hivex_node_delete_child(hive->handle.get(), node->second) != 0) {
+      const int error = errno;
+      return Status::System("could not lose the key " + Utf16ToAnsi(path->back()), error);
+    }
+    hive->nodes.erase(node);
+  }
+  return {};
+}
+
 // Makes the new keys and sets each changed key's values, in libhivex's copy in memory.
 Status ApplyChanges(Hive *hive) {
   hive_h *handle = hive->handle.get();
@@ -152,7 +165,7 @@ Status SaveInPlace(const Hive &hive, std::uint64_t *size) {
 
 Status SaveHive(Hive *hive, std::uint64_t *size) {
   *size = 0;
-  if (hive->changes.empty()) {
+  if (hive->changes.empty() && hive->deleted.empty()) {
     // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
     if (!Rehearsing()) (void)FlushDirectory(hive->directory.fd);
     return {};
@@ -161,6 +174,7 @@ Status SaveHive(Hive *hive, std::uint64_t *size) {
   if (Status read = ReadHiveLogs(&hive->logs); !read) return read;
   if (Status replaceable = CheckReplacedCells(hive); !replaceable) return replaceable;
   if (Status read = ReadForChange(hive); !read) return read;
+  if (Status applied = ApplyDeletions(hive); !applied) return applied;
   if (Status applied = ApplyChanges(hive); !applied) return applied;
   return Rehearsing() ? RehearseSave(*hive, size) : SaveInPlace(*hive, size);
 }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <set>
 #include <tuple>
 
 #include "platform/machine/base/fault.h"
@@ -25,7 +26,8 @@ using FileKey = std::pair<dev_t, ino_t>;
 
 struct Rehearsal {
   std::map<NewFileKey, std::uint64_t> files;  // their bytes
-  std::map<dev_t, std::int64_t> taken;        // bytes of each file system, less what replaced files gave back
+  std::set<NewFileKey> directories;
+  std::map<dev_t, std::int64_t> taken;  // bytes of each file system, less what replaced files gave back
   std::map<FileKey, DWORD> attributes;
 };
 
@@ -127,6 +129,31 @@ Status RehearseNewFile(int directory, const std::string &name, std::uint64_t siz
   const std::uint64_t back = earlier != g_rehearsal.files.end() ? earlier->second : exists ? GivenBack(old) : 0;
   if (Status taken = TakeRoom(directory, parent.st_dev, size, back); !taken) return taken;
   g_rehearsal.files[key] = size;
+  return {};
+}
+
+Status RehearseDirectory(int directory, const std::string &name) {
+  struct stat parent = {};
+  if (Status may = MayWriteTo(directory); !may) return may;
+  if (fstatat(directory, ".", &parent, 0) != 0) return Status::System();
+  g_rehearsal.directories.emplace(parent.st_dev, parent.st_ino, FoldName(name));
+  return {};
+}
+
+bool WouldBeDirectory(int directory, const std::string &name) {
+  struct stat parent = {};
+  if (g_rehearsal.directories.empty() || fstatat(directory, ".", &parent, 0) != 0) return false;
+  return g_rehearsal.directories.count({parent.st_dev, parent.st_ino, FoldName(name)}) != 0;
+}
+
+Status RoomLeft(int directory, std::uint64_t *bytes) {
+  struct stat status = {};
+  std::int64_t blockSize = 1;
+  if (fstatat(directory, ".", &status, 0) != 0) return Status::System();
+  const std::int64_t room = FreeRoom(directory, &blockSize);
+  const auto taken = g_rehearsal.taken.find(status.st_dev);
+  const std::int64_t less = taken == g_rehearsal.taken.end() ? 0 : taken->second;
+  *bytes = room < 0 ? kMost : static_cast<std::uint64_t>(std::max<std::int64_t>(room - less, 0));
   return {};
 }
 

@@ -23,6 +23,15 @@ Status RehearseNewFile(int directory, const std::string &name, std::uint64_t siz
 // Whether a new file was rehearsed for a place; stores its size.
 bool WouldExist(const HostPlace &place, std::uint64_t *size);
 
+// The same of a new directory. Places in it are then named from the directory on the host in which it would be:
+// "new/file".
+Status RehearseDirectory(int directory, const std::string &name);
+bool WouldBeDirectory(int directory, const std::string &name);
+
+// Bytes that files in an open directory can still take, less what the rehearsal took. Where the file system does not
+// tell, more than any disk has.
+Status RoomLeft(int directory, std::uint64_t *bytes);
+
 // Attributes given to a file in the rehearsal. WouldHaveAttributes gives them, or the `real` ones of a file that got
 // none. RehearseAttributes fails when this process may not change the file's.
 Status RehearseAttributes(const struct stat &file, DWORD attributes);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <tuple>
 
 #include "platform/machine/base/little_endian.h"
 #include "platform/machine/description/records.h"
@@ -21,10 +22,10 @@ const char16_t *const kTopKeys[] = {u"HARDWARE", u"SAM", u"SECURITY", u"SOFTWARE
 
 const FoldedPath kLink = {u"SYSTEM", u"CURRENTCONTROLSET"};
 
-// The running system's registry as it was before a rehearsal: what is laid over, and each hive's changes.
+// The running system's registry as it was before a rehearsal: what is laid over, and what each hive was to become.
 struct BeforeRehearsal {
   OverlayKeys overlay;
-  std::vector<std::map<FoldedPath, ChangedKey>> changes;
+  std::vector<std::pair<std::map<FoldedPath, ChangedKey>, std::set<FoldedPath>>> hives;  // made, deleted
 };
 BeforeRehearsal g_before;
 
@@ -48,7 +49,7 @@ Status QueryPlain(const KeyPath &key, const std::u16string &name, StoredValue *v
   const std::u16string folded = FoldKeyName(name);
   const auto over = Registry().overlay.find(key.folded);
   if (over != Registry().overlay.end()) {
-    if (const StoredValue *found = FindValue(&over->second, folded); found != nullptr) {
+    if (const StoredValue *found = FindValue(&over->second.values, folded); found != nullptr) {
       *value = *found;
       return {};
     }
@@ -83,14 +84,14 @@ KeyPath FollowLink(KeyPath key) {
 
 void MakeOverlayKey(const KeyPath &key) {
   for (std::size_t count = 1; count <= key.folded.size(); ++count) {
-    Registry().overlay[KeyPathPrefix(key, count).folded];
+    Registry().overlay.try_emplace(KeyPathPrefix(key, count).folded, OverlayKey{key.names[count - 1], {}});
   }
 }
 
 void PutOverlay(const KeyPath &key, StoredValue value) {
   const KeyPath real = FollowLink(key);
   MakeOverlayKey(real);
-  PutValue(&Registry().overlay[real.folded], std::move(value));
+  PutValue(&Registry().overlay[real.folded].values, std::move(value));
   ++Registry().changes;
 }
 
@@ -193,7 +194,15 @@ Status FindKey(const KeyPath &given) {
   return FindHiveKey(mounted->hive.get(), BelowHive(key, *mounted));
 }
 
+KeyPlace PlaceOfKey(const KeyPath &given) {
+  KeyPlace place = {FollowLink(given), nullptr, {}};
+  place.mounted = FindHive(place.key);
+  if (place.mounted != nullptr) place.below = BelowHive(place.key, *place.mounted);
+  return place;
+}
+
 Status CreateKey(const KeyPath &given) {
+  const ScopeGuard change([] { ++Registry().changes; });
   if (Status found = FindKey(given); found.kind != StatusKind::kNotFound) return found;
   const KeyPath key = FollowLink(given);
   if (MountedHive *mounted = FindHive(key); mounted != nullptr) {
@@ -214,9 +223,9 @@ Status SetValue(const KeyPath &given, StoredValue value) {
   const auto over = Registry().overlay.find(key.folded);
   const bool isOver = over != Registry().overlay.end();
   MountedHive *mounted = FindHive(key);
-  if (mounted == nullptr || (isOver && FindValue(&over->second, FoldKeyName(value.name)) != nullptr)) {
+  if (mounted == nullptr || (isOver && FindValue(&over->second.values, FoldKeyName(value.name)) != nullptr)) {
     if (!isOver) return Status::Of(StatusKind::kNotFound);
-    PutValue(&over->second, std::move(value));
+    PutValue(&over->second.values, std::move(value));
     return {};
   }
   // The key may be there only because it is laid over.
@@ -229,7 +238,7 @@ bool BeginRegistryRehearsal() {
   if (!std::all_of(hives.begin(), hives.end(), [](const MountedHive &mounted) { return mounted.running; }))
     return false;
   g_before.overlay = Registry().overlay;
-  for (const MountedHive &mounted : hives) g_before.changes.push_back(mounted.hive->changes);
+  for (const MountedHive &mounted : hives) g_before.hives.emplace_back(mounted.hive->changes, mounted.hive->deleted);
   return true;
 }
 
@@ -237,8 +246,8 @@ void EndRegistryRehearsal() {
   DropMountedHives();
   Registry().overlay = std::move(g_before.overlay);
   // Hives of the running system stay, in their order.
-  for (std::size_t i = 0; i < g_before.changes.size(); ++i) {
-    Registry().hives[i].hive->changes = std::move(g_before.changes[i]);
+  for (std::size_t i = 0; i < g_before.hives.size(); ++i) {
+    std::tie(Registry().hives[i].hive->changes, Registry().hives[i].hive->deleted) = std::move(g_before.hives[i]);
   }
   g_before = {};
   ++Registry().changes;

@@ -23,13 +23,27 @@ struct MountedHive {
   std::unique_ptr<Hive> hive;
 };
 
-using OverlayKeys = std::unordered_map<FoldedPath, std::vector<StoredValue>, FoldedPathHash>;
+struct OverlayKey {
+  std::u16string name;  // its own, as spelled when it was made
+  std::vector<StoredValue> values;
+};
+using OverlayKeys = std::unordered_map<FoldedPath, OverlayKey, FoldedPathHash>;
+
+template <class Item>
+struct Listing {
+  std::uint64_t changes = 0;  // the state's when it was made
+  FoldedPath key;
+  std::vector<Item> items;
+};
 
 struct RegistryState {
   bool open = false;
   std::uint64_t changes = 0;
   // Where SYSTEM\CurrentControlSet leads, while nothing changed: every question about a device passes through it.
   std::optional<std::pair<std::uint64_t, KeyPath>> controlSet;
+  // The last key that was listed, while nothing changed: lists are asked for name by name.
+  std::optional<Listing<std::u16string>> keys;
+  std::optional<Listing<StoredValue>> values;
   OverlayKeys overlay;
   std::vector<MountedHive> hives;
 };
@@ -42,6 +56,21 @@ Status FindKey(const KeyPath &key);
 Status CreateKey(const KeyPath &key);
 Status QueryValue(KeyPath key, const std::u16string &name, StoredValue *value);
 Status SetValue(const KeyPath &key, StoredValue value);  // the key must exist
+
+// A key that is mounted or that every Windows has is not deleted, nor one with sub-keys: EACCES.
+Status DeleteKey(const KeyPath &key);
+Status DeleteValue(const KeyPath &key, const std::u16string &name);
+// Of a key that exists. They stay good until the next of these calls, or the next change.
+Status ListKeys(const KeyPath &key, const std::vector<std::u16string> **names);
+Status ListValues(const KeyPath &key, const std::vector<StoredValue> **values);
+
+// Where a key is: its path without a link in it, and the hive that holds it with its path there; null when none does.
+struct KeyPlace {
+  KeyPath key;
+  MountedHive *mounted = nullptr;
+  KeyPath below;
+};
+KeyPlace PlaceOfKey(const KeyPath &given);
 
 // Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
 void TellReplay(const MountedHive &mounted);

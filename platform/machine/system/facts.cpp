@@ -114,6 +114,11 @@ UINT GetDriveTypeA(const char *root) {
   return drive == nullptr ? DRIVE_NO_ROOT_DIR : drive->type;
 }
 
+UINT GetACP() {
+  const machine::Description *description = machine::Current();
+  return description == nullptr ? machine::kDefaultCodePage : description->system.codePage;
+}
+
 // Nothing is known of the memory's use, so all of it is free, and no page file adds to it.
 BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
