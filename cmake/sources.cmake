@@ -12,19 +12,14 @@ vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/str
           engine/base/processes.cpp)
 vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp engine/extension_job.cpp
           engine/boot_sector.cpp engine/boot_volume.cpp)
-<<<<<<< HEAD
-vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/published_name.cpp
-          registry/mount/hive.cpp)
-vxr_logic(package package/apply.cpp package/candidates.cpp package/device_driver.cpp package/find_drivers.cpp
+vxr_logic(registry registry/boot_record.cpp registry/edits.cpp registry/mount/hive.cpp registry/published_name.cpp
+          registry/values.cpp)
+vxr_logic(package package/apply.cpp package/candidates.cpp package/destinations.cpp package/device_driver.cpp
+          package/driver_store.cpp package/file_bytes.cpp package/find_drivers.cpp package/image_facts.cpp
           package/index.cpp package/inf_source.cpp package/installation.cpp package/models.cpp package/own_drivers.cpp
-          package/own_service.cpp package/plan.cpp package/rank.cpp package/restored_system.cpp package/sources.cpp)
-=======
-vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/mount/hive.cpp)
-vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
-          package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/plan.cpp
-          package/plan_files.cpp package/plan_services.cpp package/plan_registry.cpp package/registry_lines.cpp
-          package/file_bytes.cpp package/apply.cpp)
->>>>>>> plan
+          package/own_service.cpp package/plain_names.cpp package/plan.cpp package/plan_files.cpp
+          package/plan_registry.cpp package/plan_services.cpp package/rank.cpp package/reading.cpp
+          package/registry_lines.cpp package/restored_system.cpp package/sources.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp
