@@ -36,7 +36,7 @@ else()
   set(VXR_CODE_PAGE platform/text/code_page.cpp)
 endif()
 add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
-  platform/inf/inf_tokens.cpp platform/text/ansi_case.cpp ${VXR_CODE_PAGE})
+  platform/inf/inf_tokens.cpp platform/inf/inf_values.cpp platform/text/ansi_case.cpp ${VXR_CODE_PAGE})
 
 # What stands behind platform.h: Windows itself, or the described machine.
 set(VXR_BOTH_BUILDS platform/text/format.cpp platform/text/program_name.cpp)
