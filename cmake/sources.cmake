@@ -19,7 +19,7 @@ vxr_logic(package package/apply.cpp package/candidates.cpp package/destinations.
           package/index.cpp package/inf_source.cpp package/installation.cpp package/models.cpp package/own_drivers.cpp
           package/own_service.cpp package/plain_names.cpp package/plan.cpp package/plan_files.cpp
           package/plan_registry.cpp package/plan_services.cpp package/rank.cpp package/reading.cpp
-          package/registry_lines.cpp package/restored_system.cpp package/sources.cpp)
+          package/registry_lines.cpp package/restored_system.cpp package/service_lines.cpp package/sources.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp

@@ -63,7 +63,7 @@ std::string PlaceOf(long id, const RestoredPlaces &places) {
 }
 
 // What a service's binary may begin with.
-constexpr const char *kBinaryPlaces[] = {"%10%\\",          "%11%\\",        "%12%\\",    "%13%\\",
+constexpr const char *kBinaryPlaces[] = {"%10%\\",         "%11%\\",         "%12%\\",    "%13%\\",
                                          "\\SystemRoot\\", "%SystemRoot%\\", "System32\\"};
 
 }  // namespace
@@ -103,7 +103,8 @@ bool BinaryName(const std::string &binary, std::string *name) {
     name->clear();
     std::string folder;
     const std::string below = binary.substr(place.size());
-    return below.find('/') == below.npos && PlainFolder(below, &folder, name) && !name->empty() && below.ends_with(*name);
+    return below.find('/') == below.npos && PlainFolder(below, &folder, name) && !name->empty() &&
+           below.ends_with(*name);
   }
   return false;
 }

@@ -44,8 +44,8 @@ bool ReadAt(const ImageFile &file, DWORD offset, void *buffer, DWORD size) {
   return platform::ReadFile(file.handle, buffer, size, &read, nullptr) && read == size;
 }
 
-// Whether the directory leads to a certificate that lies in the file whole. Unlike in other directories its first number
-// is an offset in the file.
+// Whether the directory leads to a certificate that lies in the file whole. Unlike in other directories its first
+// number is an offset in the file.
 bool HasCertificate(const ImageFile &file, const BYTE *directory) {
   const auto offset = At<DWORD>(directory, 0), size = At<DWORD>(directory, 4);
   if (offset == 0 || offset % 8 != 0 || size < kCertificateHeader) return false;

@@ -1,7 +1,7 @@
 #include "package/reading.h"
 
 #include <algorithm>
-#include <charconv>
+#include <iterator>
 #include <string_view>
 
 #include "package/driver_store.h"
@@ -96,8 +96,9 @@ void AppendNeeded(Reading *reading, const Directive &directive, Needs *needs, st
       const std::size_t first = directives->size();
       AppendDirectives(reading, needed, directives);
       const auto nested = [](const Directive &d) { return IsKey(d, "Include") || IsKey(d, "Needs"); };
-      directives->erase(std::remove_if(directives->begin() + static_cast<std::ptrdiff_t>(first), directives->end(), nested),
-                        directives->end());
+      directives->erase(
+          std::remove_if(directives->begin() + static_cast<std::ptrdiff_t>(first), directives->end(), nested),
+          directives->end());
     }
   }
 }
@@ -116,21 +117,6 @@ bool FindLine(machine::InfFile *file, const std::string &section, const std::str
 std::string TextOf(const FoundLine &line, std::uint32_t field) {
   return machine::HasField(*line.line, field) ? machine::FieldText(line.file, *line.section, *line.line, field)
                                               : std::string();
-}
-
-std::optional<DWORD> NumberOf(const std::string &text) {
-  std::string_view digits = text;
-  const bool negative = digits.starts_with('-');
-  if (negative) digits.remove_prefix(1);
-  int base = 10;
-  if (digits.starts_with("0x") || digits.starts_with("0X")) {
-    digits.remove_prefix(2);
-    base = 16;
-  }
-  DWORD number = 0;
-  const std::from_chars_result read = std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
-  if (read.ec != std::errc() || read.ptr != digits.data() + digits.size()) return std::nullopt;
-  return negative ? 0 - number : number;
 }
 
 bool TooMuch(const Reading &reading) { return reading.spent > kReadBytes; }
@@ -204,8 +190,13 @@ bool ReadRegistryDirective(Reading *reading, const Directive &directive, Registr
     if (found.section == nullptr || !registry->sections.insert(found.section).second) continue;
     for (std::size_t i = 0; i < found.section->lines.size() && !TooMuch(*reading); ++i) {
       const FoundLine line = LineOf(*reading, found, i);
-      RegistryLine entry = {verb->second, name, Field(reading, line, 1), Field(reading, line, 2),
-                            Field(reading, line, 3), Field(reading, line, 4), {}};
+      RegistryLine entry = {verb->second,
+                            name,
+                            Field(reading, line, 1),
+                            Field(reading, line, 2),
+                            Field(reading, line, 3),
+                            Field(reading, line, 4),
+                            {}};
       for (std::uint32_t value = 5; value <= line.line->valueCount && !TooMuch(*reading); ++value) {
         entry.data.push_back(Field(reading, line, value));
       }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -23,12 +22,10 @@ struct FoundLine {
 bool FindLine(machine::InfFile *file, const std::string &section, const std::string &key, FoundLine *line);
 // A field with its tokens replaced; empty when the line has none of that number.
 std::string TextOf(const FoundLine &line, std::uint32_t field);
-// Decimal or with 0x; a negative one as its 32 bits. None for what is no number or does not fit.
-std::optional<DWORD> NumberOf(const std::string &text);
 
 inline constexpr std::size_t kIncludedInfs = 16;
-inline constexpr std::size_t kNeededSections = 64;       // of one section
-inline constexpr std::size_t kReadBytes = 4 << 20;       // of all that is read of one install section
+inline constexpr std::size_t kNeededSections = 64;  // of one section
+inline constexpr std::size_t kReadBytes = 4 << 20;  // of all that is read of one install section
 inline constexpr std::size_t kNoInf = ~std::size_t{0};
 
 // One install section while it is read.
@@ -36,12 +33,13 @@ struct Reading {
   const Target &target;
   const IncludePlaces &places;
   Installation *installation;
-  std::size_t spent = 0;                         // bytes
-  std::set<std::string> said;                    // notes
-  std::map<std::string, std::size_t> included;   // by name in upper case: of Installation::infs, or kNoInf
+  std::size_t spent = 0;                             // bytes
+  std::set<std::string> said = {};                   // notes
+  std::map<std::string, std::size_t> included = {};  // by name in upper case: of Installation::infs, or kNoInf
 };
 
-// What one file asks for may be read again and again, by each of its services: whether that is more than any driver has.
+// What one file asks for may be read again and again, by each of its services: whether that is more than any driver
+// has.
 bool TooMuch(const Reading &reading);
 // TextOf, counted.
 std::string Field(Reading *reading, const FoundLine &line, std::uint32_t field);

@@ -2,6 +2,7 @@
 
 #include "package/driver_store.h"
 #include "package/reading.h"
+#include "package/registry_lines.h"
 
 namespace package {
 namespace {
@@ -29,7 +30,8 @@ bool FindDeclared(machine::InfFile *file, const std::string &name, const std::st
 }
 
 bool EndsIn(const std::string &name, std::string_view ending) {
-  return name.size() > ending.size() && machine::SameName(std::string_view(name).substr(name.size() - ending.size()), ending);
+  return name.size() > ending.size() &&
+         machine::SameName(std::string_view(name).substr(name.size() - ending.size()), ending);
 }
 
 Declared FindDeclaration(const InfSource &inf, const std::string &name, const Target &target) {
@@ -47,7 +49,8 @@ Declared FindDeclaration(const InfSource &inf, const std::string &name, const Ta
   declared.plain = PlainFolder(TextOf(line, kFolder), &diskFolder) && declared.plain;
   declared.folder = JoinNames(diskFolder, subFolder);
   const std::string tag = TextOf(line, kTag);
-  const bool packed = (NumberOf(TextOf(line, kFlags)).value_or(0) & kInCabinetFlag) != 0;
+  DWORD flags = 0;
+  const bool packed = ParseNumber(TextOf(line, kFlags), &flags) && (flags & kInCabinetFlag) != 0;
   if ((packed || EndsIn(tag, ".cab")) && PlainName(tag)) declared.cabinet = JoinNames(diskFolder, tag);
   return declared;
 }
