@@ -47,13 +47,14 @@ bool MakeKey(const std::string &key, Journal *journal, OpenedKey *opened, Failur
     path += (path.empty() ? "" : "\\") + name;
     *opened = OpenHiveKey(path, &status);
     if (*opened != nullptr) continue;
+    if (!IsMissing(status)) return Fail(failure, "RegOpenKey", MountedKey(path), status);
     HKEY made = nullptr;
     status = platform::RegCreateKeyA(HKEY_LOCAL_MACHINE, MountedKey(path).c_str(), &made);
     if (status != ERROR_SUCCESS) return Fail(failure, "RegCreateKey", MountedKey(path), status);
     *opened = OpenedKey(made);
     journal->push_back({Undo::Kind::kRemoveKey, path, {}, {}});
   }
-  return *opened != nullptr || Fail(failure, "RegOpenKey", MountedKey(key), status);
+  return true;
 }
 
 LSTATUS StoreValue(HKEY key, const std::string &name, const RegistryData &data) {
