@@ -208,9 +208,10 @@ void PlanPackageValues(const BootRecord &record, const std::string &publishedNam
   }
 }
 
+// Makes a change of a key below the configuration's.
 void PlanEdit(const RegistryEdit &edit, const std::string &configuration, RegistryEdits *edits) {
-  if (!edit.key.empty() && !PlainKeyPath(edit.key)) return;
-  const std::string key = edit.key.empty() ? configuration : configuration + '\\' + edit.key;
+  if (!PlainKeyPath(edit.key)) return;
+  const std::string key = configuration + '\\' + edit.key;
   switch (edit.kind) {
     case RegistryEdit::Kind::kCreateKey:
       CreateKey(edits, key);
@@ -222,12 +223,11 @@ void PlanEdit(const RegistryEdit &edit, const std::string &configuration, Regist
       DeleteValue(edits, key, edit.name);
       break;
     case RegistryEdit::Kind::kDeleteKey:
-      if (!edit.key.empty()) DeleteKey(edits, key);
+      DeleteKey(edits, key);
       break;
   }
 }
 
-// The configuration's own values come last, so that no line of an INF file replaces them.
 void PlanConfiguration(const BootRecord &record, const std::string &key, RegistryEdits *edits) {
   for (const RegistryEdit &edit : record.configuration) PlanEdit(edit, key, edits);
   SetText(edits, key, "Service", record.service);
