@@ -12,8 +12,8 @@ vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/str
           engine/base/processes.cpp)
 vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp engine/extension_job.cpp
           engine/boot_sector.cpp engine/boot_volume.cpp)
-vxr_logic(registry registry/boot_record.cpp registry/edits.cpp registry/mount/hive.cpp registry/published_name.cpp
-          registry/values.cpp)
+vxr_logic(registry registry/apply_edits.cpp registry/boot_record.cpp registry/edit_keys.cpp registry/edits.cpp
+          registry/mount/hive.cpp registry/published_name.cpp registry/values.cpp)
 vxr_logic(package package/apply.cpp package/candidates.cpp package/destinations.cpp package/device_driver.cpp
           package/driver_store.cpp package/file_bytes.cpp package/find_drivers.cpp package/image_facts.cpp
           package/index.cpp package/inf_source.cpp package/installation.cpp package/models.cpp package/own_drivers.cpp

@@ -315,10 +315,10 @@ TEST_F(PlanTest, IsWhatIsWrittenAndASecondOneIsEmpty) {
   EXPECT_THAT(plan.directories, ElementsAre("D:\\Windows\\System32\\arv"));
   const std::vector<std::string> edits = Edits();
   const std::string old = "\\Services\\old";
-  for (const std::string edit :
-       {"ControlSet001" + old + " DependOnService=disk 7 12",
-        "ControlSet001" + old + " ImagePath=System32\\drivers\\new.sys 2 50",
-        "ControlSet001" + old + "\\StartOverride = 0 0", "ControlSet002" + old + "\\StartOverride = 0 0"}) {
+  for (const std::string &edit : std::vector<std::string>{
+           "ControlSet001" + old + " DependOnService=disk 7 12",
+           "ControlSet001" + old + " ImagePath=System32\\drivers\\new.sys 2 50",
+           "ControlSet001" + old + "\\StartOverride = 0 0", "ControlSet002" + old + "\\StartOverride = 0 0"}) {
     EXPECT_THAT(edits, Contains(edit));
   }
   EXPECT_THAT(edits, testing::Not(Contains(HasSubstr("DisplayName")))) << "kept by 0x8";
