@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "package/candidates.h"
+#include "package/own_service.h"
 #include "package/sources.h"
 #include "registry/edits.h"
 
@@ -15,14 +16,15 @@ struct OwnDriver {
   std::string id;              // the device's
   std::string service;         // empty: the device needs none
   bool newerDatabase = false;  // found in DriverDatabase
-  bool heldBack = false;       // would not start with the system
-  // The service's file: its place in the drivers directory, and when it is not there the place in the driver store from
-  // where it can be taken; both empty when there is neither.
+  bool heldBack = false;       // it or one of its filters would not start with the system
+  // The service's file: where the service has it, and when it is not there the place in the driver store from where it
+  // can be taken to there, which is then in the drivers directory; both empty without a service.
   std::string binary, storedBinary;
+  std::vector<OwnService> filters;  // of the device, which does not start without them
 };
 
 // The restored system's best driver for the device, by the ranks that its database gives. False when it has none whose
-// service and file are there.
+// services and files are there. What a critical-device entry names has no date.
 bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, const DeviceIds &device,
                    const Target &target, const RestoredPlaces &places, OwnDriver *driver);
 

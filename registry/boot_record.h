@@ -38,12 +38,18 @@ struct BootRecord {
   std::vector<RegistryEdit> configuration;
 };
 
+// Whether a text from outside can be one key's name: not empty, at most 255 characters, no backslash, no NUL.
+bool PlainKeyName(const std::string &name);
+// Whether it is such names with a backslash between them.
+bool PlainKeyPath(const std::string &path);
+
 // Whether the mounted hive is of a system that reads DriverDatabase.
 bool HasDriverDatabase(const RegistryEdits &edits);
 
 // Plans the record that the hive needs. `windowsInf` is the restored system's inf directory, in which a published name
 // is not taken either. `*publishedName` gets the INF name under which a DriverDatabase keeps the package ("oem4.inf"):
-// that of the same package when it is there already, else a free one; empty where the record has no name.
+// that of the same package when it is there already, else a free one; empty where the record has no name, and when a
+// DriverDatabase has no free one, which is logged: nothing is planned then.
 void PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
                     RegistryEdits *edits, std::string *publishedName);
 
