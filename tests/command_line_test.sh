@@ -82,6 +82,20 @@ for example in 'scsi-6.1-x64 7 nbstor.inf' 'ide-5.1-x86 3 idecore.inf'; do
   [[ $(head -c 1 "$work/out") == '{' && ! -s $work/err ]] || fail "$name: something beside the JSON document"
 done
 
+# The narrow rules read no folder below the named one, and know nothing of drivers that the restored system holds back.
+for words in 'machine 10' 'machine-nvme 11' 'machine-sas 12'; do
+  read -r name job <<<"$words"
+  fresh raid-10.0-x64
+  before=$(digest)
+  run run --machine "${machine%/*}/$name.toml" --job "$job"
+  [[ $? -eq 3 && $(digest) == "$before" ]] && grep -q 'no driver was set up' "$work/out" ||
+    fail "raid-10.0-x64, $name: not refused, or changed"
+done
+# Named, the folder of the laboratory's driver serves.
+fresh raid-10.0-x64
+sed -i "s|X:.drivers'|X:\\\\drivers\\\\raid\\\\beta'|" "$machine"
+expect "raid-10.0-x64, narrow" 0 'from .*\\beta\\twraid.inf' run --machine "$machine" --job 10
+
 # --- Errors as JSON: exit status, what the document says, arguments
 mkfifo "$work/pipe"
 truncate -s 1G "$work/large.inf"
