@@ -21,6 +21,8 @@
 
 namespace {
 
+using machine::Status;
+
 // Tells of an entry under the name `shown` (UTF-8). False when the name does not fit.
 bool Describe(const struct stat &status, const std::string &shown, WIN32_FIND_DATAA *data) {
   const std::string ansi = machine::Utf8ToAnsi(shown);
@@ -50,7 +52,7 @@ bool DescribeEntry(int directory, const std::string &name, WIN32_FIND_DATAA *dat
 }
 
 // The directory that is searched, opened.
-machine::Descriptor OpenParent(const char *text) {
+Status OpenParent(const char *text, machine::Descriptor *directory) {
   std::string parent = text;
   // The pattern has no separator in it, and no byte of "\" or "/" either: it begins behind the last one that is not the
   // second byte of a two-byte character.
@@ -63,19 +65,21 @@ machine::Descriptor OpenParent(const char *text) {
     }
   }
   parent.resize(cut);
-  return machine::Descriptor(machine::OpenHostDirectory(parent.c_str()));
+  return machine::OpenHostDirectory(parent.c_str(), directory);
 }
 
 // A name without wildcards.
-bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
+Status FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
   // A root has no entry of its own, and a name followed by a separator is none either.
   const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
   machine::HostPlace place;
-  if (!entry) return machine::FailWith(ERROR_FILE_NOT_FOUND);
-  if (!machine::LocatePlace(text, &place)) {
+  if (!entry) return Status::Windows(ERROR_FILE_NOT_FOUND);
+  if (Status located = machine::LocatePlace(text, &place); !located) {
+    if (machine::WindowsError(located) != ERROR_PATH_NOT_FOUND) return located;
     // What is searched is no directory, or is not there.
-    if (platform::GetLastError() == ERROR_PATH_NOT_FOUND) OpenParent(text);
-    return false;
+    machine::Descriptor parent;
+    Status opened = OpenParent(text, &parent);
+    return opened ? located : opened;
   }
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
   std::uint64_t size = 0;
@@ -84,28 +88,25 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
     place.status.st_mode = S_IFREG;
     place.status.st_size = static_cast<off_t>(size);
   }
-  if (place.exists && Describe(place.status, shown, data)) return true;
-  platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return false;
+  return place.exists && Describe(place.status, shown, data) ? Status() : Status::Windows(ERROR_FILE_NOT_FOUND);
 }
 
-bool FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
-  const machine::Descriptor directory = OpenParent(text);
-  if (!directory) return false;
+Status FindPattern(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
+  machine::Descriptor directory;
+  if (Status opened = OpenParent(text, &directory); !opened) return opened;
   const machine::NamePattern pattern = machine::MakePattern(path.pattern);
   // Every directory but a root holds itself, first of all.
-  if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) return DescribeEntry(directory.fd, ".", data);
-  machine::DirectoryStream stream;
-  if (const machine::Status opened = machine::OpenDirectoryStream(directory.fd, &stream); !opened) {
-    return machine::FailWith(opened);
+  if (!path.names.empty() && machine::MatchesPattern(pattern, ".")) {
+    return DescribeEntry(directory.fd, ".", data) ? Status() : Status::Windows(ERROR_FILE_NOT_FOUND);
   }
+  machine::DirectoryStream stream;
+  if (Status opened = machine::OpenDirectoryStream(directory.fd, &stream); !opened) return opened;
   while (const dirent *entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name == "." || name == "..") continue;
-    if (machine::MatchesPattern(pattern, name) && DescribeEntry(directory.fd, name, data)) return true;
+    if (machine::MatchesPattern(pattern, name) && DescribeEntry(directory.fd, name, data)) return {};
   }
-  platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return false;
+  return Status::Windows(ERROR_FILE_NOT_FOUND);
 }
 
 }  // namespace
@@ -116,16 +117,16 @@ HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data) {
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
   machine::WindowsPath path;
   if (data == nullptr) return machine::FailOpen(ERROR_INVALID_PARAMETER);
-  if (!machine::ParseWindowsPath(pattern, &path)) return INVALID_HANDLE_VALUE;
-  const bool found = path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, data);
-  return found ? machine::AddHandle(machine::SearchHandle()) : INVALID_HANDLE_VALUE;
+  if (const Status parsed = machine::ParseWindowsPath(pattern, &path); !parsed) return machine::FailOpen(parsed);
+  const Status found = path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, data);
+  return found ? machine::AddHandle(machine::SearchHandle()) : machine::FailOpen(found);
 }
 
 // As with CloseHandle, one that is made to fail closes all the same.
 BOOL FindClose(HANDLE search) {
-  const BOOL closed = machine::FindHandleOf<machine::SearchHandle>(search) != nullptr && machine::DropHandle(search);
+  const bool closed = machine::FindHandleOf<machine::SearchHandle>(search) != nullptr && machine::DropHandle(search);
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
-  return closed;
+  return closed ? TRUE : machine::FailWith(ERROR_INVALID_HANDLE);
 }
 
 }  // namespace platform
