@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/description.h"
@@ -22,37 +23,36 @@
 namespace {
 
 // Takes the plan of VXR_FAULTS. A plan that does not parse would make a fault test pass without a fault.
-bool ReadFaultPlan([[maybe_unused]] std::string *error) {
+machine::Status ReadFaultPlan() {
 #ifdef VXR_FAULT_POINTS
   const char *text = std::getenv("VXR_FAULTS");
   if (text != nullptr && *text != '\0' && !machine::SetFaultPlanFromText(text)) {
-    *error = std::string("VXR_FAULTS: \"") + text + "\" is not of the form NAME:N[:once|on][:ERROR]";
-    return false;
+    return machine::Status::Refused(std::string("VXR_FAULTS: \"") + text +
+                                    "\" is not of the form NAME:N[:once|on][:ERROR]");
   }
 #endif
-  return true;
+  return {};
 }
 
-// Reads a description; false with one line for people.
-using Reader = std::function<bool(machine::Description *, std::string *error)>;
+using Reader = std::function<machine::Status(machine::Description *)>;
 
-bool Open(const Reader &read, const std::string &name, std::string *error) {
+machine::Status Open(const Reader &read, const std::string &name) {
   if (machine::Current() != nullptr) {
-    *error = name + ": a machine is open already (" + machine::Current()->file.string() + "); close it first";
-    return false;
+    return machine::Status::Refused(name + ": a machine is open already (" + machine::Current()->file.string() +
+                                    "); close it first");
   }
   auto description = std::make_unique<machine::Description>();
-  if (!read(description.get(), error) || !ReadFaultPlan(error)) return false;
+  if (machine::Status done = read(description.get()); !done) return done;
+  if (machine::Status planned = ReadFaultPlan(); !planned) return planned;
   // Before the rooms open, since they ask for the open machine; after they have closed it is none again.
   machine::SetCurrent(std::move(description));
-  if (const machine::Status opened = machine::OpenRegistry(*machine::Current()); !opened) {
-    *error = Words(opened);
+  if (machine::Status opened = machine::OpenRegistry(*machine::Current()); !opened) {
     machine::SetCurrent(nullptr);
-    return false;
+    return opened;
   }
   machine::IndexDisks(*machine::Current());
   machine::OpenDevices(*machine::Current());
-  return true;
+  return {};
 }
 
 void EndRehearsal() {
@@ -67,17 +67,16 @@ void StoreMessage(const std::string &error, char *message, uint32_t messageSize)
 }
 
 int32_t OpenOrExplain(const Reader &read, const std::string &name, char *message, uint32_t messageSize) {
-  std::string error;
-  bool opened = false;
+  machine::Status opened;
   const bool another = machine::Current() != nullptr;
   try {
-    opened = Open(read, name, &error);
+    opened = Open(read, name);
   } catch (const std::exception &exception) {
-    error = name + ": " + exception.what();
+    opened = machine::Status::Refused(name + ": " + exception.what());
     if (!another) VXRMachine_Close();
   }
-  StoreMessage(error, message, messageSize);
-  return opened;
+  StoreMessage(Words(opened), message, messageSize);
+  return static_cast<bool>(opened);
 }
 
 }  // namespace
@@ -87,16 +86,14 @@ int32_t VXRMachine_Open(const char *file, char *message, uint32_t messageSize) {
     StoreMessage("no machine file is named; give the path of its TOML file", message, messageSize);
     return 0;
   }
-  const auto read = [file](machine::Description *description, std::string *error) {
-    return machine::ReadDescription(file, description, error);
-  };
+  const auto read = [file](machine::Description *description) { return machine::ReadDescription(file, description); };
   return OpenOrExplain(read, file, message, messageSize);
 }
 
 int32_t VXRMachine_OpenText(const char *text, const char *directory, char *message, uint32_t messageSize) {
-  const auto read = [=](machine::Description *description, std::string *error) {
-    return machine::ReadDescriptionText(text == nullptr ? "" : text, directory == nullptr ? "" : directory, description,
-                                        error);
+  const auto read = [=](machine::Description *description) {
+    return machine::ReadDescriptionText(text == nullptr ? "" : text, directory == nullptr ? "" : directory,
+                                        description);
   };
   return OpenOrExplain(read, "machine", message, messageSize);
 }
@@ -130,7 +127,8 @@ int32_t VXRMachine_Rehearse(int32_t on) {
     return 1;
   }
   if (machine::Rehearsing()) return 1;
-  if (machine::CurrentOrNotReady() == nullptr || !machine::BeginRegistryRehearsal()) return 0;
+  if (machine::Current() == nullptr) return machine::FailWith(ERROR_NOT_READY);
+  if (!machine::BeginRegistryRehearsal()) return 0;
   machine::BeginPromptRehearsal();
   machine::SetRehearsing(true);
   return 1;

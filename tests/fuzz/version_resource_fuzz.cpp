@@ -25,7 +25,7 @@ void AskBlock(std::span<const BYTE> resource, std::size_t room) {
   const std::vector<BYTE> block = machine::MakeVersionBlock(resource, room);
   for (const std::string_view path : kPaths) {
     std::span<const BYTE> value;
-    if (machine::QueryVersionBlock(block.data(), path, &value) != NO_ERROR) continue;
+    if (!machine::QueryVersionBlock(block.data(), path, &value)) continue;
     Require(value.data() >= block.data() && value.data() + value.size() <= block.data() + block.size());
   }
 }

@@ -1,7 +1,6 @@
 // How calls fail, and how those of the set-up library hand out bytes of a size that the caller first asks for.
 #pragma once
 
-#include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -11,27 +10,26 @@
 
 namespace machine {
 
-inline BOOL FailWith(DWORD error) {
-  platform::SetLastError(error);
-  return FALSE;
-}
-
-// The same with another result than FALSE.
-template <typename Result>
-Result FailWith(DWORD error, Result result) {
+// Sets the last error and returns what the call returns when it fails. For the platform's calls alone: what is below
+// them returns a Status.
+template <typename Result = BOOL>
+Result FailWith(DWORD error, Result result = FALSE) {
   platform::SetLastError(error);
   return result;
 }
 
-// With the code for errno.
-inline BOOL FailHost() { return FailWith(ErrorFromErrno(errno)); }
-
-inline BOOL FailWith(const Status &failure) { return FailWith(WindowsError(failure)); }
-
-inline HANDLE FailOpen(DWORD error) {
-  platform::SetLastError(error);
-  return INVALID_HANDLE_VALUE;
+template <typename Result = BOOL>
+Result FailWith(const Status &failure, Result result = FALSE) {
+  return FailWith(WindowsError(failure), result);
 }
+
+template <typename Failure>
+HANDLE FailOpen(const Failure &failure) {
+  return FailWith(failure, INVALID_HANDLE_VALUE);
+}
+
+// The end of a call: TRUE, or FALSE with the last error set.
+inline BOOL Finish(const Status &status) { return status ? TRUE : FailWith(status); }
 
 enum class SizeAlone { kSucceeds, kFails };  // what a query with a null buffer and size 0 is
 

@@ -78,6 +78,8 @@ DWORD WindowsError(const Status &status) {
       return ERROR_NOT_SUPPORTED;
     case StatusKind::kInvalid:
       return ERROR_INVALID_PARAMETER;
+    case StatusKind::kWindows:
+      return status.code;
     default:
       return ERROR_GEN_FAILURE;
   }

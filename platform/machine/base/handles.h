@@ -1,7 +1,4 @@
 // The handles that the described machine gives out for files, disks, volumes, mappings, searches and processes.
-//
-// A handle is a number into a table, never an address, and no number is given twice: a handle that was closed, or that
-// never was one, is recognised as invalid instead of being followed.
 #pragma once
 
 #include <cstddef>
@@ -45,18 +42,16 @@ using HandleRecord =
     std::variant<FileHandle, DiskHandle, VolumeHandle, MappingHandle, SearchHandle, ProcessHandle, ThreadHandle>;
 
 HANDLE AddHandle(HandleRecord record);
-// Null with ERROR_INVALID_HANDLE when there is no such open handle. Valid until the handle is closed.
+// Null when there is no such open handle. Valid until the handle is closed.
 HandleRecord *FindHandle(HANDLE handle);
-// False with ERROR_INVALID_HANDLE when there is no such open handle.
+// False when there is no such open handle.
 bool DropHandle(HANDLE handle);
 
 // As FindHandle; a handle of another kind is an invalid one too.
 template <class Record>
 Record *FindHandleOf(HANDLE handle) {
   HandleRecord *record = FindHandle(handle);
-  Record *wanted = record == nullptr ? nullptr : std::get_if<Record>(record);
-  if (record != nullptr && wanted == nullptr) platform::SetLastError(ERROR_INVALID_HANDLE);
-  return wanted;
+  return record == nullptr ? nullptr : std::get_if<Record>(record);
 }
 
 // Open handles of every kind above and mapped views: a test compares the count before and after.

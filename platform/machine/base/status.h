@@ -18,12 +18,14 @@ enum class StatusKind : std::uint8_t {
   kDamaged,      // a hive cannot be read there
   kUnsupported,  // a hive could not be saved with it
   kInvalid,      // not what may be asked for
+  kWindows,      // what Windows has a code of its own for
 };
 
 struct [[nodiscard]] Status {
   StatusKind kind = StatusKind::kGood;
-  int error = 0;     // errno value; 0 when no call of the host has to do with it
-  std::string text;  // what failed, for people, in the form that follows a name ("cannot be read"); may be empty
+  int error = 0;           // errno value; 0 when no call of the host has to do with it
+  std::string text;        // what failed, for people, in the form that follows a name ("cannot be read"); may be empty
+  std::uint32_t code = 0;  // of a kWindows failure
 
   explicit operator bool() const { return kind == StatusKind::kGood; }
 
@@ -31,6 +33,9 @@ struct [[nodiscard]] Status {
     return {StatusKind::kSystem, error, std::move(text)};
   }
   static Status Refused(std::string text, int error = 0) { return {StatusKind::kRefused, error, std::move(text)}; }
+  static Status Windows(std::uint32_t code, std::string text = {}) {
+    return {StatusKind::kWindows, 0, std::move(text), code};
+  }
   static Status Of(StatusKind kind) { return {kind, 0, {}}; }
 };
 

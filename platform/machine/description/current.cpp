@@ -13,11 +13,6 @@ std::unique_ptr<Description> current;
 
 const Description *Current() { return current.get(); }
 
-const Description *CurrentOrNotReady() {
-  if (current == nullptr) platform::SetLastError(ERROR_NOT_READY);
-  return current.get();
-}
-
 void SetCurrent(std::unique_ptr<Description> description) {
   current = std::move(description);
   SetCodePage(current == nullptr ? kDefaultCodePage : current->system.codePage);

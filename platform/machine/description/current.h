@@ -9,8 +9,6 @@ namespace machine {
 
 // The open machine; null when none. Platform calls made without one fail with ERROR_NOT_READY.
 const Description *Current();
-// The same, and with none sets that error.
-const Description *CurrentOrNotReady();
 // Makes a description the open machine and its code page that of all texts; null: none is open any more.
 void SetCurrent(std::unique_ptr<Description> description);
 

@@ -405,44 +405,41 @@ std::string OneLine(std::string text) {
 constexpr char kTextName[] = "machine";
 
 // Makes the description of what `parse` gives; messages begin with `name`.
-bool ReadParsed(const std::function<toml::table()> &parse, const std::string &name, const fs::path &file,
-                Description *description, std::string *error) {
+machine::Status ReadParsed(const std::function<toml::table()> &parse, const std::string &name, const fs::path &file,
+                           Description *description) {
   *description = Description();
   description->file = file;
   try {
     ReadRoot(parse(), description);
-    return true;
+    return {};
   } catch (const toml::parse_error &fault) {
-    *error = name + ":" + std::to_string(fault.source().begin.line) +
-             ": not TOML: " + std::string(fault.description()) + "; correct the line";
+    return machine::Status::Refused(OneLine(name + ":" + std::to_string(fault.source().begin.line) +
+                                            ": not TOML: " + std::string(fault.description()) + "; correct the line"));
   } catch (const Fault &fault) {
-    *error = name + ":" + std::to_string(fault.line) + ": " + fault.key + ": " + fault.text;
+    return machine::Status::Refused(
+        OneLine(name + ":" + std::to_string(fault.line) + ": " + fault.key + ": " + fault.text));
   }
-  *error = OneLine(*error);
-  return false;
 }
 
 }  // namespace
 
 namespace machine {
 
-bool ReadDescription(const fs::path &file, Description *description, std::string *error) {
+Status ReadDescription(const fs::path &file, Description *description) {
   std::error_code code;
   if (const fs::file_status status = fs::status(file, code); !fs::is_regular_file(status)) {
     std::string what = fs::exists(status) ? FileKind(status.type()) : "there is no such file";
     if (status.type() == fs::file_type::none) what = code.message();
-    *error = OneLine(file.string() + ": " + what + "; give the path of a machine's TOML file");
-    return false;
+    return Status::Refused(OneLine(file.string() + ": " + what + "; give the path of a machine's TOML file"));
   }
   return ReadParsed([&] { return toml::parse_file(file.string()); }, file.string(), fs::absolute(file, code),
-                    description, error);
+                    description);
 }
 
-bool ReadDescriptionText(std::string_view text, const fs::path &directory, Description *description,
-                         std::string *error) {
+Status ReadDescriptionText(std::string_view text, const fs::path &directory, Description *description) {
   std::error_code code;
   const fs::path file = fs::absolute((directory.empty() ? "." : directory) / kTextName, code);
-  return ReadParsed([&] { return toml::parse(text); }, kTextName, file, description, error);
+  return ReadParsed([&] { return toml::parse(text); }, kTextName, file, description);
 }
 
 }  // namespace machine

@@ -17,7 +17,12 @@ using testing::StartsWith;
 struct DescriptionTest : MachineTest {
   bool Read(const std::string &toml) {
     WriteFile("m.toml", toml);
-    return machine::ReadDescription(Host("m.toml"), &description, &error);
+    return ReadFile(Host("m.toml"));
+  }
+  bool ReadFile(const std::filesystem::path &file) {
+    const machine::Status read = machine::ReadDescription(file, &description);
+    error = Words(read);
+    return static_cast<bool>(read);
   }
   machine::Description description;
   std::string error;
@@ -184,9 +189,9 @@ TEST_F(DescriptionTest, RefusesABadSystem) {
 }
 
 TEST_F(DescriptionTest, RefusesAMissingFile) {
-  EXPECT_FALSE(machine::ReadDescription(Host("none.toml"), &description, &error));
+  EXPECT_FALSE(ReadFile(Host("none.toml")));
   EXPECT_EQ(error, Host("none.toml").string() + ": there is no such file; give the path of a machine's TOML file");
-  EXPECT_FALSE(machine::ReadDescription(folder, &description, &error));
+  EXPECT_FALSE(ReadFile(folder));
   EXPECT_THAT(error, HasSubstr("is a directory"));
 }
 

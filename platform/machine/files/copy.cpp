@@ -23,7 +23,7 @@
 namespace machine {
 namespace {
 
-// One copy under way; what goes wrong is noted for the observer.
+// One copy under way. The text of what goes wrong is for the observer.
 struct Copy {
   const char *source, *target;
   Descriptor from;
@@ -31,19 +31,7 @@ struct Copy {
   HostPlace place;
   struct stat targetStatus = {};  // of an old target
   bool inPlace = false;
-  DWORD error = NO_ERROR;
-  std::string reason;
 };
-
-bool FailCopy(Copy *copy, DWORD error, std::string reason) {
-  copy->error = error;
-  copy->reason = std::move(reason);
-  return false;
-}
-
-bool FailCopy(Copy *copy, const Status &failure) { return FailCopy(copy, WindowsError(failure), Words(failure)); }
-
-bool FailCopyOnHost(Copy *copy, const char *what) { return FailCopy(copy, Status::System(what)); }
 
 std::string Describe(DWORD error) {
   switch (error) {
@@ -60,113 +48,110 @@ std::string Describe(DWORD error) {
   }
 }
 
-bool OpenSource(Copy *copy) {
+// A path could not be followed.
+Status NotReached(const char *what, const Status &failure) {
+  const DWORD error = WindowsError(failure);
+  return Status::Windows(error, what + (": " + Describe(error)));
+}
+
+Status OpenSource(Copy *copy) {
   // Not waiting, should a pipe be there.
-  copy->from = Descriptor(OpenHostFile(copy->source, O_RDONLY | O_NONBLOCK));
-  if (!copy->from) {
-    const DWORD error = platform::GetLastError();
-    return FailCopy(copy, error, "cannot open the source: " + Describe(error));
-  }
-  if (fstat(copy->from.fd, &copy->sourceStatus) != 0) return FailCopyOnHost(copy, "cannot open the source");
-  if (S_ISREG(copy->sourceStatus.st_mode)) return true;
-  return FailCopy(copy, ERROR_ACCESS_DENIED, "the source is no file");
+  const Status opened = OpenHostFile(copy->source, O_RDONLY | O_NONBLOCK, &copy->from);
+  if (!opened) return NotReached("cannot open the source", opened);
+  if (fstat(copy->from.fd, &copy->sourceStatus) != 0) return Status::System("cannot open the source");
+  if (S_ISREG(copy->sourceStatus.st_mode)) return {};
+  return Status::Windows(ERROR_ACCESS_DENIED, "the source is no file");
 }
 
 // Whether an old target may be replaced.
-bool CheckOldTarget(Copy *copy, bool failIfExists) {
-  if (failIfExists) return FailCopy(copy, ERROR_FILE_EXISTS, "the target exists");
+Status CheckOldTarget(Copy *copy, bool failIfExists) {
+  if (failIfExists) return Status::Windows(ERROR_FILE_EXISTS, "the target exists");
   if (fstatat(copy->place.directory, copy->place.name.c_str(), &copy->targetStatus, AT_SYMLINK_NOFOLLOW) != 0) {
-    return FailCopyOnHost(copy, "cannot examine the target");
+    return Status::System("cannot examine the target");
   }
   const struct stat &old = copy->targetStatus;
-  if (!S_ISREG(old.st_mode)) return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is no file");
+  if (!S_ISREG(old.st_mode)) return Status::Windows(ERROR_ACCESS_DENIED, "the target is no file");
   if (old.st_dev == copy->sourceStatus.st_dev && old.st_ino == copy->sourceStatus.st_ino) {
-    return FailCopy(copy, ERROR_SHARING_VIOLATION, "source and target are the same file");
+    return Status::Windows(ERROR_SHARING_VIOLATION, "source and target are the same file");
   }
   const DWORD attributes = WouldHaveAttributes(old, ReadAttributes(PlaceName(copy->place), old));
-  if ((attributes & kProtectingAttributes) == 0) return true;
-  return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
+  if ((attributes & kProtectingAttributes) == 0) return {};
+  return Status::Windows(ERROR_ACCESS_DENIED, "the target is read-only, hidden or a system file");
 }
 
-bool FindTarget(Copy *copy, bool failIfExists) {
-  if (!LocatePlace(copy->target, &copy->place)) {
-    const DWORD error = platform::GetLastError();
-    return FailCopy(copy, error, "cannot reach the target: " + Describe(error));
-  }
+Status FindTarget(Copy *copy, bool failIfExists) {
+  const Status located = LocatePlace(copy->target, &copy->place);
+  if (!located) return NotReached("cannot reach the target", located);
   if (copy->place.throughLink) {
     // Replacing the link and writing to where it leads would both surprise.
-    RefusePath(copy->target, "the target of a copy is a symbolic link");
-    return FailCopy(copy, ERROR_ACCESS_DENIED, "the target is a symbolic link");
+    return SaidAs("the target is a symbolic link", RefusePath(copy->target, "the target of a copy is a symbolic link"));
   }
-  return !copy->place.exists || CheckOldTarget(copy, failIfExists);
+  return copy->place.exists ? CheckOldTarget(copy, failIfExists) : Status();
 }
 
-bool CopyContents(Copy *copy, int to) {
+Status CopyContents(const Copy &copy, int to) {
   constexpr std::size_t kChunk = std::size_t{1} << 30;
   // Inside the kernel as far as that goes; what it does not do is left to the loop, which begins where this ended.
-  while (copy_file_range(copy->from.fd, nullptr, to, nullptr, kChunk, 0) > 0) {
+  while (copy_file_range(copy.from.fd, nullptr, to, nullptr, kChunk, 0) > 0) {
   }
   std::array<char, 65536> buffer;
   for (;;) {
-    const ssize_t count = read(copy->from.fd, buffer.data(), buffer.size());
+    const ssize_t count = read(copy.from.fd, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return FailCopyOnHost(copy, "cannot read the source");
-    if (count == 0) return true;
+    if (count < 0) return Status::System("cannot read the source");
+    if (count == 0) return {};
     const Status written = WriteAll(to, buffer.data(), static_cast<std::size_t>(count));
-    if (!written) return FailCopy(copy, SaidAs("cannot write the copy", written));
+    if (!written) return SaidAs("cannot write the copy", written);
   }
 }
 
 // Permissions, attributes and time.
-bool FinishNewFile(Copy *copy, const NewFile &created) {
-  const timespec times[2] = {{0, UTIME_NOW}, copy->sourceStatus.st_mtim};
-  const std::string sourceName = "/proc/self/fd/" + std::to_string(copy->from.fd);
-  const DWORD attributes = ReadAttributes(sourceName, copy->sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
-  const Status taken = copy->place.exists ? TakeOver(created) : Status();
-  if (!taken)
-    return FailCopy(copy, SaidAs("cannot give the copy the owner, mode and attributes of the old file", taken));
+Status FinishNewFile(const Copy &copy, const NewFile &created) {
+  const timespec times[2] = {{0, UTIME_NOW}, copy.sourceStatus.st_mtim};
+  const std::string sourceName = "/proc/self/fd/" + std::to_string(copy.from.fd);
+  const DWORD attributes = ReadAttributes(sourceName, copy.sourceStatus) | FILE_ATTRIBUTE_ARCHIVE;
+  const Status taken = copy.place.exists ? TakeOver(created) : Status();
+  if (!taken) return SaidAs("cannot give the copy the owner, mode and attributes of the old file", taken);
   const char *const failed = "cannot give the copy its attributes";
   struct stat status = {};
-  if (fstat(created.file.fd, &status) != 0) return FailCopyOnHost(copy, failed);
+  if (fstat(created.file.fd, &status) != 0) return Status::System(failed);
   const Status written = WriteAttributes(created.HostName(), status, attributes);
-  if (!written) return FailCopy(copy, SaidAs(failed, written));
-  return futimens(created.file.fd, times) == 0 || FailCopyOnHost(copy, failed);
+  if (!written) return SaidAs(failed, written);
+  return futimens(created.file.fd, times) == 0 ? Status() : Status::System(failed);
 }
 
-// Puts the new file in the target's place.
-bool ReplaceTarget(Copy *copy, NewFile *created) {
-  const Status put = PutInPlace(created, copy->place.exists);
-  copy->inPlace = created->inPlace;
-  return put || FailCopy(copy, put);
+Status Rehearse(const Copy &copy) {
+  const auto size = static_cast<std::uint64_t>(copy.sourceStatus.st_size);
+  return RehearseNewFile(copy.place.directory, copy.place.name, size);
 }
 
-bool Rehearse(Copy *copy) {
-  const auto size = static_cast<std::uint64_t>(copy->sourceStatus.st_size);
-  const Status would = RehearseNewFile(copy->place.directory, copy->place.name, size);
-  return would || FailCopy(copy, would);
-}
-
-bool Run(Copy *copy, bool failIfExists) {
-  if (!OpenSource(copy) || !FindTarget(copy, failIfExists)) return false;
-  if (Rehearsing()) return Rehearse(copy);
+Status Run(Copy *copy, bool failIfExists) {
+  if (Status opened = OpenSource(copy); !opened) return opened;
+  if (Status found = FindTarget(copy, failIfExists); !found) return found;
+  if (Rehearsing()) return Rehearse(*copy);
   NewFile created(copy->place.directory, copy->place.name);
   const Status opened = OpenNewFile(&created, copy->place.exists);
-  if (!opened) return FailCopy(copy, SaidAs("cannot write to the target's directory", opened));
-  return CopyContents(copy, created.file.fd) && FinishNewFile(copy, created) && ReplaceTarget(copy, &created);
+  if (!opened) return SaidAs("cannot write to the target's directory", opened);
+  if (Status copied = CopyContents(*copy, created.file.fd); !copied) return copied;
+  if (Status finished = FinishNewFile(*copy, created); !finished) return finished;
+  Status put = PutInPlace(&created, copy->place.exists);
+  copy->inPlace = created.inPlace;
+  return put;
 }
 
 // The failure that CopyFileA told last, in case the command interpreter meets it again.
 std::string g_toldFailure;
 
-void ReportCopy(const Copy &copy, bool copied, CopyCaller caller) {
-  const std::string failure = copied ? "" : std::string(copy.source) + '\n' + copy.target + '\n' + copy.reason;
+void ReportCopy(const Copy &copy, const Status &copied, CopyCaller caller) {
+  const std::string reason = Words(copied);
+  const std::string failure = copied ? "" : std::string(copy.source) + '\n' + copy.target + '\n' + reason;
   const bool told = !copied && caller == CopyCaller::kCommand && failure == g_toldFailure;
   g_toldFailure = caller == CopyCaller::kCall ? failure : "";
   if (told) return;
   VXRMachine_Event event = {};
   event.kind = copied ? VXRMACHINE_FILE_COPIED : VXRMACHINE_FILE_NOT_COPIED;
   event.subject = copy.target;
-  event.detail = copied ? copy.source : copy.reason.c_str();
+  event.detail = copied ? copy.source : reason.c_str();
   event.size =
       copied ? static_cast<std::uint64_t>(copy.sourceStatus.st_size) : (copy.place.exists && !copy.inPlace ? 1 : 0);
   Report(event);
@@ -174,15 +159,14 @@ void ReportCopy(const Copy &copy, bool copied, CopyCaller caller) {
 
 }  // namespace
 
-bool CopyWindowsFile(const char *source, const char *target, bool failIfExists, CopyCaller caller) {
-  if (CurrentOrNotReady() == nullptr) return false;
-  if (source == nullptr || target == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
+Status CopyWindowsFile(const char *source, const char *target, bool failIfExists, CopyCaller caller) {
+  if (Current() == nullptr) return Status::Windows(ERROR_NOT_READY);
+  if (source == nullptr || target == nullptr) return Status::Windows(ERROR_INVALID_PARAMETER);
   Copy copy = {};
   copy.source = source;
   copy.target = target;
-  const bool copied = Run(&copy, failIfExists);
+  Status copied = Run(&copy, failIfExists);
   ReportCopy(copy, copied, caller);
-  if (!copied) platform::SetLastError(copy.error);
   return copied;
 }
 
@@ -192,7 +176,7 @@ namespace platform {
 
 BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
-  return machine::CopyWindowsFile(source, target, failIfExists != FALSE, machine::CopyCaller::kCall);
+  return machine::Finish(machine::CopyWindowsFile(source, target, failIfExists != FALSE, machine::CopyCaller::kCall));
 }
 
 }  // namespace platform

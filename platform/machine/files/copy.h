@@ -5,7 +5,7 @@
 // comes after the failure's. So the last event about a target always says how it stands, and no failure is told twice.
 #pragma once
 
-#include "platform/platform.h"
+#include "platform/machine/base/status.h"
 
 namespace machine {
 
@@ -13,10 +13,10 @@ enum class CopyCaller { kCall, kCommand };
 
 // Copies contents, time of the last change and attributes (marked for the archive, as Windows does). The copy is
 // written beside the target, flushed, and put in its place at once, so that on any failure an old target is whole, and
-// nothing is left behind. An old target keeps the spelling of its name. False with the last error set, beside those of
-// the paths: ERROR_FILE_NOT_FOUND no source; ERROR_FILE_EXISTS with `failIfExists`; ERROR_SHARING_VIOLATION both are
-// one file; ERROR_DISK_FULL; ERROR_ACCESS_DENIED either is a directory, or the target is read-only, hidden, system or a
-// symbolic link.
-bool CopyWindowsFile(const char *source, const char *target, bool failIfExists, CopyCaller caller);
+// nothing is left behind. An old target keeps the spelling of its name. Fails, beside as the paths do, with
+// ERROR_FILE_NOT_FOUND no source; ERROR_FILE_EXISTS with `failIfExists`; ERROR_SHARING_VIOLATION both are one file;
+// ERROR_DISK_FULL; ERROR_ACCESS_DENIED either is a directory, or the target is read-only, hidden, system or a symbolic
+// link.
+Status CopyWindowsFile(const char *source, const char *target, bool failIfExists, CopyCaller caller);
 
 }  // namespace machine

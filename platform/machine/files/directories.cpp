@@ -18,14 +18,15 @@ bool IsTaken(const machine::HostPlace &place) {
          machine::WouldBeDirectory(place.directory, place.name);
 }
 
-// The directory itself; of one that is rehearsed the one in which it would be. -1 with the last error set.
-machine::Descriptor OpenForRoom(const char *name) {
+// The directory itself; of one that is rehearsed the one in which it would be.
+machine::Status OpenForRoom(const char *name, machine::Descriptor *directory) {
   machine::HostPlace place;
   if (machine::Rehearsing() && machine::LocatePlace(name, &place) &&
       machine::WouldBeDirectory(place.directory, place.name)) {
-    return machine::Descriptor(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    *directory = machine::Descriptor(openat(place.directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return *directory ? machine::Status() : machine::Status::System();
   }
-  return machine::Descriptor(machine::OpenHostDirectory(name));
+  return machine::OpenHostDirectory(name, directory);
 }
 
 }  // namespace
@@ -35,21 +36,21 @@ namespace platform {
 BOOL CreateDirectoryA(const char *name, void *) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
   machine::HostPlace place;
-  if (!machine::LocatePlace(name, &place)) return FALSE;
+  if (const machine::Status located = machine::LocatePlace(name, &place); !located) return machine::FailWith(located);
   if (IsTaken(place)) return machine::FailWith(ERROR_ALREADY_EXISTS);
   if (machine::Rehearsing()) {
     const machine::Status would = machine::RehearseDirectory(place.directory, place.name);
     return would ? TRUE : machine::FailWith(would);
   }
-  if (mkdirat(place.directory, place.name.c_str(), 0777) != 0) return machine::FailHost();
+  if (mkdirat(place.directory, place.name.c_str(), 0777) != 0) return machine::FailWith(machine::Status::System());
   (void)machine::FlushDirectory(place.directory);
   return TRUE;
 }
 
 BOOL GetDiskFreeSpaceExA(const char *directory, ULARGE_INTEGER *available, ULARGE_INTEGER *, ULARGE_INTEGER *) {
   VXR_FAULT(FALSE, ERROR_NOT_READY);
-  const machine::Descriptor open = OpenForRoom(directory);
-  if (!open) return FALSE;
+  machine::Descriptor open;
+  if (const machine::Status opened = OpenForRoom(directory, &open); !opened) return machine::FailWith(opened);
   DWORD64 room = 0;
   if (const machine::Status told = machine::RoomLeft(open.fd, &room); !told) return machine::FailWith(told);
   if (available != nullptr) available->QuadPart = room;

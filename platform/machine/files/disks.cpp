@@ -8,8 +8,6 @@
 #include <optional>
 
 #include "platform/machine/base/access.h"
-#include "platform/machine/base/answer.h"
-#include "platform/machine/base/errors.h"
 #include "platform/machine/base/handles.h"
 #include "platform/machine/files/disk_index.h"
 #include "platform/machine/files/paths.h"
@@ -33,35 +31,35 @@ std::optional<DWORD> DiskNumber(std::string_view name) {
 }
 
 // The image, opened for as much as the rights ask. Opening it for writing leaves its times alone.
-DWORD OpenImage(const Disk &disk, DWORD access, FileHandle *image) {
-  if (!disk.image) return ERROR_NOT_READY;
+Status OpenImage(const Disk &disk, DWORD access, FileHandle *image) {
+  if (!disk.image) return Status::Windows(ERROR_NOT_READY);
   image->readable = GrantsReading(access);
   image->writable = GrantsWriting(access);
   image->file = Descriptor(open(disk.image->c_str(), AccessFlags(access) | O_CLOEXEC | O_NONBLOCK));
   struct stat status = {};
-  if (!image->file || fstat(image->file.fd, &status) != 0) return ErrorFromErrno(errno);
+  if (!image->file || fstat(image->file.fd, &status) != 0) return Status::System();
   // The superuser could write to it all the same, but whoever took the permission away wants it kept.
-  return image->writable && (status.st_mode & kWriteBits) == 0 ? ERROR_WRITE_PROTECT : NO_ERROR;
+  return image->writable && (status.st_mode & kWriteBits) == 0 ? Status::Windows(ERROR_WRITE_PROTECT) : Status();
 }
 
 // --- Requests ----------------------------------------------------------------------------------------------------
 
 template <class Record>
-DWORD Store(const Record &record, AnswerBuffer *answer) {
-  if (answer->size < sizeof record) return ERROR_INSUFFICIENT_BUFFER;
+Status Store(const Record &record, AnswerBuffer *answer) {
+  if (answer->size < sizeof record) return Status::Windows(ERROR_INSUFFICIENT_BUFFER);
   std::memcpy(answer->bytes, &record, sizeof record);
   answer->stored = sizeof record;
-  return NO_ERROR;
+  return {};
 }
 
 // Windows answers with partition 0 for a whole disk.
-DWORD AnswerNumber(const Disk &disk, AnswerBuffer *answer) {
+Status AnswerNumber(const Disk &disk, AnswerBuffer *answer) {
   return Store(STORAGE_DEVICE_NUMBER{FILE_DEVICE_DISK, disk.number, 0}, answer);
 }
 
 // Zeros are a geometry that nobody described: who took them for the disk's would write them into a boot sector.
-DWORD AnswerGeometry(const Disk &disk, AnswerBuffer *answer) {
-  if (disk.heads == 0) return ERROR_INVALID_FUNCTION;
+Status AnswerGeometry(const Disk &disk, AnswerBuffer *answer) {
+  if (disk.heads == 0) return Status::Windows(ERROR_INVALID_FUNCTION);
   DISK_GEOMETRY geometry = {};
   geometry.Cylinders.QuadPart = static_cast<LONG64>(disk.cylinders);
   geometry.MediaType = FixedMedia;
@@ -83,14 +81,15 @@ const Disk *FindDisk(std::string_view name) {
   return number ? FindDiskByNumber(*number) : FindDiskByInterface(name);
 }
 
-HANDLE OpenDisk(const Disk &disk, DWORD access) {
-  DiskHandle handle = {disk.number, {}, disk.bytes};
+Status OpenDisk(const Disk &disk, DWORD access, HANDLE *handle) {
+  DiskHandle record = {disk.number, {}, disk.bytes};
   const bool transfers = GrantsReading(access) || GrantsWriting(access);
-  const DWORD error = transfers ? OpenImage(disk, access, &handle.image) : NO_ERROR;
-  return error == NO_ERROR ? AddHandle(std::move(handle)) : FailOpen(error);
+  Status opened = transfers ? OpenImage(disk, access, &record.image) : Status();
+  if (opened) *handle = AddHandle(std::move(record));
+  return opened;
 }
 
-DWORD AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {
+Status AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {
   return AnswerRequest(kRequests, FindDiskByNumber(number), code, answer);
 }
 

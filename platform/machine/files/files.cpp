@@ -7,7 +7,6 @@
 
 #include "platform/machine/base/access.h"
 #include "platform/machine/base/answer.h"
-#include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/file_time.h"
 #include "platform/machine/base/handles.h"
@@ -21,6 +20,8 @@ namespace {
 
 using machine::Descriptor;
 using machine::FailOpen;
+using machine::FailWith;
+using machine::Status;
 
 struct OpenRequest {
   DWORD access, disposition, attributes;
@@ -28,55 +29,51 @@ struct OpenRequest {
   bool Empties() const { return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING; }
 };
 
-// What a file that exists does not let happen to it; NO_ERROR when the request may go on.
-DWORD Obstacle(const OpenRequest &request, const machine::HostPlace &place) {
+// Whether a file that exists lets the request happen to it.
+Status MayOpen(const OpenRequest &request, const machine::HostPlace &place) {
   struct stat status = {};
-  if (fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    return machine::ErrorFromErrno(errno);
-  }
-  if (request.disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
+  if (fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return Status::System();
+  if (request.disposition == CREATE_NEW) return Status::Windows(ERROR_FILE_EXISTS);
   // Not pipes or devices either: opening one may wait, or do something.
-  if (!S_ISREG(status.st_mode)) return ERROR_ACCESS_DENIED;
+  if (!S_ISREG(status.st_mode)) return Status::Windows(ERROR_ACCESS_DENIED);
   const DWORD attributes = machine::ReadAttributes(machine::PlaceName(place), status);
   if ((request.Writes() || request.Empties()) && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-    return ERROR_ACCESS_DENIED;
+    return Status::Windows(ERROR_ACCESS_DENIED);
   }
   constexpr DWORD kMustBeNamed = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
   const bool hides = (attributes & kMustBeNamed & ~request.attributes) != 0;
-  return request.disposition == CREATE_ALWAYS && hides ? ERROR_ACCESS_DENIED : NO_ERROR;
+  return request.disposition == CREATE_ALWAYS && hides ? Status::Windows(ERROR_ACCESS_DENIED) : Status();
 }
 
-HANDLE OpenPlace(const OpenRequest &request, const machine::HostPlace &place) {
+Status OpenPlace(const OpenRequest &request, const machine::HostPlace &place, HANDLE *handle) {
   int flags = machine::AccessFlags(request.access) | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
   if (place.exists) {
-    const DWORD obstacle = Obstacle(request, place);
-    if (obstacle != NO_ERROR) return FailOpen(obstacle);
+    if (Status may = MayOpen(request, place); !may) return may;
     if (request.Empties()) flags |= O_TRUNC;
   } else {
     if (request.disposition == OPEN_EXISTING || request.disposition == TRUNCATE_EXISTING) {
-      return FailOpen(ERROR_FILE_NOT_FOUND);
+      return Status::Windows(ERROR_FILE_NOT_FOUND);
     }
     flags |= O_CREAT | O_EXCL;
   }
-  if (machine::Rehearsing() && (flags & (O_CREAT | O_TRUNC)) != 0) return FailOpen(ERROR_WRITE_PROTECT);
+  if (machine::Rehearsing() && (flags & (O_CREAT | O_TRUNC)) != 0) return Status::Windows(ERROR_WRITE_PROTECT);
   Descriptor file(openat(place.directory, place.name.c_str(), flags, 0666));
-  if (!file) return FailOpen(machine::ErrorFromErrno(errno));
+  if (!file) return Status::System();
   if (!place.exists || request.disposition == CREATE_ALWAYS) {
     struct stat status = {};
     const DWORD attributes = request.attributes | FILE_ATTRIBUTE_ARCHIVE;
-    if (fstat(file.fd, &status) != 0 || !machine::WriteAttributes(machine::PlaceName(place), status, attributes)) {
-      return FailOpen(machine::ErrorFromErrno(errno));
-    }
+    if (fstat(file.fd, &status) != 0) return Status::System();
+    if (Status given = machine::WriteAttributes(machine::PlaceName(place), status, attributes); !given) return given;
   }
-  return machine::AddHandle(
+  *handle = machine::AddHandle(
       machine::FileHandle{std::move(file), machine::GrantsReading(request.access), request.Writes(), 0});
+  return {};
 }
 
 // As LocatePlace, of what exists.
-bool LocateExisting(const char *name, machine::HostPlace *place) {
-  if (!machine::LocatePlace(name, place)) return false;
-  if (!place->exists) platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return place->exists;
+Status LocateExisting(const char *name, machine::HostPlace *place) {
+  if (Status located = machine::LocatePlace(name, place); !located) return located;
+  return place->exists ? Status() : Status::Windows(ERROR_FILE_NOT_FOUND);
 }
 
 // Where the file system does not keep it, the time of the last write stands in.
@@ -94,19 +91,20 @@ namespace platform {
 
 HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposition, DWORD flags, HANDLE) {
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
-  if (machine::CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
+  if (machine::Current() == nullptr) return FailOpen(ERROR_NOT_READY);
   if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
+  HANDLE handle = nullptr;
   if (name != nullptr && machine::IsDeviceName(name)) {
-    const HANDLE device = machine::OpenDevice(name, access, disposition);
-    if (device != INVALID_HANDLE_VALUE) SetLastError(NO_ERROR);
-    return device;
+    const Status opened = machine::OpenDevice(name, access, disposition, &handle);
+    if (!opened) return FailOpen(opened);
+    SetLastError(NO_ERROR);
+    return handle;
   }
   const OpenRequest request = {access, disposition, flags & 0xFFFF};
   if (disposition == TRUNCATE_EXISTING && !request.Writes()) return FailOpen(ERROR_INVALID_PARAMETER);
   machine::HostPlace place;
-  if (!machine::LocatePlace(name, &place)) return INVALID_HANDLE_VALUE;
-  const HANDLE handle = OpenPlace(request, place);
-  if (handle == INVALID_HANDLE_VALUE) return handle;
+  if (const Status located = machine::LocatePlace(name, &place); !located) return FailOpen(located);
+  if (const Status opened = OpenPlace(request, place, &handle); !opened) return FailOpen(opened);
   const bool mayCreate = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
   SetLastError(mayCreate && place.exists ? ERROR_ALREADY_EXISTS : NO_ERROR);
   return handle;
@@ -116,21 +114,17 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
 BOOL CloseHandle(HANDLE handle) {
   const machine::HandleRecord *record = machine::FindHandle(handle);
   const bool search = record != nullptr && std::holds_alternative<machine::SearchHandle>(*record);
-  const BOOL closed = !search && machine::DropHandle(handle);
+  const bool closed = !search && machine::DropHandle(handle);  // FindClose ends those
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
-  if (search) SetLastError(ERROR_INVALID_HANDLE);  // FindClose ends those
-  return closed;
+  return closed ? TRUE : FailWith(ERROR_INVALID_HANDLE);
 }
 
 DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
   VXR_FAULT(INVALID_FILE_SIZE, ERROR_INVALID_HANDLE);
   const auto *record = machine::FindHandleOf<machine::FileHandle>(file);
   struct stat status = {};
-  if (record == nullptr) return INVALID_FILE_SIZE;
-  if (fstat(record->file.fd, &status) != 0) {
-    machine::FailHost();
-    return INVALID_FILE_SIZE;
-  }
+  if (record == nullptr) return FailWith(ERROR_INVALID_HANDLE, INVALID_FILE_SIZE);
+  if (fstat(record->file.fd, &status) != 0) return FailWith(Status::System(), INVALID_FILE_SIZE);
   const auto size = static_cast<DWORD64>(status.st_size);
   if (sizeHigh != nullptr) *sizeHigh = static_cast<DWORD>(size >> 32);
   const auto low = static_cast<DWORD>(size);
@@ -141,28 +135,26 @@ DWORD GetFileSize(HANDLE file, DWORD *sizeHigh) {
 DWORD GetFileAttributesA(const char *name) {
   VXR_FAULT(INVALID_FILE_ATTRIBUTES, ERROR_FILE_NOT_FOUND);
   machine::HostPlace place;
-  if (LocateExisting(name, &place)) return machine::ReadAttributes(machine::PlaceName(place), place.status);
-  return place.directory >= 0 && machine::WouldBeDirectory(place.directory, place.name) ? FILE_ATTRIBUTE_DIRECTORY
-                                                                                        : INVALID_FILE_ATTRIBUTES;
+  const Status located = LocateExisting(name, &place);
+  if (located) return machine::ReadAttributes(machine::PlaceName(place), place.status);
+  const bool rehearsed = place.directory >= 0 && machine::WouldBeDirectory(place.directory, place.name);
+  return rehearsed ? FILE_ATTRIBUTE_DIRECTORY : FailWith(located, INVALID_FILE_ATTRIBUTES);
 }
 
 BOOL SetFileAttributesA(const char *name, DWORD attributes) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
   machine::HostPlace place;
-  if (!LocateExisting(name, &place)) return FALSE;
-  if (machine::Rehearsing()) {
-    const machine::Status would = machine::RehearseAttributes(place.status, attributes);
-    return would ? TRUE : machine::FailWith(would);
-  }
-  const machine::Status written = machine::WriteAttributes(machine::PlaceName(place), place.status, attributes);
-  return written ? TRUE : machine::FailWith(written);
+  if (const Status located = LocateExisting(name, &place); !located) return FailWith(located);
+  return machine::Finish(machine::Rehearsing()
+                             ? machine::RehearseAttributes(place.status, attributes)
+                             : machine::WriteAttributes(machine::PlaceName(place), place.status, attributes));
 }
 
 BOOL GetFileAttributesExA(const char *name, GET_FILEEX_INFO_LEVELS level, void *data) {
   VXR_FAULT(FALSE, ERROR_FILE_NOT_FOUND);
   machine::HostPlace place;
-  if (level != GetFileExInfoStandard || data == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
-  if (!LocateExisting(name, &place)) return FALSE;
+  if (level != GetFileExInfoStandard || data == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
+  if (const Status located = LocateExisting(name, &place); !located) return FailWith(located);
   const struct stat &status = place.status;
   const DWORD64 size = S_ISREG(status.st_mode) ? static_cast<DWORD64>(status.st_size) : 0;
   WIN32_FILE_ATTRIBUTE_DATA facts = {};

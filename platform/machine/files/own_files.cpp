@@ -24,18 +24,19 @@ bool SameStatus(const struct stat &a, const struct stat &b) {
 }
 
 // A link whose target does not exist yet leads to what the next file of that name will be.
-bool LocateFinalPlace(const char *path, HostPlace *place) {
-  if (!LocatePlace(path, place)) return false;
+Status LocateFinalPlace(const char *path, HostPlace *place) {
+  if (Status located = LocatePlace(path, place); !located) return located;
   for (int links = 0; links < kLongestLinkChain; ++links) {
     char target[PATH_MAX];
     const ssize_t length = readlinkat(place->directory, place->name.c_str(), target, sizeof target);
-    if (length <= 0) return true;
+    if (length <= 0) return {};
     const std::string named(target, static_cast<std::size_t>(length));
     HostPlace next;
-    if (!LocatePlace((named[0] == '/' ? named : PlaceName(place->directory, named)).c_str(), &next)) return false;
+    const std::string whole = named[0] == '/' ? named : PlaceName(place->directory, named);
+    if (Status located = LocatePlace(whole.c_str(), &next); !located) return located;
     *place = std::move(next);
   }
-  return true;
+  return {};
 }
 
 bool IsHostPath(const char *path) { return *path == '/'; }

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "platform/device_name.h"
-#include "platform/machine/base/answer.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/description/records.h"
@@ -38,54 +37,55 @@ bool HasForbiddenCharacter(std::string_view name, std::string_view forbidden) {
 }
 
 // Adds one component; `text` is the whole path, for the observer.
-bool AddComponent(const char *text, std::string_view component, bool last, WindowsPath *path) {
-  if (component.empty() || component == ".") return true;
+Status AddComponent(const char *text, std::string_view component, bool last, WindowsPath *path) {
+  if (component.empty() || component == ".") return {};
   if (component == "..") {
     if (path->names.empty()) return RefusePath(text, "it leads out of the drive through \"..\"");
     path->names.pop_back();
-    return true;
+    return {};
   }
   if (last && component.find_first_of("*?") != std::string_view::npos) {
-    if (HasForbiddenCharacter(component, "<>:\"|")) return FailWith(ERROR_INVALID_NAME);
+    if (HasForbiddenCharacter(component, "<>:\"|")) return Status::Windows(ERROR_INVALID_NAME);
     path->pattern = component;
-    return true;
+    return {};
   }
   DropTrailing(&component, ". ");
   if (component.empty() || HasForbiddenCharacter(component, "<>:\"|?*") || IsDevice(component)) {
-    return FailWith(ERROR_INVALID_NAME);
+    return Status::Windows(ERROR_INVALID_NAME);
   }
   path->names.emplace_back(component);
-  return true;
+  return {};
 }
 
-bool AddComponents(const char *text, std::string_view rest, WindowsPath *path) {
+Status AddComponents(const char *text, std::string_view rest, WindowsPath *path) {
   path->directory = !rest.empty() && IsSeparator(rest.back());
   while (!rest.empty()) {
     const auto end = std::find_if(rest.begin(), rest.end(), IsSeparator);
     const std::string_view component = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
     rest.remove_prefix(std::min(rest.size(), component.size() + 1));
-    if (!AddComponent(text, component, rest.empty() && !path->directory, path)) return false;
+    Status added = AddComponent(text, component, rest.empty() && !path->directory, path);
+    if (!added) return added;
   }
-  return true;
+  return {};
 }
 
 }  // namespace
 
-bool ParseWindowsPath(const char *text, WindowsPath *path) {
+Status ParseWindowsPath(const char *text, WindowsPath *path) {
   *path = {};
-  if (Current() == nullptr) return FailWith(ERROR_NOT_READY);
-  if (text == nullptr || *text == 0) return FailWith(ERROR_PATH_NOT_FOUND);
+  if (Current() == nullptr) return Status::Windows(ERROR_NOT_READY);
+  if (text == nullptr || *text == 0) return Status::Windows(ERROR_PATH_NOT_FOUND);
   std::string_view bytes = text;
   if (bytes.front() == '/') {
     path->host = bytes;
-    return true;
+    return {};
   }
   const bool prefixed = bytes.starts_with(kLongPathPrefix);
-  if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return FailWith(ERROR_PATH_NOT_FOUND);
+  if (bytes.size() > (prefixed ? kLongestPrefixedPath : MAX_PATH - 1)) return Status::Windows(ERROR_PATH_NOT_FOUND);
   if (prefixed) bytes.remove_prefix(kLongPathPrefix.size());
   if (bytes.size() < 2 || !IsAsciiLetter(bytes[0]) || bytes[1] != ':') {
     const bool device = prefixed || bytes.starts_with(kDevicePrefix);
-    return FailWith(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+    return Status::Windows(device ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
   }
   path->drive = UpperAscii(bytes[0]);
   // Converted before it is split: the second byte of a two-byte character may be that of a backslash.
@@ -93,13 +93,13 @@ bool ParseWindowsPath(const char *text, WindowsPath *path) {
   return AddComponents(text, rest, path);
 }
 
-bool RefusePath(const char *windowsPath, const std::string &why) {
+Status RefusePath(const char *windowsPath, const std::string &why) {
   VXRMachine_Event event = {};
   event.kind = VXRMACHINE_PATH_REFUSED;
   event.subject = windowsPath;
   event.detail = why.c_str();
   Report(event);
-  return FailWith(ERROR_ACCESS_DENIED);
+  return Status::Windows(ERROR_ACCESS_DENIED);
 }
 
 }  // namespace machine

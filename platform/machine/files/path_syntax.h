@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/base/status.h"
 #include "platform/platform.h"
 
 namespace machine {
@@ -20,12 +21,12 @@ struct WindowsPath {
 // Takes `text` (in the ANSI code page) apart: "/" and "\" both separate, "." and empty components are dropped, ".."
 // takes away the name before it, trailing dots and blanks of a name are dropped. A "\\?\" prefix lifts the limit of 259
 // bytes and changes nothing else. A drive without a separator behind it stands for its root, since the machine has no
-// current directories. False with the last error set: ERROR_PATH_NOT_FOUND (null, empty, too long, no drive letter),
+// current directories. Fails with ERROR_PATH_NOT_FOUND (null, empty, too long, no drive letter),
 // ERROR_FILE_NOT_FOUND (the name of a device), ERROR_INVALID_NAME, ERROR_ACCESS_DENIED when ".." would leave the drive
 // (told to the observer).
-bool ParseWindowsPath(const char *text, WindowsPath *path);
+Status ParseWindowsPath(const char *text, WindowsPath *path);
 
-// Tells the observer that a path is not followed, and sets ERROR_ACCESS_DENIED. Returns false.
-bool RefusePath(const char *windowsPath, const std::string &why);
+// Tells the observer that a path is not followed. Returns the failure, ERROR_ACCESS_DENIED.
+Status RefusePath(const char *windowsPath, const std::string &why);
 
 }  // namespace machine

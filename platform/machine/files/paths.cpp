@@ -16,9 +16,7 @@
 #include <map>
 #include <vector>
 
-#include "platform/machine/base/answer.h"
 #include "platform/machine/base/descriptor.h"
-#include "platform/machine/base/errors.h"
 #include "platform/machine/description/records.h"
 #include "platform/machine/files/path_syntax.h"
 #include "platform/machine/files/storage.h"
@@ -57,17 +55,22 @@ std::int64_t Now() {
   return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-// The drive's directory, opened once; -1 with the last error set.
-int DriveDirectory(char letter) {
+// Why a directory on the way could not be opened, by errno.
+Status NoDirectory() { return errno == ENOENT ? Status::Windows(ERROR_PATH_NOT_FOUND) : Status::System(); }
+
+// The drive's directory, opened once.
+Status DriveDirectory(char letter, int *root) {
   const Drive *drive = FindDrive(letter);
-  if (drive == nullptr || drive->path.empty()) return FailWith(ERROR_PATH_NOT_FOUND, -1);
+  if (drive == nullptr || drive->path.empty()) return Status::Windows(ERROR_PATH_NOT_FOUND);
   OpenDrive &open = g_drives[letter];
-  if (open.directory && open.path == drive->path) return open.directory.fd;
-  g_recent = {};
-  open.directory = Descriptor(::open(drive->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  open.path = drive->path;
-  if (!open.directory) platform::SetLastError(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
-  return open.directory.fd;
+  if (!open.directory || open.path != drive->path) {
+    g_recent = {};
+    open.directory = Descriptor(::open(drive->path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    open.path = drive->path;
+    if (!open.directory) return NoDirectory();
+  }
+  *root = open.directory.fd;
+  return {};
 }
 
 // One call that follows `relative` exactly and cannot leave `root`. Fails where the system has no such call, too:
@@ -89,35 +92,32 @@ std::string JoinNames(const std::vector<std::string> &names, std::size_t count) 
 }
 
 // Looks `name` up in an open directory, first exactly, then without regard to case, and spells it as on disk. A link is
-// not followed. False with errno set.
-bool StatName(int directory, std::string *name, struct stat *status) {
-  if (fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0) return true;
-  if (errno != ENOENT) return false;
+// not followed.
+Status StatName(int directory, std::string *name, struct stat *status) {
+  if (fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0) return {};
+  if (errno != ENOENT) return Status::System();
   const std::string spelled = FindNameNoCase(directory, *name);
-  if (spelled.empty()) {
-    errno = ENOENT;
-    return false;
-  }
+  if (spelled.empty()) return Status::System({}, ENOENT);
   *name = spelled;
-  return fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0;
+  return fstatat(directory, name->c_str(), status, AT_SYMLINK_NOFOLLOW) == 0 ? Status() : Status::System();
 }
 
 // Puts what was found into the place, which takes the directory over; `status` is null when nothing exists there.
-bool FillPlace(std::shared_ptr<const Descriptor> directory, std::string name, const struct stat *status,
+void FillPlace(std::shared_ptr<const Descriptor> directory, std::string name, const struct stat *status,
                HostPlace *place) {
   place->directory = directory->fd;
   place->owner = std::move(directory);
   place->name = std::move(name);
   place->exists = status != nullptr;
   if (status != nullptr) place->status = *status;
-  return true;
 }
 
 // The same for a directory that is needed further on.
-bool FillPlaceKeeping(int directory, std::string name, const struct stat *status, HostPlace *place) {
+Status FillPlaceKeeping(int directory, std::string name, const struct stat *status, HostPlace *place) {
   Descriptor own(fcntl(directory, F_DUPFD_CLOEXEC, 0));
-  if (!own) return FailHost();
-  return FillPlace(std::make_shared<const Descriptor>(std::move(own)), std::move(name), status, place);
+  if (!own) return Status::System();
+  FillPlace(std::make_shared<const Descriptor>(std::move(own)), std::move(name), status, place);
+  return {};
 }
 
 // The walk from a drive's root, name by name, that follows links itself.
@@ -131,10 +131,10 @@ struct Walk {
 };
 
 // Puts what a link holds in front of the names to come.
-bool FollowLink(Walk *walk, int directory, const std::string &name) {
+Status FollowLink(Walk *walk, int directory, const std::string &name) {
   std::array<char, 4096> target;
   const ssize_t length = readlinkat(directory, name.c_str(), target.data(), target.size());
-  if (length < 0) return FailHost();
+  if (length < 0) return Status::System();
   std::string_view rest(target.data(), static_cast<std::size_t>(length));
   if (rest.starts_with('/')) return RefusePath(walk->path, "the symbolic link \"" + name + "\" leads out of the drive");
   if (++walk->links > kLongestLinkChain || rest.size() == target.size()) {
@@ -147,17 +147,17 @@ bool FollowLink(Walk *walk, int directory, const std::string &name) {
     if (!one.empty() && one != ".") names.emplace_back(one);
   }
   walk->names.insert(walk->names.begin(), names.begin(), names.end());
-  return true;
+  return {};
 }
 
-bool EnterDirectory(Walk *walk, int directory, const std::string &name) {
+Status EnterDirectory(Walk *walk, int directory, const std::string &name) {
   Descriptor next(openat(directory, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!next) return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  if (!next) return NoDirectory();
   walk->below.push_back(std::move(next));
-  return true;
+  return {};
 }
 
-bool WalkToPlace(Walk *walk, HostPlace *place) {
+Status WalkToPlace(Walk *walk, HostPlace *place) {
   while (!walk->names.empty()) {
     std::string name = std::move(walk->names.front());
     walk->names.pop_front();
@@ -169,27 +169,27 @@ bool WalkToPlace(Walk *walk, HostPlace *place) {
     const int current = walk->below.empty() ? walk->root : walk->below.back().fd;
     const bool last = walk->names.empty();
     struct stat status = {};
-    if (!StatName(current, &name, &status)) {
-      if (errno != ENOENT) return FailHost();
+    if (Status found = StatName(current, &name, &status); !found) {
+      if (found.error != ENOENT) return found;
       if (!last && walk->names.front() != ".." && WouldBeDirectory(current, name)) {
         walk->names.front().insert(0, name + '/');
         continue;
       }
-      return last ? FillPlaceKeeping(current, std::move(name), nullptr, place) : FailWith(ERROR_PATH_NOT_FOUND);
+      return last ? FillPlaceKeeping(current, std::move(name), nullptr, place) : Status::Windows(ERROR_PATH_NOT_FOUND);
     }
     if (S_ISLNK(status.st_mode)) {
-      if (!FollowLink(walk, current, name)) return false;
+      if (Status followed = FollowLink(walk, current, name); !followed) return followed;
       if (last) place->throughLink = true;
     } else if (last) {
-      if (walk->directory && !S_ISDIR(status.st_mode)) return FailWith(ERROR_INVALID_NAME);
+      if (walk->directory && !S_ISDIR(status.st_mode)) return Status::Windows(ERROR_INVALID_NAME);
       return FillPlaceKeeping(current, std::move(name), &status, place);
-    } else if (!EnterDirectory(walk, current, name)) {
-      return false;
+    } else if (Status entered = EnterDirectory(walk, current, name); !entered) {
+      return entered;
     }
   }
   const int current = walk->below.empty() ? walk->root : walk->below.back().fd;
   struct stat status = {};
-  if (fstat(current, &status) != 0) return FailHost();
+  if (fstat(current, &status) != 0) return Status::System();
   return FillPlaceKeeping(current, ".", &status, place);
 }
 
@@ -201,7 +201,9 @@ bool LocateInRecent(int root, const WindowsPath &path, HostPlace *place) {
   }
   struct stat status = {};
   if (fstatat(g_recent.directory->fd, path.names.back().c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  return !S_ISLNK(status.st_mode) && FillPlace(g_recent.directory, path.names.back(), &status, place);
+  if (S_ISLNK(status.st_mode)) return false;
+  FillPlace(g_recent.directory, path.names.back(), &status, place);
+  return true;
 }
 
 // The usual case without a walk: the directory exists as spelled, and the last name is no link. False, with nothing
@@ -214,38 +216,40 @@ bool LocateAtOnce(int root, const WindowsPath &path, HostPlace *place) {
   const auto directory = std::make_shared<const Descriptor>(std::move(opened));
   std::string name = path.names.back();
   struct stat status = {};
-  const bool exists = StatName(directory->fd, &name, &status);
-  if (exists ? S_ISLNK(status.st_mode) : errno != ENOENT) return false;
+  const Status found = StatName(directory->fd, &name, &status);
+  if (found ? S_ISLNK(status.st_mode) : found.error != ENOENT) return false;
   g_recent = {root, {path.names.begin(), path.names.end() - 1}, directory, Now()};
-  return FillPlace(directory, std::move(name), exists ? &status : nullptr, place);
+  FillPlace(directory, std::move(name), found ? &status : nullptr, place);
+  return true;
 }
 
-bool LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
-  const int root = DriveDirectory(path.drive);
-  if (root < 0) return false;
-  if (LocateAtOnce(root, path, place)) return true;
+Status LocateOnDrive(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
+  int root = -1;
+  if (Status opened = DriveDirectory(path.drive, &root); !opened) return opened;
+  if (LocateAtOnce(root, path, place)) return {};
   Walk walk = {windowsPath, root, path.directory, {path.names.begin(), path.names.end()}, {}, 0};
   return WalkToPlace(&walk, place);
 }
 
-bool LocateOnHost(const std::string &path, HostPlace *place) {
+Status LocateOnHost(const std::string &path, HostPlace *place) {
   std::error_code failure;
   std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
-  if (failure) return FailWith(ErrorFromErrno(failure.value()));
+  if (failure) return Status::System({}, failure.value());
   if (!resolved.has_filename() && resolved.has_relative_path()) resolved = resolved.parent_path();
   const auto directory =
       std::make_shared<const Descriptor>(open(resolved.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!*directory) return FailWith(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  if (!*directory) return NoDirectory();
   const std::string name = resolved.has_filename() ? resolved.filename().string() : ".";
   struct stat status = {};
   const bool exists = fstatat(directory->fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!exists && errno != ENOENT) return FailHost();
-  return FillPlace(directory, name, exists ? &status : nullptr, place);
+  if (!exists && errno != ENOENT) return Status::System();
+  FillPlace(directory, name, exists ? &status : nullptr, place);
+  return {};
 }
 
-bool Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
+Status Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) {
   *place = {};
-  if (!path.pattern.empty()) return FailWith(ERROR_INVALID_NAME);
+  if (!path.pattern.empty()) return Status::Windows(ERROR_INVALID_NAME);
   return path.host.empty() ? LocateOnDrive(windowsPath, path, place) : LocateOnHost(path.host, place);
 }
 
@@ -253,46 +257,46 @@ bool Locate(const char *windowsPath, const WindowsPath &path, HostPlace *place) 
 Descriptor OpenExact(const WindowsPath &path, int flags) {
   if ((flags & O_CREAT) != 0 || !path.pattern.empty() || path.directory) return {};
   if (!path.host.empty()) return Descriptor(open(path.host.c_str(), flags | O_CLOEXEC));
-  const int root = DriveDirectory(path.drive);
-  return root < 0 ? Descriptor() : OpenBelow(root, JoinNames(path.names, path.names.size()), flags);
+  int root = -1;
+  if (!DriveDirectory(path.drive, &root)) return {};
+  return OpenBelow(root, JoinNames(path.names, path.names.size()), flags);
 }
 
 }  // namespace
 
-bool LocatePlace(const char *windowsPath, HostPlace *place) {
+Status LocatePlace(const char *windowsPath, HostPlace *place) {
   WindowsPath path;
   *place = {};
-  return ParseWindowsPath(windowsPath, &path) && Locate(windowsPath, path, place);
+  Status parsed = ParseWindowsPath(windowsPath, &path);
+  return parsed ? Locate(windowsPath, path, place) : parsed;
 }
 
-int OpenHostFile(const char *windowsPath, int flags, mode_t mode) {
+Status OpenHostFile(const char *windowsPath, int flags, Descriptor *file) {
   WindowsPath path;
-  if (!ParseWindowsPath(windowsPath, &path)) return -1;
-  Descriptor file = OpenExact(path, flags);
-  if (file) return file.Release();
+  if (Status parsed = ParseWindowsPath(windowsPath, &path); !parsed) return parsed;
+  *file = OpenExact(path, flags);
+  if (*file) return {};
   HostPlace place;
-  if (!Locate(windowsPath, path, &place)) return -1;
+  if (Status located = Locate(windowsPath, path, &place); !located) return located;
   // The place has all links behind it. A link under its name now was put there since, and could lead anywhere: it is
   // refused.
-  const int opened = openat(place.directory, place.name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, mode);
-  if (opened < 0) platform::SetLastError(ErrorFromErrno(errno));
-  return opened;
+  *file = Descriptor(openat(place.directory, place.name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0644));
+  return *file ? Status() : Status::System();
 }
 
-int OpenHostDirectory(const char *windowsPath) {
+Status OpenHostDirectory(const char *windowsPath, Descriptor *directory) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY;
   WindowsPath path;
-  if (!ParseWindowsPath(windowsPath, &path)) return -1;
+  if (Status parsed = ParseWindowsPath(windowsPath, &path); !parsed) return parsed;
   path.directory = false;
-  Descriptor directory = OpenExact(path, kFlags);
-  if (directory) return directory.Release();
+  *directory = OpenExact(path, kFlags);
+  if (*directory) return {};
   HostPlace place;
-  if (!Locate(windowsPath, path, &place)) return -1;
-  const int opened = openat(place.directory, place.name.c_str(), kFlags | O_NOFOLLOW | O_CLOEXEC);
-  if (opened >= 0) return opened;
-  const DWORD error = errno == ENOTDIR ? ERROR_DIRECTORY : ErrorFromErrno(errno);
-  platform::SetLastError(place.exists ? error : ERROR_PATH_NOT_FOUND);
-  return -1;
+  if (Status located = Locate(windowsPath, path, &place); !located) return located;
+  *directory = Descriptor(openat(place.directory, place.name.c_str(), kFlags | O_NOFOLLOW | O_CLOEXEC));
+  if (*directory) return {};
+  if (!place.exists) return Status::Windows(ERROR_PATH_NOT_FOUND);
+  return errno == ENOTDIR ? Status::Windows(ERROR_DIRECTORY) : Status::System();
 }
 
 std::string PlaceName(int directory, const std::string &name) {

@@ -9,24 +9,23 @@
 
 #include <string>
 
+#include "platform/machine/base/status.h"
 #include "platform/machine/host/host_place.h"
-#include "platform/platform.h"
 
 namespace machine {
 
-// Finds the place of a path whose directory must exist; the last component need not. False with the last error set:
-// ERROR_PATH_NOT_FOUND no such drive or directory, or not a path; ERROR_INVALID_NAME not a name, or a file named as a
-// directory; ERROR_ACCESS_DENIED leads out of the drive (told to the observer) or may not be searched; others of the
-// host.
-bool LocatePlace(const char *windowsPath, HostPlace *place);
+// Finds the place of a path whose directory must exist; the last component need not. Fails with ERROR_PATH_NOT_FOUND no
+// such drive or directory, or not a path; ERROR_INVALID_NAME not a name, or a file named as a directory;
+// ERROR_ACCESS_DENIED leads out of the drive (told to the observer) or may not be searched; others of the host.
+Status LocatePlace(const char *windowsPath, HostPlace *place);
 
-// Opens what the path names. `flags` as for open(2), O_CLOEXEC added. Returns a descriptor, or -1 with the last error
-// set: those of LocatePlace, and ERROR_FILE_NOT_FOUND. With O_CREAT a file that differs in case alone is that file.
-int OpenHostFile(const char *windowsPath, int flags, mode_t mode = 0644);
+// Opens what the path names. `flags` as for open(2), O_CLOEXEC added. Fails as LocatePlace, and with
+// ERROR_FILE_NOT_FOUND. With O_CREAT a file that differs in case alone is that file.
+Status OpenHostFile(const char *windowsPath, int flags, Descriptor *file);
 
 // Opens a directory to be read, named with or without a separator at its end. As OpenHostFile, but ERROR_PATH_NOT_FOUND
 // when nothing is there and ERROR_DIRECTORY when something else is.
-int OpenHostDirectory(const char *windowsPath);
+Status OpenHostDirectory(const char *windowsPath, Descriptor *directory);
 
 // Called when the machine closes.
 void ClosePaths();

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/machine/base/errors.h"
 #include "platform/machine/files/path_syntax.h"
 #include "platform/machine/host/listing.h"
 #include "tests/support/standard_machine.h"
@@ -34,11 +35,11 @@ class PathsTest : public MachineTest {
 
   // What a read through the path gives; "error N" when it cannot be opened.
   static std::string Read(const std::string &path) {
-    const int file = machine::OpenHostFile(path.c_str(), O_RDONLY);
-    if (file < 0) return "error " + std::to_string(platform::GetLastError());
+    machine::Descriptor file;
+    const machine::Status opened = machine::OpenHostFile(path.c_str(), O_RDONLY, &file);
+    if (!opened) return "error " + std::to_string(machine::WindowsError(opened));
     char bytes[64];
-    const ssize_t count = read(file, bytes, sizeof bytes);
-    close(file);
+    const ssize_t count = read(file.fd, bytes, sizeof bytes);
     return count < 0 ? "directory" : std::string(bytes, static_cast<std::size_t>(count));
   }
 
@@ -114,7 +115,8 @@ TEST_F(PathsTest, NeverLeavesTheDrive) {
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events.back().subject, path);
     EXPECT_NE(events.back().detail, "") << path;
-    EXPECT_EQ(machine::OpenHostFile(path, O_CREAT | O_WRONLY), -1) << path;
+    machine::Descriptor file;
+    EXPECT_FALSE(machine::OpenHostFile(path, O_CREAT | O_WRONLY, &file)) << path;
     ++refusals;
   }
   EXPECT_FALSE(std::filesystem::exists(Host("secret/new.txt")));
@@ -134,9 +136,8 @@ TEST_F(PathsTest, FollowsLinksInsideTheDrive) {
   EXPECT_FALSE(place.exists);
   EXPECT_TRUE(place.throughLink);
   EXPECT_EQ(place.name, "later.txt");
-  const int file = machine::OpenHostFile(R"(D:\windows\LATER.txt)", O_CREAT | O_WRONLY);
-  ASSERT_GE(file, 0);
-  close(file);
+  machine::Descriptor file;
+  ASSERT_TRUE(machine::OpenHostFile(R"(D:\windows\LATER.txt)", O_CREAT | O_WRONLY, &file));
   EXPECT_TRUE(std::filesystem::is_regular_file(Host("restored/later.txt")));
 }
 
@@ -150,9 +151,8 @@ TEST_F(PathsTest, FindsTheSpellingOnDisk) {
   EXPECT_EQ(Read(R"(D:\Both.TXT)"), "upper");  // the first in byte order
   EXPECT_EQ(Read("D:\\\xE4RGER.TXT"), "umlaut");
 
-  const int file = machine::OpenHostFile(R"(D:\TOP.TXT)", O_CREAT | O_WRONLY);
-  ASSERT_GE(file, 0);
-  close(file);
+  machine::Descriptor file;
+  ASSERT_TRUE(machine::OpenHostFile(R"(D:\TOP.TXT)", O_CREAT | O_WRONLY, &file));
   EXPECT_FALSE(std::filesystem::exists(Host("restored/TOP.TXT"))) << "a second file that differs in case alone";
 }
 

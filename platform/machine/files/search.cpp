@@ -30,6 +30,8 @@ struct machine::Search {
 
 namespace {
 
+using machine::Status;
+
 // Tells of an entry under the name `shown` (UTF-8). False when the name does not fit.
 bool Describe(const struct stat &status, const std::string &shown, WIN32_FIND_DATAA *data) {
   const std::string ansi = machine::Utf8ToAnsi(shown);
@@ -59,7 +61,7 @@ bool DescribeEntry(int directory, const std::string &name, WIN32_FIND_DATAA *dat
 }
 
 // The directory that is searched, opened.
-machine::Descriptor OpenParent(const char *text) {
+Status OpenParent(const char *text, machine::Descriptor *directory) {
   std::string parent = text;
   // The pattern has no separator in it, and no byte of "\" or "/" either: it begins behind the last one that is not the
   // second byte of a two-byte character.
@@ -72,19 +74,21 @@ machine::Descriptor OpenParent(const char *text) {
     }
   }
   parent.resize(cut);
-  return machine::Descriptor(machine::OpenHostDirectory(parent.c_str()));
+  return machine::OpenHostDirectory(parent.c_str(), directory);
 }
 
 // A name without wildcards.
-bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
+Status FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DATAA *data) {
   // A root has no entry of its own, and a name followed by a separator is none either.
   const bool entry = !path.host.empty() || (!path.names.empty() && !path.directory);
   machine::HostPlace place;
-  if (!entry) return machine::FailWith(ERROR_FILE_NOT_FOUND);
-  if (!machine::LocatePlace(text, &place)) {
+  if (!entry) return Status::Windows(ERROR_FILE_NOT_FOUND);
+  if (Status located = machine::LocatePlace(text, &place); !located) {
+    if (machine::WindowsError(located) != ERROR_PATH_NOT_FOUND) return located;
     // What is searched is no directory, or is not there.
-    if (platform::GetLastError() == ERROR_PATH_NOT_FOUND) OpenParent(text);
-    return false;
+    machine::Descriptor parent;
+    Status opened = OpenParent(text, &parent);
+    return opened ? located : opened;
   }
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
   std::uint64_t size = 0;
@@ -94,16 +98,14 @@ bool FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_DAT
     place.status.st_mode = directory ? S_IFDIR : S_IFREG;
     place.status.st_size = static_cast<off_t>(size);
   }
-  if (place.exists && Describe(place.status, shown, data)) return true;
-  platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return false;
+  return place.exists && Describe(place.status, shown, data) ? Status() : Status::Windows(ERROR_FILE_NOT_FOUND);
 }
 
 // A name that Windows' file systems cannot hold would be read as a path.
 bool IsWindowsName(const std::string &name) { return name.find_first_of("\\:*?\"<>|") == std::string::npos; }
 
-// The next match; false with ERROR_NO_MORE_FILES behind the last.
-bool FindNext(machine::Search *search, WIN32_FIND_DATAA *data) {
+// The next match; ERROR_NO_MORE_FILES behind the last.
+Status FindNext(machine::Search *search, WIN32_FIND_DATAA *data) {
   // Every directory but a root holds itself and the one above, first of all.
   while (search->dots > 0) {
     const std::string name = search->dots-- == 2 ? "." : "..";
@@ -111,34 +113,31 @@ bool FindNext(machine::Search *search, WIN32_FIND_DATAA *data) {
     struct stat status = {};
     const bool told = machine::MatchesPattern(search->pattern, name) &&
                       fstatat(search->directory.fd, ".", &status, AT_SYMLINK_NOFOLLOW) == 0;
-    if (told && Describe(status, name, data)) return true;
+    if (told && Describe(status, name, data)) return {};
   }
   errno = 0;
   while (const dirent *entry = readdir(search->stream.get())) {
     const std::string name = entry->d_name;
     if (name == "." || name == ".." || !IsWindowsName(name)) continue;
-    if (machine::MatchesPattern(search->pattern, name) && DescribeEntry(search->directory.fd, name, data)) return true;
+    if (machine::MatchesPattern(search->pattern, name) && DescribeEntry(search->directory.fd, name, data)) return {};
     errno = 0;
   }
-  return errno != 0 ? machine::FailHost() : machine::FailWith(ERROR_NO_MORE_FILES);
+  return errno != 0 ? Status::System() : Status::Windows(ERROR_NO_MORE_FILES);
 }
 
-bool FindPattern(const char *text, const machine::WindowsPath &path, std::shared_ptr<machine::Search> *search,
-                 WIN32_FIND_DATAA *data) {
+Status FindPattern(const char *text, const machine::WindowsPath &path, std::shared_ptr<machine::Search> *search,
+                   WIN32_FIND_DATAA *data) {
   auto begun = std::make_shared<machine::Search>();
-  begun->directory = OpenParent(text);
-  if (!begun->directory) return false;
+  if (Status opened = OpenParent(text, &begun->directory); !opened) return opened;
   begun->pattern = machine::MakePattern(path.pattern);
   begun->dots = path.names.empty() ? 0 : 2;
-  if (const machine::Status opened = machine::OpenDirectoryStream(begun->directory.fd, &begun->stream); !opened) {
-    return machine::FailWith(opened);
-  }
-  if (!FindNext(begun.get(), data)) {
-    if (platform::GetLastError() == ERROR_NO_MORE_FILES) platform::SetLastError(ERROR_FILE_NOT_FOUND);
-    return false;
+  if (Status opened = machine::OpenDirectoryStream(begun->directory.fd, &begun->stream); !opened) return opened;
+  if (Status found = FindNext(begun.get(), data); !found) {
+    const bool none = machine::WindowsError(found) == ERROR_NO_MORE_FILES;
+    return none ? Status::Windows(ERROR_FILE_NOT_FOUND) : found;
   }
   *search = std::move(begun);
-  return true;
+  return {};
 }
 
 }  // namespace
@@ -149,11 +148,11 @@ HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data) {
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
   machine::WindowsPath path;
   if (data == nullptr) return machine::FailOpen(ERROR_INVALID_PARAMETER);
-  if (!machine::ParseWindowsPath(pattern, &path)) return INVALID_HANDLE_VALUE;
+  if (const Status parsed = machine::ParseWindowsPath(pattern, &path); !parsed) return machine::FailOpen(parsed);
   machine::SearchHandle begun;
-  const bool found =
+  const Status found =
       path.pattern.empty() ? FindName(pattern, path, data) : FindPattern(pattern, path, &begun.search, data);
-  return found ? machine::AddHandle(std::move(begun)) : INVALID_HANDLE_VALUE;
+  return found ? machine::AddHandle(std::move(begun)) : machine::FailOpen(found);
 }
 
 BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA *data) {
@@ -162,14 +161,15 @@ BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA *data) {
   if (handle == nullptr) return machine::FailWith(ERROR_INVALID_HANDLE);
   if (data == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
   if (handle->search == nullptr) return machine::FailWith(ERROR_NO_MORE_FILES);
-  return FindNext(handle->search.get(), data) ? TRUE : FALSE;
+  const Status found = FindNext(handle->search.get(), data);
+  return found ? TRUE : machine::FailWith(found);
 }
 
 // As with CloseHandle, one that is made to fail closes all the same.
 BOOL FindClose(HANDLE search) {
-  const BOOL closed = machine::FindHandleOf<machine::SearchHandle>(search) != nullptr && machine::DropHandle(search);
+  const bool closed = machine::FindHandleOf<machine::SearchHandle>(search) != nullptr && machine::DropHandle(search);
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
-  return closed;
+  return closed ? TRUE : machine::FailWith(ERROR_INVALID_HANDLE);
 }
 
 }  // namespace platform

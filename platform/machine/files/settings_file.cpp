@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,7 +23,6 @@
 
 namespace {
 
-using machine::FailHost;
 using machine::FailWith;
 using machine::Status;
 
@@ -38,35 +36,34 @@ std::string FullName(const char *file) {
   return machine::Current()->system.windowsDirectory + "\\" + name;
 }
 
-bool ReadSettings(const char *file, std::string *text) {
-  const machine::Descriptor descriptor(machine::OpenHostFile(FullName(file).c_str(), O_RDONLY | O_NONBLOCK));
-  if (!descriptor) return false;
+Status ReadSettings(const char *file, std::string *text) {
+  machine::Descriptor descriptor;
+  Status opened = machine::OpenHostFile(FullName(file).c_str(), O_RDONLY | O_NONBLOCK, &descriptor);
+  if (!opened) return opened;
   struct stat status;
-  if (fstat(descriptor.fd, &status) != 0) return FailHost();
-  if (!S_ISREG(status.st_mode)) return FailWith(ERROR_ACCESS_DENIED);
-  if (status.st_size > kLargestFile) return FailWith(ERROR_FILE_TOO_LARGE);
+  if (fstat(descriptor.fd, &status) != 0) return Status::System();
+  if (!S_ISREG(status.st_mode)) return Status::Windows(ERROR_ACCESS_DENIED);
+  if (status.st_size > kLargestFile) return Status::Windows(ERROR_FILE_TOO_LARGE);
   char block[16384];
   for (;;) {
     const ssize_t count = read(descriptor.fd, block, sizeof block);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return FailHost();
-    if (count == 0) return true;
+    if (count < 0) return Status::System();
+    if (count == 0) return {};
     text->append(block, static_cast<std::size_t>(count));
   }
 }
 
-// Nothing, with the last error set, when there is no such file, section or key.
-std::optional<std::string> ReadSetting(const char *section, const char *key, const char *file) {
-  if (machine::CurrentOrNotReady() == nullptr) return std::nullopt;
+// Leaves `*value` alone when there is no such file, section or key.
+Status ReadSetting(const char *section, const char *key, const char *file, std::string *value) {
+  if (machine::Current() == nullptr) return Status::Windows(ERROR_NOT_READY);
+  if (section == nullptr || key == nullptr || file == nullptr) return Status::Windows(ERROR_INVALID_PARAMETER);
   std::string text;
-  if (section == nullptr || key == nullptr || file == nullptr) {
-    platform::SetLastError(ERROR_INVALID_PARAMETER);
-    return std::nullopt;
-  }
-  if (!ReadSettings(file, &text)) return std::nullopt;
-  std::optional<std::string> value = machine::FindSetting(text, section, key);
-  if (!value) platform::SetLastError(ERROR_FILE_NOT_FOUND);
-  return value;
+  if (Status read = ReadSettings(file, &text); !read) return read;
+  const auto found = machine::FindSetting(text, section, key);
+  if (!found) return Status::Windows(ERROR_FILE_NOT_FOUND);
+  *value = *found;
+  return {};
 }
 
 // The leading decimal number, 0 when there is none. A number too large wraps at 32 bits, as on Windows.
@@ -99,19 +96,18 @@ Status SaveSettings(const machine::HostPlace &place, DWORD attributes, const std
   return machine::PutInPlace(&created, place.exists);
 }
 
-bool WriteSetting(const char *section, const char *key, const char *value, const char *file) {
+Status WriteSetting(const char *section, const char *key, const char *value, const char *file) {
   machine::HostPlace place;
-  if (!machine::LocatePlace(FullName(file).c_str(), &place)) return false;
+  if (Status located = machine::LocatePlace(FullName(file).c_str(), &place); !located) return located;
   std::string text;
   DWORD attributes = 0;
   if (place.exists) {
-    if (!ReadSettings(file, &text)) return false;
+    if (Status read = ReadSettings(file, &text); !read) return read;
     attributes = machine::ReadAttributes(machine::PlaceName(place), place.status);
-    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) return FailWith(ERROR_ACCESS_DENIED);
-    if (!machine::CanChangeSettings(text)) return FailWith(ERROR_INVALID_DATA);
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) return Status::Windows(ERROR_ACCESS_DENIED);
+    if (!machine::CanChangeSettings(text)) return Status::Windows(ERROR_INVALID_DATA);
   }
-  const Status saved = SaveSettings(place, attributes, machine::WithSetting(text, section, key, value));
-  return saved || FailWith(saved);
+  return SaveSettings(place, attributes, machine::WithSetting(text, section, key, value));
 }
 
 }  // namespace
@@ -120,8 +116,9 @@ namespace platform {
 
 UINT GetPrivateProfileIntA(const char *section, const char *key, int fallback, const char *file) {
   VXR_FAULT(static_cast<UINT>(fallback), ERROR_FILE_NOT_FOUND);
-  const std::optional<std::string> value = ReadSetting(section, key, file);
-  return static_cast<UINT>(value ? LeadingNumber(*value) : fallback);
+  std::string value;
+  const Status read = ReadSetting(section, key, file, &value);
+  return static_cast<UINT>(read ? LeadingNumber(value) : FailWith(read, fallback));
 }
 
 DWORD GetPrivateProfileStringA(const char *section, const char *key, const char *fallback, char *buffer, DWORD size,
@@ -134,22 +131,22 @@ DWORD GetPrivateProfileStringA(const char *section, const char *key, const char 
     buffer[length] = '\0';
     return static_cast<DWORD>(length);
   };
-  std::string_view otherwise = fallback == nullptr ? "" : fallback;
-  while (otherwise.ends_with(' ')) otherwise.remove_suffix(1);
-  VXR_FAULT(store(otherwise), ERROR_FILE_NOT_FOUND);
-  const std::optional<std::string> value = ReadSetting(section, key, file);
-  return store(value ? std::string_view(*value) : otherwise);
+  std::string value = fallback == nullptr ? "" : fallback;
+  while (value.ends_with(' ')) value.pop_back();
+  VXR_FAULT(store(value), ERROR_FILE_NOT_FOUND);
+  const Status read = ReadSetting(section, key, file, &value);
+  return read ? store(value) : FailWith(read, store(value));
 }
 
 BOOL WritePrivateProfileStringA(const char *section, const char *key, const char *value, const char *file) {
   VXR_FAULT(FALSE, ERROR_ACCESS_DENIED);
-  if (machine::CurrentOrNotReady() == nullptr) return FALSE;
+  if (machine::Current() == nullptr) return FailWith(ERROR_NOT_READY);
   if (section == nullptr || key == nullptr || value == nullptr || file == nullptr ||
       !machine::CanHoldSetting(section, key, value)) {
     return FailWith(ERROR_INVALID_PARAMETER);
   }
   if (machine::Rehearsing()) return FailWith(ERROR_WRITE_PROTECT);
-  return WriteSetting(section, key, value, file) ? TRUE : FALSE;
+  return machine::Finish(WriteSetting(section, key, value, file));
 }
 
 }  // namespace platform

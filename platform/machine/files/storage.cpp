@@ -19,14 +19,14 @@ bool IsDeviceName(std::string_view name) {
   return name.starts_with(R"(\\?\)") && (name.size() < 6 || name[5] != ':');
 }
 
-HANDLE OpenDevice(std::string_view name, DWORD access, DWORD disposition) {
+Status OpenDevice(std::string_view name, DWORD access, DWORD disposition, HANDLE *handle) {
   const Disk *disk = FindDisk(name);
   const Drive *volume = disk == nullptr ? FindVolume(name) : nullptr;
   if (disk == nullptr && volume == nullptr) {
-    return FailOpen(FindDrive(name) != nullptr ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
+    return Status::Windows(FindDrive(name) != nullptr ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
   }
-  if (disposition != OPEN_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
-  return disk != nullptr ? OpenDisk(*disk, access) : OpenVolume(*volume, access);
+  if (disposition != OPEN_EXISTING) return Status::Windows(ERROR_INVALID_PARAMETER);
+  return disk != nullptr ? OpenDisk(*disk, access, handle) : OpenVolume(*volume, access, handle);
 }
 
 }  // namespace machine
@@ -38,16 +38,17 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, void *, DWORD, void *out, DWORD 
   machine::AnswerBuffer answer = {static_cast<BYTE *>(out), out == nullptr ? 0 : outSize, 0};
   if (returned != nullptr) *returned = 0;
   const machine::HandleRecord *record = machine::FindHandle(device);
-  if (record == nullptr) return FALSE;
+  if (record == nullptr) return machine::FailWith(ERROR_INVALID_HANDLE);
   const bool file = std::holds_alternative<machine::FileHandle>(*record);
-  DWORD error = file ? ERROR_INVALID_PARAMETER : ERROR_INVALID_FUNCTION;  // a file system's answer, and a device's
+  // A file system's answer, and a device's.
+  machine::Status status = machine::Status::Windows(file ? ERROR_INVALID_PARAMETER : ERROR_INVALID_FUNCTION);
   if (const auto *disk = std::get_if<machine::DiskHandle>(record)) {
-    error = machine::AnswerDiskRequest(disk->number, code, &answer);
+    status = machine::AnswerDiskRequest(disk->number, code, &answer);
   } else if (const auto *volume = std::get_if<machine::VolumeHandle>(record)) {
-    error = machine::AnswerVolumeRequest(volume->letter, code, &answer);
+    status = machine::AnswerVolumeRequest(volume->letter, code, &answer);
   }
   if (returned != nullptr) *returned = answer.stored;
-  return error == NO_ERROR ? TRUE : machine::FailWith(error);
+  return machine::Finish(status);
 }
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "platform/machine/base/status.h"
 #include "platform/machine/description/records.h"
 
 namespace machine {
@@ -12,9 +13,9 @@ namespace machine {
 // Whether a name in one of the device namespaces is no file's: files are there by their drive only.
 bool IsDeviceName(std::string_view name);
 
-// Opens the disk or volume of that name. INVALID_HANDLE_VALUE with the last error set: ERROR_FILE_NOT_FOUND there is
-// none; ERROR_INVALID_PARAMETER a disposition other than OPEN_EXISTING; those of OpenDisk and OpenVolume.
-HANDLE OpenDevice(std::string_view name, DWORD access, DWORD disposition);
+// Opens the disk or volume of that name. Fails with ERROR_FILE_NOT_FOUND there is none; ERROR_INVALID_PARAMETER a
+// disposition other than OPEN_EXISTING; as OpenDisk and OpenVolume.
+Status OpenDevice(std::string_view name, DWORD access, DWORD disposition, HANDLE *handle);
 
 // --- Disks -------------------------------------------------------------------------------------------------------
 
@@ -23,7 +24,7 @@ const Disk *FindDisk(std::string_view name);
 
 // With access rights opens the image too: ERROR_NOT_READY the disk has none; ERROR_WRITE_PROTECT writing is asked for
 // and nobody may write to the image; others of the host.
-HANDLE OpenDisk(const Disk &disk, DWORD access);
+Status OpenDisk(const Disk &disk, DWORD access, HANDLE *handle);
 
 // --- Drives and volumes ------------------------------------------------------------------------------------------
 
@@ -33,7 +34,7 @@ const Drive *FindDrive(char letter);
 const Drive *FindDrive(std::string_view root);
 
 // ERROR_ACCESS_DENIED with access rights: what a volume holds is described as files, not as sectors.
-HANDLE OpenVolume(const Drive &drive, DWORD access);
+Status OpenVolume(const Drive &drive, DWORD access, HANDLE *handle);
 
 // --- Requests ----------------------------------------------------------------------------------------------------
 
@@ -45,22 +46,23 @@ struct AnswerBuffer {
 };
 
 // Each answers one request, or fails with ERROR_INVALID_FUNCTION for one that the device does not know, and with
-// ERROR_NOT_READY when its machine is no longer open. NO_ERROR is a success.
-DWORD AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer);
-DWORD AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer);
+// ERROR_NOT_READY when its machine is no longer open.
+Status AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer);
+Status AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer);
 
 template <class Device>
 struct Request {
   DWORD code;
-  DWORD (*answer)(const Device &device, AnswerBuffer *answer);
+  Status (*answer)(const Device &device, AnswerBuffer *answer);
 };
 
 template <class Device, std::size_t count>
-DWORD AnswerRequest(const Request<Device> (&requests)[count], const Device *device, DWORD code, AnswerBuffer *answer) {
-  if (device == nullptr) return ERROR_NOT_READY;
+Status AnswerRequest(const Request<Device> (&requests)[count], const Device *device, DWORD code, AnswerBuffer *answer) {
+  if (device == nullptr) return Status::Windows(ERROR_NOT_READY);
   const auto known = std::find_if(std::begin(requests), std::end(requests),
                                   [code](const Request<Device> &request) { return request.code == code; });
-  return known == std::end(requests) ? ERROR_INVALID_FUNCTION : known->answer(*device, answer);
+  if (known == std::end(requests)) return Status::Windows(ERROR_INVALID_FUNCTION);
+  return known->answer(*device, answer);
 }
 
 }  // namespace machine

@@ -1,13 +1,10 @@
 // Buffered standard streams on files that are named by Windows paths.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 #include "platform/machine/base/answer.h"
-#include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/host/rehearsal.h"
@@ -40,19 +37,16 @@ std::FILE *OpenStream(const char *name, const char *mode) {
   if (flags < 0) return machine::FailWith(ERROR_INVALID_PARAMETER, nullptr);
   // In a rehearsal what is written goes nowhere.
   const bool lost = machine::Rehearsing() && (flags & O_ACCMODE) != O_RDONLY;
-  const int descriptor = machine::OpenHostFile(lost ? "/dev/null" : name, flags | O_NONBLOCK);
-  if (descriptor < 0) return nullptr;
+  machine::Descriptor file;
+  const machine::Status opened = machine::OpenHostFile(lost ? "/dev/null" : name, flags | O_NONBLOCK, &file);
+  if (!opened) return machine::FailWith(opened, nullptr);
   struct stat status = {};
-  if (fstat(descriptor, &status) != 0 || !(lost || S_ISREG(status.st_mode))) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    ::close(descriptor);
-    return nullptr;
+  if (fstat(file.fd, &status) != 0 || !(lost || S_ISREG(status.st_mode))) {
+    return machine::FailWith(ERROR_ACCESS_DENIED, nullptr);
   }
-  std::FILE *stream = ::fdopen(descriptor, mode);
-  if (stream == nullptr) {
-    SetLastError(machine::ErrorFromErrno(errno));
-    ::close(descriptor);
-  }
+  std::FILE *stream = ::fdopen(file.fd, mode);
+  if (stream == nullptr) return machine::FailWith(machine::Status::System(), nullptr);
+  file.Release();  // the stream's now
   return stream;
 }
 

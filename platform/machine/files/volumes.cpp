@@ -25,40 +25,40 @@ const Drive *FindDriveIf(Test test) {
 
 // The mount manager's form: a 16-bit length in bytes, then the bytes. Of an answer that does not fit the length alone
 // is stored.
-DWORD StoreCounted(const void *bytes, std::size_t size, AnswerBuffer *answer) {
-  if (size == 0) return ERROR_INVALID_FUNCTION;
-  if (size > std::numeric_limits<WORD>::max()) return ERROR_INVALID_DATA;
+Status StoreCounted(const void *bytes, std::size_t size, AnswerBuffer *answer) {
+  if (size == 0) return Status::Windows(ERROR_INVALID_FUNCTION);
+  if (size > std::numeric_limits<WORD>::max()) return Status::Windows(ERROR_INVALID_DATA);
   const WORD length = static_cast<WORD>(size);
-  if (answer->size < sizeof length) return ERROR_INSUFFICIENT_BUFFER;
+  if (answer->size < sizeof length) return Status::Windows(ERROR_INSUFFICIENT_BUFFER);
   std::memcpy(answer->bytes, &length, sizeof length);
   answer->stored = sizeof length;
-  if (answer->size - sizeof length < size) return ERROR_MORE_DATA;
+  if (answer->size - sizeof length < size) return Status::Windows(ERROR_MORE_DATA);
   std::memcpy(answer->bytes + sizeof length, bytes, size);
   answer->stored += length;
-  return NO_ERROR;
+  return {};
 }
 
-DWORD AnswerUniqueId(const Drive &drive, AnswerBuffer *answer) {
+Status AnswerUniqueId(const Drive &drive, AnswerBuffer *answer) {
   return StoreCounted(drive.uniqueId.data(), drive.uniqueId.size(), answer);
 }
 
-DWORD AnswerDeviceName(const Drive &drive, AnswerBuffer *answer) {
+Status AnswerDeviceName(const Drive &drive, AnswerBuffer *answer) {
   const std::u16string name = AnsiToUtf16(drive.deviceName);
   return StoreCounted(name.data(), name.size() * sizeof(WCHAR), answer);
 }
 
 // The count is stored whenever it fits, so that the caller learns what buffer to come back with.
-DWORD AnswerExtents(const Drive &drive, AnswerBuffer *answer) {
+Status AnswerExtents(const Drive &drive, AnswerBuffer *answer) {
   constexpr std::size_t kHeader = offsetof(VOLUME_DISK_EXTENTS, Extents);
   const std::size_t count = drive.extents.size();
-  if (count == 0) return ERROR_INVALID_FUNCTION;
-  if (answer->size < kHeader) return ERROR_INSUFFICIENT_BUFFER;
+  if (count == 0) return Status::Windows(ERROR_INVALID_FUNCTION);
+  if (answer->size < kHeader) return Status::Windows(ERROR_INSUFFICIENT_BUFFER);
   std::memset(answer->bytes, 0, kHeader);
   const DWORD storedCount = static_cast<DWORD>(count);
   std::memcpy(answer->bytes, &storedCount, sizeof storedCount);
   answer->stored = kHeader;
   const std::size_t room = (answer->size - kHeader) / sizeof(DISK_EXTENT);
-  if (room < count) return room == 0 ? ERROR_INSUFFICIENT_BUFFER : ERROR_MORE_DATA;
+  if (room < count) return Status::Windows(room == 0 ? ERROR_INSUFFICIENT_BUFFER : ERROR_MORE_DATA);
   for (const Extent &extent : drive.extents) {
     DISK_EXTENT record = {};
     record.DiskNumber = extent.disk;
@@ -67,7 +67,7 @@ DWORD AnswerExtents(const Drive &drive, AnswerBuffer *answer) {
     std::memcpy(answer->bytes + answer->stored, &record, sizeof record);
     answer->stored += sizeof record;
   }
-  return NO_ERROR;
+  return {};
 }
 
 constexpr Request<Drive> kRequests[] = {
@@ -92,12 +92,13 @@ const Drive *FindDrive(std::string_view root) {
   });
 }
 
-HANDLE OpenVolume(const Drive &drive, DWORD access) {
-  if (!GrantsReading(access) && !GrantsWriting(access)) return AddHandle(VolumeHandle{drive.root.front()});
-  return FailOpen(ERROR_ACCESS_DENIED);
+Status OpenVolume(const Drive &drive, DWORD access, HANDLE *handle) {
+  if (GrantsReading(access) || GrantsWriting(access)) return Status::Windows(ERROR_ACCESS_DENIED);
+  *handle = AddHandle(VolumeHandle{drive.root.front()});
+  return {};
 }
 
-DWORD AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer) {
+Status AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer) {
   return AnswerRequest(kRequests, FindDrive(letter), code, answer);
 }
 
@@ -106,14 +107,15 @@ DWORD AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer) {
 namespace {
 
 using machine::FailWith;
+using machine::Status;
 
-// The drive of a root that a call of this file names; null with the last error set.
-const machine::Drive *NamedDrive(const char *root) {
-  if (machine::CurrentOrNotReady() == nullptr) return nullptr;
+// The drive of a root that a call of this file names.
+Status FindNamedDrive(const char *root, const machine::Drive **drive) {
+  if (machine::Current() == nullptr) return Status::Windows(ERROR_NOT_READY);
   const std::string_view name = root == nullptr ? "" : root;
-  const machine::Drive *drive = name.ends_with('\\') ? machine::FindDrive(name) : nullptr;
-  if (drive == nullptr) platform::SetLastError(name.ends_with('\\') ? ERROR_PATH_NOT_FOUND : ERROR_INVALID_NAME);
-  return drive;
+  if (!name.ends_with('\\')) return Status::Windows(ERROR_INVALID_NAME);
+  *drive = machine::FindDrive(name);
+  return *drive != nullptr ? Status() : Status::Windows(ERROR_PATH_NOT_FOUND);
 }
 
 bool Fits(const std::string &text, const char *buffer, DWORD size) { return buffer == nullptr || text.size() < size; }
@@ -132,8 +134,8 @@ namespace platform {
 
 DWORD GetLogicalDriveStringsA(DWORD size, char *buffer) {
   VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return 0;
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return FailWith(ERROR_NOT_READY, 0);
   std::vector<std::string> roots;
   for (const machine::Drive &drive : machine->drives) roots.push_back(drive.root);
   std::sort(roots.begin(), roots.end());
@@ -148,8 +150,8 @@ DWORD GetLogicalDriveStringsA(DWORD size, char *buffer) {
 BOOL GetVolumeInformationA(const char *root, char *label, DWORD labelSize, DWORD *serial, DWORD *maxComponent,
                            DWORD *flags, char *fileSystem, DWORD fileSystemSize) {
   VXR_FAULT(FALSE, ERROR_NOT_READY);
-  const machine::Drive *drive = NamedDrive(root);
-  if (drive == nullptr) return FALSE;
+  const machine::Drive *drive = nullptr;
+  if (const Status found = FindNamedDrive(root, &drive); !found) return FailWith(found);
   if (drive->path.empty()) return FailWith(ERROR_NOT_READY);
   if (!Fits(drive->label, label, labelSize) || !Fits(drive->fileSystem, fileSystem, fileSystemSize)) {
     return FailWith(ERROR_BAD_LENGTH);
@@ -164,8 +166,8 @@ BOOL GetVolumeInformationA(const char *root, char *label, DWORD labelSize, DWORD
 
 BOOL GetVolumeNameForVolumeMountPointA(const char *mountPoint, char *name, DWORD size) {
   VXR_FAULT(FALSE, ERROR_FILE_NOT_FOUND);
-  const machine::Drive *drive = NamedDrive(mountPoint);
-  if (drive == nullptr) return FALSE;
+  const machine::Drive *drive = nullptr;
+  if (const Status found = FindNamedDrive(mountPoint, &drive); !found) return FailWith(found);
   if (drive->guidPath.empty()) return FailWith(ERROR_FILE_NOT_FOUND);
   if (name == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   std::string path = drive->guidPath;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/machine/base/errors.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/host/rehearsal.h"
@@ -26,15 +27,15 @@ void ReportHive(DWORD kind, const std::string &subject, const std::string &detai
   Report(event);
 }
 
-std::string CannotLocate() {
-  switch (platform::GetLastError()) {
+std::string CannotLocate(DWORD error) {
+  switch (error) {
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
       return "does not exist; correct the path";
     case ERROR_ACCESS_DENIED:
       return "leads out of its drive or may not be read; correct the path or its rights";
     default:
-      return "cannot be found (system error " + std::to_string(platform::GetLastError()) + "); correct the path";
+      return "cannot be found (system error " + std::to_string(error) + "); correct the path";
   }
 }
 
@@ -43,7 +44,8 @@ std::string CannotLocate() {
 Status OpenNamedHive(const char *windowsPath, Hive *hive) {
   HostPlace place;
   if (windowsPath == nullptr) return Status::Refused("is not named; give its path");
-  if (!LocatePlace(windowsPath, &place)) return Status::Refused(CannotLocate());
+  const Status located = LocatePlace(windowsPath, &place);
+  if (!located) return Status::Refused(CannotLocate(WindowsError(located)));
   if (!place.exists) return Status::Refused("does not exist; correct the path");
   if (const Status may = MayWriteTo(place.directory); !may) {
     return Status::Refused(std::string("could not be saved, its directory cannot be written to (") +

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <unordered_map>
 
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
+#include "platform/machine/base/handle_table.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/registry/registry_state.h"
 #include "platform/text/code_page.h"
@@ -20,9 +20,7 @@ struct OpenKey {
   std::string text;  // the same as the callers gave it
 };
 
-// A handle is a number into this table, never an address: one that was closed, or never was one, is recognised.
-std::unordered_map<ULONG_PTR, OpenKey> g_keys;
-ULONG_PTR g_lastKey = 0;
+HandleTable<OpenKey> g_keys;
 
 // The status, which is the last error too when it is a failure.
 LSTATUS WithLastError(LSTATUS status) {
@@ -41,8 +39,7 @@ LSTATUS FaultStatus() { return static_cast<LSTATUS>(platform::GetLastError()); }
 const OpenKey *FindOpenKey(HKEY key) {
   static const OpenKey root;
   if (key == HKEY_LOCAL_MACHINE) return &root;
-  const auto found = g_keys.find(reinterpret_cast<ULONG_PTR>(key));
-  return found == g_keys.end() ? nullptr : &found->second;
+  return FindIn(&g_keys, key);
 }
 
 std::string TextBelow(const std::string &above, const std::string &below) {
@@ -69,9 +66,7 @@ LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
   OpenKey opened;
   if (const LSTATUS named = NameBelow(root, subKey, &opened); named != ERROR_SUCCESS) return WithLastError(named);
   if (const Status found = step(opened.path); !found) return WithLastError(found);
-  g_lastKey += 4;
-  *key = reinterpret_cast<HKEY>(g_lastKey);
-  g_keys.emplace(g_lastKey, std::move(opened));
+  *key = AddTo<HKEY>(&g_keys, std::move(opened));
   return ERROR_SUCCESS;
 }
 
@@ -176,14 +171,15 @@ bool ReadRegistryText(const std::string &key, const char *name, std::string *tex
 
 std::uint64_t RegistryChanges() { return Registry().changes; }
 
-std::size_t OpenKeys() { return g_keys.size(); }
+std::size_t OpenKeys() { return g_keys.records.size(); }
 
 std::size_t OpenKeysBelow(const KeyPath &key) {
+  const auto &open = g_keys.records;
   return static_cast<std::size_t>(std::count_if(
-      g_keys.begin(), g_keys.end(), [&](const auto &entry) { return BeginsWith(entry.second.path, key.folded); }));
+      open.begin(), open.end(), [&](const auto &entry) { return BeginsWith(entry.second.path, key.folded); }));
 }
 
-void DropKeyHandles() { g_keys.clear(); }
+void DropKeyHandles() { g_keys.records.clear(); }
 
 }  // namespace machine
 
@@ -272,7 +268,7 @@ LSTATUS RegDeleteValueA(HKEY key, const char *valueName) {
 
 // The handle is gone even when a test has the call fail, so that what is still open afterwards was never closed.
 LSTATUS RegCloseKey(HKEY key) {
-  const bool known = key == HKEY_LOCAL_MACHINE || g_keys.erase(reinterpret_cast<ULONG_PTR>(key)) != 0;
+  const bool known = key == HKEY_LOCAL_MACHINE || DropFrom(&g_keys, key);
   VXR_FAULT(FaultStatus(), ERROR_INVALID_HANDLE);
   return known ? ERROR_SUCCESS : WithLastError(ERROR_INVALID_HANDLE);
 }

@@ -1,13 +1,11 @@
 #include "platform/machine/setup/device_set.h"
 
-#include <unordered_map>
+#include "platform/machine/base/handle_table.h"
 
 namespace machine {
 namespace {
 
-// A handle is a number that is never given out again, so that one that was destroyed is recognised.
-std::unordered_map<ULONG_PTR, DeviceSet> sets;
-ULONG_PTR lastSet = 0;
+HandleTable<DeviceSet> sets;
 
 }  // namespace
 
@@ -17,45 +15,26 @@ void AddDevice(std::uint32_t device, DeviceSet *set) {
   set->members[device] = true;
 }
 
-HDEVINFO AddSet(DeviceSet set) {
-  lastSet += 4;
-  sets.emplace(lastSet, std::move(set));
-  return reinterpret_cast<HDEVINFO>(lastSet);
-}
+HDEVINFO AddSet(DeviceSet set) { return AddTo<HDEVINFO>(&sets, std::move(set)); }
 
-DeviceSet *FindSet(HDEVINFO set) {
-  const auto found = sets.find(reinterpret_cast<ULONG_PTR>(set));
-  if (found != sets.end()) return &found->second;
-  platform::SetLastError(ERROR_INVALID_HANDLE);
-  return nullptr;
-}
+DeviceSet *FindSet(HDEVINFO set) { return FindIn(&sets, set); }
 
-bool DropSet(HDEVINFO set) {
-  if (sets.erase(reinterpret_cast<ULONG_PTR>(set)) != 0) return true;
-  platform::SetLastError(ERROR_INVALID_HANDLE);
-  return false;
-}
+bool DropSet(HDEVINFO set) { return DropFrom(&sets, set); }
 
-void CloseDeviceSets() { sets.clear(); }
+void CloseDeviceSets() { sets.records.clear(); }
 
-std::size_t OpenDeviceSets() { return sets.size(); }
+std::size_t OpenDeviceSets() { return sets.records.size(); }
 
-DeviceSet *FindSetOf(HDEVINFO set, const SP_DEVINFO_DATA *record, std::uint32_t *device) {
-  DeviceSet *found = FindSet(set);
-  if (found == nullptr) return nullptr;
-  DWORD error = NO_ERROR;
-  if (record == nullptr) {
-    error = ERROR_INVALID_PARAMETER;
-  } else if (record->cbSize != sizeof *record) {
-    error = ERROR_INVALID_USER_BUFFER;
-  } else {
-    *device = DeviceOfNode(record->DevInst);
-    // Asked by every call about a device: a search through the set would make an enumeration of it quadratic.
-    if (*device >= found->members.size() || !found->members[*device]) error = ERROR_NO_SUCH_DEVINST;
-  }
-  if (error == NO_ERROR) return found;
-  platform::SetLastError(error);
-  return nullptr;
+Status FindNamedDevice(HDEVINFO set, const SP_DEVINFO_DATA *record, NamedDevice *named) {
+  named->set = FindSet(set);
+  if (named->set == nullptr) return Status::Windows(ERROR_INVALID_HANDLE);
+  if (record == nullptr) return Status::Windows(ERROR_INVALID_PARAMETER);
+  if (record->cbSize != sizeof *record) return Status::Windows(ERROR_INVALID_USER_BUFFER);
+  named->device = DeviceOfNode(record->DevInst);
+  // Asked by every call about a device: a search through the set would make an enumeration of it quadratic.
+  const std::vector<bool> &members = named->set->members;
+  const bool member = named->device < members.size() && members[named->device];
+  return member ? Status() : Status::Windows(ERROR_NO_SUCH_DEVINST);
 }
 
 }  // namespace machine

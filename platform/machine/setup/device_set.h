@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/machine/base/status.h"
 #include "platform/machine/setup/device_tree.h"
 
 namespace machine {
@@ -35,15 +36,21 @@ struct DeviceSet {
 
 void AddDevice(std::uint32_t device, DeviceSet *set);
 HDEVINFO AddSet(DeviceSet set);
+// False for a handle of no set.
 bool DropSet(HDEVINFO set);
-// Null, with ERROR_INVALID_HANDLE, for a handle of no set.
+// Null for a handle of no set.
 DeviceSet *FindSet(HDEVINFO set);
 void CloseDeviceSets();
 std::size_t OpenDeviceSets();  // for tests that look for leaks
 
-// The set and the device that a call names. Null with the last error set: ERROR_INVALID_HANDLE,
-// ERROR_INVALID_PARAMETER, ERROR_INVALID_USER_BUFFER for a record of the wrong size, ERROR_NO_SUCH_DEVINST for a device
-// that is not in the set.
-DeviceSet *FindSetOf(HDEVINFO set, const SP_DEVINFO_DATA *record, std::uint32_t *device);
+// The set and the device that a call names.
+struct NamedDevice {
+  DeviceSet *set = nullptr;
+  std::uint32_t device = kNoDevice;
+};
+
+// Fails with ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER, ERROR_INVALID_USER_BUFFER for a record of the wrong size,
+// ERROR_NO_SUCH_DEVINST for a device that is not in the set.
+Status FindNamedDevice(HDEVINFO set, const SP_DEVINFO_DATA *record, NamedDevice *named);
 
 }  // namespace machine

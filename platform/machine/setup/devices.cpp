@@ -102,8 +102,8 @@ using namespace machine;
 
 HDEVINFO SetupDiGetClassDevsA(const GUID *classGuid, const char *enumerator, HWND, DWORD flags) {
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_GEN_FAILURE);
-  const Description *machine = CurrentOrNotReady();
-  if (machine == nullptr) return INVALID_HANDLE_VALUE;
+  const Description *machine = Current();
+  if (machine == nullptr) return machine::FailOpen(ERROR_NOT_READY);
   const bool all = (flags & DIGCF_ALLCLASSES) != 0;
   if (classGuid == nullptr && !all) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   DeviceSet set;
@@ -121,13 +121,13 @@ HDEVINFO SetupDiGetClassDevsA(const GUID *classGuid, const char *enumerator, HWN
 
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) {
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
-  return DropSet(set);
+  return DropSet(set) ? TRUE : FailWith(ERROR_INVALID_HANDLE);
 }
 
 BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_DEVINFO_DATA *device) {
   VXR_FAULT(FALSE, ERROR_NO_MORE_ITEMS);
   const DeviceSet *found = FindSet(set);
-  if (found == nullptr) return FALSE;
+  if (found == nullptr) return FailWith(ERROR_INVALID_HANDLE);
   if (device == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (device->cbSize != sizeof *device) return FailWith(ERROR_INVALID_USER_BUFFER);
   if (index >= found->devices.size()) return FailWith(ERROR_NO_MORE_ITEMS);
@@ -137,17 +137,18 @@ BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, SP_DEVINFO_DATA *device) {
 
 BOOL SetupDiGetDeviceInstanceIdA(HDEVINFO set, SP_DEVINFO_DATA *device, char *buffer, DWORD size, DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
-  std::uint32_t number = 0;
-  if (FindSetOf(set, device, &number) == nullptr) return FALSE;
-  return Answer(WithTerminator(Current()->devices[number].instance), SizeAlone::kFails, buffer, size, requiredSize);
+  NamedDevice named;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
+  return Answer(WithTerminator(Current()->devices[named.device].instance), SizeAlone::kFails, buffer, size,
+                requiredSize);
 }
 
 BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, DWORD *type, BYTE *buffer,
                                        DWORD size, DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_INVALID_DATA);
-  std::uint32_t number = 0;
-  if (FindSetOf(set, device, &number) == nullptr) return FALSE;
-  const Property found = PropertyOf(Current()->devices[number], property);
+  NamedDevice named;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
+  const Property found = PropertyOf(Current()->devices[named.device], property);
   if (found.bytes.empty()) return FailWith(ERROR_INVALID_DATA);
   if (type != nullptr) *type = found.type;
   return Answer(found.bytes, SizeAlone::kFails, buffer, size, requiredSize);
@@ -157,15 +158,16 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA *device, const GU
                                  SP_DEVICE_INTERFACE_DATA *interfaceData) {
   VXR_FAULT(FALSE, ERROR_NO_MORE_ITEMS);
   const DeviceSet *found = FindSet(set);
-  if (found == nullptr) return FALSE;
-  std::uint32_t number = kNoDevice;
-  if (device != nullptr && FindSetOf(set, device, &number) == nullptr) return FALSE;
+  if (found == nullptr) return FailWith(ERROR_INVALID_HANDLE);
+  NamedDevice named;
+  const Status known = device != nullptr ? FindNamedDevice(set, device, &named) : Status();
+  if (!known) return FailWith(known);
   if (interfaceGuid == nullptr || interfaceData == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (interfaceData->cbSize != sizeof *interfaceData) return FailWith(ERROR_INVALID_USER_BUFFER);
   if (!IsSame(*interfaceGuid, kDiskInterface)) return FailWith(ERROR_NO_MORE_ITEMS);
   std::vector<std::size_t> own;
   for (const std::size_t disk : found->disks) {
-    if (device != nullptr && DeviceOfDisk(disk) == number) own.push_back(disk);
+    if (device != nullptr && DeviceOfDisk(disk) == named.device) own.push_back(disk);
   }
   const std::vector<std::size_t> &disks = device == nullptr ? found->disks : own;
   if (index >= disks.size()) return FailWith(ERROR_NO_MORE_ITEMS);
@@ -180,7 +182,7 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA *in
                                       SP_DEVINFO_DATA *device) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
   const DeviceSet *found = FindSet(set);
-  if (found == nullptr) return FALSE;
+  if (found == nullptr) return FailWith(ERROR_INVALID_HANDLE);
   if (interfaceData == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (interfaceData->cbSize != sizeof *interfaceData || (detail != nullptr && detail->cbSize != sizeof *detail) ||
       (device != nullptr && device->cbSize != sizeof *device)) {

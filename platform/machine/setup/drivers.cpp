@@ -38,14 +38,13 @@ Driver Template(InfFile *file, const InfFacts &facts, const std::string &path) {
   return driver;
 }
 
-// Adds the drivers that the file has for the device. False with the last error set when it cannot be read.
-bool AddDrivers(const InfFactsRef &facts, const std::string &path, std::uint32_t device,
-                std::vector<RankedDriver> *drivers) {
-  const std::vector<std::uint32_t> *served = ServedBy(facts, path.c_str());
-  if (served == nullptr) return false;
-  if (!std::binary_search(served->begin(), served->end(), device)) return true;
-  const std::shared_ptr<InfFile> text = LoadInfText(facts, path.c_str());
-  if (text == nullptr) return false;
+// Adds the drivers that the file has for the device.
+Status AddDrivers(const InfFactsRef &facts, const std::string &path, std::uint32_t device,
+                  std::vector<RankedDriver> *drivers) {
+  if (Status served = FindServed(facts, path.c_str()); !served) return served;
+  if (!std::binary_search(facts->served->begin(), facts->served->end(), device)) return {};
+  std::shared_ptr<InfFile> text;
+  if (Status loaded = LoadInfText(facts, path.c_str(), &text); !loaded) return loaded;
   InfFile *file = text.get();
   const Description &machine = *Current();
   const DeviceIds deviceIds = IdsOf(machine.devices[device]);
@@ -63,21 +62,21 @@ bool AddDrivers(const InfFactsRef &facts, const std::string &path, std::uint32_t
     driver.ids = std::move(ids);
     drivers->push_back({rank, std::move(driver)});
   });
-  return true;
+  return {};
 }
 
-bool AddDriversOfFile(const std::string &path, std::uint32_t device, std::vector<RankedDriver> *drivers) {
-  const InfFactsRef facts = FindInf(path.c_str());
-  if (facts == nullptr) return false;
-  return facts->modern ? AddDrivers(facts, path, device, drivers) : FailWith(ERROR_WRONG_INF_STYLE);
+Status AddDriversOfFile(const std::string &path, std::uint32_t device, std::vector<RankedDriver> *drivers) {
+  InfFactsRef facts;
+  if (Status found = FindInf(path.c_str(), &facts); !found) return found;
+  return facts->modern ? AddDrivers(facts, path, device, drivers) : Status::Windows(ERROR_WRONG_INF_STYLE);
 }
 
 // A file that cannot be read is passed over, as one of many.
-bool AddDriversOfDirectory(const std::string &directory, std::uint32_t device, std::vector<RankedDriver> *drivers) {
+Status AddDriversOfDirectory(const std::string &directory, std::uint32_t device, std::vector<RankedDriver> *drivers) {
   std::vector<std::string> names;
-  if (!ListInfFiles(directory.c_str(), &names)) return false;
-  for (const std::string &name : names) AddDriversOfFile(directory + "\\" + name, device, drivers);
-  return true;
+  if (Status listed = ListInfFiles(directory.c_str(), &names); !listed) return listed;
+  for (const std::string &name : names) (void)AddDriversOfFile(directory + "\\" + name, device, drivers);
+  return {};
 }
 
 std::vector<Driver> InOrder(std::vector<RankedDriver> drivers) {
@@ -100,21 +99,16 @@ void FillText(const std::string &text, char (&field)[kSize]) {
   std::memcpy(field, text.data(), length);
 }
 
-// The driver that a record names. Null with the last error set.
-const Driver *FindDriver(const DeviceSet &set, std::uint32_t device, const SP_DRVINFO_DATA_A *record) {
-  DWORD error = NO_ERROR;
-  const auto search = set.searches.find(device);
-  if (record == nullptr) {
-    error = ERROR_INVALID_PARAMETER;
-  } else if (record->cbSize != sizeof *record) {
-    error = ERROR_INVALID_USER_BUFFER;
-  } else if (search == set.searches.end() || record->Reserved >= search->second.drivers.size()) {
-    error = ERROR_NO_DRIVER_SELECTED;
-  } else {
-    return &search->second.drivers[record->Reserved];
+// The driver that a record names.
+Status FindDriver(const NamedDevice &named, const SP_DRVINFO_DATA_A *record, const Driver **driver) {
+  if (record == nullptr) return Status::Windows(ERROR_INVALID_PARAMETER);
+  if (record->cbSize != sizeof *record) return Status::Windows(ERROR_INVALID_USER_BUFFER);
+  const auto search = named.set->searches.find(named.device);
+  if (search == named.set->searches.end() || record->Reserved >= search->second.drivers.size()) {
+    return Status::Windows(ERROR_NO_DRIVER_SELECTED);
   }
-  platform::SetLastError(error);
-  return nullptr;
+  *driver = &search->second.drivers[record->Reserved];
+  return {};
 }
 
 std::string IdList(const Driver &driver) {
@@ -141,12 +135,11 @@ using namespace machine;
 
 BOOL SetupDiGetDeviceInstallParamsA(HDEVINFO set, SP_DEVINFO_DATA *device, SP_DEVINSTALL_PARAMS_A *parameters) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
-  std::uint32_t number = 0;
-  DeviceSet *found = FindSetOf(set, device, &number);
-  if (found == nullptr) return FALSE;
+  NamedDevice named;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
   if (parameters == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (parameters->cbSize != sizeof *parameters) return FailWith(ERROR_INVALID_USER_BUFFER);
-  const DriverSearch &search = found->searches[number];
+  const DriverSearch &search = named.set->searches[named.device];
   *parameters = {};
   parameters->cbSize = sizeof *parameters;
   parameters->Flags = search.flags;
@@ -157,15 +150,14 @@ BOOL SetupDiGetDeviceInstallParamsA(HDEVINFO set, SP_DEVINFO_DATA *device, SP_DE
 
 BOOL SetupDiSetDeviceInstallParamsA(HDEVINFO set, SP_DEVINFO_DATA *device, SP_DEVINSTALL_PARAMS_A *parameters) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
-  std::uint32_t number = 0;
-  DeviceSet *found = FindSetOf(set, device, &number);
-  if (found == nullptr) return FALSE;
+  NamedDevice named;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
   if (parameters == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (parameters->cbSize != sizeof *parameters) return FailWith(ERROR_INVALID_USER_BUFFER);
   const char *path = parameters->DriverPath;
   const void *end = std::memchr(path, '\0', sizeof parameters->DriverPath);
   if (end == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
-  DriverSearch &search = found->searches[number];
+  DriverSearch &search = named.set->searches[named.device];
   search.flags = parameters->Flags;
   search.flagsEx = parameters->FlagsEx;
   search.driverPath = path;
@@ -176,19 +168,18 @@ BOOL SetupDiSetDeviceInstallParamsA(HDEVINFO set, SP_DEVINFO_DATA *device, SP_DE
 // No driver at all is a success with an empty list.
 BOOL SetupDiBuildDriverInfoList(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD driverType) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
-  std::uint32_t number = 0;
-  DeviceSet *found = FindSetOf(set, device, &number);
-  if (found == nullptr) return FALSE;
+  NamedDevice named;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
   if (driverType != SPDIT_COMPATDRIVER) return FailWith(ERROR_INVALID_PARAMETER);
-  DriverSearch &search = found->searches[number];
+  DriverSearch &search = named.set->searches[named.device];
   search.drivers.clear();
   std::vector<RankedDriver> drivers;
   const std::string &path = search.driverPath;
   const bool one = (search.flags & DI_ENUMSINGLEINF) != 0;
   if (one && path.empty()) return FailWith(ERROR_INVALID_PARAMETER);
-  const bool read = one ? AddDriversOfFile(InfPathOf(path.c_str()), number, &drivers)
-                        : AddDriversOfDirectory(path.empty() ? InfDirectory() : path, number, &drivers);
-  if (!read) return FALSE;
+  const Status read = one ? AddDriversOfFile(InfPathOf(path.c_str()), named.device, &drivers)
+                          : AddDriversOfDirectory(path.empty() ? InfDirectory() : path, named.device, &drivers);
+  if (!read) return FailWith(read);
   search.drivers = InOrder(std::move(drivers));
   return TRUE;
 }
@@ -196,12 +187,11 @@ BOOL SetupDiBuildDriverInfoList(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD dri
 BOOL SetupDiEnumDriverInfoA(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD driverType, DWORD index,
                             SP_DRVINFO_DATA_A *driver) {
   VXR_FAULT(FALSE, ERROR_NO_MORE_ITEMS);
-  std::uint32_t number = 0;
-  DeviceSet *found = FindSetOf(set, device, &number);
-  if (found == nullptr) return FALSE;
+  NamedDevice named;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
   if (driver == nullptr || driverType != SPDIT_COMPATDRIVER) return FailWith(ERROR_INVALID_PARAMETER);
   if (driver->cbSize != sizeof *driver) return FailWith(ERROR_INVALID_USER_BUFFER);
-  const std::vector<Driver> &drivers = found->searches[number].drivers;
+  const std::vector<Driver> &drivers = named.set->searches[named.device].drivers;
   if (index >= drivers.size()) return FailWith(ERROR_NO_MORE_ITEMS);
   const Driver &entry = drivers[index];
   driver->DriverType = driverType;
@@ -217,10 +207,10 @@ BOOL SetupDiEnumDriverInfoA(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD driverT
 BOOL SetupDiGetDriverInfoDetailA(HDEVINFO set, SP_DEVINFO_DATA *device, SP_DRVINFO_DATA_A *driver,
                                  SP_DRVINFO_DETAIL_DATA_A *detail, DWORD size, DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
-  std::uint32_t number = 0;
-  const DeviceSet *found = FindSetOf(set, device, &number);
-  const Driver *entry = found != nullptr ? FindDriver(*found, number, driver) : nullptr;
-  if (entry == nullptr) return FALSE;
+  NamedDevice named;
+  const Driver *entry = nullptr;
+  if (const Status found = FindNamedDevice(set, device, &named); !found) return FailWith(found);
+  if (const Status found = FindDriver(named, driver, &entry); !found) return FailWith(found);
   const std::string ids = IdList(*entry);
   constexpr std::size_t kFixed = offsetof(SP_DRVINFO_DETAIL_DATA_A, HardwareID);
   // The record's own size is the least, so that a caller may fill its size field in what it allocated.

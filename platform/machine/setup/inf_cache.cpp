@@ -6,9 +6,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "platform/machine/base/answer.h"
 #include "platform/machine/base/descriptor.h"
-#include "platform/machine/base/errors.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/host/listing.h"
@@ -89,17 +87,17 @@ const std::shared_ptr<const InfSettings> &Settings() {
   return cache.settings;
 }
 
-bool ReadWhole(int file, std::size_t size, InfBytes *bytes) {
-  if (size > kInfSizeMax) return FailWith(ERROR_FILE_TOO_LARGE);
+Status ReadWhole(int file, std::size_t size, InfBytes *bytes) {
+  if (size > kInfSizeMax) return Status::Windows(ERROR_FILE_TOO_LARGE);
   bytes->memory = std::make_unique_for_overwrite<char[]>(size);
   while (bytes->size < size) {
     const ssize_t got = read(file, bytes->memory.get() + bytes->size, size - bytes->size);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return FailHost();
+    if (got < 0) return Status::System();
     if (got == 0) break;
     bytes->size += static_cast<std::size_t>(got);
   }
-  return true;
+  return {};
 }
 
 void ReadVersion(InfFacts *facts) {
@@ -127,10 +125,10 @@ Use UseOf(const InfFacts &facts) {
 }
 
 // Reads the open file and enters it. The text is kept with the facts for now.
-InfFactsRef ReadFacts(int file, const struct stat &status) {
-  if (!S_ISREG(status.st_mode)) return FailWith(ERROR_ACCESS_DENIED, nullptr);
+Status ReadFacts(int file, const struct stat &status, InfFactsRef *result) {
+  if (!S_ISREG(status.st_mode)) return Status::Windows(ERROR_ACCESS_DENIED);
   InfBytes bytes;
-  if (!ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes)) return nullptr;
+  if (Status read = ReadWhole(file, static_cast<std::size_t>(status.st_size), &bytes); !read) return read;
   ++reads;
   auto facts = std::make_shared<InfFacts>();
   facts->status = status;
@@ -143,7 +141,8 @@ InfFactsRef ReadFacts(int file, const struct stat &status) {
     facts->problem = refusal.error;
     facts->problemLine = refusal.line;
   }
-  return facts;
+  *result = std::move(facts);
+  return {};
 }
 
 InfFactsRef FindKnown(const struct stat &status) {
@@ -153,43 +152,41 @@ InfFactsRef FindKnown(const struct stat &status) {
 
 // Reads an open file that is not known. `status` is of a moment ago: a file that has changed since is found to have,
 // the next time. The text goes to `*text`, when given, whether it is kept or not.
-InfFactsRef ReadAndRemember(int file, const struct stat &status, std::shared_ptr<InfFile> *text) {
-  InfFactsRef facts = ReadFacts(file, status);
-  if (facts == nullptr) return nullptr;
-  if (text != nullptr) *text = facts->text;
+Status ReadAndRemember(int file, const struct stat &status, InfFactsRef *facts, std::shared_ptr<InfFile> *text) {
+  if (Status read = ReadFacts(file, status, facts); !read) return read;
+  if (text != nullptr) *text = (*facts)->text;
   InfFactsRef &place = cache.files[{status.st_dev, status.st_ino}];
   if (place != nullptr) DropText(place);
-  place = facts;
-  if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
-  return facts;
+  place = *facts;
+  RecountText(place);
+  return {};
 }
 
 // The facts of a file with that status, which `open` opens when it is not known.
 template <typename Open>
-InfFactsRef FindKnownOrRead(const struct stat &status, std::shared_ptr<InfFile> *text, Open open) {
-  if (InfFactsRef known = FindKnown(status)) {
-    if (text != nullptr) *text = known->text;
-    return known;
+Status FindKnownOrRead(const struct stat &status, InfFactsRef *facts, std::shared_ptr<InfFile> *text, Open open) {
+  *facts = FindKnown(status);
+  if (*facts != nullptr) {
+    if (text != nullptr) *text = (*facts)->text;
+    return {};
   }
   const Descriptor file(open());
-  return file ? ReadAndRemember(file.fd, status, text) : nullptr;
+  return file ? ReadAndRemember(file.fd, status, facts, text) : Status::System();
 }
 
 // The facts of an open file.
-InfFactsRef FindOpen(Descriptor file, std::shared_ptr<InfFile> *text) {
+Status FindOpen(Descriptor file, InfFactsRef *facts, std::shared_ptr<InfFile> *text) {
   struct stat status = {};
-  if (!file) return nullptr;
-  if (fstat(file.fd, &status) == 0) return FindKnownOrRead(status, text, [&file] { return file.Release(); });
-  platform::SetLastError(ErrorFromErrno(errno));
-  return nullptr;
+  if (fstat(file.fd, &status) != 0) return Status::System();
+  return FindKnownOrRead(status, facts, text, [&file] { return file.Release(); });
 }
 
 // The facts of a directory's entry. A file is opened in the directory at hand, which spares looking its path up. A
 // symbolic link is not opened there: its Windows path is looked up, which refuses links that lead out of the drive.
-InfFactsRef FindEntry(int directory, const std::string &hostName, const std::string &windowsPath) {
+Status FindEntry(int directory, const std::string &hostName, const std::string &windowsPath, InfFactsRef *facts) {
   Descriptor file(openat(directory, hostName.c_str(), kOpenInf | O_NOFOLLOW));
-  if (file) return FindOpen(std::move(file), nullptr);
-  return errno == ELOOP ? FindInf(windowsPath.c_str()) : nullptr;
+  if (file) return FindOpen(std::move(file), facts, nullptr);
+  return errno == ELOOP ? FindInf(windowsPath.c_str(), facts) : Status::System();
 }
 
 struct InfName {
@@ -198,9 +195,9 @@ struct InfName {
 
 bool IsInfName(std::string_view name) { return name.size() > 4 && SameName(name.substr(name.size() - 4), ".inf"); }
 
-bool ReadInfNames(int directory, std::vector<InfName> *entries) {
+Status ReadInfNames(int directory, std::vector<InfName> *entries) {
   DirectoryStream stream;
-  if (const Status opened = OpenDirectoryStream(directory, &stream); !opened) return FailWith(opened);
+  if (Status opened = OpenDirectoryStream(directory, &stream); !opened) return opened;
   while (const dirent *entry = readdir(stream.get())) {
     if (!IsInfName(entry->d_name)) continue;
     std::string name = Utf8ToAnsi(entry->d_name);
@@ -212,70 +209,69 @@ bool ReadInfNames(int directory, std::vector<InfName> *entries) {
   std::sort(entries->begin(), entries->end(), [](const InfName &a, const InfName &b) {
     return a.order != b.order ? a.order < b.order : a.name < b.name;
   });
-  return true;
+  return {};
 }
 
 }  // namespace
 
-InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text) {
+Status FindInf(const char *windowsPath, InfFactsRef *facts, std::shared_ptr<InfFile> *text) {
   HostPlace place;
-  if (!LocatePlace(windowsPath, &place)) return nullptr;
+  if (Status located = LocatePlace(windowsPath, &place); !located) return located;
   if (place.exists) {
     // Found a moment ago below its drive, and no link.
     const auto open = [&place] { return openat(place.directory, place.name.c_str(), kOpenInf | O_NOFOLLOW); };
-    if (InfFactsRef facts = FindKnownOrRead(place.status, text, open)) return facts;
+    if (FindKnownOrRead(place.status, facts, text, open)) return {};
   }
-  return FindOpen(Descriptor(OpenHostFile(windowsPath, kOpenInf)), text);
+  Descriptor file;
+  Status opened = OpenHostFile(windowsPath, kOpenInf, &file);
+  return opened ? FindOpen(std::move(file), facts, text) : opened;
 }
 
-std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windowsPath) {
-  if (facts->text != nullptr) {
-    // Held here: when parsing has made the text larger than the budget, recounting drops it from the facts.
-    std::shared_ptr<InfFile> text = facts->text;
-    RecountText(facts);
-    return text;
-  }
-  if (facts->problem == 0) {
-    const Descriptor file(OpenHostFile(windowsPath, kOpenInf));
+Status LoadInfText(const InfFactsRef &facts, const char *windowsPath, std::shared_ptr<InfFile> *text) {
+  if (facts->text == nullptr && facts->problem == 0) {
+    Descriptor file;
     struct stat status = {};
-    if (!file || fstat(file.fd, &status) != 0) return nullptr;
-    const InfFactsRef again = ReadFacts(file.fd, status);
-    if (again == nullptr) return nullptr;
+    InfFactsRef again;
+    if (Status opened = OpenHostFile(windowsPath, kOpenInf, &file); !opened) return opened;
+    if (fstat(file.fd, &status) != 0) return Status::System();
+    if (Status read = ReadFacts(file.fd, status, &again); !read) return read;
     facts->text = again->text;
   }
-  if (facts->text == nullptr) return FailWith(ERROR_WRONG_INF_STYLE, nullptr);
-  std::shared_ptr<InfFile> text = facts->text;
-  KeepText(facts, UseOf(*facts));
-  return text;
+  if (facts->text == nullptr) return Status::Windows(ERROR_WRONG_INF_STYLE);
+  // Held here: when parsing has made the text larger than the budget, recounting drops it from the facts.
+  *text = facts->text;
+  RecountText(facts);
+  return {};
 }
 
 void RecountText(const InfFactsRef &facts) {
   if (facts->text != nullptr) KeepText(facts, UseOf(*facts));
 }
 
-const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath) {
-  if (facts->served) return &*facts->served;
-  const std::shared_ptr<InfFile> text = LoadInfText(facts, windowsPath);
-  if (text == nullptr) return nullptr;
+Status FindServed(const InfFactsRef &facts, const char *windowsPath) {
+  if (facts->served) return {};
+  std::shared_ptr<InfFile> text;
+  if (Status loaded = LoadInfText(facts, windowsPath, &text); !loaded) return loaded;
   if (!cache.ids) cache.ids = IndexIds(*Current());
   facts->served = ServedDevices(text.get(), *Current(), *cache.ids);
   RecountText(facts);
-  return &*facts->served;
+  return {};
 }
 
-bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
-  const Descriptor directory(OpenHostDirectory(windowsPath));
+Status ListInfFiles(const char *windowsPath, std::vector<std::string> *names) {
+  Descriptor directory;
   std::vector<InfName> entries;
-  if (!directory || !ReadInfNames(directory.fd, &entries)) return false;
+  if (Status opened = OpenHostDirectory(windowsPath, &directory); !opened) return opened;
+  if (Status read = ReadInfNames(directory.fd, &entries); !read) return read;
   for (InfName &entry : entries) {
     const std::string path = std::string(windowsPath) + "\\" + entry.name;
-    const InfFactsRef facts = FindEntry(directory.fd, entry.hostName, path);
-    if (facts == nullptr || !facts->modern) continue;
+    InfFactsRef facts;
+    if (!FindEntry(directory.fd, entry.hostName, path, &facts) || !facts->modern) continue;
     // The text is at hand now; later it may have to be read again.
-    if (!facts->served && UseOf(*facts) == kUseLikely) ServedBy(facts, path.c_str());
+    if (!facts->served && UseOf(*facts) == kUseLikely) (void)FindServed(facts, path.c_str());
     names->push_back(std::move(entry.name));
   }
-  return true;
+  return {};
 }
 
 const InfSettings &CurrentInfSettings() { return *Settings(); }

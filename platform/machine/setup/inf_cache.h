@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "platform/inf/inf_file.h"
+#include "platform/machine/base/status.h"
 #include "platform/machine/setup/driver_match.h"
 
 namespace machine {
@@ -39,22 +40,22 @@ struct InfFacts {
 };
 using InfFactsRef = std::shared_ptr<InfFacts>;
 
-// The file's facts, read now when it is not known or has changed. Null with the last error set when it cannot be read.
-// Its text goes to `*text`, when given, if it is at hand; else null.
-InfFactsRef FindInf(const char *windowsPath, std::shared_ptr<InfFile> *text = nullptr);
+// The file's facts, read now when it is not known or has changed. Fails when it cannot be read. Its text goes to
+// `*text`, when given, if it is at hand; else null.
+Status FindInf(const char *windowsPath, InfFactsRef *facts, std::shared_ptr<InfFile> *text = nullptr);
 
-// The file's text. Null with the last error set when it cannot be read again or is not INF text.
-std::shared_ptr<InfFile> LoadInfText(const InfFactsRef &facts, const char *windowsPath);
+// The file's text. Fails when it cannot be read again, and with ERROR_WRONG_INF_STYLE when it is not INF text.
+Status LoadInfText(const InfFactsRef &facts, const char *windowsPath, std::shared_ptr<InfFile> *text);
 
 // Takes into account what parsing has added to the text.
 void RecountText(const InfFactsRef &facts);
 
-// The devices that the file serves; null like LoadInfText.
-const std::vector<std::uint32_t> *ServedBy(const InfFactsRef &facts, const char *windowsPath);
+// The devices that the file serves, once known in its facts; fails like LoadInfText.
+Status FindServed(const InfFactsRef &facts, const char *windowsPath);
 
 // Bare names, in the ANSI code page, of a directory's modern-style .inf files (any case of the ending) in name order
-// without regard to case. False with the last error set when the directory cannot be read.
-bool ListInfFiles(const char *windowsPath, std::vector<std::string> *names);
+// without regard to case.
+Status ListInfFiles(const char *windowsPath, std::vector<std::string> *names);
 
 // How the machine reads INF files.
 const InfSettings &CurrentInfSettings();

@@ -3,6 +3,7 @@
 
 #include "platform/machine/base/answer.h"
 #include "platform/machine/base/fault.h"
+#include "platform/machine/base/handle_table.h"
 #include "platform/machine/description/current.h"
 #include "platform/machine/setup/inf_cache.h"
 #include "platform/machine/setup/inf_handles.h"
@@ -17,21 +18,16 @@ struct OpenInf {
   bool searched = false;          // a section was asked for
 };
 
-// A handle is a number that is never given out again, so that one that was closed is recognised.
-std::unordered_map<ULONG_PTR, OpenInf> handles;
-ULONG_PTR lastHandle = 0;
+HandleTable<OpenInf> handles;
 
-OpenInf *FindHandle(HINF inf) {
-  const auto found = handles.find(reinterpret_cast<ULONG_PTR>(inf));
-  if (found != handles.end()) return &found->second;
-  platform::SetLastError(ERROR_INVALID_HANDLE);
-  return nullptr;
-}
-
-InfFile *TextForSearch(OpenInf *open) {
+// Has the text at hand, of an INF that is open, to search it.
+Status OpenText(HINF inf, InfFile **file) {
+  OpenInf *open = FindIn(&handles, inf);
+  if (open == nullptr) return Status::Windows(ERROR_INVALID_HANDLE);
   open->searched = true;
-  if (open->text == nullptr) open->text = machine::LoadInfText(open->facts, open->path.c_str());
-  return open->text.get();
+  Status loaded = open->text != nullptr ? Status() : LoadInfText(open->facts, open->path.c_str(), &open->text);
+  *file = open->text.get();
+  return loaded;
 }
 
 // A line that a context stands on.
@@ -41,24 +37,21 @@ struct Position {
   const InfLine *line = nullptr;
 };
 
-// False, with the last error set, when the context is on no line.
-bool Resolve(const INFCONTEXT *context, Position *position) {
-  if (context == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
-  OpenInf *open = FindHandle(context->Inf);
-  if (open == nullptr) return false;
-  position->file = TextForSearch(open);
-  if (position->file == nullptr) return false;
-  if (context->Section >= position->file->sections.size()) return FailWith(ERROR_INVALID_PARAMETER);
+// Fails when the context is on no line.
+Status Resolve(const INFCONTEXT *context, Position *position) {
+  if (context == nullptr) return Status::Windows(ERROR_INVALID_PARAMETER);
+  if (Status opened = OpenText(context->Inf, &position->file); !opened) return opened;
+  if (context->Section >= position->file->sections.size()) return Status::Windows(ERROR_INVALID_PARAMETER);
   position->section = &ParsedSection(position->file, context->Section);
-  if (context->Line >= position->section->lines.size()) return FailWith(ERROR_INVALID_PARAMETER);
+  if (context->Line >= position->section->lines.size()) return Status::Windows(ERROR_INVALID_PARAMETER);
   position->line = &position->section->lines[context->Line];
-  return true;
+  return {};
 }
 
 // The same, for a context whose line has that field.
-bool ResolveField(const INFCONTEXT *context, DWORD index, Position *position) {
-  if (!Resolve(context, position)) return false;
-  return HasField(*position->line, index) || FailWith(ERROR_INVALID_PARAMETER);
+Status ResolveField(const INFCONTEXT *context, DWORD index, Position *position) {
+  if (Status resolved = Resolve(context, position); !resolved) return resolved;
+  return HasField(*position->line, index) ? Status() : Status::Windows(ERROR_INVALID_PARAMETER);
 }
 
 std::string TextAt(const Position &position, DWORD index) {
@@ -101,12 +94,12 @@ struct PendingList {
 
 PendingList pending;
 
-bool BuildList(const std::string &directory, std::string *list) {
+Status BuildList(const std::string &directory, std::string *list) {
   std::vector<std::string> names;
-  if (!ListInfFiles(directory.c_str(), &names)) return false;
+  if (Status listed = ListInfFiles(directory.c_str(), &names); !listed) return listed;
   for (const std::string &name : names) *list += WithTerminator(name);
   *list += '\0';
-  return true;
+  return {};
 }
 
 // SP_INF_INFORMATION::VersionData: the length of what follows, the INF's path and a NUL, its facts' [Version].
@@ -135,9 +128,11 @@ bool FindVersionValue(std::string_view version, const std::string &path, const c
     if (!SameName(name, key)) continue;
     *value = raw;
     if (raw.find('%') == std::string_view::npos) return true;
-    const InfFactsRef facts = FindInf(path.c_str());
-    const std::shared_ptr<InfFile> text = facts != nullptr ? machine::LoadInfText(facts, path.c_str()) : nullptr;
-    if (text != nullptr) *value = ReplaceTokens(text.get(), raw);
+    InfFactsRef facts;
+    std::shared_ptr<InfFile> text;
+    if (FindInf(path.c_str(), &facts) && LoadInfText(facts, path.c_str(), &text)) {
+      *value = ReplaceTokens(text.get(), raw);
+    }
     return true;
   }
   return false;
@@ -152,11 +147,11 @@ bool IsOfClass(const OpenInf &open, const char *infClass) {
 }  // namespace
 
 void CloseInfHandles() {
-  handles.clear();
+  handles.records.clear();
   pending = {};
 }
 
-std::size_t OpenInfHandles() { return handles.size(); }
+std::size_t OpenInfHandles() { return handles.records.size(); }
 
 std::string InfPathOf(const char *fileName) {
   const std::string_view name = fileName;
@@ -172,37 +167,32 @@ using namespace machine;
 HINF SetupOpenInfFileA(const char *fileName, const char *infClass, DWORD style, UINT *errorLine) {
   VXR_FAULT(INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
   if (errorLine != nullptr) *errorLine = 0;
-  if (CurrentOrNotReady() == nullptr) return INVALID_HANDLE_VALUE;
+  if (Current() == nullptr) return machine::FailOpen(ERROR_NOT_READY);
   if (fileName == nullptr || (style & INF_STYLE_WIN4) == 0) return machine::FailOpen(ERROR_INVALID_PARAMETER);
   OpenInf open;
   open.path = InfPathOf(fileName);
-  open.facts = FindInf(open.path.c_str(), &open.text);
-  if (open.facts == nullptr) return INVALID_HANDLE_VALUE;
+  if (const Status found = FindInf(open.path.c_str(), &open.facts, &open.text); !found) return machine::FailOpen(found);
   if (!open.facts->modern) {
     if (errorLine != nullptr) *errorLine = open.facts->problemLine;
-    SetLastError(open.facts->problem != 0 ? open.facts->problem : ERROR_WRONG_INF_STYLE);
-    return INVALID_HANDLE_VALUE;
+    return machine::FailOpen(open.facts->problem != 0 ? open.facts->problem : ERROR_WRONG_INF_STYLE);
   }
   if (infClass != nullptr && !IsOfClass(open, infClass)) return machine::FailOpen(ERROR_CLASS_MISMATCH);
-  lastHandle += 4;
-  handles.emplace(lastHandle, std::move(open));
-  return reinterpret_cast<HINF>(lastHandle);
+  return AddTo<HINF>(&handles, std::move(open));
 }
 
 void SetupCloseInfFile(HINF inf) {
-  OpenInf *open = FindHandle(inf);
-  if (open == nullptr) return;
+  const OpenInf *open = FindIn(&handles, inf);
+  if (open == nullptr) return SetLastError(ERROR_INVALID_HANDLE);
   if (open->searched) RecountText(open->facts);
-  handles.erase(reinterpret_cast<ULONG_PTR>(inf));
+  DropFrom(&handles, inf);
 }
 
 BOOL SetupFindFirstLineA(HINF inf, const char *section, const char *key, INFCONTEXT *context) {
   VXR_FAULT(FALSE, ERROR_LINE_NOT_FOUND);
-  OpenInf *open = FindHandle(inf);
-  if (open == nullptr) return FALSE;
+  if (FindIn(&handles, inf) == nullptr) return FailWith(ERROR_INVALID_HANDLE);
   if (section == nullptr || context == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
-  InfFile *file = TextForSearch(open);
-  if (file == nullptr) return FALSE;
+  InfFile *file = nullptr;
+  if (const Status opened = OpenText(inf, &file); !opened) return FailWith(opened);
   const std::uint32_t index = FindSectionIndex(*file, section);
   if (index == kInfNone) return FailWith(ERROR_LINE_NOT_FOUND);
   const InfSection &found = ParsedSection(file, index);
@@ -215,7 +205,7 @@ BOOL SetupFindFirstLineA(HINF inf, const char *section, const char *key, INFCONT
 BOOL SetupFindNextLine(INFCONTEXT *contextIn, INFCONTEXT *contextOut) {
   VXR_FAULT(FALSE, ERROR_LINE_NOT_FOUND);
   Position position;
-  if (!Resolve(contextIn, &position)) return FALSE;
+  if (const Status resolved = Resolve(contextIn, &position); !resolved) return FailWith(resolved);
   if (contextOut == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
   if (contextIn->Line + 1 >= position.section->lines.size()) return FailWith(ERROR_LINE_NOT_FOUND);
   *contextOut = {contextIn->Inf, contextIn->CurrentInf, contextIn->Section, contextIn->Line + 1};
@@ -225,13 +215,14 @@ BOOL SetupFindNextLine(INFCONTEXT *contextIn, INFCONTEXT *contextOut) {
 DWORD SetupGetFieldCount(INFCONTEXT *context) {
   VXR_FAULT(0, ERROR_INVALID_PARAMETER);
   Position position;
-  return Resolve(context, &position) ? position.line->valueCount : 0;
+  const Status resolved = Resolve(context, &position);
+  return resolved ? position.line->valueCount : FailWith(resolved, 0u);
 }
 
 BOOL SetupGetStringFieldA(INFCONTEXT *context, DWORD index, char *buffer, DWORD size, DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
   Position position;
-  if (!ResolveField(context, index, &position)) return FALSE;
+  if (const Status resolved = ResolveField(context, index, &position); !resolved) return FailWith(resolved);
   return Answer(WithTerminator(TextAt(position, index)), SizeAlone::kSucceeds, buffer, size, requiredSize);
 }
 
@@ -239,7 +230,7 @@ BOOL SetupGetMultiSzFieldA(INFCONTEXT *context, DWORD index, char *buffer, DWORD
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
   Position position;
   if (index == 0) return FailWith(ERROR_INVALID_PARAMETER);
-  if (!ResolveField(context, index, &position)) return FALSE;
+  if (const Status resolved = ResolveField(context, index, &position); !resolved) return FailWith(resolved);
   std::string list;
   for (DWORD field = index; field <= position.line->valueCount; ++field) {
     const std::string text = TextAt(position, field);
@@ -255,7 +246,7 @@ BOOL SetupGetIntField(INFCONTEXT *context, DWORD index, int *value) {
   VXR_FAULT(FALSE, ERROR_INVALID_DATA);
   Position position;
   if (value == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
-  if (!ResolveField(context, index, &position)) return FALSE;
+  if (const Status resolved = ResolveField(context, index, &position); !resolved) return FailWith(resolved);
   return ParseInteger(TextAt(position, index), value) ? TRUE : FailWith(ERROR_INVALID_DATA);
 }
 
@@ -263,7 +254,7 @@ BOOL SetupGetBinaryField(INFCONTEXT *context, DWORD index, BYTE *buffer, DWORD s
   VXR_FAULT(FALSE, ERROR_INVALID_DATA);
   Position position;
   if (index == 0) return FailWith(ERROR_INVALID_PARAMETER);
-  if (!ResolveField(context, index, &position)) return FALSE;
+  if (const Status resolved = ResolveField(context, index, &position); !resolved) return FailWith(resolved);
   std::string bytes(position.line->valueCount - index + 1, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (!ParseByte(TextAt(position, index + static_cast<DWORD>(i)), &bytes[i])) return FailWith(ERROR_INVALID_DATA);
@@ -273,7 +264,7 @@ BOOL SetupGetBinaryField(INFCONTEXT *context, DWORD index, BYTE *buffer, DWORD s
 
 BOOL SetupGetInfFileListA(const char *directory, DWORD style, char *buffer, DWORD size, DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_PATH_NOT_FOUND);
-  if (CurrentOrNotReady() == nullptr) return FALSE;
+  if (Current() == nullptr) return FailWith(ERROR_NOT_READY);
   if ((style & INF_STYLE_WIN4) == 0) return FailWith(ERROR_INVALID_PARAMETER);
   const std::string path = directory != nullptr ? directory : InfDirectory();
   const bool query = buffer == nullptr && size == 0;
@@ -281,7 +272,7 @@ BOOL SetupGetInfFileListA(const char *directory, DWORD style, char *buffer, DWOR
   std::swap(list, pending);
   if (query || list.names.empty() || list.directory != path) {
     list = {path, {}};
-    if (!BuildList(path, &list.names)) return FALSE;
+    if (const Status built = BuildList(path, &list.names); !built) return FailWith(built);
   }
   const BOOL answered = Answer(list.names, SizeAlone::kSucceeds, buffer, size, requiredSize);
   if (query || !answered) pending = std::move(list);
@@ -292,15 +283,15 @@ BOOL SetupGetInfInformationA(const void *infSpec, DWORD searchControl, SP_INF_IN
                              DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
   if (searchControl != INFINFO_INF_SPEC_IS_HINF) return FailWith(ERROR_INVALID_PARAMETER);
-  const OpenInf *open = FindHandle(const_cast<HINF>(infSpec));
-  if (open == nullptr) return FALSE;
+  const OpenInf *open = FindIn(&handles, infSpec);
+  if (open == nullptr) return FailWith(ERROR_INVALID_HANDLE);
   return Answer(InformationOf(*open), SizeAlone::kSucceeds, buffer, size, requiredSize);
 }
 
 BOOL SetupQueryInfVersionInformationA(SP_INF_INFORMATION *information, UINT infIndex, const char *key, char *buffer,
                                       DWORD size, DWORD *requiredSize) {
   VXR_FAULT(FALSE, ERROR_INVALID_DATA);
-  if (CurrentOrNotReady() == nullptr) return FALSE;
+  if (Current() == nullptr) return FailWith(ERROR_NOT_READY);
   if (information == nullptr || key == nullptr || infIndex >= information->InfCount) {
     return FailWith(ERROR_INVALID_PARAMETER);
   }

@@ -18,13 +18,18 @@
 
 namespace {
 
+using machine::FailWith;
+
 constexpr DWORD kArchitectureX86 = 0;
 constexpr DWORD64 kLowestAddress = 0x10000;
 constexpr DWORD64 kHighestAddress = 0x7FFFFFEFFFF;  // of a 64-bit process up to 6.2
 constexpr DWORD64 kHighestAddressX86 = 0x7FFEFFFF;
 constexpr DWORD kGranularity = 0x10000;
 
-UINT GiveDirectory(const std::string &path, char *buffer, UINT size) {
+UINT GiveDirectory(std::string machine::System::*which, char *buffer, UINT size) {
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return FailWith(ERROR_NOT_READY, 0);
+  const std::string &path = machine->system.*which;
   const auto length = static_cast<UINT>(path.size());
   if (buffer == nullptr || size <= length) return length + 1;
   std::memcpy(buffer, path.c_str(), length + 1);
@@ -59,14 +64,14 @@ constexpr std::string machine::Names::*kNames[] = {
 static_assert(std::size(kNames) == ComputerNameMax);
 
 BOOL GiveName(std::string machine::Names::*which, char *buffer, DWORD *size, DWORD tooLong) {
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return FALSE;
-  if (size == nullptr || (buffer == nullptr && *size != 0)) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return FailWith(ERROR_NOT_READY);
+  if (size == nullptr || (buffer == nullptr && *size != 0)) return FailWith(ERROR_INVALID_PARAMETER);
   const std::string &name = machine->names.*which;
   const auto length = static_cast<DWORD>(name.size());
   const bool fits = length < *size;
   *size = fits ? length : length + 1;
-  if (!fits) return machine::FailWith(tooLong);
+  if (!fits) return FailWith(tooLong);
   std::memcpy(buffer, name.c_str(), length + 1);
   return TRUE;
 }
@@ -87,27 +92,24 @@ namespace platform {
 
 UINT GetSystemDirectoryA(char *buffer, UINT size) {
   VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  return machine == nullptr ? 0 : GiveDirectory(machine->system.systemDirectory, buffer, size);
+  return GiveDirectory(&machine::System::systemDirectory, buffer, size);
 }
 
 UINT GetWindowsDirectoryA(char *buffer, UINT size) {
   VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  return machine == nullptr ? 0 : GiveDirectory(machine->system.windowsDirectory, buffer, size);
+  return GiveDirectory(&machine::System::windowsDirectory, buffer, size);
 }
 
 UINT GetSystemWindowsDirectoryA(char *buffer, UINT size) {
   VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  return machine == nullptr ? 0 : GiveDirectory(machine->system.windowsDirectory, buffer, size);
+  return GiveDirectory(&machine::System::windowsDirectory, buffer, size);
 }
 
 // A null root stands for the current directory's; the machine's is on the drive of the system directory.
 UINT GetDriveTypeA(const char *root) {
   VXR_FAULT(DRIVE_UNKNOWN, ERROR_GEN_FAILURE);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return DRIVE_UNKNOWN;
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return FailWith(ERROR_NOT_READY, DRIVE_UNKNOWN);
   std::string wanted = root == nullptr ? machine->system.systemDirectory.substr(0, 3) : root;
   if (wanted.empty() || wanted.back() != '\\') wanted += '\\';
   const machine::Drive *drive = machine::FindDrive(wanted);
@@ -122,9 +124,9 @@ UINT GetACP() {
 // Nothing is known of the memory's use, so all of it is free, and no page file adds to it.
 BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return FALSE;
-  if (status == nullptr || status->dwLength != sizeof *status) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return FailWith(ERROR_NOT_READY);
+  if (status == nullptr || status->dwLength != sizeof *status) return FailWith(ERROR_INVALID_PARAMETER);
   *status = {};
   status->dwLength = sizeof *status;
   status->ullTotalPhys = status->ullAvailPhys = machine->system.memory;
@@ -135,10 +137,10 @@ BOOL GlobalMemoryStatusEx(MEMORYSTATUSEX *status) {
 
 BOOL GetVersionExA(OSVERSIONINFOEXA *version) {
   VXR_FAULT(FALSE, ERROR_INSUFFICIENT_BUFFER);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return FALSE;
-  if (version == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
-  if (version->dwOSVersionInfoSize != sizeof *version) return machine::FailWith(ERROR_INSUFFICIENT_BUFFER);
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return FailWith(ERROR_NOT_READY);
+  if (version == nullptr) return FailWith(ERROR_INVALID_PARAMETER);
+  if (version->dwOSVersionInfoSize != sizeof *version) return FailWith(ERROR_INSUFFICIENT_BUFFER);
   const machine::System &system = machine->system;
   *version = {};
   version->dwOSVersionInfoSize = sizeof *version;
@@ -164,14 +166,14 @@ BOOL GetComputerNameA(char *buffer, DWORD *size) {
 BOOL GetComputerNameExA(COMPUTER_NAME_FORMAT format, char *buffer, DWORD *size) {
   VXR_FAULT(FALSE, ERROR_GEN_FAILURE);
   const auto index = static_cast<std::size_t>(format);
-  if (index >= std::size(kNames)) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  if (index >= std::size(kNames)) return FailWith(ERROR_INVALID_PARAMETER);
   return GiveName(kNames[index], buffer, size, ERROR_MORE_DATA);
 }
 
 void GetSystemInfo(SYSTEM_INFO *info) {
   *info = {};
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return;
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return SetLastError(ERROR_NOT_READY);
   const machine::System &system = machine->system;
   info->wProcessorArchitecture = static_cast<WORD>(system.processorArchitecture);
   info->dwPageSize = system.pageSize;
@@ -197,7 +199,7 @@ void GetSystemTime(SYSTEMTIME *time) {
 BOOL FileTimeToSystemTime(const FILETIME *fileTime, SYSTEMTIME *systemTime) {
   VXR_FAULT(FALSE, ERROR_INVALID_PARAMETER);
   const DWORD64 ticks = machine::TicksOf(*fileTime);
-  if (ticks > INT64_MAX) return machine::FailWith(ERROR_INVALID_PARAMETER);
+  if (ticks > INT64_MAX) return FailWith(ERROR_INVALID_PARAMETER);
   constexpr std::chrono::sys_days kBegin = std::chrono::year(1601) / 1 / 1;
   const std::chrono::sys_time<std::chrono::milliseconds> begin = kBegin;
   StoreTime(begin + std::chrono::milliseconds(ticks / 10000), systemTime);  // ticks of 100 nanoseconds

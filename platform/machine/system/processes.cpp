@@ -100,7 +100,7 @@ namespace platform {
 BOOL CreateProcessA(const char *application, char *commandLine, void *, void *, BOOL, DWORD, void *, const char *,
                     STARTUPINFOA *startup, PROCESS_INFORMATION *process) {
   VXR_FAULT(FALSE, ERROR_FILE_NOT_FOUND);
-  if (machine::CurrentOrNotReady() == nullptr) return FALSE;
+  if (machine::Current() == nullptr) return machine::FailWith(ERROR_NOT_READY);
   if ((application == nullptr && commandLine == nullptr) || startup == nullptr || process == nullptr) {
     return machine::FailWith(ERROR_INVALID_PARAMETER);
   }
@@ -120,19 +120,15 @@ BOOL CreateProcessA(const char *application, char *commandLine, void *, void *, 
 DWORD WaitForSingleObject(HANDLE handle, DWORD) {
   VXR_FAULT(WAIT_FAILED, ERROR_INVALID_HANDLE);
   const machine::HandleRecord *record = machine::FindHandle(handle);
-  if (record == nullptr) return WAIT_FAILED;
-  if (std::holds_alternative<machine::ProcessHandle>(*record) ||
-      std::holds_alternative<machine::ThreadHandle>(*record)) {
-    return WAIT_OBJECT_0;
-  }
-  SetLastError(ERROR_INVALID_HANDLE);
-  return WAIT_FAILED;
+  const bool waits = record != nullptr && (std::holds_alternative<machine::ProcessHandle>(*record) ||
+                                           std::holds_alternative<machine::ThreadHandle>(*record));
+  return waits ? WAIT_OBJECT_0 : machine::FailWith(ERROR_INVALID_HANDLE, WAIT_FAILED);
 }
 
 BOOL GetExitCodeProcess(HANDLE process, DWORD *exitCode) {
   VXR_FAULT(FALSE, ERROR_INVALID_HANDLE);
   const auto *record = machine::FindHandleOf<machine::ProcessHandle>(process);
-  if (record == nullptr) return FALSE;
+  if (record == nullptr) return machine::FailWith(ERROR_INVALID_HANDLE);
   if (exitCode == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER);
   *exitCode = record->exitCode;
   return TRUE;

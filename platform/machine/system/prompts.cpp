@@ -86,10 +86,7 @@ bool HoldsFile(std::string directory, const char *file) {
 UINT GivePath(const std::string &path, char *buffer, DWORD size, DWORD *requiredSize) {
   if (requiredSize != nullptr) *requiredSize = static_cast<DWORD>(path.size() + 1);
   if (buffer == nullptr) return DPROMPT_SUCCESS;
-  if (path.size() >= size) {
-    platform::SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return DPROMPT_BUFFERTOOSMALL;
-  }
+  if (path.size() >= size) return machine::FailWith(ERROR_INSUFFICIENT_BUFFER, DPROMPT_BUFFERTOOSMALL);
   std::memcpy(buffer, path.c_str(), path.size() + 1);
   return DPROMPT_SUCCESS;
 }
@@ -120,8 +117,8 @@ namespace platform {
 // Only the Yes/No question is used.
 int MessageBoxA(HWND, const char *text, const char *caption, UINT type) {
   VXR_FAULT(0, ERROR_NOT_ENOUGH_MEMORY);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return 0;
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return machine::FailWith(ERROR_NOT_READY, 0);
   if (text == nullptr || caption == nullptr || type != MB_YESNO) return machine::FailWith(ERROR_INVALID_PARAMETER, 0);
   const std::string question = std::string(caption) + "\n" + text + " [y/n]: ";
   for (;;) {
@@ -135,12 +132,9 @@ int MessageBoxA(HWND, const char *text, const char *caption, UINT type) {
 UINT SetupPromptForDiskA(HWND, const char *title, const char *, const char *pathToSource, const char *fileSought,
                          const char *, DWORD style, char *pathBuffer, DWORD pathBufferSize, DWORD *requiredSize) {
   VXR_FAULT(DPROMPT_OUTOFMEMORY, ERROR_NOT_ENOUGH_MEMORY);
-  const machine::Description *machine = machine::CurrentOrNotReady();
-  if (machine == nullptr) return DPROMPT_CANCEL;
-  if (fileSought == nullptr) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return DPROMPT_CANCEL;
-  }
+  const machine::Description *machine = machine::Current();
+  if (machine == nullptr) return machine::FailWith(ERROR_NOT_READY, DPROMPT_CANCEL);
+  if (fileSought == nullptr) return machine::FailWith(ERROR_INVALID_PARAMETER, DPROMPT_CANCEL);
   std::string path = pathToSource == nullptr ? "" : pathToSource;
   if ((style & IDF_CHECKFIRST) != 0 && HoldsFile(path, fileSought)) {
     return GivePath(path, pathBuffer, pathBufferSize, requiredSize);

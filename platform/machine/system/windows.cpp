@@ -3,12 +3,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <new>
 #include <string>
 #include <utility>
 
+#include "platform/machine/base/answer.h"
 #include "platform/machine/base/fault.h"
+#include "platform/machine/base/handle_table.h"
 #include "platform/machine/base/report.h"
 #include "platform/machine/description/current.h"
 #include "vxrcore/machine.h"
@@ -22,16 +23,10 @@ struct Window {
   std::size_t selectionBegin = 0, selectionEnd = 0;
 };
 
-// By handle, a number that is never given twice: a window that is gone is recognised.
-std::map<std::uintptr_t, Window> windows;
-std::uintptr_t lastHandle = 0x10000;
+machine::HandleTable<Window> windows;
 
-Window *FindWindow(HWND handle) {
-  const auto found = windows.find(reinterpret_cast<std::uintptr_t>(handle));
-  if (found != windows.end()) return &found->second;
-  if (machine::CurrentOrNotReady() != nullptr) platform::SetLastError(ERROR_INVALID_WINDOW_HANDLE);
-  return nullptr;
-}
+// What a call fails with for the handle of no window.
+DWORD NoWindow() { return machine::Current() == nullptr ? ERROR_NOT_READY : ERROR_INVALID_WINDOW_HANDLE; }
 
 void GiveText(Window *window, std::string text) {
   window->text = std::move(text);
@@ -63,22 +58,19 @@ void ReplaceSelection(Window *window, const char *text) {
 }  // namespace
 
 void *VXRMachine_CreateWindow(VXRMachine_WindowText callback, void *context) {
-  if (machine::CurrentOrNotReady() == nullptr) return nullptr;
+  if (machine::Current() == nullptr) return machine::FailWith(ERROR_NOT_READY, nullptr);
   try {
-    windows[lastHandle + 2] = {callback, context, "", 0, 0};
+    return machine::AddTo<void *>(&windows, Window{callback, context, "", 0, 0});
   } catch (const std::bad_alloc &) {
-    platform::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return nullptr;
+    return machine::FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
   }
-  lastHandle += 2;
-  return reinterpret_cast<void *>(lastHandle);
 }
 
-void VXRMachine_DestroyWindow(void *window) { windows.erase(reinterpret_cast<std::uintptr_t>(window)); }
+void VXRMachine_DestroyWindow(void *window) { machine::DropFrom(&windows, window); }
 
 namespace machine {
 
-void CloseWindows() { windows.clear(); }
+void CloseWindows() { windows.records.clear(); }
 
 }  // namespace machine
 
@@ -93,22 +85,22 @@ void OutputDebugStringA(const char *text) {
 
 BOOL SetWindowTextA(HWND window, const char *text) {
   VXR_FAULT(FALSE, ERROR_INVALID_WINDOW_HANDLE);
-  Window *found = FindWindow(window);
-  if (found == nullptr) return FALSE;
+  Window *found = machine::FindIn(&windows, window);
+  if (found == nullptr) return machine::FailWith(NoWindow());
   GiveText(found, text == nullptr ? "" : text);
   return TRUE;
 }
 
 int GetWindowTextLengthA(HWND window) {
   VXR_FAULT(0, ERROR_INVALID_WINDOW_HANDLE);
-  const Window *found = FindWindow(window);
-  return found == nullptr ? 0 : static_cast<int>(found->text.size());
+  const Window *found = machine::FindIn(&windows, window);
+  return found == nullptr ? machine::FailWith(NoWindow(), 0) : static_cast<int>(found->text.size());
 }
 
 LRESULT SendMessageA(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   VXR_FAULT(0, ERROR_INVALID_WINDOW_HANDLE);
-  Window *found = FindWindow(window);
-  if (found == nullptr) return 0;
+  Window *found = machine::FindIn(&windows, window);
+  if (found == nullptr) return machine::FailWith(NoWindow(), 0);
   const auto *text = reinterpret_cast<const char *>(lParam);
   if (message == EM_SETSEL) Select(found, wParam, lParam);
   if (message == EM_REPLACESEL && text != nullptr) ReplaceSelection(found, text);

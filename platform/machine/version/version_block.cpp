@@ -48,21 +48,21 @@ std::vector<BYTE> MakeVersionBlock(std::span<const BYTE> resource, std::size_t r
   return block;
 }
 
-DWORD QueryVersionBlock(const BYTE *block, std::string_view path, std::span<const BYTE> *value) {
+Status QueryVersionBlock(const BYTE *block, std::string_view path, std::span<const BYTE> *value) {
   Header header;
   std::memcpy(&header, block, sizeof header);
-  if (!IsWhole(header)) return ERROR_INVALID_DATA;
+  if (!IsWhole(header)) return Status::Windows(ERROR_INVALID_DATA);
   const std::span<const BYTE> resource(block + sizeof header, header.resourceSize);
   const std::optional<VersionValue> found = FindVersionValue(resource, path);
-  if (!found) return ERROR_RESOURCE_TYPE_NOT_FOUND;
+  if (!found) return Status::Windows(ERROR_RESOURCE_TYPE_NOT_FOUND);
   *value = resource.subspan(found->offset, found->size);
-  if (!found->text) return NO_ERROR;
+  if (!found->text) return {};
   const std::size_t offset = MirrorOffset(header.resourceSize) + found->offset;
   const void *end = offset < header.stored ? std::memchr(block + offset, 0, header.stored - offset) : nullptr;
-  if (end == nullptr) return ERROR_INVALID_DATA;
+  if (end == nullptr) return Status::Windows(ERROR_INVALID_DATA);
   const std::size_t length = static_cast<std::size_t>(static_cast<const BYTE *>(end) - (block + offset));
   *value = {block + offset, found->size == 0 ? 0 : length + 1};
-  return NO_ERROR;
+  return {};
 }
 
 }  // namespace machine

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/machine/base/status.h"
 #include "platform/platform.h"
 
 namespace machine {
@@ -22,8 +23,8 @@ std::size_t VersionBlockSize(std::size_t resourceSize);
 // kSmallestVersionBlock.
 std::vector<BYTE> MakeVersionBlock(std::span<const BYTE> resource, std::size_t room);
 
-// Stores where in the block a value stands, a text with its terminator. Returns NO_ERROR; ERROR_RESOURCE_TYPE_NOT_FOUND
-// when the block has no such value; ERROR_INVALID_DATA when it is cut before the value's end, or is no such block.
-DWORD QueryVersionBlock(const BYTE *block, std::string_view path, std::span<const BYTE> *value);
+// Stores where in the block a value stands, a text with its terminator. Fails with ERROR_RESOURCE_TYPE_NOT_FOUND when
+// the block has no such value; ERROR_INVALID_DATA when it is cut before the value's end, or is no such block.
+Status QueryVersionBlock(const BYTE *block, std::string_view path, std::span<const BYTE> *value);
 
 }  // namespace machine

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/machine/base/errors.h"
 #include "platform/machine/version/version_block.h"
 #include "platform/machine/version/version_tree.h"
 #include "tests/support/pe_builder.h"
@@ -51,8 +52,8 @@ VersionResource Read(std::string_view image, std::vector<BYTE> *resource) {
 // The value, or "!" and the error. An answer outside the block fails the test.
 std::string Ask(const Exact &block, std::string_view path) {
   std::span<const BYTE> value;
-  const DWORD error = machine::QueryVersionBlock(block.bytes.get(), path, &value);
-  if (error != NO_ERROR) return "!" + std::to_string(error);
+  const machine::Status queried = machine::QueryVersionBlock(block.bytes.get(), path, &value);
+  if (!queried) return "!" + std::to_string(WindowsError(queried));
   const bool inside =
       value.data() >= block.bytes.get() && value.data() + value.size() <= block.bytes.get() + block.size;
   EXPECT_TRUE(inside) << path;
