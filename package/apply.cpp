@@ -173,15 +173,19 @@ void ReportEdit(const RegistryEdit &edit) {
 
 }  // namespace
 
-void ReportPlan(const Plan &plan) {
+void ReportPlan(const Plan &plan, std::size_t firstEdit) {
   const CallTrace trace = TraceCall();
   trace.Check("service=%s:%u files:%u registry changes\n", plan.service.c_str(), static_cast<DWORD>(plan.files.size()),
-              static_cast<DWORD>(plan.edits.list.size()));
+              static_cast<DWORD>(plan.edits.list.size() - firstEdit));
   for (const PlannedFile &file : plan.files) {
     trace.Check("%s -> %s\n", file.source.c_str(), file.target.c_str());
     platform::ReportDecision(VXRMACHINE_PLAN_FILE, file.target.c_str(), file.source.c_str(), 0, file.size);
   }
-  for (const RegistryEdit &edit : plan.edits.list) ReportEdit(edit);
+  for (std::size_t i = firstEdit; i < plan.edits.list.size(); ++i) ReportEdit(plan.edits.list[i]);
+}
+
+void ReportRemarks(const Plan &plan) {
+  const CallTrace trace = TraceCall();
   for (const std::string &warning : plan.warnings) {
     trace.Warning("%s\n", warning.c_str());
     platform::ReportDecision(VXRMACHINE_PLAN_WARNING, warning.c_str());

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "bmext/load.h"
 #include "device/records.h"
 #include "engine/base/decisions.h"
 #include "engine/base/parameters.h"
@@ -27,7 +28,7 @@ struct RunChoice {
 };
 std::unique_ptr<RunChoice> run;
 
-// One device's choice. `planned`: how many changes of the plan belong to earlier devices.
+// One device's choice.
 struct Choice {
   std::vector<Candidate> candidates;
   OwnDriver own;
@@ -69,6 +70,7 @@ RunChoice *CurrentRun(const Caller &trace) {
   context.automaticRecord = VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic;
   if (!ReadRestoredTarget(made->pending, context.controlSet, &context.target)) return nullptr;
   if (!ReadRestoredPlaces(&context.places)) return nullptr;
+  context.systemDrive = std::string(VXRExt_GetWindowsPath()).substr(0, context.places.root.size());
   made->includes = RestoredIncludes(context.places);
   made->index = MakeIndex(context.target);
   if (!IndexDirectory(VXR_DIR_RLMINF, &made->index, trace)) return nullptr;
@@ -90,12 +92,10 @@ bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choic
   Plan plan;
   plan.edits = current.pending;
   if (!candidate->service.empty()) {
-    InfSource inf;
     Installation installation;
-    const bool planned = ReadInfSource(candidate->rank.path, current.index.settings, &inf, &candidate->refusalText) &&
-                         ReadInstallation(inf, candidate->writtenSection, current.context.target, current.includes,
-                                          &installation, &candidate->refusalText) &&
-                         PlanPackage(*candidate, installation, current.context, &plan, &candidate->refusalText);
+    const bool planned =
+        ReadCandidate(*candidate, current.index, current.includes, &installation, &candidate->refusalText) &&
+        PlanPackage(*candidate, installation, current.context, &plan, &candidate->refusalText);
     if (!planned) candidate->refusal = Refusal::kFileMissing;
     if (!planned) return false;
   }
@@ -180,12 +180,10 @@ bool RecordDriver(const Choice &choice, VXR_DEVICE *device) {
 
 // Tells what the plan is and, in injection mode, makes it so.
 bool CarryOut(RunChoice *current, Choice *choice, BOOL inject, const Caller &trace) {
-  RegistryEdits all = choice->plan.edits;
-  std::vector<RegistryEdit> &own = choice->plan.edits.list;
-  own.erase(own.begin(), own.begin() + static_cast<std::ptrdiff_t>(current->pending.list.size()));
+  ReportRemarks(choice->plan);
   if (!inject) {
-    ReportPlan(choice->plan);
-    current->pending = std::move(all);
+    ReportPlan(choice->plan, current->pending.list.size());
+    current->pending = std::move(choice->plan.edits);
     return true;
   }
   VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Updating registry for corresponding drivers...\n");
