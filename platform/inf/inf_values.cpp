@@ -1,6 +1,9 @@
-// A walk over a section's values that stores no line, for whoever looks at each value of a large section once. A line
-// with quotes or a continuation, which only the grammar itself can read, goes to it, and so does what follows.
+// A walk over a section's values that stores no line, for whoever looks at each value of a large section once. It goes
+// by the few characters that part a plain line, none of which is the second byte of a two-byte character. Quotes and
+// continuations only the grammar itself can read: a body with quotes goes to it, and the rest of one from a
+// continuation on.
 #include <algorithm>
+#include <cstring>
 
 #include "platform/inf/inf_file.h"
 #include "platform/inf/inf_lines.h"
@@ -14,8 +17,6 @@ struct ValueWalk {
   TakeInfValue take;
   void *context;
 };
-
-enum class LineOutcome { kRead, kStopped, kForGrammar };
 
 bool Take(const ValueWalk &walk, std::string_view value) {
   return value.empty() || walk.take(walk.context, value.substr(0, WholeCharacters(value, kInfFieldMax, walk.settings)));
@@ -32,7 +33,11 @@ bool WalkParsed(const ValueWalk &walk, std::string_view body) {
   return true;
 }
 
-// What a field says while nothing of it is quoted or continued.
+const char *FindChar(const char *begin, const char *end, char c) {
+  const void *found = begin < end ? std::memchr(begin, c, static_cast<std::size_t>(end - begin)) : nullptr;
+  return found != nullptr ? static_cast<const char *>(found) : end;
+}
+
 std::string_view Trimmed(const char *begin, const char *end) {
   const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f'; };
   while (begin < end && blank(*begin)) ++begin;
@@ -40,42 +45,29 @@ std::string_view Trimmed(const char *begin, const char *end) {
   return {begin, static_cast<std::size_t>(end - begin)};
 }
 
-LineOutcome WalkLine(const ValueWalk &walk, const char **position, const char *end) {
-  const auto classOf = [&walk](const char *c) { return walk.settings.classes[static_cast<unsigned char>(*c)]; };
-  const char *at = *position, *begin = at;
-  std::uint32_t field = 0;
-  bool hasKey = false;
-  InfChar kind = InfChar::kLineEnd;
-  for (;; ++at) {
-    kind = at < end ? classOf(at) : InfChar::kLineEnd;
-    if (kind == InfChar::kText || kind == InfChar::kBlank || kind == InfChar::kBackslash) continue;
-    if (kind == InfChar::kQuote) return LineOutcome::kForGrammar;
-    if (kind == InfChar::kComment || kind == InfChar::kLineEnd) break;
-    if (kind == InfChar::kLead) {
-      if (at + 1 < end && classOf(at + 1) != InfChar::kLineEnd) ++at;
-      continue;
-    }
-    // Behind the first of either, an "=" is text.
-    if (kind == InfChar::kEquals && field != 0) continue;
-    if (field == 0) hasKey = kind == InfChar::kEquals;
-    if (hasKey && field >= walk.first && !Take(walk, Trimmed(begin, at))) return LineOutcome::kStopped;
-    ++field;
-    begin = at + 1;
+// A line without its comment.
+bool WalkLine(const ValueWalk &walk, const char *begin, const char *end) {
+  const char *at = FindChar(begin, end, '=');
+  if (at == end || FindChar(begin, at, ',') != at) return true;  // no key
+  for (std::uint32_t field = 1; at != end; ++field) {
+    const char *comma = FindChar(++at, end, ',');
+    if (field >= walk.first && !Take(walk, Trimmed(at, comma))) return false;
+    at = comma;
   }
-  const std::string_view last = Trimmed(begin, at);
-  if (last.ends_with('\\')) return LineOutcome::kForGrammar;
-  if (hasKey && field >= walk.first && !Take(walk, last)) return LineOutcome::kStopped;
-  while (at < end && classOf(at) != InfChar::kLineEnd) ++at;
-  *position = std::min(at + 1, end);
-  return LineOutcome::kRead;
+  return true;
 }
 
 bool WalkBody(const ValueWalk &walk, std::string_view body) {
-  const char *at = body.data(), *end = at + body.size();
-  while (at < end) {
-    const LineOutcome outcome = WalkLine(walk, &at, end);
-    if (outcome == LineOutcome::kStopped) return false;
-    if (outcome == LineOutcome::kForGrammar) return WalkParsed(walk, {at, static_cast<std::size_t>(end - at)});
+  const char *at = body.data(), *const end = at + body.size();
+  if (FindChar(at, end, '"') != end) return WalkParsed(walk, body);
+  const char *feed = at;  // the next line feed, sought anew only when it is passed
+  for (bool found = false; at < end; found = true) {
+    if (!found || feed < at) feed = FindChar(at, end, '\n');
+    const char *lineEnd = FindChar(at, feed, '\r');
+    const char *textEnd = FindChar(at, lineEnd, ';');
+    if (Trimmed(at, textEnd).ends_with('\\')) return WalkParsed(walk, {at, static_cast<std::size_t>(end - at)});
+    if (!WalkLine(walk, at, textEnd)) return false;
+    at = lineEnd + 1 == feed ? feed + 1 : lineEnd + 1;
   }
   return true;
 }
