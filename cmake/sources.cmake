@@ -15,7 +15,11 @@ vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/res
 vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/published_name.cpp
           registry/mount/hive.cpp)
 vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
-          package/sources.cpp package/candidates.cpp package/own_drivers.cpp package/own_service.cpp package/plan.cpp package/apply.cpp)
+          package/reading.cpp package/service_lines.cpp package/plain_names.cpp package/driver_store.cpp
+          package/sources.cpp package/destinations.cpp package/image_facts.cpp package/candidates.cpp package/own_drivers.cpp package/own_service.cpp
+          package/plan.cpp
+          package/plan_files.cpp package/plan_services.cpp package/plan_registry.cpp package/registry_lines.cpp
+          package/file_bytes.cpp package/apply.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp
@@ -34,7 +38,7 @@ else()
   set(VXR_CODE_PAGE platform/text/code_page.cpp)
 endif()
 add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
-  platform/inf/inf_tokens.cpp platform/text/ansi_case.cpp ${VXR_CODE_PAGE})
+  platform/inf/inf_tokens.cpp platform/inf/inf_values.cpp platform/text/ansi_case.cpp ${VXR_CODE_PAGE})
 
 # What stands behind platform.h: Windows itself, or the described machine.
 set(VXR_BOTH_BUILDS platform/text/format.cpp platform/text/program_name.cpp)

@@ -1,6 +1,5 @@
 // The files that an install section copies.
 #include <cstring>
-#include <iterator>
 
 #include "engine/base/decisions.h"
 #include "engine/base/files.h"
@@ -35,17 +34,6 @@ const Destination &DestinationOf(const char *name) {
   const Destination *destination = kDestinations;
   while (std::strstr(name, destination->contains) == nullptr) ++destination;
   return *destination;
-}
-
-// Elsewhere than in the code pages that have them, the bytes of the raised digits are letters.
-RaisedDigits CodePageDigits() {
-  static constexpr WCHAR kRaised[] = {0xB9, 0xB2, 0xB3};
-  RaisedDigits raised = {};
-  for (SIZE_T i = 0; i < std::size(kRaised); ++i) {
-    platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, &kRaised[i], 1, raised.digit[i],
-                                  sizeof raised.digit[i] - 1, nullptr, nullptr);
-  }
-  return raised;
 }
 
 // Whether a name that an INF file gives is that of one file in the directory that we choose: no path that would lead

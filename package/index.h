@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -10,22 +11,21 @@
 
 namespace package {
 
-inline constexpr unsigned kIndexDepth = 32;      // folders below a directory
-inline constexpr unsigned kIndexFiles = 100000;  // INF files in all; further ones are told as unreadable
+inline constexpr unsigned kIndexDepth = 32;        // folders below a directory
+inline constexpr unsigned kIndexFolders = 100000;  // below all directories
+inline constexpr unsigned kIndexFiles = 100000;    // INF files in all
+inline constexpr unsigned kIndexIds = 65536;       // of one file
 
 struct IndexedFile {
   std::string path;
   bool inbox = false;
+  std::uint32_t firstId = 0;  // of Index::ids; they reach to those of the next file
 };
 
-// What could not be read, and why: an INF file, or a directory that is missing, unreadable or too deep.
+// What could not be read, and why: an INF file, or a directory that is missing, unreadable or too deep. The first file
+// or folder beyond what is counted stands for all further ones.
 struct UnreadFile {
   std::string path, reason;
-};
-
-struct IndexEntry {
-  std::uint64_t id = 0;    // hash of an id in upper case
-  std::uint32_t file = 0;  // of Index::files
 };
 
 struct Index {
@@ -33,7 +33,9 @@ struct Index {
   std::shared_ptr<const machine::InfSettings> settings;
   std::vector<IndexedFile> files;  // directory by directory, folder by folder, in name order without regard to case
   std::vector<UnreadFile> unread;
-  std::vector<IndexEntry> entries;  // by id, then file
+  std::vector<std::uint32_t> ids;     // hashes without regard to case, file by file; other ids may have the same
+  std::set<std::string> directories;  // looked into, in upper case
+  bool full = false;                  // no further file or folder is looked at
 };
 
 // How far indexing is, told now and then.
@@ -44,7 +46,10 @@ Index MakeIndex(const Target &target);
 // index already adds nothing. `inbox`: the running system's own inf directory, of which no folder below is looked into.
 void AddDirectory(Index *index, const std::string &directory, bool inbox, IndexProgress progress = nullptr,
                   void *context = nullptr);
-// The numbers, in file order, of the files that list any of the ids, in any section of any system.
+// Adds one INF file.
+void AddFile(Index *index, const std::string &path, bool inbox = false);
+// The numbers, in file order, of the files that list any of the ids, in any section of any system, and perhaps a few
+// more.
 std::vector<std::uint32_t> FilesListing(const Index &index, const std::vector<std::string> &ids);
 
 }  // namespace package

@@ -30,8 +30,16 @@ bool ReadBytes(const std::string &path, machine::InfBytes *bytes, std::string *r
   return true;
 }
 
-// The path up to its last separator that is a character of its own.
-std::string DirectoryOf(const std::string &path, const machine::InfSettings &settings) {
+}  // namespace
+
+std::shared_ptr<const machine::InfSettings> SettingsFor(const Target &target) {
+  auto settings =
+      std::make_shared<machine::InfSettings>(*machine::MakeInfSettings(platform::GetACP(), target.language));
+  settings->passOverTextBefore = true;
+  return settings;
+}
+
+std::string ParentOf(const std::string &path, const machine::InfSettings &settings) {
   std::size_t length = 0;
   for (std::size_t at = 0; at < path.size(); ++at) {
     const machine::InfChar kind = settings.classes[static_cast<unsigned char>(path[at])];
@@ -42,15 +50,6 @@ std::string DirectoryOf(const std::string &path, const machine::InfSettings &set
     }
   }
   return path.substr(0, length);
-}
-
-}  // namespace
-
-std::shared_ptr<const machine::InfSettings> SettingsFor(const Target &target) {
-  auto settings =
-      std::make_shared<machine::InfSettings>(*machine::MakeInfSettings(platform::GetACP(), target.language));
-  settings->passOverTextBefore = true;
-  return settings;
 }
 
 bool ReadInfSource(const std::string &path, const std::shared_ptr<const machine::InfSettings> &settings,
@@ -68,7 +67,7 @@ bool ReadInfSource(const std::string &path, const std::shared_ptr<const machine:
     return false;
   }
   source->path = path;
-  source->directory = DirectoryOf(path, *settings);
+  source->directory = ParentOf(path, *settings);
   return true;
 }
 

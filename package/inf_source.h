@@ -22,6 +22,9 @@ struct InfSource {
 // they stand ("%12%"), since they mean places of the restored system. Text before the first section is passed over.
 std::shared_ptr<const machine::InfSettings> SettingsFor(const Target &target);
 
+// The path up to its last separator, which no second byte of a two-byte character is; empty when it has none.
+std::string ParentOf(const std::string &path, const machine::InfSettings &settings);
+
 // Reads one file whole, in one opening. False, with what to tell in `*reason`, when it cannot be opened or read, is
 // larger than 64 MiB or is no INF text of this style.
 bool ReadInfSource(const std::string &path, const std::shared_ptr<const machine::InfSettings> &settings,

@@ -10,10 +10,11 @@
 namespace package {
 
 // A file of a copy list. `list` is the section that names it, empty for "@file"; names are as the INF file has them and
-// hostile.
+// hostile. The source's is the target's where the line gives none.
 struct FileLine {
   std::string list, target, source;
   DWORD flags = 0;
+  bool serves = false;  // a service of the installation names it as its binary
   std::size_t inf = 0;  // of Installation::infs
 };
 
@@ -61,13 +62,15 @@ struct Installation {
 // Where INF files that Include names are sought: the restored system's inf directory, then its driver store's folders
 // of that name. Empty: only the driver's own file.
 struct IncludePlaces {
-  std::string infDirectory, driverStore;
+  std::string infDirectory;
+  std::string driverStore;  // its FileRepository
 };
 
 // The section that the target takes for an install section's name (".ntamd64", ".nt", none); empty when there is none.
 std::string ActualSection(machine::InfFile *file, const std::string &name, const Target &target);
 
-// Reads what the section `name` of a model line asks for. False, with the reason, when no form of it is there.
+// Reads what the section `name` of a model line asks for. False, with the reason, when no form of it is there, or when
+// it asks for more than any driver does.
 bool ReadInstallation(const InfSource &inf, const std::string &name, const Target &target, const IncludePlaces &places,
                       Installation *installation, std::string *reason);
 

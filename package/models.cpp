@@ -106,6 +106,26 @@ bool FitsTarget(const Decoration &decoration, const Target &target) {
   return (target.suite & decoration.suite) == decoration.suite;
 }
 
+std::vector<ManufacturerLine> ReadManufacturers(machine::InfFile *file) {
+  std::vector<ManufacturerLine> manufacturers;
+  const machine::InfSection *section = machine::FindSection(file, "Manufacturer");
+  if (section == nullptr) return manufacturers;
+  std::size_t left = kModelsSections;
+  for (const machine::InfLine &line : section->lines) {
+    if (!line.hasKey) continue;
+    if (left-- == 0) break;
+    ManufacturerLine manufacturer;
+    manufacturer.name = machine::RawField(*section, line, 0);
+    // Without a value the name is the section's as well.
+    manufacturer.base = machine::FieldText(file, *section, line, line.valueCount == 0 ? 0 : 1);
+    for (std::uint32_t field = 2; field <= line.valueCount && left > 0; ++field, --left) {
+      manufacturer.decorations.push_back(machine::FieldText(file, *section, line, field));
+    }
+    manufacturers.push_back(std::move(manufacturer));
+  }
+  return manufacturers;
+}
+
 bool ChooseModels(const std::string &base, const std::vector<std::string> &decorations, const Target &target,
                   std::string *section) {
   Decoration best, parsed;

@@ -31,6 +31,7 @@ struct Plan {
 struct PlanContext {
   Target target;
   RestoredPlaces places;
+  std::string systemDrive;       // of `places.root` as the restored system itself will name it; empty: "C:"
   std::string controlSet;        // of the mounted hive, "ControlSet001"
   bool automaticRecord = false;  // the record that the hive needs; false: critical-device entries
   GUID classGuid = {};           // of the device

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "package/installation.h"
+#include "package/plain_names.h"
 
 namespace package {
 
@@ -28,21 +29,19 @@ struct RestoredPlaces {
 };
 
 // Finds a file of a package: where [SourceDisksFiles] declares it (".amd64" before plain), then beside the INF file,
-// then under its compressed name. A name or folder that would lead out of the INF file's directory is missing.
+// then under its compressed name, then in its cabinet. A name or folder that would lead out of the INF file's directory
+// is missing. Of an inbox INF file: in its system's own directories, a .sys also in that system's driver store.
 SourceFile FindSource(const InfSource &inf, const std::string &name, const Target &target);
 
-// Whether a name from an INF file is one component that Windows allows: no separator, colon, wildcard, control
-// character, device name, blank or dot at its end, and not empty.
-bool PlainName(const std::string &name);
-
 // Target path of a file of a copy list by [DestinationDirs]. A file of directory 13 (the package's own directory in the
-// driver store, which cannot be made offline) goes to the drivers directory. False, with the reason, when the list goes
-// to a place that is not in the restored system's directories or the name or sub-directory is not plain.
+// driver store, which cannot be made offline) goes to the drivers directory, and so does a service's own without a
+// destination; others without one go to the system directory. False, with the reason, when the list goes to a place
+// that is not in the restored system's directories or the name or sub-directory is not plain.
 bool ResolveTarget(const InfSource &inf, const FileLine &file, const RestoredPlaces &places, std::string *path,
                    std::string *reason);
 
-// A service's binary ("%12%\x.sys", "%13%\x.sys"): the file's name. False when it is not a plain name in a directory
-// that a boot driver can lie in.
+// A service's binary ("%12%\x.sys", "%13%\x.sys", "\SystemRoot\System32\drivers\x.sys"): the file's name. False when
+// it is not a plain name in or below the Windows directory or the package's own.
 bool BinaryName(const std::string &binary, std::string *name);
 
 // Facts of a driver image, read from its headers.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <iterator>
 
 #include "platform/platform.h"
 
@@ -26,4 +27,16 @@ inline bool IsDeviceName(const char *name, RaisedDigits (*raisedDigits)()) {
     if (length == 3 + std::strlen(digit) && std::strncmp(name + 3, digit, length - 3) == 0) return true;
   }
   return false;
+}
+
+// The raised digits of names in the ANSI code page. Elsewhere than in the code pages that have them, their bytes are
+// letters.
+inline RaisedDigits CodePageDigits() {
+  static constexpr WCHAR kRaised[] = {0xB9, 0xB2, 0xB3};
+  RaisedDigits raised = {};
+  for (SIZE_T i = 0; i < std::size(kRaised); ++i) {
+    platform::WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, &kRaised[i], 1, raised.digit[i],
+                                  sizeof raised.digit[i] - 1, nullptr, nullptr);
+  }
+  return raised;
 }

@@ -180,7 +180,11 @@ UINT SetupPromptForDiskA(HWND owner, const char *title, const char *diskName, co
 
 // Tells a host that watches the run what was decided, in fields: a kind of vxrcore/events.h, and for a refusal its
 // reason. On Windows nobody listens. Leaves the last error as it was.
-void ReportDecision(DWORD kind, const char *subject, const char *detail = nullptr, DWORD type = 0, DWORD64 size = 0);
+void ReportDecision(DWORD kind, const char *subject, const char *detail = nullptr, DWORD type = 0, DWORD64 size = 0,
+                    const char *text = nullptr);
+// The same of a registry value, in the fields that the event of writing it has: `key` below HKEY_LOCAL_MACHINE, data as
+// RegSetValueExA takes it.
+void ReportValue(DWORD kind, const char *key, const char *name, DWORD type, const BYTE *data, DWORD size);
 // The same of an error that the log tells: the function that met it, the line behind the function's name, and of a call
 // that failed its name and the system's error code; null and 0 for another.
 void ReportError(const char *function, const char *line, const char *call, DWORD code);

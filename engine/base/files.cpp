@@ -93,7 +93,7 @@ void ClearProtectingAttributes(const char *target, const Caller &trace) {
   }
 }
 
-void CopyOver(const char *source, const char *target, const Caller &trace) {
+BOOL CopyOver(const char *source, const char *target, const Caller &trace) {
   ClearProtectingAttributes(target, trace);
   BOOL copied = platform::CopyFileA(source, target, FALSE);
   if (!copied) {
@@ -101,6 +101,7 @@ void CopyOver(const char *source, const char *target, const Caller &trace) {
     copied = CopyByCommand(source, target, trace);
   }
   if (copied) trace.Check("copied ok:src=%s:tgt=%s\n", source, target);
+  return copied;
 }
 
 }  // namespace
@@ -173,6 +174,11 @@ BOOL VXREng_CopyFile(const char *source, const char *target, [[maybe_unused]] BO
   if (source != nullptr && target != nullptr) CopyOver(source, target, trace);
   // A driver that was already in place serves, even when it could not be replaced.
   return VXREng_FileExists(target);
+}
+
+BOOL VXREng_ReplaceFile(const char *source, const char *target) {
+  const CallTrace trace = TraceCall();
+  return Given(source, "szSource", trace) && Given(target, "szTarget", trace) && CopyOver(source, target, trace);
 }
 
 BOOL VXREng_FileExistsInDir(const char *directory, const char *name) {

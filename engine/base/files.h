@@ -26,6 +26,8 @@ BOOL VXREng_UnmapFile(VXR_FILEMAP *fileMap);
 // interpreter. TRUE when the target exists afterwards, even when it is an old one that no copy could replace. `flag` is
 // not used.
 BOOL VXREng_CopyFile(const char *source, const char *target, BOOL flag);
+// The same, but TRUE only when the target is the copy.
+BOOL VXREng_ReplaceFile(const char *source, const char *target);
 // VXREng_FileExists of the file in the directory. FALSE as well when either is null or empty, or (logged) when the path
 // does not fit 260 bytes.
 BOOL VXREng_FileExistsInDir(const char *directory, const char *name);

@@ -36,7 +36,7 @@ struct InfSettings {
   // What the directory ids %10%, %11%, %12% and %17% stand for. Empty: they stay as they stand.
   std::string windows, system, drivers, inf;
   std::array<InfChar, 256> classes = {};
-  bool twoByte = false;  // whether the code page has lead bytes
+  bool twoByte = false;             // whether the code page has lead bytes
   bool passOverTextBefore = false;  // text before the first section, which else refuses the file
 };
 
@@ -110,6 +110,12 @@ std::uint32_t FindSectionIndex(const InfFile &file, std::string_view name);
 const InfSection &ParsedSection(InfFile *file, std::uint32_t index);
 // Both in one; null when there is no such section.
 const InfSection *FindSection(InfFile *file, std::string_view name);
+
+// Gives `take` every value that is not empty, from field `first` (1 or more) on, of the section's lines with a key, in
+// file order and with its tokens not replaced. Parses and stores nothing. False when `take` returned false, which ends
+// the walk.
+using TakeInfValue = bool (*)(void *context, std::string_view value);
+bool WalkValues(const InfFile &file, std::uint32_t index, std::uint32_t first, TakeInfValue take, void *context);
 
 std::string_view SectionName(const InfFile &file, const InfSection &section);
 

@@ -171,7 +171,8 @@ inline BOOL VerQueryValueA(const void *block, const char *subBlock, void **value
 // --- User interaction ----------------------------------------------------------------------------------------------
 
 inline void OutputDebugStringA(const char *text) { ::OutputDebugStringA(text); }
-inline void ReportDecision(DWORD, const char *, const char *, DWORD, DWORD64) {}
+inline void ReportDecision(DWORD, const char *, const char *, DWORD, DWORD64, const char *) {}
+inline void ReportValue(DWORD, const char *, const char *, DWORD, const BYTE *, DWORD) {}
 inline void ReportError(const char *, const char *, const char *, DWORD) {}
 inline BOOL SetWindowTextA(HWND window, const char *text) { return ::SetWindowTextA(window, text); }
 inline int GetWindowTextLengthA(HWND window) { return ::GetWindowTextLengthA(window); }

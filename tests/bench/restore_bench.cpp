@@ -15,6 +15,7 @@
 
 #include "inf/field_reader.h"
 #include "log/log.h"
+#include "package/index.h"
 #include "registry/mount/hive.h"
 #include "registry/values.h"
 #include "tests/bench/bench_machine.h"
@@ -79,6 +80,38 @@ void OpenAndReadClass(benchmark::State &state) {
     CloseBenchMachine();
     state.ResumeTiming();
   }
+}
+
+// The least that an index can do: every file once into memory, through the calls that it has.
+void ReadThroughCalls(benchmark::State &state) {
+  const BenchMachine &machine = machines.at(static_cast<unsigned>(state.range(0)));
+  std::vector<std::string> names;
+  for (const auto &entry : fs::directory_iterator(machine.folder / "ram/drivers"))
+    names.push_back("X:\\drivers\\" + entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  OpenBenchMachine(machine);
+  for (auto _ : state) {
+    for (const std::string &name : names) {
+      const HANDLE file =
+          platform::CreateFileA(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+      DWORD size = platform::GetFileSize(file, nullptr);
+      const auto bytes = std::make_unique_for_overwrite<char[]>(size);
+      benchmark::DoNotOptimize(platform::ReadFile(file, bytes.get(), size, &size, nullptr));
+      platform::CloseHandle(file);
+    }
+  }
+  CloseBenchMachine();
+}
+
+void IndexDirectory(benchmark::State &state) {
+  const unsigned count = static_cast<unsigned>(state.range(0));
+  OpenBenchMachine(machines.at(count));
+  for (auto _ : state) {
+    package::Index index = package::MakeIndex({10, 0, 19045, package::kAmd64});
+    package::AddDirectory(&index, "X:\\drivers", false);
+    if (index.files.size() != count || index.ids.size() < 10 * count) state.SkipWithError("an incomplete index");
+  }
+  CloseBenchMachine();
 }
 
 void VerificationRun(benchmark::State &state) {
@@ -150,8 +183,8 @@ void LogLineBelowThreshold(benchmark::State &state) {
   CloseBenchMachine();
 }
 
-// Peak resident memory of one verification run above what was resident before it, in MB.
-double PeakMemory() {
+// Peak resident memory of what runs on the large machine above what was resident before it, in MB.
+double PeakMemory(void (*run)()) {
   const auto field = [](const char *name) {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);)
@@ -161,25 +194,31 @@ double PeakMemory() {
   OpenBenchMachine(machines.at(kMany));
   std::ofstream("/proc/self/clear_refs") << "5";
   const double before = field("VmRSS:");
-  VXREng_RunVXR(1, 0, nullptr, nullptr);
+  run();
   const double peak = field("VmHWM:") - before;
   CloseBenchMachine();
   return peak;
 }
 
-double peakMemory = 0;
+double peakMemory = 0, indexMemory = 0;
 
 }  // namespace
 
 void AddRestoreBenchmarks(const char *hive) {
   machines[kMany] = MakeBenchMachine(kMany, {});
   machines[kFew] = MakeBenchMachine(kFew, {});
-  peakMemory = PeakMemory();
+  peakMemory = PeakMemory([] { VXREng_RunVXR(1, 0, nullptr, nullptr); });
+  indexMemory = PeakMemory([] {
+    package::Index index = package::MakeIndex({});
+    package::AddDirectory(&index, "X:\\drivers", false);
+  });
   const auto add = [](const char *name, void (*function)(benchmark::State &)) {
     return benchmark::RegisterBenchmark(name, function)->Unit(benchmark::kMillisecond)->Repetitions(5);
   };
   add("ReadFiles", ReadFiles)->Arg(kMany);
   add("OpenAndReadClass", OpenAndReadClass)->Arg(kMany);
+  add("ReadThroughCalls", ReadThroughCalls)->Arg(kMany);
+  add("IndexDirectory", IndexDirectory)->Arg(kMany)->Arg(kFew);
   add("VerificationRun", VerificationRun)->Arg(kMany)->Arg(kFew);
   benchmark::RegisterBenchmark("LogLineBelowThreshold", LogLineBelowThreshold)->Repetitions(5);
   if (hive == nullptr) return;
@@ -196,10 +235,15 @@ void PrintRestoreRows(const Times &times) {
       "x");
   Row("run's time a file, 10,000 files to 1,250",
       times.Of("VerificationRun/10000") / kMany / (times.Of("VerificationRun/1250") / kFew), 1.2, "x");
+  Row("index of 10,000 files, to reading them", times.Of("IndexDirectory/10000") / times.Of("ReadThroughCalls/10000"),
+      2.0, "x");
+  Row("index's time a file, 10,000 files to 1,250",
+      times.Of("IndexDirectory/10000") / kMany / (times.Of("IndexDirectory/1250") / kFew), 1.2, "x");
   if (!corpusHive.empty())
     Row("mount, eight values, unmount, to libhivex alone",
         times.Of("MountEightValuesUnmount/") / times.Of("HivexAlone/"), 1.3, "x");
   Row("log line below the threshold", times.Of("LogLineBelowThreshold/"), 10.0, "ns");
   Row("peak memory of a run over 10,000 files", peakMemory, 64.0, "MB");
+  Row("peak memory of an index of 10,000 files", indexMemory, 64.0, "MB");
   for (const auto &[count, machine] : machines) RemoveBenchMachine(machine);
 }

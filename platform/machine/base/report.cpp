@@ -20,8 +20,9 @@ void Report(const VXRMachine_Event &event) {
 
 }  // namespace machine
 
-void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type, DWORD64 size) {
-  machine::Report({kind, type, size, subject, detail, nullptr});
+void platform::ReportDecision(DWORD kind, const char *subject, const char *detail, DWORD type, DWORD64 size,
+                              const char *text) {
+  machine::Report({kind, type, size, subject, detail, text});
 }
 
 void platform::ReportError(const char *function, const char *line, const char *call, DWORD code) {

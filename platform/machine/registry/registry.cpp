@@ -75,9 +75,9 @@ LSTATUS OpenBelow(HKEY root, const char *subKey, HKEY *key, KeyStep step) {
   return ERROR_SUCCESS;
 }
 
-void ReportWritten(const std::string &key, const char *name, const StoredValue &value) {
-  const std::string text = DataForPeople(value.type, value.bytes);
-  Report({VXRMACHINE_VALUE_WRITTEN, value.type, value.bytes.size(), key.c_str(), name, text.c_str()});
+void ReportData(DWORD kind, const char *key, const char *name, DWORD type, const std::vector<BYTE> &bytes) {
+  const std::string text = DataForPeople(type, bytes);
+  Report({kind, type, bytes.size(), key, name, text.c_str()});
 }
 
 std::string ReasonFor(LSTATUS status) {
@@ -122,7 +122,7 @@ LSTATUS SetOpenValue(HKEY key, const char *name, DWORD type, const BYTE *data, D
   if (data == nullptr && size != 0) return WithLastError(ERROR_INVALID_PARAMETER);
   StoredValue value{AnsiToUtf16(name), type, StoredData(type, data, size)};
   const Status set = SetValue(open->path, value);
-  if (set) ReportWritten(open->text, name, value);
+  if (set) ReportData(VXRMACHINE_VALUE_WRITTEN, open->text.c_str(), name, value.type, value.bytes);
   return WithLastError(set);
 }
 
@@ -275,6 +275,10 @@ LSTATUS RegCloseKey(HKEY key) {
   const bool known = key == HKEY_LOCAL_MACHINE || g_keys.erase(reinterpret_cast<ULONG_PTR>(key)) != 0;
   VXR_FAULT(FaultStatus(), ERROR_INVALID_HANDLE);
   return known ? ERROR_SUCCESS : WithLastError(ERROR_INVALID_HANDLE);
+}
+
+void ReportValue(DWORD kind, const char *key, const char *name, DWORD type, const BYTE *data, DWORD size) {
+  ReportData(kind, key, name, type, StoredData(type, data, size));
 }
 
 }  // namespace platform
