@@ -16,10 +16,11 @@ vxr_logic(registry registry/apply_edits.cpp registry/boot_record.cpp registry/ed
           registry/mount/hive.cpp registry/published_name.cpp registry/values.cpp)
 vxr_logic(package package/apply.cpp package/candidates.cpp package/destinations.cpp package/device_driver.cpp
           package/driver_store.cpp package/file_bytes.cpp package/find_drivers.cpp package/image_facts.cpp
-          package/index.cpp package/inf_source.cpp package/installation.cpp package/models.cpp package/own_drivers.cpp
-          package/own_service.cpp package/plain_names.cpp package/plan.cpp package/plan_files.cpp
-          package/plan_registry.cpp package/plan_services.cpp package/rank.cpp package/reading.cpp
-          package/registry_lines.cpp package/restored_system.cpp package/service_lines.cpp package/sources.cpp)
+          package/index.cpp package/inf_source.cpp package/installation.cpp package/judgement.cpp package/models.cpp
+          package/own_drivers.cpp package/own_service.cpp package/plain_names.cpp package/plan.cpp
+          package/plan_files.cpp package/plan_registry.cpp package/plan_services.cpp package/rank.cpp
+          package/reading.cpp package/registry_lines.cpp package/restored_system.cpp package/service_lines.cpp
+          package/sources.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp

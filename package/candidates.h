@@ -43,8 +43,17 @@ struct Candidate {
   std::string refusalText;
 };
 
-// All candidates for the device: one for each INF file, model line and id of the device that is that line's best, the
-// best first, refused ones behind in the same order.
-std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &device, const IncludePlaces &places);
+inline constexpr std::size_t kFileCandidates = 64;  // of one INF file; the best by their ids
+
+// All candidates for the device: one for each INF file, models line and id of the device that is that line's best, the
+// best first, refused ones behind in the same order. Of a Manufacturer line that lists the device for other systems
+// alone, the best of those. `unread`, when given, gets the files that could not be read again, and those with more
+// lines for the device than are looked at.
+std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &device, const IncludePlaces &places,
+                                      std::vector<UnreadFile> *unread = nullptr);
+
+// Reads what a candidate that is not refused asks for. False, with the reason, when that cannot be read any more.
+bool ReadCandidate(const Candidate &candidate, const Index &index, const IncludePlaces &places,
+                   Installation *installation, std::string *reason);
 
 }  // namespace package

@@ -13,6 +13,7 @@ namespace {
 // An install section's directives while they are read.
 struct InstallReader {
   Reading *reading;
+  const machine::InfSection *own;  // the section itself, which another is not that it needs
   RegistryReader registry;
   std::set<const machine::InfSection *> copyLists = {};  // that are read
   bool hasFeatureScore = false, hasVersion = false;
@@ -50,11 +51,11 @@ void ReadCopyFiles(const Directive &directive, InstallReader *in) {
   }
 }
 
-// A driver that is not of the section's own file has no say in how well the device is served.
-bool IsOwn(const Directive &directive) { return directive.inf == 0; }
+// What it needs has no say in how well the device is served.
+bool IsOwn(const Directive &directive, const InstallReader &in) { return directive.line.section == in.own; }
 
 void ReadFeatureScore(const Directive &directive, InstallReader *in) {
-  if (!IsOwn(directive) || in->hasFeatureScore) return;
+  if (!IsOwn(directive, *in) || in->hasFeatureScore) return;
   in->hasFeatureScore = true;
   const std::string text = Field(in->reading, directive.line, 1);
   std::string_view digits = text;
@@ -74,7 +75,7 @@ void TakeVersion(const FoundLine &line, Reading *reading) {
 }
 
 void ReadDriverVersion(const Directive &directive, InstallReader *in) {
-  if (!IsOwn(directive) || in->hasVersion) return;
+  if (!IsOwn(directive, *in) || in->hasVersion) return;
   in->hasVersion = true;
   TakeVersion(directive.line, in->reading);
 }
@@ -190,10 +191,10 @@ bool ReadInstallation(const InfSource &inf, const std::string &name, const Targe
   installation->infs.push_back(inf);
   installation->catalog = CatalogOf(file, target);
   Reading reading{target, places, installation};
-  InstallReader in{&reading, {&installation->registry}};
+  const FoundSection section = {0, machine::FindSection(file, installation->section)};
+  InstallReader in{&reading, section.section, {&installation->registry}};
   FoundLine version;
   if (FindLine(file, "Version", "DriverVer", &version)) TakeVersion(version, &reading);
-  const FoundSection section = {0, machine::FindSection(file, installation->section)};
   for (const Directive &directive : DirectivesOf(&reading, section)) ReadDirective(directive, &in);
   OrderRegistry(&installation->registry);
   ReadServices(&reading, ServicesOf(name, &reading));

@@ -50,7 +50,8 @@ std::vector<std::string> ReadList(const RegistryEdits &edits, const std::string 
 bool FindServices(const Search &search, const std::string &key, const std::string &service, const std::string &package,
                   OwnDriver *driver) {
   OwnService own;
-  if (!FindOwnService(search.edits, search.controlSet, service, package, search.places, &own)) return false;
+  if (!FindOwnService(search.edits, search.controlSet, service, package, search.places, search.target, &own))
+    return false;
   driver->service = own.name;
   driver->binary = own.binary;
   driver->storedBinary = own.storedBinary;
@@ -60,7 +61,7 @@ bool FindServices(const Search &search, const std::string &key, const std::strin
       // A device does not start without one of its filters. Some name their own service beside.
       if (machine::SameName(filter, service)) continue;
       if (driver->filters.size() == kFiltersMax ||
-          !FindOwnService(search.edits, search.controlSet, filter, package, search.places, &own)) {
+          !FindOwnService(search.edits, search.controlSet, filter, package, search.places, search.target, &own)) {
         return false;
       }
       driver->heldBack = driver->heldBack || own.heldBack;

@@ -1,19 +1,18 @@
 #include "package/own_service.h"
 
-#include <algorithm>
-#include <memory>
+#include <string_view>
 #include <vector>
 
 #include "engine/base/strings.h"
+#include "package/driver_store.h"
 #include "platform/inf/inf_file.h"
 #include "registry/boot_record.h"
 
 namespace package {
 namespace {
 
-constexpr DWORD kDriverTypes = 0xB;        // kernel, file system, recognizer
-constexpr std::size_t kPathMax = 8;        // components below the Windows directory
-constexpr std::size_t kStoreFolders = 64;  // of one INF file that are looked into
+constexpr DWORD kDriverTypes = 0xB;  // kernel, file system, recognizer
+constexpr std::size_t kPathMax = 8;  // components below the Windows directory
 
 bool IsFile(const std::string &path) {
   const DWORD attributes = platform::GetFileAttributesA(path.c_str());
@@ -43,35 +42,22 @@ bool InDriversDirectory(const std::vector<std::string> &parts) {
   return parts.size() == 3 && machine::SameName(parts[1], "drivers");
 }
 
-struct SearchCloser {
-  void operator()(HANDLE search) const { platform::FindClose(search); }
-};
-
-// Names of the directories that fit the pattern, in order; links are left out.
-std::vector<std::string> Folders(const std::string &pattern) {
-  std::vector<std::string> names;
-  WIN32_FIND_DATAA data = {};
-  const HANDLE found = platform::FindFirstFileA(pattern.c_str(), &data);
-  if (found == INVALID_HANDLE_VALUE) return names;
-  const std::unique_ptr<void, SearchCloser> search(found);
-  do {
-    const bool folder =
-        (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == FILE_ATTRIBUTE_DIRECTORY;
-    if (folder && PlainName(data.cFileName)) names.emplace_back(data.cFileName);
-  } while (names.size() < kStoreFolders && platform::FindNextFileA(search.get(), &data));
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-// The file in the package's folder of the driver store, else in another of that INF file. Empty when it is in none.
-std::string StoredFile(const std::string &package, const std::string &file, const RestoredPlaces &places) {
-  const std::size_t digits = package.rfind('_');
-  if (!PlainName(package) || digits == package.npos) return {};
-  const std::string store = places.system + "\\DriverStore\\FileRepository\\";
-  std::vector<std::string> folders = {package};
-  for (const std::string &name : Folders(store + package.substr(0, digits + 1) + "*")) folders.push_back(name);
+// The file in the package's folder of the driver store, else in another of that INF file and architecture. Empty when
+// it is in none.
+std::string StoredFile(const std::string &package, const std::string &file, const RestoredPlaces &places,
+                       const Target &target) {
+  constexpr std::string_view kInf = ".inf_";
+  const std::string folded = machine::FoldAnsiName(package);
+  const std::size_t inf = folded.find(machine::FoldAnsiName(kInf)), digits = package.rfind('_');
+  if (!PlainName(package) || inf == folded.npos) return {};
+  const std::string store = places.system + "\\DriverStore\\FileRepository";
+  const std::string family = store + '\\' + package.substr(0, digits + 1);
+  std::vector<std::string> folders = {store + '\\' + package};
+  for (std::string &folder : StoreFolders(store, package.substr(0, inf + kInf.size() - 1), target)) {
+    if (BeginsWith(folder.c_str(), family.c_str())) folders.push_back(std::move(folder));
+  }
   for (const std::string &folder : folders) {
-    std::string path = store + folder + '\\' + file;
+    std::string path = folder + '\\' + file;
     if (IsFile(path)) return path;
   }
   return {};
@@ -90,7 +76,8 @@ bool ImagePath(const RegistryEdits &edits, const std::string &key, const std::st
 }  // namespace
 
 bool FindOwnService(const RegistryEdits &edits, const std::string &controlSet, const std::string &name,
-                    const std::string &storePackage, const RestoredPlaces &places, OwnService *service) {
+                    const std::string &storePackage, const RestoredPlaces &places, const Target &target,
+                    OwnService *service) {
   const std::string key = controlSet + "\\Services\\" + name;
   DWORD type = 0, start = 0;
   std::string imagePath;
@@ -103,7 +90,7 @@ bool FindOwnService(const RegistryEdits &edits, const std::string &controlSet, c
   *service = {name, places.windows, {}, HeldBack(edits, controlSet, name)};
   for (const std::string &part : parts) service->binary += '\\' + part;
   if (IsFile(service->binary)) return true;
-  if (InDriversDirectory(parts)) service->storedBinary = StoredFile(storePackage, parts.back(), places);
+  if (InDriversDirectory(parts)) service->storedBinary = StoredFile(storePackage, parts.back(), places, target);
   return !service->storedBinary.empty();
 }
 

@@ -21,6 +21,7 @@ struct OwnService {
 // service is missing or is no driver's, or when its file is in neither place; a file outside the system's directory
 // counts for missing.
 bool FindOwnService(const RegistryEdits &edits, const std::string &controlSet, const std::string &name,
-                    const std::string &storePackage, const RestoredPlaces &places, OwnService *service);
+                    const std::string &storePackage, const RestoredPlaces &places, const Target &target,
+                    OwnService *service);
 
 }  // namespace package

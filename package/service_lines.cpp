@@ -122,6 +122,7 @@ void ReadServices(Reading *reading, const FoundSection &section) {
   if (section.section == nullptr) return;
   std::vector<std::string> missing;
   for (const Directive &directive : DirectivesOf(reading, section, &missing)) {
+    if (TooMuch(*reading)) return;
     if (machine::SameName(directive.key, "AddService")) {
       ReadAddService(reading, directive);
     } else if (!IsIgnored(directive.key)) {

@@ -221,6 +221,10 @@ TEST(InfFile, ReplacesTokens) {
   const std::shared_ptr<InfFile> keys = Read("[T]\n%name%=1\n\"%name%\"=2" + strings);
   EXPECT_THAT(ShowSection(keys.get(), "T"), ElementsAre("Fast Disk=<1>", "Fast Disk=<2>"));
   EXPECT_EQ(FindKey(keys.get(), keys->sections[0], "fast disk", 1), 1u);
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_EQ(FindKey(keys.get(), keys->sections[0], "fast disk"), 0u) << i;  // asked often, it has a table of its keys
+    ASSERT_EQ(FindKey(keys.get(), keys->sections[0], "slow disk"), kInfNone) << i;
+  }
 }
 
 TEST(InfFile, ChoosesTheLanguage) {

@@ -52,6 +52,9 @@ struct InfSection {
   std::string pool;            // the texts, without quotes, comments and continuations, tokens not yet replaced
   std::vector<InfSpan> texts;  // in `pool`
   std::vector<InfLine> lines;
+  std::size_t scanned = 0;  // lines that searches by key have looked at
+  // First line of each key; made when searches look at the lines again and again.
+  std::unique_ptr<NameTable<std::uint32_t>> firstOfKey;
 };
 
 struct InfBody {
