@@ -213,8 +213,13 @@ void Begin(Work *work) {
 // A service that the system has: its file in its place, and nothing that holds it back.
 void EnableService(const OwnService &service, const PlanContext &context, Plan *plan) {
   DWORD64 size = 0;
-  if (!service.storedBinary.empty() && ReadableSize(service.storedBinary, &size)) {
-    AddFile({service.storedBinary, service.binary, size, true}, context.places, plan);
+  if (!service.storedBinary.empty()) {
+    if (ReadableSize(service.storedBinary, &size)) {
+      AddFile({service.storedBinary, service.binary, size, true}, context.places, plan);
+    } else {
+      plan->warnings.push_back("The file " + service.storedBinary + " of the service " + service.name +
+                               " cannot be read.");
+    }
   }
   PlanServiceStart(service.name, &plan->edits);
 }
