@@ -69,6 +69,7 @@ bool IsKey(const Directive &directive, std::string_view key) { return machine::S
 void AppendDirectives(Reading *reading, const FoundSection &section, std::vector<Directive> *directives) {
   for (std::size_t i = 0; i < section.section->lines.size() && !TooMuch(*reading); ++i) {
     const FoundLine line = LineOf(*reading, section, i);
+    ++reading->spent;
     if (line.line->hasKey) directives->push_back({section.inf, Field(reading, line, 0), line});
   }
 }
