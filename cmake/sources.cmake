@@ -12,8 +12,8 @@ vxr_logic(base engine/base/parameters.cpp engine/base/status.cpp engine/base/str
           engine/base/processes.cpp)
 vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/restore_run.cpp engine/extension_job.cpp
           engine/boot_sector.cpp engine/boot_volume.cpp)
-vxr_logic(registry registry/values.cpp registry/edits.cpp registry/boot_record.cpp registry/published_name.cpp
-          registry/mount/hive.cpp)
+vxr_logic(registry registry/values.cpp registry/edits.cpp registry/edit_keys.cpp registry/apply_edits.cpp
+          registry/boot_record.cpp registry/published_name.cpp registry/mount/hive.cpp)
 vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
           package/reading.cpp package/service_lines.cpp package/plain_names.cpp package/driver_store.cpp
           package/sources.cpp package/destinations.cpp package/image_facts.cpp package/candidates.cpp package/own_drivers.cpp package/own_service.cpp

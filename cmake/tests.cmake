@@ -78,10 +78,11 @@ vxr_test(machine_base_test machine platform/text/code_page_test.cpp platform/mac
 target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp tests/support/hive_structure.cpp)
 vxr_test(machine_registry_test machine platform/machine/registry/registry_test.cpp platform/machine/hive/hive_test.cpp
          platform/machine/hive/hive_recovery_test.cpp)
-vxr_test(registry_test machine registry/values_test.cpp registry/boot_record_test.cpp registry/mount/hive_test.cpp)
+vxr_test(registry_test machine registry/values_test.cpp registry/edits_test.cpp registry/boot_record_test.cpp
+         registry/mount/hive_test.cpp)
 
 # Windows' own choice of drivers.
-vxr_test(package_test machine package/choice_test.cpp package/plan_test.cpp)
+vxr_test(package_test machine package/choice_test.cpp package/own_drivers_test.cpp package/plan_test.cpp)
 
 # The INF reader and what chooses among models sections.
 vxr_test(inf_file_test unit platform/inf/inf_file_test.cpp platform/machine/setup/decoration_test.cpp)

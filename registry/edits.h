@@ -6,7 +6,9 @@
 // RegSetValueExA takes them: with their terminators.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/platform.h"
@@ -24,7 +26,13 @@ struct RegistryEdit {
 };
 
 struct RegistryEdits {
-  std::vector<RegistryEdit> list;  // in order
+  std::vector<RegistryEdit> list;  // in order; only the functions below add to it
+
+  // What the list makes of keys and values, by their names without regard to case: numbers of edits, from 1 on.
+  std::unordered_map<std::string, std::size_t> keysMade, keysDeleted;  // the latest that has the key exist, or not
+  std::unordered_map<std::string, std::size_t> values;                 // the latest of a value, by key, NUL and name
+  // Of a key: names of sub-keys and of values that came into the list.
+  std::unordered_map<std::string, std::vector<std::string>> newKeys, newValues;
 };
 
 bool KeyExists(const RegistryEdits &edits, const std::string &key);

@@ -6,31 +6,27 @@
 
 #include "log/log.h"
 #include "platform/scope_guard.h"
+#include "registry/opened_key.h"
 #include "vxrcore/events.h"
 
 namespace {
-
-struct KeyCloser {
-  void operator()(HKEY key) const { platform::RegCloseKey(key); }
-};
-using OpenedKey = std::unique_ptr<HKEY__, KeyCloser>;
 
 // Windows gives a control set's name three digits.
 constexpr DWORD kLastControlSet = 999;
 
 constexpr const char *kKeys[] = {
-    "SYSTEM",                                                       // VXR_KEY_SYSTEM
-    "SYSTEM\\CurrentControlSet",                                    // VXR_KEY_CCS
-    "SYSTEM\\CurrentControlSet\\Control\\Class",                    // VXR_KEY_CLASS
-    "SYSTEM\\CurrentControlSet\\Control\\CriticalDeviceDatabase",   // VXR_KEY_CRITDEVDB
-    "SYSTEM\\CurrentControlSet\\Services",                          // VXR_KEY_SERVICES
-    "SYSTEM\\CurrentControlSet\\ENUM",                              // VXR_KEY_ENUM
-    "SYSTEM_ORG",                                                   // VXR_KEY_ORG_SYSTEM
-    "SYSTEM_ORG\\ControlSet%03u",                                   // VXR_KEY_ORG_CCS
-    "SYSTEM_ORG\\ControlSet%03u\\Control\\Class",                   // VXR_KEY_ORG_CLASS
-    "SYSTEM_ORG\\ControlSet%03u\\Control\\CriticalDeviceDatabase",  // VXR_KEY_ORG_CRITDEVDB
-    "SYSTEM_ORG\\ControlSet%03u\\Services",                         // VXR_KEY_ORG_SERVICES
-    "SYSTEM_ORG\\ControlSet%03u\\ENUM",                             // VXR_KEY_ORG_ENUM
+    "SYSTEM",                                                               // VXR_KEY_SYSTEM
+    "SYSTEM\\CurrentControlSet",                                            // VXR_KEY_CCS
+    "SYSTEM\\CurrentControlSet\\Control\\Class",                            // VXR_KEY_CLASS
+    "SYSTEM\\CurrentControlSet\\Control\\CriticalDeviceDatabase",           // VXR_KEY_CRITDEVDB
+    "SYSTEM\\CurrentControlSet\\Services",                                  // VXR_KEY_SERVICES
+    "SYSTEM\\CurrentControlSet\\ENUM",                                      // VXR_KEY_ENUM
+    VXR_RESTORED_HIVE,                                                      // VXR_KEY_ORG_SYSTEM
+    VXR_RESTORED_HIVE "\\ControlSet%03u",                                   // VXR_KEY_ORG_CCS
+    VXR_RESTORED_HIVE "\\ControlSet%03u\\Control\\Class",                   // VXR_KEY_ORG_CLASS
+    VXR_RESTORED_HIVE "\\ControlSet%03u\\Control\\CriticalDeviceDatabase",  // VXR_KEY_ORG_CRITDEVDB
+    VXR_RESTORED_HIVE "\\ControlSet%03u\\Services",                         // VXR_KEY_ORG_SERVICES
+    VXR_RESTORED_HIVE "\\ControlSet%03u\\ENUM",                             // VXR_KEY_ORG_ENUM
 };
 static_assert(std::size(kKeys) == VXR_KEY_ORG_ENUM + 1);
 
@@ -107,8 +103,8 @@ OpenedKey OpenOrCreateKey(HKEY root, const char *szKey, const Caller &trace) {
 DWORD VXRReg_GetControlSetIndex(BOOL live) {
   const CallTrace trace = TraceCall();
   DWORD type = 0, size = 0, index = 1;
-  const HeapText data = VXRReg_GetRegistryValue(HKEY_LOCAL_MACHINE, live ? "SYSTEM\\Select" : "SYSTEM_ORG\\Select",
-                                                "Current", &type, &size);
+  const HeapText data = VXRReg_GetRegistryValue(
+      HKEY_LOCAL_MACHINE, live ? "SYSTEM\\Select" : VXR_RESTORED_HIVE "\\Select", "Current", &type, &size);
   if (data == nullptr || size < sizeof index) return 1;
   std::memcpy(&index, data.get(), sizeof index);
   if (index >= 1 && index <= kLastControlSet) return index;

@@ -3,6 +3,9 @@
 
 #include "log/heap.h"
 
+// The key below HKEY_LOCAL_MACHINE at which the restored system's hive is mounted.
+#define VXR_RESTORED_HIVE "SYSTEM_ORG"
+
 // Key types: 0 to 5 name keys of the running system, 6 to 11 keys of the hive mounted at SYSTEM_ORG, in its control
 // set.
 enum : DWORD {

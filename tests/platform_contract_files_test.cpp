@@ -199,6 +199,61 @@ TEST_F(FilesContract, Searches) {
   for (const auto &row : rows) EXPECT_PRED2(Agrees, Found(row.pattern), row.gives) << row.pattern;
 }
 
+// Every name that a search gives, sorted, a directory's with a backslash; then the error behind the last.
+std::string AllFound(const char *pattern) {
+  WIN32_FIND_DATAA data = {};
+  const HANDLE search = platform::FindFirstFileA(pattern, &data);
+  if (search == INVALID_HANDLE_VALUE) return LastError();
+  std::vector<std::string> names;
+  std::string end;
+  do {
+    names.push_back(data.cFileName + std::string((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? "\\" : ""));
+    end = Outcome([&] { return platform::FindNextFileA(search, &data); });
+  } while (end == "ok");
+  platform::FindClose(search);
+  std::sort(names.begin(), names.end());
+  std::string all;
+  for (const std::string &name : names) all += name + ' ';
+  return all + end;
+}
+
+TEST_F(FilesContract, AllMatches) {
+  for (const char *name : {"a.inf", "B.INF", "c.sys", "sub/in.inf"}) WriteFile(std::string("ram/find/") + name, "");
+  Open();
+  const struct {
+    const char *pattern, *gives;
+  } rows[] = {
+      {"X:\\find\\*", "..\\ .\\ B.INF a.inf c.sys sub\\ 18"},
+      {"X:\\find\\*.inf", "B.INF a.inf 18"},
+      {"X:\\find\\a.inf", "a.inf 18"},
+      {"X:\\find\\sub\\*.inf", "in.inf 18"},
+  };
+  for (const auto &row : rows) EXPECT_EQ(AllFound(row.pattern), row.gives) << row.pattern;
+  WIN32_FIND_DATAA data = {};
+  EXPECT_EQ(Outcome([&] { return platform::FindNextFileA(INVALID_HANDLE_VALUE, &data); }), "6");
+}
+
+TEST_F(FilesContract, Directories) {
+  WriteFile("ram/file", "text");
+  Open();
+  const struct {
+    const char *path, *makes, *room;
+  } rows[] = {
+      {"X:\\new", "ok", "ok"},    {"X:\\NEW", "183", "ok"},      {"X:\\new\\below\\", "ok", "ok"},
+      {"X:\\file", "183", "267"}, {"X:\\none\\below", "3", "3"}, {"X:\\file\\below", "3", "3!"},
+      {"X:\\", "183!", "ok"},     {"X:\\a|b", "123", "123!"},    {"", "3", "3!"},
+      {"Q:\\new", "3", "3"},
+  };
+  for (const auto &row : rows) {
+    ULARGE_INTEGER room = {};
+    EXPECT_PRED2(Agrees, Outcome([&] { return platform::CreateDirectoryA(row.path, nullptr); }), row.makes) << row.path;
+    const std::string told = Outcome([&] { return platform::GetDiskFreeSpaceExA(row.path, &room, nullptr, nullptr); });
+    EXPECT_PRED2(Agrees, told, row.room) << row.path;
+    EXPECT_EQ(room.QuadPart != 0, told == "ok") << row.path;
+  }
+  EXPECT_EQ(Outcome([] { return platform::CopyFileA("X:\\file", "X:\\new\\below\\file", TRUE); }), "ok");
+}
+
 TEST_F(FilesContract, Copies) {
   WriteFile("ram/source", "new");
   WriteFile("ram/hidden", "new");

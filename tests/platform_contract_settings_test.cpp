@@ -1,5 +1,6 @@
 // What the calls on the registry and on settings files give, on Windows and on the described machine alike.
 #include <string>
+#include <vector>
 
 #include "tests/support/contract.h"
 #include "tests/support/test_machine.h"
@@ -178,6 +179,8 @@ TEST_F(RegistryContract, Settings) {
       {"", REG_SZ, "default", 8, "ok", "ok type 1 size 8 default<00>~~"},
       {nullptr, REG_SZ, "again", 6, "ok", "ok type 1 size 6 again<00>~~~~"},
       {"Odd", 77, "abc", 3, "ok", "ok type 77 size 3 abc~~~~~~~"},
+      {"Driver", 0xFFFF0012, "abc", 3, "ok", "ok type 4294901778 size 3 abc~~~~~~~"},
+      {"Mark", REG_NONE, nullptr, 0, "ok", "ok type 0 size 0 ~~~~~~~~~~"},
       {"Small", REG_DWORD, "ab", 2, "ok", "ok type 4 size 2 ab~~~~~~~~"},
       {"a\\b/c", REG_SZ, "x", 2, "ok", "ok type 1 size 2 x<00>~~~~~~~~"},
   };
@@ -186,6 +189,75 @@ TEST_F(RegistryContract, Settings) {
     EXPECT_EQ(Status(platform::RegSetValueExA(key.key, row.name, 0, row.type, data, row.size)), row.gives) << row.name;
     EXPECT_EQ(Queried(key.key, row.name, 10), row.then) << (row.name == nullptr ? "null" : row.name);
   }
+}
+
+// The names that the key lists, sorted, each value's with type and size; then the error behind the last.
+std::string Listed(HKEY key, bool values) {
+  std::vector<std::string> names;
+  for (DWORD index = 0;; ++index) {
+    Buffer name;
+    DWORD type = 99, size = 99;
+    const LSTATUS status =
+        values ? platform::RegEnumValueA(key, index, name.bytes, &name.size, nullptr, &type, nullptr, &size)
+               : platform::RegEnumKeyExA(key, index, name.bytes, &name.size, nullptr, nullptr, nullptr, nullptr);
+    if (status != ERROR_SUCCESS) {
+      std::sort(names.begin(), names.end());
+      std::string list;
+      for (const std::string &each : names) list += each + ' ';
+      return list + Status(status);
+    }
+    EXPECT_EQ(name.size, std::strlen(name.bytes));
+    names.push_back(name.bytes + (values ? ":" + std::to_string(type) + ":" + std::to_string(size) : ""));
+  }
+}
+
+// The first value of a key with one, in buffers of that many bytes.
+std::string FirstValue(HKEY key, DWORD nameSize, DWORD dataSize) {
+  Buffer name(nameSize), data(dataSize);
+  const LSTATUS status = platform::RegEnumValueA(key, 0, name.bytes, &name.size, nullptr, nullptr,
+                                                 reinterpret_cast<BYTE *>(data.bytes), &data.size);
+  return status != ERROR_SUCCESS ? Status(status) : name.Text() + ' ' + std::to_string(data.size);
+}
+
+std::string DeletedKey(const char *path) { return Status(platform::RegDeleteKeyA(HKEY_LOCAL_MACHINE, path)); }
+
+TEST_F(RegistryContract, ListsAndDeletions) {
+  Open(R"([registry.'SOFTWARE\Varnelt\Lists']
+'' = 'four'
+Number = 7
+[registry.'SOFTWARE\Varnelt\Lists\Below\Deep']
+Number = 8
+[registry.'SOFTWARE\Varnelt\Lists\other']
+Text = ''
+)");
+  const Key key("SOFTWARE\\Varnelt\\Lists");
+  EXPECT_EQ(Listed(key.key, false), "Below other 259");
+  EXPECT_EQ(Listed(key.key, true), ":1:5 Number:4:4 259");
+  const Key deep("SOFTWARE\\Varnelt\\Lists\\Below\\Deep");
+  EXPECT_EQ(FirstValue(deep.key, 7, 4), "Number 4");
+  EXPECT_EQ(FirstValue(deep.key, 6, 4), "234");
+  EXPECT_EQ(FirstValue(deep.key, 7, 3), "234");
+  Buffer name(5);
+  EXPECT_EQ(Status(platform::RegEnumKeyExA(key.key, 0, name.bytes, &name.size, nullptr, nullptr, nullptr, nullptr)),
+            "234");
+  EXPECT_EQ(Listed(nullptr, false) + ' ' + Listed(nullptr, true), "6 6");
+
+  EXPECT_EQ(Status(platform::RegDeleteValueA(key.key, "NUMBER")), "ok");
+  EXPECT_EQ(Status(platform::RegDeleteValueA(key.key, "Number")), "2");
+  EXPECT_EQ(Status(platform::RegDeleteValueA(key.key, nullptr)), "ok");
+  EXPECT_EQ(Status(platform::RegDeleteValueA(nullptr, "Number")), "6");
+  EXPECT_EQ(Listed(key.key, true), "259");
+  const struct {
+    const char *path, *gives;
+  } rows[] = {
+      {"SOFTWARE\\Varnelt\\Lists\\Below", "5"},        {"SOFTWARE\\Varnelt\\Lists\\none", "2"},
+      {"SOFTWARE\\Varnelt\\none\\none", "2"},          {"\\SOFTWARE\\Varnelt\\Lists\\other", "161"},
+      {"SOFTWARE\\Varnelt\\Lists\\OTHER\\", "ok"},     {"SOFTWARE\\Varnelt\\Lists\\other", "2"},
+      {"SOFTWARE\\Varnelt\\Lists\\Below\\deep", "ok"}, {nullptr, "87"},
+  };
+  for (const auto &row : rows) EXPECT_EQ(DeletedKey(row.path), row.gives) << (row.path ? row.path : "null");
+  EXPECT_EQ(Listed(key.key, false), "Below 259");
+  EXPECT_EQ(Opened(platform::RegCreateKeyA, key.key, "Below\\Deep"), "ok none") << "made anew, and empty";
 }
 
 // --- Settings files -------------------------------------------------------------------------------------------------

@@ -26,6 +26,7 @@ inline void *HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size) {
 
 inline BOOL HeapFree(HANDLE heap, DWORD flags, void *memory) { return ::HeapFree(heap, flags, memory); }
 inline BOOL IsDBCSLeadByte(BYTE byte) { return ::IsDBCSLeadByte(byte); }
+inline UINT GetACP() { return ::GetACP(); }
 inline DWORD CharUpperBuffA(char *text, DWORD length) { return ::CharUpperBuffA(text, length); }
 inline DWORD CharLowerBuffA(char *text, DWORD length) { return ::CharLowerBuffA(text, length); }
 
@@ -50,6 +51,19 @@ inline LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD reserved, D
                               DWORD size) {
   return ::RegSetValueExA(key, valueName, reserved, type, data, size);
 }
+
+inline LSTATUS RegEnumKeyExA(HKEY key, DWORD index, char *name, DWORD *length, DWORD *reserved, char *className,
+                             DWORD *classLength, FILETIME *written) {
+  return ::RegEnumKeyExA(key, index, name, length, reserved, className, classLength, written);
+}
+
+inline LSTATUS RegEnumValueA(HKEY key, DWORD index, char *name, DWORD *length, DWORD *reserved, DWORD *type, BYTE *data,
+                             DWORD *size) {
+  return ::RegEnumValueA(key, index, name, length, reserved, type, data, size);
+}
+
+inline LSTATUS RegDeleteKeyA(HKEY root, const char *subKey) { return ::RegDeleteKeyA(root, subKey); }
+inline LSTATUS RegDeleteValueA(HKEY key, const char *valueName) { return ::RegDeleteValueA(key, valueName); }
 
 inline LSTATUS RegCloseKey(HKEY key) {
   const KeptError kept;
@@ -132,7 +146,17 @@ inline BOOL CopyFileA(const char *source, const char *target, BOOL failIfExists)
   return ::CopyFileA(source, target, failIfExists);
 }
 
+inline BOOL CreateDirectoryA(const char *name, void *security) {
+  return ::CreateDirectoryA(name, static_cast<SECURITY_ATTRIBUTES *>(security));
+}
+
+inline BOOL GetDiskFreeSpaceExA(const char *directory, ULARGE_INTEGER *available, ULARGE_INTEGER *total,
+                                ULARGE_INTEGER *totalFree) {
+  return ::GetDiskFreeSpaceExA(directory, available, total, totalFree);
+}
+
 inline HANDLE FindFirstFileA(const char *pattern, WIN32_FIND_DATAA *data) { return ::FindFirstFileA(pattern, data); }
+inline BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA *data) { return ::FindNextFileA(search, data); }
 inline BOOL FindClose(HANDLE search) { return ::FindClose(search); }
 
 // --- Settings files ------------------------------------------------------------------------------------------------

@@ -15,7 +15,7 @@ char *szCurHiveFile = nullptr;
 
 namespace {
 
-constexpr const char *kMountPoint = "HKLM\\SYSTEM_ORG";
+constexpr const char *kMountPoint = "HKLM\\" VXR_RESTORED_HIVE;
 
 constexpr SIZE_T kCommandSize = 512;
 

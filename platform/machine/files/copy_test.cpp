@@ -138,6 +138,29 @@ TEST_F(CopyTest, ARehearsalKnowsWhoAsks) {
   ASSERT_EQ(seteuid(0), 0);
 }
 
+TEST_F(CopyTest, ARehearsedDirectoryTakesFiles) {
+  WriteFile("restored/a.sys", "old");
+  WriteFile("ram/drivers/large", std::string(1 << 20, 'x'));
+  Open();
+  ULARGE_INTEGER before = {}, after = {};
+  ASSERT_TRUE(VXRMachine_Rehearse(1));
+  EXPECT_EQ(Copy(kSource, R"(D:\new\sub\a.sys)"), ERROR_PATH_NOT_FOUND);
+  EXPECT_TRUE(platform::CreateDirectoryA(R"(D:\new)", nullptr) && platform::CreateDirectoryA(R"(D:\NEW\sub)", nullptr));
+  EXPECT_FALSE(platform::CreateDirectoryA(R"(D:\New)", nullptr));
+  EXPECT_EQ(platform::GetFileAttributesA(R"(D:\new\sub)"), DWORD{FILE_ATTRIBUTE_DIRECTORY});
+  EXPECT_TRUE(platform::GetDiskFreeSpaceExA(R"(D:\new\sub\)", &before, nullptr, nullptr));
+  EXPECT_EQ(Copy(R"(X:\drivers\large)", R"(D:\new\SUB\a.sys)"), NO_ERROR);
+  EXPECT_TRUE(platform::GetDiskFreeSpaceExA(R"(D:\)", &after, nullptr, nullptr));
+  EXPECT_LE(after.QuadPart + (1 << 19), before.QuadPart) << "others use the disk too";
+  WIN32_FIND_DATAA data = {};
+  const HANDLE search = platform::FindFirstFileA(R"(D:\new\sub\A.SYS)", &data);
+  EXPECT_TRUE(platform::FindClose(search));
+  EXPECT_EQ(data.nFileSizeLow, 1u << 20);
+  ASSERT_TRUE(VXRMachine_Rehearse(0));
+  EXPECT_THAT(Names("restored"), testing::ElementsAre("a.sys"));
+  EXPECT_EQ(Copy(kSource, R"(D:\new\a.sys)"), ERROR_PATH_NOT_FOUND);
+}
+
 TEST_F(CopyTest, TheCommandTellsOnlyWhatIsNew) {
   WriteFile("restored/a.sys", "old");
   Open();
