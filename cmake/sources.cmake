@@ -16,8 +16,8 @@ vxr_logic(registry registry/values.cpp registry/edits.cpp registry/edit_keys.cpp
           registry/boot_record.cpp registry/published_name.cpp registry/mount/hive.cpp)
 vxr_logic(package package/inf_source.cpp package/index.cpp package/models.cpp package/rank.cpp package/installation.cpp
           package/reading.cpp package/service_lines.cpp package/plain_names.cpp package/driver_store.cpp
-          package/sources.cpp package/destinations.cpp package/image_facts.cpp package/candidates.cpp package/own_drivers.cpp package/own_service.cpp
-          package/plan.cpp
+          package/sources.cpp package/destinations.cpp package/image_facts.cpp package/candidates.cpp
+          package/own_drivers.cpp package/own_service.cpp package/plan.cpp
           package/plan_files.cpp package/plan_services.cpp package/plan_registry.cpp package/registry_lines.cpp
           package/file_bytes.cpp package/apply.cpp)
 vxr_logic(restore restore/settings.cpp)

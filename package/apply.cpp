@@ -1,20 +1,16 @@
 #include "package/apply.h"
 
-#include <algorithm>
-
 #include "engine/base/files.h"
 #include "engine/base/status.h"
 #include "engine/base/strings.h"
 #include "log/log.h"
 #include "package/file_bytes.h"
+#include "registry/edit_keys.h"
+#include "registry/values.h"
 #include "vxrcore/events.h"
 
 namespace package {
 namespace {
-
-constexpr char kHive[] = "SYSTEM_ORG";  // where the restored hive is mounted, below HKEY_LOCAL_MACHINE
-
-std::string MountedKey(const std::string &key) { return std::string(kHive) + '\\' + key; }
 
 // What a failure is told by: the log's line, and to the caller what it is about.
 bool FailFor(const char *what, const std::string &subject, const Caller &trace, std::string *failed) {
@@ -74,14 +70,14 @@ bool CheckRoom(const std::vector<PlannedFile> &files, const Caller &trace, std::
 bool CheckHive(const RegistryEdits &edits, const Caller &trace, std::string *failed) {
   if (edits.list.empty()) return true;
   HKEY key = nullptr;
-  const LSTATUS status = platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, kHive, &key);
+  const LSTATUS status = platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, VXR_RESTORED_HIVE, &key);
   if (status == ERROR_SUCCESS) {
     platform::RegCloseKey(key);
     return true;
   }
   platform::SetLastError(static_cast<DWORD>(status));
-  trace.Failed("RegOpenKey", kHive);
-  *failed = kHive;
+  trace.Failed("RegOpenKey", VXR_RESTORED_HIVE);
+  *failed = VXR_RESTORED_HIVE;
   return false;
 }
 
@@ -202,7 +198,10 @@ ApplyResult ApplyPlan(const Plan &plan, std::string *failed) {
     return ApplyResult::kFileNotCopied;
   }
   bool restored = true;
-  if (ApplyEdits(plan.edits, failed, &restored)) return ApplyResult::kDone;
+  if (ApplyEdits(plan.edits, failed, &restored)) {
+    failed->clear();  // of a file that is not needed
+    return ApplyResult::kDone;
+  }
   if (!restored) trace.Error("the hive is not as it was, do not save it:%s\n", failed->c_str());
   TellLeftFiles(copied, trace);
   return ApplyResult::kHiveNotChanged;

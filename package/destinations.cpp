@@ -56,17 +56,17 @@ bool FindDestination(const InfSource &inf, const FileLine &file, FoundLine *line
   return FindLine(inf.file.get(), "DestinationDirs", "DefaultDestDir", line);
 }
 
-std::string PlaceOf(long id, const RestoredPlaces &places) {
-  const auto *place = std::find_if(std::begin(kPlaces), std::end(kPlaces), [id](const Place &p) { return p.id == id; });
-  if (place == std::end(kPlaces) || (places.*place->base).empty()) return {};
-  return JoinNames(places.*place->base, place->below);
-}
-
 // What a service's binary may begin with.
 constexpr const char *kBinaryPlaces[] = {"%10%\\",         "%11%\\",         "%12%\\",    "%13%\\",
                                          "\\SystemRoot\\", "%SystemRoot%\\", "System32\\"};
 
 }  // namespace
+
+std::string PlaceOf(long id, const RestoredPlaces &places) {
+  const auto *place = std::find_if(std::begin(kPlaces), std::end(kPlaces), [id](const Place &p) { return p.id == id; });
+  if (place == std::end(kPlaces) || (places.*place->base).empty()) return {};
+  return JoinNames(places.*place->base, place->below);
+}
 
 bool ResolveTarget(const InfSource &inf, const FileLine &file, const RestoredPlaces &places, std::string *path,
                    std::string *reason) {

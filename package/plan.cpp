@@ -69,6 +69,12 @@ void AddStrings(const std::string &text, machine::InfFile *file, BootRecord *rec
   }
 }
 
+bool HasCatalog(const Work &work) {
+  const std::string &catalog = work.installation.catalog;
+  return !catalog.empty() &&
+         FindSource(work.installation.infs.front(), catalog, work.context.target).state == SourceState::kFound;
+}
+
 // What of the record the model line and the section give.
 BootRecord RecordOf(const Work &work) {
   const Candidate &candidate = work.candidate;
@@ -91,7 +97,7 @@ BootRecord RecordOf(const Work &work) {
   const char *name = LastBackslash(inf.path.c_str());
   record.infName = name != nullptr ? name + 1 : inf.path;
   record.infPath = inf.directory;
-  record.catalog = installation.catalog;
+  if (HasCatalog(work)) record.catalog = installation.catalog;
   record.section = candidate.writtenSection;
   record.provider = candidate.provider;
   record.description = candidate.rawDescription;
@@ -168,12 +174,29 @@ void TakeOver(const RegistryEdits &work, RegistryEdits *edits) {
 }
 
 void CheckCatalog(Work *work) {
-  const InfSource &inf = work->installation.infs.front();
-  if (inf.inbox) return;
+  if (work->installation.infs.front().inbox || HasCatalog(*work)) return;
   const std::string &catalog = work->installation.catalog;
-  if (catalog.empty()) return Warn(work, "The package names no catalogue, so Windows will count it as unsigned.");
-  if (FindSource(inf, catalog, work->context.target).state == SourceState::kFound) return;
-  Warn(work, "The catalogue " + catalog + " of the package is missing, so Windows will count it as unsigned.");
+  Warn(work, (catalog.empty() ? "The package names no catalogue"
+                              : "The catalogue " + catalog + " of the package is missing") +
+                 ", so Windows will count it as unsigned.");
+}
+
+// What lets the kernel find the driver for the device. False, with the reason, when a record has no name left.
+bool PlanRecord(Work *work, std::string *reason) {
+  const BootRecord record = RecordOf(*work);
+  std::string *name = &work->plan->publishedName;
+  name->clear();
+  if (!work->context.automaticRecord) {
+    PlanCriticalDevices(record, work->context.controlSet, &work->edits);
+    return true;
+  }
+  PlanBootRecord(record, work->context.controlSet, work->context.places.inf, &work->edits, name);
+  if (name->empty() && HasDriverDatabase(work->edits)) {
+    *reason = "The restored system's driver database has no free name for the package.";
+    return false;
+  }
+  PlanOwners(*name, work);
+  return true;
 }
 
 void Begin(Work *work) {
@@ -185,6 +208,22 @@ void Begin(Work *work) {
   for (const std::string &directory : work->plan->directories) {
     work->directories.insert(machine::FoldAnsiName(directory));
   }
+}
+
+// A service that the system has: its file in its place, and nothing that holds it back.
+void EnableService(const OwnService &service, const PlanContext &context, Plan *plan) {
+  DWORD64 size = 0;
+  if (!service.storedBinary.empty() && ReadableSize(service.storedBinary, &size)) {
+    AddFile({service.storedBinary, service.binary, size, true}, context.places, plan);
+  }
+  PlanServiceStart(service.name, &plan->edits);
+}
+
+void EnableOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan) {
+  if (!driver.service.empty()) {
+    EnableService({driver.service, driver.binary, driver.storedBinary, driver.heldBack}, context, plan);
+  }
+  for (const OwnService &filter : driver.filters) EnableService(filter, context, plan);
 }
 
 }  // namespace
@@ -212,8 +251,7 @@ bool PlanPackage(const Candidate &candidate, const Installation &installation, c
   PlanInstallLines(&work);
   if (!PlanServices(&work, reason)) return false;
   PlanHardwareLines(&work);
-  PlanBootRecord(RecordOf(work), context.controlSet, context.places.inf, &work.edits, &plan->publishedName);
-  PlanOwners(plan->publishedName, &work);
+  if (!PlanRecord(&work, reason)) return false;
   TakeOver(work.edits, &plan->edits);
   plan->service = function->name;
   return true;
@@ -221,21 +259,14 @@ bool PlanPackage(const Candidate &candidate, const Installation &installation, c
 
 void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan) {
   plan->service = driver.service;
-  if (driver.service.empty()) return;
-  DWORD64 size = 0;
-  if (!driver.storedBinary.empty() && ReadableSize(driver.storedBinary, &size)) {
-    AddFile({driver.storedBinary, driver.binary, size, true}, context.places, plan);
-  }
-  PlanServiceStart(driver.service, &plan->edits);
+  EnableOwnDriver(driver, context, plan);
 }
 
 void PlanDevicesAbove(const std::vector<DeviceIds> &above, const PlanContext &context, Plan *plan) {
   for (const DeviceIds &device : above) {
     OwnDriver driver;
     if (!FindOwnDriver(plan->edits, context.controlSet, device, context.target, context.places, &driver)) continue;
-    const std::string service = std::move(plan->service);
-    if (driver.heldBack || !driver.storedBinary.empty()) PlanOwnDriver(driver, context, plan);
-    plan->service = service;
+    EnableOwnDriver(driver, context, plan);
   }
 }
 

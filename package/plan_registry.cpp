@@ -10,6 +10,7 @@ namespace package {
 namespace {
 
 constexpr std::size_t kDeletableLevel = 3;  // a control set, its Services and its Control are never deleted whole
+constexpr std::size_t kLongestId = 16;      // characters of a directory id with a percent sign
 
 // Where a line's key is.
 struct LineKey {
@@ -186,31 +187,6 @@ void PlanLine(RegistryLine line, const RelativeRoot &relative, Work *work) {
   }
 }
 
-// What a directory id names below the restored system's root.
-bool DirectoryOf(DWORD id, const RestoredPlaces &places, std::string *directory) {
-  switch (id) {
-    case 10:
-      *directory = places.windows;
-      return true;
-    case 11:
-      *directory = places.system;
-      return true;
-    case 12:
-    case 13:
-      *directory = places.system + "\\drivers";
-      return true;
-    case 17:
-      *directory = places.inf;
-      return true;
-    case 24:
-    case 30:
-      *directory = places.root;
-      return true;
-    default:
-      return false;
-  }
-}
-
 }  // namespace
 
 std::string OwnText(const Work &work, const std::string &text) {
@@ -218,10 +194,9 @@ std::string OwnText(const Work &work, const std::string &text) {
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = text[at] == '%' ? text.find('%', at + 1) : std::string::npos;
     DWORD id = 0;
-    std::string directory;
-    if (end != std::string::npos && ParseNumber(text.substr(at + 1, std::min<std::size_t>(end - at - 1, 16)), &id) &&
-        DirectoryOf(id, work.own, &directory)) {
-      replaced += directory;
+    if (end != std::string::npos && end - at <= kLongestId && ParseNumber(text.substr(at + 1, end - at - 1), &id) &&
+        !PlaceOf(static_cast<long>(id), work.own).empty()) {
+      replaced += PlaceOf(static_cast<long>(id), work.own);
       at = end + 1;
       continue;
     }

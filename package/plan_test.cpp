@@ -83,6 +83,7 @@ class PlanTest : public MachineTest {
       values.push_back({old + "\\Parameters", "Bytes", 3, {0x0F, 0xF0}});
       values.push_back({old + "\\Parameters", "List", 7, {'a', 0, 0, 0, 'B', 0, 0, 0, 0, 0}});
     }
+    values.push_back(OnlyKey("DriverDatabase"));
     values.push_back({kDiskClass, "LowerFilters", 7, {'o', 0, 'l', 0, 'd', 0, 0, 0, 0, 0}});
     WriteHive(Host(kHiveFile), values);
   }
@@ -159,7 +160,7 @@ TEST_F(PlanTest, RegistryLines) {
       {"HKR,Parameters\\PnpInterface,\"5\",0x00010001,1",
        {arv + "\\Parameters\\PnpInterface 5=0x00000001 (1) 4 4"},
        nullptr},
-      {"HKR,,Text,,\"%%a%%, %11%\"", {arv + " Text=%a%, E:\\Windows\\System32 1 58"}, nullptr},
+      {"HKR,,Text,,\"%%a%%, %11%\"", {arv + " Text=%a%, E:\\Windows\\System32 1 50"}, nullptr},
       {"HKR,P,N,0x10001,-1", {arv + "\\P N=0xFFFFFFFF (4294967295) 4 4"}, nullptr},
       {"HKR,P,N,0x10001,1,02,0x3,0", {arv + "\\P N=0x00030201 (197121) 4 4"}, nullptr},
       {"HKR,P,N,%REG_DWORD%,1", {}, "not defined"},
@@ -315,10 +316,10 @@ TEST_F(PlanTest, IsWhatIsWrittenAndASecondOneIsEmpty) {
   EXPECT_THAT(plan.directories, ElementsAre("D:\\Windows\\System32\\arv"));
   const std::vector<std::string> edits = Edits();
   const std::string old = "\\Services\\old";
-  for (const std::string edit :
-       {"ControlSet001" + old + " DependOnService=disk 7 12",
-        "ControlSet001" + old + " ImagePath=System32\\drivers\\new.sys 2 50",
-        "ControlSet001" + old + "\\StartOverride = 0 0", "ControlSet002" + old + "\\StartOverride = 0 0"}) {
+  for (const std::string &edit : std::vector<std::string>{
+           "ControlSet001" + old + " DependOnService=disk 7 12",
+           "ControlSet001" + old + " ImagePath=System32\\drivers\\new.sys 2 50",
+           "ControlSet001" + old + "\\StartOverride = 0 0", "ControlSet002" + old + "\\StartOverride = 0 0"}) {
     EXPECT_THAT(edits, Contains(edit));
   }
   EXPECT_THAT(edits, testing::Not(Contains(HasSubstr("DisplayName")))) << "kept by 0x8";
@@ -336,6 +337,20 @@ TEST_F(PlanTest, IsWhatIsWrittenAndASecondOneIsEmpty) {
   ASSERT_TRUE(MakePlan(kWhole));
   EXPECT_THAT(Edits(), IsEmpty());
   EXPECT_THAT(Files(), IsEmpty());
+
+  // The newer record, after which the package's driver is one that the system has itself.
+  context.automaticRecord = true;
+  ASSERT_TRUE(MakePlan(kWhole));
+  EXPECT_EQ(plan.publishedName, "oem0.inf");
+  EXPECT_THAT(Edits(), Contains("ControlSet001\\Services\\arv Owners=oem0.inf 7 20"));
+  EXPECT_THAT(Edits(), Contains(HasSubstr("\\Configurations\\Inst\\Services\\arv\\P N=0x00000002 (2) 4 4")));
+  EXPECT_THAT(Edits(), Contains(HasSubstr("MessageSignaledInterruptProperties MSISupported=0x00000001 (1) 4 4")));
+  ASSERT_EQ(ApplyPlan(plan, &failed), ApplyResult::kDone) << failed;
+  ASSERT_TRUE(MakePlan(kWhole));
+  EXPECT_THAT(Edits(), IsEmpty());
+  SetValue(&plan.edits, "ControlSet001\\Services\\arv", "Start", NumberData(3));
+  PlanDevicesAbove({{{"PCI\\OTHER"}, {}}, context.device}, context, &plan);
+  EXPECT_THAT(Edits(), ElementsAre(HasSubstr("Start=0x00000003"), HasSubstr("Start=0x00000000")));
 }
 
 class ApplyFaultLoop : public PlanTest, public testing::WithParamInterface<FaultLoop> {};
@@ -372,7 +387,11 @@ TEST_P(ApplyFaultLoop, MakesAllOrLeavesTheHive) {
     }
     ASSERT_TRUE(MakePlan(kWhole)) << reason;
     if (result == ApplyResult::kDone) {
-      EXPECT_THAT(Edits(), IsEmpty());
+      // What answers that it is not there counts as deleted.
+      events.clear();
+      ReportPlan(plan);
+      EXPECT_THAT(Told({VXRMACHINE_PLAN_VALUE, VXRMACHINE_PLAN_KEY}), IsEmpty());
+      EXPECT_TRUE(faulted || Told({VXRMACHINE_PLAN_DELETE}).empty());
     } else if (!hiveLost) {
       EXPECT_EQ(Edits(), edits) << "the hive is not as it was";
     }

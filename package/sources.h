@@ -28,6 +28,9 @@ struct RestoredPlaces {
   std::string inf;      // "D:\Windows\inf"
 };
 
+// The place that a directory id stands for; empty for one that is not in the restored system's directories.
+std::string PlaceOf(long id, const RestoredPlaces &places);
+
 // Finds a file of a package: where [SourceDisksFiles] declares it (".amd64" before plain), then beside the INF file,
 // then under its compressed name, then in its cabinet. A name or folder that would lead out of the INF file's directory
 // is missing. Of an inbox INF file: in its system's own directories, a .sys also in that system's driver store.

@@ -57,19 +57,6 @@ void ReplaceFilters(RegistryEdits *edits, const std::string &key, const BootReco
   }
 }
 
-void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet, RegistryEdits *edits) {
-  if (record.service.empty()) return;  // Windows takes no entry without one for a driver
-  for (const BootRecordId &id : record.ids) {
-    const std::string name = OneKey(id.id);
-    if (!PlainKeyName(name)) continue;
-    const std::string key = controlSet + "\\Control\\CriticalDeviceDatabase\\" + name;
-    SetValue(edits, key, "ClassGUID", TextData(BracedGuid(record.classGuid)));
-    SetValue(edits, key, "Service", TextData(record.service));
-    ReplaceFilters(edits, key, record);
-    DeleteValue(edits, key, "DriverPackageId");  // names the package of the driver that the entry had
-  }
-}
-
 const char *ArchitectureText(WORD architecture) {
   constexpr WORD kX86 = 0, kArm = 5, kArm64 = 12;
   switch (architecture) {
@@ -269,6 +256,19 @@ bool PlainKeyPath(const std::string &path) {
     if (!PlainKeyName(end != nullptr ? std::string(part, end) : std::string(part))) return false;
     if (end == nullptr) return part + std::strlen(part) == path.c_str() + path.size();
     part = end + 1;
+  }
+}
+
+void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet, RegistryEdits *edits) {
+  if (record.service.empty()) return;  // Windows takes no entry without one for a driver
+  for (const BootRecordId &id : record.ids) {
+    const std::string name = OneKey(id.id);
+    if (!PlainKeyName(name)) continue;
+    const std::string key = controlSet + "\\Control\\CriticalDeviceDatabase\\" + name;
+    SetValue(edits, key, "ClassGUID", TextData(BracedGuid(record.classGuid)));
+    SetValue(edits, key, "Service", TextData(record.service));
+    ReplaceFilters(edits, key, record);
+    DeleteValue(edits, key, "DriverPackageId");  // names the package of the driver that the entry had
   }
 }
 

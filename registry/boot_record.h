@@ -53,6 +53,9 @@ bool HasDriverDatabase(const RegistryEdits &edits);
 void PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
                     RegistryEdits *edits, std::string *publishedName);
 
+// Plans the entries of the critical-device database, also where the hive is of a system that does not read them.
+void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet, RegistryEdits *edits);
+
 // Lets a service that is there start with the system: Start 0 and no StartOverride, in every control set that has it.
 void PlanServiceStart(const std::string &service, RegistryEdits *edits);
 // Whether the service is there and would not start with the system.
