@@ -103,7 +103,7 @@ void PrintJson(const DriverQuery &query, const DriverList &list, bool chosen) {
                           {{"major", target.major},
                            {"minor", target.minor},
                            {"build", target.build},
-                           {"architecture", ArchitectureWord(target.architecture)},
+                           {"architecture", TargetArchitecture(target.architecture)},
                            {"product", target.product},
                            {"suite", target.suite}}},
                          {"files", list.files},

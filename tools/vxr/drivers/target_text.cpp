@@ -73,7 +73,7 @@ bool ParseTarget(const std::string &text, VXRDRV_TARGET *target, std::string *pr
   return false;
 }
 
-std::string ArchitectureWord(std::uint32_t number) {
+std::string TargetArchitecture(std::uint32_t number) {
   for (const Architecture &architecture : kArchitectures) {
     if (architecture.number == number) return architecture.word;
   }

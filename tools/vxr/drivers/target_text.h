@@ -9,4 +9,4 @@
 // with what is wrong in `*problem`, for anything else; the language is left as it is.
 bool ParseTarget(const std::string &text, VXRDRV_TARGET *target, std::string *problem);
 // "amd64"; empty for an architecture without a name.
-std::string ArchitectureWord(std::uint32_t architecture);
+std::string TargetArchitecture(std::uint32_t architecture);
