@@ -271,10 +271,24 @@ TEST(InfFile, CutsLongFields) {
 }
 
 // Whatever the bytes are, every field can be asked for. The sanitizers watch.
+bool AddValue(void *values, std::string_view value) {
+  static_cast<std::vector<std::string> *>(values)->emplace_back(value);
+  return true;
+}
+
+// A walk over a section's values finds those that its lines have.
 void TouchAll(InfFile *file) {
   std::size_t length = 0;
   for (std::uint32_t i = 0; i < file->sections.size(); ++i) {
     const InfSection &section = ParsedSection(file, i);
+    std::vector<std::string> values, walked;
+    WalkValues(*file, i, 2, AddValue, &walked);
+    for (const InfLine &line : section.lines) {
+      for (std::uint32_t field = 2; line.hasKey && field <= line.valueCount; ++field) {
+        if (!RawField(section, line, field).empty()) values.emplace_back(RawField(section, line, field));
+      }
+    }
+    ASSERT_EQ(walked, values) << file->text;
     for (const InfLine &line : section.lines) {
       for (std::uint32_t field = line.hasKey ? 0 : 1; field <= line.valueCount; ++field) {
         length += RawField(section, line, field).size();

@@ -1,6 +1,6 @@
-// For whoever looks at each value of a large section once. The walk goes by the few characters that part a plain line,
-// none of which is the second byte of a two-byte character. Quotes and continuations only the grammar itself can read: a
-// body with quotes goes to it, and the rest of one from a continuation on.
+// For whoever looks at each value of a large section once. The walk goes by the few characters that part a plain line.
+// Two-byte characters, quotes and continuations only the grammar itself can read: a body with one of the former goes to
+// it, and the rest of one from a continuation on.
 #include "platform/inf/inf_values.h"
 
 #include <algorithm>
@@ -60,7 +60,10 @@ bool WalkLine(const ValueWalk &walk, const char *begin, const char *end) {
 
 bool WalkBody(const ValueWalk &walk, std::string_view body) {
   const char *at = body.data(), *const end = at + body.size();
-  if (FindChar(at, end, '"') != end) return WalkParsed(walk, body);
+  const InfSettings &settings = walk.settings;
+  const auto isLead = [&](char c) { return settings.classes[static_cast<unsigned char>(c)] == InfChar::kLead; };
+  const bool plain = FindChar(at, end, '"') == end && !(settings.twoByte && std::any_of(at, end, isLead));
+  if (!plain) return WalkParsed(walk, body);
   const char *feed = at;  // the next line feed, sought anew only when it is passed
   for (bool found = false; at < end; found = true) {
     if (!found || feed < at) feed = FindChar(at, end, '\n');

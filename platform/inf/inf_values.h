@@ -5,7 +5,7 @@
 
 namespace machine {
 
-// Gives `take` every value that is not empty, from field `first` (1 or more) on, of the section's lines with a key, in
+// Gives `take` every value that is not empty, from field `first` (2 or more) on, of the section's lines with a key, in
 // file order and with its tokens not replaced. Parses and stores nothing. False when `take` returned false, which ends
 // the walk.
 using TakeInfValue = bool (*)(void *context, std::string_view value);
