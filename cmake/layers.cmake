@@ -7,7 +7,7 @@ set(VXR_FLOORS
   "tools/vxr/base/=3" "tools/vxr/run/=1" "tools/vxr/main.cpp=0" "tools/vxr/=2"
   "bmext/create/=11"
   "device/scan/=12" "volume/=12"
-  "inf/search/=13" "package/=13"
+  "inf/search/=13" "package/read/=16" "package/choose/=15" "package/plan/=14" "package/=13"
   "inf/=14" "registry/mount/=14"
   "engine/paths/=15"
   "bmext/=16" "restore/=16"

@@ -4,7 +4,7 @@
 include(GNUInstallDirs)
 if(WIN32)
   # No described machines there, and no folders that Windows does not know.
-  set(hidden PATTERN machine.h EXCLUDE PATTERN events.h EXCLUDE)
+  set(hidden PATTERN machine.h EXCLUDE PATTERN events.h EXCLUDE PATTERN drivers.h EXCLUDE)
   set(CMAKE_INSTALL_DOCDIR doc)
   install(FILES platform/win32/vxrcore.def DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()

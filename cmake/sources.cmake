@@ -14,13 +14,14 @@ vxr_logic(engine engine/paths/path_catalogue.cpp engine/lifecycle.cpp engine/res
           engine/boot_sector.cpp engine/boot_volume.cpp)
 vxr_logic(registry registry/apply_edits.cpp registry/boot_record.cpp registry/edit_keys.cpp registry/edits.cpp
           registry/mount/hive.cpp registry/published_name.cpp registry/values.cpp)
-vxr_logic(package package/apply.cpp package/candidates.cpp package/destinations.cpp package/device_driver.cpp
-          package/driver_store.cpp package/file_bytes.cpp package/find_drivers.cpp package/image_facts.cpp
-          package/index.cpp package/inf_source.cpp package/installation.cpp package/judgement.cpp package/models.cpp
-          package/own_drivers.cpp package/own_service.cpp package/plain_names.cpp package/plan.cpp
-          package/plan_files.cpp package/plan_registry.cpp package/plan_services.cpp package/rank.cpp
-          package/reading.cpp package/registry_lines.cpp package/restored_system.cpp package/service_lines.cpp
-          package/sources.cpp)
+vxr_logic(package package/choose/candidates.cpp package/choose/index.cpp package/choose/judgement.cpp
+          package/choose/models.cpp package/choose/own_drivers.cpp package/choose/own_service.cpp
+          package/choose/rank.cpp package/device_driver.cpp package/find_drivers.cpp package/plan/apply.cpp
+          package/plan/file_bytes.cpp package/plan/plan.cpp package/plan/plan_files.cpp package/plan/plan_registry.cpp
+          package/plan/plan_services.cpp package/plan/registry_lines.cpp package/read/destinations.cpp
+          package/read/driver_store.cpp package/read/image_facts.cpp package/read/inf_source.cpp
+          package/read/installation.cpp package/read/numbers.cpp package/read/plain_names.cpp package/read/reading.cpp
+          package/read/service_lines.cpp package/read/sources.cpp package/restored_system.cpp)
 vxr_logic(restore restore/settings.cpp)
 vxr_logic(volume volume/volume.cpp)
 vxr_logic(bmext bmext/load.cpp bmext/target_os.cpp bmext/create/create.cpp bmext/create/create_system.cpp

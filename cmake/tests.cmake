@@ -82,8 +82,8 @@ vxr_test(registry_test machine registry/values_test.cpp registry/edits_test.cpp 
          registry/mount/hive_test.cpp)
 
 # Windows' own choice of drivers.
-vxr_test(package_test machine package/candidates_test.cpp package/choice_test.cpp package/installation_test.cpp
-         package/own_drivers_test.cpp package/plan_test.cpp)
+vxr_test(package_test machine package/choose/candidates_test.cpp package/choose/choice_test.cpp
+         package/choose/own_drivers_test.cpp package/plan/plan_test.cpp package/read/installation_test.cpp)
 
 # The INF reader and what chooses among models sections.
 vxr_test(inf_file_test unit platform/inf/inf_file_test.cpp platform/machine/setup/decoration_test.cpp)

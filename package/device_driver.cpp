@@ -11,7 +11,7 @@
 #include "engine/base/strings.h"
 #include "engine/paths/path_catalogue.h"
 #include "log/log.h"
-#include "package/apply.h"
+#include "package/plan/apply.h"
 #include "package/restored_system.h"
 #include "restore/settings.h"
 

@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "log/log.h"
-#include "package/candidates.h"
+#include "package/choose/candidates.h"
 #include "platform/platform.h"
 #include "vxrcore/drivers.h"
 

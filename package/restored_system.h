@@ -1,8 +1,8 @@
 // The restored system of a run, as a choice of drivers needs it.
 #pragma once
 
-#include "package/sources.h"
-#include "package/target.h"
+#include "package/read/sources.h"
+#include "package/read/target.h"
 #include "registry/edits.h"
 
 namespace package {

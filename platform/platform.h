@@ -61,8 +61,8 @@ LSTATUS RegQueryValueExA(HKEY key, const char *valueName, DWORD *reserved, DWORD
 LSTATUS RegSetValueExA(HKEY key, const char *valueName, DWORD reserved, DWORD type, const BYTE *data, DWORD size);
 LSTATUS RegCloseKey(HKEY key);
 // The key's sub-keys and values by number from 0 on, in an order that stays while nothing changes; ERROR_NO_MORE_ITEMS
-// behind the last. `*length` is the buffer's size in bytes and gets the name's, without terminator; a name that does not
-// fit gives ERROR_MORE_DATA. `className` and `written` are always null; data is sized as by RegQueryValueExA.
+// behind the last. `*length` is the buffer's size in bytes and gets the name's, without terminator; a name that does
+// not fit gives ERROR_MORE_DATA. `className` and `written` are always null; data is sized as by RegQueryValueExA.
 LSTATUS RegEnumKeyExA(HKEY key, DWORD index, char *name, DWORD *length, DWORD *reserved, char *className,
                       DWORD *classLength, FILETIME *written);
 LSTATUS RegEnumValueA(HKEY key, DWORD index, char *name, DWORD *length, DWORD *reserved, DWORD *type, BYTE *data,

@@ -114,7 +114,7 @@ TEST_F(BootRecords, ADatabaseGetsAWholePackageOnce) {
                                        packages + "\\Strings set kst.disk=1:Kestrel Store|",
                                        packages + "\\Strings set kst=1:Kestrel|",
                                        configuration + "\\Services\\kstore\\Parameters set BusType=4:0a000000",
-                                                                        configuration + " set Service=1:kstore|",
+                                       configuration + " set Service=1:kstore|",
                                        configuration + " set ConfigFlags=4:00000000",
                                        configuration + " set ConfigScope=4:07000000",
                                        configuration + " set IncludedInfs=7:pci.inf||",

@@ -27,7 +27,7 @@ else
   prefix=usr/ docdir=share/doc/vxrcore
   version=$(sed -n 's/^project(vxrcore VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
   files="bin/vxr lib/libvxrcore.so lib/libvxrcore.so.0 lib/libvxrcore.so.$version"
-  files+=" include/vxrcore/machine.h include/vxrcore/events.h"
+  files+=" include/vxrcore/machine.h include/vxrcore/events.h include/vxrcore/drivers.h"
   dpkg-deb --field "$work"/*.deb Depends | grep -q libhivex || { echo "FAILED: depends on no libhivex"; exit 1; }
 fi
 {

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "package/rank.h"
+#include "package/choose/rank.h"
 #include "platform/platform.h"
 
 struct DeviceAbove {

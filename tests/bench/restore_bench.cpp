@@ -15,7 +15,7 @@
 
 #include "inf/field_reader.h"
 #include "log/log.h"
-#include "package/index.h"
+#include "package/choose/index.h"
 #include "registry/mount/hive.h"
 #include "registry/values.h"
 #include "tests/bench/bench_machine.h"

@@ -1,0 +1,126 @@
+#include "package/choose/judgement.h"
+
+#include <algorithm>
+
+#include "package/read/sources.h"
+
+namespace package {
+namespace {
+
+constexpr std::size_t kJudgedServices = 64;  // of one section; more than any driver has
+constexpr DWORD kDriverTypes = 0xB;          // kernel, file system, recognizer
+
+void Refuse(Refusal refusal, const std::string &text, Judgement *judgement) {
+  judgement->refusal = refusal;
+  judgement->refusalText = text;
+}
+
+bool Lists(const std::vector<std::string> &ids, const std::string &id) {
+  return std::any_of(ids.begin(), ids.end(), [&id](const std::string &other) { return machine::SameName(other, id); });
+}
+
+// The id of the device that the section excludes; empty when there is none.
+std::string ExcludedId(const Installation &installation, const DeviceIds &device) {
+  for (const std::string &id : installation.excludedIds) {
+    if (Lists(device.hardware, id) || Lists(device.compatible, id)) return id;
+  }
+  return {};
+}
+
+// The file name of a service that is a driver; programs are of no use before the system has started.
+bool DriverName(const ServiceLines &service, std::string *name) {
+  return (service.type.value_or(1) & kDriverTypes) != 0 && BinaryName(service.binary, name);
+}
+
+// Where the service's driver comes from: what a copy list brings under that name, else the file of that name.
+SourceFile FindDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
+                      const Target &target) {
+  for (const FileLine &file : installation.files) {
+    if (!file.serves || !machine::SameName(file.target, name)) continue;
+    const SourceFile source = FindSource(installation.infs[file.inf], file.source, target);
+    if (source.state != SourceState::kMissing) return source;
+  }
+  return FindSource(installation.infs[service.inf], name, target);
+}
+
+// The restored system may have the file already.
+bool IsInSystem(const InfSource &inf, const IncludePlaces &places, const std::string &name) {
+  if (places.infDirectory.empty()) return false;
+  const std::string windows = ParentOf(places.infDirectory, *inf.file->settings);
+  return platform::GetFileAttributesA((windows + "\\System32\\drivers\\" + name).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void JudgeDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
+                 const Target &target, const IncludePlaces &places, Judgement *judgement) {
+  const SourceFile source = FindDriver(installation, service, name, target);
+  const std::string file = "The file " + source.path + " of the service " + service.name;
+  ImageFacts facts;
+  switch (source.state) {
+    case SourceState::kFound:
+      if (!ReadImageFacts(source.path, &facts) || facts.machine == ImageMachine(target)) return;
+      return Refuse(Refusal::kArchitecture, file + " is for another processor.", judgement);
+    case SourceState::kCompressed:
+      return Refuse(Refusal::kCompressed, file + " is compressed, which is not unpacked.", judgement);
+    case SourceState::kInCabinet:
+      return Refuse(Refusal::kCompressed, file + " is in a cabinet, which is not unpacked.", judgement);
+    case SourceState::kMissing:
+      if (!IsInSystem(installation.infs[service.inf], places, name))
+        Refuse(Refusal::kFileMissing, file + " is missing.", judgement);
+  }
+}
+
+void JudgeServices(const Installation &installation, const Target &target, const IncludePlaces &places,
+                   Judgement *judgement) {
+  const std::string section = "The section [" + installation.section + "]";
+  const ServiceLines *function = FunctionDriver(installation);
+  if (function == nullptr) {
+    if (!installation.noService) Refuse(Refusal::kNoBinary, section + " names no service for the device.", judgement);
+    return;
+  }
+  judgement->service = function->name;
+  std::string name;
+  if (!DriverName(*function, &name)) {
+    const std::string text = "The service " + function->name + " names no driver that can start with the system.";
+    return Refuse(Refusal::kNoBinary, text, judgement);
+  }
+  if (installation.services.size() > kJudgedServices) {
+    return Refuse(Refusal::kNoBinary, section + " has more services than a driver can need.", judgement);
+  }
+  for (const ServiceLines &service : installation.services) {
+    if (judgement->refusal != Refusal::kNone) return;
+    if (DriverName(service, &name)) JudgeDriver(installation, service, name, target, places, judgement);
+  }
+}
+
+// A reason of the readers as a sentence.
+std::string Sentence(std::string reason) {
+  if (!reason.empty()) reason[0] = machine::UpperAscii(reason[0]);
+  return reason + ".";
+}
+
+}  // namespace
+
+Judgement JudgeSection(const InfSource &inf, const std::string &written, const DeviceIds &device, const Target &target,
+                       const IncludePlaces &places) {
+  Judgement judgement;
+  judgement.section = written;
+  Installation installation;
+  std::string reason;
+  const bool read = ReadInstallation(inf, written, target, places, &installation, &reason);
+  if (!installation.section.empty()) judgement.section = installation.section;
+  judgement.version = installation.version;
+  judgement.date = ParseDriverDate(installation.date);
+  judgement.featureScore = installation.featureScore;
+  const std::string excluded = read ? ExcludedId(installation, device) : std::string();
+  if (!read) {
+    Refuse(installation.section.empty() ? Refusal::kSectionMissing : Refusal::kNoBinary, Sentence(reason), &judgement);
+  } else if (!excluded.empty()) {
+    Refuse(Refusal::kExcluded,
+           "The section [" + judgement.section + "] excludes the device by its id " + excluded + ".", &judgement);
+  } else {
+    JudgeServices(installation, target, places, &judgement);
+  }
+  return judgement;
+}
+
+}  // namespace package

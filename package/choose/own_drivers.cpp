@@ -1,0 +1,191 @@
+#include "package/choose/own_drivers.h"
+
+#include <algorithm>
+
+#include "engine/base/strings.h"
+#include "platform/inf/inf_file.h"
+#include "registry/boot_record.h"
+
+namespace package {
+namespace {
+
+constexpr char kInfFiles[] = "DriverDatabase\\DriverInfFiles\\";
+constexpr char kDeviceIds[] = "DriverDatabase\\DeviceIds\\";
+constexpr char kPackages[] = "DriverDatabase\\DriverPackages\\";
+constexpr std::size_t kListedMax = 1024;  // drivers of one device that are weighed; real systems have a few
+constexpr std::size_t kFiltersMax = 16;
+
+struct Search {
+  const RegistryEdits &edits;
+  const std::string &controlSet;
+  const DeviceIds &device;
+  const Target &target;
+  const RestoredPlaces &places;
+};
+
+// An INF file that the database lists for an id of the device.
+struct Listed {
+  Rank rank;
+  std::string id, package;
+};
+
+std::vector<std::string> AllIds(const DeviceIds &device) {
+  std::vector<std::string> ids;
+  for (const std::vector<std::string> *list : {&device.hardware, &device.compatible}) {
+    for (const std::string &id : *list) {
+      const auto same = [&](const std::string &other) { return machine::SameName(other, id); };
+      if (PlainKeyPath(id) && std::none_of(ids.begin(), ids.end(), same)) ids.push_back(id);
+    }
+  }
+  return ids;
+}
+
+std::vector<std::string> ReadList(const RegistryEdits &edits, const std::string &key, const char *name) {
+  RegistryData data;
+  if (!ReadValue(edits, key, name, &data) || data.type != REG_MULTI_SZ) return {};
+  return ListTexts(data);
+}
+
+// The filters of an entry and its service, with what they need.
+bool FindServices(const Search &search, const std::string &key, const std::string &service, const std::string &package,
+                  OwnDriver *driver) {
+  OwnService own;
+  if (!FindOwnService(search.edits, search.controlSet, service, package, search.places, search.target, &own))
+    return false;
+  driver->service = own.name;
+  driver->binary = own.binary;
+  driver->storedBinary = own.storedBinary;
+  driver->heldBack = own.heldBack;
+  for (const char *list : {"UpperFilters", "LowerFilters"}) {
+    for (const std::string &filter : ReadList(search.edits, key, list)) {
+      // A device does not start without one of its filters. Some name their own service beside.
+      if (machine::SameName(filter, service)) continue;
+      if (driver->filters.size() == kFiltersMax ||
+          !FindOwnService(search.edits, search.controlSet, filter, package, search.places, search.target, &own)) {
+        return false;
+      }
+      driver->heldBack = driver->heldBack || own.heldBack;
+      driver->filters.push_back(own);
+    }
+  }
+  return true;
+}
+
+DWORD64 NumberAt(const std::string &bytes, std::size_t at, std::size_t size) {
+  DWORD64 number = 0;
+  for (std::size_t i = 0; i < size; ++i) number |= DWORD64{static_cast<unsigned char>(bytes[at + i])} << 8 * i;
+  return number;
+}
+
+// The position on its line of an id, and the feature score, as its bytes tell: 1 for a hardware id, 2 (and a rare 3)
+// for a compatible one, the score, which of the compatible ones.
+bool IdRank(const Search &search, const std::string &id, const RegistryData &data, DWORD *rank) {
+  constexpr std::size_t kSize = 4;
+  if (data.type != REG_BINARY || data.bytes.size() < kSize) return false;
+  const DWORD64 kind = NumberAt(data.bytes, 0, 1);
+  if (kind == 0) return false;
+  const std::size_t position = kind == 1 ? 0 : 1 + NumberAt(data.bytes, 2, 2);
+  const DWORD score = IdentifierScore(search.device, id, position);
+  if (score == kNoMatch) return false;
+  *rank = RankValue(score, static_cast<DWORD>(NumberAt(data.bytes, 1, 1)), search.target);
+  return true;
+}
+
+// The package in force of an INF file in the database, and its date and version.
+bool ReadPackage(const RegistryEdits &edits, Listed *listed) {
+  constexpr std::size_t kDateAt = 24, kVersionAt = 32, kEnd = 40;
+  if (!ReadText(edits, kInfFiles + listed->rank.path, "Active", &listed->package) || !PlainKeyName(listed->package)) {
+    return false;
+  }
+  RegistryData version;
+  if (ReadValue(edits, kPackages + listed->package, "Version", &version) && version.type == REG_BINARY &&
+      version.bytes.size() >= kEnd) {
+    listed->rank.date = NumberAt(version.bytes, kDateAt, sizeof(DWORD64));
+    listed->rank.version = NumberAt(version.bytes, kVersionAt, sizeof(DWORD64));
+  }
+  return true;
+}
+
+std::vector<Listed> ListDrivers(const Search &search) {
+  std::vector<Listed> drivers;
+  for (const std::string &id : AllIds(search.device)) {
+    const std::string key = kDeviceIds + id;
+    for (const std::string &inf : ValueNames(search.edits, key)) {
+      if (drivers.size() == kListedMax) return drivers;
+      Listed listed = {{.path = inf}, id, {}};
+      RegistryData data;
+      if (PlainKeyName(inf) && ReadValue(search.edits, key, inf, &data) &&
+          IdRank(search, id, data, &listed.rank.value) && ReadPackage(search.edits, &listed)) {
+        drivers.push_back(std::move(listed));
+      }
+    }
+  }
+  return drivers;
+}
+
+bool Excluded(const Search &search, const std::string &configuration) {
+  const std::vector<std::string> excluded = ReadList(search.edits, configuration, "ExcludeIds");
+  const std::vector<std::string> ids = AllIds(search.device);
+  return std::any_of(excluded.begin(), excluded.end(), [&](const std::string &other) {
+    return std::any_of(ids.begin(), ids.end(), [&](const std::string &id) { return machine::SameName(id, other); });
+  });
+}
+
+// A configuration is there for packages that can be installed, not for those that are only staged; one without a
+// service, or with an empty one, is of a device that needs none.
+bool TakeListed(const Search &search, const Listed &listed, OwnDriver *driver) {
+  const std::string package = kPackages + listed.package;
+  std::string configuration;
+  if (!ReadText(search.edits, package + "\\Descriptors\\" + listed.id, "Configuration", &configuration) ||
+      !PlainKeyName(configuration)) {
+    return false;
+  }
+  const std::string key = package + "\\Configurations\\" + configuration;
+  if (!KeyExists(search.edits, key) || Excluded(search, key)) return false;
+  *driver = {};
+  driver->rank = listed.rank;
+  driver->id = listed.id;
+  driver->newerDatabase = true;
+  RegistryData data;
+  if (!ReadValue(search.edits, key, "Service", &data)) return true;
+  std::string service;
+  if (!ReadText(search.edits, key, "Service", &service)) return false;
+  return service.empty() || FindServices(search, key, service, listed.package, driver);
+}
+
+// An entry of the critical-device database; one without a service is no driver. It says nothing of its driver's date,
+// and each is of an id that its line lists.
+bool TakeCritical(const Search &search, const std::string &id, OwnDriver *driver) {
+  std::string name = id;
+  for (char *at = name.data(); (at = VXREng_StrChr(at, '\\')) != nullptr;) *at = '#';
+  const std::string key = search.controlSet + "\\Control\\CriticalDeviceDatabase\\" + name;
+  std::string service, package;
+  if (!PlainKeyName(name) || !ReadText(search.edits, key, "Service", &service)) return false;
+  ReadText(search.edits, key, "DriverPackageId", &package);
+  *driver = {};
+  driver->id = id;
+  driver->rank.value = RankValue(IdentifierScore(search.device, id, 0), kDefaultFeatureScore, search.target);
+  return FindServices(search, key, service, package, driver);
+}
+
+}  // namespace
+
+bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, const DeviceIds &device,
+                   const Target &target, const RestoredPlaces &places, OwnDriver *driver) {
+  const Search search = {edits, controlSet, device, target, places};
+  if (!HasDriverDatabase(edits)) {
+    const std::vector<std::string> ids = AllIds(device);
+    return std::any_of(ids.begin(), ids.end(), [&](const std::string &id) { return TakeCritical(search, id, driver); });
+  }
+  std::vector<Listed> drivers = ListDrivers(search);
+  std::stable_sort(drivers.begin(), drivers.end(),
+                   [](const Listed &a, const Listed &b) { return Better(a.rank, b.rank); });
+  return std::any_of(drivers.begin(), drivers.end(),
+                     [&](const Listed &listed) { return TakeListed(search, listed, driver); });
+}
+
+bool Beats(const Rank &candidate, const Rank &own) {
+  return candidate.value != own.value ? candidate.value < own.value : candidate.date > own.date;
+}
+
+}  // namespace package

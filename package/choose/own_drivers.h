@@ -1,0 +1,35 @@
+// What the restored system has for a device already: a driver of its own, in use or held back.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "package/choose/candidates.h"
+#include "package/choose/own_service.h"
+#include "package/read/sources.h"
+#include "registry/edits.h"
+
+namespace package {
+
+struct OwnDriver {
+  Rank rank;                   // rank.path: the INF name in its database; empty for a critical-device entry
+  std::string id;              // the device's
+  std::string service;         // empty: the device needs none
+  bool newerDatabase = false;  // found in DriverDatabase
+  bool heldBack = false;       // it or one of its filters would not start with the system
+  // The service's file: where the service has it, and when it is not there the place in the driver store from where it
+  // can be taken to there, which is then in the drivers directory; both empty without a service.
+  std::string binary, storedBinary;
+  std::vector<OwnService> filters;  // of the device, which does not start without them
+};
+
+// The restored system's best driver for the device, by the ranks that its database gives. False when it has none whose
+// services and files are there. What a critical-device entry names has no date.
+bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, const DeviceIds &device,
+                   const Target &target, const RestoredPlaces &places, OwnDriver *driver);
+
+// Whether a package's driver is to be installed in the place of the system's own: a better rank, or an equal one and a
+// later date.
+bool Beats(const Rank &candidate, const Rank &own);
+
+}  // namespace package

@@ -1,0 +1,16 @@
+// Packages in a system's driver store, by the folders' names alone.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "package/read/target.h"
+
+namespace package {
+
+// The folders below FileRepository that hold a package of that INF file, those of the target's architecture first, then
+// in name order. At most 64. `infName` is a plain name.
+std::vector<std::string> StoreFolders(const std::string &fileRepository, const std::string &infName,
+                                      const Target &target);
+
+}  // namespace package
