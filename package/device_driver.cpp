@@ -108,7 +108,7 @@ bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choic
 void Choose(const RunChoice &current, Choice *choice) {
   for (Candidate &candidate : choice->candidates) {
     if (candidate.refusal != Refusal::kNone) continue;
-    if (choice->hasOwn && !Beats(candidate.rank, choice->own.rank)) break;
+    if (choice->hasOwn && !Beats(candidate, choice->own)) continue;
     if (PlanCandidate(current, &candidate, choice)) break;
   }
   choice->found = choice->chosen != nullptr || choice->hasOwn;

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "engine/base/strings.h"
+#include "package/read/driver_store.h"
+#include "package/read/reading.h"
 #include "platform/inf/inf_file.h"
 #include "registry/boot_record.h"
 
@@ -153,8 +155,24 @@ bool TakeListed(const Search &search, const Listed &listed, OwnDriver *driver) {
   return service.empty() || FindServices(search, key, service, listed.package, driver);
 }
 
-// An entry of the critical-device database; one without a service is no driver. It says nothing of its driver's date,
-// and each is of an id that its line lists.
+// Date and version of a package, from its INF file in the driver store or else in the inf directory.
+void ReadInfVersion(const Search &search, const std::string &package, Rank *rank) {
+  const std::string inf = InfNameOf(package);
+  if (inf.empty()) return;
+  InfSource source;
+  std::string reason;
+  const std::string stored = search.places.system + "\\DriverStore\\FileRepository\\" + package + "\\" + inf;
+  const auto settings = SettingsFor(search.target);
+  FoundLine version;
+  if ((ReadInfSource(stored, settings, &source, &reason) ||
+       ReadInfSource(search.places.inf + "\\" + inf, settings, &source, &reason)) &&
+      FindLine(source.file.get(), "Version", "DriverVer", &version)) {
+    rank->date = ParseDriverDate(TextOf(version, 1));
+    rank->version = ParseDriverVersion(TextOf(version, 2));
+  }
+}
+
+// An entry of the critical-device database; one without a service is no driver. Each is of an id that its line lists.
 bool TakeCritical(const Search &search, const std::string &id, OwnDriver *driver) {
   std::string name = id;
   for (char *at = name.data(); (at = VXREng_StrChr(at, '\\')) != nullptr;) *at = '#';
@@ -165,7 +183,9 @@ bool TakeCritical(const Search &search, const std::string &id, OwnDriver *driver
   *driver = {};
   driver->id = id;
   driver->rank.value = RankValue(IdentifierScore(search.device, id, 0), kDefaultFeatureScore, search.target);
-  return FindServices(search, key, service, package, driver);
+  if (!FindServices(search, key, service, package, driver)) return false;
+  ReadInfVersion(search, package, &driver->rank);
+  return true;
 }
 
 }  // namespace
@@ -184,8 +204,9 @@ bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, co
                      [&](const Listed &listed) { return TakeListed(search, listed, driver); });
 }
 
-bool Beats(const Rank &candidate, const Rank &own) {
-  return candidate.value != own.value ? candidate.value < own.value : candidate.date > own.date;
+bool Beats(const Candidate &candidate, const OwnDriver &own) {
+  const Rank &rank = candidate.rank;
+  return rank.value != own.rank.value ? rank.value < own.rank.value : !candidate.inbox && rank.date > own.rank.date;
 }
 
 }  // namespace package

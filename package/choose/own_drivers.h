@@ -24,12 +24,13 @@ struct OwnDriver {
 };
 
 // The restored system's best driver for the device, by the ranks that its database gives. False when it has none whose
-// services and files are there. What a critical-device entry names has no date.
+// services and files are there. The date of what a critical-device entry names is that of the INF file of the package
+// that it names; without one there is none.
 bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, const DeviceIds &device,
                    const Target &target, const RestoredPlaces &places, OwnDriver *driver);
 
 // Whether a package's driver is to be installed in the place of the system's own: a better rank, or an equal one and a
-// later date.
-bool Beats(const Rank &candidate, const Rank &own);
+// later date. The running system's own drivers, which are made for another Windows, need a better rank.
+bool Beats(const Candidate &candidate, const OwnDriver &own);
 
 }  // namespace package

@@ -116,13 +116,34 @@ TEST_F(OwnDrivers, AreThoseOfARealSystemWithADatabase) {
 TEST_F(OwnDrivers, AreThoseOfARealSystemWithoutADatabase) {
   AddFiles({"drivers/lsi_sas.sys", "drivers/pci.sys",
             "DriverStore/FileRepository/mshdc.inf_x86_neutral_0123456789abcdef/msahci.sys"});
+  constexpr char kVersion[] = "[Version]\nSignature = $Chicago$\nDriverVer = ";
+  WriteFile("restored/Windows/inf/lsi_sas.inf", kVersion + std::string("5/6/2009,1.28.3.52\n"));
+  WriteFile("restored/Windows/System32/DriverStore/FileRepository/mshdc.inf_x86_neutral_fab873f3e8a3315c/mshdc.inf",
+            kVersion + std::string("06/21/2006\n"));
   if (!MountReal("SYSTEM-6.1")) GTEST_SKIP() << "VXR_CORPUS_DIR is not set";
   target = {.major = 6, .minor = 1, .build = 7601, .architecture = kX86};
   for (const auto &[id, found] :
-       {Case{"PCI\\VEN_1000&DEV_0054", "LSI_SAS 00FF0001"}, Case{"PCI\\CC_0604", "pci 00FF0001"},
-        Case{"PCI\\CC_010601", "msahci 00FF0001 held back from mshdc.inf_x86_neutral_0123456789abcdef\\msahci.sys"},
+       {Case{"PCI\\VEN_1000&DEV_0054", "LSI_SAS 00FF0001 2009-05-06"}, Case{"PCI\\CC_0604", "pci 00FF0001"},
+        Case{"PCI\\CC_010601",
+             "msahci 00FF0001 2006-06-21 held back from mshdc.inf_x86_neutral_0123456789abcdef\\msahci.sys"},
         Case{"*pnp0000", ""}}) {
     EXPECT_EQ(Find(id), found) << id;
+  }
+}
+
+TEST(OwnDriversRank, GivesWayToABetterOneAndToALaterOneFromOutside) {
+  const struct {
+    DWORD value;
+    DWORD64 date;
+    bool inbox, beats;
+  } cases[] = {{0xFE, 1, true, true}, {0xFF, 3, false, true}, {0xFF, 3, true, false}, {0xFF, 2, false, false}};
+  OwnDriver own;
+  own.rank = {0xFF, 2, 0, {}};
+  for (const auto &c : cases) {
+    Candidate candidate;
+    candidate.rank = {c.value, c.date, 9, {}};
+    candidate.inbox = c.inbox;
+    EXPECT_EQ(Beats(candidate, own), c.beats) << c.value << ' ' << c.date << ' ' << c.inbox;
   }
 }
 

@@ -46,14 +46,12 @@ bool InDriversDirectory(const std::vector<std::string> &parts) {
 // it is in none.
 std::string StoredFile(const std::string &package, const std::string &file, const RestoredPlaces &places,
                        const Target &target) {
-  constexpr std::string_view kInf = ".inf_";
-  const std::string folded = machine::FoldAnsiName(package);
-  const std::size_t inf = folded.find(machine::FoldAnsiName(kInf)), digits = package.rfind('_');
-  if (!PlainName(package) || inf == folded.npos) return {};
+  const std::string inf = InfNameOf(package);
+  if (inf.empty()) return {};
   const std::string store = places.system + "\\DriverStore\\FileRepository";
-  const std::string family = store + '\\' + package.substr(0, digits + 1);
+  const std::string family = store + '\\' + package.substr(0, package.rfind('_') + 1);
   std::vector<std::string> folders = {store + '\\' + package};
-  for (std::string &folder : StoreFolders(store, package.substr(0, inf + kInf.size() - 1), target)) {
+  for (std::string &folder : StoreFolders(store, inf, target)) {
     if (BeginsWith(folder.c_str(), family.c_str())) folders.push_back(std::move(folder));
   }
   for (const std::string &folder : folders) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "package/read/plain_names.h"
 #include "platform/inf/inf_file.h"
 #include "platform/scope_guard.h"
 
@@ -11,6 +12,12 @@ namespace {
 constexpr std::size_t kFolders = 64;
 
 }  // namespace
+
+std::string InfNameOf(const std::string &package) {
+  constexpr std::string_view kEnding = ".INF";
+  const std::size_t at = machine::FoldAnsiName(package).find(std::string(kEnding) + "_");
+  return at == std::string::npos || !PlainName(package) ? std::string() : package.substr(0, at + kEnding.size());
+}
 
 std::vector<std::string> StoreFolders(const std::string &fileRepository, const std::string &infName,
                                       const Target &target) {
