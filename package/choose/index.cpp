@@ -114,7 +114,7 @@ struct Walk {
 
 bool IsFull(Index *index, const std::string &path) {
   if (index->full) return true;
-  index->full = index->files.size() >= kIndexFiles || index->directories.size() >= kIndexFolders;
+  index->full = index->files.size() + index->unread.size() >= kIndexFiles || index->directories.size() >= kIndexFolders;
   if (index->full)
     Unread(index, path, "there are more files or folders than are looked at; this is the first left out");
   return index->full;
@@ -157,6 +157,10 @@ Index MakeIndex(const Target &target) {
 void AddDirectory(Index *index, const std::string &directory, bool inbox, IndexProgress progress, void *context) {
   std::string folder = directory;
   while (folder.size() > 1 && ParentOf(folder, *index->settings).size() == folder.size() - 1) folder.pop_back();
+  // A directory above it may stand in the index already.
+  for (IndexedFile &file : index->files) {
+    if (inbox && machine::SameName(ParentOf(file.path, *index->settings), folder)) file.inbox = true;
+  }
   WalkFolder({index, inbox, progress, context}, folder, 0);
   if (progress != nullptr) progress(context, index->files.size());
 }
@@ -169,7 +173,9 @@ void AddFile(Index *index, const std::string &path, bool inbox) {
     return;
   }
   index->files.push_back({path, inbox, static_cast<std::uint32_t>(index->ids.size())});
-  if (!AddFileIds(index, source.file.get())) Unread(index, path, "it lists more ids than are looked at");
+  if (!AddFileIds(index, source.file.get())) {
+    Unread(index, path, "it lists more than " + std::to_string(kIndexIds) + " ids, of which the rest is not looked at");
+  }
 }
 
 std::vector<std::uint32_t> FilesListing(const Index &index, const std::vector<std::string> &ids) {

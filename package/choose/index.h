@@ -13,7 +13,7 @@ namespace package {
 
 inline constexpr unsigned kIndexDepth = 32;        // folders below a directory
 inline constexpr unsigned kIndexFolders = 100000;  // below all directories
-inline constexpr unsigned kIndexFiles = 100000;    // INF files in all
+inline constexpr unsigned kIndexFiles = 100000;    // INF files in all, with those that cannot be read
 inline constexpr unsigned kIndexIds = 65536;       // of one file
 
 struct IndexedFile {
