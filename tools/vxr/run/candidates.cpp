@@ -266,11 +266,13 @@ Candidate Explain(const FoundFile &file, const Listing &listing, const std::vect
   return candidate;
 }
 
-// What is wrong with a directory that was searched for a device; empty when it holds INF files itself.
+// What is wrong with a directory that was searched for a device, `deep` by rules that look below it as well; empty when
+// there are INF files where they are sought.
 std::string DirectoryProblem(const std::string &directory, const std::filesystem::path &host,
-                             const std::vector<FoundFile> &files) {
+                             const std::vector<FoundFile> &files, bool deep) {
   std::error_code error;
-  const auto own = std::find_if(files.begin(), files.end(), [](const FoundFile &file) { return !file.below; });
+  const auto own =
+      std::find_if(files.begin(), files.end(), [deep](const FoundFile &file) { return deep || !file.below; });
   if (own != files.end()) return "";
   if (!IsMachinePath(directory)) {
     const bool ofHost = !directory.empty() && directory.front() == '/';
@@ -303,7 +305,7 @@ std::vector<FoundFile> FilesAtHand(const DeviceRecord &device, RunRecord *record
     std::vector<FoundFile> files;
     const std::filesystem::path host = HostOf(directory);
     if (!host.empty()) ListInfFiles(host, directory, 0, &files);
-    if (std::string problem = DirectoryProblem(directory, host, files); !problem.empty()) {
+    if (std::string problem = DirectoryProblem(directory, host, files, record->infFiles != 0); !problem.empty()) {
       AddDirectoryProblem(std::move(problem), record);
     }
     const auto alsoSearched = [&](const FoundFile &file) {
