@@ -1,6 +1,7 @@
 #include "package/choose/candidates.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 
 #include "package/choose/judgement.h"
@@ -11,6 +12,7 @@ namespace {
 
 constexpr std::uint32_t kSectionField = 1, kHardwareIdField = 2;  // of a model line
 constexpr std::size_t kLineIds = 256;                             // of one line that are kept
+constexpr std::size_t kToldDecorations = 8;                       // in a refusal
 
 // A model line that lists the device.
 struct Match {
@@ -48,13 +50,19 @@ Match BestId(FileSearch *search, std::uint32_t number, const machine::InfSection
   return best;
 }
 
+// Those of a section, the best first and of equal ones the first in the file; one more than is looked at.
 const std::vector<Match> &MatchesOf(FileSearch *search, std::uint32_t number) {
   const auto [entry, isNew] = search->bySection.try_emplace(number);
   if (!isNew) return entry->second;
   const machine::InfSection &section = machine::ParsedSection(search->inf.file.get(), number);
   for (std::uint32_t line = 0; line < section.lines.size(); ++line) {
     const Match match = BestId(search, number, section, line);
-    if (match.score != kNoMatch) entry->second.push_back(match);
+    if (match.score == kNoMatch) continue;
+    std::vector<Match> &matches = entry->second;
+    matches.insert(std::upper_bound(matches.begin(), matches.end(), match,
+                                    [](const Match &a, const Match &b) { return a.score < b.score; }),
+                   match);
+    if (matches.size() > kFileCandidates + 1) matches.pop_back();
   }
   return entry->second;
 }
@@ -65,9 +73,8 @@ Match BestAnnounced(FileSearch *search, const ManufacturerLine &manufacturer) {
   const auto look = [&](const std::string &name) {
     const std::uint32_t number = machine::FindSectionIndex(*search->inf.file, name);
     if (number == machine::kInfNone) return;
-    for (const Match &match : MatchesOf(search, number)) {
-      if (match.score < best.score) best = match;
-    }
+    const std::vector<Match> &matches = MatchesOf(search, number);
+    if (!matches.empty() && matches.front().score < best.score) best = matches.front();
   };
   look(manufacturer.base);
   for (const std::string &decoration : manufacturer.decorations) look(manufacturer.base + "." + decoration);
@@ -146,6 +153,44 @@ Candidate DescribeLine(FileSearch *search, const Match &match) {
   return candidate;
 }
 
+std::string TargetText(const Target &target) {
+  const char *architecture = ArchitectureName(target.architecture);
+  char text[96];
+  std::snprintf(text, sizeof text, "Windows %u.%u.%u for %s, product type %u, suite 0x%X", target.major, target.minor,
+                target.build, architecture != nullptr ? architecture : "an unknown processor", target.product,
+                target.suite);
+  return text;
+}
+
+// What a Manufacturer line is for.
+std::string Announcement(const ManufacturerLine &manufacturer) {
+  const std::string text = "The models [" + manufacturer.base + "] are announced ";
+  const std::vector<std::string> &decorations = manufacturer.decorations;
+  if (decorations.empty()) return text + "without a decoration, which is not for ";
+  const std::size_t told = std::min(decorations.size(), kToldDecorations);
+  std::string list;
+  for (std::size_t i = 0; i < told; ++i) list += (i == 0 ? "for " : ", ") + decorations[i];
+  if (told < decorations.size()) list += " and " + std::to_string(decorations.size() - told) + " more";
+  return text + list + ", of which none is for ";
+}
+
+// Why a line that lists the device is not for the target.
+std::string OtherSystems(FileSearch *search, const Match &match) {
+  const ManufacturerLine &manufacturer = search->manufacturers[match.manufacturer];
+  const machine::InfFile &file = *search->inf.file;
+  const std::string target = TargetText(search->index.target);
+  const std::string listing =
+      "[" + std::string(machine::SectionName(file, file.sections[match.section])) + "] lists the device.";
+  std::string name;
+  const bool chosen = ChooseModels(manufacturer.base, manufacturer.decorations, search->index.target, &name);
+  const bool missing = chosen && machine::FindSectionIndex(file, name) == machine::kInfNone;
+  if (!chosen || (missing && name == manufacturer.base)) {
+    return Announcement(manufacturer) + target + "; " + listing;
+  }
+  return "The models section [" + name + "] for " + target +
+         (missing ? " is not there; " : " does not list the device; ") + listing;
+}
+
 Candidate MakeCandidate(FileSearch *search, const Match &match) {
   Candidate candidate = DescribeLine(search, match);
   const Judgement &judgement = JudgementOf(search, candidate.writtenSection);
@@ -159,9 +204,7 @@ Candidate MakeCandidate(FileSearch *search, const Match &match) {
   if (match.refusal == Refusal::kNone) return candidate;
   candidate.models = search->manufacturers[match.manufacturer].base;
   candidate.refusal = match.refusal;
-  candidate.refusalText = match.refusal == Refusal::kDecoration
-                              ? "The device is listed for other systems only."
-                              : "The models section for this system is not there; others list the device.";
+  candidate.refusalText = OtherSystems(search, match);
   return candidate;
 }
 

@@ -65,8 +65,10 @@ class CandidatesTest : public MachineTest {
     unread.clear();
     for (const UnreadFile &file : index.unread) unread.push_back(file.path + ": " + file.reason);
     std::vector<std::string> offers;
+    refusals.clear();
     for (const Candidate &c : FindCandidates(index, device, {})) {
       const char *word = RefusalWord(c.refusal);
+      if (word != nullptr) refusals.push_back(c.refusalText);
       char rank[16];
       std::snprintf(rank, sizeof rank, "%06X", static_cast<unsigned>(c.rank.value));
       offers.push_back(c.rank.path.substr(8) + ' ' + c.models + ' ' + c.section + ' ' +
@@ -74,7 +76,7 @@ class CandidatesTest : public MachineTest {
     }
     return offers;
   }
-  std::vector<std::string> unread;
+  std::vector<std::string> unread, refusals;
 };
 
 TEST_F(CandidatesTest, InOrderWithReasons) {
@@ -93,6 +95,18 @@ TEST_F(CandidatesTest, InOrderWithReasons) {
                   "sub\\a.inf Q Inst.NTamd64 decoration FF0001", "sub\\a.inf M.NTamd64 Gone file-missing FF2000",
                   "sub\\a.inf M.NTamd64 Nowhere section-missing FF2000",
                   "sub\\a.inf M.NTamd64 Flat compressed FF3000"));
+  const std::string target = "Windows 10.0.19045 for amd64, product type 1, suite 0x0";
+  EXPECT_THAT(
+      refusals,
+      ElementsAre("The file old.sys of the service old is for another processor.",
+                  "The section [Not.NTamd64] excludes the device by its id pci\\dev.",
+                  "The models [N] are announced for NTx86, NTamd64.99, of which none is for " + target +
+                      "; [N.NTx86] lists the device.",
+                  "The models section [P.NTamd64.6.1] for " + target + " is not there; [P] lists the device.",
+                  "The models section [Q.NTamd64] for " + target + " does not list the device; [Q] lists the device.",
+                  "The file gone.sys of the service gone is missing.",
+                  "No form of the install section [Nowhere] is there for this system.",
+                  "The file packed.sy_ of the service flt is compressed, which is not unpacked."));
 }
 
 TEST_F(CandidatesTest, OfFilesWithOneRank) {
@@ -107,6 +121,11 @@ TEST_F(CandidatesTest, OfFilesWithOneRank) {
               ElementsAre("new.inf M.NTamd64 None = FF0000", "version.inf M.NTamd64 None = FF0000",
                           "a.INF M.NTamd64 None = FF0000", "B.inf M.NTamd64 None = FF0000"));
   EXPECT_THAT(unread, ElementsAre(testing::StartsWith("X:\\pack\\bad.inf: it has no [Version] section with")));
+  // The running system's own directory may lie in one that is looked through.
+  Index index = MakeIndex({});
+  AddDirectory(&index, "X:", false);
+  AddDirectory(&index, "x:\\PACK", true);
+  EXPECT_THAT(index.files, testing::Each(testing::Field(&IndexedFile::inbox, true)));
 }
 
 }  // namespace

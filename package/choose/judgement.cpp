@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/base/strings.h"
 #include "package/read/sources.h"
 
 namespace package {
@@ -27,9 +28,19 @@ std::string ExcludedId(const Installation &installation, const DeviceIds &device
   return {};
 }
 
+bool IsDriver(const ServiceLines &service) { return (service.type.value_or(1) & kDriverTypes) != 0; }
+
 // The file name of a service that is a driver; programs are of no use before the system has started.
 bool DriverName(const ServiceLines &service, std::string *name) {
-  return (service.type.value_or(1) & kDriverTypes) != 0 && BinaryName(service.binary, name);
+  return IsDriver(service) && BinaryName(service.binary, name);
+}
+
+// Why there is none.
+std::string NoDriverName(const ServiceLines &service) {
+  const std::string own = " of the service " + service.name;
+  if (!IsDriver(service)) return "The section [" + service.section + "]" + own + " makes it a program, no driver.";
+  if (service.binary.empty()) return "The section [" + service.section + "]" + own + " names no ServiceBinary.";
+  return "The ServiceBinary \"" + service.binary + "\"" + own + " is no file below the Windows directory.";
 }
 
 // Where the service's driver comes from: what a copy list brings under that name, else the file of that name.
@@ -53,7 +64,12 @@ bool IsInSystem(const InfSource &inf, const IncludePlaces &places, const std::st
 void JudgeDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
                  const Target &target, const IncludePlaces &places, Judgement *judgement) {
   const SourceFile source = FindDriver(installation, service, name, target);
-  const std::string file = "The file " + source.path + " of the service " + service.name;
+  const InfSource &inf = installation.infs[service.inf];
+  const auto told = [&inf](const std::string &path) {
+    return BeginsWith(path.c_str(), (inf.directory + "\\").c_str()) ? path.substr(inf.directory.size() + 1) : path;
+  };
+  const std::string of = " of the service " + service.name;
+  const std::string file = "The file " + told(source.path) + of;
   ImageFacts facts;
   switch (source.state) {
     case SourceState::kFound:
@@ -62,10 +78,11 @@ void JudgeDriver(const Installation &installation, const ServiceLines &service, 
     case SourceState::kCompressed:
       return Refuse(Refusal::kCompressed, file + " is compressed, which is not unpacked.", judgement);
     case SourceState::kInCabinet:
-      return Refuse(Refusal::kCompressed, file + " is in a cabinet, which is not unpacked.", judgement);
+      return Refuse(Refusal::kCompressed,
+                    "The file " + name + of + " is in the cabinet " + told(source.path) + ", which is not unpacked.",
+                    judgement);
     case SourceState::kMissing:
-      if (!IsInSystem(installation.infs[service.inf], places, name))
-        Refuse(Refusal::kFileMissing, file + " is missing.", judgement);
+      if (!IsInSystem(inf, places, name)) Refuse(Refusal::kFileMissing, file + " is missing.", judgement);
   }
 }
 
@@ -74,14 +91,15 @@ void JudgeServices(const Installation &installation, const Target &target, const
   const std::string section = "The section [" + installation.section + "]";
   const ServiceLines *function = FunctionDriver(installation);
   if (function == nullptr) {
-    if (!installation.noService) Refuse(Refusal::kNoBinary, section + " names no service for the device.", judgement);
-    return;
+    if (installation.noService) return;
+    std::string text = section + " names no service for the device.";
+    for (const std::string &sentence : installation.absent) text += " " + sentence;
+    return Refuse(Refusal::kNoBinary, text, judgement);
   }
   judgement->service = function->name;
   std::string name;
   if (!DriverName(*function, &name)) {
-    const std::string text = "The service " + function->name + " names no driver that can start with the system.";
-    return Refuse(Refusal::kNoBinary, text, judgement);
+    return Refuse(Refusal::kNoBinary, NoDriverName(*function), judgement);
   }
   if (installation.services.size() > kJudgedServices) {
     return Refuse(Refusal::kNoBinary, section + " has more services than a driver can need.", judgement);

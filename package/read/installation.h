@@ -54,6 +54,7 @@ struct Installation {
   std::vector<std::string> excludedIds;
   std::vector<std::string> includes;  // INF files that Include names, found or not
   std::vector<std::string> notes;     // what was passed over, a sentence each
+  std::vector<std::string> absent;    // the notes on what Include and Needs name and is not found; the first few
   std::string catalog;                // of [Version], the platform's own form first; empty: none
   DWORD featureScore = 0xFF;          // 0x00 to 0xFF
   std::string date, version;          // of DriverVer, the section's own over [Version]'s; as written

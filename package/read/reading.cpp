@@ -13,6 +13,8 @@ namespace {
 // What a field takes up beside its characters.
 constexpr std::size_t kFieldCost = 8;
 
+constexpr std::size_t kToldAbsent = 4;  // sentences
+
 // Sections below an install section that Needs names in full.
 constexpr std::string_view kSubSections[] = {".Services", ".HW"};
 
@@ -39,7 +41,7 @@ std::size_t IncludedInf(Reading *reading, const std::string &name) {
   installation->includes.push_back(name);
   InfSource source;
   if (reading->included.size() > kIncludedInfs || !PlainName(name) || !ReadIncluded(reading, name, &source)) {
-    Note(reading, "The INF file " + name + " that is included is not found.");
+    NoteAbsent(reading, "The INF file " + name + " that is included is not found.");
     return kNoInf;
   }
   installation->infs.push_back(std::move(source));
@@ -91,7 +93,7 @@ void AppendNeeded(Reading *reading, const Directive &directive, Needs *needs, st
       if (needed.section != nullptr) break;
     }
     if (needed.section == nullptr) {
-      Note(reading, "The section [" + name + "] that is needed is not found.");
+      NoteAbsent(reading, "The section [" + name + "] that is needed is not found.");
       if (missing != nullptr) missing->push_back(name);
     } else if (needs->taken.size() < kNeededSections && needs->taken.insert(needed.section).second) {
       const std::size_t first = directives->size();
@@ -131,6 +133,12 @@ std::string Field(Reading *reading, const FoundLine &line, std::uint32_t field) 
 void Note(Reading *reading, const std::string &sentence) {
   reading->spent += sentence.size();
   if (reading->said.insert(sentence).second) reading->installation->notes.push_back(sentence);
+}
+
+void NoteAbsent(Reading *reading, const std::string &sentence) {
+  std::vector<std::string> &absent = reading->installation->absent;
+  if (absent.size() < kToldAbsent && !reading->said.contains(sentence)) absent.push_back(sentence);
+  Note(reading, sentence);
 }
 
 std::vector<std::string> NameForms(const std::string &name, const Target &target) {

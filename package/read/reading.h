@@ -45,6 +45,7 @@ bool TooMuch(const Reading &reading);
 std::string Field(Reading *reading, const FoundLine &line, std::uint32_t field);
 // Each sentence once.
 void Note(Reading *reading, const std::string &sentence);
+void NoteAbsent(Reading *reading, const std::string &sentence);
 
 // The forms of a section's name in the order in which the target looks for them.
 std::vector<std::string> NameForms(const std::string &name, const Target &target);
