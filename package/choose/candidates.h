@@ -19,7 +19,7 @@ enum class Refusal {
   kExcluded,        // the section excludes the device
   kDirective,       // a directive that the narrow reading does not know
   kCompressed,      // such a file is compressed or in a cabinet
-  kNoBinary         // a service without a usable ServiceBinary
+  kNoBinary         // a service without a usable ServiceBinary, or whose file is no driver
 };
 // The fixed word: "decoration", "section-missing", "file-missing", "architecture", "excluded", "directive",
 // "compressed", "no-binary"; null for kNone.

@@ -34,6 +34,11 @@ ServiceBinary = %12%\old.sys
 AddService = gone, 2, GoneSvc
 [GoneSvc]
 ServiceBinary = %12%\gone.sys
+[Broken]
+[Broken.Services]
+AddService = broken, 2, BrokenSvc
+[BrokenSvc]
+ServiceBinary = %12%\broken.sys
 [Flat]
 [Flat.Services]
 AddService = arv, 2, Svc
@@ -50,6 +55,7 @@ class CandidatesTest : public MachineTest {
     std::string image = BuildImage(VersionTree({}));
     WriteFile("ram/pack/sub/arv.sys", image);
     WriteFile("ram/pack/sub/packed.sy_", image);
+    WriteFile("ram/pack/sub/broken.sys", image.substr(0, 60));
     WriteFile("ram/pack/sub/old.sys", image.replace(70, 2, "\x4C\x01"));
     Open();
   }
@@ -85,6 +91,7 @@ TEST_F(CandidatesTest, InOrderWithReasons) {
       "[Manufacturer]\nA = M, NTamd64\nB = N, NTx86, NTamd64.99\nC = P, NTamd64.6.1\nD = Q, NTamd64\nA = M, NTamd64\n"
       "[M.NTamd64]\nOne = Inst, PCI\\OTHER, PCI\\DEV\n\"Two, too\" = None, %Id%\nThree = Not, PCI\\DEV\n"
       "Four = Old, PCI\\CC\nFive = Gone, PCI\\CC\nSix = Nowhere, PCI\\CC\nSeven = Flat, PCI\\X, \\\n PCI\\CC\n"
+      "Eight = Broken,, PCI\\DEV\n"
       "[N.NTx86]\nOne = Inst, PCI\\DEV\n[N]\nOne = Inst, PCI\\CC\n[P]\nOne = Inst, PCI\\DEV\n"
       "[Q.NTamd64]\n[Q]\nOne = Inst, PCI\\DEV\n[M.NTamd64.10.0]\nNever = Inst, PCI\\DEV\n");
   EXPECT_THAT(
@@ -92,7 +99,8 @@ TEST_F(CandidatesTest, InOrderWithReasons) {
       ElementsAre("sub\\a.inf M.NTamd64 None = FF0001", "sub\\a.inf M.NTamd64 Inst.NTamd64 =arv FF1001",
                   "sub\\a.inf M.NTamd64 Old architecture 102000", "sub\\a.inf M.NTamd64 Not.NTamd64 excluded FF0001",
                   "sub\\a.inf N Inst.NTamd64 decoration FF0001", "sub\\a.inf P Inst.NTamd64 section-missing FF0001",
-                  "sub\\a.inf Q Inst.NTamd64 decoration FF0001", "sub\\a.inf M.NTamd64 Gone file-missing FF2000",
+                  "sub\\a.inf Q Inst.NTamd64 decoration FF0001", "sub\\a.inf M.NTamd64 Broken no-binary FF1001",
+                  "sub\\a.inf M.NTamd64 Gone file-missing FF2000",
                   "sub\\a.inf M.NTamd64 Nowhere section-missing FF2000",
                   "sub\\a.inf M.NTamd64 Flat compressed FF3000"));
   const std::string target = "Windows 10.0.19045 for amd64, product type 1, suite 0x0";
@@ -104,6 +112,7 @@ TEST_F(CandidatesTest, InOrderWithReasons) {
                       "; [N.NTx86] lists the device.",
                   "The models section [P.NTamd64.6.1] for " + target + " is not there; [P] lists the device.",
                   "The models section [Q.NTamd64] for " + target + " does not list the device; [Q] lists the device.",
+                  "The file broken.sys of the service broken is no driver, or cannot be read.",
                   "The file gone.sys of the service gone is missing.",
                   "No form of the install section [Nowhere] is there for this system.",
                   "The file packed.sy_ of the service flt is compressed, which is not unpacked."));

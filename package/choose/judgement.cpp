@@ -44,17 +44,20 @@ std::string NoDriverName(const ServiceLines &service) {
 }
 
 // Where the service's driver comes from: what a copy list brings under that name, else the file of that name.
+// `*listed`: a copy list names it.
 SourceFile FindDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
-                      const Target &target) {
+                      const Target &target, bool *listed) {
+  *listed = false;
   for (const FileLine &file : installation.files) {
     if (!file.serves || !machine::SameName(file.target, name)) continue;
+    *listed = true;
     const SourceFile source = FindSource(installation.infs[file.inf], file.source, target);
     if (source.state != SourceState::kMissing) return source;
   }
   return FindSource(installation.infs[service.inf], name, target);
 }
 
-// The restored system may have the file already.
+// The restored system may have a file that the package does not bring.
 bool IsInSystem(const InfSource &inf, const IncludePlaces &places, const std::string &name) {
   if (places.infDirectory.empty()) return false;
   const std::string windows = ParentOf(places.infDirectory, *inf.file->settings);
@@ -63,7 +66,8 @@ bool IsInSystem(const InfSource &inf, const IncludePlaces &places, const std::st
 
 void JudgeDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
                  const Target &target, const IncludePlaces &places, Judgement *judgement) {
-  const SourceFile source = FindDriver(installation, service, name, target);
+  bool listed = false;
+  const SourceFile source = FindDriver(installation, service, name, target, &listed);
   const InfSource &inf = installation.infs[service.inf];
   const auto told = [&inf](const std::string &path) {
     return BeginsWith(path.c_str(), (inf.directory + "\\").c_str()) ? path.substr(inf.directory.size() + 1) : path;
@@ -73,7 +77,10 @@ void JudgeDriver(const Installation &installation, const ServiceLines &service, 
   ImageFacts facts;
   switch (source.state) {
     case SourceState::kFound:
-      if (!ReadImageFacts(source.path, &facts) || facts.machine == ImageMachine(target)) return;
+      if (!ReadImageFacts(source.path, &facts)) {
+        return Refuse(Refusal::kNoBinary, file + " is no driver, or cannot be read.", judgement);
+      }
+      if (facts.machine == ImageMachine(target)) return;
       return Refuse(Refusal::kArchitecture, file + " is for another processor.", judgement);
     case SourceState::kCompressed:
       return Refuse(Refusal::kCompressed, file + " is compressed, which is not unpacked.", judgement);
@@ -82,7 +89,7 @@ void JudgeDriver(const Installation &installation, const ServiceLines &service, 
                     "The file " + name + of + " is in the cabinet " + told(source.path) + ", which is not unpacked.",
                     judgement);
     case SourceState::kMissing:
-      if (!IsInSystem(inf, places, name)) Refuse(Refusal::kFileMissing, file + " is missing.", judgement);
+      if (listed || !IsInSystem(inf, places, name)) Refuse(Refusal::kFileMissing, file + " is missing.", judgement);
   }
 }
 
