@@ -60,7 +60,10 @@ BootRecord MakeRecord(const GUID &classGuid, const char *service, const VXR_DRIV
 }  // namespace
 
 bool WantsNewerRecord() {
-  return VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic && HasDriverDatabase(RegistryEdits());
+  if (VXRRlm_GetBootRecord() != BootRecordKind::kAutomatic) return false;
+  // A hive that does not say is left to the newer record, which then fails and writes nothing.
+  const RegistryEdits edits;
+  return HasDriverDatabase(edits) || !edits.unread.empty();
 }
 
 BOOL VXRDev_CreateNewerRecord(const GUID *classGuid, const char *szService, const VXR_DRIVER *pVXRDriver) {
@@ -72,7 +75,11 @@ BOOL VXRDev_CreateNewerRecord(const GUID *classGuid, const char *szService, cons
   std::snprintf(controlSet, sizeof controlSet, "ControlSet%03u", gpVXRParaBlock->dwCtrlSetIndex);
   RegistryEdits edits;
   std::string publishedName, failed;
-  PlanBootRecord(MakeRecord(*classGuid, szService, *pVXRDriver), controlSet, windowsInf.get(), &edits, &publishedName);
+  if (!PlanBootRecord(MakeRecord(*classGuid, szService, *pVXRDriver), controlSet, windowsInf.get(), &edits,
+                      &publishedName, &failed)) {
+    trace.Error("the record of %s was not written:%s\n", szService, failed.c_str());
+    return FALSE;
+  }
   PlanServiceStart(szService, &edits);
   bool restored = true;
   if (!ApplyEdits(edits, &failed, &restored)) {

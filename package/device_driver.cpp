@@ -23,7 +23,8 @@ struct RunChoice {
   PlanContext context;
   IncludePlaces includes;
   Index index;
-  // What a verification has planned for earlier devices, which counts as made. An injection has made it.
+  // What a verification would have changed in the hive for earlier devices, which counts as made. An injection has made
+  // it. The files are in `context`.
   RegistryEdits pending;
 };
 std::unique_ptr<RunChoice> run;
@@ -87,7 +88,7 @@ std::vector<std::string> Texts(const char *texts) {
   return list;
 }
 
-// Plans a candidate's installation into the choice; else the candidate is refused.
+// Plans a candidate's installation into the choice; else the candidate is refused, unless it was the hive that failed.
 bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choice) {
   Plan plan;
   plan.edits = current.pending;
@@ -96,6 +97,8 @@ bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choic
     const bool planned =
         ReadCandidate(*candidate, current.index, current.includes, &installation, &candidate->refusalText) &&
         PlanPackage(*candidate, installation, current.context, &plan, &candidate->refusalText);
+    choice->plan.edits.unread = plan.edits.unread;
+    if (!plan.edits.unread.empty()) return false;
     if (!planned) candidate->refusal = Refusal::kFileMissing;
     if (!planned) return false;
   }
@@ -104,12 +107,14 @@ bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choic
   return true;
 }
 
-// The first candidate that can be installed and is better than what the system has; else what the system has.
+// The first candidate that can be installed and is better than what the system has; else what the system has. None when
+// the hive cannot be read: another driver would then be taken for no fault of the better one.
 void Choose(const RunChoice &current, Choice *choice) {
   for (Candidate &candidate : choice->candidates) {
     if (candidate.refusal != Refusal::kNone) continue;
     if (choice->hasOwn && !Beats(candidate, choice->own)) continue;
     if (PlanCandidate(current, &candidate, choice)) break;
+    if (!choice->plan.edits.unread.empty()) return;
   }
   choice->found = choice->chosen != nullptr || choice->hasOwn;
   if (choice->chosen != nullptr || !choice->hasOwn) return;
@@ -182,8 +187,13 @@ bool RecordDriver(const Choice &choice, VXR_DEVICE *device) {
 bool CarryOut(RunChoice *current, Choice *choice, BOOL inject, const Caller &trace) {
   ReportRemarks(choice->plan);
   if (!inject) {
-    ReportPlan(choice->plan, current->pending.list.size());
-    current->pending = std::move(choice->plan.edits);
+    Plan &plan = choice->plan;
+    PlanContext &context = current->context;
+    ReportPlan(plan, current->pending.list.size());
+    current->pending = std::move(plan.edits);
+    context.earlierFiles.insert(context.earlierFiles.end(), plan.files.begin(), plan.files.end());
+    context.earlierDirectories.insert(context.earlierDirectories.end(), plan.directories.begin(),
+                                      plan.directories.end());
     return true;
   }
   VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Updating registry for corresponding drivers...\n");
@@ -216,18 +226,25 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
   context.classGuid = device->guDevice;
   context.device = {Texts(device->szHardwareID), Texts(device->szCompatibleIDs)};
 
+  current->pending.unread.clear();  // each device has its own try
   Choice choice;
   choice.candidates = FindCandidates(current->index, context.device, current->includes);
   choice.hasOwn =
       FindOwnDriver(current->pending, context.controlSet, context.device, context.target, context.places, &choice.own);
-  Choose(*current, &choice);
+  choice.plan.edits.unread = current->pending.unread;
+  if (choice.plan.edits.unread.empty()) Choose(*current, &choice);
   TellChoice(choice, trace);
+  if (choice.found) PlanDevicesAbove(above, context, &choice.plan);
+  if (!choice.plan.edits.unread.empty()) {
+    trace.Error("the hive could not be read, nothing is done for %s:%s\n", device->szInstanceID,
+                choice.plan.edits.unread.c_str());
+    return FALSE;
+  }
   if (!choice.found) {
     trace.Error("no driver for %s among %u inf files\n", device->szInstanceID,
                 static_cast<DWORD>(current->index.files.size()));
     return FALSE;
   }
-  PlanDevicesAbove(above, context, &choice.plan);
   if (!RecordDriver(choice, device) || !CarryOut(current, &choice, device->bInject, trace)) return FALSE;
   platform::ReportDecision(VXRMACHINE_DEVICE_SET_UP, device->szInstanceID);
   VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Successful in %s for %s...\n",

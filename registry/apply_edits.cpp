@@ -1,5 +1,6 @@
 // Making the edits of a hive, and taking them back.
 #include "log/log.h"
+#include "platform/discard_hive.h"
 #include "registry/edit_keys.h"
 #include "registry/edits.h"
 #include "vxrcore/events.h"
@@ -31,8 +32,6 @@ bool Fail(Failure *failure, const char *call, std::string what, LSTATUS status) 
   *failure = {call, std::move(what), status};
   return false;
 }
-
-bool IsMissing(LSTATUS status) { return status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND); }
 
 std::string ValuePath(const std::string &key, const std::string &name) { return MountedKey(key) + '\\' + name; }
 
@@ -84,9 +83,8 @@ bool ApplyDeleteValue(const RegistryEdit &edit, Journal *journal, Failure *failu
   LSTATUS status = ERROR_SUCCESS;
   OldValue old = {edit.name, {}};
   const OpenedKey key = OpenHiveKey(edit.key, &status);
-  if (key == nullptr) return IsMissing(status) || Fail(failure, "RegOpenKey", MountedKey(edit.key), status);
+  if (key == nullptr) return Fail(failure, "RegOpenKey", MountedKey(edit.key), status);
   status = ReadHiveValue(key.get(), edit.name, &old.data);
-  if (IsMissing(status)) return true;
   if (status != ERROR_SUCCESS) return Fail(failure, "RegQueryValueEx", ValuePath(edit.key, edit.name), status);
   status = SpellName(edit.key, ValueNameAt, &old.name);
   if (status != ERROR_SUCCESS) return Fail(failure, "RegEnumValue", MountedKey(edit.key), status);
@@ -104,10 +102,6 @@ bool KeysFrom(const std::string &top, std::vector<std::string> *keys, Failure *f
     const std::string key = (*keys)[at];
     std::vector<std::string> names;
     const LSTATUS status = ListHiveNames(key, KeyNameAt, &names);
-    if (at == 0 && IsMissing(status)) {
-      keys->clear();
-      return true;
-    }
     if (status != ERROR_SUCCESS) return Fail(failure, "RegEnumKeyEx", MountedKey(key), status);
     for (const std::string &name : names) {
       keys->push_back(key + '\\' + name);
@@ -146,7 +140,6 @@ bool ApplyDeleteKey(const RegistryEdit &edit, Journal *journal, Failure *failure
   std::string name = KeyNames(edit.key).back();
   const std::string above = CleanKey(edit.key.substr(0, edit.key.size() - name.size()));
   const LSTATUS status = SpellName(above, KeyNameAt, &name);
-  if (IsMissing(status)) return true;
   if (status != ERROR_SUCCESS) return Fail(failure, "RegEnumKeyEx", MountedKey(above), status);
   std::vector<std::string> keys;
   if (!KeysFrom((above.empty() ? "" : above + '\\') + name, &keys, failure)) return false;
@@ -212,6 +205,7 @@ bool TakeAllBack(const Journal &journal, const Caller &trace) {
     if (TakeBack(*undo, &failure)) continue;
     LogFailure(failure, trace);
     platform::ReportDecision(VXRMACHINE_HIVE_NOT_RESTORED, MountedKey(undo->key).c_str());
+    platform::DiscardHive(MountedKey(undo->key).c_str());
     restored = false;
   }
   return restored;
@@ -223,6 +217,11 @@ bool ApplyEdits(const RegistryEdits &edits, std::string *failed, bool *restored)
   const CallTrace trace = TraceCall();
   Journal journal;
   *restored = true;
+  if (!edits.unread.empty()) {
+    trace.Error("nothing is changed, since the hive could not be read:%s\n", edits.unread.c_str());
+    *failed = edits.unread;
+    return false;
+  }
   for (const RegistryEdit &edit : edits.list) {
     Failure failure;
     if (Apply(edit, &journal, &failure)) {

@@ -6,6 +6,7 @@
 
 #include "engine/base/strings.h"
 #include "log/dump.h"
+#include "platform/architecture.h"
 #include "platform/inf/inf_file.h"
 #include "registry/published_name.h"
 
@@ -57,20 +58,6 @@ void ReplaceFilters(RegistryEdits *edits, const std::string &key, const BootReco
   }
 }
 
-const char *ArchitectureText(WORD architecture) {
-  constexpr WORD kX86 = 0, kArm = 5, kArm64 = 12;
-  switch (architecture) {
-    case kX86:
-      return "x86";
-    case kArm:
-      return "arm";
-    case kArm64:
-      return "arm64";
-    default:
-      return "amd64";
-  }
-}
-
 void AppendNumber(std::string *bytes, DWORD64 number, std::size_t size) {
   for (std::size_t i = 0; i < size; ++i) bytes->push_back(static_cast<char>(number >> 8 * i & 0xFF));
 }
@@ -103,8 +90,9 @@ std::string PackageDigits(const BootRecord &record) {
 }
 
 std::string PackageName(const BootRecord &record) {
-  return Lower(OneKey(record.infName.substr(0, kPackageInfMax))) + '_' + ArchitectureText(record.architecture) + '_' +
-         PackageDigits(record);
+  const char *architecture = ArchitectureName(record.architecture);
+  return Lower(OneKey(record.infName.substr(0, kPackageInfMax))) + '_' +
+         (architecture != nullptr ? architecture : "amd64") + '_' + PackageDigits(record);
 }
 
 std::string SectionKey(const BootRecord &record) { return OneKey(record.section.substr(0, kKeyNameMax)); }
@@ -274,20 +262,25 @@ void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet
 
 bool HasDriverDatabase(const RegistryEdits &edits) { return KeyExists(edits, kDatabase); }
 
-void PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
-                    RegistryEdits *edits, std::string *publishedName) {
+bool PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
+                    RegistryEdits *edits, std::string *publishedName, std::string *reason) {
   publishedName->clear();
   if (!HasDriverDatabase(*edits)) {
     PlanCriticalDevices(record, controlSet, edits);
-    return;
+    return true;
   }
-  if (!PlainKeyName(SectionKey(record))) return;
+  if (!PlainKeyName(SectionKey(record)) || KeyIds(record).empty()) {
+    *reason = "The section or the ids of the package's line cannot stand in the restored system's driver database.";
+    return false;
+  }
   const std::string package = PackageName(record);
-  if (FindPublishedName(*edits, package, publishedName) || TakePublishedName(windowsInf, edits, publishedName)) {
-    PlanDatabaseRecord(record, package, *publishedName, edits);
-  } else {
+  if (!FindPublishedName(*edits, package, publishedName) && !TakePublishedName(windowsInf, edits, publishedName)) {
     publishedName->clear();
+    *reason = "The restored system's driver database has no free name for the package.";
+    return false;
   }
+  PlanDatabaseRecord(record, package, *publishedName, edits);
+  return true;
 }
 
 void PlanServiceStart(const std::string &service, RegistryEdits *edits) {

@@ -48,10 +48,11 @@ bool HasDriverDatabase(const RegistryEdits &edits);
 
 // Plans the record that the hive needs. `windowsInf` is the restored system's inf directory, in which a published name
 // is not taken either. `*publishedName` gets the INF name under which a DriverDatabase keeps the package ("oem4.inf"):
-// that of the same package when it is there already, else a free one; empty where the record has no name, and when a
-// DriverDatabase has no free one, which is logged: nothing is planned then.
-void PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
-                    RegistryEdits *edits, std::string *publishedName);
+// that of the same package when it is there already, else a free one; empty where the record needs none. False, with
+// the reason and nothing planned, when a DriverDatabase has no free name, or the kernel could not find the record
+// there.
+bool PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
+                    RegistryEdits *edits, std::string *publishedName, std::string *reason);
 
 // Plans the entries of the critical-device database, also where the hive is of a system that does not read them.
 void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet, RegistryEdits *edits);

@@ -68,6 +68,7 @@ class BootRecords : public MachineTest {
     std::filesystem::create_directories(Host("restored/cfg"));
     WriteFile("restored/Windows/inf/oem1.inf", "");
   }
+  std::string reason;
   ~BootRecords() override { VXRReg_UnloadHive(kSystem); }
   void Mount(const std::vector<HiveValue> &more) {
     std::vector<HiveValue> values = SystemHiveValues(1);
@@ -84,7 +85,7 @@ TEST_F(BootRecords, ADatabaseGetsAWholePackageOnce) {
   Mount({OnlyKey("DriverDatabase\\DriverInfFiles\\oem2.inf"), {"DriverDatabase", "OemInfMap", REG_BINARY, {0x80}}});
   RegistryEdits edits;
   std::string name;
-  PlanBootRecord(KestrelStore(), "ControlSet001", kInf, &edits, &name);
+  ASSERT_TRUE(PlanBootRecord(KestrelStore(), "ControlSet001", kInf, &edits, &name, &reason)) << reason;
   EXPECT_EQ(name, "oem3.inf");
   std::string package;
   ASSERT_TRUE(ReadText(edits, "DriverDatabase\\DriverInfFiles\\oem3.inf", "Active", &package));
@@ -132,12 +133,21 @@ TEST_F(BootRecords, ADatabaseGetsAWholePackageOnce) {
   ASSERT_TRUE(ApplyEdits(edits, &failed, &restored)) << failed;
   RegistryEdits again, other;
   BootRecord record = KestrelStore();
-  PlanBootRecord(record, "ControlSet001", kInf, &again, &name);
+  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kInf, &again, &name, &reason)) << reason;
   EXPECT_THAT(Changes(again), IsEmpty());
   EXPECT_EQ(name, "oem3.inf");
   ++record.version;
-  PlanBootRecord(record, "ControlSet001", kInf, &other, &name);
+  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kInf, &other, &name, &reason)) << reason;
   EXPECT_EQ(name, "oem4.inf") << "another version is another package";
+
+  // What cannot be recorded is not planned in part.
+  RegistryEdits full;
+  for (int i = 0; i < 10000; ++i) CreateKey(&full, root + "DriverInfFiles\\oem" + std::to_string(i) + ".inf");
+  EXPECT_FALSE(PlanBootRecord(record, "ControlSet001", kInf, &full, &name, &reason));
+  EXPECT_THAT(reason, testing::HasSubstr("no free name"));
+  record.ids = {{"PCI\\\\x", 0}};
+  EXPECT_FALSE(PlanBootRecord(record, "ControlSet001", kInf, &full, &name, &reason));
+  EXPECT_THAT(Changes(full), IsEmpty());
 }
 
 TEST_F(BootRecords, AFreeNameIsFoundWhateverTheMapIs) {
@@ -170,7 +180,7 @@ TEST_F(BootRecords, AnOlderSystemGetsCriticalDeviceEntries) {
   std::string name;
   BootRecord record = KestrelStore();
   record.ids.resize(2);
-  PlanBootRecord(record, "ControlSet001", kInf, &edits, &name);
+  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kInf, &edits, &name, &reason)) << reason;
   const std::string other = "ControlSet001\\Control\\CriticalDeviceDatabase\\PCI#VEN_1DEA&DEV_0042",
                     guid = " set ClassGUID=1:{4D36E97B-E325-11CE-BFC1-08002BE10318}|";
   EXPECT_THAT(Changes(edits),

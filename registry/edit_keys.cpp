@@ -32,6 +32,8 @@ std::string MountedKey(const std::string &key) {
   return key.empty() ? VXR_RESTORED_HIVE : std::string(VXR_RESTORED_HIVE "\\") + key;
 }
 
+bool IsMissing(LSTATUS status) { return status == static_cast<LSTATUS>(ERROR_FILE_NOT_FOUND); }
+
 OpenedKey OpenHiveKey(const std::string &key, LSTATUS *status) {
   HKEY opened = nullptr;
   const LSTATUS rc = platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, MountedKey(key).c_str(), &opened);

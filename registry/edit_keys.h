@@ -17,6 +17,9 @@ std::string Folded(std::string text);
 // A path below HKEY_LOCAL_MACHINE.
 std::string MountedKey(const std::string &key);
 
+// Whether a registry call says that there is no such key or value, which is an answer and no failure.
+bool IsMissing(LSTATUS status);
+
 // Null when the key cannot be opened, with the reason in `*status` when given. Logs nothing.
 OpenedKey OpenHiveKey(const std::string &key, LSTATUS *status = nullptr);
 // The value whole, or what the registry call that failed returned. Logs nothing.

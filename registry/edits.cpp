@@ -35,10 +35,29 @@ std::size_t LastDeletion(const RegistryEdits &edits, const std::string &foldedKe
   return last;
 }
 
+// Remembers a read of the hive that failed. That something is not there is an answer.
+void NoteRead(const RegistryEdits &edits, LSTATUS status, const std::string &key, const std::string &name = {}) {
+  if (status == ERROR_SUCCESS || IsMissing(status) || !edits.unread.empty()) return;
+  edits.unread = MountedKey(key) + (name.empty() ? "" : '\\' + name) + " (error " + std::to_string(status) + ')';
+}
+
+OpenedKey Open(const RegistryEdits &edits, const std::string &key) {
+  LSTATUS status = ERROR_SUCCESS;
+  OpenedKey opened = OpenHiveKey(key, &status);
+  NoteRead(edits, status, key);
+  return opened;
+}
+
+std::vector<std::string> NamesInHive(const RegistryEdits &edits, const std::string &key, NameAt nameAt) {
+  std::vector<std::string> names;
+  NoteRead(edits, ListHiveNames(key, nameAt, &names), key);
+  return names;
+}
+
 bool Exists(const RegistryEdits &edits, const std::string &foldedKey) {
   const std::size_t deleted = LastDeletion(edits, foldedKey);
   if (NumberOf(edits.keysMade, foldedKey) > deleted) return true;
-  return deleted == 0 && OpenHiveKey(foldedKey) != nullptr;
+  return deleted == 0 && Open(edits, foldedKey) != nullptr;
 }
 
 // The names of the hive, then those of the list, each once, as far as they are there.
@@ -95,8 +114,11 @@ bool ReadValue(const RegistryEdits &edits, const std::string &key, const std::st
     return true;
   }
   if (deleted != 0) return false;
-  const OpenedKey opened = OpenHiveKey(folded);
-  return opened != nullptr && ReadHiveValue(opened.get(), name, data) == ERROR_SUCCESS;
+  const OpenedKey opened = Open(edits, folded);
+  if (opened == nullptr) return false;
+  const LSTATUS status = ReadHiveValue(opened.get(), name, data);
+  NoteRead(edits, status, folded, name);
+  return status == ERROR_SUCCESS;
 }
 
 bool ReadNumber(const RegistryEdits &edits, const std::string &key, const std::string &name, DWORD *number) {
@@ -117,7 +139,7 @@ bool ReadText(const RegistryEdits &edits, const std::string &key, const std::str
 std::vector<std::string> SubKeys(const RegistryEdits &edits, const std::string &key) {
   const std::string folded = Folded(CleanKey(key));
   std::vector<std::string> ofHive;
-  if (LastDeletion(edits, folded) == 0) ListHiveNames(folded, KeyNameAt, &ofHive);
+  if (LastDeletion(edits, folded) == 0) ofHive = NamesInHive(edits, folded, KeyNameAt);
   const bool untouched = edits.keysDeleted.empty();
   const auto isThere = [&](const std::string &name) {
     const std::string below = (folded.empty() ? "" : folded + '\\') + Folded(name);
@@ -132,7 +154,7 @@ std::vector<std::string> ValueNames(const RegistryEdits &edits, const std::strin
   const std::string folded = Folded(CleanKey(key));
   const std::size_t deleted = LastDeletion(edits, folded);
   std::vector<std::string> ofHive;
-  if (deleted == 0) ListHiveNames(folded, ValueNameAt, &ofHive);
+  if (deleted == 0) ofHive = NamesInHive(edits, folded, ValueNameAt);
   const auto isThere = [&](const std::string &name) {
     const std::size_t latest = NumberOf(edits.values, ValueId(folded, name));
     if (latest <= deleted) return deleted == 0;

@@ -1,5 +1,6 @@
 // Changes of the mounted restored hive that are decided and not made yet. Reading through them shows the hive as it
-// would be; a change that would leave everything as it is is not taken up, so a second run plans nothing.
+// would be; a change that would leave everything as it is is not taken up, so a second run plans nothing. What cannot
+// be read is remembered (`unread`).
 //
 // Keys are paths below the hive's root, such as "ControlSet001\Services\disk"; names of keys and values have no regard
 // to case. The empty value name is the key's default value. Texts are in the ANSI code page and stored as
@@ -33,6 +34,10 @@ struct RegistryEdits {
   std::unordered_map<std::string, std::size_t> values;                 // the latest of a value, by key, NUL and name
   // Of a key: names of sub-keys and of values that came into the list.
   std::unordered_map<std::string, std::vector<std::string>> newKeys, newValues;
+
+  // The first key or value of the hive that could not be read, and why; empty: none so far. It counted as missing, so
+  // the list is built on what may not be so: it is not to be used, and ApplyEdits refuses it.
+  mutable std::string unread;
 };
 
 bool KeyExists(const RegistryEdits &edits, const std::string &key);
@@ -63,5 +68,6 @@ std::vector<std::string> ListTexts(const RegistryData &data);
 std::vector<std::string> ControlSets(const RegistryEdits &edits);
 
 // Makes the changes, in order. On a failure, which is logged and named in `*failed`, takes back what was made, the last
-// one first, and returns false; `*restored` then says whether the hive is as it was.
+// one first, and returns false; `*restored` then says whether the hive is as it was; one that is not is discarded
+// (DiscardHive). Something to be deleted that is not there is a failure too: it was there when the change was planned.
 bool ApplyEdits(const RegistryEdits &edits, std::string *failed, bool *restored);

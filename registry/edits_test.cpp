@@ -125,6 +125,43 @@ TEST_F(Edits, AreTakenBackAtEachFailingCall) {
   }
 }
 
+TEST_F(Edits, WhatIsGoneIsNotDeleted) {
+  Mount();
+  const RegistryEdits edits = Plan();
+  for (const RegistryEdit &edit : edits.list) {
+    if (edit.kind != RegistryEdit::Kind::kDeleteKey && edit.kind != RegistryEdit::Kind::kDeleteValue) continue;
+    RegistryEdits missing;
+    missing.list = {edit};
+    missing.list[0].key += "x";
+    std::string failed;
+    bool restored = false;
+    EXPECT_FALSE(ApplyEdits(missing, &failed, &restored)) << edit.key;
+    EXPECT_TRUE(restored && !failed.empty());
+  }
+}
+
+TEST_F(Edits, AFailedReadIsNoAnswer) {
+  Mount();
+  VXRDbg_Log(kError, "the log reads the registry when it starts\n");
+  const std::vector<std::string> before = Snapshot({});
+  for (const char *call : {"RegOpenKeyA", "RegQueryValueExA", "RegEnumKeyExA"}) {
+    std::size_t met = 1;
+    for (unsigned nth = 1; met != 0; ++nth) {
+      machine::SetFaultPlan({call, nth, false, ERROR_ACCESS_DENIED});
+      RegistryEdits edits = Plan();
+      ControlSets(edits);
+      met = machine::FaultsMet();
+      machine::SetFaultPlan({});
+      std::string failed;
+      bool restored = false;
+      EXPECT_EQ(edits.unread.empty(), met == 0) << call << nth;
+      EXPECT_TRUE(met == 0 || !ApplyEdits(edits, &failed, &restored)) << call << nth;
+      EXPECT_EQ(failed, edits.unread);
+      EXPECT_EQ(Snapshot({}), before);
+    }
+  }
+}
+
 TEST_F(Edits, TellWhatCouldNotBePutBack) {
   Mount();
   std::string failed;
@@ -139,6 +176,7 @@ TEST_F(Edits, TellWhatCouldNotBePutBack) {
                                  [](const MachineEvent &event) { return event.kind == VXRMACHINE_HIVE_NOT_RESTORED; });
   ASSERT_NE(lost, events.end());
   EXPECT_EQ(lost->subject, "SYSTEM_ORG\\" + kOld);
+  EXPECT_NE(machine::UnmountHive("SYSTEM_ORG"), 0) << "half a driver is not saved";
 }
 
 }  // namespace

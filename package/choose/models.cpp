@@ -10,13 +10,6 @@
 namespace package {
 namespace {
 
-struct NamedArchitecture {
-  const char *name;
-  WORD architecture;
-};
-constexpr NamedArchitecture kArchitectures[] = {
-    {"x86", kX86}, {"amd64", kAmd64}, {"ia64", kIa64}, {"arm", kArm}, {"arm64", kArm64}};
-
 constexpr DWORD kFirstWithBuilds = 14310;  // build of 10.0 from which on decorations may name one
 
 bool ParseArchitecture(std::string_view text, Decoration *decoration) {
@@ -66,13 +59,6 @@ auto Preference(const Decoration &decoration) {
 }
 
 }  // namespace
-
-const char *ArchitectureName(WORD architecture) {
-  for (const NamedArchitecture &known : kArchitectures) {
-    if (known.architecture == architecture) return known.name;
-  }
-  return nullptr;
-}
 
 bool ParseDecoration(const std::string &text, Decoration *decoration) {
   *decoration = {};

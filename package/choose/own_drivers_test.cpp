@@ -91,8 +91,8 @@ TEST_F(OwnDrivers, AreThoseOfARealSystemWithADatabase) {
   record.description = record.manufacturer = "%devdesc9%";
   record.strings = {{"devdesc9", "Kestrel"}};
   record.includes = {"machine.inf"};
-  std::string published, package;
-  PlanBootRecord(record, kSet, "", &edits, &published);
+  std::string published, package, reason;
+  ASSERT_TRUE(PlanBootRecord(record, kSet, "", &edits, &published, &reason)) << reason;
   EXPECT_EQ(published, "oem3.inf");
   ASSERT_TRUE(ReadText(edits, "DriverDatabase\\DriverInfFiles\\" + published, "Active", &package));
   const std::string root = "DriverDatabase\\DriverPackages\\", real = root + "lsi_sas.inf_amd64_bef2937de3107062";

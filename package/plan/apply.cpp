@@ -25,15 +25,17 @@ bool IsDirectory(const std::string &path, bool *exists) {
   return *exists && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-// The nearest directory above that is there; the path itself when there is none.
-std::string ExistingDirectory(std::string path) {
-  bool exists = false;
-  while (!IsDirectory(path, &exists)) {
+// The nearest directory above that is there; false with a file in its place.
+bool ExistingDirectory(std::string path, std::string *directory) {
+  bool exists = false, isDirectory = false;
+  while (!exists && !isDirectory) {
     const char *end = LastBackslash(path.c_str());
     if (end == nullptr) break;
     path.resize(static_cast<std::size_t>(end - path.c_str()));
+    isDirectory = IsDirectory(path, &exists);
   }
-  return path;
+  *directory = path;
+  return isDirectory || !exists;
 }
 
 bool CheckFile(const PlannedFile &file, const Caller &trace, std::string *failed) {
@@ -45,7 +47,11 @@ bool CheckFile(const PlannedFile &file, const Caller &trace, std::string *failed
   }
   if (size != file.size) return FailFor("the file is not as it was planned", file.source, trace, failed);
   bool exists = false;
+  std::string directory;
   if (IsDirectory(file.target, &exists)) return FailFor("a directory is in the way", file.target, trace, failed);
+  if (!ExistingDirectory(file.target, &directory)) {
+    return FailFor("a file is in the way of a directory", directory, trace, failed);
+  }
   return true;
 }
 
@@ -53,7 +59,8 @@ bool CheckRoom(const std::vector<PlannedFile> &files, const Caller &trace, std::
   if (files.empty()) return true;
   DWORD64 needed = 0;
   for (const PlannedFile &file : files) needed += file.size;
-  const std::string directory = ExistingDirectory(files.front().target);
+  std::string directory;
+  ExistingDirectory(files.front().target, &directory);
   ULARGE_INTEGER available = {};
   if (!platform::GetDiskFreeSpaceExA((directory + '\\').c_str(), &available, nullptr, nullptr)) {
     trace.Failed("GetDiskFreeSpaceEx", directory.c_str());
@@ -68,6 +75,7 @@ bool CheckRoom(const std::vector<PlannedFile> &files, const Caller &trace, std::
 }
 
 bool CheckHive(const RegistryEdits &edits, const Caller &trace, std::string *failed) {
+  if (!edits.unread.empty()) return FailFor("the hive could not be read", edits.unread, trace, failed);
   if (edits.list.empty()) return true;
   HKEY key = nullptr;
   const LSTATUS status = platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, VXR_RESTORED_HIVE, &key);
@@ -84,12 +92,6 @@ bool CheckHive(const RegistryEdits &edits, const Caller &trace, std::string *fai
 // Everything that can be found out before the first byte is written. Files that are not needed and cannot be copied are
 // left out of `*files`.
 bool CheckPlan(const Plan &plan, std::vector<PlannedFile> *files, const Caller &trace, std::string *failed) {
-  for (const std::string &directory : plan.directories) {
-    bool exists = false;
-    if (!IsDirectory(directory, &exists) && exists) {
-      return FailFor("a file is in the way of a directory", directory, trace, failed);
-    }
-  }
   for (const PlannedFile &file : plan.files) {
     if (CheckFile(file, trace, failed)) {
       files->push_back(file);
@@ -100,7 +102,8 @@ bool CheckPlan(const Plan &plan, std::vector<PlannedFile> *files, const Caller &
   return CheckRoom(*files, trace, failed) && CheckHive(plan.edits, trace, failed);
 }
 
-bool MakeDirectories(const std::vector<std::string> &directories, const Caller &trace, std::string *failed) {
+// One that cannot be made fails the files that go into it, each as it is needed.
+void MakeDirectories(const std::vector<std::string> &directories, const Caller &trace) {
   for (const std::string &directory : directories) {
     bool exists = false;
     if (platform::CreateDirectoryA(directory.c_str(), nullptr)) continue;
@@ -108,10 +111,7 @@ bool MakeDirectories(const std::vector<std::string> &directories, const Caller &
     if (IsDirectory(directory, &exists)) continue;
     platform::SetLastError(error);
     trace.Failed("CreateDirectory", directory.c_str());
-    *failed = directory;
-    return false;
   }
-  return true;
 }
 
 // Whether the target is as large as the source was; a copy that is in place can still be cut.
@@ -197,7 +197,8 @@ ApplyResult ApplyPlan(const Plan &plan, std::string *failed) {
   std::vector<PlannedFile> files;
   if (!CheckPlan(plan, &files, trace, failed)) return ApplyResult::kNotReady;
   std::vector<std::string> copied;
-  if (!MakeDirectories(plan.directories, trace, failed) || !CopyFiles(files, &copied, trace, failed)) {
+  MakeDirectories(plan.directories, trace);
+  if (!CopyFiles(files, &copied, trace, failed)) {
     TellLeftFiles(copied, trace);
     return ApplyResult::kFileNotCopied;
   }

@@ -182,7 +182,7 @@ void CheckCatalog(Work *work) {
                  ", so Windows will count it as unsigned.");
 }
 
-// What lets the kernel find the driver for the device. False, with the reason, when a record has no name left.
+// What lets the kernel find the driver for the device. False, with the reason, when it cannot be recorded.
 bool PlanRecord(Work *work, std::string *reason) {
   const BootRecord record = RecordOf(*work);
   std::string *name = &work->plan->publishedName;
@@ -191,9 +191,7 @@ bool PlanRecord(Work *work, std::string *reason) {
     PlanCriticalDevices(record, work->context.controlSet, &work->edits);
     return true;
   }
-  PlanBootRecord(record, work->context.controlSet, work->context.places.inf, &work->edits, name);
-  if (name->empty() && HasDriverDatabase(work->edits)) {
-    *reason = "The restored system's driver database has no free name for the package.";
+  if (!PlanBootRecord(record, work->context.controlSet, work->context.places.inf, &work->edits, name, reason)) {
     return false;
   }
   PlanOwners(*name, work);
@@ -206,9 +204,16 @@ void Begin(Work *work) {
   for (std::size_t i = 0; i < work->plan->files.size(); ++i) {
     work->targets.emplace(machine::FoldAnsiName(work->plan->files[i].target), i);
   }
-  for (const std::string &directory : work->plan->directories) {
-    work->directories.insert(machine::FoldAnsiName(directory));
-  }
+  work->directories = PlannedDirectories(work->context, *work->plan);
+}
+
+bool PlanParts(Work *work, std::string *reason) {
+  if (!CheckServices(work, reason) || !PlanFiles(work, reason)) return false;
+  CheckCatalog(work);
+  PlanInstallLines(work);
+  if (!PlanServices(work, reason)) return false;
+  PlanHardwareLines(work);
+  return PlanRecord(work, reason);
 }
 
 // A service that the system has: its file in its place, and nothing that holds it back.
@@ -216,7 +221,7 @@ void EnableService(const OwnService &service, const PlanContext &context, Plan *
   DWORD64 size = 0;
   if (!service.storedBinary.empty()) {
     if (ReadableSize(service.storedBinary, &size)) {
-      AddFile({service.storedBinary, service.binary, size, true}, context.places, plan);
+      AddFile({service.storedBinary, service.binary, size, true}, context, plan);
     } else {
       plan->warnings.push_back("The file " + service.storedBinary + " of the service " + service.name +
                                " cannot be read.");
@@ -251,16 +256,14 @@ bool PlanPackage(const Candidate &candidate, const Installation &installation, c
     *reason = "The section " + installation.section + " names no service for the device.";
     return false;
   }
-  Begin(&work);
-  if (!CheckServices(&work, reason) || !PlanFiles(&work, reason)) return false;
-  CheckCatalog(&work);
-  PlanInstallLines(&work);
-  if (!PlanServices(&work, reason)) return false;
-  PlanHardwareLines(&work);
-  if (!PlanRecord(&work, reason)) return false;
-  TakeOver(work.edits, &plan->edits);
   plan->service = function->name;
-  return true;
+  Begin(&work);
+  const bool planned = PlanParts(&work, reason);
+  if (planned) TakeOver(work.edits, &plan->edits);
+  if (!work.edits.unread.empty()) plan->edits.unread = work.edits.unread;
+  if (plan->edits.unread.empty()) return planned;
+  *reason = "The restored system's hive could not be read: " + plan->edits.unread;
+  return false;
 }
 
 void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan) {

@@ -36,14 +36,19 @@ struct PlanContext {
   bool automaticRecord = false;  // the record that the hive needs; false: critical-device entries
   GUID classGuid = {};           // of the device
   DeviceIds device;
+  // Of earlier plans that were not carried out and count as made.
+  std::vector<PlannedFile> earlierFiles;
+  std::vector<std::string> earlierDirectories;
 };
 
 // Plans a package's driver: files, services, the registry lines that belong in the mounted hive, the boot record.
-// `plan->edits` may hold changes of earlier devices, which count as made. False, with the reason, when a needed file is
-// missing or a needed name is not plain; the plan is then not to be used.
+// `plan->edits` may hold changes of earlier devices, which count as made too. False, with the reason, when a needed
+// file is missing, a needed name is not plain, or the hive could not be read (`plan->edits.unread`); the plan is then
+// not to be used.
 bool PlanPackage(const Candidate &candidate, const Installation &installation, const PlanContext &context, Plan *plan,
                  std::string *reason);
-// Plans the system's own driver: lets it start, and puts its file in place from the driver store.
+// Plans the system's own driver: lets it start, and puts its file in place from the driver store. This and the next may
+// fail to read the hive; `plan->edits.unread` then tells, and the plan is not to be used.
 void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan);
 // Lets the drivers of the devices above start, where the system holds them back; each with its ids.
 void PlanDevicesAbove(const std::vector<DeviceIds> &above, const PlanContext &context, Plan *plan);

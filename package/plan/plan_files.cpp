@@ -33,10 +33,19 @@ bool IsServiceFile(const Work &work, const std::string &target) {
   return false;
 }
 
+// What will be at the target before this plan is carried out: the file that an earlier one puts there, else its own.
+const std::string &ContentOf(const std::string &target, const PlanContext &context) {
+  const std::vector<PlannedFile> &files = context.earlierFiles;
+  const auto same = [&](const PlannedFile &file) { return machine::SameName(file.target, target); };
+  const auto found = std::find_if(files.rbegin(), files.rend(), same);
+  return found != files.rend() ? found->source : target;
+}
+
+bool Exists(const std::string &path) { return platform::GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
 // Whether the line's flags leave an existing, or a missing, target alone.
 bool LeftAlone(const FileLine &file, const std::string &source, const std::string &target) {
-  const bool exists = platform::GetFileAttributesA(target.c_str()) != INVALID_FILE_ATTRIBUTES;
-  if (!exists) return (file.flags & kReplaceOnly) != 0;
+  if (!Exists(target)) return (file.flags & kReplaceOnly) != 0;
   if ((file.flags & kNoOverwrite) != 0) return true;
   return (file.flags & (kNoVersionDialog | kOverwriteOlderOnly)) != 0 && FileVersion(target) > FileVersion(source);
 }
@@ -55,7 +64,7 @@ void PlanListedFile(const FileLine &file, Work *work) {
     if (!serves && !inf.inbox) Warn(work, "The file " + source.path + " " + StateText(source.state) + ".");
     return;
   }
-  if (LeftAlone(file, source.path, target)) {
+  if (LeftAlone(file, source.path, ContentOf(target, work->context))) {
     if (!serves) return Note(work, "The file " + target + " stays as it is, as the package asks.");
     if ((file.flags & kReplaceOnly) == 0) {
       Warn(work, "The file " + target + " may be newer, and is replaced by the package's: the service needs that.");
@@ -102,7 +111,7 @@ bool PlanServiceFile(const ServiceLines &service, Work *work, std::string *reaso
   std::string name;
   if (!IsDriverService(service, &name)) return true;
   const std::string target = DriverPath(work->context.places, name);
-  std::string image = target;
+  std::string image = ContentOf(target, work->context);
   if (const std::optional<std::size_t> planned = PlannedTarget(*work, target)) {
     PlannedFile &file = work->plan->files[*planned];
     file.needed = true;
@@ -112,7 +121,7 @@ bool PlanServiceFile(const ServiceLines &service, Work *work, std::string *reaso
     if (source.state == SourceState::kFound) {
       PlanFile(source.path, target, source.size, true, work);
       image = source.path;
-    } else if (platform::GetFileAttributesA(target.c_str()) == INVALID_FILE_ATTRIBUTES) {
+    } else if (!Exists(image)) {
       *reason = "The file " + source.path + " of the service " + service.name + " " + StateText(source.state) + ".";
       return false;
     }
@@ -155,10 +164,7 @@ void PlanDirectories(const std::string &target, const std::string &root, std::se
     const auto length = static_cast<std::size_t>(end != nullptr ? end - directory.c_str() : 0);
     if (length <= root.size()) break;
     directory.resize(length);
-    if (!known->insert(machine::FoldAnsiName(directory)).second ||
-        platform::GetFileAttributesA(directory.c_str()) != INVALID_FILE_ATTRIBUTES) {
-      break;
-    }
+    if (!known->insert(machine::FoldAnsiName(directory)).second || Exists(directory)) break;
     missing.push_back(directory);
   }
   plan->directories.insert(plan->directories.end(), missing.rbegin(), missing.rend());
@@ -166,12 +172,21 @@ void PlanDirectories(const std::string &target, const std::string &root, std::se
 
 }  // namespace
 
-void AddFile(const PlannedFile &file, const RestoredPlaces &places, Plan *plan) {
+std::set<std::string> PlannedDirectories(const PlanContext &context, const Plan &plan) {
+  std::set<std::string> planned;
+  for (const std::string &directory : context.earlierDirectories) planned.insert(machine::FoldAnsiName(directory));
+  for (const std::string &directory : plan.directories) planned.insert(machine::FoldAnsiName(directory));
+  return planned;
+}
+
+void AddFile(const PlannedFile &file, const PlanContext &context, Plan *plan) {
   const auto same = [&](const PlannedFile &other) { return machine::SameName(other.target, file.target); };
-  if (std::any_of(plan->files.begin(), plan->files.end(), same) || SameBytes(file.source, file.target)) return;
-  std::set<std::string> known;
-  for (const std::string &directory : plan->directories) known.insert(machine::FoldAnsiName(directory));
-  PlanDirectories(file.target, places.root, &known, plan);
+  if (std::any_of(plan->files.begin(), plan->files.end(), same) ||
+      SameBytes(file.source, ContentOf(file.target, context))) {
+    return;
+  }
+  std::set<std::string> known = PlannedDirectories(context, *plan);
+  PlanDirectories(file.target, context.places.root, &known, plan);
   plan->files.push_back(file);
 }
 
@@ -184,7 +199,7 @@ void PlanFile(const std::string &source, const std::string &target, DWORD64 size
     work->plan->files[*planned] = file;  // the later of two files of one name holds
     return;
   }
-  if (SameBytes(source, target)) return;
+  if (SameBytes(source, ContentOf(target, work->context))) return;
   PlanDirectories(target, work->context.places.root, &work->directories, work->plan);
   work->targets.emplace(machine::FoldAnsiName(target), work->plan->files.size());
   work->plan->files.push_back(file);

@@ -41,18 +41,20 @@ void Note(Work *work, const std::string &sentence);
 std::string ServiceKey(const Work &work, const std::string &service);
 // "D:\Windows\System32\drivers\x.sys".
 std::string DriverPath(const RestoredPlaces &places, const std::string &name);
-// Whether the service is planned, or the hive has it so that it can start.
+// Whether the service is planned, or the hive has it so that it can start, with its file in place.
 bool HasService(const Work &work, const std::string &service);
 bool IsFunctionDriver(const Work &work, const ServiceLines &service);
 // Whether the service is one that a driver's image can be planned for; `*binary` gets its file's name.
 bool IsDriverService(const ServiceLines &service, std::string *binary);
 
+// The directories that this plan and earlier ones make, in upper case.
+std::set<std::string> PlannedDirectories(const PlanContext &context, const Plan &plan);
 // The copy lists, then the files of the services. False, with the reason, when one of a service is not to be had.
 bool PlanFiles(Work *work, std::string *reason);
 // A file that takes the place of what is there, unless that is the same already; with the directories that it needs.
 void PlanFile(const std::string &source, const std::string &target, DWORD64 size, bool needed, Work *work);
 // The same for one file that no list names, of a plan without a package.
-void AddFile(const PlannedFile &file, const RestoredPlaces &places, Plan *plan);
+void AddFile(const PlannedFile &file, const PlanContext &context, Plan *plan);
 
 // Looks at the services before anything is planned. False, with the reason, when one has no plain name.
 bool CheckServices(Work *work, std::string *reason);

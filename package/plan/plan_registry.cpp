@@ -10,8 +10,10 @@
 namespace package {
 namespace {
 
-constexpr std::size_t kDeletableLevel = 3;  // a control set, its Services and its Control are never deleted whole
-constexpr std::size_t kLongestId = 16;      // characters of a directory id with a percent sign
+// Components of a key that may be deleted: a service, but not a control set or what all drivers share, such as its
+// Control\Class.
+constexpr std::size_t kServiceLevel = 3, kDeletableLevel = 4;
+constexpr std::size_t kLongestId = 16;  // characters of a directory id with a percent sign
 
 // Where a line's key is.
 struct LineKey {
@@ -110,7 +112,9 @@ bool CheckClassFilter(const RegistryLine &line, RegistryChange *change, Work *wo
 }
 
 bool MayDelete(const LineKey &key, const RelativeRoot &relative) {
-  return key.components.size() >= kDeletableLevel && !machine::SameName(JoinComponents(key.components), relative.key);
+  const std::size_t levels = key.components.size();
+  const bool service = levels == kServiceLevel && machine::SameName(key.components[1], "Services");
+  return (service || levels >= kDeletableLevel) && !machine::SameName(JoinComponents(key.components), relative.key);
 }
 
 void PlanInHive(const RegistryLine &line, const LineKey &key, const RelativeRoot &relative, RegistryChange *change,

@@ -37,11 +37,12 @@ void PutList(const ServiceWriter &writer, const char *name, const std::vector<st
   if (!texts.empty()) Put(writer, name, ListData(texts), keepFlag);
 }
 
-// The tags that each load order group uses, of all services.
+// The tags that each load order group uses, of all services. One that cannot be read is passed over: a tag that is
+// taken twice does no harm.
 void ReadGroupTags(Work *work) {
   if (work->groupTagsRead) return;
   work->groupTagsRead = true;
-  const std::string services = work->context.controlSet + "\\Services";
+  const std::string services = work->context.controlSet + "\\Services", unread = work->edits.unread;
   for (const std::string &name : SubKeys(work->edits, services)) {
     const std::string key = services + '\\' + name;
     std::string group;
@@ -50,6 +51,7 @@ void ReadGroupTags(Work *work) {
       work->groupTags[machine::FoldAnsiName(group)].insert(tag);
     }
   }
+  work->edits.unread = unread;
 }
 
 // A driver that the system starts by itself gets a tag, without which it would be loaded behind all others of its
@@ -68,6 +70,24 @@ void PutTag(const ServiceWriter &writer, const std::string &oldGroup, Work *work
   }
   used.insert(tag);
   Put(writer, "Tag", NumberData(tag));
+}
+
+// Has the service's tag come first in the order of its group: the number of tags, then the tags, 32 bits each. A list
+// of another form is begun anew, as one that is missing.
+void PutTagInFront(const ServiceWriter &writer, Work *work) {
+  std::string group;
+  DWORD tag = 0;
+  if (!ReadText(work->edits, writer.key, "Group", &group) || !ReadNumber(work->edits, writer.key, "Tag", &tag)) return;
+  const std::string key = work->context.controlSet + "\\Control\\GroupOrderList", first = NumberData(tag).bytes;
+  RegistryData old;
+  std::string tags = first;
+  if (ReadValue(work->edits, key, group, &old) && old.type == REG_BINARY && old.bytes.size() % sizeof tag == 0) {
+    for (std::size_t at = sizeof tag; at < old.bytes.size(); at += sizeof tag) {
+      if (old.bytes.compare(at, sizeof tag, first) != 0) tags += old.bytes.substr(at, sizeof tag);
+    }
+  }
+  const auto count = static_cast<DWORD>(tags.size() / sizeof tag);
+  SetValue(&work->edits, key, group, BytesData(NumberData(count).bytes + tags));
 }
 
 void PutValues(const ServiceWriter &writer, const std::string &binary, DWORD start, Work *work) {
@@ -94,15 +114,13 @@ void PlanService(const ServiceLines &service, const std::string &binary, Work *w
   const DWORD asked = service.start.value_or(function ? kBootStart : kDemandStart);
   const ServiceWriter writer = {service, ServiceKey(*work, service.name), &work->edits};
   if (function && asked != kBootStart) {
-    Note(work, "The service " + service.name + " is set to start with the system (0), not as its package asks (" +
+    Warn(work, "The service " + service.name + " is set to start with the system (0), not as its package asks (" +
                    std::to_string(asked) + ").");
-  }
-  if ((service.flags & kTagToFront) != 0) {
-    Note(work, "The service " + service.name + " is not put in front of its load order group.");
   }
   PutValues(writer, binary, function ? kBootStart : asked, work);
   PlanServiceLines(service, work);
   if (function) Put(writer, "Start", NumberData(kBootStart));
+  if ((service.flags & kTagToFront) != 0) PutTagInFront(writer, work);
   DWORD start = 0;
   // What held an old service of that name back would hold this one back too.
   if (ReadNumber(work->edits, writer.key, "Start", &start) && start == kBootStart) {
@@ -127,9 +145,13 @@ std::string DriverPath(const RestoredPlaces &places, const std::string &name) {
 }
 
 bool HasService(const Work &work, const std::string &service) {
-  DWORD start = 0;
-  return work.services.contains(machine::FoldAnsiName(service)) ||
-         (PlainServiceName(service) && ReadNumber(work.edits, ServiceKey(work, service), "Start", &start));
+  constexpr DWORD kDisabled = 4;
+  if (work.services.contains(machine::FoldAnsiName(service))) return true;
+  const PlanContext &context = work.context;
+  OwnService own;
+  DWORD start = kDisabled;
+  return FindOwnService(work.edits, context.controlSet, service, {}, context.places, context.target, &own) &&
+         ReadNumber(work.edits, ServiceKey(work, service), "Start", &start) && start < kDisabled;
 }
 
 bool IsDriverService(const ServiceLines &service, std::string *binary) {

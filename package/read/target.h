@@ -1,12 +1,9 @@
 // The system that drivers are chosen for.
 #pragma once
 
-#include "platform/platform.h"
+#include "platform/architecture.h"
 
 namespace package {
-
-// Processor architectures, by Windows' numbers (PROCESSOR_ARCHITECTURE_...).
-inline constexpr WORD kX86 = 0, kArm = 5, kIa64 = 6, kAmd64 = 9, kArm64 = 12;
 
 struct Target {
   DWORD major = 0, minor = 0;
@@ -16,9 +13,6 @@ struct Target {
   DWORD suite = 0;         // bits
   WORD language = 0x0409;  // of its texts
 };
-
-// As INF files name it: "x86", "ia64", "amd64", "arm", "arm64"; null for another.
-const char *ArchitectureName(WORD architecture);
 
 // Whether the target is of that version or a later one.
 inline bool AtLeast(const Target &target, DWORD major, DWORD minor) {

@@ -107,7 +107,7 @@ void IndexDirectory(benchmark::State &state) {
   const unsigned count = static_cast<unsigned>(state.range(0));
   OpenBenchMachine(machines.at(count));
   for (auto _ : state) {
-    package::Index index = package::MakeIndex({10, 0, 19045, package::kAmd64});
+    package::Index index = package::MakeIndex({10, 0, 19045, kAmd64});
     package::AddDirectory(&index, "X:\\drivers", false);
     if (index.files.size() != count || index.ids.size() < 10 * count) state.SkipWithError("an incomplete index");
   }

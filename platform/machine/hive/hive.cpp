@@ -183,7 +183,36 @@ Status ReplaceValues(Hive *hive, const KeyPath &key, std::vector<StoredValue> va
   return {};
 }
 
+// Whether the change leaves the file's key as it is; the order of values says nothing.
+bool IsUnchanged(Hive *hive, const ChangedKey &key, hive_node_h node) {
+  std::vector<StoredValue> values;
+  const Malloced<char> name(hivex_node_name(hive->handle.get(), node));
+  const bool respelled = name == nullptr || (!key.name.empty() && HiveText(name.get()) != key.name);
+  if (respelled || !ReadAllValues(hive, node, Unnamed::kFails, &values) || values.size() != key.values.size()) {
+    return false;
+  }
+  return std::all_of(key.values.begin(), key.values.end(), [&](const StoredValue &value) {
+    const StoredValue *old = FindValue(&values, FoldKeyName(value.name));
+    return old != nullptr && old->name == value.name && old->type == value.type && old->bytes == value.bytes;
+  });
+}
+
 }  // namespace
+
+void ForgetUnchanged(Hive *hive) {
+  for (auto change = hive->changes.begin(); change != hive->changes.end();) {
+    const FoldedPath &path = change->first;
+    const auto node = hive->nodes.find(path);
+    // A key below one that is deleted goes with it.
+    const bool stands = !path.empty() && hive->deleted.count({path.begin(), path.end() - 1}) == 0;
+    if (stands && node != hive->nodes.end() && IsUnchanged(hive, change->second, node->second)) {
+      hive->deleted.erase(path);
+      change = hive->changes.erase(change);
+    } else {
+      ++change;
+    }
+  }
+}
 
 std::u16string HiveText(const char *text) {
   return IsAscii(text) ? std::u16string(text, text + std::strlen(text)) : Utf8ToUtf16(text);

@@ -121,6 +121,8 @@ Status FindHiveNode(Hive *hive, const FoldedPath &path, hive_node_h *node);
 Status HiveChildren(Hive *hive, hive_node_h parent, const ChildKeys **children);
 // Stores that the hive was found damaged, and says so.
 Status DamagedHive(Hive *hive);
+// Forgets what was changed and changed back, so that a hive that is as it was is not written.
+void ForgetUnchanged(Hive *hive);
 // A text as libhivex gives it.
 std::u16string HiveText(const char *text);
 
@@ -128,10 +130,10 @@ std::u16string HiveText(const char *text);
 Status CheckReplacedCells(Hive *hive);
 
 // Writes the changes to a new file, flushes it and puts it in the old one's place, with the old one's owner, mode and
-// extended attributes; without changes only has the disk know the names there, and stores size 0. The new hive is
-// clean, and no log beside it can be applied to it, now or later; the logs stay as they are, since they may be wanted
-// as evidence. On failure the old file is whole, or the new one is in place but not surely on
-// the disk, and its size is stored. The hive must not be used afterwards.
+// extended attributes; without changes, or with such as are taken back, only has the disk know the names there, and
+// stores size 0. The new hive is clean, and no log beside it can be applied to it, now or later; the logs stay as they
+// are, since they may be wanted as evidence. On failure the old file is whole, or the new one is in place but not
+// surely on the disk, and its size is stored. The hive must not be used afterwards.
 Status SaveHive(Hive *hive, std::uint64_t *size);
 
 }  // namespace machine

@@ -165,6 +165,7 @@ Status SaveInPlace(const Hive &hive, std::uint64_t *size) {
 
 Status SaveHive(Hive *hive, std::uint64_t *size) {
   *size = 0;
+  ForgetUnchanged(hive);
   if (hive->changes.empty() && hive->deleted.empty()) {
     // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
     if (!Rehearsing()) (void)FlushDirectory(hive->directory.fd);

@@ -66,6 +66,9 @@ Status OpenNamedHive(const char *windowsPath, Hive *hive) {
 // What was set in a damaged hive is not all that was to be set: a restored system is better left as it was than with
 // half a driver. The running system goes on with what it has.
 Status Save(MountedHive *mounted, std::uint64_t *size) {
+  if (mounted->discarded) {
+    return Status::Refused("it holds part of a driver that could not be taken back; see the errors, then run again");
+  }
   if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size);
   return Status::Refused(
       "it is damaged (error 1009) where it was read or changed; restore the hive file again, then run again");
@@ -144,6 +147,10 @@ int UnmountHive(const std::string &key) {
   hives.erase(found);
   ++Registry().changes;
   return saved ? 0 : 1;
+}
+
+void DiscardHiveOf(const KeyPath &key) {
+  if (MountedHive *mounted = PlaceOfKey(key).mounted) mounted->discarded = true;
 }
 
 void DropMountedHives() {

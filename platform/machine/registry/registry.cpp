@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/discard_hive.h"
 #include "platform/machine/base/errors.h"
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/handle_table.h"
@@ -265,6 +266,8 @@ LSTATUS RegDeleteValueA(HKEY key, const char *valueName) {
   ReportDeleted(open->text, name);
   return ERROR_SUCCESS;
 }
+
+void DiscardHive(const char *key) { DiscardHiveOf(ParseKeyPathA(key)); }
 
 // The handle is gone even when a test has the call fail, so that what is still open afterwards was never closed.
 LSTATUS RegCloseKey(HKEY key) {

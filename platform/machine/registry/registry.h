@@ -24,9 +24,9 @@ std::uint64_t RegistryChanges();
 //
 // From LOAD to UNLOAD no other run can load the file, and it stays as it is on disk; what is set is kept in memory. At
 // UNLOAD a hive in which something changed is written to a new file that takes the old one's place; one in which
-// nothing changed is left alone. A hive that could not be saved, as one that answered a call with ERROR_BADDB is not,
-// is unmounted all the same, its changes are lost and the file is as it was. With a key below it still open it stays
-// mounted.
+// nothing changed is left alone. A hive that could not be saved, as one that answered a call with ERROR_BADDB or was
+// discarded is not, is unmounted all the same, its changes are lost and the file is as it was. With a key below it
+// still open it stays mounted.
 int MountHive(const std::string &key, const char *windowsPath);
 int UnmountHive(const std::string &key);
 

@@ -18,8 +18,9 @@ namespace machine {
 struct MountedHive {
   std::string key;  // where it is mounted, as written
   KeyPath at;
-  std::string subject;   // the hive file for people, in the machine's ANSI code page
-  bool running = false;  // of the running system: saved when the machine closes
+  std::string subject;     // the hive file for people, in the machine's ANSI code page
+  bool running = false;    // of the running system: saved when the machine closes
+  bool discarded = false;  // holds what must not be saved
   std::unique_ptr<Hive> hive;
 };
 
@@ -76,6 +77,9 @@ KeyPlace PlaceOfKey(const KeyPath &given);
 
 // Tells the debugger and the observer of a hive that was brought up to date from its logs (hive_mount.cpp).
 void TellReplay(const MountedHive &mounted);
+
+// The hive that holds the key will not be saved (hive_mount.cpp).
+void DiscardHiveOf(const KeyPath &key);
 
 // Unmounts the hives that are not the running system's, without saving them (hive_mount.cpp).
 void DropMountedHives();

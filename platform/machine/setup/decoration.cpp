@@ -3,24 +3,15 @@
 #include <charconv>
 #include <tuple>
 
+#include "platform/architecture.h"
 #include "platform/inf/inf_file.h"
 
 namespace machine {
 namespace {
 
-constexpr DWORD kArchitectureX86 = 0;
-
-struct ArchitectureName {
-  const char *name;
-  DWORD architecture;
-};
-
-constexpr ArchitectureName kArchitectures[] = {
-    {"x86", kArchitectureX86}, {"amd64", 9}, {"ia64", 6}, {"arm", 5}, {"arm64", 12}};
-
 bool ParseArchitecture(std::string_view text, std::optional<DWORD> *architecture) {
   if (text.empty()) return true;
-  for (const ArchitectureName &known : kArchitectures) {
+  for (const NamedArchitecture &known : kArchitectures) {
     if (!SameName(text, known.name)) continue;
     *architecture = known.architecture;
     return true;
@@ -71,9 +62,8 @@ bool ParseDecoration(std::string_view text, Decoration *decoration) {
 }
 
 bool Fits(const Decoration &decoration, const System &system) {
-  const bool architecture = decoration.architecture
-                                ? *decoration.architecture == system.processorArchitecture
-                                : !NeutralMeansX86(system) || system.processorArchitecture == kArchitectureX86;
+  const bool architecture = decoration.architecture ? *decoration.architecture == system.processorArchitecture
+                                                    : !NeutralMeansX86(system) || system.processorArchitecture == kX86;
   if (!architecture || VersionOf(decoration) > std::tuple(system.osMajor, system.osMinor, system.osBuild)) return false;
   if (decoration.product && *decoration.product != system.product) return false;
   return !decoration.suite || (system.suite & *decoration.suite) == *decoration.suite;

@@ -105,7 +105,7 @@ bool AddChoiceEvent(RunRecord *record, const VXRMachine_Event &event) {
     case VXRMACHINE_HIVE_NOT_RESTORED:
       record->problems.push_back(
           MachineText(event.subject) +
-          ": could not be put back as it was before the failure: restore the system's hive again");
+          ": could not be put back as it was before the failure, so the system's hive is not saved: run again");
       return true;
     case VXRMACHINE_JOB_VALUE_UNKNOWN:
       record->problems.push_back(
