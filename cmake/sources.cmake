@@ -103,8 +103,10 @@ target_include_directories(vxrcore INTERFACE ${PROJECT_SOURCE_DIR}/include)
 if(WIN32)
   enable_language(RC)
   configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)
-  target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/vxrcore.def ${PROJECT_BINARY_DIR}/version.rc)
+  target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/tick_count.cpp platform/win32/vxrcore.def
+                 ${PROJECT_BINARY_DIR}/version.rc)
   set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
+  target_link_libraries(vxrcore PRIVATE vxr_inf_file)
   target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
 else()
   # Without a list, templates of the C++ library were exported too, some as symbols that forbid unloading.

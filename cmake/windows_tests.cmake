@@ -67,7 +67,7 @@ tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp 
   tools/vxr/run/run_record.cpp tools/vxr/run/search_record.cpp tools/vxr/run/change_record.cpp
   tools/vxr/run/choice_record.cpp
 tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/running_machine.cpp
-  tools/vxr/base/log_events.cpp
+  tools/vxr/base/log_events.cpp tools/vxr/base/choice_lines.cpp
   tools/vxr/base/output.cpp
   volume/volume_test.cpp engine/paths/path_catalogue_test.cpp)
 set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)

@@ -72,7 +72,7 @@ BOOL VXRDev_CreateNewerRecord(const GUID *classGuid, const char *szService, cons
   const HeapText windowsInf = VXREng_GetStringAs(VXR_DIR_WININF, nullptr);
   if (windowsInf == nullptr) return FALSE;
   char controlSet[32];
-  std::snprintf(controlSet, sizeof controlSet, "ControlSet%03u", gpVXRParaBlock->dwCtrlSetIndex);
+  std::snprintf(controlSet, sizeof controlSet, "ControlSet%03u", static_cast<unsigned>(gpVXRParaBlock->dwCtrlSetIndex));
   RegistryEdits edits;
   std::string publishedName, failed;
   if (!PlanBootRecord(MakeRecord(*classGuid, szService, *pVXRDriver), controlSet, windowsInf.get(), &edits,

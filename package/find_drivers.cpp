@@ -1,6 +1,5 @@
 #include <cstring>
 
-#include "log/log.h"
 #include "package/choose/candidates.h"
 #include "platform/platform.h"
 #include "vxrcore/drivers.h"
@@ -51,7 +50,6 @@ void Answer(const Candidate &candidate, const VXRDRV_ANSWER &answer) {
 
 extern "C" int32_t VXRDrv_FindDrivers(const VXRDRV_QUERY *query, const VXRDRV_ANSWER *answer, uint32_t *files) {
   using namespace package;
-  const CallTrace trace = TraceCall();
   *files = 0;
   Index index = MakeIndex(TargetOf(query->target));
   for (const std::string &directory : Texts(query->directories)) AddDirectory(&index, directory, false);

@@ -71,7 +71,7 @@ IncludePlaces RestoredIncludes(const RestoredPlaces &places) {
 
 std::string RestoredControlSet() {
   char name[32];
-  std::snprintf(name, sizeof name, "ControlSet%03u", gpVXRParaBlock->dwCtrlSetIndex);
+  std::snprintf(name, sizeof name, "ControlSet%03u", static_cast<unsigned>(gpVXRParaBlock->dwCtrlSetIndex));
   return name;
 }
 

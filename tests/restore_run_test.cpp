@@ -8,6 +8,7 @@
 
 #include "platform/machine/base/fault.h"
 #include "tests/support/restore_job.h"
+#include "tools/vxr/base/choice_lines.h"
 
 namespace {
 
@@ -284,6 +285,37 @@ TEST_F(RestoreJobTest, RunWithoutWindowGivesTheSameCode) {
   OpenJob([this](std::string *) { EditInf(folder, "DEV_0030", "DEV_9999"); });
   EXPECT_EQ(VXREng_RunVXR(1, 1, nullptr, nullptr), 3u);
   EXPECT_THAT(log, testing::Not(HasSubstr("STMSG:")));
+}
+
+// The command line on Windows hears of a choice by Windows' rules from the log alone.
+std::vector<std::string> heard;
+void Hear(const VXRMachine_Event &event) {
+  const bool described = event.kind == VXRMACHINE_CANDIDATE;  // which the log does not say
+  heard.push_back(std::to_string(event.kind) + ' ' + std::to_string(event.type) + ' ' + std::to_string(event.size));
+  for (const char *text : {event.subject, event.detail, described ? nullptr : event.text}) {
+    heard.back() += std::string(" |") + (text == nullptr ? "" : text);
+  }
+}
+
+TEST_F(RestoreJobTest, LogSaysOfAChoiceWhatItsEventsSay) {
+  CopyExample("raid-10.0-x64", "raid", "ram");
+  OpenFile("raid/machine.toml");
+  constexpr char kJob[] = "SOFTWARE\\Varnelt\\Relmar\\10";
+  ASSERT_TRUE(VXRMachine_SetValue(kJob, "DriverRules", "windows") && VXRMachine_SetValue(kJob, "BootRecord", "auto"));
+  ASSERT_EQ(VXREng_RunVXR(10, 0, nullptr, nullptr), 0u);
+  heard.clear();
+  for (const std::string &line : Lines("")) TellChoiceLine(line, Hear);
+  const std::vector<std::string> fromLog = std::move(heard);
+  heard.clear();
+  constexpr uint32_t kKinds[] = {VXRMACHINE_CANDIDATE,  VXRMACHINE_CANDIDATE_DRIVER, VXRMACHINE_CANDIDATE_REFUSED,
+                                 VXRMACHINE_OWN_DRIVER, VXRMACHINE_CANDIDATE_CHOSEN, VXRMACHINE_PLAN_WARNING,
+                                 VXRMACHINE_INF_UNREAD};
+  for (const MachineEvent &event : events) {
+    if (std::find(std::begin(kKinds), std::end(kKinds), event.kind) == std::end(kKinds)) continue;
+    Hear({event.kind, event.type, event.size, event.subject.c_str(), event.detail.c_str(), event.text.c_str()});
+  }
+  EXPECT_GE(heard.size(), 10u);
+  EXPECT_EQ(fromLog, heard);
 }
 
 }  // namespace

@@ -12,8 +12,8 @@ struct BenchMachine {
 // A new temporary folder.
 std::filesystem::path MakeBenchFolder();
 
-// Makes the folder with `infCount` INF files in X:\drivers; `hive` (a file) becomes the restored system's hive when not
-// empty. Job 1 is the restore job.
+// Makes the folder with `infCount` INF files in X:\drivers; `hive` (a file) becomes the restored system's hive, a
+// small one when it is empty. Job 1 is the restore job, job 2 the same of a 10.0 system by Windows' rules.
 BenchMachine MakeBenchMachine(unsigned infCount, const std::filesystem::path &hive);
 void RemoveBenchMachine(const BenchMachine &machine);
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/vxr/base/choice_lines.h"
 #include "vxrcore/vxrcore.h"
 
 // clang-format off
@@ -260,6 +261,7 @@ void TellLogLine(std::string_view line, EventSink sink) {
   const std::string_view text = WithoutLineEnd(line);
   if (text.starts_with("*** Varnelt VXRCORE LOG STARTS:")) TellLogFile(text, sink);
   if (text.starts_with(kError)) TellError(text.substr(kError.size()), sink);
+  TellChoiceLine(text, sink);
   if (text.starts_with(kBootFact)) TellBootFacts(std::string(text.substr(kBootFact.size())), sink);
   if (text.starts_with(kBootWarning)) TellSetField(text.substr(kBootWarning.size()), sink);
   if (const auto root = Between(text, "CHECK:VXRExt_BuildVXRVolumesHBM:checking mnpnt = ", "...")) {
