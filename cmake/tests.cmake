@@ -16,6 +16,10 @@ endfunction()
 target_sources(vxr_test_support PRIVATE tests/support/restore_job.cpp tests/support/fault_loop.cpp)
 vxr_test(restore_run_test machine tests/restore_run_test.cpp tools/vxr/base/choice_lines.cpp)
 
+# The run by Windows' own choice of drivers.
+target_sources(vxr_test_support PRIVATE tests/support/choice_job.cpp)
+vxr_test(choice_run_test machine tests/choice_run_test.cpp)
+
 # A run that is killed or has no room at any call that changes something. Not with sanitizers, whose library would have
 # to come before the preloaded one.
 if(NOT VXR_SANITIZE)

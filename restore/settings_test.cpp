@@ -1,5 +1,7 @@
 #include "restore/settings.h"
 
+#include <algorithm>
+
 #include "engine/base/parameters.h"
 #include "log/heap.h"
 #include "tests/support/test_machine.h"
@@ -70,6 +72,50 @@ TEST_F(SettingsTest, EachMissingValueReleasesTheOnesBefore) {
     for (int later = missing + 1; later < 4; ++later) {
       EXPECT_THAT(log, Not(HasSubstr(std::string("szValue=") + values[later] + "\n")));
     }
+  }
+}
+
+// The two values that most jobs lack: every text that they can have, and what is no such text.
+TEST_F(SettingsTest, ChoicesAreExactUnlessTheJobSaysOtherwise) {
+  const struct {
+    const char *values, *told;  // told: what is no text that a value can have, and the log's line of it
+    bool windows, automatic;
+  } cases[] = {
+      {"", "", false, false},
+      {"DriverRules = 'exact'\nBootRecord = 'eXact'", "", false, false},
+      {"DriverRules = 'windows'", "", true, false},
+      {"bootrecord = 'AUTO'\nDRIVERRULES = 'Windows'", "", true, true},
+      {"BootRecord = { type = 2, hex = '61 00 75 00 74 00 6F 00 00 00' }", "", false, true},  // expandable
+      {"DriverRules = 'nonsense'", "DriverRules=nonsense is none of exact and windows, exact is used", false, false},
+      {"BootRecord = ''", "BootRecord= is none of exact and auto, exact is used", false, false},
+      {"BootRecord = 'windows'", "BootRecord=windows is none of exact and auto, exact is used", false, false},
+      {"DriverRules = 1", "DriverRules=(no such text) is none of exact and windows, exact is used", false, false},
+      {"DriverRules = ['windows']", "DriverRules=(no such text) is none of exact and windows, exact is used", false,
+       false},
+      {"DriverRules = 'windows windows windows windows windows windows windows windows windows'",
+       "DriverRules=(no such text) is none of exact and windows, exact is used", false, false},
+      {"DriverRulesToo = 'windows'\nDriverRule = 'windows'", "", false, false},
+  };
+  for (const auto &[values, told, windows, automatic] : cases) {
+    SCOPED_TRACE(values);
+    Close();
+    Open(std::string(kJob) + values + "\n");
+    log.clear();
+    events.clear();
+    ASSERT_TRUE(VXRRlm_Initialize(3, nullptr));
+    EXPECT_EQ(VXRRlm_GetDriverRules() == DriverRules::kWindows, windows);
+    EXPECT_EQ(VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic, automatic);
+    const bool isTold = *told != '\0';
+    EXPECT_THAT(Lines("WARNG:VXRRlm_Initialize:"), testing::ElementsAreArray(&told, isTold ? 1 : 0));
+    EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                            [](const MachineEvent &event) { return event.kind == VXRMACHINE_JOB_VALUE_UNKNOWN; }),
+              isTold);
+    if (!isTold) {
+      EXPECT_THAT(log, Not(HasSubstr("DriverRule")));
+    }
+    VXRRlm_Cleanup();
+    EXPECT_EQ(VXRRlm_GetDriverRules(), DriverRules::kExact);
+    EXPECT_EQ(VXRRlm_GetBootRecord(), BootRecordKind::kExact);
   }
 }
 

@@ -4,6 +4,8 @@
 
 #include "tests/support/fault_loop.h"
 
+#include "tests/support/choice_job.h"
+#include "tests/support/hive_reader.h"
 #include "tests/support/restore_job.h"
 
 namespace {
@@ -81,10 +83,103 @@ std::vector<RunLoop> Loops() {
   return loops;
 }
 
-INSTANTIATE_TEST_SUITE_P(RestoreRun, RunFaultLoopTest, testing::ValuesIn(Loops()), [](const auto &test) {
+std::string NameOf(const testing::TestParamInfo<RunLoop> &test) {
   const FaultLoop &faults = test.param.faults;
   return std::string(kModeNames[static_cast<int>(test.param.mode)]) + (faults.onwards ? "Onwards" : "Once") +
-         std::to_string(faults.share);
-});
+         (*faults.call == '*' ? "" : faults.call) + std::to_string(faults.share);
+}
+
+INSTANTIATE_TEST_SUITE_P(RestoreRun, RunFaultLoopTest, testing::ValuesIn(Loops()), NameOf);
+
+// --- A driver chosen as Windows would choose it -----------------------------------------------------------------------
+
+const char *const kDrivers[] = {"twraid.sys", "filter/twflt.sys"};
+
+class ChoiceFaultLoopTest : public ChoiceJobTest, public testing::WithParamInterface<RunLoop> {
+ protected:
+  ChoiceFaultLoopTest();
+  void ResetRestoredSystem();
+  // Which of the drivers are there; each is whole.
+  std::size_t Drivers() const;
+
+  std::string pristine, hive;
+  std::vector<std::string> oldLines, newLines;  // of the hive
+};
+
+// The pack is thinned to the package that is taken and one that is not, for speed.
+ChoiceFaultLoopTest::ChoiceFaultLoopTest() {
+  for (const char *part : {"net", "enclosure", "hba", "tools", "raid/x86", "raid/legacy", "raid/w7", "raid/w11"}) {
+    fs::remove_all(Host("ram/drivers") / part);
+  }
+  pristine = RestoredTree();
+  hive = ReadFile(kHivePath);
+  oldLines = HiveLines(Host(kHivePath));
+  OpenChoice("machine");
+  EXPECT_EQ(Run(true), 0u);
+  Close();
+  newLines = HiveLines(Host(kHivePath));
+}
+
+void ChoiceFaultLoopTest::ResetRestoredSystem() {
+  WriteFile(kHivePath, hive);
+  for (const fs::path driver : kDrivers) fs::remove(Host("restored/Windows/System32/drivers") / driver.filename());
+}
+
+std::size_t ChoiceFaultLoopTest::Drivers() const {
+  std::size_t count = 0;
+  for (const fs::path driver : kDrivers) {
+    const std::string file = "restored/Windows/System32/drivers/" + driver.filename().string();
+    if (!fs::exists(Host(file))) continue;
+    EXPECT_EQ(ReadFile(file), ReadFile(("ram/drivers/raid/w10" / driver).string())) << "torn";
+    ++count;
+  }
+  return count;
+}
+
+TEST_P(ChoiceFaultLoopTest, TheHiveIsOldOrComplete) {
+  const bool inject = GetParam().mode == Mode::kInjection;
+  uint32_t result = 0;
+  const auto prepare = [&] {
+    ResetRestoredSystem();
+    OpenChoice("machine");
+  };
+  const auto check = [&](bool faulted) {
+    Close();
+    const std::vector<std::string> lines = HiveLines(Host(kHivePath));
+    const bool complete = lines == newLines;
+    EXPECT_TRUE(complete || lines == oldLines) << testing::PrintToString(ExportDifference(oldLines, lines));
+    EXPECT_EQ(Problem(), "");
+    EXPECT_TRUE(Drivers() == std::size(kDrivers) || !complete) << "the hive names drivers that are not there";
+    if (inject) {
+      EXPECT_TRUE(complete || result != 0) << "the driver was not put in, and nothing says so";
+    }
+    if (!faulted) {
+      EXPECT_EQ(result, 0u);
+      EXPECT_EQ(complete, inject);
+    }
+    ResetRestoredSystem();
+    EXPECT_TRUE(RestoredTree() == pristine) << "a stray file was left";
+  };
+  const unsigned calls = RunFaultLoop(GetParam().faults, &log, {prepare, [&] { result = Run(inject); }, check});
+  RecordProperty("calls", static_cast<int>(calls));
+}
+
+// Every call in turn; and each call by which the hive is changed failing from then on while it can still be saved.
+std::vector<RunLoop> ChoiceLoops() {
+  std::vector<RunLoop> loops;
+  for (const FaultLoop &faults : AllFaultLoops()) {
+    loops.push_back({Mode::kInjection, faults});
+    if (!faults.onwards) {
+      loops.push_back({Mode::kVerification, faults});
+      continue;
+    }
+    for (const char *call : {"RegSetValueExA", "RegCreateKeyA", "RegDeleteKeyA"}) {
+      loops.push_back({Mode::kInjection, {true, faults.share, call}});
+    }
+  }
+  return loops;
+}
+
+INSTANTIATE_TEST_SUITE_P(ChoiceRun, ChoiceFaultLoopTest, testing::ValuesIn(ChoiceLoops()), NameOf);
 
 }  // namespace

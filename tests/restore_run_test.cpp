@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
+#include <regex>
 
 #include "platform/machine/base/fault.h"
 #include "tests/support/restore_job.h"
@@ -212,6 +214,31 @@ TEST_F(RestoreJobTest, LogTellsTheRunInOrder) {
     const std::size_t found = log.find(stage, at);
     ASSERT_NE(found, std::string::npos) << stage << " is missing or out of order";
     at = found;
+  }
+}
+
+// Nothing tells that a job could have chosen another way, but that the values of its key are looked through, once.
+TEST_F(RestoreJobTest, AJobThatChoosesNothingIsLoggedAsItAlwaysWas) {
+  constexpr char kWarning[] =
+      "WARNG:VXRRlm_Initialize:DriverRules=nonsense is none of exact and windows, exact is used\n";
+  std::string usual;
+  for (const char *choice : {"(the first injection)", "", "BootRecord = 'EXACT'\nDriverRules = 'exact'\n",
+                             "DriverRules = 'nonsense'\n"}) {
+    SCOPED_TRACE(choice);
+    OpenJob([&](std::string *toml) { *toml += *choice == '(' ? "" : choice; });
+    machine::SetFaultPlan({"RegEnumValueA", 1000, false, 0});
+    ClearLog();
+    EXPECT_EQ(Run(true), 0u);
+    const auto values = 7 + static_cast<unsigned>(std::count(choice, choice + std::strlen(choice), '\n'));
+    EXPECT_EQ(machine::FaultCalls(), values + 1);
+    machine::SetFaultPlan({});
+    Close();
+    std::string now = std::regex_replace(log, std::regex("[0-9A-F]{8,16}|[0-9]+:[0-9]+:[0-9]+"), "#");
+    if (*choice == '\0') usual = now;
+    if (choice[0] == 'D') now = Replaced(now, kWarning, "");
+    if (*choice != '(') {
+      EXPECT_EQ(now, usual);
+    }
   }
 }
 

@@ -39,10 +39,10 @@ std::vector<FaultLoop> AllFaultLoops() {
 
 unsigned RunFaultLoop(const FaultLoop &loop, std::string *log, const FaultPass &pass) {
   for (unsigned n = 1 + loop.share;; n += kFaultShares) {
-    SCOPED_TRACE(testing::Message() << "fault at platform call " << n);
+    SCOPED_TRACE(testing::Message() << "fault at platform call " << loop.call << " " << n);
     pass.prepare();
     log->clear();
-    machine::SetFaultPlan({"*", n, loop.onwards, 0});
+    machine::SetFaultPlan({loop.call, n, loop.onwards, 0});
     pass.attempt();
     const bool faulted = machine::FaultsMet() > 0;
     machine::SetFaultPlan({});

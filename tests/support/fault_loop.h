@@ -11,6 +11,7 @@ inline constexpr unsigned kFaultShares = 4;
 struct FaultLoop {
   bool onwards;
   unsigned share;
+  const char *call = "*";  // the platform call that fails; any
 };
 
 std::vector<FaultLoop> AllFaultLoops();

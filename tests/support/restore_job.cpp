@@ -2,8 +2,6 @@
 
 #include <hivex.h>
 
-#include <algorithm>
-
 #include "tests/support/hive_structure.h"
 #include "tests/support/scsi_machine.h"
 #include "tests/support/standard_machine.h"
@@ -76,18 +74,6 @@ void RestoreJobTest::OpenJob(const std::function<void(std::string *)> &bend) {
 }
 
 uint32_t RestoreJobTest::Run(bool inject) { return VXREng_RunVXR(1, inject ? 1 : 0, nullptr, window); }
-
-std::string RestoreJobTest::RestoredTree() const {
-  std::vector<std::string> files;
-  for (const auto &entry : fs::recursive_directory_iterator(folder / "restored")) {
-    const std::string relative = fs::relative(entry.path(), folder).string();
-    files.push_back(relative + (entry.is_regular_file() ? "\n" + ReadFile(relative) : "/") + "\n");
-  }
-  std::sort(files.begin(), files.end());
-  std::string all;
-  for (const std::string &file : files) all += file;
-  return all;
-}
 
 void RestoreJobTest::ExpectHiveWhole() const {
   const std::string file = (folder / kHivePath).string(), bytes = ReadFile(kHivePath);

@@ -17,8 +17,6 @@ class RestoreJobTest : public MachineTest {
   // Runs job 1 with the window attached; returns the result code.
   uint32_t Run(bool inject);
 
-  // Every file below restored/ with its bytes.
-  std::string RestoredTree() const;
   // Whether the restored hive is one that may be mounted and still holds all that it held at first.
   void ExpectHiveWhole() const;
 

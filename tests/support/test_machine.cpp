@@ -68,9 +68,21 @@ void MachineTest::Close() {
 }
 
 void MachineTest::CopyExample(const std::string &name, const std::string &relative, const std::string &drive) {
+  using std::filesystem::copy_options;
   std::filesystem::copy(std::filesystem::path(VXR_EXAMPLES_DIR) / name, Host(relative),
-                        std::filesystem::copy_options::recursive);
+                        copy_options::recursive | copy_options::overwrite_existing);
   WriteFile(relative + "/" + drive + "/Halcyra/master.ini", kMasterIni);
+}
+
+void MachineTest::BecomeExample(const std::string &name) {
+  for (const char *directory : {"ram", "restored"}) std::filesystem::remove_all(Host(directory));
+  CopyExample(name, ".", "ram");
+  for (const std::string &file : Names(".")) {
+    if (!file.ends_with(".toml")) continue;
+    std::string toml = ReadFile(file);
+    toml.replace(toml.find("[system]\n"), 9, "[system]\nclock = 2026-11-19T12:00:00Z\n");
+    WriteFile(file, toml);
+  }
 }
 
 std::size_t MachineTest::OpenHandles() const { return machine::OpenHandles(); }

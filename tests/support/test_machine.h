@@ -62,6 +62,11 @@ class MachineTest : public testing::Test {
   // Copies an example machine into the folder, as `relative`, with the log's level 5 in the master.ini that it has on
   // its drive `drive`, a directory of the example.
   void CopyExample(const std::string &name, const std::string &relative, const std::string &drive);
+  // Takes the folder for an example whose drives are ram and restored; nothing else stays. The clocks of its machine
+  // files stand still, so that equal runs make equal hives.
+  void BecomeExample(const std::string &name);
+  // Every file below restored/ with its bytes.
+  std::string RestoredTree() const;
 
   // A job key's values for job `number` as TOML, with a boot disk, D:\ as root, X:\drivers as INF directory.
   static std::string JobToml(int number, const std::string &more = "");

@@ -1,4 +1,5 @@
 // What the fixture does with files, whatever machine it stands on.
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -48,4 +49,16 @@ RootPath = 'D:\'
 BMEFile = 'X:\machine.bme'
 )" + more +
          "\n";
+}
+
+std::string MachineTest::RestoredTree() const {
+  std::vector<std::string> files;
+  for (const auto &entry : std::filesystem::recursive_directory_iterator(folder / "restored")) {
+    const std::string relative = std::filesystem::relative(entry.path(), folder).string();
+    files.push_back(relative + (entry.is_regular_file() ? "\n" + ReadFile(relative) : "/") + "\n");
+  }
+  std::sort(files.begin(), files.end());
+  std::string all;
+  for (const std::string &file : files) all += file;
+  return all;
 }

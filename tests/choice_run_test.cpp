@@ -1,0 +1,193 @@
+// Whole runs that choose a driver as Windows would: a verification tells what the injection then does, this is all that
+// happens to the restored system, and a second injection finds nothing left to do.
+#include <algorithm>
+#include <cstdlib>
+
+#include "tests/support/choice_job.h"
+#include "tests/support/hive_reader.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+
+constexpr char kMount[] = "SYSTEM_ORG\\";
+
+class ChoiceRunTest : public ChoiceJobTest {
+ protected:
+  // What is told of changes, planned or made, a text each: files, and below the hive's root values and deleted keys.
+  std::vector<std::string> Told() const;
+  // Runs and returns what is told.
+  std::vector<std::string> Changes(bool inject);
+};
+
+std::vector<std::string> ChoiceRunTest::Told() const {
+  std::vector<std::string> told;
+  for (const MachineEvent &event : events) {
+    const uint32_t kind = event.kind;
+    if (kind == VXRMACHINE_PLAN_FILE || kind == VXRMACHINE_FILE_COPIED) {
+      told.push_back(event.subject + " < " + event.detail + " " + std::to_string(event.size));
+    }
+    if (!event.subject.starts_with(kMount)) continue;
+    const std::string key = event.subject.substr(sizeof kMount - 1);
+    if (kind == VXRMACHINE_PLAN_DELETE || kind == VXRMACHINE_VALUE_DELETED) {
+      told.push_back("-[" + key + (event.detail.empty() ? "" : ": " + event.detail));
+    } else if (kind == VXRMACHINE_PLAN_VALUE || kind == VXRMACHINE_VALUE_WRITTEN) {
+      told.push_back(HiveValueLine(key, event.detail, event.type, event.size, event.text));
+    }
+  }
+  return told;
+}
+
+std::vector<std::string> ChoiceRunTest::Changes(bool inject) {
+  events.clear();
+  EXPECT_EQ(Run(inject), 0u) << log;
+  VXRDbg_Cleanup();
+  return Told();
+}
+
+// --- What became of the hive ------------------------------------------------------------------------------------------
+
+// Of the told changes those of the hive are all that became of it: the values that are set come, the keys that are
+// deleted go, each with the one value that it has, and `overwritten` values had other data.
+void ExpectChanged(const std::vector<std::string> &before, const std::vector<std::string> &after,
+                   const std::vector<std::string> &told, std::size_t overwritten) {
+  std::vector<std::string> come, gone, set, deleted;
+  std::size_t values = 0;
+  for (const std::string &line : ExportDifference(before, after)) {
+    if (line.starts_with("-[")) gone.push_back(line);
+    if (line.starts_with("-") && !line.starts_with("-[")) ++values;
+    if (line.starts_with("+") && !line.starts_with("+[")) come.push_back(line.substr(1));
+  }
+  for (const std::string &change : told) {
+    if (change.starts_with("-[")) deleted.push_back(change);
+    if (change.find(": ") != change.npos) set.push_back(change);
+  }
+  EXPECT_THAT(come, testing::UnorderedElementsAreArray(set));
+  EXPECT_THAT(gone, testing::UnorderedElementsAreArray(deleted));
+  EXPECT_EQ(values, deleted.size() + overwritten);
+}
+
+// --- Each machine of the example --------------------------------------------------------------------------------------
+
+// What enabling a service that is held back deletes.
+std::vector<std::string> Enabled(const std::vector<const char *> &services, const char *file = nullptr) {
+  std::vector<std::string> told;
+  if (file != nullptr) told.push_back(file);
+  for (const char *service : services) {
+    for (const char *set : {"ControlSet001", "ControlSet002"}) {
+      told.push_back(std::string("-[") + set + "\\Services\\" + service + "\\StartOverride");
+    }
+  }
+  return told;
+}
+
+struct Job {
+  const char *name;
+  std::size_t overwritten;           // values that had other data
+  std::vector<std::string> changes;  // empty: more than a few
+};
+
+class ChoiceRun : public ChoiceRunTest, public testing::WithParamInterface<Job> {};
+
+TEST_P(ChoiceRun, DoesWhatWasPlannedAndNothingElse) {
+  OpenChoice(GetParam().name);
+  const std::string before = RestoredTree();
+  const std::vector<std::string> lines = HiveLines(Host(kHivePath));
+  const std::vector<std::string> plan = Changes(false);
+  EXPECT_EQ(RestoredTree(), before) << "a verification changed the restored system";
+  if (!GetParam().changes.empty()) {
+    EXPECT_THAT(plan, ElementsAreArray(GetParam().changes));
+  }
+
+  ASSERT_TRUE(VXRMachine_Rehearse(1));
+  EXPECT_EQ(Changes(true), plan) << "in a rehearsal";
+  ASSERT_TRUE(VXRMachine_Rehearse(0));
+  EXPECT_EQ(RestoredTree(), before) << "a rehearsal changed the restored system";
+
+  EXPECT_EQ(Changes(true), plan);
+  ExpectChanged(lines, HiveLines(Host(kHivePath)), plan, GetParam().overwritten);
+  EXPECT_EQ(Problem(), "");
+  for (const MachineEvent &event : events) {
+    if (event.kind != VXRMACHINE_FILE_COPIED) continue;
+    char source[512], target[512];
+    ASSERT_TRUE(VXRMachine_HostPath(event.detail.c_str(), source, sizeof source));
+    ASSERT_TRUE(VXRMachine_HostPath(event.subject.c_str(), target, sizeof target));
+    EXPECT_EQ(ReadFile(target), ReadFile(source));
+  }
+  const std::string after = RestoredTree();
+  for (const std::string &change : Changes(true)) EXPECT_THAT(change, HasSubstr(" < ")) << "not a file";
+  EXPECT_EQ(RestoredTree(), after) << "a second injection changed something";
+}
+
+constexpr char kStored[] =
+    R"(D:\Windows\System32\drivers\gransas.sys < D:\Windows\system32\DriverStore\FileRepository\)"
+    R"(gransas.inf_amd64_dd167ec71ef71fd6\gransas.sys 1584)";
+
+INSTANTIATE_TEST_SUITE_P(Example, ChoiceRun,
+                         testing::Values(Job{"machine", 1, {}}, Job{"machine-nvme", 0, Enabled({"stornvme", "tarnbus"})},
+                                         Job{"machine-sas", 0, Enabled({"gransas", "tarnbus"}, kStored)}),
+                         [](const auto &test) { return "Job" + std::to_string(test.index + 10); });
+
+// --- One of the two ways alone ----------------------------------------------------------------------------------------
+
+constexpr char kCritical[] = "ControlSet001\\Control\\CriticalDeviceDatabase\\PCI#VEN_1DEA&DEV_0A42&CC_0104: ";
+
+TEST_F(ChoiceRunTest, RulesAndRecordAreChosenApart) {
+  const struct {
+    const char *rules, *record, *file;
+    bool critical;
+  } cases[] = {{"windows", "exact", "w10", true}, {"exact", "auto", "beta", false}, {"exact", "exact", "beta", true}};
+  for (const auto &[rules, record, file, critical] : cases) {
+    SCOPED_TRACE(std::string(rules) + ", " + record);
+    Close();
+    BecomeExample("raid-10.0-x64");
+    OpenChoice("machine", rules, record, [&](std::string *toml) {
+      if (*rules == 'e') toml->replace(toml->find("X:\\drivers'"), 10, "X:\\drivers\\raid\\beta");
+    });
+    const std::vector<std::string> changes = Changes(true);
+    EXPECT_THAT(changes, Contains(HasSubstr(std::string("X:\\drivers\\raid\\") + file)));
+    for (const char *value : {"ClassGUID 1 78 {4D36E97B-E325-11CE-BFC1-08002BE10318}", "Service 1 14 twraid"}) {
+      EXPECT_EQ(testing::Value(changes, Contains(kCritical + std::string(value))), critical) << value;
+    }
+    EXPECT_EQ(testing::Value(changes, Contains(testing::StartsWith("DriverDatabase\\"))), !critical);
+    EXPECT_EQ(Problem(), "");
+  }
+}
+
+// --- A real hive ------------------------------------------------------------------------------------------------------
+
+TEST_F(ChoiceRunTest, ARealHiveGetsTheRecordOrHasItsDriverEnabled) {
+  const char *corpus = std::getenv("VXR_CORPUS_DIR");
+  if (corpus == nullptr) GTEST_SKIP() << "VXR_CORPUS_DIR is not set";
+  const std::string packed = std::string(corpus) + "/hives/SYSTEM-6.3.xz";
+  ASSERT_EQ(std::system(("xz -dkc '" + packed + "' > '" + Host(kHivePath).string() + "'").c_str()), 0);
+  const std::string hive = ReadFile(kHivePath);
+  const std::vector<std::string> lines = HiveLines(Host(kHivePath));
+  const std::string device = "PCI\\VEN_1DEA&DEV_0A42&CC_0104: ", service = "ControlSet001\\Services\\twraid: ";
+  const std::vector<std::string> record = {
+      service + "Start 4 4 0x00000000 (0)", service + "Owners 7 20 oem3.inf",
+      "DriverDatabase: OemInfMap 3 1 F0", "DriverDatabase\\DeviceIds\\" + device + "oem3.inf 3 4 01 80 00 00"};
+  for (const char *name : {"machine", "machine-nvme"}) {
+    SCOPED_TRACE(name);
+    const bool foreign = std::string(name) == "machine";
+    Close();
+    WriteFile(kHivePath, hive);
+    OpenChoice(name, "windows", "auto", [](std::string *toml) {
+      const std::string line = "BMEFile  = 'X:\\machine.bme'";
+      toml->replace(toml->find(line), line.size(), "HAL = 9\nOSVerMaj = 6\nOSVerMin = 3");
+      toml->replace(toml->find("RootPath = 'D:\\'"), 16, "RootPath = 'D:\\Windows'");
+    });
+    const std::vector<std::string> plan = Changes(true);
+    if (foreign) {
+      EXPECT_THAT(plan, testing::IsSupersetOf(record));
+    } else {
+      EXPECT_THAT(plan, ElementsAreArray({"-[ControlSet001\\Services\\stornvme\\StartOverride"}));
+    }
+    ExpectChanged(lines, HiveLines(Host(kHivePath)), plan, foreign ? 1 : 0);
+    EXPECT_EQ(Problem(), "");
+  }
+}
+
+}  // namespace
