@@ -138,7 +138,7 @@ TEST_F(CopyTest, ARehearsalKnowsWhoAsks) {
   ASSERT_EQ(seteuid(0), 0);
 }
 
-TEST_F(CopyTest, ARehearsedDirectoryTakesFiles) {
+TEST_F(CopyTest, ARehearsalShowsWhatItMade) {
   WriteFile("restored/a.sys", "old");
   WriteFile("ram/drivers/large", std::string(1 << 20, 'x'));
   Open();
@@ -152,10 +152,12 @@ TEST_F(CopyTest, ARehearsedDirectoryTakesFiles) {
   EXPECT_EQ(Copy(R"(X:\drivers\large)", R"(D:\new\SUB\a.sys)"), NO_ERROR);
   EXPECT_TRUE(platform::GetDiskFreeSpaceExA(R"(D:\)", &after, nullptr, nullptr));
   EXPECT_LE(after.QuadPart + (1 << 19), before.QuadPart) << "others use the disk too";
-  WIN32_FIND_DATAA data = {};
-  const HANDLE search = platform::FindFirstFileA(R"(D:\new\sub\A.SYS)", &data);
-  EXPECT_TRUE(platform::FindClose(search));
-  EXPECT_EQ(data.nFileSizeLow, 1u << 20);
+  EXPECT_EQ(Copy(R"(X:\drivers\large)", R"(D:\a.sys)"), NO_ERROR);
+  for (const char *target : {R"(D:\new\sub\A.SYS)", R"(D:\A.SYS)"}) {
+    WIN32_FIND_DATAA data = {};
+    EXPECT_TRUE(platform::FindClose(platform::FindFirstFileA(target, &data)));
+    EXPECT_EQ(data.nFileSizeLow, 1u << 20) << target;
+  }
   ASSERT_TRUE(VXRMachine_Rehearse(0));
   EXPECT_THAT(Names("restored"), testing::ElementsAre("a.sys"));
   EXPECT_EQ(Copy(kSource, R"(D:\new\a.sys)"), ERROR_PATH_NOT_FOUND);

@@ -92,8 +92,8 @@ Status FindName(const char *text, const machine::WindowsPath &path, WIN32_FIND_D
   }
   const std::string &shown = place.throughLink ? path.names.back() : place.name;
   std::uint64_t size = 0;
-  const bool directory = machine::WouldBeDirectory(place.directory, place.name);
-  if (!place.exists && (directory || machine::WouldExist(place, &size))) {
+  const bool directory = !place.exists && machine::WouldBeDirectory(place.directory, place.name);
+  if (directory || machine::WouldExist(place, &size)) {  // also in the place of an old file
     place.exists = true;
     place.status.st_mode = directory ? S_IFDIR : S_IFREG;
     place.status.st_size = static_cast<off_t>(size);

@@ -81,6 +81,17 @@ std::string Bytes(std::uint64_t size) {
   return digits + (size == 1 ? " byte" : " bytes");
 }
 
+std::string Sentence(std::string text) {
+  if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+  return text + ".";
+}
+
+std::string Hexadecimal(std::uint32_t number) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", number);
+  return text;
+}
+
 std::string ValueTypeName(std::uint32_t type) {
   static const char *const kNames[] = {"REG_NONE",
                                        "REG_SZ",

@@ -24,6 +24,12 @@ std::string TakeError();
 // "1,234 bytes".
 std::string Bytes(std::uint64_t size);
 
+// "0x00FF0001".
+std::string Hexadecimal(std::uint32_t number);
+
+// The text with a capital at its beginning and a full stop.
+std::string Sentence(std::string text);
+
 // The text with blanks behind it, `width` bytes at least.
 std::string Padded(std::string text, std::size_t width);
 

@@ -1,14 +1,11 @@
 #include "tools/vxr/drivers/driver_list.h"
 
-#include <algorithm>
-#include <array>
 #include <filesystem>
 
+#include "platform/machine/base/file_kind.h"
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/machine_session.h"
-#include "tools/vxr/base/output.h"
-#include "tools/vxr/base/program.h"
 #include "tools/vxr/drivers/exact_rules.h"
 #include "tools/vxr/drivers/search_machine.h"
 #include "vxrcore/machine.h"
@@ -39,13 +36,22 @@ void OnCandidate(void *context, const VXRDRV_CANDIDATE *found) {
   row.version = Text(found->version);
   row.service = Text(found->service);
   row.reason = Text(found->reason);
-  row.reasonText = Text(found->reasonText);
+  row.reasonText = GivenText(*search.options, Text(found->reasonText));
   search.list->rows.push_back(std::move(row));
 }
 
 void OnUnread(void *context, const char *path, const char *reason) {
   const Search &search = *static_cast<Search *>(context);
-  search.list->unread.push_back({GivenPath(*search.options, Text(path)), Text(reason)});
+  UnreadRow row = {GivenPath(*search.options, Text(path)), Text(reason), Text(path)};
+  std::error_code error;
+  const std::filesystem::file_type type = std::filesystem::symlink_status(HostFile(row.inf), error).type();
+  if (type == std::filesystem::file_type::symlink) {
+    row.text = "it is a link, and links are not followed";
+  } else if (std::filesystem::exists(std::filesystem::file_status(type)) &&
+             type != std::filesystem::file_type::regular && type != std::filesystem::file_type::directory) {
+    row.text = std::string("it ") + machine::FileKind(type);
+  }
+  search.list->unread.push_back(std::move(row));
 }
 
 // The texts in the machine's code page, as a multi-string.

@@ -19,18 +19,21 @@ struct DriverRow {
 
 struct UnreadRow {
   std::string inf, text;
+  std::string machinePath;
 };
 
 struct DriverQuery {
   const DriversOptions *options = nullptr;
   VXRDRV_TARGET target = {};
   std::vector<std::string> hardwareIds, compatibleIds;
+  bool withoutClass = false;  // of a PCI function that the ids are made of
 };
 
 struct DriverList {
   std::vector<DriverRow> rows;  // in the order of preference, those that cannot be installed behind
   std::vector<UnreadRow> unread;
-  std::uint32_t files = 0;
+  std::uint32_t files = 0;  // INF files that were read
+  std::uint32_t below = 0;  // those that exact rules leave out, since they lie in folders below
 };
 
 // Asks the library. False, after a message, when the search cannot be made.

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <map>
 
 #include "platform/text/ansi_case.h"
 #include "platform/text/code_page.h"
+#include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/machine_session.h"
+#include "tools/vxr/base/output.h"
+#include "tools/vxr/base/refusal_text.h"
 #include "tools/vxr/drivers/search_machine.h"
 #include "vxrcore/bmext.h"
 #include "vxrcore/machine.h"
@@ -15,25 +19,27 @@ namespace {
 
 constexpr std::uint32_t kJob = 1;
 
-struct Reason {
-  const char *word, *text;
-};
-
-// By VXRMACHINE_REFUSED_...; %s is what the reason is about.
-const std::map<std::uint32_t, Reason> kReasons = {
-    {VXRMACHINE_REFUSED_RESTORED_SYSTEM, {"decoration", "lists the id in no section for this system"}},
-    {VXRMACHINE_REFUSED_NO_SECTION, {"section-missing", "its install section is not there or empty: "}},
-    {VXRMACHINE_REFUSED_DIRECTIVE, {"directive", "its install section has a directive that is not known: "}},
-    {VXRMACHINE_REFUSED_EMPTY_DIRECTIVE, {"directive", "its install section has a directive without a value: "}},
-    {VXRMACHINE_REFUSED_BARE_LINE, {"directive", "the last line of its install section is no directive: "}},
-    {VXRMACHINE_REFUSED_COPY_SECTION, {"section-missing", "a list of files is not there or empty: "}},
-    {VXRMACHINE_REFUSED_FILE_NAME, {"file-missing", "names more than a plain file: "}},
-    {VXRMACHINE_REFUSED_FILE_MISSING, {"file-missing", "a file that it names is not there: "}},
-    {VXRMACHINE_REFUSED_NO_SERVICE, {"no-binary", "names no service: "}},
-    {VXRMACHINE_REFUSED_SERVICE_SECTION, {"section-missing", "its service's section is not there or empty: "}},
-    {VXRMACHINE_REFUSED_SERVICE_VALUE, {"no-binary", "its service's section cannot be read"}},
-};
-const Reason kOtherReason = {"decoration", "the narrow reading finds no driver for the id in it"};
+// What the narrow reading says, in the words of VXRDRV_CANDIDATE.
+const char *ReasonWord(std::uint32_t reason) {
+  switch (reason) {
+    case VXRMACHINE_REFUSED_NO_SECTION:
+    case VXRMACHINE_REFUSED_COPY_SECTION:
+    case VXRMACHINE_REFUSED_SERVICE_SECTION:
+      return "section-missing";
+    case VXRMACHINE_REFUSED_DIRECTIVE:
+    case VXRMACHINE_REFUSED_EMPTY_DIRECTIVE:
+    case VXRMACHINE_REFUSED_BARE_LINE:
+      return "directive";
+    case VXRMACHINE_REFUSED_FILE_NAME:
+    case VXRMACHINE_REFUSED_FILE_MISSING:
+      return "file-missing";
+    case VXRMACHINE_REFUSED_NO_SERVICE:
+    case VXRMACHINE_REFUSED_SERVICE_VALUE:
+      return "no-binary";
+    default:
+      return "decoration";
+  }
+}
 
 // What a check of one id in one file found.
 struct Attempt {
@@ -79,20 +85,68 @@ Attempt TryId(const std::string &inf, const std::string &id, VXR_EXTIMAGE *image
   return attempt;
 }
 
-void Refuse(const Attempt &attempt, DriverRow *row) {
-  const auto known = kReasons.find(attempt.reason);
-  const Reason &reason = known != kReasons.end() ? known->second : kOtherReason;
-  row->reason = reason.word;
-  row->reasonText = reason.text + attempt.detail;
+void Take(const std::string &id, const Attempt &attempt, DriverRow *row) {
+  row->id = id;
+  row->description = attempt.description;
+  row->reason.clear();
+  row->reasonText.clear();
+}
+
+void Refuse(const DriversOptions &options, const Attempt &attempt, DriverRow *row) {
+  const bool path = attempt.reason == VXRMACHINE_REFUSED_FILE_MISSING;
+  // Which system it is that the file is not for, the target or the one that the search is made on, is the same here.
+  const bool listed = attempt.reason > VXRMACHINE_REFUSED_RESTORED_SYSTEM;
+  row->reason = ReasonWord(attempt.reason);
+  row->reasonText =
+      Sentence(listed ? RefusalText(attempt.reason, path ? GivenPath(options, attempt.detail) : attempt.detail)
+                      : "the narrow reading finds the device in no section for this system");
 }
 
 // A run reads no folders below the directory.
-bool InFolderBelow(const DriverRow &row) { return row.machinePath.find('\\', 3) != std::string::npos; }
+bool InFolderBelow(const std::string &machinePath) { return machinePath.find('\\', 3) != std::string::npos; }
 
-std::size_t IdPlace(const std::vector<std::string> &ids, const DriverRow &row) {
+// Leaves the files of the directories themselves.
+void LeaveTop(const DriversOptions &options, DriverList *list) {
+  std::erase_if(list->rows, [](const DriverRow &row) { return InFolderBelow(row.machinePath); });
+  std::erase_if(list->unread, [](const UnreadRow &row) { return InFolderBelow(row.machinePath); });
+  const std::uint32_t all = list->files;
+  list->files = 0;
+  for (const std::string &directory : options.directories) {
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(HostFile(directory), error), end; !error && at != end;
+         at.increment(error)) {
+      const bool file = std::filesystem::is_regular_file(at->symlink_status(error));
+      if (file && machine::SameUtf8(HostName(at->path().extension()), ".inf")) ++list->files;
+    }
+  }
+  for (const UnreadRow &row : list->unread) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(std::filesystem::symlink_status(HostFile(row.inf), error))) --list->files;
+  }
+  list->below = all - list->files;
+}
+
+std::size_t IdPlace(const std::vector<std::string> &ids, const std::string &id) {
   return static_cast<std::size_t>(
-      std::find_if(ids.begin(), ids.end(), [&](const auto &id) { return machine::SameUtf8(id, row.id); }) -
+      std::find_if(ids.begin(), ids.end(), [&](const auto &other) { return machine::SameUtf8(other, id); }) -
       ids.begin());
+}
+
+// Windows' rules may look at other sections of the file: where none of its rows can be taken, its first row stands for
+// the id that can.
+void TryOtherIds(const std::vector<std::string> &ids, VXR_EXTIMAGE *image, std::vector<DriverRow> *rows) {
+  std::map<std::string, std::vector<DriverRow *>> files;
+  for (DriverRow &row : *rows) files[row.machinePath].push_back(&row);
+  for (const auto &[path, of] : files) {
+    const auto taken = [](const DriverRow *row) { return row->reason.empty(); };
+    if (std::any_of(of.begin(), of.end(), taken)) continue;
+    for (const std::string &id : ids) {
+      const Attempt attempt = TryId(path, id, image);
+      if (!attempt.taken) continue;
+      Take(id, attempt, of.front());
+      break;
+    }
+  }
 }
 
 }  // namespace
@@ -102,17 +156,20 @@ void ReadExactly(const DriverQuery &query, DriverList *list) {
   ids.insert(ids.end(), query.compatibleIds.begin(), query.compatibleIds.end());
   VXR_EXTIMAGE image;
   DescribeTarget(query.target, &image);
+  LeaveTop(*query.options, list);
   std::vector<DriverRow> &rows = list->rows;
-  std::erase_if(rows, InFolderBelow);
   for (DriverRow &row : rows) {
-    row.reason.clear();
-    row.reasonText.clear();
     const Attempt attempt = TryId(row.machinePath, row.id, &image);
-    if (!attempt.taken) Refuse(attempt, &row);
+    if (attempt.taken) {
+      Take(row.id, attempt, &row);
+    } else {
+      Refuse(*query.options, attempt, &row);
+    }
   }
+  TryOtherIds(ids, &image, &rows);
   std::stable_sort(rows.begin(), rows.end(), [&](const DriverRow &a, const DriverRow &b) {
     const auto order = [&](const DriverRow &row) {
-      return std::tuple(!row.reason.empty(), IdPlace(ids, row), machine::FoldAnsiName(row.machinePath));
+      return std::tuple(!row.reason.empty(), IdPlace(ids, row.id), machine::FoldAnsiName(row.machinePath));
     };
     return order(a) < order(b);
   });

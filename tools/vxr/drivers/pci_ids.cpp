@@ -1,5 +1,6 @@
 #include "tools/vxr/drivers/pci_ids.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <string_view>
@@ -35,6 +36,7 @@ bool ReadNumbers(std::string_view text, PciFunction *function) {
 }
 
 bool ReadClass(std::string_view text, PciFunction *function) {
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
   function->hasInterface = text.size() == 6;
   function->classCode = Hexadecimal(text, function->hasInterface ? 6 : 4);
   if (function->classCode && !function->hasInterface) *function->classCode <<= 8;
@@ -62,7 +64,10 @@ bool ParsePciFunction(const std::string &text, PciFunction *function) {
   const std::size_t blank = text.find(' ');
   const std::string_view numbers = std::string_view(text).substr(0, blank);
   if (!ReadNumbers(numbers, function)) return false;
-  return blank == std::string::npos || ReadClass(std::string_view(text).substr(blank + 1), function);
+  if (blank == std::string::npos) return true;
+  std::string_view rest = std::string_view(text).substr(blank);
+  rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+  return ReadClass(rest, function);
 }
 
 bool IsPciFunction(const std::string &text) {

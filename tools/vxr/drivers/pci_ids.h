@@ -13,8 +13,8 @@ struct PciFunction {
   bool hasInterface = false;          // else the class code's last byte is not known
 };
 
-// Reads "8086:2822", "8086:2822:1028:04F7", "8086:2822:1028:04F7:05" with or without a blank and a class of four or six
-// digits behind; all hexadecimal. False for anything else.
+// Reads "8086:2822", "8086:2822:1028:04F7", "8086:2822:1028:04F7:05" with or without blanks and a class of four or six
+// digits behind, which 0x may precede; all hexadecimal. False for anything else.
 bool ParsePciFunction(const std::string &text, PciFunction *function);
 // Whether a text begins as such a function: a class may follow as an argument of its own.
 bool IsPciFunction(const std::string &text);

@@ -54,7 +54,7 @@ std::string MachineToml(const DriversOptions &options) {
   return toml;
 }
 
-bool CheckDirectories(const DriversOptions &options) {
+bool Check(const DriversOptions &options) {
   if (kDescribedMachines && options.directories.size() > kMostDirectories) {
     PrintError(std::to_string(options.directories.size()) + " directories are too many for one search; name at most " +
                std::to_string(kMostDirectories) + ", such as one above them");
@@ -62,6 +62,10 @@ bool CheckDirectories(const DriversOptions &options) {
   }
   for (const std::string &directory : options.directories) {
     std::error_code error;
+    if (directory.empty()) {
+      PrintError("a directory has an empty name; see vxr drivers --help");
+      return false;
+    }
     if (std::filesystem::is_directory(HostFile(directory), error)) continue;
     PrintError(directory + (std::filesystem::exists(HostFile(directory), error) ? " is no directory" : " is missing") +
                "; name a directory that holds INF files, or folders with them");
@@ -70,15 +74,38 @@ bool CheckDirectories(const DriversOptions &options) {
   return true;
 }
 
+bool IsBelow(const std::filesystem::path &inner, const std::filesystem::path &outer) {
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
 std::size_t LetterIndex(const std::string &path) {
-  const char *letter = path.size() < 3 || path[1] != ':' ? nullptr : std::strchr(kLetters, path[0]);
+  const char *letter = path.size() < 2 || path[1] != ':' ? nullptr : std::strchr(kLetters, path[0]);
   return letter == nullptr || *letter == '\0' ? kMostDirectories : static_cast<std::size_t>(letter - kLetters);
 }
 
 }  // namespace
 
+bool CheckDirectories(DriversOptions *options) {
+  std::vector<std::filesystem::path> places;
+  for (const std::string &directory : options->directories) {
+    std::error_code error;
+    const std::filesystem::path place = std::filesystem::canonical(HostFile(directory), error);
+    places.push_back(error ? HostFile(directory) : place);
+  }
+  const bool below = options->rules != "exact";
+  std::vector<std::string> kept;
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    bool covered = false;
+    for (std::size_t j = 0; j < places.size(); ++j) {
+      covered = covered || (places[i] == places[j] ? j < i : below && IsBelow(places[i], places[j]));
+    }
+    if (!covered) kept.push_back(options->directories[i]);
+  }
+  options->directories = std::move(kept);
+  return Check(*options);
+}
+
 bool OpenSearchMachine(const DriversOptions &options) {
-  if (!CheckDirectories(options)) return false;
   return OpenMachineText(MachineToml(options), "drivers", nullptr, nullptr);
 }
 
@@ -94,8 +121,16 @@ std::string GivenPath(const DriversOptions &options, const std::string &path) {
   if (index >= options.directories.size()) return path;
   std::string given = options.directories[index];
   while (given.size() > 1 && given.back() == '/') given.pop_back();
-  std::string rest = path.substr(2);
+  std::string rest = path.substr(2);  // empty for the directory itself
   std::replace(rest.begin(), rest.end(), '\\', '/');
-  if (rest == "/") return given;
+  if (rest.empty() || rest == "/") return given;
   return (given == "/" ? "" : given) + rest;
+}
+
+std::string GivenText(const DriversOptions &options, const std::string &text) {
+  for (std::size_t colon = text.find(":\\"); colon != std::string::npos; colon = text.find(":\\", colon + 1)) {
+    if (colon == 0 || (colon > 1 && text[colon - 2] != ' ')) continue;
+    return text.substr(0, colon - 1) + GivenPath(options, text.substr(colon - 1));
+  }
+  return text;
 }

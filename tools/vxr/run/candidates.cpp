@@ -10,6 +10,7 @@
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/machine_session.h"
+#include "tools/vxr/base/refusal_text.h"
 #include "tools/vxr/inf/inf_text.h"
 
 namespace {
@@ -187,56 +188,14 @@ std::string NotForRunning(const Listing &listing) {
 std::string FileName(const std::string &path) { return path.substr(path.rfind('\\') + 1); }
 std::string Folder(const std::string &path) { return path.substr(0, path.rfind('\\') + 1); }
 
-struct ReasonWords {
-  const char *word;            // for programs
-  const char *before, *after;  // around what the reason is about
-};
-
-// Of a file that was never tried, and of one that was, with nothing but the log to tell what became of it.
-constexpr ReasonWords kNotTried = {"not_reached", "the search ended before it", ""};
-
-// By VXRMACHINE_REFUSED_...; the first is that of a file that was tried and given up for a cause that nothing tells.
-constexpr ReasonWords kReasons[] = {
-    {"other", "was given up for a cause that only the log tells", ""},
-    {"unreadable", "cannot be read as an INF file, or has no Signature of this style", ""},
-    {"class", "is for devices of class ", "; the device is of another"},
-    {"running_system", "", ""},
-    {"restored_system", "", ""},
-    {"section_missing", "its install section [", "] is not there, or empty"},
-    {"directive", "its install section has `", "`, which this reading refuses"},
-    {"directive_empty", "`", "` in its install section has no value"},
-    {"bare_line", "its install section [", "] ends in a line that is no directive"},
-    {"copy_section_missing", "its list of files [", "] is not there, or empty"},
-    {"file_name", "\"", "\" is not the name of one file"},
-    {"file_missing", "", " is missing"},
-    {"file_not_copied", "", " could not be copied"},
-    {"service_missing", "its install section [", "] adds no service"},
-    {"service_section_missing", "its service's section [", "] is not there, or empty"},
-    {"service_value", "`", "` of its service could not be read or written"},
-    {"not_registered", "its driver could not be named for the device; see the problems and the log", ""},
-};
-
 std::string ReasonText(const std::string &inf, const Refusal &refusal, const Listing &listing,
                        const std::vector<std::string> &targets) {
-  const ReasonWords &words = kReasons[refusal.reason < std::size(kReasons) ? refusal.reason : 0];
-  switch (refusal.reason) {
-    case VXRMACHINE_REFUSED_RUNNING_SYSTEM:
-      return NotForRunning(listing);
-    case VXRMACHINE_REFUSED_RESTORED_SYSTEM:
-      return NotForRestored(listing, targets);
-    case VXRMACHINE_REFUSED_NO_SECTION:
-      if (refusal.detail.empty()) return "its line for the device names no section to install";
-      break;
-    case VXRMACHINE_REFUSED_SERVICE_VALUE:
-      if (refusal.detail.empty()) return "its service's section ends in a line that is no value";
-      break;
-    case VXRMACHINE_REFUSED_FILE_MISSING:
-      if (machine::SameName(Folder(refusal.detail), Folder(inf))) return FileName(refusal.detail) + " is not beside it";
-      break;
-    default:
-      break;
+  if (refusal.reason == VXRMACHINE_REFUSED_RUNNING_SYSTEM) return NotForRunning(listing);
+  if (refusal.reason == VXRMACHINE_REFUSED_RESTORED_SYSTEM) return NotForRestored(listing, targets);
+  if (refusal.reason == VXRMACHINE_REFUSED_FILE_MISSING && machine::SameName(Folder(refusal.detail), Folder(inf))) {
+    return FileName(refusal.detail) + " is not beside it";
   }
-  return words.before + (*words.after == '\0' ? "" : refusal.detail) + words.after;
+  return RefusalText(refusal.reason, refusal.detail);
 }
 
 Candidate Explain(const FoundFile &file, const Listing &listing, const std::vector<std::string> &ids,
@@ -248,9 +207,9 @@ Candidate Explain(const FoundFile &file, const Listing &listing, const std::vect
     candidate.reason = "in_folder_below";
     candidate.text = "lies in a folder below the one that is searched";
   } else if (tried == device.refusals.end()) {
-    const ReasonWords &words = listing.modern ? kNotTried : kReasons[VXRMACHINE_REFUSED_UNREADABLE];
-    candidate.reason = words.word;
-    candidate.text = words.before;
+    constexpr std::uint32_t kUnreadable = VXRMACHINE_REFUSED_UNREADABLE;
+    candidate.reason = listing.modern ? "not_reached" : RefusalWord(kUnreadable);
+    candidate.text = listing.modern ? "the search ended before it" : RefusalText(kUnreadable, "");
   } else {
     Refusal refusal = tried->second;
     // The running system looked first; that the file is not for the restored one either is what people can mend.
@@ -260,7 +219,7 @@ Candidate Explain(const FoundFile &file, const Listing &listing, const std::vect
       refusal.reason = 0;  // memory ran out on the way
     }
     if (!refusal.id.empty() && refusal.reason > VXRMACHINE_REFUSED_RESTORED_SYSTEM) candidate.id = refusal.id;
-    candidate.reason = kReasons[refusal.reason < std::size(kReasons) ? refusal.reason : 0].word;
+    candidate.reason = RefusalWord(refusal.reason);
     candidate.text = ReasonText(file.path, refusal, listing, device.targets);
   }
   return candidate;
@@ -287,8 +246,8 @@ std::string DirectoryProblem(const std::string &directory, const std::filesystem
   }
   if (files.empty()) return directory + " holds no INF file: put the driver's INF and files there";
   return directory +
-         " itself holds no INF file, and folders below it are not read: name the folder of the driver, such "
-         "as " +
+         " itself holds no INF file, and the exact rules read no folders below it: let DriverRules be windows, or name "
+         "the folder of the driver, such as " +
          files.front().path.substr(0, files.front().path.rfind('\\'));
 }
 
@@ -350,8 +309,10 @@ void ExplainFailures(RunRecord *record) {
   for (DeviceRecord &device : record->devices) {
     if (!device.failed) continue;
     if (!device.choice) ExplainDevice(&device, record);
-    // The choice has said of each file why it was not taken.
-    for (const DriverCandidate &refused : device.choice ? device.choice->candidates : std::vector<DriverCandidate>()) {
+    if (!device.choice) continue;
+    // The choice has said of each file why it was not taken; one that was has failed in its installation.
+    for (const DriverCandidate &refused : device.choice->candidates) {
+      if (refused.reason.empty()) continue;
       device.candidates.push_back({refused.inf, refused.id, refused.reason, refused.text});
     }
   }

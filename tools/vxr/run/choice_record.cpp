@@ -130,12 +130,6 @@ std::string DriverDate(std::uint64_t date) {
   return text;
 }
 
-std::string RankText(std::uint32_t rank) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", rank);
-  return text;
-}
-
 const DriverCandidate *ChosenDriver(const DriverChoice &choice) {
   if (!choice.made) return nullptr;
   if (choice.chosenInf.empty()) return choice.own ? &*choice.own : nullptr;

@@ -40,7 +40,5 @@ bool AddChoiceEvent(RunRecord *record, const VXRMachine_Event &event);
 
 // "2013-03-26"; empty for 0.
 std::string DriverDate(std::uint64_t date);
-// "0x00FF0001".
-std::string RankText(std::uint32_t rank);
 // The candidate that was chosen, the restored system's own too; null when none was.
 const DriverCandidate *ChosenDriver(const DriverChoice &choice);

@@ -10,7 +10,7 @@ std::string OrNone(const std::string &text) { return text.empty() ? "none" : tex
 
 // "rank 0x00FF0000, 2021-03-04, version 10.2.0.1".
 std::string Standing(const DriverCandidate &candidate) {
-  std::string text = "rank " + RankText(candidate.rank);
+  std::string text = "rank " + Hexadecimal(candidate.rank);
   if (candidate.date != 0) text += ", " + DriverDate(candidate.date);
   if (!candidate.version.empty()) text += ", version " + candidate.version;
   return text;
@@ -56,7 +56,7 @@ Json CandidateJson(const DriverCandidate &candidate) {
           {"section", orNull(candidate.section)},
           {"description", orNull(candidate.description)},
           {"id", candidate.id},
-          {"rank", RankText(candidate.rank)},
+          {"rank", Hexadecimal(candidate.rank)},
           {"date", orNull(DriverDate(candidate.date))},
           {"version", orNull(candidate.version)},
           {"service", orNull(candidate.service)},

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "tools/vxr/base/machine_session.h"
+#include "tools/vxr/base/output.h"
 #ifndef _WIN32
 #include "tools/vxr/run/candidates.h"
 #endif
@@ -36,11 +37,6 @@ std::string MissingPart(const std::string &path) {
     cut = next;
   }
   return std::filesystem::exists(HostOf(path), error) ? "" : "it does not exist";
-}
-
-std::string Sentence(std::string text) {
-  if (text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
-  return text + ".";
 }
 
 // `what` and why; the machine's own reasons end in what to do.
