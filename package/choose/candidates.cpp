@@ -155,11 +155,11 @@ Candidate DescribeLine(FileSearch *search, const Match &match) {
 
 std::string TargetText(const Target &target) {
   const char *architecture = ArchitectureName(target.architecture);
-  char text[96];
-  std::snprintf(text, sizeof text, "Windows %u.%u.%u for %s, product type %u, suite 0x%X", target.major, target.minor,
-                target.build, architecture != nullptr ? architecture : "an unknown processor", target.product,
-                target.suite);
-  return text;
+  char suite[16];
+  std::snprintf(suite, sizeof suite, "0x%X", static_cast<unsigned>(target.suite));
+  return "Windows " + std::to_string(target.major) + "." + std::to_string(target.minor) + "." +
+         std::to_string(target.build) + " for " + (architecture != nullptr ? architecture : "an unknown processor") +
+         ", product type " + std::to_string(target.product) + ", suite " + suite;
 }
 
 // What a Manufacturer line is for.
