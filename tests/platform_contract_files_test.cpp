@@ -242,7 +242,7 @@ TEST_F(FilesContract, Directories) {
       {"X:\\new", "ok", "ok"},    {"X:\\NEW", "183", "ok"},      {"X:\\new\\below\\", "ok", "ok"},
       {"X:\\file", "183", "267"}, {"X:\\none\\below", "3", "3"}, {"X:\\file\\below", "3", "3!"},
       {"X:\\", "183!", "ok"},     {"X:\\a|b", "123", "123!"},    {"", "3", "3!"},
-      {"Q:\\new", "3", "3"},
+      {"Q:\\new", "3!", "3!"},
   };
   for (const auto &row : rows) {
     ULARGE_INTEGER room = {};
