@@ -12,33 +12,11 @@ using testing::Contains;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 
-constexpr char kMount[] = "SYSTEM_ORG\\";
-
 class ChoiceRunTest : public ChoiceJobTest {
  protected:
-  // What is told of changes, planned or made, a text each: files, and below the hive's root values and deleted keys.
-  std::vector<std::string> Told() const;
   // Runs and returns what is told.
   std::vector<std::string> Changes(bool inject);
 };
-
-std::vector<std::string> ChoiceRunTest::Told() const {
-  std::vector<std::string> told;
-  for (const MachineEvent &event : events) {
-    const uint32_t kind = event.kind;
-    if (kind == VXRMACHINE_PLAN_FILE || kind == VXRMACHINE_FILE_COPIED) {
-      told.push_back(event.subject + " < " + event.detail + " " + std::to_string(event.size));
-    }
-    if (!event.subject.starts_with(kMount)) continue;
-    const std::string key = event.subject.substr(sizeof kMount - 1);
-    if (kind == VXRMACHINE_PLAN_DELETE || kind == VXRMACHINE_VALUE_DELETED) {
-      told.push_back("-[" + key + (event.detail.empty() ? "" : ": " + event.detail));
-    } else if (kind == VXRMACHINE_PLAN_VALUE || kind == VXRMACHINE_VALUE_WRITTEN) {
-      told.push_back(HiveValueLine(key, event.detail, event.type, event.size, event.text));
-    }
-  }
-  return told;
-}
 
 std::vector<std::string> ChoiceRunTest::Changes(bool inject) {
   events.clear();
@@ -47,7 +25,8 @@ std::vector<std::string> ChoiceRunTest::Changes(bool inject) {
   return Told();
 }
 
-// --- What became of the hive ------------------------------------------------------------------------------------------
+// --- What became of the hive
+// ------------------------------------------------------------------------------------------
 
 // Of the told changes those of the hive are all that became of it: the values that are set come, the keys that are
 // deleted go, each with the one value that it has, and `overwritten` values had other data.
@@ -69,7 +48,8 @@ void ExpectChanged(const std::vector<std::string> &before, const std::vector<std
   EXPECT_EQ(values, deleted.size() + overwritten);
 }
 
-// --- Each machine of the example --------------------------------------------------------------------------------------
+// --- Each machine of the example
+// --------------------------------------------------------------------------------------
 
 // What enabling a service that is held back deletes.
 std::vector<std::string> Enabled(const std::vector<const char *> &services, const char *file = nullptr) {
@@ -126,11 +106,13 @@ constexpr char kStored[] =
     R"(gransas.inf_amd64_dd167ec71ef71fd6\gransas.sys 1584)";
 
 INSTANTIATE_TEST_SUITE_P(Example, ChoiceRun,
-                         testing::Values(Job{"machine", 1, {}}, Job{"machine-nvme", 0, Enabled({"stornvme", "tarnbus"})},
+                         testing::Values(Job{"machine", 1, {}},
+                                         Job{"machine-nvme", 0, Enabled({"stornvme", "tarnbus"})},
                                          Job{"machine-sas", 0, Enabled({"gransas", "tarnbus"}, kStored)}),
                          [](const auto &test) { return "Job" + std::to_string(test.index + 10); });
 
-// --- One of the two ways alone ----------------------------------------------------------------------------------------
+// --- One of the two ways alone
+// ----------------------------------------------------------------------------------------
 
 constexpr char kCritical[] = "ControlSet001\\Control\\CriticalDeviceDatabase\\PCI#VEN_1DEA&DEV_0A42&CC_0104: ";
 
@@ -156,7 +138,8 @@ TEST_F(ChoiceRunTest, RulesAndRecordAreChosenApart) {
   }
 }
 
-// --- A real hive ------------------------------------------------------------------------------------------------------
+// --- A real hive
+// ------------------------------------------------------------------------------------------------------
 
 TEST_F(ChoiceRunTest, ARealHiveGetsTheRecordOrHasItsDriverEnabled) {
   const char *corpus = std::getenv("VXR_CORPUS_DIR");
@@ -166,9 +149,9 @@ TEST_F(ChoiceRunTest, ARealHiveGetsTheRecordOrHasItsDriverEnabled) {
   const std::string hive = ReadFile(kHivePath);
   const std::vector<std::string> lines = HiveLines(Host(kHivePath));
   const std::string device = "PCI\\VEN_1DEA&DEV_0A42&CC_0104: ", service = "ControlSet001\\Services\\twraid: ";
-  const std::vector<std::string> record = {
-      service + "Start 4 4 0x00000000 (0)", service + "Owners 7 20 oem3.inf",
-      "DriverDatabase: OemInfMap 3 1 F0", "DriverDatabase\\DeviceIds\\" + device + "oem3.inf 3 4 01 80 00 00"};
+  const std::vector<std::string> record = {service + "Start 4 4 0x00000000 (0)", service + "Owners 7 20 oem3.inf",
+                                           "DriverDatabase: OemInfMap 3 1 F0",
+                                           "DriverDatabase\\DeviceIds\\" + device + "oem3.inf 3 4 01 80 00 00"};
   for (const char *name : {"machine", "machine-nvme"}) {
     SCOPED_TRACE(name);
     const bool foreign = std::string(name) == "machine";

@@ -17,6 +17,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::EndsWith;
 
 // A call by which a run changed the restored system, or tried to.
 struct Call {
@@ -31,7 +32,8 @@ struct Outcome {
   std::string output;
 };
 
-enum class HiveKind { kClean, kDirty };
+// kExample: of the 10.0 example, whose run chooses the driver as Windows would.
+enum class HiveKind { kClean, kDirty, kExample };
 
 struct Setup {
   HiveKind hive;
@@ -51,6 +53,8 @@ class CrashTest : public RestoreJobTest, public testing::WithParamInterface<Setu
   CrashTest();
 
   void MakeHive();
+  void MakeMachine();
+  bool IsExample() const { return GetParam().hive == HiveKind::kExample; }
   void Reset() const;
   Tree Restored() const;
 
@@ -63,8 +67,9 @@ class CrashTest : public RestoreJobTest, public testing::WithParamInterface<Setu
   // After a run that was killed there may be files on the way, whose names begin with a dot.
   void ExpectOldOrComplete(bool killed) const;
   void ExpectSecondRunCompletes() const;
-  bool HiveIsOld() const { return ReadFile(kHivePath) == old.at(kHivePath); }
+  bool HiveIsOld() const { return ReadFile(hive) == old.at(hive); }
 
+  std::string hive = kHivePath;
   Tree old, complete;
   std::vector<Call> calls;  // of the run that was left alone
 };
@@ -73,8 +78,13 @@ std::string Text(const std::vector<uint8_t> &bytes) { return std::string(bytes.b
 
 bool IsOnTheWay(const std::string &path) { return fs::path(path).filename().string().starts_with('.'); }
 
-CrashTest::CrashTest() {
-  // With the clock standing still, a complete hive has the same bytes each time.
+// With the clock standing still, a complete hive has the same bytes each time.
+void CrashTest::MakeMachine() {
+  if (IsExample()) {
+    BecomeExample("raid-10.0-x64");
+    hive = "restored/Windows/System32/config/SYSTEM";
+    return;
+  }
   OpenJob();
   Close();
   const std::string toml = ReadFile("machine.toml");
@@ -82,12 +92,16 @@ CrashTest::CrashTest() {
   EXPECT_TRUE(toml.starts_with(head));
   WriteFile("machine.toml", head + "clock = 2026-11-19T12:00:00Z\n" + toml.substr(head.size()));
   MakeHive();
+}
+
+CrashTest::CrashTest() {
+  MakeMachine();
   old = Restored();
   const Outcome undisturbed = RunVxr();
   EXPECT_EQ(undisturbed.status, 0) << undisturbed.output;
   complete = Restored();
   calls = Calls();
-  if (std::getenv("VXR_CRASH_HIVE") == nullptr) {
+  if (std::getenv("VXR_CRASH_HIVE") == nullptr && !IsExample()) {
     EXPECT_EQ(old.at(kHivePath).find("newest39") == std::string::npos, GetParam().hive == HiveKind::kDirty);
     EXPECT_NE(complete.at(kHivePath).find("newest39"), std::string::npos) << "a key of a log is lost";
   }
@@ -158,6 +172,10 @@ pid_t CrashTest::Start(const std::string &at) const {
   const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   dup2(file, 1);
   dup2(file, 2);
+  if (IsExample()) {
+    execl(VXR_PROGRAM, VXR_PROGRAM, "run", "--machine", machine.c_str(), "--job", "10", "--rules", "windows",
+          "--record", "auto", nullptr);
+  }
   execl(VXR_PROGRAM, VXR_PROGRAM, "run", "--machine", machine.c_str(), "--job", "1", nullptr);
   _exit(127);
 }
@@ -206,8 +224,8 @@ void CrashTest::ExpectSecondRunCompletes() const {
   EXPECT_EQ(second.status, 0) << second.output;
   EXPECT_TRUE(Restored() == complete) << "the second run did not complete what the first began";
   const std::vector<Call> made = Calls();
-  EXPECT_TRUE(std::any_of(made.begin(), made.end(), [](const Call &call) {
-    return call.name == "fsync" && call.path == fs::path(kHivePath).parent_path();
+  EXPECT_TRUE(std::any_of(made.begin(), made.end(), [this](const Call &call) {
+    return call.name == "fsync" && call.path == fs::path(hive).parent_path();
   })) << "a power failure may still undo what the first run's rename did";
 }
 
@@ -230,7 +248,7 @@ TEST_P(CrashTest, KilledAtAnyCall) {
     }
   }
   // A power failure may bring the name back beside the new hive; there is nothing to save then.
-  WriteFile(fs::path(kHivePath).parent_path() / ".SYSTEM.vxr-tmp", "of the run before");
+  WriteFile(fs::path(hive).parent_path() / ".SYSTEM.vxr-tmp", "of the run before");
   ExpectSecondRunCompletes();
   EXPECT_GT(sawOld, 20u);
   EXPECT_GT(sawNew, 1u);
@@ -295,13 +313,14 @@ TEST_P(CrashTest, NamesComeAfterFlushes) {
     unflushed.insert(fs::path(call.other).parent_path());
     moved.insert(call.inode);
     placed.insert(call.other);
-    if (call.other == kHivePath) {
+    if (call.other == hive) {
       EXPECT_EQ(placed.size(), 3u) << "the hive comes before the drivers";
     }
   }
   EXPECT_THAT(unflushed, testing::IsEmpty());
-  EXPECT_THAT(placed, testing::UnorderedElementsAre(kHivePath, "restored/Windows/system32/drivers/FAST.SYS",
-                                                    testing::EndsWith("/FASTUI.DLL")));
+  const bool example = IsExample();
+  EXPECT_THAT(placed, testing::UnorderedElementsAre(hive, EndsWith(example ? "drivers/twraid.sys" : "drivers/FAST.SYS"),
+                                                    EndsWith(example ? "drivers/twflt.sys" : "/FASTUI.DLL")));
 }
 
 // --- Two runs at once ------------------------------------------------------------------------------------------------
@@ -325,14 +344,19 @@ TEST_P(CrashTest, ASecondRunIsRefusedUntilTheFirstEnds) {
 }
 
 std::vector<Setup> Setups() {
-  std::vector<Setup> setups = {{HiveKind::kClean, false}, {HiveKind::kDirty, true}};
+  std::vector<Setup> setups = {{HiveKind::kClean, false}, {HiveKind::kDirty, true}, {HiveKind::kExample, false}};
   if (MoreKeys() != 0) setups.insert(setups.end(), {{HiveKind::kClean, true}, {HiveKind::kDirty, false}});
   return setups;
 }
 
-INSTANTIATE_TEST_SUITE_P(Injection, CrashTest, testing::ValuesIn(Setups()), [](const auto &test) {
-  return std::string(test.param.hive == HiveKind::kDirty ? "DirtyHive" : "CleanHive") +
+std::string NameOf(const testing::TestParamInfo<Setup> &test) {
+  const HiveKind hive = test.param.hive;
+  return std::string(hive == HiveKind::kExample ? "Example"
+                     : hive == HiveKind::kDirty ? "DirtyHive"
+                                                : "CleanHive") +
          (test.param.named ? "NamedFiles" : "NamelessFiles");
-});
+}
+
+INSTANTIATE_TEST_SUITE_P(Injection, CrashTest, testing::ValuesIn(Setups()), NameOf);
 
 }  // namespace

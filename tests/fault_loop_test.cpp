@@ -4,6 +4,9 @@
 
 #include "tests/support/fault_loop.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "tests/support/choice_job.h"
 #include "tests/support/hive_reader.h"
 #include "tests/support/restore_job.h"
@@ -91,7 +94,8 @@ std::string NameOf(const testing::TestParamInfo<RunLoop> &test) {
 
 INSTANTIATE_TEST_SUITE_P(RestoreRun, RunFaultLoopTest, testing::ValuesIn(Loops()), NameOf);
 
-// --- A driver chosen as Windows would choose it -----------------------------------------------------------------------
+// --- A driver chosen as Windows would choose it
+// -----------------------------------------------------------------------
 
 const char *const kDrivers[] = {"twraid.sys", "filter/twflt.sys"};
 
@@ -99,16 +103,20 @@ class ChoiceFaultLoopTest : public ChoiceJobTest, public testing::WithParamInter
  protected:
   ChoiceFaultLoopTest();
   void ResetRestoredSystem();
-  // Which of the drivers are there; each is whole.
+  // How many of the drivers are there; each is whole.
   std::size_t Drivers() const;
+  // A read that fails as if nothing were there makes another plan; that one is carried out whole.
+  bool IsAsTold(const std::vector<std::string> &lines) const;
+  bool WasTold(uint32_t kind) const;
 
   std::string pristine, hive;
   std::vector<std::string> oldLines, newLines;  // of the hive
 };
 
-// The pack is thinned to the package that is taken and one that is not, for speed.
+// The pack is thinned to the package that is taken, for speed, and so that a fault leads to no other.
 ChoiceFaultLoopTest::ChoiceFaultLoopTest() {
-  for (const char *part : {"net", "enclosure", "hba", "tools", "raid/x86", "raid/legacy", "raid/w7", "raid/w11"}) {
+  for (const char *part :
+       {"net", "enclosure", "hba", "tools", "raid/x86", "raid/legacy", "raid/w7", "raid/w11", "raid/beta"}) {
     fs::remove_all(Host("ram/drivers") / part);
   }
   pristine = RestoredTree();
@@ -118,6 +126,7 @@ ChoiceFaultLoopTest::ChoiceFaultLoopTest() {
   EXPECT_EQ(Run(true), 0u);
   Close();
   newLines = HiveLines(Host(kHivePath));
+  ResetRestoredSystem();
 }
 
 void ChoiceFaultLoopTest::ResetRestoredSystem() {
@@ -136,22 +145,38 @@ std::size_t ChoiceFaultLoopTest::Drivers() const {
   return count;
 }
 
+bool ChoiceFaultLoopTest::IsAsTold(const std::vector<std::string> &lines) const {
+  std::vector<std::string> come, told = Told();
+  std::erase_if(told, [](const std::string &line) { return line.find(": ") == line.npos; });
+  for (const std::string &line : ExportDifference(oldLines, lines)) {
+    if (line[0] == '+' && line[1] != '[') come.push_back(line.substr(1));
+  }
+  return ExportDifference(told, come).empty();
+}
+
+bool ChoiceFaultLoopTest::WasTold(uint32_t kind) const {
+  return std::any_of(events.begin(), events.end(), [&](const MachineEvent &event) { return event.kind == kind; });
+}
+
 TEST_P(ChoiceFaultLoopTest, TheHiveIsOldOrComplete) {
   const bool inject = GetParam().mode == Mode::kInjection;
   uint32_t result = 0;
   const auto prepare = [&] {
-    ResetRestoredSystem();
     OpenChoice("machine");
+    events.clear();
   };
   const auto check = [&](bool faulted) {
     Close();
     const std::vector<std::string> lines = HiveLines(Host(kHivePath));
-    const bool complete = lines == newLines;
-    EXPECT_TRUE(complete || lines == oldLines) << testing::PrintToString(ExportDifference(oldLines, lines));
+    const bool complete = lines == newLines, old = lines == oldLines;
+    const bool toldHalf = result != 0 && WasTold(VXRMACHINE_HIVE_NOT_RESTORED);
+    EXPECT_TRUE(complete || old || toldHalf || (result == 0 && IsAsTold(lines)))
+        << testing::PrintToString(ExportDifference(newLines, lines));
     EXPECT_EQ(Problem(), "");
-    EXPECT_TRUE(Drivers() == std::size(kDrivers) || !complete) << "the hive names drivers that are not there";
+    EXPECT_TRUE(Drivers() == std::size(kDrivers) || old) << "the hive names drivers that are not there";
     if (inject) {
-      EXPECT_TRUE(complete || result != 0) << "the driver was not put in, and nothing says so";
+      const bool noDisk = WasTold(VXRMACHINE_BOOT_DISK_NOT_FOUND), mounted = WasTold(VXRMACHINE_HIVE_NOT_UNLOADED);
+      EXPECT_TRUE(!old || result != 0 || noDisk || mounted) << "nothing says that the driver is not there";
     }
     if (!faulted) {
       EXPECT_EQ(result, 0u);
@@ -164,17 +189,14 @@ TEST_P(ChoiceFaultLoopTest, TheHiveIsOldOrComplete) {
   RecordProperty("calls", static_cast<int>(calls));
 }
 
-// Every call in turn; and each call by which the hive is changed failing from then on while it can still be saved.
+// Every call of an injection, some of the other ways, for speed; and each call by which the hive is changed failing
+// from then on while it can still be saved.
 std::vector<RunLoop> ChoiceLoops() {
-  std::vector<RunLoop> loops;
-  for (const FaultLoop &faults : AllFaultLoops()) {
-    loops.push_back({Mode::kInjection, faults});
-    if (!faults.onwards) {
-      loops.push_back({Mode::kVerification, faults});
-      continue;
-    }
+  std::vector<RunLoop> loops = {{Mode::kVerification, {false, 0}}, {Mode::kInjection, {true, 1}}};
+  for (unsigned share = 0; share < kFaultShares; ++share) {
+    loops.push_back({Mode::kInjection, {false, share}});
     for (const char *call : {"RegSetValueExA", "RegCreateKeyA", "RegDeleteKeyA"}) {
-      loops.push_back({Mode::kInjection, {true, faults.share, call}});
+      loops.push_back({Mode::kInjection, {true, share, call}});
     }
   }
   return loops;

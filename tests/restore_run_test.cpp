@@ -222,8 +222,8 @@ TEST_F(RestoreJobTest, AJobThatChoosesNothingIsLoggedAsItAlwaysWas) {
   constexpr char kWarning[] =
       "WARNG:VXRRlm_Initialize:DriverRules=nonsense is none of exact and windows, exact is used\n";
   std::string usual;
-  for (const char *choice : {"(the first injection)", "", "BootRecord = 'EXACT'\nDriverRules = 'exact'\n",
-                             "DriverRules = 'nonsense'\n"}) {
+  for (const char *choice :
+       {"(the first injection)", "", "BootRecord = 'EXACT'\nDriverRules = 'exact'\n", "DriverRules = 'nonsense'\n"}) {
     SCOPED_TRACE(choice);
     OpenJob([&](std::string *toml) { *toml += *choice == '(' ? "" : choice; });
     machine::SetFaultPlan({"RegEnumValueA", 1000, false, 0});

@@ -1,5 +1,6 @@
 #include "tests/support/choice_job.h"
 
+#include "tests/support/hive_reader.h"
 #include "tests/support/hive_structure.h"
 
 const char *const ChoiceJobTest::kHivePath = "restored/Windows/System32/config/SYSTEM";
@@ -26,4 +27,23 @@ uint32_t ChoiceJobTest::Run(bool inject) { return VXREng_RunVXR(job, inject ? 1 
 std::string ChoiceJobTest::Problem() const {
   const std::string bytes = ReadFile(kHivePath);
   return HiveProblem({bytes.begin(), bytes.end()});
+}
+
+std::vector<std::string> ChoiceJobTest::Told() const {
+  constexpr char kMount[] = "SYSTEM_ORG\\";
+  std::vector<std::string> told;
+  for (const MachineEvent &event : events) {
+    const uint32_t kind = event.kind;
+    if (kind == VXRMACHINE_PLAN_FILE || kind == VXRMACHINE_FILE_COPIED) {
+      told.push_back(event.subject + " < " + event.detail + " " + std::to_string(event.size));
+    }
+    if (!event.subject.starts_with(kMount)) continue;
+    const std::string key = event.subject.substr(sizeof kMount - 1);
+    if (kind == VXRMACHINE_PLAN_DELETE || kind == VXRMACHINE_VALUE_DELETED) {
+      told.push_back("-[" + key + (event.detail.empty() ? "" : ": " + event.detail));
+    } else if (kind == VXRMACHINE_PLAN_VALUE || kind == VXRMACHINE_VALUE_WRITTEN) {
+      told.push_back(HiveValueLine(key, event.detail, event.type, event.size, event.text));
+    }
+  }
+  return told;
 }

@@ -16,6 +16,9 @@ class ChoiceJobTest : public MachineTest {
                   const std::function<void(std::string *toml)> &bend = {});
   // Runs that file's job with the window attached; returns the result code.
   uint32_t Run(bool inject);
+  // What was told of changes, planned or made, a text each: "target < source size" of files and, below the hive's root,
+  // values as HiveLines has them and "-[key" of deleted keys.
+  std::vector<std::string> Told() const;
   // What strict eyes find wrong with the restored hive.
   std::string Problem() const;
 

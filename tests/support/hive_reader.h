@@ -10,7 +10,8 @@
 // when the tool is not there: the test is to be skipped.
 std::vector<std::string> ExportHive(const std::filesystem::path &file, const std::string &key = "\\");
 
-// The same in the process, quickly, through another library: every key as "[path" below the root, every value as a line.
+// The same in the process, quickly, through another library: every key as "[path" below the root, every value as a
+// line.
 std::vector<std::string> HiveLines(const std::filesystem::path &file);
 // That line: type, size as stored, data as the machine's reports show them.
 std::string HiveValueLine(const std::string &key, const std::string &name, uint32_t type, uint64_t size,
