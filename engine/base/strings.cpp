@@ -10,7 +10,8 @@ namespace {
 
 bool IsAscii(char character) { return static_cast<BYTE>(character) < 0x80; }
 
-// Code of the character of `length` bytes at `text`, in lower case.
+// Code of the character of `length` bytes at `text`, in lower case. The platform converts what is not ASCII, so that
+// texts compare as Windows itself compares them, whatever its code page is.
 int FoldedCode(const char *text, SIZE_T length) {
   if (IsAscii(*text)) return *text >= 'A' && *text <= 'Z' ? *text - 'A' + 'a' : *text;
   char folded[2] = {text[0], length == 2 ? text[1] : '\0'};

@@ -27,11 +27,16 @@ struct Descriptor {
   int Release() { return std::exchange(fd, -1); }
 };
 
+// Whether both are of one file.
+inline bool SameInode(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 // Whether the name in the directory is still, or again, the open file's.
 inline bool IsNamed(int file, int directory, const std::string &name) {
   struct stat opened, named;
   return fstat(file, &opened) == 0 && fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+         SameInode(opened, named);
 }
 
 }  // namespace machine

@@ -71,7 +71,7 @@ Status CheckOldTarget(Copy *copy, bool failIfExists) {
   }
   const struct stat &old = copy->targetStatus;
   if (!S_ISREG(old.st_mode)) return Status::Windows(ERROR_ACCESS_DENIED, "the target is no file");
-  if (old.st_dev == copy->sourceStatus.st_dev && old.st_ino == copy->sourceStatus.st_ino) {
+  if (SameInode(old, copy->sourceStatus)) {
     return Status::Windows(ERROR_SHARING_VIOLATION, "source and target are the same file");
   }
   const DWORD attributes = WouldHaveAttributes(old, ReadAttributes(PlaceName(copy->place), old));

@@ -1,17 +1,16 @@
 #include "platform/machine/files/disk_index.h"
 
 #include <cstddef>
-#include <string>
 #include <unordered_map>
 
 #include "platform/machine/description/current.h"
-#include "platform/text/code_page.h"
+#include "platform/text/ansi_case.h"
 
 namespace machine {
 namespace {
 
 struct DiskIndex {
-  std::unordered_map<std::string, std::size_t> byInterface;  // upper case
+  NameTable<std::size_t> byInterface;
   std::unordered_map<DWORD, std::size_t> byNumber;
 };
 
@@ -25,7 +24,7 @@ const Disk *FindDiskByNumber(DWORD number) {
 }
 
 const Disk *FindDiskByInterface(std::string_view path) {
-  const auto found = disks.byInterface.find(ToUpper(path));
+  const auto found = disks.byInterface.find(path);
   return found != disks.byInterface.end() ? &Current()->disks[found->second] : nullptr;
 }
 
@@ -33,7 +32,7 @@ void IndexDisks(const Description &description) {
   disks = {};
   for (std::size_t disk = 0; disk < description.disks.size(); ++disk) {
     const std::string &path = description.disks[disk].interfacePath;
-    if (!path.empty()) disks.byInterface.try_emplace(ToUpper(path), disk);
+    if (!path.empty()) disks.byInterface.try_emplace(path, disk);
     disks.byNumber.try_emplace(description.disks[disk].number, disk);
   }
 }

@@ -20,7 +20,7 @@ constexpr int kLongestLinkChain = 40;  // the kernel's own limit
 
 bool SameStatus(const struct stat &a, const struct stat &b) {
   if (S_ISBLK(a.st_mode) && S_ISBLK(b.st_mode)) return a.st_rdev == b.st_rdev;
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+  return SameInode(a, b);
 }
 
 // A link whose target does not exist yet leads to what the next file of that name will be.

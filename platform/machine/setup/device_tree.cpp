@@ -4,19 +4,18 @@
 #include <charconv>
 #include <cstdio>
 #include <optional>
-#include <unordered_map>
 
 #include "platform/machine/description/current.h"
 #include "platform/machine/registry/registry.h"
 #include "platform/machine/setup/device_set.h"
-#include "platform/text/code_page.h"
+#include "platform/text/ansi_case.h"
 
 namespace machine {
 namespace {
 
 struct DeviceTree {
-  std::unordered_map<std::string, std::uint32_t> byInstance;  // upper case
-  std::vector<std::uint32_t> diskDevices;                     // by disk
+  NameTable<std::uint32_t> byInstance;
+  std::vector<std::uint32_t> diskDevices;  // by disk
   // Read anew when the registry has changed since.
   std::vector<std::optional<GUID>> classes;  // by device; absent where the registry gives none
   std::vector<GUID> present;                 // the classes that some device has
@@ -67,7 +66,7 @@ std::uint32_t DeviceOfNode(DEVINST node) {
 }
 
 std::uint32_t FindDevice(std::string_view instance) {
-  const auto found = tree.byInstance.find(ToUpper(instance));
+  const auto found = tree.byInstance.find(instance);
   return found != tree.byInstance.end() ? found->second : kNoDevice;
 }
 
@@ -113,7 +112,7 @@ bool IsPresentClass(std::string_view classGuid) {
 void OpenDevices(const Description &description) {
   tree = {};
   for (std::uint32_t device = 0; device < description.devices.size(); ++device) {
-    tree.byInstance.try_emplace(ToUpper(description.devices[device].instance), device);
+    tree.byInstance.try_emplace(description.devices[device].instance, device);
   }
   for (const Disk &disk : description.disks) tree.diskDevices.push_back(DeviceOfInterface(disk.interfacePath));
 }
