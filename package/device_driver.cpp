@@ -82,12 +82,6 @@ RunChoice *CurrentRun(const Caller &trace) {
   return run.get();
 }
 
-std::vector<std::string> Texts(const char *texts) {
-  std::vector<std::string> list;
-  for (; texts != nullptr && *texts != '\0'; texts += std::strlen(texts) + 1) list.emplace_back(texts);
-  return list;
-}
-
 // Plans a candidate's installation into the choice; else the candidate is refused, unless it was the hive that failed.
 bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choice) {
   Plan plan;
@@ -145,6 +139,7 @@ void TellChoice(const Choice &choice, const Caller &trace) {
     const OwnDriver &own = choice.own;
     platform::ReportDecision(VXRMACHINE_OWN_DRIVER, NullWhenEmpty(own.service), own.id.c_str(), own.rank.value,
                              own.rank.date, own.rank.path.c_str());
+    if (own.heldBack) platform::ReportDecision(VXRMACHINE_OWN_DRIVER_HELD_BACK, NullWhenEmpty(own.service));
     trace.Check("restored system:id=%s:inf=%s:rank=0x%08x:date=%s:service=%s:%s\n", own.id.c_str(),
                 own.rank.path.c_str(), own.rank.value, DateText(own.rank.date).c_str(), own.service.c_str(),
                 own.heldBack ? "held back" : "starts with the system");
@@ -224,7 +219,7 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
   if (current == nullptr) return FALSE;
   PlanContext &context = current->context;
   context.classGuid = device->guDevice;
-  context.device = {Texts(device->szHardwareID), Texts(device->szCompatibleIDs)};
+  context.device = IdsOf(device->szHardwareID, device->szCompatibleIDs);
 
   current->pending.unread.clear();  // each device has its own try
   Choice choice;

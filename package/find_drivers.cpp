@@ -19,12 +19,6 @@ Target TargetOf(const VXRDRV_TARGET &asked) {
   return target;
 }
 
-std::vector<std::string> Texts(const char *texts) {
-  std::vector<std::string> list;
-  for (; texts != nullptr && *texts != '\0'; texts += std::strlen(texts) + 1) list.emplace_back(texts);
-  return list;
-}
-
 void Answer(const Candidate &candidate, const VXRDRV_ANSWER &answer) {
   const std::string date = DateText(candidate.rank.date);
   const char *reason = RefusalWord(candidate.refusal);
@@ -52,14 +46,16 @@ extern "C" int32_t VXRDrv_FindDrivers(const VXRDRV_QUERY *query, const VXRDRV_AN
   using namespace package;
   *files = 0;
   Index index = MakeIndex(TargetOf(query->target));
-  for (const std::string &directory : Texts(query->directories)) AddDirectory(&index, directory, false);
+  for (const char *directory = query->directories; *directory != '\0'; directory += std::strlen(directory) + 1) {
+    AddDirectory(&index, directory, false);
+  }
   *files = static_cast<uint32_t>(index.files.size());
   if (answer->unread != nullptr) {
     for (const UnreadFile &unread : index.unread) {
       answer->unread(answer->context, unread.path.c_str(), unread.reason.c_str());
     }
   }
-  const DeviceIds device = {Texts(query->hardwareIds), Texts(query->compatibleIds)};
+  const DeviceIds device = IdsOf(query->hardwareIds, query->compatibleIds);
   const std::vector<Candidate> candidates = FindCandidates(index, device, {});
   for (const Candidate &candidate : candidates) Answer(candidate, *answer);
   return !candidates.empty() && candidates.front().refusal == Refusal::kNone;

@@ -96,6 +96,60 @@ fresh raid-10.0-x64
 sed -i "s|X:.drivers'|X:\\\\drivers\\\\raid\\\\beta'|" "$machine"
 expect "raid-10.0-x64, narrow" 0 'from .*\\beta\\twraid.inf' run --machine "$machine" --job 10
 
+# By Windows' rules: a driver of a package (a file that the system already has is replaced), one that is held back.
+for words in 'raid-10.0-x64 machine 10 taken .*w10.twraid.inf' 'ide-5.1-x86 machine 3 taken .*idecore.inf' \
+  'raid-10.0-x64 machine-nvme 11 held back until now; an injection lets it start'; do
+  read -r name file job pattern <<<"$words"
+  fresh "$name"
+  [[ $name == raid* ]] || truncate -s 5000 "$work"/machine/restored/WINDOWS/system32/drivers/atapi.sys
+  before=$(digest)
+  by_windows=(--machine "${machine%/*}/$file.toml" --job "$job" --rules windows --record auto)
+  expect "$name, $file, Windows' rules, verification" 0 "$pattern" run "${by_windows[@]}" --verify
+  [[ $(digest) == "$before" ]] || fail "$name, $file: the verification changed the restored system"
+  shows "$name, $file, Windows' rules" 'Hives' run "${by_windows[@]}"
+  before=$(digest)
+  run run "${by_windows[@]}" --json && grep -q '"held_back": false\|"own": null' "$work/out" ||
+    fail "$name, $file: not served by what is there now"
+  [[ $(digest) == "$before" ]] || fail "$name, $file: the second injection changed something"
+done
+fresh raid-10.0-x64
+rm -r "$work"/machine/ram/drivers/raid/{w10,w7,beta}
+expect "raid-10.0-x64, no driver" 3 'Mend what is said above' run --machine "$machine" --job 10 --rules windows
+[[ $(grep -c 'w11.twraid.inf' "$work/out") -eq 1 ]] || fail "a refused INF file is not told once"
+sed -i "s/^InfDir.*/&\nDriverRules = 'narrow'/" "$machine"
+expect "raid-10.0-x64, unknown rules" 3 "The job's DriverRules is \"narrow\"" run --machine "$machine" --job 10
+
+# --- Which driver would be taken: exit status, what is printed, arguments; @ is the pack
+fresh raid-10.0-x64
+pack=$work/machine/ram/drivers
+ln -s "$examples/raid-10.0-x64/ram/drivers/raid/w10/twraid.inf" "$pack/link.inf"
+mkfifo "$pack/pipe.inf"
+rm "$pack/raid/w7/twraid.sys"
+target='--target 10.0.19045-amd64'
+id='PCI\VEN_1DEA&DEV_0A42&CC_0104'
+while IFS='|' read -r status pattern words; do
+  # shellcheck disable=SC2086
+  run drivers ${words//@/$pack}
+  [[ $? -eq $status ]] && cat "$work/out" "$work/err" | tr '\n' ' ' | grep -qE -- "$pattern" || fail "drivers $words: $pattern"
+  ! grep -q '[A-Z]:\\' "$work/out" || fail "drivers $words: a path that nobody gave"
+done <<CASES
+0|taken +$pack/raid/w10/twraid.inf.*Cannot.*w11/|@ $target --id "$id"
+0|^9 INF files .*missing: The file $pack/raid/w7/twraid.sys of|@ @/raid @/raid/../ $target --id 1dea:0a42:1DEA:0001:02 0x010400
+0|link.inf: it is a link that.*pipe.inf: it is a FIFO|@ $target --id $id
+0|taken +$pack/raid/beta/twraid.inf.*missing: The file $pack/raid/w10/TWFLT.SYS is|@/raid/w10 @/raid/beta $target --id $id --rules exact
+1|^0 INF files .*INF files there: 9|@ $target --id $id --rules exact
+1|lists the device. Many list|@ $target --id 1DEA:0A42
+0|"files": 9.*"refused": null.*"chosen": 0|@ $target --id $id --json
+1|"candidates": \[\],  *"chosen": null|@ $target --id none --json
+2|is a directory, where an id|@ $target --id $id @/raid
+2|01x0: is no class|@ $target --id 1DEA:0A42 01x0
+2|is neither an id|@ $target --id 1DEA:0A42:1DEA
+2|is a PCI function, which|@ $target --id $id --compatible-id 1DEA:0A42
+2|--json: is an option|@ $target --id --json
+2|twraid.inf is no directory|@/raid/w10/twraid.inf $target --id $id
+2|"x64" is no architecture|@ --target 10.0-x64 --id $id
+CASES
+
 # --- Errors as JSON: exit status, what the document says, arguments
 mkfifo "$work/pipe"
 truncate -s 1G "$work/large.inf"

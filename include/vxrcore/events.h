@@ -96,9 +96,11 @@ enum {
   VXRMACHINE_FILE_LEFT = 57,         /* subject: a file that stays in the restored system after a failure */
   VXRMACHINE_HIVE_NOT_RESTORED = 58, /* subject: a key that could not be put back as it was after a failure */
 
-  VXRMACHINE_VALUE_DELETED = 59,    /* subject: key, detail: value name; null: the key with all below it */
-  VXRMACHINE_JOB_VALUE_UNKNOWN = 60 /* subject: a value of the job's key whose text is none of those it can have,
-                                       detail: the text; the run goes on as if the value were not there */
+  VXRMACHINE_VALUE_DELETED = 59,       /* subject: key, detail: value name; null: the key with all below it */
+  VXRMACHINE_JOB_VALUE_UNKNOWN = 60,   /* subject: a value of the job's key whose text is none of those it can have,
+                                         detail: the text; the run goes on as if the value were not there */
+  VXRMACHINE_OWN_DRIVER_HELD_BACK = 61 /* of the VXRMACHINE_OWN_DRIVER before: the restored system would not start it;
+                                          subject: service. Chosen, it is let start */
 };
 
 /* Why an INF file was refused, in the order in which a file gets that far. Of several reasons for one attempt the last

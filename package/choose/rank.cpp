@@ -4,6 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include "platform/inf/inf_file.h"
@@ -25,6 +26,12 @@ std::size_t IdNumber(const std::vector<std::string> &ids, const std::string &id)
   return kNoId;
 }
 
+std::vector<std::string> Texts(const char *texts) {
+  std::vector<std::string> list;
+  for (; texts != nullptr && *texts != '\0'; texts += std::strlen(texts) + 1) list.emplace_back(texts);
+  return list;
+}
+
 // A position as part of a score, whose other digits it must not reach.
 DWORD Digits(std::size_t position, DWORD most) { return static_cast<DWORD>(std::min<std::size_t>(position, most)); }
 
@@ -38,6 +45,8 @@ bool TakeNumber(std::string_view *text, std::string_view separators, unsigned *n
 }
 
 }  // namespace
+
+DeviceIds IdsOf(const char *hardware, const char *compatible) { return {Texts(hardware), Texts(compatible)}; }
 
 DWORD IdentifierScore(const DeviceIds &device, const std::string &id, std::size_t position) {
   if (id.empty()) return kNoMatch;

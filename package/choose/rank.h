@@ -13,6 +13,8 @@ namespace package {
 struct DeviceIds {
   std::vector<std::string> hardware, compatible;
 };
+// Of two multi-strings, either of which may be null.
+DeviceIds IdsOf(const char *hardware, const char *compatible);
 
 // What takes part in the order. `path` makes it total.
 struct Rank {

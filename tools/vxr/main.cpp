@@ -102,7 +102,7 @@ CLI::App *AddDrivers(CLI::App *app, DriversOptions *options) {
   drivers
       ->add_option("--id", options->ids,
                    "The device's hardware ids, most specific first; or its PCI function by numbers,\n"
-                   "8086:2822[:SUBVENDOR:SUBDEVICE[:REVISION]] and its class, such as 010400")
+                   "8086:2822[:SUBVENDOR:SUBDEVICE[:REVISION]] and its class, such as 010400. Name directories first")
       ->required()
       ->type_name("ID");
   drivers->add_option("--compatible-id", options->compatibleIds, "Its compatible ids, most specific first")
@@ -119,7 +119,8 @@ CLI::App *AddDrivers(CLI::App *app, DriversOptions *options) {
       ->default_str("0x0409");
   drivers->add_flag("--json", options->json, "Print one JSON document instead of text");
   drivers->footer(
-      "The driver that would be taken comes first, marked; those that cannot be installed come last, with the reason.\n"
+      "The driver that would be taken comes first: that of the lowest rank, of equal ones the later date, then the\n"
+      "higher version. Those that cannot be installed come last, with the reason.\n"
       "Nothing is changed. Exit status: 0 when one can be installed; 1 when none; 2 for wrong usage.");
   return drivers;
 }

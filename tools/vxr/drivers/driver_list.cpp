@@ -46,7 +46,7 @@ void OnUnread(void *context, const char *path, const char *reason) {
   std::error_code error;
   const std::filesystem::file_type type = std::filesystem::symlink_status(HostFile(row.inf), error).type();
   if (type == std::filesystem::file_type::symlink) {
-    row.text = "it is a link, and links are not followed";
+    row.text = "it is a link that leads nowhere, or out of the directory";
   } else if (std::filesystem::exists(std::filesystem::file_status(type)) &&
              type != std::filesystem::file_type::regular && type != std::filesystem::file_type::directory) {
     row.text = std::string("it ") + machine::FileKind(type);

@@ -92,14 +92,20 @@ void Take(const std::string &id, const Attempt &attempt, DriverRow *row) {
   row->reasonText.clear();
 }
 
+// Which system it is that the file is not for, the target or the one that the search is made on, is the same here.
+std::string ReasonText(const DriversOptions &options, const Attempt &attempt) {
+  if (attempt.reason <= VXRMACHINE_REFUSED_RESTORED_SYSTEM) {
+    return "The narrow reading finds the device in no section for this system.";
+  }
+  if (attempt.reason == VXRMACHINE_REFUSED_FILE_MISSING) {
+    return "The file " + GivenPath(options, attempt.detail) + " is missing.";
+  }
+  return Sentence(RefusalText(attempt.reason, attempt.detail));
+}
+
 void Refuse(const DriversOptions &options, const Attempt &attempt, DriverRow *row) {
-  const bool path = attempt.reason == VXRMACHINE_REFUSED_FILE_MISSING;
-  // Which system it is that the file is not for, the target or the one that the search is made on, is the same here.
-  const bool listed = attempt.reason > VXRMACHINE_REFUSED_RESTORED_SYSTEM;
   row->reason = ReasonWord(attempt.reason);
-  row->reasonText =
-      Sentence(listed ? RefusalText(attempt.reason, path ? GivenPath(options, attempt.detail) : attempt.detail)
-                      : "the narrow reading finds the device in no section for this system");
+  row->reasonText = ReasonText(options, attempt);
 }
 
 // A run reads no folders below the directory.
@@ -115,13 +121,13 @@ void LeaveTop(const DriversOptions &options, DriverList *list) {
     std::error_code error;
     for (std::filesystem::directory_iterator at(HostFile(directory), error), end; !error && at != end;
          at.increment(error)) {
-      const bool file = std::filesystem::is_regular_file(at->symlink_status(error));
+      const bool file = std::filesystem::is_regular_file(at->status(error));
       if (file && machine::SameUtf8(HostName(at->path().extension()), ".inf")) ++list->files;
     }
   }
   for (const UnreadRow &row : list->unread) {
     std::error_code error;
-    if (std::filesystem::is_regular_file(std::filesystem::symlink_status(HostFile(row.inf), error))) --list->files;
+    if (std::filesystem::is_regular_file(HostFile(row.inf), error)) --list->files;
   }
   list->below = all - list->files;
 }

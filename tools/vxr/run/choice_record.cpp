@@ -48,6 +48,9 @@ bool AddDeviceChoice(DeviceRecord *device, const VXRMachine_Event &event) {
       choice.own = MakeCandidate(MachineText(event.text), event);
       choice.own->service = MachineText(event.subject);
       return true;
+    case VXRMACHINE_OWN_DRIVER_HELD_BACK:
+      if (choice.own) choice.own->heldBack = true;
+      return true;
     case VXRMACHINE_CANDIDATE_CHOSEN:
       choice.made = true;
       choice.chosenInf = MachineText(event.subject);
@@ -71,7 +74,7 @@ bool AddDeviceChoice(DeviceRecord *device, const VXRMachine_Event &event) {
 
 bool IsDeviceChoice(std::uint32_t kind) {
   return (kind >= VXRMACHINE_CANDIDATE && kind <= VXRMACHINE_CANDIDATE_CHOSEN) || kind == VXRMACHINE_PLAN_WARNING ||
-         kind == VXRMACHINE_PLAN_NOTE;
+         kind == VXRMACHINE_PLAN_NOTE || kind == VXRMACHINE_OWN_DRIVER_HELD_BACK;
 }
 
 }  // namespace
@@ -109,7 +112,7 @@ bool AddChoiceEvent(RunRecord *record, const VXRMachine_Event &event) {
       return true;
     case VXRMACHINE_JOB_VALUE_UNKNOWN:
       record->problems.push_back(
-          "the job's " + MachineText(event.subject) + " is \"" + MachineText(event.detail) +
+          "The job's " + MachineText(event.subject) + " is \"" + MachineText(event.detail) +
           "\", which is none of its texts, so that it counted as exact: correct it, or delete it");
       return true;
     default:

@@ -18,6 +18,7 @@ struct DriverCandidate {
   std::uint32_t rank = 0;
   std::uint64_t date = 0;    // 100 ns since 1601; 0: none
   std::string reason, text;  // why it cannot be taken; empty: it can
+  bool heldBack = false;     // the restored system's own, which it would not start
 };
 
 struct DriverChoice {

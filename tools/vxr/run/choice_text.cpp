@@ -1,12 +1,12 @@
 #include "tools/vxr/run/choice_text.h"
 
+#include <string_view>
+
 #include "tools/vxr/base/output.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-std::string OrNone(const std::string &text) { return text.empty() ? "none" : text; }
 
 // "rank 0x00FF0000, 2021-03-04, version 10.2.0.1".
 std::string Standing(const DriverCandidate &candidate) {
@@ -16,36 +16,31 @@ std::string Standing(const DriverCandidate &candidate) {
   return text;
 }
 
-void PrintChosen(const DriverChoice &choice, const DriverCandidate &chosen) {
-  const bool own = choice.chosenInf.empty();
-  PrintLine("      taken    " +
-            (own ? "the restored system's own driver" + (chosen.inf.empty() ? "" : ", " + chosen.inf) : chosen.inf));
+void PrintOwn(const DriverCandidate &own, bool chosen, bool verify) {
+  PrintLine(std::string("      ") + (chosen ? "taken    the restored system's own driver" : "beaten   its own driver") +
+            (own.inf.empty() ? "" : ", " + own.inf));
+  PrintLine("               for " + own.id);
+  PrintLine("               " + Standing(own) +
+            (own.service.empty() ? ", needs no service" : ", service " + own.service));
+  if (!own.heldBack) return;
+  PrintLine(!chosen  ? "               held back: the restored system would not start it"
+            : verify ? "               held back until now; an injection lets it start"
+                     : "               held back until now; it is let start");
+}
+
+void PrintChosen(const DriverCandidate &chosen) {
+  PrintLine("      taken    " + chosen.inf);
   if (!chosen.description.empty()) PrintLine("               " + chosen.description);
   PrintLine("               for " + chosen.id);
   PrintLine("               " + Standing(chosen) +
-            (choice.service.empty() ? ", needs no service" : ", service " + choice.service));
+            (chosen.service.empty() ? ", needs no service" : ", service " + chosen.service));
 }
 
-void PrintChoice(const DeviceRecord &device) {
-  const DriverChoice &choice = *device.choice;
-  PrintLine("  " + device.instance);
-  const DriverCandidate *chosen = ChosenDriver(choice);
-  if (chosen != nullptr) PrintChosen(choice, *chosen);
-  if (chosen == nullptr && choice.candidates.empty() && !choice.own) {
-    PrintLine("      no file here lists the device, and the restored system has no driver for it", Style::kBad);
-  }
-  for (const DriverCandidate &candidate : choice.candidates) {
-    if (&candidate == chosen) continue;
-    const bool fits = candidate.reason.empty();
-    PrintLine("      " + std::string(fits ? "next     " : "refused  ") + candidate.inf + "  " + candidate.id);
-    PrintLine("               " + (fits ? Standing(candidate) : candidate.text));
-  }
-  if (choice.own && chosen != &*choice.own) {
-    PrintLine("      has      " + OrNone(choice.own->service) + " of its own for " + choice.own->id);
-    PrintLine("               " + Standing(*choice.own));
-  }
-  for (const std::string &warning : choice.warnings) PrintLine("      warning  " + warning, Style::kBad);
-  for (const std::string &note : choice.notes) PrintLine("      note     " + note);
+void PrintOther(const DriverCandidate &candidate) {
+  const bool fits = candidate.reason.empty();
+  PrintLine("      " + std::string(fits ? "beaten   " : "refused  ") + candidate.inf);
+  PrintLine("               for " + candidate.id);
+  PrintLine("               " + (fits ? Standing(candidate) : candidate.text));
 }
 
 Json CandidateJson(const DriverCandidate &candidate) {
@@ -71,14 +66,20 @@ void AddDeletions(const char *state, const std::vector<DeletedValue> &deletions,
 
 }  // namespace
 
-void PrintChoices(const RunRecord &record) {
-  bool titled = false;
-  for (const DeviceRecord &device : record.devices) {
-    if (!device.choice) continue;
-    if (!titled) PrintTitle("Drivers, by Windows' rules");
-    titled = true;
-    PrintChoice(device);
+void PrintChoice(const DeviceRecord &device, bool verify) {
+  const DriverChoice &choice = *device.choice;
+  const DriverCandidate *chosen = ChosenDriver(choice);
+  const bool own = choice.own && chosen == &*choice.own;
+  if (chosen != nullptr && !own) PrintChosen(*chosen);
+  if (choice.own) PrintOwn(*choice.own, own, verify);
+  for (const DriverCandidate &candidate : choice.candidates) {
+    if (&candidate != chosen) PrintOther(candidate);
   }
+  for (const std::string &warning : choice.warnings) PrintLine("      warning  " + warning, Style::kBad);
+  for (const std::string &note : choice.notes) PrintLine("      note     " + note);
+}
+
+void PrintUnread(const RunRecord &record) {
   if (record.unreadInfs.empty()) return;
   PrintTitle("Not read");
   for (const RefusedPath &unread : record.unreadInfs) PrintLine("  " + unread.path + ": " + unread.reason);
@@ -87,8 +88,13 @@ void PrintChoices(const RunRecord &record) {
 void PrintDeletions(const char *title, const std::vector<DeletedValue> &deletions) {
   if (deletions.empty()) return;
   PrintTitle(title);
+  constexpr std::string_view kOverride = "\\StartOverride";
   for (const DeletedValue &deleted : deletions) {
-    PrintLine("  " + deleted.key + (deleted.wholeKey ? "  (the whole key)" : ": " + deleted.name));
+    const bool held = deleted.wholeKey && deleted.key.ends_with(kOverride);
+    PrintLine("  " + deleted.key +
+              (held               ? "  (the whole key, which holds the driver back)"
+               : deleted.wholeKey ? "  (the whole key)"
+                                  : ": " + deleted.name));
   }
 }
 
@@ -96,7 +102,11 @@ Json ChoiceJson(const DeviceRecord &device) {
   if (!device.choice) return Json();
   const DriverChoice &choice = *device.choice;
   Json candidates = Json::array();
-  Json chosen;
+  Json chosen, own;
+  if (choice.own) {
+    own = CandidateJson(*choice.own);
+    own["held_back"] = choice.own->heldBack;
+  }
   const DriverCandidate *taken = ChosenDriver(choice);
   for (const DriverCandidate &candidate : choice.candidates) {
     if (&candidate == taken) chosen = candidates.size();
@@ -105,7 +115,7 @@ Json ChoiceJson(const DeviceRecord &device) {
   return {{"chosen", chosen},
           {"own_chosen", choice.made && choice.chosenInf.empty()},
           {"service", choice.service.empty() ? Json() : Json(choice.service)},
-          {"own", choice.own ? CandidateJson(*choice.own) : Json()},
+          {"own", std::move(own)},
           {"candidates", std::move(candidates)},
           {"warnings", choice.warnings},
           {"notes", choice.notes}};

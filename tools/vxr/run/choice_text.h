@@ -5,8 +5,10 @@
 
 #include "tools/vxr/run/run_record.h"
 
-// For each device whose driver was chosen: what was taken, what it was preferred to, what could not be taken and why.
-void PrintChoices(const RunRecord &record);
+// Of a device whose driver was chosen: what was taken, what it was preferred to, what could not be taken and why.
+void PrintChoice(const DeviceRecord &device, bool verify);
+// The INF files and directories that could not be read.
+void PrintUnread(const RunRecord &record);
 // What an injection deletes in the restored hive, or deleted.
 void PrintDeletions(const char *title, const std::vector<DeletedValue> &deletions);
 

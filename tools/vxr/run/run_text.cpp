@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <vector>
 
 #include "tools/vxr/base/output.h"
@@ -11,21 +12,29 @@ namespace {
 
 void Problem(const std::string &text) { PrintLine("  " + text, Style::kBad); }
 
-void PrintDevices(const RunRecord &record) {
+void PrintDriver(const DeviceRecord &device) {
+  if (!device.driver.empty()) PrintLine("      " + device.driver + " (" + device.hardwareId + ")");
+  PrintLine("      from " + device.infFile);
+}
+
+void PrintDevices(const RunOptions &options, const RunRecord &record) {
   if (record.devices.empty()) return;
   PrintTitle("Devices");
+  bool ranked = false;
   for (const DeviceRecord &device : record.devices) {
     PrintLine("  " + device.instance);
-    if (!device.infFile.empty()) {
-      if (!device.driver.empty()) PrintLine("      " + device.driver + " (" + device.hardwareId + ")");
-      PrintLine("      from " + device.infFile);
+    if (device.choice) {
+      PrintChoice(device, options.verify);
+    } else if (!device.infFile.empty()) {
+      PrintDriver(device);
     }
-    if (device.failed) {
-      PrintLine("      no driver was set up", Style::kBad);
-    } else if (device.infFile.empty()) {
-      PrintLine(device.choice ? "      the restored system's own driver" : "      needs no driver of its own");
-    }
+    const bool none = !device.choice && device.infFile.empty();
+    if (device.failed) PrintLine("      no driver was set up", Style::kBad);
+    if (!device.failed && none) PrintLine("      needs no driver of its own");
+    ranked = ranked || (device.choice && device.choice->made);
   }
+  if (ranked)
+    PrintLine("  By Windows' rules the lower rank is taken; of equal ones the later date, the higher version.");
 }
 
 void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied) {
@@ -48,15 +57,32 @@ void PrintCopies(const RunOptions &options, const RunRecord &record, bool copied
   }
 }
 
+// A key that is written to in several steps is shown once.
 void PrintValueList(const char *title, const std::vector<ValueRecord> &values) {
-  const std::string *key = nullptr;
+  struct Key {
+    std::vector<const ValueRecord *> values;
+    std::size_t name = 14, type = 10;  // widths
+  };
+  std::vector<Key> keys;
+  std::map<std::string, std::size_t> places;
   for (const ValueRecord &value : values) {
-    if (key == nullptr) PrintTitle(title);
-    if (key == nullptr || *key != value.key) {
-      PrintLine("  " + value.key + (InRestoredHive(value) ? "" : "  (running system)"));
+    const auto [place, added] = places.try_emplace(value.key, keys.size());
+    if (added) keys.emplace_back();
+    Key &key = keys[place->second];
+    key.values.push_back(&value);
+    key.name = std::max(key.name, value.name.size());
+    key.type = std::max(key.type, ValueTypeName(value.type).size());
+  }
+  if (!keys.empty()) PrintTitle(title);
+  for (const Key &key : keys) {
+    const ValueRecord &first = *key.values.front();
+    PrintLine("  " + first.key + (InRestoredHive(first) ? "" : "  (running system)"));
+    for (const ValueRecord *value : key.values) {
+      const std::string name = value->name.empty() ? "(default)" : value->name;
+      const std::string data = value->data.empty() ? "" : " " + value->data;
+      PrintLine("      " + Padded(name, key.name) + " " +
+                Padded(ValueTypeName(value->type), data.empty() ? 0 : key.type) + data);
     }
-    key = &value.key;
-    PrintLine("      " + Padded(value.name, 14) + " " + Padded(ValueTypeName(value.type), 10) + " " + value.data);
   }
 }
 
@@ -95,7 +121,8 @@ std::string PlacesSearched(const DeviceRecord &device) {
 void PrintCandidates(const RunRecord &record) {
   for (const DeviceRecord &device : record.devices) {
     const std::string places = PlacesSearched(device);
-    if (!device.failed || places.empty()) continue;
+    const bool told = device.choice && !device.candidates.empty();
+    if (!device.failed || places.empty() || told) continue;
     PrintTitle("INF files for " + device.instance);
     if (device.candidates.empty()) PrintLine("  no file here lists the device (" + places + ")");
     std::size_t file = 0, id = 0;
@@ -243,8 +270,8 @@ void PrintStatusLine(const StatusLine &line) {
 }
 
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
-  PrintDevices(record);
-  PrintChoices(record);
+  PrintDevices(options, record);
+  PrintUnread(record);
   for (const bool copied : {true, false}) PrintCopies(options, record, copied);
   PrintValues(record);
   PrintDeletions("Registry values deleted", record.deletions);
