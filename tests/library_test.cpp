@@ -18,9 +18,10 @@ bool IsMapped() {
 
 TEST(LibraryTest, ExportsWhatItsHeadersDeclare) {
   EXPECT_EQ(
-      std::system("cd " VXR_SOURCE_DIR "/include/vxrcore && bash -c 'diff "
-                  "<(sed -nE \"s/^VXR_API .*(VXR[a-zA-Z]+_\\w+)\\(.*/\\1@@VXRCORE_0/p\" vxrcore.h machine.h drivers.h | sort) "
-                  "<(nm -D --defined-only --with-symbol-versions " VXR_LIBRARY " | sed \"/ A /d; s/.* //\" | sort)'"),
+      std::system(
+          "cd " VXR_SOURCE_DIR "/include/vxrcore && bash -c 'diff "
+          "<(sed -nE \"s/^VXR_API .*(VXR[a-zA-Z]+_\\w+)\\(.*/\\1@@VXRCORE_0/p\" vxrcore.h machine.h drivers.h | sort) "
+          "<(nm -D --defined-only --with-symbol-versions " VXR_LIBRARY " | sed \"/ A /d; s/.* //\" | sort)'"),
       0)
       << "declared (<) and exported (>) functions differ";
 }
