@@ -95,6 +95,11 @@ bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choic
     if (!plan.edits.unread.empty()) return false;
     if (!planned) candidate->refusal = Refusal::kFileMissing;
     if (!planned) return false;
+  } else {
+    // That is an answer. But a boot disk hangs off the devices that are asked for here.
+    plan.warnings.push_back(candidate->rank.path +
+                            " says that the device needs no driver: should its disk not be found at the start, give a "
+                            "package that has one, and take this one away");
   }
   choice->plan = std::move(plan);
   choice->chosen = candidate;
