@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "engine/base/strings.h"
 #include "package/read/sources.h"
 
 namespace package {
@@ -70,7 +69,8 @@ void JudgeDriver(const Installation &installation, const ServiceLines &service, 
   const SourceFile source = FindDriver(installation, service, name, target, &listed);
   const InfSource &inf = installation.infs[service.inf];
   const auto told = [&inf](const std::string &path) {
-    return BeginsWith(path.c_str(), (inf.directory + "\\").c_str()) ? path.substr(inf.directory.size() + 1) : path;
+    const std::string folder = inf.directory + '\\';
+    return machine::SameName(path.substr(0, folder.size()), folder) ? path.substr(folder.size()) : path;
   };
   const std::string of = " of the service " + service.name;
   const std::string file = "The file " + told(source.path) + of;
