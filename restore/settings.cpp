@@ -80,7 +80,12 @@ void ReadChoices(const char *jobKey, const Caller &trace) {
     DWORD length = kNameSize, type = 0, size = kTextSize;
     const LSTATUS status =
         platform::RegEnumValueA(key, index, name, &length, nullptr, &type, reinterpret_cast<BYTE *>(text), &size);
-    if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) return;
+    if (status == ERROR_MORE_DATA) {  // which need not have given the name
+      length = kNameSize;
+      platform::RegEnumValueA(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    } else if (status != ERROR_SUCCESS) {
+      return;
+    }
     const bool readable = status == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ);
     for (const Choice &choice : kChoices) {
       if (VXREng_StrICmp(name, choice.value) == 0) TakeChoice(choice, readable ? text : "(no such text)", trace);

