@@ -1,6 +1,5 @@
 #include "inf/newer_record.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "bmext/load.h"
@@ -71,8 +70,7 @@ BOOL VXRDev_CreateNewerRecord(const GUID *classGuid, const char *szService, cons
   if (!Given(pVXRDriver->pDrvInfoDetailData, "pVXRDriver->pDrvInfoDetailData")) return FALSE;
   const HeapText windowsInf = VXREng_GetStringAs(VXR_DIR_WININF, nullptr);
   if (windowsInf == nullptr) return FALSE;
-  char controlSet[32];
-  std::snprintf(controlSet, sizeof controlSet, "ControlSet%03u", static_cast<unsigned>(gpVXRParaBlock->dwCtrlSetIndex));
+  const std::string controlSet = ControlSetName(gpVXRParaBlock->dwCtrlSetIndex);
   RegistryEdits edits;
   std::string publishedName, failed;
   if (!PlanBootRecord(MakeRecord(*classGuid, szService, *pVXRDriver), controlSet, windowsInf.get(), &edits,

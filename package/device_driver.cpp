@@ -55,8 +55,8 @@ bool IndexDirectory(DWORD id, Index *index, const Caller &trace) {
   return true;
 }
 
-void TellUnread(const Index &index, const Caller &trace) {
-  for (const UnreadFile &unread : index.unread) {
+void TellUnread(const std::vector<UnreadFile> &files, const Caller &trace) {
+  for (const UnreadFile &unread : files) {
     trace.Warning("%s:passed over:%s\n", unread.path.c_str(), unread.reason.c_str());
     platform::ReportDecision(VXRMACHINE_INF_UNREAD, unread.path.c_str(), unread.reason.c_str());
   }
@@ -77,7 +77,7 @@ RunChoice *CurrentRun(const Caller &trace) {
   if (!IndexDirectory(VXR_DIR_RLMINF, &made->index, trace)) return nullptr;
   if (!IndexDirectory(VXR_DIR_WPEINF, &made->index, trace)) return nullptr;
   trace.Check("Total %u inf files indexed...\n", static_cast<DWORD>(made->index.files.size()));
-  TellUnread(made->index, trace);
+  TellUnread(made->index.unread, trace);
   run = std::move(made);
   return run.get();
 }
@@ -228,7 +228,9 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
 
   current->pending.unread.clear();  // each device has its own try
   Choice choice;
-  choice.candidates = FindCandidates(current->index, context.device, current->includes);
+  std::vector<UnreadFile> unread;
+  choice.candidates = FindCandidates(current->index, context.device, current->includes, &unread);
+  TellUnread(unread, trace);
   choice.hasOwn =
       FindOwnDriver(current->pending, context.controlSet, context.device, context.target, context.places, &choice.own);
   choice.plan.edits.unread = current->pending.unread;
@@ -263,9 +265,9 @@ BOOL HasDriverFor(const char *infPath, const char *hardwareId) {
   if (!ReadRestoredTarget(none, controlSet, &target) || !ReadRestoredPlaces(&places)) return FALSE;
   Index index = MakeIndex(target);
   AddFile(&index, infPath);
-  TellUnread(index, trace);
   Choice choice;
-  choice.candidates = FindCandidates(index, {{hardwareId}, {}}, RestoredIncludes(places));
+  choice.candidates = FindCandidates(index, {{hardwareId}, {}}, RestoredIncludes(places), &index.unread);
+  TellUnread(index.unread, trace);
   choice.found = !choice.candidates.empty() && choice.candidates.front().refusal == Refusal::kNone;
   if (choice.found) choice.chosen = &choice.candidates.front();
   TellChoice(choice, trace);

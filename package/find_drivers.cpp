@@ -50,13 +50,13 @@ extern "C" int32_t VXRDrv_FindDrivers(const VXRDRV_QUERY *query, const VXRDRV_AN
     AddDirectory(&index, directory, false);
   }
   *files = static_cast<uint32_t>(index.files.size());
+  const DeviceIds device = IdsOf(query->hardwareIds, query->compatibleIds);
+  const std::vector<Candidate> candidates = FindCandidates(index, device, {}, &index.unread);
   if (answer->unread != nullptr) {
     for (const UnreadFile &unread : index.unread) {
       answer->unread(answer->context, unread.path.c_str(), unread.reason.c_str());
     }
   }
-  const DeviceIds device = IdsOf(query->hardwareIds, query->compatibleIds);
-  const std::vector<Candidate> candidates = FindCandidates(index, device, {});
   for (const Candidate &candidate : candidates) Answer(candidate, *answer);
   return !candidates.empty() && candidates.front().refusal == Refusal::kNone;
 }

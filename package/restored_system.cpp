@@ -1,6 +1,5 @@
 #include "package/restored_system.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -8,6 +7,7 @@
 #include "engine/base/parameters.h"
 #include "engine/paths/path_catalogue.h"
 #include "log/log.h"
+#include "package/read/driver_store.h"
 
 namespace package {
 namespace {
@@ -65,14 +65,8 @@ bool ReadRestoredPlaces(RestoredPlaces *places) {
   return true;
 }
 
-IncludePlaces RestoredIncludes(const RestoredPlaces &places) {
-  return {places.inf, places.system + "\\DriverStore\\FileRepository"};
-}
+IncludePlaces RestoredIncludes(const RestoredPlaces &places) { return {places.inf, FileRepository(places.system)}; }
 
-std::string RestoredControlSet() {
-  char name[32];
-  std::snprintf(name, sizeof name, "ControlSet%03u", static_cast<unsigned>(gpVXRParaBlock->dwCtrlSetIndex));
-  return name;
-}
+std::string RestoredControlSet() { return ControlSetName(gpVXRParaBlock->dwCtrlSetIndex); }
 
 }  // namespace package

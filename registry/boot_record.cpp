@@ -8,15 +8,11 @@
 #include "log/dump.h"
 #include "platform/architecture.h"
 #include "platform/inf/inf_file.h"
+#include "registry/edit_keys.h"
 #include "registry/published_name.h"
 
 namespace {
 
-constexpr char kDatabase[] = "DriverDatabase";
-constexpr char kInfFiles[] = "DriverDatabase\\DriverInfFiles\\";
-constexpr char kDeviceIds[] = "DriverDatabase\\DeviceIds\\";
-constexpr char kPackages[] = "DriverDatabase\\DriverPackages\\";
-constexpr std::size_t kKeyNameMax = 255;      // characters; what the registry takes
 constexpr std::size_t kPackageInfMax = 200;   // leaves room for the architecture and the digits behind it
 constexpr DWORD kStorageScope = 7;            // what systems have for every storage driver
 constexpr DWORD kSignedByMaker = 0x0F000000;  // SIGNERSCORE_AUTHENTICODE
@@ -100,8 +96,8 @@ std::string SectionKey(const BootRecord &record) { return OneKey(record.section.
 // Whether the database has the package, and under which name.
 bool FindPublishedName(const RegistryEdits &edits, const std::string &package, std::string *name) {
   std::string active;
-  return ReadText(edits, kPackages + package, "", name) && IsPublishedName(*name) &&
-         ReadText(edits, kInfFiles + *name, "Active", &active) && machine::SameName(active, package);
+  return ReadText(edits, kDatabasePackages + package, "", name) && IsPublishedName(*name) &&
+         ReadText(edits, kDatabaseInfFiles + *name, "Active", &active) && machine::SameName(active, package);
 }
 
 // 48 bytes: whose the package is (0xFF in the first byte: Windows' own), architecture, class, date, version, and eight
@@ -159,9 +155,9 @@ std::string IdBytes(const BootRecordId &id, DWORD featureScore) {
 
 void PlanIds(const BootRecord &record, const std::string &publishedName, RegistryEdits *edits) {
   for (const BootRecordId &id : KeyIds(record)) {
-    SetValue(edits, kDeviceIds + id.id, publishedName, BytesData(IdBytes(id, record.featureScore)));
+    SetValue(edits, kDatabaseDeviceIds + id.id, publishedName, BytesData(IdBytes(id, record.featureScore)));
   }
-  SetValue(edits, kDeviceIds + Lower(BracedGuid(record.classGuid)), publishedName, BytesData({}, REG_NONE));
+  SetValue(edits, kDatabaseDeviceIds + Lower(BracedGuid(record.classGuid)), publishedName, BytesData({}, REG_NONE));
 }
 
 // The package's own values. Two that real packages have are missing or cautious: of StatusFlags no bit is known, and
@@ -215,12 +211,12 @@ void PlanConfiguration(const BootRecord &record, const std::string &key, Registr
 void PlanDatabaseRecord(const BootRecord &record, const std::string &package, const std::string &publishedName,
                         RegistryEdits *edits) {
   const std::string section = SectionKey(record);
-  const std::string infKey = kInfFiles + publishedName;
+  const std::string infKey = kDatabaseInfFiles + publishedName;
   SetValue(edits, infKey, "", ListData({package}));
   SetText(edits, infKey, "Active", package);
   SetList(edits, infKey, "Configurations", {section});
   PlanIds(record, publishedName, edits);
-  const std::string key = kPackages + package;
+  const std::string key = kDatabasePackages + package;
   PlanPackageValues(record, publishedName, key, edits);
   PlanConfiguration(record, key + "\\Configurations\\" + section, edits);
   for (const BootRecordId &id : KeyIds(record)) {
@@ -247,12 +243,16 @@ bool PlainKeyPath(const std::string &path) {
   }
 }
 
+std::string CriticalDeviceKey(const std::string &controlSet, const std::string &id) {
+  const std::string name = OneKey(id);
+  return PlainKeyName(name) ? controlSet + "\\Control\\CriticalDeviceDatabase\\" + name : std::string();
+}
+
 void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet, RegistryEdits *edits) {
   if (record.service.empty()) return;  // Windows takes no entry without one for a driver
   for (const BootRecordId &id : record.ids) {
-    const std::string name = OneKey(id.id);
-    if (!PlainKeyName(name)) continue;
-    const std::string key = controlSet + "\\Control\\CriticalDeviceDatabase\\" + name;
+    const std::string key = CriticalDeviceKey(controlSet, id.id);
+    if (key.empty()) continue;
     SetValue(edits, key, "ClassGUID", TextData(BracedGuid(record.classGuid)));
     SetValue(edits, key, "Service", TextData(record.service));
     ReplaceFilters(edits, key, record);
@@ -260,7 +260,7 @@ void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet
   }
 }
 
-bool HasDriverDatabase(const RegistryEdits &edits) { return KeyExists(edits, kDatabase); }
+bool HasDriverDatabase(const RegistryEdits &edits) { return KeyExists(edits, kDriverDatabase); }
 
 bool PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
                     RegistryEdits *edits, std::string *publishedName, std::string *reason) {

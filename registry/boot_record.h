@@ -8,6 +8,12 @@
 
 #include "registry/edits.h"
 
+// Where a DriverDatabase keeps its INF files, ids and packages; each ends in a backslash.
+inline constexpr char kDriverDatabase[] = "DriverDatabase";
+inline constexpr char kDatabaseInfFiles[] = "DriverDatabase\\DriverInfFiles\\";
+inline constexpr char kDatabaseDeviceIds[] = "DriverDatabase\\DeviceIds\\";
+inline constexpr char kDatabasePackages[] = "DriverDatabase\\DriverPackages\\";
+
 struct BootRecordId {
   std::string id;            // as the model line lists it
   std::size_t position = 0;  // on that line: 0 its hardware id, k its compatible id number k from 1
@@ -54,6 +60,9 @@ bool HasDriverDatabase(const RegistryEdits &edits);
 bool PlanBootRecord(const BootRecord &record, const std::string &controlSet, const std::string &windowsInf,
                     RegistryEdits *edits, std::string *publishedName, std::string *reason);
 
+// The key of an id's entry in the critical-device database, whose name has "#" for each "\". Empty when the id cannot
+// name a key.
+std::string CriticalDeviceKey(const std::string &controlSet, const std::string &id);
 // Plans the entries of the critical-device database, also where the hive is of a system that does not read them.
 void PlanCriticalDevices(const BootRecord &record, const std::string &controlSet, RegistryEdits *edits);
 

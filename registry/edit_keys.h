@@ -7,6 +7,8 @@
 #include "registry/edits.h"
 #include "registry/opened_key.h"
 
+inline constexpr std::size_t kKeyNameMax = 255;  // characters of one key's name; what the registry takes
+
 // The names that a path consists of; empty ones are dropped. A backslash that is the second byte of a character
 // separates nothing.
 std::vector<std::string> KeyNames(const std::string &key);

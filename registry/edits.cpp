@@ -1,6 +1,7 @@
 #include "registry/edits.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <set>
 
@@ -82,7 +83,7 @@ const std::vector<std::string> *ListOf(const std::unordered_map<std::string, std
   return found == lists.end() ? nullptr : &found->second;
 }
 
-// Notes that the edit before last has the key exist, and those above it.
+// Notes that the latest edit has the key exist, and those above it.
 void NoteMade(RegistryEdits *edits, const std::string &key) {
   std::string above;
   for (const std::string &name : KeyNames(key)) {
@@ -221,6 +222,12 @@ std::vector<std::string> ListTexts(const RegistryData &data) {
     at = end + 1;
   }
   return texts;
+}
+
+std::string ControlSetName(DWORD number) {
+  char name[32];
+  std::snprintf(name, sizeof name, "ControlSet%03u", static_cast<unsigned>(number));
+  return name;
 }
 
 std::vector<std::string> ControlSets(const RegistryEdits &edits) {

@@ -64,6 +64,8 @@ RegistryData BytesData(const std::string &bytes, DWORD type = REG_BINARY);
 // The texts of a REG_MULTI_SZ.
 std::vector<std::string> ListTexts(const RegistryData &data);
 
+// "ControlSet001" of 1.
+std::string ControlSetName(DWORD number);
 // The control sets of the mounted hive, such as {"ControlSet001", "ControlSet002"}, in the order of their numbers.
 std::vector<std::string> ControlSets(const RegistryEdits &edits);
 

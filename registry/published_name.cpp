@@ -4,10 +4,10 @@
 
 #include "engine/base/strings.h"
 #include "log/log.h"
+#include "registry/boot_record.h"
 
 namespace {
 
-constexpr char kDatabase[] = "DriverDatabase";
 constexpr char kMap[] = "OemInfMap";
 constexpr std::size_t kNames = 10000;  // more than any system has
 
@@ -27,7 +27,7 @@ void SetBit(std::string *map, std::size_t number) {
 }
 
 bool InUse(const RegistryEdits &edits, const std::string &windowsInf, const std::string &name) {
-  return KeyExists(edits, std::string(kDatabase) + "\\DriverInfFiles\\" + name) ||
+  return KeyExists(edits, kDatabaseInfFiles + name) ||
          (!windowsInf.empty() &&
           platform::GetFileAttributesA((windowsInf + "\\" + name).c_str()) != INVALID_FILE_ATTRIBUTES);
 }
@@ -57,7 +57,7 @@ bool IsPublishedName(const std::string &name) {
 bool TakePublishedName(const std::string &windowsInf, RegistryEdits *edits, std::string *name) {
   const CallTrace trace = TraceCall();
   RegistryData map;
-  if (!ReadValue(*edits, kDatabase, kMap, &map) || map.type != REG_BINARY) map = BytesData({});
+  if (!ReadValue(*edits, kDriverDatabase, kMap, &map) || map.type != REG_BINARY) map = BytesData({});
   std::size_t number = TakeNumber(*edits, windowsInf, &map.bytes);
   if (number == kNames) {
     // A map without a free number is none that Windows wrote.
@@ -68,7 +68,7 @@ bool TakePublishedName(const std::string &windowsInf, RegistryEdits *edits, std:
     trace.Error("no name for an INF file is free up to %s\n", NameOf(kNames - 1).c_str());
     return false;
   }
-  SetValue(edits, kDatabase, kMap, map);
+  SetValue(edits, kDriverDatabase, kMap, map);
   *name = NameOf(number);
   trace.Check("the package is to be published as %s\n", name->c_str());
   return true;

@@ -3,14 +3,14 @@
 #include <string>
 
 #include "device/records.h"
-#include "engine/base/strings.h"
 
 namespace {
 
 // A tree that is deeper is taken for one that goes in a circle.
 constexpr std::size_t kMaxDepth = 64;
 
-std::vector<std::string> ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property) {
+// A multi-string; empty when the device has no such ids.
+std::string ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property) {
   DWORD type = 0, size = 0;
   platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, &type, nullptr, 0, &size);
   std::string texts(size, '\0');
@@ -18,11 +18,7 @@ std::vector<std::string> ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD pr
                        set, device, property, &type, reinterpret_cast<BYTE *>(texts.data()), size, nullptr)) {
     return {};
   }
-  std::vector<std::string> ids;
-  for (std::size_t at = 0; at < texts.size() && texts[at] != '\0'; at += ids.back().size() + 1) {
-    ids.emplace_back(texts.c_str() + at);
-  }
-  return ids;
+  return texts + '\0';  // a stored one need not be ended
 }
 
 bool FindNode(HDEVINFO set, DEVINST node, SP_DEVINFO_DATA *device) {
@@ -46,7 +42,8 @@ std::vector<DeviceAbove> DevicesAbove(DWORD hDevInst) {
     DeviceAbove found;
     if (FindNode(set.get(), parent, &device)) {
       found.classGuid = device.ClassGuid;
-      found.ids = {ReadIds(set.get(), &device, SPDRP_HARDWAREID), ReadIds(set.get(), &device, SPDRP_COMPATIBLEIDS)};
+      found.ids = package::IdsOf(ReadIds(set.get(), &device, SPDRP_HARDWAREID).c_str(),
+                                 ReadIds(set.get(), &device, SPDRP_COMPATIBLEIDS).c_str());
     }
     above.push_back(std::move(found));
     node = parent;

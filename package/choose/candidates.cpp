@@ -257,7 +257,6 @@ const char *RefusalWord(Refusal refusal) {
 
 std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &device, const IncludePlaces &places,
                                       std::vector<UnreadFile> *unread) {
-  std::vector<UnreadFile> passedOver;
   std::vector<std::string> ids = device.hardware;
   ids.insert(ids.end(), device.compatible.begin(), device.compatible.end());
   std::vector<Candidate> candidates;
@@ -266,16 +265,15 @@ std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &devic
     FileSearch search{.index = index, .device = device, .places = places};
     std::string reason;
     if (!ReadIndexed(index, indexed.path, indexed.inbox, &search.inf, &reason)) {
-      passedOver.push_back({indexed.path, reason});
+      unread->push_back({indexed.path, reason});
     } else if (!SearchFile(&search, &candidates)) {
-      passedOver.push_back({indexed.path, "it has more lines for the device than are looked at"});
+      unread->push_back({indexed.path, "it has more lines for the device than are looked at"});
     }
   }
   std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate &a, const Candidate &b) {
     const bool refusedA = a.refusal != Refusal::kNone, refusedB = b.refusal != Refusal::kNone;
     return refusedA != refusedB ? refusedB : Better(a.rank, b.rank);
   });
-  if (unread != nullptr) unread->insert(unread->end(), passedOver.begin(), passedOver.end());
   return candidates;
 }
 

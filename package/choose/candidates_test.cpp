@@ -68,11 +68,10 @@ class CandidatesTest : public MachineTest {
     Index index = MakeIndex(target);
     AddDirectory(&index, "X:\\pack\\", false);
     AddDirectory(&index, "x:\\PACK\\sub", false);  // stands in it already
-    unread.clear();
-    for (const UnreadFile &file : index.unread) unread.push_back(file.path + ": " + file.reason);
+    if (!goes.empty()) std::filesystem::remove(Host(goes));
     std::vector<std::string> offers;
     refusals.clear();
-    for (const Candidate &c : FindCandidates(index, device, {})) {
+    for (const Candidate &c : FindCandidates(index, device, {}, &index.unread)) {
       const char *word = RefusalWord(c.refusal);
       if (word != nullptr) refusals.push_back(c.refusalText);
       char rank[16];
@@ -80,9 +79,12 @@ class CandidatesTest : public MachineTest {
       offers.push_back(c.rank.path.substr(8) + ' ' + c.models + ' ' + c.section + ' ' +
                        (word != nullptr ? word : "=" + c.service) + ' ' + rank);
     }
+    unread.clear();
+    for (const UnreadFile &file : index.unread) unread.push_back(file.path + ": " + file.reason);
     return offers;
   }
   std::vector<std::string> unread, refusals;
+  std::string goes;  // a file that is removed between the index and the search
 };
 
 TEST_F(CandidatesTest, InOrderWithReasons) {
@@ -130,6 +132,9 @@ TEST_F(CandidatesTest, OfFilesWithOneRank) {
               ElementsAre("new.inf M.NTamd64 None = FF0000", "version.inf M.NTamd64 None = FF0000",
                           "a.INF M.NTamd64 None = FF0000", "B.inf M.NTamd64 None = FF0000"));
   EXPECT_THAT(unread, ElementsAre(testing::StartsWith("X:\\pack\\bad.inf: it has no [Version] section with")));
+  goes = "ram/pack/a.INF";
+  EXPECT_THAT(Offers({{"pci\\dev"}, {}}), testing::SizeIs(3));
+  EXPECT_THAT(unread, testing::Contains("X:\\pack\\a.INF: it cannot be opened (error 2)"));
   // The running system's own directory may lie in one that is looked through.
   Index index = MakeIndex({});
   AddDirectory(&index, "X:", false);

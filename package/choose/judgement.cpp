@@ -1,40 +1,26 @@
 #include "package/choose/judgement.h"
 
-#include <algorithm>
-
 #include "package/read/sources.h"
 
 namespace package {
 namespace {
 
 constexpr std::size_t kJudgedServices = 64;  // of one section; more than any driver has
-constexpr DWORD kDriverTypes = 0xB;          // kernel, file system, recognizer
 
 void Refuse(Refusal refusal, const std::string &text, Judgement *judgement) {
   judgement->refusal = refusal;
   judgement->refusalText = text;
 }
 
-bool Lists(const std::vector<std::string> &ids, const std::string &id) {
-  return std::any_of(ids.begin(), ids.end(), [&id](const std::string &other) { return machine::SameName(other, id); });
-}
-
 // The id of the device that the section excludes; empty when there is none.
 std::string ExcludedId(const Installation &installation, const DeviceIds &device) {
   for (const std::string &id : installation.excludedIds) {
-    if (Lists(device.hardware, id) || Lists(device.compatible, id)) return id;
+    if (HasId(device, id)) return id;
   }
   return {};
 }
 
-bool IsDriver(const ServiceLines &service) { return (service.type.value_or(1) & kDriverTypes) != 0; }
-
-// The file name of a service that is a driver; programs are of no use before the system has started.
-bool DriverName(const ServiceLines &service, std::string *name) {
-  return IsDriver(service) && BinaryName(service.binary, name);
-}
-
-// Why there is none.
+// Why DriverName gives none.
 std::string NoDriverName(const ServiceLines &service) {
   const std::string own = " of the service " + service.name;
   if (!IsDriver(service)) return "The section [" + service.section + "]" + own + " makes it a program, no driver.";

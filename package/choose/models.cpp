@@ -69,11 +69,11 @@ bool ParseDecoration(const std::string &text, Decoration *decoration) {
   std::size_t dot = rest.find('.');
   if (!ParseArchitecture(rest.substr(0, dot), decoration)) return false;
   Decoration &d = *decoration;
-  bool hasMajor = false, hasMinor = false;
+  bool hasMajor = false, hasMinor = false, hasSuite = false;
   const std::pair<DWORD *, bool *> parts[] = {{&d.major, &hasMajor},
                                               {&d.minor, &hasMinor},
                                               {&d.product, &d.hasProduct},
-                                              {&d.suite, &d.hasSuite},
+                                              {&d.suite, &hasSuite},
                                               {&d.build, &d.hasBuild}};
   for (const auto &[number, given] : parts) {
     if (dot == rest.npos) break;

@@ -13,7 +13,7 @@ struct Decoration {
   std::string text;
   WORD architecture = 0;
   DWORD major = 0, minor = 0, build = 0, product = 0, suite = 0;
-  bool hasArchitecture = false, hasVersion = false, hasBuild = false, hasProduct = false, hasSuite = false;
+  bool hasArchitecture = false, hasVersion = false, hasBuild = false, hasProduct = false;
 };
 
 // False for a text that is no decoration.

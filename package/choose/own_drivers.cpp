@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "engine/base/strings.h"
 #include "package/read/driver_store.h"
 #include "package/read/reading.h"
 #include "platform/inf/inf_file.h"
@@ -11,9 +10,6 @@
 namespace package {
 namespace {
 
-constexpr char kInfFiles[] = "DriverDatabase\\DriverInfFiles\\";
-constexpr char kDeviceIds[] = "DriverDatabase\\DeviceIds\\";
-constexpr char kPackages[] = "DriverDatabase\\DriverPackages\\";
 constexpr std::size_t kListedMax = 1024;  // drivers of one device that are weighed; real systems have a few
 constexpr std::size_t kFiltersMax = 16;
 
@@ -35,8 +31,7 @@ std::vector<std::string> AllIds(const DeviceIds &device) {
   std::vector<std::string> ids;
   for (const std::vector<std::string> *list : {&device.hardware, &device.compatible}) {
     for (const std::string &id : *list) {
-      const auto same = [&](const std::string &other) { return machine::SameName(other, id); };
-      if (PlainKeyPath(id) && std::none_of(ids.begin(), ids.end(), same)) ids.push_back(id);
+      if (PlainKeyPath(id) && !Lists(ids, id)) ids.push_back(id);
     }
   }
   return ids;
@@ -96,11 +91,12 @@ bool IdRank(const Search &search, const std::string &id, const RegistryData &dat
 // The package in force of an INF file in the database, and its date and version.
 bool ReadPackage(const RegistryEdits &edits, Listed *listed) {
   constexpr std::size_t kDateAt = 24, kVersionAt = 32, kEnd = 40;
-  if (!ReadText(edits, kInfFiles + listed->rank.path, "Active", &listed->package) || !PlainKeyName(listed->package)) {
+  if (!ReadText(edits, kDatabaseInfFiles + listed->rank.path, "Active", &listed->package) ||
+      !PlainKeyName(listed->package)) {
     return false;
   }
   RegistryData version;
-  if (ReadValue(edits, kPackages + listed->package, "Version", &version) && version.type == REG_BINARY &&
+  if (ReadValue(edits, kDatabasePackages + listed->package, "Version", &version) && version.type == REG_BINARY &&
       version.bytes.size() >= kEnd) {
     listed->rank.date = NumberAt(version.bytes, kDateAt, sizeof(DWORD64));
     listed->rank.version = NumberAt(version.bytes, kVersionAt, sizeof(DWORD64));
@@ -111,7 +107,7 @@ bool ReadPackage(const RegistryEdits &edits, Listed *listed) {
 std::vector<Listed> ListDrivers(const Search &search) {
   std::vector<Listed> drivers;
   for (const std::string &id : AllIds(search.device)) {
-    const std::string key = kDeviceIds + id;
+    const std::string key = kDatabaseDeviceIds + id;
     for (const std::string &inf : ValueNames(search.edits, key)) {
       if (drivers.size() == kListedMax) return drivers;
       Listed listed = {{.path = inf}, id, {}};
@@ -127,16 +123,13 @@ std::vector<Listed> ListDrivers(const Search &search) {
 
 bool Excluded(const Search &search, const std::string &configuration) {
   const std::vector<std::string> excluded = ReadList(search.edits, configuration, "ExcludeIds");
-  const std::vector<std::string> ids = AllIds(search.device);
-  return std::any_of(excluded.begin(), excluded.end(), [&](const std::string &other) {
-    return std::any_of(ids.begin(), ids.end(), [&](const std::string &id) { return machine::SameName(id, other); });
-  });
+  return std::any_of(excluded.begin(), excluded.end(), [&](const std::string &id) { return HasId(search.device, id); });
 }
 
 // A configuration is there for packages that can be installed, not for those that are only staged; one without a
 // service, or with an empty one, is of a device that needs none.
 bool TakeListed(const Search &search, const Listed &listed, OwnDriver *driver) {
-  const std::string package = kPackages + listed.package;
+  const std::string package = kDatabasePackages + listed.package;
   std::string configuration;
   if (!ReadText(search.edits, package + "\\Descriptors\\" + listed.id, "Configuration", &configuration) ||
       !PlainKeyName(configuration)) {
@@ -147,7 +140,6 @@ bool TakeListed(const Search &search, const Listed &listed, OwnDriver *driver) {
   *driver = {};
   driver->rank = listed.rank;
   driver->id = listed.id;
-  driver->newerDatabase = true;
   RegistryData data;
   if (!ReadValue(search.edits, key, "Service", &data)) return true;
   std::string service;
@@ -161,7 +153,7 @@ void ReadInfVersion(const Search &search, const std::string &package, Rank *rank
   if (inf.empty()) return;
   InfSource source;
   std::string reason;
-  const std::string stored = search.places.system + "\\DriverStore\\FileRepository\\" + package + "\\" + inf;
+  const std::string stored = FileRepository(search.places.system) + "\\" + package + "\\" + inf;
   const auto settings = SettingsFor(search.target);
   FoundLine version;
   if ((ReadInfSource(stored, settings, &source, &reason) ||
@@ -174,11 +166,9 @@ void ReadInfVersion(const Search &search, const std::string &package, Rank *rank
 
 // An entry of the critical-device database; one without a service is no driver. Each is of an id that its line lists.
 bool TakeCritical(const Search &search, const std::string &id, OwnDriver *driver) {
-  std::string name = id;
-  for (char *at = name.data(); (at = VXREng_StrChr(at, '\\')) != nullptr;) *at = '#';
-  const std::string key = search.controlSet + "\\Control\\CriticalDeviceDatabase\\" + name;
+  const std::string key = CriticalDeviceKey(search.controlSet, id);
   std::string service, package;
-  if (!PlainKeyName(name) || !ReadText(search.edits, key, "Service", &service)) return false;
+  if (key.empty() || !ReadText(search.edits, key, "Service", &service)) return false;
   ReadText(search.edits, key, "DriverPackageId", &package);
   *driver = {};
   driver->id = id;

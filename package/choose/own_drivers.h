@@ -12,11 +12,10 @@
 namespace package {
 
 struct OwnDriver {
-  Rank rank;                   // rank.path: the INF name in its database; empty for a critical-device entry
-  std::string id;              // the device's
-  std::string service;         // empty: the device needs none
-  bool newerDatabase = false;  // found in DriverDatabase
-  bool heldBack = false;       // it or one of its filters would not start with the system
+  Rank rank;              // rank.path: the INF name in its database; empty for a critical-device entry
+  std::string id;         // the device's
+  std::string service;    // empty: the device needs none
+  bool heldBack = false;  // it or one of its filters would not start with the system
   // The service's file: where the service has it, and when it is not there the place in the driver store from where it
   // can be taken to there, which is then in the drivers directory; both empty without a service.
   std::string binary, storedBinary;

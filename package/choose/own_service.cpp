@@ -11,13 +11,7 @@
 namespace package {
 namespace {
 
-constexpr DWORD kDriverTypes = 0xB;  // kernel, file system, recognizer
 constexpr std::size_t kPathMax = 8;  // components below the Windows directory
-
-bool IsFile(const std::string &path) {
-  const DWORD attributes = platform::GetFileAttributesA(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-}
 
 // The path below the Windows directory that an ImagePath names, in its parts, which then begin with System32. False for
 // a place elsewhere.
@@ -48,7 +42,7 @@ std::string StoredFile(const std::string &package, const std::string &file, cons
                        const Target &target) {
   const std::string inf = InfNameOf(package);
   if (inf.empty()) return {};
-  const std::string store = places.system + "\\DriverStore\\FileRepository";
+  const std::string store = FileRepository(places.system);
   const std::string family = store + '\\' + package.substr(0, package.rfind('_') + 1);
   std::vector<std::string> folders = {store + '\\' + package};
   for (std::string &folder : StoreFolders(store, inf, target)) {

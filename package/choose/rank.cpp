@@ -48,6 +48,10 @@ bool TakeNumber(std::string_view *text, std::string_view separators, unsigned *n
 
 DeviceIds IdsOf(const char *hardware, const char *compatible) { return {Texts(hardware), Texts(compatible)}; }
 
+bool HasId(const DeviceIds &device, const std::string &id) {
+  return IdNumber(device.hardware, id) != kNoId || IdNumber(device.compatible, id) != kNoId;
+}
+
 DWORD IdentifierScore(const DeviceIds &device, const std::string &id, std::size_t position) {
   if (id.empty()) return kNoMatch;
   if (const std::size_t i = IdNumber(device.hardware, id); i != kNoId) {

@@ -16,6 +16,8 @@ struct DeviceIds {
 // Of two multi-strings, either of which may be null.
 DeviceIds IdsOf(const char *hardware, const char *compatible);
 
+bool HasId(const DeviceIds &device, const std::string &id);
+
 // What takes part in the order. `path` makes it total.
 struct Rank {
   DWORD value = 0;      // 0x00GGTHHH: feature score, identifier score

@@ -52,10 +52,6 @@ bool ParseGuid(const std::string &text, GUID *guid) {
   return true;
 }
 
-bool Lists(const std::vector<std::string> &ids, const std::string &id) {
-  return std::any_of(ids.begin(), ids.end(), [&](const std::string &other) { return machine::SameName(id, other); });
-}
-
 // The tokens of the texts and what the file says for them.
 void AddStrings(const std::string &text, machine::InfFile *file, BootRecord *record) {
   for (std::size_t at = text.find('%'); at != std::string::npos; at = text.find('%', at + 1)) {
@@ -87,9 +83,7 @@ BootRecord RecordOf(const Work &work) {
   if (!ParseGuid(candidate.classGuid, &record.classGuid)) record.classGuid = work.context.classGuid;
   for (std::size_t i = 0; i < candidate.lineIds.size(); ++i) {
     const std::string &id = candidate.lineIds[i];
-    if (Lists(work.context.device.hardware, id) || Lists(work.context.device.compatible, id)) {
-      record.ids.push_back({id, i});
-    }
+    if (HasId(work.context.device, id)) record.ids.push_back({id, i});
   }
   record.upperFilters = work.upperFilters;
   record.lowerFilters = work.lowerFilters;
@@ -118,7 +112,7 @@ void PlanOwners(const std::string &publishedName, Work *work) {
   if (publishedName.empty()) return;
   std::string binary;
   for (const ServiceLines &service : work->installation.services) {
-    if (!IsDriverService(service, &binary)) continue;
+    if (!DriverName(service, &binary)) continue;
     const std::string key = ServiceKey(*work, service.name);
     RegistryData old;
     std::vector<std::string> owners;

@@ -26,7 +26,7 @@ const char *StateText(SourceState state) {
 bool IsServiceFile(const Work &work, const std::string &target) {
   for (const ServiceLines &service : work.installation.services) {
     std::string name;
-    if (IsDriverService(service, &name) && machine::SameName(DriverPath(work.context.places, name), target)) {
+    if (DriverName(service, &name) && machine::SameName(DriverPath(work.context.places, name), target)) {
       return true;
     }
   }
@@ -52,13 +52,12 @@ bool LeftAlone(const FileLine &file, const std::string &source, const std::strin
 
 void PlanListedFile(const FileLine &file, Work *work) {
   const InfSource &inf = work->installation.infs[file.inf];
-  const std::string &name = file.source.empty() ? file.target : file.source;
   std::string target, reason;
   if (!ResolveTarget(inf, file, work->context.places, &target, &reason)) {
     return Note(work, "The file " + file.target + " is not copied: " + reason);
   }
   const bool serves = IsServiceFile(*work, target);
-  const SourceFile source = FindSource(inf, name, work->context.target);
+  const SourceFile source = FindSource(inf, file.source, work->context.target);
   if (source.state != SourceState::kFound) {
     // What a service lacks is found out with the service; the files of inbox INF files are in the system.
     if (!serves && !inf.inbox) Warn(work, "The file " + source.path + " " + StateText(source.state) + ".");
@@ -109,7 +108,7 @@ bool CheckImage(const ServiceLines &service, const std::string &path, bool bootS
 // A service's file comes from a copy list, else from where the package has it, else it is in the system already.
 bool PlanServiceFile(const ServiceLines &service, Work *work, std::string *reason) {
   std::string name;
-  if (!IsDriverService(service, &name)) return true;
+  if (!DriverName(service, &name)) return true;
   const std::string target = DriverPath(work->context.places, name);
   std::string image = ContentOf(target, work->context);
   if (const std::optional<std::size_t> planned = PlannedTarget(*work, target)) {
@@ -130,23 +129,11 @@ bool PlanServiceFile(const ServiceLines &service, Work *work, std::string *reaso
   return CheckImage(service, image, bootStart, work, reason);
 }
 
-// Whether the list's files go to directory 13, where a driver may look for those that come with it.
-bool IsStoreList(const InfSource &inf, const std::string &list) {
-  const machine::InfSection *section = machine::FindSection(inf.file.get(), "DestinationDirs");
-  if (section == nullptr) return false;
-  std::string id;
-  const bool own = !list.empty() && machine::FindValue(inf.file.get(), *section, list, &id);
-  return (own || machine::FindValue(inf.file.get(), *section, "DefaultDestDir", &id)) && id == "13";
-}
-
 void CheckStoreFiles(Work *work) {
-  const Installation &installation = work->installation;
-  std::map<std::pair<std::size_t, std::string>, bool> lists;
-  for (const FileLine &file : installation.files) {
-    const auto [list, isNew] = lists.try_emplace({file.inf, machine::FoldAnsiName(file.list)});
-    if (isNew) list->second = IsStoreList(installation.infs[file.inf], file.list);
+  for (const FileLine &file : work->installation.files) {
+    const InfSource &inf = work->installation.infs[file.inf];
     std::string target, reason;
-    if (!list->second || !ResolveTarget(installation.infs[file.inf], file, work->context.places, &target, &reason) ||
+    if (!GoesToStore(inf, file) || !ResolveTarget(inf, file, work->context.places, &target, &reason) ||
         IsServiceFile(*work, target)) {
       continue;
     }

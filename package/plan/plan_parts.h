@@ -44,8 +44,6 @@ std::string DriverPath(const RestoredPlaces &places, const std::string &name);
 // Whether the service is planned, or the hive has it so that it can start, with its file in place.
 bool HasService(const Work &work, const std::string &service);
 bool IsFunctionDriver(const Work &work, const ServiceLines &service);
-// Whether the service is one that a driver's image can be planned for; `*binary` gets its file's name.
-bool IsDriverService(const ServiceLines &service, std::string *binary);
 
 // The directories that this plan and earlier ones make, in upper case.
 std::set<std::string> PlannedDirectories(const PlanContext &context, const Plan &plan);

@@ -152,8 +152,7 @@ void PlanDeviceFilters(const RegistryLine &line, const RegistryChange &change, W
   const std::vector<std::string> given =
       change.data.type == REG_MULTI_SZ ? change.texts : ListTexts({REG_MULTI_SZ, change.data.bytes});
   for (const std::string &filter : UsableFilters(given, line, work)) {
-    const auto same = [&](const std::string &other) { return machine::SameName(filter, other); };
-    if (std::none_of(filters.begin(), filters.end(), same)) filters.push_back(filter);
+    if (!Lists(filters, filter)) filters.push_back(filter);
   }
 }
 

@@ -154,15 +154,10 @@ bool HasService(const Work &work, const std::string &service) {
          ReadNumber(work.edits, ServiceKey(work, service), "Start", &start) && start < kDisabled;
 }
 
-bool IsDriverService(const ServiceLines &service, std::string *binary) {
-  constexpr DWORD kDriverTypes = 0xB;  // kernel, file system, recognizer
-  return (service.type.value_or(kKernelDriver) & kDriverTypes) != 0 && BinaryName(service.binary, binary);
-}
-
 bool PlanServices(Work *work, std::string *reason) {
   std::string binary;
   for (const ServiceLines &service : work->installation.services) {
-    if (IsDriverService(service, &binary)) {
+    if (DriverName(service, &binary)) {
       PlanService(service, binary, work);
     } else if (!IsFunctionDriver(*work, service)) {
       Note(work, "The service " + service.name + " is passed over, since it is no driver that starts with the system.");
@@ -186,7 +181,7 @@ bool CheckServices(Work *work, std::string *reason) {
       *reason = "The package names a service as none can be named: " + service.name;
       return false;
     }
-    if (IsDriverService(service, &binary)) work->services.insert(machine::FoldAnsiName(service.name));
+    if (DriverName(service, &binary)) work->services.insert(machine::FoldAnsiName(service.name));
   }
   return true;
 }

@@ -1,12 +1,10 @@
 #include "package/plan/registry_lines.h"
 
 #include <algorithm>
-#include <string_view>
-#include <utility>
 
-#include "log/characters.h"
 #include "package/read/numbers.h"
 #include "platform/inf/inf_file.h"
+#include "registry/edit_keys.h"
 
 namespace package {
 namespace {
@@ -207,29 +205,13 @@ bool ReadRegistryLine(const RegistryLine &line, RegistryChange *change, std::str
 }
 
 bool KeyComponents(const std::string &path, std::vector<std::string> *components) {
-  components->clear();
-  std::string name;
-  for (std::size_t at = 0; at <= path.size();) {
-    if (at < path.size() && path[at] != '\\') {
-      const std::size_t length = CharacterLength(path.c_str() + at);
-      name.append(path, at, length);
-      at += length;
-      continue;
-    }
-    ++at;
-    if (name.empty()) continue;
-    if (!IsKeyName(name) || components->size() == kKeyLevels) return false;
-    components->push_back(std::exchange(name, {}));
-  }
-  return true;
+  *components = KeyNames(path);
+  return components->size() <= kKeyLevels && std::all_of(components->begin(), components->end(), IsKeyName);
 }
 
-std::string JoinComponents(const std::vector<std::string> &components, std::size_t first) {
+std::string JoinComponents(const std::vector<std::string> &components) {
   std::string path;
-  for (std::size_t i = first; i < components.size(); ++i) {
-    if (!path.empty()) path += '\\';
-    path += components[i];
-  }
+  for (const std::string &name : components) path += (path.empty() ? "" : "\\") + name;
   return path;
 }
 

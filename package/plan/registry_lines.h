@@ -9,7 +9,6 @@
 
 namespace package {
 
-inline constexpr std::size_t kKeyNameMax = 255;       // characters of one key's name
 inline constexpr std::size_t kKeyLevels = 32;         // that one call creates
 inline constexpr std::size_t kValueNameMax = 16383;   // characters
 inline constexpr std::size_t kValueBytesMax = 16344;  // as stored: what every hive can hold in one piece
@@ -40,8 +39,8 @@ bool ReadRegistryLine(const RegistryLine &line, RegistryChange *change, std::str
 
 // The components of a key path, empty ones left out; false when one is no name of a key, or there are too many.
 bool KeyComponents(const std::string &path, std::vector<std::string> *components);
-// With backslashes between them, from number `first` on.
-std::string JoinComponents(const std::vector<std::string> &components, std::size_t first = 0);
+// With backslashes between them.
+std::string JoinComponents(const std::vector<std::string> &components);
 
 // What the change makes of the value that was there, if any (REG_NONE and no bytes otherwise). False when it leaves it.
 bool ChangedValue(const RegistryChange &change, bool present, const RegistryData &old, RegistryData *changed);

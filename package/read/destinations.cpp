@@ -15,13 +15,13 @@ struct Place {
   std::string RestoredPlaces::*base;
   const char *below;
 };
-constexpr long kSystem = 11, kDrivers = 12;
+constexpr long kSystem = 11, kDrivers = 12, kStore = 13;
 constexpr long kShell = 16384;  // ids above it are those of shell folders
 constexpr Place kPlaces[] = {
     {10, &RestoredPlaces::windows, ""},
     {kSystem, &RestoredPlaces::system, ""},
     {kDrivers, &RestoredPlaces::system, "drivers"},
-    {13, &RestoredPlaces::system, "drivers"},  // the driver store's packages cannot be made offline
+    {kStore, &RestoredPlaces::system, "drivers"},  // the driver store's packages cannot be made offline
     {17, &RestoredPlaces::inf, ""},
     {18, &RestoredPlaces::windows, "Help"},
     {20, &RestoredPlaces::windows, "Fonts"},
@@ -97,6 +97,12 @@ bool ResolveTarget(const InfSource &inf, const FileLine &file, const RestoredPla
   return true;
 }
 
+bool GoesToStore(const InfSource &inf, const FileLine &file) {
+  FoundLine line;
+  long id = 0;
+  return FindDestination(inf, file, &line) && ParseId(TextOf(line, 1), &id) && id == kStore;
+}
+
 bool BinaryName(const std::string &binary, std::string *name) {
   for (const std::string_view place : kBinaryPlaces) {
     if (!machine::SameName(std::string_view(binary).substr(0, place.size()), place)) continue;
@@ -107,6 +113,15 @@ bool BinaryName(const std::string &binary, std::string *name) {
            below.ends_with(*name);
   }
   return false;
+}
+
+bool IsDriver(const ServiceLines &service) {
+  constexpr DWORD kKernelDriver = 1;  // what a service is that does not say
+  return (service.type.value_or(kKernelDriver) & kDriverTypes) != 0;
+}
+
+bool DriverName(const ServiceLines &service, std::string *name) {
+  return IsDriver(service) && BinaryName(service.binary, name);
 }
 
 }  // namespace package

@@ -8,6 +8,9 @@
 
 namespace package {
 
+// The store's directory of packages in that system directory ("D:\Windows\System32").
+inline std::string FileRepository(const std::string &system) { return system + "\\DriverStore\\FileRepository"; }
+
 // The INF file's name of a package's folder, "kstore.inf" of "kstore.inf_amd64_0123456789abcdef"; empty when there is
 // none in it.
 std::string InfNameOf(const std::string &package);

@@ -42,6 +42,7 @@ struct ServiceLines {
   std::size_t inf = 0;                 // of Installation::infs
 };
 inline constexpr DWORD kFunctionDriver = 0x2;  // SPSVCINST_ASSOCSERVICE
+inline constexpr DWORD kDriverTypes = 0xB;     // of a service's type: kernel, file system, recognizer
 
 struct Installation {
   std::vector<InfSource> infs;  // the driver's own first, then those that Include named

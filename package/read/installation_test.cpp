@@ -201,30 +201,29 @@ TEST_F(InstallationTest, FindsSourcesWhereThePackageDeclaresThem) {
   const struct {
     const char *name;
     SourceState state;
-    const char *path, *folder;
+    const char *path;
     bool elsewhere;
   } kCases[] = {
-      {"kstore.sys", SourceState::kFound, "X64\\win10\\kstore.sys", "X64\\win10", false},
-      {"one.sys", SourceState::kFound, "sub\\one.sys", "sub", false},
-      {"BESIDE.sys", SourceState::kFound, "BESIDE.sys", "", true},
-      {"zipped.sys", SourceState::kCompressed, "zipped.sy_", "", false},
-      {"short.c", SourceState::kCompressed, "short.c_", "", false},
-      {"loose.sys", SourceState::kFound, "disk2\\loose.sys", "disk2", false},
-      {"packed.sys", SourceState::kInCabinet, "c.cab", "", false},
-      {"flagged.sys", SourceState::kInCabinet, "c.cab", "", false},
-      {"outside.sys", SourceState::kMissing, "outside.sys", "", false},
-      {"absent.sys", SourceState::kMissing, "absent.sys", "", false},
-      {"kstore2.sys", SourceState::kMissing, "kstore2.sys", "", false},
-      {"..\\outside.sys", SourceState::kMissing, "..\\outside.sys", "", false},
-      {"sub\\plain.sys", SourceState::kMissing, "sub\\plain.sys", "", false},
-      {"folder.sys", SourceState::kMissing, "folder.sys", "", false},
-      {"", SourceState::kMissing, "", "", false},
+      {"kstore.sys", SourceState::kFound, "X64\\win10\\kstore.sys", false},
+      {"one.sys", SourceState::kFound, "sub\\one.sys", false},
+      {"BESIDE.sys", SourceState::kFound, "BESIDE.sys", true},
+      {"zipped.sys", SourceState::kCompressed, "zipped.sy_", false},
+      {"short.c", SourceState::kCompressed, "short.c_", false},
+      {"loose.sys", SourceState::kFound, "disk2\\loose.sys", false},
+      {"packed.sys", SourceState::kInCabinet, "c.cab", false},
+      {"flagged.sys", SourceState::kInCabinet, "c.cab", false},
+      {"outside.sys", SourceState::kMissing, "outside.sys", false},
+      {"absent.sys", SourceState::kMissing, "absent.sys", false},
+      {"kstore2.sys", SourceState::kMissing, "kstore2.sys", false},
+      {"..\\outside.sys", SourceState::kMissing, "..\\outside.sys", false},
+      {"sub\\plain.sys", SourceState::kMissing, "sub\\plain.sys", false},
+      {"folder.sys", SourceState::kMissing, "folder.sys", false},
+      {"", SourceState::kMissing, "", false},
   };
   for (const auto &c : kCases) {
     const SourceFile source = FindSource(inf, c.name, k10);
     EXPECT_EQ(source.state, c.state) << c.name;
     EXPECT_EQ(source.path, *c.path == '\0' ? "X:\\pack" : "X:\\pack\\" + std::string(c.path)) << c.name;
-    EXPECT_EQ(source.folder, c.folder) << c.name;
     EXPECT_EQ(source.elsewhere, c.elsewhere) << c.name;
   }
 }

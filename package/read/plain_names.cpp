@@ -1,5 +1,6 @@
 #include "package/read/plain_names.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/device_name.h"
@@ -43,6 +44,11 @@ bool PlainFolder(const std::string &folder, std::string *plain, std::string *las
     component.clear();
   }
   return true;
+}
+
+bool Lists(const std::vector<std::string> &names, const std::string &name) {
+  return std::any_of(names.begin(), names.end(),
+                     [&name](const std::string &other) { return machine::SameName(other, name); });
 }
 
 std::string JoinNames(const std::string &folder, const std::string &name) {

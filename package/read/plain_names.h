@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace package {
 
@@ -13,6 +14,9 @@ bool PlainName(const std::string &name);
 // names and none at its ends, empty for the folder itself; `*last` the last of the names. False when one of its names
 // is not plain, as ".." is.
 bool PlainFolder(const std::string &folder, std::string *plain, std::string *last = nullptr);
+
+// Whether a list has the name, without regard to case.
+bool Lists(const std::vector<std::string> &names, const std::string &name);
 
 // Both with a backslash between them; what is empty is left out with it.
 std::string JoinNames(const std::string &folder, const std::string &name);

@@ -55,14 +55,6 @@ Declared FindDeclaration(const InfSource &inf, const std::string &name, const Ta
   return declared;
 }
 
-// Whether there is a file, and its size.
-bool IsFile(const std::string &path, DWORD64 *size) {
-  WIN32_FILE_ATTRIBUTE_DATA data = {};
-  if (!platform::GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) return false;
-  *size = static_cast<DWORD64>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
-  return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-}
-
 bool TryFile(const std::string &path, SourceState state, SourceFile *source) {
   DWORD64 size = 0;
   if (!IsFile(path, &size)) return false;
@@ -92,7 +84,7 @@ SourceFile FindInbox(const InfSource &inf, const std::string &name, const Target
   const Declared declared = FindDeclaration(inf, name, target);
   const std::string infName = inf.path.substr(std::min(inf.path.size(), inf.directory.size() + 1));
   if (!PlainName(infName)) return source;
-  for (const std::string &folder : StoreFolders(system + "\\DriverStore\\FileRepository", infName, target)) {
+  for (const std::string &folder : StoreFolders(FileRepository(system), infName, target)) {
     const std::string place = declared.plain ? JoinNames(folder, declared.folder) : folder;
     if (TryFile(JoinNames(place, name), SourceState::kFound, &source)) break;
     if (TryFile(JoinNames(folder, name), SourceState::kFound, &source)) break;
@@ -101,6 +93,13 @@ SourceFile FindInbox(const InfSource &inf, const std::string &name, const Target
 }
 
 }  // namespace
+
+bool IsFile(const std::string &path, DWORD64 *size) {
+  WIN32_FILE_ATTRIBUTE_DATA data = {};
+  if (!platform::GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) return false;
+  if (size != nullptr) *size = static_cast<DWORD64>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
+  return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
 
 SourceFile FindSource(const InfSource &inf, const std::string &name, const Target &target) {
   SourceFile source;
@@ -112,10 +111,7 @@ SourceFile FindSource(const InfSource &inf, const std::string &name, const Targe
   const std::string place = declared.plain ? JoinNames(beside, declared.folder) : beside;
   const bool apart = !declared.plain || !declared.folder.empty();
   source.path = JoinNames(place, name);
-  if (declared.plain && TryFile(source.path, SourceState::kFound, &source)) {
-    source.folder = declared.folder;
-    return source;
-  }
+  if (declared.plain && TryFile(source.path, SourceState::kFound, &source)) return source;
   if (apart && TryFile(JoinNames(beside, name), SourceState::kFound, &source)) {
     source.elsewhere = true;
     return source;

@@ -8,6 +8,9 @@
 
 namespace package {
 
+// Whether there is a file, and its size when asked for.
+bool IsFile(const std::string &path, DWORD64 *size = nullptr);
+
 enum class SourceState { kFound, kMissing, kCompressed, kInCabinet };
 
 struct SourceFile {
@@ -16,8 +19,6 @@ struct SourceFile {
   DWORD64 size = 0;  // bytes
   // It lies beside the INF file, not where SourceDisksFiles says.
   bool elsewhere = false;
-  // Its folder below the INF file's directory, without separators at either end.
-  std::string folder;
 };
 
 // The places of the restored system that directory ids name, without trailing backslash; all empty when there is none.
@@ -43,9 +44,16 @@ SourceFile FindSource(const InfSource &inf, const std::string &name, const Targe
 bool ResolveTarget(const InfSource &inf, const FileLine &file, const RestoredPlaces &places, std::string *path,
                    std::string *reason);
 
+// Whether the file's list goes to directory 13, where a driver may look for those that come with it.
+bool GoesToStore(const InfSource &inf, const FileLine &file);
+
 // A service's binary ("%12%\x.sys", "%13%\x.sys", "\SystemRoot\System32\drivers\x.sys"): the file's name. False when
 // it is not a plain name in or below the Windows directory or the package's own.
 bool BinaryName(const std::string &binary, std::string *name);
+// Whether the service is a driver; programs are of no use before the system has started.
+bool IsDriver(const ServiceLines &service);
+// The file's name of a service that is a driver; false when it is none, or its binary is not to be had.
+bool DriverName(const ServiceLines &service, std::string *name);
 
 // Facts of a driver image, read from its headers.
 struct ImageFacts {

@@ -17,6 +17,7 @@
 #include "package/choose/candidates.h"
 #include "package/plan/apply.h"
 #include "package/plan/plan.h"
+#include "package/read/driver_store.h"
 #include "registry/mount/hive.h"
 #include "tests/support/hive_builder.h"
 #include "tests/support/pe_builder.h"
@@ -129,16 +130,7 @@ void MakeMachine() {
     WriteFile(std::string("ram/pack/") + file, image);
   }
   WriteFile("ram/pack/a.inf", "");
-  WriteFile("machine.toml", std::string(kStandardSystem) + R"(
-[[drive]]
-root = 'X:\'
-type = 'ramdisk'
-path = 'ram'
-[[drive]]
-root = 'D:\'
-type = 'fixed'
-path = 'restored'
-)");
+  WriteFile("machine.toml", std::string(kStandardSystem) + kStandardDrives);
   VXRMachine_SetObserver(Observe, nullptr);
   fs::create_directories(folder / "restored");
   outside = FilesOutside();
@@ -187,8 +179,8 @@ void CheckHive(const RegistryEdits &planned) {
 
 package::PlanContext MakeContext(bool newer) {
   package::PlanContext context;
-  context.target = {6, 1, 7601, package::kAmd64};
-  if (newer) context.target = {10, 0, 19045, package::kAmd64};
+  context.target = {6, 1, 7601, kAmd64};
+  if (newer) context.target = {10, 0, 19045, kAmd64};
   context.places = kPlaces;
   context.controlSet = "ControlSet001";
   context.automaticRecord = newer;
@@ -227,11 +219,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   WriteFile("restored/Windows/inf/other.inf", text);
 
   const package::PlanContext context = MakeContext(size % 2 != 0);
-  const package::IncludePlaces includes = {kPlaces.inf, kPlaces.system + "\\DriverStore\\FileRepository"};
+  const package::IncludePlaces includes = {kPlaces.inf, package::FileRepository(kPlaces.system)};
   package::Index index = package::MakeIndex(context.target);
   package::AddDirectory(&index, "X:\\pack", false);
   package::Plan plan;
-  for (const package::Candidate &candidate : package::FindCandidates(index, kDevice, includes)) {
+  for (const package::Candidate &candidate : package::FindCandidates(index, kDevice, includes, &index.unread)) {
     if (candidate.refusal != package::Refusal::kNone) continue;
     if (!PlanCandidate(candidate, index, includes, context, &plan)) continue;
     Apply(plan);

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "platform/architecture.h"
 #include "tools/vxr/base/output.h"
-#include "tools/vxr/drivers/target_text.h"
 
 using Json = nlohmann::ordered_json;
 
@@ -85,7 +85,7 @@ void PrintDriversJson(const DriverQuery &query, const DriverList &list) {
                           {{"major", target.major},
                            {"minor", target.minor},
                            {"build", target.build},
-                           {"architecture", TargetArchitecture(target.architecture)},
+                           {"architecture", ArchitectureName(target.architecture)},
                            {"product", target.product},
                            {"suite", target.suite}}},
                          {"files", list.files},

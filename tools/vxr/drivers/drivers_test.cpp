@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/architecture.h"
 #include "tools/vxr/drivers/pci_ids.h"
 #include "tools/vxr/drivers/target_text.h"
 
@@ -13,7 +14,7 @@ std::string ReadTarget(const std::string &text) {
   VXRDRV_TARGET t = {};
   std::string problem;
   if (!ParseTarget(text, &t, &problem)) return problem.substr(0, problem.find(';'));
-  std::string all = TargetArchitecture(t.architecture);
+  std::string all = ArchitectureName(t.architecture);
   for (const std::uint32_t number : {t.major, t.minor, t.build, t.product, t.suite})
     all += " " + std::to_string(number);
   return all;

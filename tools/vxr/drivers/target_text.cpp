@@ -4,15 +4,10 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/architecture.h"
 #include "platform/text/ansi_case.h"
 
 namespace {
-
-struct Architecture {
-  const char *word;
-  std::uint32_t number;
-};
-constexpr Architecture kArchitectures[] = {{"x86", 0}, {"amd64", 9}, {"arm64", 12}, {"ia64", 6}};
 
 constexpr std::uint32_t kWorkstation = 1, kServer = 3;
 
@@ -42,9 +37,10 @@ bool ReadVersion(std::string_view text, VXRDRV_TARGET *target) {
 }
 
 bool ReadArchitecture(std::string_view text, std::uint32_t *number) {
-  for (const Architecture &architecture : kArchitectures) {
-    if (!machine::SameUtf8(text, architecture.word)) continue;
-    *number = architecture.number;
+  for (const NamedArchitecture &known : kArchitectures) {
+    // Of 32-bit ARM no Windows starts from what this library can set up.
+    if (known.architecture == kArm || !machine::SameUtf8(text, known.name)) continue;
+    *number = known.architecture;
     return true;
   }
   return false;
@@ -71,11 +67,4 @@ bool ParseTarget(const std::string &text, VXRDRV_TARGET *target, std::string *pr
     return true;
   }
   return false;
-}
-
-std::string TargetArchitecture(std::uint32_t number) {
-  for (const Architecture &architecture : kArchitectures) {
-    if (architecture.number == number) return architecture.word;
-  }
-  return "";
 }

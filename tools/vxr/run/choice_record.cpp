@@ -1,8 +1,5 @@
 #include "tools/vxr/run/choice_record.h"
 
-#include <chrono>
-#include <cstdio>
-
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/run/run_record.h"
 
@@ -54,7 +51,6 @@ bool AddDeviceChoice(DeviceRecord *device, const VXRMachine_Event &event) {
     case VXRMACHINE_CANDIDATE_CHOSEN:
       choice.made = true;
       choice.chosenInf = MachineText(event.subject);
-      choice.service = MachineText(event.detail);
       device->infFile = choice.chosenInf;
       if (const DriverCandidate *chosen = ChosenDriver(choice); chosen != nullptr) {
         device->driver = chosen->description;
@@ -118,19 +114,6 @@ bool AddChoiceEvent(RunRecord *record, const VXRMachine_Event &event) {
     default:
       return event.kind == VXRMACHINE_PLAN_KEY;  // told by the values below it
   }
-}
-
-std::string DriverDate(std::uint64_t date) {
-  if (date == 0) return "";
-  using Days = std::chrono::duration<std::int64_t, std::ratio<86400>>;
-  constexpr std::uint64_t kTicksPerDay = 864000000000;
-  constexpr int kDaysTo1970 = 134774;  // from 1601
-  const Days days(static_cast<std::int64_t>(date / kTicksPerDay) - kDaysTo1970);
-  const std::chrono::year_month_day day{std::chrono::sys_days(std::chrono::duration_cast<std::chrono::days>(days))};
-  char text[32];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u", static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
-                static_cast<unsigned>(day.day()));
-  return text;
 }
 
 const DriverCandidate *ChosenDriver(const DriverChoice &choice) {

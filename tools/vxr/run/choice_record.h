@@ -26,7 +26,6 @@ struct DriverChoice {
   std::optional<DriverCandidate> own;       // what the restored system has
   bool made = false;                        // one was chosen
   std::string chosenInf;                    // empty: the restored system's own
-  std::string service;                      // empty: none needed
   std::vector<std::string> warnings, notes;
 };
 
@@ -39,7 +38,5 @@ struct DeletedValue {
 // False for an event of another kind.
 bool AddChoiceEvent(RunRecord *record, const VXRMachine_Event &event);
 
-// "2013-03-26"; empty for 0.
-std::string DriverDate(std::uint64_t date);
 // The candidate that was chosen, the restored system's own too; null when none was.
 const DriverCandidate *ChosenDriver(const DriverChoice &choice);

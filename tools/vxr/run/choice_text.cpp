@@ -3,10 +3,14 @@
 #include <string_view>
 
 #include "tools/vxr/base/output.h"
+#include "tools/vxr/extension/extension_file.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
+
+// "2013-03-26"; empty for 0.
+std::string DriverDate(std::uint64_t date) { return TimeText(VxrPut64(date)).substr(0, 10); }
 
 // "rank 0x00FF0000, 2021-03-04, version 10.2.0.1".
 std::string Standing(const DriverCandidate &candidate) {
@@ -114,7 +118,7 @@ Json ChoiceJson(const DeviceRecord &device) {
   }
   return {{"chosen", chosen},
           {"own_chosen", choice.made && choice.chosenInf.empty()},
-          {"service", choice.service.empty() ? Json() : Json(choice.service)},
+          {"service", taken == nullptr || taken->service.empty() ? Json() : Json(taken->service)},
           {"own", std::move(own)},
           {"candidates", std::move(candidates)},
           {"warnings", choice.warnings},
