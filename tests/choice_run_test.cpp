@@ -25,8 +25,7 @@ std::vector<std::string> ChoiceRunTest::Changes(bool inject) {
   return Told();
 }
 
-// --- What became of the hive
-// ------------------------------------------------------------------------------------------
+// --- What became of the hive ---------------------------------------------------------------------------------------
 
 // Of the told changes those of the hive are all that became of it: the values that are set come, the keys that are
 // deleted go, each with the one value that it has, and `overwritten` values had other data.
@@ -48,8 +47,7 @@ void ExpectChanged(const std::vector<std::string> &before, const std::vector<std
   EXPECT_EQ(values, deleted.size() + overwritten);
 }
 
-// --- Each machine of the example
-// --------------------------------------------------------------------------------------
+// --- Each machine of the example -----------------------------------------------------------------------------------
 
 // What enabling a service that is held back deletes.
 std::vector<std::string> Enabled(const std::vector<const char *> &services, const char *file = nullptr) {
@@ -111,8 +109,7 @@ INSTANTIATE_TEST_SUITE_P(Example, ChoiceRun,
                                          Job{"machine-sas", 0, Enabled({"gransas", "tarnbus"}, kStored)}),
                          [](const auto &test) { return "Job" + std::to_string(test.index + 10); });
 
-// --- One of the two ways alone
-// ----------------------------------------------------------------------------------------
+// --- One of the two ways alone -------------------------------------------------------------------------------------
 
 constexpr char kCritical[] = "ControlSet001\\Control\\CriticalDeviceDatabase\\PCI#VEN_1DEA&DEV_0A42&CC_0104: ";
 
@@ -138,8 +135,7 @@ TEST_F(ChoiceRunTest, RulesAndRecordAreChosenApart) {
   }
 }
 
-// --- A real hive
-// ------------------------------------------------------------------------------------------------------
+// --- A real hive ---------------------------------------------------------------------------------------------------
 
 TEST_F(ChoiceRunTest, ARealHiveGetsTheRecordOrHasItsDriverEnabled) {
   const char *corpus = std::getenv("VXR_CORPUS_DIR");

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <memory>
 
@@ -25,11 +26,14 @@ void AddLines(hive_h *hive, hive_node_h node, const std::string &path, std::vect
   lines->push_back("[" + path);
   const Freed<hive_value_h> values(hivex_node_values(hive, node), std::free);
   for (const hive_value_h *value = values.get(); value != nullptr && *value != 0; ++value) {
-    hive_type type = hive_t_none;
+    hive_type read = hive_t_none;
     std::size_t size = 0;
-    const Freed<char> data(hivex_value_value(hive, *value, &type, &size), std::free);
+    const Freed<char> data(hivex_value_value(hive, *value, &read, &size), std::free);
     EXPECT_NE(data, nullptr) << path;
     if (data == nullptr) continue;
+    std::uint32_t type = 0;  // Windows has types that the enumeration does not
+    static_assert(sizeof read == sizeof type);
+    std::memcpy(&type, &read, sizeof type);
     const std::string text = machine::DataForPeople(type, {data.get(), data.get() + size});
     lines->push_back(HiveValueLine(path, Text(hivex_value_key(hive, *value)), type, size, text));
   }
