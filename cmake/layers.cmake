@@ -4,7 +4,8 @@
 # Floors from the top, one a folder, so that no two folders include each other; a path belongs to the first prefix that
 # fits it. Folders of one floor do not know each other.
 set(VXR_FLOORS
-  "tools/vxr/base/=3" "tools/vxr/run/=1" "tools/vxr/main.cpp=0" "tools/vxr/=2"
+  "tools/vxr/base/=4" "tools/vxr/run/=2" "tools/vxr/rescue/=1" "tools/vxr/main.cpp=0" "tools/vxr/=3"
+  "rescue/=5"
   "bmext/create/=11"
   "device/scan/=12" "volume/=12"
   "inf/search/=13" "package/read/=16" "package/choose/=15" "package/plan/=14" "package/=13"
@@ -31,8 +32,8 @@ set(VXR_FLOORS
   "include/vxrcore/=41")
 
 # What the logic sees of the platform: the seam, and the reader of INF files, which both builds have. And what the command
-# line, a host like any other, sees beside the public headers: the readers of INF files and hives, which show files
-# without a machine.
+# line and the rescue system, hosts like any other, see beside the public headers: the readers of INF files and hives,
+# which show files without a machine.
 set(VXR_LOGIC_SEES "^platform/([a-z_]+\\.h$|inf/inf_file\\.h$)")
 set(VXR_TOOLS_SEE "^platform/([a-z_]+\\.h$|inf/|text/|win32/types|machine/(hive|version|host|base|text)/)")
 # platform.h is the seam: it takes the types and the calls of the system that it is built for.
@@ -68,7 +69,7 @@ function(vxr_check_include file target)
   endif()
   if(target MATCHES "^platform/" AND NOT file MATCHES "^platform/")
     set(seen "${VXR_LOGIC_SEES}")
-    if(file MATCHES "^tools/")
+    if(file MATCHES "^(tools|rescue)/")
       set(seen "${VXR_TOOLS_SEE}")
     endif()
     if(NOT target MATCHES "${seen}")
@@ -78,7 +79,7 @@ function(vxr_check_include file target)
 endfunction()
 
 function(vxr_check_layers)
-  set(folders engine log bmext device inf package registry volume restore include platform tools)
+  set(folders engine log bmext device inf package registry volume rescue restore include platform tools)
   set(patterns)
   foreach(folder IN LISTS folders)
     list(APPEND patterns ${folder}/*.h ${folder}/*.cpp)

@@ -117,3 +117,7 @@ else()
   target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--version-script=${map})
   set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
 endif()
+
+# The rescue system: the machine that Linux runs on, and the restored system as its files tell. The ids of devices serve
+# both builds.
+add_library(vxr_rescue STATIC rescue/windows_ids.cpp)

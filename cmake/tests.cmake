@@ -98,7 +98,7 @@ vxr_test(setup_library_test machine platform/machine/setup/inf_calls_test.cpp pl
 vxr_test(command_line_unit_test unit tools/vxr/run/run_record_test.cpp tools/vxr/run/run_record.cpp
          tools/vxr/run/search_record.cpp tools/vxr/run/change_record.cpp tools/vxr/run/choice_record.cpp
          tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/output.cpp
-         tools/vxr/drivers/drivers_test.cpp tools/vxr/drivers/target_text.cpp tools/vxr/drivers/pci_ids.cpp)
+         tools/vxr/drivers/drivers_test.cpp tools/vxr/drivers/target_text.cpp rescue/windows_ids.cpp)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
          ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)

@@ -2,9 +2,9 @@
 
 #include <filesystem>
 
+#include "rescue/windows_ids.h"
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/output.h"
-#include "tools/vxr/drivers/pci_ids.h"
 
 namespace {
 
@@ -36,10 +36,10 @@ std::string IdProblem(const std::string &id) {
 
 // A class may follow its function as an argument of its own. False, with what is wrong, when what follows is like one.
 bool TakeClass(const std::vector<std::string> &ids, std::size_t *at, std::string *function, std::string *problem) {
-  if (!IsPciFunction(*function) || Has(*function, ' ') || *at + 1 == ids.size()) return true;
+  if (!rescue::IsPciFunction(*function) || Has(*function, ' ') || *at + 1 == ids.size()) return true;
   const std::string next = Bare(ids[*at + 1]);
   if (next.empty() || next[0] < '0' || next[0] > '9' || Has(next, '\\') || Has(next, ':')) return true;
-  if (!IsPciFunction(*function + " " + next)) {
+  if (!rescue::IsPciFunction(*function + " " + next)) {
     *problem = next + ": is no class of a PCI function; give four or six hexadecimal digits, such as 010400";
     return false;
   }
@@ -56,12 +56,12 @@ std::string ReadHardwareIds(const DriversOptions &options, DriverQuery *query) {
   std::string problem;
   for (std::size_t i = 0; i < options.ids.size(); ++i) {
     std::string id = Bare(options.ids[i]);
-    PciFunction function;
+    rescue::PciFunction function;
     if (!TakeClass(options.ids, &i, &id, &problem)) return problem;
-    if (ParsePciFunction(id, &function)) {
+    if (rescue::ParsePciFunction(id, &function)) {
       query->withoutClass = query->withoutClass || !function.classCode;
-      Add(HardwareIds(function), &query->hardwareIds);
-      Add(CompatibleIds(function), &query->compatibleIds);
+      Add(rescue::HardwareIds(function), &query->hardwareIds);
+      Add(rescue::CompatibleIds(function), &query->compatibleIds);
       continue;
     }
     if (problem = IdProblem(id); !problem.empty()) return problem;
@@ -73,7 +73,8 @@ std::string ReadHardwareIds(const DriversOptions &options, DriverQuery *query) {
 std::string ReadCompatibleIds(const DriversOptions &options, DriverQuery *query) {
   for (const std::string &text : options.compatibleIds) {
     const std::string id = Bare(text);
-    if (IsPciFunction(id)) return id + ": is a PCI function, which stands for ids of both kinds; give it to --id";
+    if (rescue::IsPciFunction(id))
+      return id + ": is a PCI function, which stands for ids of both kinds; give it to --id";
     if (std::string problem = IdProblem(id); !problem.empty()) return problem;
     query->compatibleIds.push_back(id);
   }

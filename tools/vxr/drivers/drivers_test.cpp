@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/architecture.h"
-#include "tools/vxr/drivers/pci_ids.h"
+#include "rescue/windows_ids.h"
 #include "tools/vxr/drivers/target_text.h"
 
 namespace {
@@ -49,23 +49,23 @@ TEST(TargetText, IsReadWholeOrNotAtAll) {
 }
 
 TEST(PciIds, AreThoseOfWindows) {
-  PciFunction function;
-  ASSERT_TRUE(ParsePciFunction("8086:2822:1028:04f7:05 0x010400", &function));
-  EXPECT_THAT(HardwareIds(function),
+  rescue::PciFunction function;
+  ASSERT_TRUE(rescue::ParsePciFunction("8086:2822:1028:04f7:05 0x010400", &function));
+  EXPECT_THAT(rescue::HardwareIds(function),
               ElementsAre("PCI\\VEN_8086&DEV_2822&SUBSYS_04F71028&REV_05", "PCI\\VEN_8086&DEV_2822&SUBSYS_04F71028",
                           "PCI\\VEN_8086&DEV_2822&CC_010400", "PCI\\VEN_8086&DEV_2822&CC_0104"));
-  EXPECT_THAT(CompatibleIds(function),
+  EXPECT_THAT(rescue::CompatibleIds(function),
               ElementsAre("PCI\\VEN_8086&DEV_2822&REV_05", "PCI\\VEN_8086&DEV_2822", "PCI\\VEN_8086&CC_010400",
                           "PCI\\VEN_8086&CC_0104", "PCI\\VEN_8086", "PCI\\CC_010400", "PCI\\CC_0104"));
-  ASSERT_TRUE(ParsePciFunction("8086:2822  0104", &function));
-  EXPECT_THAT(HardwareIds(function), ElementsAre("PCI\\VEN_8086&DEV_2822&CC_0104"));
-  ASSERT_TRUE(ParsePciFunction("8086:2822", &function));
-  EXPECT_THAT(HardwareIds(function), ElementsAre("PCI\\VEN_8086&DEV_2822"));
-  EXPECT_THAT(CompatibleIds(function), ElementsAre("PCI\\VEN_8086&DEV_2822", "PCI\\VEN_8086"));
+  ASSERT_TRUE(rescue::ParsePciFunction("8086:2822  0104", &function));
+  EXPECT_THAT(rescue::HardwareIds(function), ElementsAre("PCI\\VEN_8086&DEV_2822&CC_0104"));
+  ASSERT_TRUE(rescue::ParsePciFunction("8086:2822", &function));
+  EXPECT_THAT(rescue::HardwareIds(function), ElementsAre("PCI\\VEN_8086&DEV_2822"));
+  EXPECT_THAT(rescue::CompatibleIds(function), ElementsAre("PCI\\VEN_8086&DEV_2822", "PCI\\VEN_8086"));
   for (const char *text : {"", "8086", "8086:", "8086:282", "8086:2822:1028", "8086:2822:1028:04F7:5", "8086:2822:::05",
                            "8086:2822:1028:04F7:05:01", "8086:2822 ", "8086:2822 01", "8086:2822 01040", "8086:282G",
                            "8086:2822 0104 00", "+086:2822", "0x86:2822"}) {
-    EXPECT_FALSE(ParsePciFunction(text, &function)) << text;
+    EXPECT_FALSE(rescue::ParsePciFunction(text, &function)) << text;
   }
 }
 

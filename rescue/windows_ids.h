@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace rescue {
+
 struct PciFunction {
   unsigned vendor = 0, device = 0;
   std::optional<unsigned> subsystemVendor, subsystemDevice;  // both or none
@@ -22,3 +24,5 @@ bool IsPciFunction(const std::string &text);
 // Most specific first. What is not known of the function takes the ids that name it with it.
 std::vector<std::string> HardwareIds(const PciFunction &function);
 std::vector<std::string> CompatibleIds(const PciFunction &function);
+
+}  // namespace rescue

@@ -1,10 +1,11 @@
-#include "tools/vxr/drivers/pci_ids.h"
+#include "rescue/windows_ids.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <string_view>
 
+namespace rescue {
 namespace {
 
 std::optional<unsigned> Hexadecimal(std::string_view digits, std::size_t length) {
@@ -100,3 +101,5 @@ std::vector<std::string> CompatibleIds(const PciFunction &function) {
   AddClassIds(function, "PCI\\", &ids);
   return ids;
 }
+
+}  // namespace rescue

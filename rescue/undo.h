@@ -1,0 +1,64 @@
+// Taking an injection back: what it will change is kept beside the restored system before the first change.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/machine/base/status.h"
+
+namespace rescue {
+
+// A change that an injection is about to make; paths are relative to the root of the restored volume.
+struct PlannedChange {
+  std::filesystem::path path;
+  bool directory = false;  // a new one
+  std::string digest;      // of the file's new contents: SHA-256 as 64 lower-case hexadecimal digits
+  std::uint64_t size = 0;  // of the file's new contents
+};
+
+struct UndoPlan {
+  std::filesystem::path volume, windows;  // on the host
+  std::int64_t time = 0;                  // of the injection, seconds since 1970
+  std::string program;                    // that makes the change, "vxr 0.1.0"
+  std::vector<PlannedChange> changes;
+};
+
+// Makes "vxr-undo/DATE-N" in the Windows directory: every file that will be replaced, and a manifest. All of it is on
+// the disk when this returns. `*folder` gets its path. A failure leaves nothing behind.
+machine::Status KeepForUndo(const UndoPlan &plan, std::filesystem::path *folder);
+// Takes such a folder away again when nothing that it names has changed; false when something has.
+bool DropIfUnused(const std::filesystem::path &folder);
+
+enum class UndoState : std::uint8_t {
+  kUnchanged,  // as before the injection
+  kInjected,   // as the injection left it
+  kChanged,    // neither: changed since
+};
+
+struct UndoEntry {
+  std::filesystem::path path;  // relative to the root of the volume
+  bool directory = false;
+  bool isNew = false;  // was not there before
+  bool hive = false;
+  UndoState state = UndoState::kUnchanged;
+};
+
+struct UndoFolder {
+  std::filesystem::path folder, volume;
+  std::int64_t time = 0;
+  std::string program;
+  std::vector<UndoEntry> entries;
+  std::string problem;  // why it cannot be used; empty: it can
+};
+
+// The manifest of a folder, each entry looked at. Fails, with one line, when there is none or it is damaged.
+machine::Status ReadUndoFolder(const std::filesystem::path &folder, UndoFolder *undo);
+// The folders of a restored system, the oldest first; `root` as for FindWindows.
+machine::Status ListUndoFolders(const std::filesystem::path &root, std::vector<UndoFolder> *folders);
+// Takes back what the injection left and nothing has changed since; then removes the folder, when nothing of it is left
+// to do. Stopped at any moment, the same call goes on with it. A failure says what could not be done.
+machine::Status TakeBack(const UndoFolder &undo);
+
+}  // namespace rescue
