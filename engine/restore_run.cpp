@@ -98,7 +98,7 @@ BOOL CheckNamedId(const char *hardwareId, const Caller &trace) {
 
   platform::ReportDecision(VXRMACHINE_DEVICE_CHECKED, hardwareId, nullptr, TRUE);
   platform::ReportDecision(VXRMACHINE_DEVICE_ID, hardwareId);
-  const BOOL found = VXRRlm_GetDriverRules() == DriverRules::kWindows
+  const BOOL found = VXRRlm_GetChoices().rules == DriverRules::kWindows
                          ? infFile != nullptr && package::HasDriverFor(infFile.get(), hardwareId)
                          : LocateNamedId(hardwareId, infDir.get(), infFile.get(), trace);
   if (!found) platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, hardwareId);

@@ -59,7 +59,7 @@ BootRecord MakeRecord(const GUID &classGuid, const char *service, const VXR_DRIV
 }  // namespace
 
 bool WantsNewerRecord() {
-  if (VXRRlm_GetBootRecord() != BootRecordKind::kAutomatic) return false;
+  if (VXRRlm_GetChoices().record != BootRecordKind::kAutomatic) return false;
   // A hive that does not say is left to the newer record, which then fails and writes nothing.
   const RegistryEdits edits;
   return HasDriverDatabase(edits) || !edits.unread.empty();

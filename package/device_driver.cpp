@@ -43,15 +43,19 @@ void TellIndexed(void *, std::size_t files) {
   platform::ReportDecision(VXRMACHINE_INF_INDEXED, nullptr, nullptr, 0, files);
 }
 
-bool IndexDirectory(DWORD id, Index *index, const Caller &trace) {
+void IndexDirectory(const char *directory, bool running, Index *index) {
+  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking for driver information in %s...\n", directory);
+  platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory);
+  AddDirectory(index, directory, running, TellIndexed);
+}
+
+bool IndexNamedDirectory(DWORD id, Index *index, const Caller &trace) {
   const HeapText directory = VXREng_GetStringAs(id, nullptr);
   if (directory == nullptr) {
     trace.Failed("VXREng_GetStringAs", id == VXR_DIR_WPEINF ? "VXR_DIR_WPEINF" : "VXR_DIR_RLMINF");
     return false;
   }
-  VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking for driver information in %s...\n", directory.get());
-  platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory.get());
-  AddDirectory(index, directory.get(), id == VXR_DIR_WPEINF, TellIndexed);
+  IndexDirectory(directory.get(), id == VXR_DIR_WPEINF, index);
   return true;
 }
 
@@ -68,14 +72,16 @@ RunChoice *CurrentRun(const Caller &trace) {
   auto made = std::make_unique<RunChoice>();
   PlanContext &context = made->context;
   context.controlSet = RestoredControlSet();
-  context.automaticRecord = VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic;
+  context.automaticRecord = VXRRlm_GetChoices().record == BootRecordKind::kAutomatic;
   if (!ReadRestoredTarget(made->pending, context.controlSet, &context.target)) return nullptr;
   if (!ReadRestoredPlaces(&context.places)) return nullptr;
   context.systemDrive = std::string(VXRExt_GetWindowsPath()).substr(0, context.places.root.size());
   made->includes = RestoredIncludes(context.places);
   made->index = MakeIndex(context.target);
-  if (!IndexDirectory(VXR_DIR_RLMINF, &made->index, trace)) return nullptr;
-  if (!IndexDirectory(VXR_DIR_WPEINF, &made->index, trace)) return nullptr;
+  if (!IndexNamedDirectory(VXR_DIR_RLMINF, &made->index, trace)) return nullptr;
+  const char *more = VXRRlm_GetChoices().infDirs.c_str();
+  for (; *more != '\0'; more += std::strlen(more) + 1) IndexDirectory(more, false, &made->index);
+  if (!IndexNamedDirectory(VXR_DIR_WPEINF, &made->index, trace)) return nullptr;
   trace.Check("Total %u inf files indexed...\n", static_cast<DWORD>(made->index.files.size()));
   TellUnread(made->index.unread, trace);
   run = std::move(made);

@@ -8,6 +8,7 @@
 #include "engine/paths/path_catalogue.h"
 #include "log/log.h"
 #include "package/read/driver_store.h"
+#include "restore/settings.h"
 
 namespace package {
 namespace {
@@ -42,10 +43,11 @@ bool ReadRestoredTarget(const RegistryEdits &edits, const std::string &controlSe
   }
   target->major = VxrGet32(os->MajorVersion);
   target->minor = VxrGet32(os->MinorVersion);
-  target->build = VxrGet32(os->BuildNumber);
+  const RestoreChoices &choices = VXRRlm_GetChoices();
+  target->build = choices.osBuild.value_or(VxrGet32(os->BuildNumber));
   target->architecture = static_cast<WORD>(VxrGet32(os->ProcessorArchitecture));
-  target->product = VxrGet32(os->ProductType);
-  target->suite = VxrGet32(os->SuiteMask);
+  target->product = choices.osProduct.value_or(VxrGet32(os->ProductType));
+  target->suite = choices.osSuite.value_or(VxrGet32(os->SuiteMask));
   target->language = ReadLanguage(edits, controlSet);
   const char *architecture = ArchitectureName(target->architecture);
   if (!AtLeast(*target, 5, 0) || architecture == nullptr) {

@@ -20,6 +20,7 @@ struct PciNode {
 // function is above the disk.
 struct ControllerPath {
   std::vector<PciNode> nodes;
+  std::string otherId;  // the id of a controller of another bus, which the user named; `nodes` is then empty
   std::string rootBus;  // ACPI's name of the root bus: "PNP0A08" or "PNP0A03"
 };
 

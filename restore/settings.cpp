@@ -14,8 +14,7 @@ VXR_BMRESTORE *gpVXRBMRestore = nullptr;
 
 namespace {
 
-DriverRules driverRules = DriverRules::kExact;
-BootRecordKind bootRecord = BootRecordKind::kExact;
+RestoreChoices choices;
 
 // A value of the job's key and the member that takes it, in the order of reading.
 struct Setting {
@@ -47,7 +46,15 @@ BOOL ReadSettings(const char *jobKey, VXR_BMRESTORE *settings, const Caller &tra
   return TRUE;
 }
 
-// A value of the job's key that opens another way of working: absent in most jobs.
+// A value that only some jobs have.
+struct JobValue {
+  std::string name;
+  DWORD type = REG_NONE;
+  std::string data;  // two zero bytes stand behind it
+  DWORD size = 0;    // bytes of the data
+};
+
+// A value that is a text, one of two.
 struct Choice {
   const char *value;
   const char *usual, *other;
@@ -55,11 +62,35 @@ struct Choice {
 };
 
 constexpr Choice kChoices[] = {
-    {"DriverRules", "exact", "windows", [] { driverRules = DriverRules::kWindows; }},
-    {"BootRecord", "exact", "auto", [] { bootRecord = BootRecordKind::kAutomatic; }},
+    {"DriverRules", "exact", "windows", [] { choices.rules = DriverRules::kWindows; }},
+    {"BootRecord", "exact", "auto", [] { choices.record = BootRecordKind::kAutomatic; }},
 };
 
-void TakeChoice(const Choice &choice, const char *text, const Caller &trace) {
+struct Number {
+  const char *value;
+  std::optional<DWORD> RestoreChoices::*member;
+};
+
+constexpr Number kNumbers[] = {
+    {"OSBuild", &RestoreChoices::osBuild},
+    {"OSProduct", &RestoreChoices::osProduct},
+    {"OSSuite", &RestoreChoices::osSuite},
+};
+
+struct List {
+  const char *value;
+  std::string RestoreChoices::*member;
+};
+
+constexpr List kLists[] = {
+    {"MoreInfDirs", &RestoreChoices::infDirs},
+    {"MoreDisks", &RestoreChoices::disks},
+};
+
+void TakeChoice(const Choice &choice, const JobValue &value, const Caller &trace) {
+  constexpr DWORD kLongest = 64;
+  const bool readable = (value.type == REG_SZ || value.type == REG_EXPAND_SZ) && value.size <= kLongest;
+  const char *text = readable ? value.data.c_str() : "(no such text)";
   if (VXREng_StrICmp(text, choice.other) == 0) return choice.take();
   if (VXREng_StrICmp(text, choice.usual) == 0) return;
   trace.Warning("%s=%s is none of %s and %s, %s is used\n", choice.value, text, choice.usual, choice.other,
@@ -67,29 +98,62 @@ void TakeChoice(const Choice &choice, const char *text, const Caller &trace) {
   platform::ReportDecision(VXRMACHINE_JOB_VALUE_UNKNOWN, choice.value, text);
 }
 
-// Looks through the key's values for the choices. A job without any leaves no trace of the look: asking for each by its
-// name would log that it is missing.
+void PassOver(const char *value, const char *wanted, const Caller &trace) {
+  trace.Warning("%s is no %s, it is passed over\n", value, wanted);
+  platform::ReportDecision(VXRMACHINE_JOB_VALUE_UNKNOWN, value);
+}
+
+void TakeNumber(const Number &number, const JobValue &value, const Caller &trace) {
+  DWORD taken = 0;
+  if (value.type != REG_DWORD || value.size != sizeof taken) return PassOver(number.value, "REG_DWORD", trace);
+  std::memcpy(&taken, value.data.data(), sizeof taken);
+  choices.*number.member = taken;
+}
+
+void TakeList(const List &list, const JobValue &value, const Caller &trace) {
+  if (value.type != REG_MULTI_SZ) return PassOver(list.value, "REG_MULTI_SZ", trace);
+  choices.*list.member = value.data;
+}
+
+void TakeValue(const JobValue &value, const Caller &trace) {
+  const auto is = [&value](const char *name) { return VXREng_StrICmp(value.name.c_str(), name) == 0; };
+  for (const Choice &choice : kChoices) {
+    if (is(choice.value)) TakeChoice(choice, value, trace);
+  }
+  for (const Number &number : kNumbers) {
+    if (is(number.value)) TakeNumber(number, value, trace);
+  }
+  for (const List &list : kLists) {
+    if (is(list.value)) TakeList(list, value, trace);
+  }
+}
+
+LSTATUS ReadJobValue(HKEY key, DWORD index, DWORD size, JobValue *value) {
+  constexpr DWORD kNameSize = 64;
+  char name[kNameSize] = {};
+  DWORD length = kNameSize;
+  value->size = size;
+  value->data.assign(size + 2, '\0');
+  const LSTATUS status = platform::RegEnumValueA(key, index, name, &length, nullptr, &value->type,
+                                                 reinterpret_cast<BYTE *>(value->data.data()), &value->size);
+  value->name = name;
+  return status;
+}
+
+// Looks through the key's values for those that only some jobs have. A job without any leaves no trace of the look:
+// asking for each by its name would log that it is missing.
 void ReadChoices(const char *jobKey, const Caller &trace) {
-  constexpr DWORD kNameSize = 64, kTextSize = 64;
+  constexpr DWORD kUsualSize = 64;
   HKEY key = nullptr;
   if (platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, jobKey, &key) != ERROR_SUCCESS) return;
   const ScopeGuard close([&] { platform::RegCloseKey(key); });
   for (DWORD index = 0;; ++index) {
-    char name[kNameSize] = {};
-    char text[kTextSize + 1] = {};
-    DWORD length = kNameSize, type = 0, size = kTextSize;
-    const LSTATUS status =
-        platform::RegEnumValueA(key, index, name, &length, nullptr, &type, reinterpret_cast<BYTE *>(text), &size);
-    if (status == ERROR_MORE_DATA) {  // which need not have given the name
-      length = kNameSize;
-      platform::RegEnumValueA(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-    } else if (status != ERROR_SUCCESS) {
-      return;
-    }
-    const bool readable = status == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ);
-    for (const Choice &choice : kChoices) {
-      if (VXREng_StrICmp(name, choice.value) == 0) TakeChoice(choice, readable ? text : "(no such text)", trace);
-    }
+    JobValue value;
+    LSTATUS status = ReadJobValue(key, index, kUsualSize, &value);
+    if (status == ERROR_MORE_DATA) status = ReadJobValue(key, index, value.size, &value);
+    // A name that is too long is none of ours.
+    if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) return;
+    if (status == ERROR_SUCCESS) TakeValue(value, trace);
   }
 }
 
@@ -124,8 +188,7 @@ BOOL VXRRlm_Initialize([[maybe_unused]] DWORD job, void *header) {
 
 BOOL VXRRlm_Cleanup() {
   const CallTrace trace = TraceCall();
-  driverRules = DriverRules::kExact;
-  bootRecord = BootRecordKind::kExact;
+  choices = {};
   VXR_BMRESTORE *settings = gpVXRBMRestore;
   if (settings == nullptr) return TRUE;
   FreeLogged(settings->szBootPart, "freeing szBootPart=%s\n");
@@ -145,6 +208,5 @@ const char *VXRRlm_GetBootDisk() { return gpVXRBMRestore == nullptr ? nullptr : 
 const char *VXRRlm_GetBootPart() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szBootPart; }
 const char *VXRRlm_GetRootPath() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szRootPath; }
 const char *VXRRlm_GetInfDir() { return gpVXRBMRestore == nullptr ? nullptr : gpVXRBMRestore->szInfDir; }
-DriverRules VXRRlm_GetDriverRules() { return driverRules; }
-BootRecordKind VXRRlm_GetBootRecord() { return bootRecord; }
+const RestoreChoices &VXRRlm_GetChoices() { return choices; }
 char VXRRlm_GetRootDrive() { return gpVXRBMRestore == nullptr ? 'C' : gpVXRBMRestore->szRootPath[0]; }

@@ -1,6 +1,9 @@
 // The restore job's settings.
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "platform/platform.h"
 #include "vxr/restore_settings.h"
 
@@ -18,12 +21,17 @@ const char *VXRRlm_GetBootDisk();
 const char *VXRRlm_GetBootPart();
 const char *VXRRlm_GetRootPath();
 const char *VXRRlm_GetInfDir();
-// How drivers are chosen: "DriverRules" of the job's key, "exact" unless it says "windows".
+// What only some jobs say, in further values of the job's key.
 enum class DriverRules { kExact, kWindows };
-DriverRules VXRRlm_GetDriverRules();
-// What names a driver for its device in the restored hive: "BootRecord" of the job's key, "exact" (a critical-device
-// entry) unless it says "auto" (what the hive's system reads).
 enum class BootRecordKind { kExact, kAutomatic };
-BootRecordKind VXRRlm_GetBootRecord();
+struct RestoreChoices {
+  DriverRules rules = DriverRules::kExact;           // "DriverRules": how drivers are chosen
+  BootRecordKind record = BootRecordKind::kExact;    // "BootRecord": what names a driver for its device in the hive
+  std::optional<DWORD> osBuild, osProduct, osSuite;  // "OSBuild", "OSProduct", "OSSuite": of the restored system
+  std::string infDirs,
+      disks;  // "MoreInfDirs", "MoreDisks": multi-strings, of what is worked on beside the one; or empty
+};
+// Those of the job; the usual ones without a block.
+const RestoreChoices &VXRRlm_GetChoices();
 // First character of the root path (NUL when that is empty); 'C' without a block.
 char VXRRlm_GetRootDrive();

@@ -1,6 +1,7 @@
 #include "restore/settings.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "engine/base/parameters.h"
 #include "log/heap.h"
@@ -103,8 +104,8 @@ TEST_F(SettingsTest, ChoicesAreExactUnlessTheJobSaysOtherwise) {
     log.clear();
     events.clear();
     ASSERT_TRUE(VXRRlm_Initialize(3, nullptr));
-    EXPECT_EQ(VXRRlm_GetDriverRules() == DriverRules::kWindows, windows);
-    EXPECT_EQ(VXRRlm_GetBootRecord() == BootRecordKind::kAutomatic, automatic);
+    EXPECT_EQ(VXRRlm_GetChoices().rules == DriverRules::kWindows, windows);
+    EXPECT_EQ(VXRRlm_GetChoices().record == BootRecordKind::kAutomatic, automatic);
     const bool isTold = *told != '\0';
     EXPECT_THAT(Lines("WARNG:VXRRlm_Initialize:"), testing::ElementsAreArray(&told, isTold ? 1 : 0));
 #ifndef _WIN32  // where nobody listens
@@ -115,10 +116,30 @@ TEST_F(SettingsTest, ChoicesAreExactUnlessTheJobSaysOtherwise) {
     if (!isTold) {
       EXPECT_THAT(log, Not(HasSubstr("DriverRule")));
     }
+    EXPECT_FALSE(VXRRlm_GetChoices().osBuild);
     VXRRlm_Cleanup();
-    EXPECT_EQ(VXRRlm_GetDriverRules(), DriverRules::kExact);
-    EXPECT_EQ(VXRRlm_GetBootRecord(), BootRecordKind::kExact);
+    EXPECT_EQ(VXRRlm_GetChoices().rules, DriverRules::kExact);
+    EXPECT_EQ(VXRRlm_GetChoices().record, BootRecordKind::kExact);
   }
+}
+
+// What a job can say of the restored system and of further places; another type than a value must have is passed over.
+TEST_F(SettingsTest, FurtherValuesAreTakenByTheirTypes) {
+  const std::string directory(100, 'd');
+  Open(std::string(kJob) + "OSBuild = 19045\nOSProduct = 3\nOSSuite = '256'\nMoreDisks = '\\\\.\\PhysicalDrive2'\n" +
+       "MoreInfDirs = ['E:\\', 'F:\\" + directory + "']\n");
+  log.clear();
+  ASSERT_TRUE(VXRRlm_Initialize(3, nullptr));
+  const RestoreChoices &choices = VXRRlm_GetChoices();
+  EXPECT_EQ(choices.osBuild, 19045u);
+  EXPECT_EQ(choices.osProduct, 3u);
+  EXPECT_FALSE(choices.osSuite);
+  EXPECT_EQ(choices.disks.c_str(), std::string());
+  const std::string second = choices.infDirs.c_str() + std::strlen("E:\\") + 1;
+  EXPECT_EQ(choices.infDirs.c_str() + second, "E:\\F:\\" + directory);
+  EXPECT_THAT(Lines("WARNG:VXRRlm_Initialize:"),
+              testing::UnorderedElementsAre("OSSuite is no REG_DWORD, it is passed over",
+                                            "MoreDisks is no REG_MULTI_SZ, it is passed over"));
 }
 
 }  // namespace

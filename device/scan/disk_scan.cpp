@@ -21,7 +21,7 @@
 
 namespace {
 
-bool ByWindowsRules() { return VXRRlm_GetDriverRules() == DriverRules::kWindows; }
+bool ByWindowsRules() { return VXRRlm_GetChoices().rules == DriverRules::kWindows; }
 
 void ShowNoDriver(const char *instanceId) {
   platform::ReportDecision(VXRMACHINE_DEVICE_FAILED, instanceId);
@@ -105,9 +105,8 @@ BOOL BuildDevice(DWORD diskIndex, DWORD deviceType, char *instanceId, BOOL injec
   return FALSE;
 }
 
-// The record of the job's boot disk, without its controller; null when it cannot be built.
-VXR_DEVICE *BuildBootDisk(BOOL inject, const Caller &trace) {
-  const char *disk = VXRRlm_GetBootDisk();
+// The record of a disk that the job names, without its controller; null when it cannot be built.
+VXR_DEVICE *BuildDisk(const char *disk, DWORD diskIndex, BOOL inject, const Caller &trace) {
   if (disk == nullptr) {
     trace.Failed("VXRRlm_GetBootDisk", "None");
     platform::ReportDecision(VXRMACHINE_BOOT_DISK_NOT_FOUND, nullptr);
@@ -121,7 +120,7 @@ VXR_DEVICE *BuildBootDisk(BOOL inject, const Caller &trace) {
     return nullptr;
   }
   trace.Check("disk %s:instid=%s\n", disk, instanceId.get());
-  VXR_DEVICE *device = VXRDev_GetDeviceByInstanceID(0, VXR_DEVTYPE_DISKDRIVE, &instanceId, inject);
+  VXR_DEVICE *device = VXRDev_GetDeviceByInstanceID(diskIndex, VXR_DEVTYPE_DISKDRIVE, &instanceId, inject);
   if (device == nullptr) {
     trace.Failed("VXRDev_GetDeviceByInstanceID", instanceId.get());
     ShowNoDriver(instanceId.get());
@@ -177,11 +176,17 @@ BOOL VXRDev_ScanDiskDevices(VXR_PARABLOCK *pVXRParaBlock) {
   // The disk goes into slot 0, so what an earlier scan left there is given back first.
   if (before != 0) VXRDev_FreeDevices(pVXRParaBlock);
   DWORD found = 0;
-  VXR_DEVICE *disk = BuildBootDisk(inject, trace);
-  if (disk != nullptr) {
+  const auto add = [&](const char *name) {
+    VXR_DEVICE *disk = BuildDisk(name, found, inject, trace);
+    if (disk == nullptr) return;
     LinkController(disk, inject, trace);
     pVXRParaBlock->pVXRDevices[found++] = disk;
-  }
+  };
+  add(VXRRlm_GetBootDisk());
+  // A system on several disks needs all of them to start. Only Windows' rules plan for devices one after the other.
+  const char *more = ByWindowsRules() ? VXRRlm_GetChoices().disks.c_str() : "";
+  for (; *more != '\0' && found < kMaxVxrDevices; more += std::strlen(more) + 1) add(more);
+  if (*more != '\0') trace.Warning("%u disks are as many as one run takes, %s is passed over\n", found, more);
   trace.Check("total %d vxr disks found...\n", found - before);
   pVXRParaBlock->dwDevCnt = found;
   return found != before;

@@ -98,7 +98,8 @@ enum {
 
   VXRMACHINE_VALUE_DELETED = 59,       /* subject: key, detail: value name; null: the key with all below it */
   VXRMACHINE_JOB_VALUE_UNKNOWN = 60,   /* subject: a value of the job's key whose text is none of those it can have,
-                                         detail: the text; the run goes on as if the value were not there */
+                                         detail: the text; null for a value that is not of its type. The run goes on
+                                         as if the value were not there */
   VXRMACHINE_OWN_DRIVER_HELD_BACK = 61 /* of the VXRMACHINE_OWN_DRIVER before: the restored system would not start it;
                                           subject: service. Chosen, it is let start */
 };

@@ -124,7 +124,7 @@ BOOL VXRReg_LoadHive(DWORD hiveType, VXR_PARABLOCK *pVXRParaBlock) {
     return FALSE;
   }
   // What Windows' rules would write depends on what stands in the hive.
-  if (!pVXRParaBlock->bInject && VXRRlm_GetDriverRules() == DriverRules::kExact) {
+  if (!pVXRParaBlock->bInject && VXRRlm_GetChoices().rules == DriverRules::kExact) {
     VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Check only, bypass loading the original registry hive...\n");
     return TRUE;
   }

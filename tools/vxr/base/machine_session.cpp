@@ -42,22 +42,6 @@ bool OpenMachineText(const std::string &toml, const std::string &subject, VXRMac
   return false;
 }
 
-std::string TomlString(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04X", byte);
-      quoted += escape;
-    } else {
-      if (c == '"' || c == '\\') quoted += '\\';
-      quoted += c;
-    }
-  }
-  return quoted + "\"";
-}
-
 bool CloseMachine() {
   VXRDbg_Cleanup();
   const bool saved = VXRMachine_Close() != 0;

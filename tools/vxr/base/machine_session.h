@@ -12,8 +12,6 @@
 bool OpenMachine(const std::string &file, VXRMachine_Observer observer, void *context);
 // The same for a machine made by a command: its text, and what a message is about.
 bool OpenMachineText(const std::string &toml, const std::string &subject, VXRMachine_Observer observer, void *context);
-// A text as TOML has it: quotation marks, backslashes and control characters escaped.
-std::string TomlString(std::string_view text);
 // Ends the log and closes the machine, which may report still more. False when a registry hive could not be saved.
 bool CloseMachine();
 

@@ -8,6 +8,7 @@
 
 #include "platform/machine/base/file_kind.h"
 #include "platform/text/code_page.h"
+#include "platform/text/toml_string.h"
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
@@ -130,7 +131,8 @@ int RepairImage(const FixBootOptions &options) {
   const std::optional<std::string> geometry = GeometryToml(options.geometry);
   if (!geometry) return kExitUsage;
   if (!IsImage(options.disk)) return 1;
-  const std::string text = kImageMachine + ("image = " + TomlString(options.disk)) + "\ngeometry = " + *geometry + "\n";
+  const std::string text =
+      kImageMachine + ("image = " + machine::TomlString(options.disk)) + "\ngeometry = " + *geometry + "\n";
   BootReport report;
   if (!OpenMachineText(text, options.disk, OnEvent, &report)) return kExitUsage;
   return Repair(kImageDisk, options.disk, report);

@@ -24,7 +24,7 @@ void OnCandidate(void *context, const VXRDRV_CANDIDATE *found) {
   const Search &search = *static_cast<Search *>(context);
   DriverRow row;
   row.machinePath = found->inf;
-  row.inf = GivenPath(*search.options, Text(found->inf));
+  row.inf = GivenPath(Given(*search.options), Text(found->inf));
   row.models = Text(found->models);
   row.section = Text(found->section);
   row.description = Text(found->description);
@@ -36,13 +36,13 @@ void OnCandidate(void *context, const VXRDRV_CANDIDATE *found) {
   row.version = Text(found->version);
   row.service = Text(found->service);
   row.reason = Text(found->reason);
-  row.reasonText = GivenText(*search.options, Text(found->reasonText));
+  row.reasonText = GivenText(Given(*search.options), Text(found->reasonText));
   search.list->rows.push_back(std::move(row));
 }
 
 void OnUnread(void *context, const char *path, const char *reason) {
   const Search &search = *static_cast<Search *>(context);
-  UnreadRow row = {GivenPath(*search.options, Text(path)), Text(reason), Text(path)};
+  UnreadRow row = {GivenPath(Given(*search.options), Text(path)), Text(reason), Text(path)};
   std::error_code error;
   const std::filesystem::file_type type = std::filesystem::symlink_status(HostFile(row.inf), error).type();
   if (type == std::filesystem::file_type::symlink) {
@@ -63,7 +63,7 @@ std::string MultiString(const std::vector<std::string> &texts) {
 
 void Ask(const DriverQuery &query, DriverList *list) {
   Search search = {query.options, list};
-  const std::string directories = MultiString(SearchedDirectories(*query.options));
+  const std::string directories = MultiString(MachineDirectories(Given(*query.options)));
   const std::string hardwareIds = MultiString(query.hardwareIds), compatibleIds = MultiString(query.compatibleIds);
   const VXRDRV_QUERY asked = {query.target, directories.c_str(), hardwareIds.c_str(), compatibleIds.c_str()};
   const VXRDRV_ANSWER answer = {&search, OnCandidate, OnUnread};

@@ -98,7 +98,7 @@ std::string ReasonText(const DriversOptions &options, const Attempt &attempt) {
     return "The narrow reading finds the device in no section for this system.";
   }
   if (attempt.reason == VXRMACHINE_REFUSED_FILE_MISSING) {
-    return "The file " + GivenPath(options, attempt.detail) + " is missing.";
+    return "The file " + GivenPath(Given(options), attempt.detail) + " is missing.";
   }
   return Sentence(RefusalText(attempt.reason, attempt.detail));
 }

@@ -76,6 +76,7 @@ void AddHive(RunRecord *record, const VXRMachine_Event &event) {
     case VXRMACHINE_HIVE_SAVED:
       hive.outcome = HiveOutcome::kSaved;
       hive.size = event.size;
+      hive.digest = MachineText(event.text);
       break;
     default:
       hive.outcome = event.kind == VXRMACHINE_HIVE_REFUSED ? HiveOutcome::kRefused : HiveOutcome::kNotSaved;

@@ -108,8 +108,11 @@ bool AddChoiceEvent(RunRecord *record, const VXRMachine_Event &event) {
       return true;
     case VXRMACHINE_JOB_VALUE_UNKNOWN:
       record->problems.push_back(
-          "The job's " + MachineText(event.subject) + " is \"" + MachineText(event.detail) +
-          "\", which is none of its texts, so that it counted as exact: correct it, or delete it");
+          "The job's " + MachineText(event.subject) +
+          (event.detail == nullptr
+               ? std::string(" is not of the type that it must have, so that it was passed over")
+               : " is \"" + MachineText(event.detail) + "\", which is none of its texts, so that it counted as exact") +
+          ": correct it, or delete it");
       return true;
     default:
       return event.kind == VXRMACHINE_PLAN_KEY;  // told by the values below it

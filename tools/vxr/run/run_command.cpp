@@ -76,10 +76,7 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
     VXRMachine_SetObserver(OnEvent, host);
   }
   CloseMachine();
-  const bool lost = outcome->code == 0 && LostRestoredValues(host->record) != 0;
-  outcome->exitStatus =
-      static_cast<int>(UnsavedRestoredHive(host->record) || lost ? uint32_t{VXR_RESULT_NO_HIVE} : outcome->code);
-  if (outcome->exitStatus == 0 && host->record.noController) outcome->exitStatus = VXR_RESULT_NO_DRIVER;
+  outcome->exitStatus = ExitStatus(outcome->code, host->record);
   if (outcome->exitStatus == 0 && WouldFail(outcome->rehearsal)) outcome->exitStatus = kRehearsalCode;
   return true;
 }

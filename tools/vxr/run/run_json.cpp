@@ -138,6 +138,22 @@ Json UnreadInfs(const RunRecord &record) {
 
 }  // namespace
 
+Json RunJson(const RunRecord &record) {
+  static const RunOptions kInjection;
+  static const RunOutcome kOutcome{};
+  return {{"status_lines", StatusLines(record)},
+          {"devices", Devices(record)},
+          {"files", Files(kInjection, record, false)},
+          {"values", Values(kOutcome, record)},
+          {"values_not_written", FailedValues(record)},
+          {"deletions", DeletionsJson(record, {})},
+          {"unread", UnreadInfs(record)},
+          {"hives", Hives(kOutcome, record)},
+          {"refused_paths", RefusedPaths(record)},
+          {"problems", record.problems},
+          {"log_file", TextOrNull(record.logFile)}};
+}
+
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
   const ResultCode &entry = FindResultCode(MeaningCode(outcome));
   const Json document = {{"machine", kDescribedMachines ? Json(options.machine) : Json()},

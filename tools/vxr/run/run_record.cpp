@@ -118,6 +118,13 @@ std::size_t LostRestoredValues(const RunRecord &record) {
                                                 [](const FailedValue &value) { return InRestoredHive(value); }));
 }
 
+int ExitStatus(std::uint32_t code, const RunRecord &record) {
+  const bool lost = code == 0 && LostRestoredValues(record) != 0;
+  if (UnsavedRestoredHive(record) != nullptr || lost) return VXR_RESULT_NO_HIVE;
+  if (code == 0 && record.noController) return VXR_RESULT_NO_DRIVER;
+  return static_cast<int>(code);
+}
+
 bool HasProblems(const RunRecord &record) {
   return std::any_of(record.lines.begin(), record.lines.end(),
                      [](const auto &l) { return l.code != VXR_STATUS_PROGRESS; }) ||

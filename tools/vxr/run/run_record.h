@@ -78,6 +78,7 @@ struct HiveRecord {
   std::string file, mountPoint, reason;
   HiveOutcome outcome = HiveOutcome::kMounted;
   std::uint64_t size = 0;  // bytes of a saved hive, or one in place but not surely on the disk
+  std::string digest;      // of a hive that a rehearsal would save: SHA-256
   std::string replay;      // what its logs brought, such as "replayed 14 entries from two logs"; empty: nothing
 };
 
@@ -126,6 +127,8 @@ std::string AdviceFor(std::uint32_t code, const RunRecord &record);
 const HiveRecord *UnsavedRestoredHive(const RunRecord &record);
 // How many values of the restored system, or keys for them, were not written.
 std::size_t LostRestoredValues(const RunRecord &record);
+// The program's exit status for a run that ended with that code.
+int ExitStatus(std::uint32_t code, const RunRecord &record);
 // Whether the run met anything that the user should know beside success.
 bool HasProblems(const RunRecord &record);
 // Whether a value's key belongs to the restored system's mounted hive, not to the running system.

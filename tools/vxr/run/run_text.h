@@ -1,6 +1,8 @@
 // A run's outcome for people and for programs.
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include "tools/vxr/run/rehearsal.h"
 #include "tools/vxr/run/run_command.h"
 #include "tools/vxr/run/run_record.h"
@@ -22,4 +24,6 @@ std::vector<DeletedValue> ValuesToDelete(const RunOutcome &outcome, const RunRec
 
 void PrintStatusLine(const StatusLine &line);
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);
+// What a run did, without what it was asked.
+nlohmann::ordered_json RunJson(const RunRecord &record);
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);

@@ -1,0 +1,129 @@
+#include "tools/vxr/rescue/rescue_facts.h"
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+
+#include "rescue/controller_argument.h"
+#include "rescue/describe.h"
+#include "tools/vxr/base/host_file.h"
+#include "tools/vxr/base/output.h"
+#include "tools/vxr/base/program.h"
+
+namespace {
+
+constexpr char kSysfs[] = "/sys";
+constexpr char kMountInfo[] = "/proc/self/mountinfo";
+
+int Refuse(const machine::Status &status, int exitStatus) {
+  PrintError(Words(status));
+  return exitStatus;
+}
+
+bool IsDirectory(const std::string &name) {
+  std::error_code error;
+  return std::filesystem::is_directory(name, error);
+}
+
+int ReadSystem(const RescueOptions &options, RescueFacts *facts) {
+  rescue::RestoredSystem system;
+  if (machine::Status found = rescue::FindWindows(options.root, &system); !found) {
+    return Refuse(found, IsDirectory(options.root) ? 1 : kExitUsage);
+  }
+  if (machine::Status read = rescue::ReadRestoredSystem(&system); !read) return Refuse(read, 1);
+  rescue::Mount mount;
+  if (rescue::FindMount(system.volume, kMountInfo, &mount)) facts->mount = std::move(mount);
+  facts->obstacles = rescue::FindObstacles(system, facts->mount ? &*facts->mount : nullptr);
+  facts->system = std::move(system);
+  return 0;
+}
+
+// Those that the user named; empty, with a message, when there is no such disk.
+std::vector<rescue::Disk> NamedDisks(const RescueOptions &options, const std::vector<rescue::Disk> &all) {
+  std::vector<rescue::Disk> named;
+  for (std::string name : options.disks) {
+    if (name.starts_with("/dev/")) name.erase(0, 5);
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&](const rescue::Disk &disk) { return disk.name == name; });
+    if (found == all.end()) {
+      PrintError(name + ": there is no such disk; vxr inject --list shows all");
+      return {};
+    }
+    named.push_back(*found);
+  }
+  return named;
+}
+
+// Where the root does not tell, since the tree of devices is another machine's: its one disk.
+void TakeOnlyDisk(RescueFacts *facts) {
+  const auto fits = [](const rescue::Disk &disk) { return disk.unfit.empty(); };
+  if (std::count_if(facts->all.begin(), facts->all.end(), fits) == 1) {
+    std::copy_if(facts->all.begin(), facts->all.end(), std::back_inserter(facts->disks), fits);
+  } else {
+    facts->diskProblem =
+        "a captured tree does not say which disk holds the root; name it with --disk (vxr inject "
+        "--list --sysfs DIR shows all)";
+  }
+}
+
+int ReadDisks(const RescueOptions &options, RescueFacts *facts) {
+  if (!options.controllers.empty()) {
+    facts->toCome = true;
+    const machine::Status read = rescue::DisksToCome(options.controllers, &facts->disks);
+    return read ? 0 : Refuse(read, kExitUsage);
+  }
+  const std::string sysfs = options.sysfs.empty() ? kSysfs : options.sysfs;
+  if (machine::Status read = rescue::ListDisks(sysfs, &facts->all); !read) {
+    return Refuse(read, options.sysfs.empty() ? 1 : kExitUsage);
+  }
+  if (!options.disks.empty()) {
+    facts->disks = NamedDisks(options, facts->all);
+    return facts->disks.empty() ? kExitUsage : 0;
+  }
+  if (options.root.empty()) return 0;
+  if (!options.sysfs.empty()) {
+    TakeOnlyDisk(facts);
+  } else if (facts->mount) {
+    const machine::Status found = rescue::DisksOf(*facts->mount, sysfs, &facts->disks);
+    if (!found) facts->diskProblem = Words(found);
+  } else {
+    facts->diskProblem = "no mount is known for " + options.root + "; name the controller with --controller";
+  }
+  return 0;
+}
+
+// Of disks that Windows cannot start from on this hardware the others must do.
+void LeaveOutUnfit(RescueFacts *facts) {
+  const auto unfit = [](const rescue::Disk &disk) { return !disk.unfit.empty(); };
+  const auto first = std::find_if(facts->disks.begin(), facts->disks.end(), unfit);
+  if (first == facts->disks.end()) return;
+  const std::string line = first->name + ": " + first->unfit;
+  facts->disks.erase(std::remove_if(facts->disks.begin(), facts->disks.end(), unfit), facts->disks.end());
+  if (facts->disks.empty()) facts->diskProblem = line;
+}
+
+}  // namespace
+
+int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *facts) {
+  facts->drivers.names = options.drivers;
+  if (!options.root.empty()) {
+    if (const int failed = ReadSystem(options, facts); failed != 0) return failed;
+    std::erase(facts->drivers.letters, facts->system->drive);
+    std::erase(facts->drivers.letters, rescue::RunningDrive(*facts->system));
+  }
+  if (!CheckDirectories(&facts->drivers, true, help)) return kExitUsage;
+  if (const int failed = ReadDisks(options, facts); failed != 0) return failed;
+  LeaveOutUnfit(facts);
+  return 0;
+}
+
+std::string MachineFile(const RescueFacts &facts, const std::string &scratch) {
+  rescue::Description description;
+  description.system = *facts.system;
+  description.disks = rescue::OneForEachController(facts.disks);
+  description.drives = DrivesToml(facts.drivers);
+  description.driverDirectories = MachineDirectories(facts.drivers);
+  description.scratch = scratch;
+  description.time = std::time(nullptr);
+  return rescue::DescribeMachine(description);
+}

@@ -1,0 +1,29 @@
+// The restored system and the machine, as the commands of a rescue system found them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "rescue/disk_chain.h"
+#include "rescue/obstacles.h"
+#include "rescue/restored_system.h"
+#include "tools/vxr/base/given_directories.h"
+#include "tools/vxr/rescue/rescue_options.h"
+
+struct RescueFacts {
+  GivenDirectories drivers;
+  std::optional<rescue::RestoredSystem> system;
+  std::optional<rescue::Mount> mount;
+  std::vector<rescue::Disk> all;    // of the machine
+  std::vector<rescue::Disk> disks;  // that the system is to start from
+  bool toCome = false;              // they are made up, for controllers that the user named
+  std::string diskProblem;          // why there are none
+  std::vector<rescue::Obstacle> obstacles;
+};
+
+// 0, or after a message the exit status: kExitUsage for an argument that is none, 1 when the system cannot be told.
+int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *facts);
+
+// The machine file of what was found. `scratch`: host directory for the running system's drive.
+std::string MachineFile(const RescueFacts &facts, const std::string &scratch);
