@@ -121,3 +121,7 @@ endif()
 # The rescue system: the machine that Linux runs on, and the restored system as its files tell. The ids of devices serve
 # both builds.
 add_library(vxr_rescue STATIC rescue/windows_ids.cpp)
+if(NOT WIN32)
+  target_sources(vxr_rescue PRIVATE rescue/sysfs.cpp rescue/pci_tree.cpp rescue/block_device.cpp rescue/mount_table.cpp
+                 rescue/disk_chain.cpp)
+endif()
