@@ -57,8 +57,7 @@ Status FindBelow(const fs::path &sysfs, const std::string &whole, std::vector<st
   if (!file.empty()) {
     below->push_back(WholeOfFile(sysfs, file));
     if (below->back().empty()) {
-      return Status::Refused("/dev/" + whole + " is the image " + file +
-                             ", behind no disk of its own: " + kNameController);
+      return Status::Refused("/dev/" + whole + " is the image " + file + ", not a disk: " + kNameController);
     }
   }
   for (const std::string &name : ListNames(sysfs, "block/" + whole + "/slaves")) {

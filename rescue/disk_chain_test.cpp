@@ -156,7 +156,7 @@ TEST_F(DiskChain, AFileSystemLiesOnAllDisksBelowIt) {
   const std::string sys = (folder / "sys").string(), at = "/mnt (ntfs3 from /dev/x) ";
   const std::string none = at + "is on no disk: " + kName;
   const auto image = [](const char *loop, const char *file) {
-    return std::string(loop) + " is the image " + file + ", behind no disk of its own: " + kName;
+    return std::string(loop) + " is the image " + file + ", not a disk: " + kName;
   };
   for (const auto &[device, minor, expected] : std::initializer_list<std::tuple<unsigned, unsigned, std::string>>{
            {8, 2, "sda "},             // a partition
