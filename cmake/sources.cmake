@@ -123,5 +123,6 @@ endif()
 add_library(vxr_rescue STATIC rescue/windows_ids.cpp)
 if(NOT WIN32)
   target_sources(vxr_rescue PRIVATE
-    rescue/controller_argument.cpp rescue/describe.cpp rescue/device_tables.cpp)
+    rescue/block_device.cpp rescue/controller_argument.cpp rescue/describe.cpp rescue/device_tables.cpp
+    rescue/disk_chain.cpp rescue/mount_table.cpp rescue/pci_tree.cpp rescue/sysfs.cpp)
 endif()

@@ -103,6 +103,11 @@ add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test
          ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
 
+# The disks of the machine that a rescue system runs on.
+vxr_test(disk_chain_test unit rescue/disk_chain_test.cpp)
+target_link_libraries(disk_chain_test PRIVATE vxr_rescue)
+target_compile_definitions(disk_chain_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+
 # The boot-sector repair: on small images, what the command line says of it, and on disks that other tools made.
 vxr_test(boot_volume_test machine engine/boot_volume_test.cpp)
 add_test(NAME fix_boot COMMAND ${PROJECT_SOURCE_DIR}/tests/fix_boot_test.sh $<TARGET_FILE:vxr>)

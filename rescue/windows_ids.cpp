@@ -102,4 +102,10 @@ std::vector<std::string> CompatibleIds(const PciFunction &function) {
   return ids;
 }
 
+const char *SetupClass(const PciFunction &function) {
+  const unsigned kind = function.classCode.value_or(0) >> 8;
+  if (kind >> 8 == 0x06) return "{4D36E97D-E325-11CE-BFC1-08002BE10318}";
+  return kind == 0x0101 || kind == 0x0106 ? "hdc" : "SCSIAdapter";
+}
+
 }  // namespace rescue

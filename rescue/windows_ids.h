@@ -25,4 +25,8 @@ bool IsPciFunction(const std::string &text);
 std::vector<std::string> HardwareIds(const PciFunction &function);
 std::vector<std::string> CompatibleIds(const PciFunction &function);
 
+// The class that Windows' set-up gives it: "hdc" for IDE and AHCI, "SCSIAdapter" for every other controller and for
+// what is not known, of bridges the GUID of the system's own devices.
+const char *SetupClass(const PciFunction &function);
+
 }  // namespace rescue
