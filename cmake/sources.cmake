@@ -121,3 +121,9 @@ endif()
 # The rescue system: the machine that Linux runs on, and the restored system as its files tell. The ids of devices serve
 # both builds.
 add_library(vxr_rescue STATIC rescue/windows_ids.cpp)
+if(NOT WIN32)
+  target_sources(vxr_rescue PRIVATE rescue/disk_names.cpp rescue/find_windows.cpp rescue/hibernation.cpp
+    rescue/ntfs_volume.cpp rescue/obstacles.cpp rescue/restored_system.cpp rescue/system_files.cpp
+    rescue/witnesses.cpp)
+  target_link_libraries(vxr_rescue PUBLIC "$<LINK_GROUP:RESCAN,vxr_hive_file,vxr_inf_file>")
+endif()
