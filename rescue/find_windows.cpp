@@ -166,6 +166,7 @@ Status FindWindows(const fs::path &root, RestoredSystem *system) {
   if (IsWindows(place)) return TakeNamed(place, system);
   const Candidates found = ListCandidates(place);
   if (found.current.size() > 1) return RefuseSeveral(root, found.current);
+  if (!found.current.empty() && HoldsOldWindows(place)) return TakeNamed(found.current.front(), system);
   if (!found.current.empty()) {
     for (const fs::path &old : found.old) {
       system->doubts.push_back(old.string() + " is an earlier installation, and stays as it is");

@@ -81,10 +81,14 @@ void CheckAllNames(const RestoredSystem &system, Obstacles *obstacles) {
 
 // --- What this machine lets be done ----------------------------------------------------------------------------------
 
-void CheckWritable(const RestoredSystem &system, const Mount *mount, Obstacles *obstacles) {
+bool IsReadOnly(const RestoredSystem &system, const Mount *mount) {
   struct statvfs volume;
-  bool readOnly = (mount != nullptr && mount->readOnly) ||
-                  (statvfs(system.windows.c_str(), &volume) == 0 && (volume.f_flag & ST_RDONLY) != 0);
+  return (mount != nullptr && mount->readOnly) ||
+         (statvfs(system.windows.c_str(), &volume) == 0 && (volume.f_flag & ST_RDONLY) != 0);
+}
+
+void CheckWritable(const RestoredSystem &system, const Mount *mount, Obstacles *obstacles) {
+  bool readOnly = IsReadOnly(system, mount);
   // A new hive takes the old one's place in its directory.
   const fs::path touched[] = {system.windows, system.systemHive.parent_path(), system.systemHive,
                               FindBelow(system.system32, {"drivers"})};
@@ -150,9 +154,9 @@ void CheckEncryption(const Mount &mount, const fs::path &device, const fs::path 
 
 // The kernel's driver sets the mark itself on every volume that it mounts for writing, so it tells something only of
 // one that is mounted read-only, which is what drivers do with a volume that was dirty before.
-void CheckDirty(const Mount &mount, const fs::path &device, Obstacles *obstacles) {
+void CheckDirty(const RestoredSystem &system, const Mount &mount, const fs::path &device, Obstacles *obstacles) {
   VolumeHead head;
-  if (!mount.readOnly || !ReadVolumeHead(device, &head) || !head.dirty) return;
+  if (!IsReadOnly(system, &mount) || !ReadVolumeHead(device, &head) || !head.dirty) return;
   obstacles->push_back({"dirty-volume",
                         "The NTFS volume at " + mount.point.string() +
                             " has to be checked first; run chkdsk /f on Windows, or unmount it and run ntfsfix -d " +
@@ -178,7 +182,7 @@ Obstacles FindObstacles(const RestoredSystem &system, const Mount *mount, const 
   if (mount != nullptr) {
     const fs::path device = DeviceOf(*mount);
     CheckEncryption(*mount, device, sysfs, &obstacles);
-    CheckDirty(*mount, device, &obstacles);
+    CheckDirty(system, *mount, device, &obstacles);
     CheckFileSystem(system, *mount, &obstacles);
   }
   CheckWritable(system, mount, &obstacles);

@@ -30,7 +30,8 @@ Status OpenRestoredHive(const std::filesystem::path &file, Hive *hive) {
 
 // A failure about a file, in one line.
 Status About(const std::filesystem::path &file, const Status &failure) {
-  return Status::Refused(file.string() + " " + Words(failure), failure.error);
+  const char *remedy = failure.error == EACCES ? "; run as root" : "";
+  return Status::Refused(file.string() + " " + Words(failure) + remedy, failure.error);
 }
 
 Status Damaged() { return Status::Refused("is damaged within its bins; restore the file again"); }
@@ -40,7 +41,7 @@ Status Damaged() { return Status::Refused("is damaged within its bins; restore t
 void ReadLanguage(Hive *hive, const std::u16string &control, RestoredSystem *system) {
   const auto language = ParseNumber(ReadHiveText(hive, control + u"\\Nls\\Language", u"Default"), 16);
   const auto page = ParseNumber(ReadHiveText(hive, control + u"\\Nls\\CodePage", u"ACP"), 10);
-  if (language) {
+  if (language && *language <= 0xFFFF) {
     system->language = *language;
   } else {
     system->doubts.push_back("its SYSTEM hive does not tell its language, which is taken for 0x0409 (English)");
@@ -87,7 +88,9 @@ Status ReadSystemHive(RestoredSystem *system, Witnesses *witnesses) {
 void ReadSoftwareHive(RestoredSystem *system, Witnesses *witnesses) {
   const std::u16string key = u"Microsoft\\Windows NT\\CurrentVersion";
   Hive hive;
-  witnesses->softwareRead = OpenRestoredHive(system->softwareHive, &hive);
+  std::error_code error;
+  const bool there = std::filesystem::exists(std::filesystem::symlink_status(system->softwareHive, error));
+  witnesses->softwareRead = there ? OpenRestoredHive(system->softwareHive, &hive) : Status::Refused("is missing");
   if (!witnesses->softwareRead) return;
   const auto text = [&](const char16_t *name) { return ReadHiveText(&hive, key, name); };
   constexpr std::uint32_t kHighestVersion = 255, kHighestBuild = 0xFFFF;
@@ -100,12 +103,12 @@ void ReadSoftwareHive(RestoredSystem *system, Witnesses *witnesses) {
   witnesses->softwareBuild = build <= kHighestBuild ? build : 0;
   witnesses->systemRoot = text(u"SystemRoot").value_or("");
   witnesses->installationType = text(u"InstallationType").value_or("");
-  if (hive.damaged) witnesses->softwareRead = Damaged();
   system->revision = ReadHiveNumber(&hive, key, u"UBR");
   system->productName = text(u"ProductName").value_or("");
   system->edition = text(u"EditionID").value_or("");
   system->release = text(u"DisplayVersion").value_or("");
   if (system->release.empty()) system->release = text(u"ReleaseId").value_or("");
+  if (hive.damaged) witnesses->softwareRead = Damaged();
 }
 
 }  // namespace

@@ -139,7 +139,7 @@ TEST_F(Restored, FactsOfEveryFileAndTheirContradictions) {
        {},
        kTen,
        "10.0.19041.0 arch 9 product 1 suite 0x100 lang 0407 page 1252 set 1 db 1 C  \n"
-       "its SOFTWARE hive does not exist; correct the path: the version is ntoskrnl.exe's"},
+       "its SOFTWARE hive is missing: the version is ntoskrnl.exe's"},
       {{database}, ten, {6, 3, 9600, 0x8664}, "...is 6.3, its SOFTWARE hive says 10.0: ntoskrnl.exe is believed"},
       {{database}, ten, {10, 0, 14393, 0x8664}, "...is of build 14393, its SOFTWARE hive says 19045"},
       {{}, ten, kTen, "...that of 6.1 or earlier (it has no DriverDatabase)"},
@@ -198,6 +198,7 @@ TEST_F(Restored, WindowsIsFoundOrWhatToNameInstead) {
       {{"v/Windows" + hive, "v/windows.OLD.000/WINDOWS" + hive},
        "v/windows.OLD.000/WINDOWS",
        "v windows.OLD.000/WINDOWS 1"},
+      {{"v/Windows.old/WINDOWS" + hive}, "v/Windows.old", "v Windows.old/WINDOWS 1"},
       {{"v/Windows.old/WINDOWS" + hive}, "v", "name it: --root " + (base / "v/Windows.old/WINDOWS").string()},
       {{"v/Windows" + hive, "v/WIN2" + hive}, "v", "more than one Windows (WIN2, Windows)"},
       {{"v/Windows" + hive}, "v/Windows/SYSTEM32", "inside a Windows directory: name " + (base / "v/Windows").string()},
@@ -265,8 +266,10 @@ TEST_F(Restored, ObstaclesAreFound) {
       {[&] { Write("v/Windows/System32/Config/SYSTEM.log1", ""), Write("v/Windows/System32/Config/SYSTEM.LOG1", ""); },
        "double-name unusable-hive"},
       {[&] {
-         std::fstream hive(base / "v/Windows/System32/Config/SYSTEM", std::ios::in | std::ios::out | std::ios::binary);
-         hive.seekp(4).put(9);
+         std::vector<uint8_t> hive = BuildHive(SystemHiveValues(1));
+         hive[4] = 9;
+         SetHiveChecksum(&hive);
+         Write("v/Windows/System32/Config/SYSTEM", std::string(hive.begin(), hive.end()));
        },
        "dirty-hive"},
       {[&] { Write("v/Windows/System32/Config/SYSTEM", "no hive"); }, "unusable-hive"},

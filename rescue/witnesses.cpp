@@ -31,7 +31,11 @@ Status DecideVersion(const Witnesses &witnesses, RestoredSystem *system) {
   system->major = version->major;
   system->minor = version->minor;
   if (!kernel) Doubt(system, "its ntoskrnl.exe " + say(witnesses.kernelRead) + ": the version is the SOFTWARE hive's");
-  if (!software) Doubt(system, "its SOFTWARE hive " + say(witnesses.softwareRead) + ": the version is ntoskrnl.exe's");
+  if (!software) {
+    Doubt(system, "its SOFTWARE hive " + say(witnesses.softwareRead) + ": the version is ntoskrnl.exe's");
+  } else if (!witnesses.softwareRead) {
+    Doubt(system, "its SOFTWARE hive " + Words(witnesses.softwareRead));
+  }
   if (kernel && software && *kernel != *software) {
     Doubt(system, "its ntoskrnl.exe is " + Text(*kernel) + ", its SOFTWARE hive says " + Text(*software) +
                       ": ntoskrnl.exe is believed");
