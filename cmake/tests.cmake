@@ -118,6 +118,10 @@ target_sources(vxr_test_support PRIVATE tests/support/pe_builder.cpp)
 vxr_test(version_test machine platform/machine/version/version_resource_test.cpp)
 vxr_test(settings_file_test machine platform/machine/files/settings_file_test.cpp)
 
+# The rescue system: what a restored system's files tell, and what forbids changing it.
+vxr_test(restored_system_test unit rescue/restored_system_test.cpp)
+target_link_libraries(restored_system_test PRIVATE vxr_rescue)
+
 # What the platform's calls give, here and on Windows alike.
 set(VXR_CONTRACT_TESTS tests/platform_contract_files_test.cpp tests/platform_contract_settings_test.cpp
     tests/platform_contract_inf_test.cpp tests/platform_differences_test.cpp

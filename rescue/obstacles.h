@@ -10,14 +10,19 @@
 namespace rescue {
 
 struct Obstacle {
-  std::string
-      word;  // for programs: "hibernated", "read-only", "dirty-volume", "encrypted", "dirty-hive", "double-name"
+  // For programs: "hibernated", "read-only", "no-rights", "dirty-volume", "encrypted", "not-ntfs", "dirty-hive",
+  // "unusable-hive", "double-name".
+  std::string word;
   std::string text;       // one line: what is wrong and the remedy
   bool forcible = false;  // the user may take the risk
   std::string loss;       // what is lost then, a sentence
 };
 
-// `mount`: null for a root of which no mount is known.
-std::vector<Obstacle> FindObstacles(const RestoredSystem &system, const Mount *mount);
+// Of a system that was found; that its facts were read is needed only to tell which may lie on another file system than
+// NTFS, and nothing is changed. `mount`: null for a root of which no mount is known. `sysfs` tells what is below a
+// mapped device. A run that is forced over "hibernated" must call ForgetHibernation (hibernation.h) before its first
+// change.
+std::vector<Obstacle> FindObstacles(const RestoredSystem &system, const Mount *mount,
+                                    const std::filesystem::path &sysfs = "/sys");
 
 }  // namespace rescue

@@ -1,10 +1,7 @@
 #include "tools/vxr/hive/hive_facts.h"
 
-#include <cstdio>
-
-#include "platform/machine/base/little_endian.h"
 #include "platform/machine/hive/hive_logs.h"
-#include "platform/text/code_page.h"
+#include "rescue/system_files.h"
 
 namespace {
 
@@ -37,26 +34,12 @@ std::vector<LogFacts> FactsOfLogs(const Hive &hive) {
   return logs;
 }
 
-std::optional<machine::StoredValue> Find(Hive *hive, const std::u16string &key, const std::u16string &name) {
-  machine::StoredValue value;
-  const auto path = machine::ParseKeyPath(key);
-  if (!machine::FindHiveValue(hive, path, machine::FoldKeyName(name), &value)) return std::nullopt;
-  return value;
-}
-
 // The control set that the system starts from next, and the name in it.
 void ReadSystemFacts(Hive *hive, HiveFacts *facts) {
-  const auto current = Find(hive, u"Select", u"Current");
-  if (!current || current->type != REG_DWORD || current->bytes.size() != 4) return;
-  const std::uint32_t set = machine::ReadLe32(current->bytes.data());
-  facts->controlSet = set;
-  char number[16];
-  std::snprintf(number, sizeof number, "%03u", set);
-  const std::u16string key = u"ControlSet" + std::u16string(number, number + std::char_traits<char>::length(number));
-  const auto name = Find(hive, key + u"\\Control\\ComputerName\\ComputerName", u"ComputerName");
-  if (!name || !machine::IsTextType(name->type)) return;
-  const std::u16string text = machine::WholeText(name->bytes);
-  facts->machineName = machine::Utf16ToUtf8(std::u16string_view(text).substr(0, text.find(u'\0')));
+  facts->controlSet = rescue::ReadHiveNumber(hive, u"Select", u"Current");
+  if (!facts->controlSet) return;
+  const std::u16string key = rescue::ControlSetName(*facts->controlSet) + u"\\Control\\ComputerName\\ComputerName";
+  facts->machineName = rescue::ReadHiveText(hive, key, u"ComputerName");
 }
 
 // Reads the logs, whatever the hive is, and a usable hive itself. The first failure, that of opening it included.

@@ -1,25 +1,18 @@
 #include "tools/vxr/run/restored_facts.h"
 
-#include <fcntl.h>
-
-#include <algorithm>
-#include <array>
-#include <charconv>
 #include <cstring>
 
 #include "platform/machine/base/little_endian.h"
 #include "platform/machine/hive/hive.h"
-#include "platform/machine/host/file_bytes.h"
-#include "platform/machine/version/version_resource.h"
-#include "platform/machine/version/version_tree.h"
-#include "platform/text/code_page.h"
+#include "rescue/system_files.h"
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/extension/extension_file.h"
-#include "tools/vxr/hive/hive_facts.h"
 
 namespace {
+
+using rescue::SystemVersion;
 
 // --- The job ---------------------------------------------------------------------------------------------------------
 
@@ -77,36 +70,29 @@ std::string RestoredDirectory(std::string recorded, const std::string &root) {
 
 // --- The restored system ---------------------------------------------------------------------------------------------
 
-std::optional<SystemVersion> FileVersion(const std::vector<BYTE> &resource) {
-  constexpr std::size_t kVersionOffset = 8;  // behind the signature and the record's own version
-  const auto fixed = machine::IsVersionTree(resource) ? machine::FindVersionValue(resource, "\\") : std::nullopt;
-  if (!fixed || fixed->size < kVersionOffset + 4) return std::nullopt;
-  const std::uint32_t both = machine::ReadLe32(resource.data() + fixed->offset + kVersionOffset);
-  return SystemVersion{both >> 16, both & 0xFFFF};
+// Opens a hive of the restored system to look at it; false when there is none that can be.
+bool OpenSystemsHive(const std::string &systemDirectory, const char *name, machine::Hive *hive) {
+  const std::string path = HostPathOf(systemDirectory + "\\config\\" + name);
+  return !path.empty() && OpenHiveFile(hive, path, machine::HiveUse::kLook);
 }
 
-std::optional<std::uint32_t> ReadNumber(machine::Hive *hive, const char16_t *key, const char16_t *name) {
-  machine::StoredValue value;
-  if (!FindHiveValue(hive, machine::ParseKeyPath(key), machine::FoldKeyName(name), &value) || value.type != REG_DWORD ||
-      value.bytes.size() != 4) {
-    return std::nullopt;
-  }
-  return machine::ReadLe32(value.bytes.data());
+std::optional<SystemVersion> KernelVersion(const std::string &systemDirectory) {
+  rescue::KernelFacts facts;
+  const bool read = static_cast<bool>(rescue::ReadKernel(HostPathOf(systemDirectory + "\\ntoskrnl.exe"), &facts));
+  return read ? facts.version : std::nullopt;
 }
 
-std::optional<SystemVersion> ParseVersion(std::string_view text) {
-  SystemVersion version;
-  const char *end = text.data() + text.size();
-  const auto major = std::from_chars(text.data(), end, version.major);
-  if (major.ec != std::errc() || major.ptr == end || *major.ptr != '.') return std::nullopt;
-  return std::from_chars(major.ptr + 1, end, version.minor).ec == std::errc() ? std::optional(version) : std::nullopt;
+std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory) {
+  machine::Hive hive;
+  return OpenSystemsHive(systemDirectory, "SOFTWARE", &hive) ? rescue::SoftwareVersion(&hive) : std::nullopt;
+}
+
+std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {
+  machine::Hive hive;
+  return OpenSystemsHive(systemDirectory, "SYSTEM", &hive) ? rescue::HasDriverDatabase(&hive) : std::nullopt;
 }
 
 // --- For people ------------------------------------------------------------------------------------------------------
-
-std::string Text(const SystemVersion &version) {
-  return std::to_string(version.major) + "." + std::to_string(version.minor);
-}
 
 std::string ArchitectureText(std::uint32_t architecture) {
   switch (architecture) {
@@ -123,7 +109,6 @@ std::string ArchitectureText(std::uint32_t architecture) {
 
 // What the restored system says against a version, by the best witness that there is; empty when nothing does.
 std::string Objection(const std::string &systemDirectory, const SystemVersion &version) {
-  constexpr SystemVersion kFirstWithDatabase = {6, 2};
   if (const auto kernel = KernelVersion(systemDirectory)) {
     return *kernel == version ? "" : "the restored system's kernel is " + Text(*kernel);
   }
@@ -131,8 +116,7 @@ std::string Objection(const std::string &systemDirectory, const SystemVersion &v
     return *software == version ? "" : "the restored system's SOFTWARE hive says " + Text(*software);
   }
   const auto database = HasDriverDatabase(systemDirectory);
-  const bool late =
-      std::pair(version.major, version.minor) >= std::pair(kFirstWithDatabase.major, kFirstWithDatabase.minor);
+  const bool late = version >= rescue::kFirstWithDatabase;
   if (!database || *database == late) return "";
   return std::string("the restored system's SYSTEM hive is that of ") +
          (*database ? "6.2 or later (it has DriverDatabase)" : "6.1 or earlier (it has no DriverDatabase)");
@@ -182,49 +166,6 @@ JobFacts ReadJobFacts(std::uint32_t job) {
   facts.wrongVersion = major.wrong || minor.wrong;
   facts.systemDirectory = RestoredDirectory(std::move(recorded), ReadJobText(facts.key, "RootPath"));
   return facts;
-}
-
-std::optional<SystemVersion> KernelVersion(const std::string &systemDirectory) {
-  const std::string path = HostPathOf(systemDirectory + "\\ntoskrnl.exe");
-  const machine::Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  machine::ImageSource source;
-  if (!file || !machine::RegularFileSize(file.fd, &source.size)) return std::nullopt;
-  source.read = [&file](std::uint64_t offset, void *buffer, std::size_t size) {
-    return static_cast<bool>(machine::ReadAt(file.fd, offset, buffer, size));
-  };
-  std::vector<BYTE> resource;
-  if (ReadVersionResource(source, &resource) != machine::VersionResource::kFound) return std::nullopt;
-  return FileVersion(resource);
-}
-
-std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory) {
-  constexpr char16_t kKey[] = u"Microsoft\\Windows NT\\CurrentVersion";
-  machine::Hive hive;
-  const std::string path = HostPathOf(systemDirectory + "\\config\\SOFTWARE");
-  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook)) return std::nullopt;
-  // From 10.0 on the text says 6.3 for ever, and the numbers are there.
-  const auto major = ReadNumber(&hive, kKey, u"CurrentMajorVersionNumber");
-  const auto minor = ReadNumber(&hive, kKey, u"CurrentMinorVersionNumber");
-  if (major && minor) return SystemVersion{*major, *minor};
-  machine::StoredValue text;
-  if (!FindHiveValue(&hive, machine::ParseKeyPath(kKey), machine::FoldKeyName(u"CurrentVersion"), &text) ||
-      !machine::IsTextType(text.type)) {
-    return std::nullopt;
-  }
-  return ParseVersion(machine::Utf16ToUtf8(machine::WholeText(text.bytes)));
-}
-
-std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {
-  machine::Hive hive;
-  const std::string path = HostPathOf(systemDirectory + "\\config\\SYSTEM");
-  if (path.empty() || !OpenHiveFile(&hive, path, machine::HiveUse::kLook)) return std::nullopt;
-  if (FindHiveKey(&hive, machine::ParseKeyPath(u"DriverDatabase"))) return true;
-  const auto set = ReadNumber(&hive, u"Select", u"Current");
-  std::string number = std::to_string(set.value_or(1));
-  number.insert(0, number.size() < 3 ? 3 - number.size() : 0, '0');
-  const std::string old = "ControlSet" + number + "\\Control\\CriticalDeviceDatabase";
-  if (FindHiveKey(&hive, machine::ParseKeyPath(machine::Utf8ToUtf16(old)))) return false;
-  return std::nullopt;
 }
 
 std::vector<std::string> FindContradictions(const JobFacts &facts) {

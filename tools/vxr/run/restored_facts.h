@@ -22,17 +22,6 @@ struct JobFacts {
 // Of a job of the open machine.
 JobFacts ReadJobFacts(std::uint32_t job);
 
-struct SystemVersion {
-  std::uint32_t major = 0, minor = 0;
-  bool operator==(const SystemVersion &) const = default;
-};
-
-// By the system's files below a Windows path of the open machine; nothing when they do not tell.
-std::optional<SystemVersion> KernelVersion(const std::string &systemDirectory);    // ntoskrnl.exe's version resource
-std::optional<SystemVersion> SoftwareVersion(const std::string &systemDirectory);  // the SOFTWARE hive
-// Whether the SYSTEM hive is of 6.2 or later, which keep their critical devices in another database.
-std::optional<bool> HasDriverDatabase(const std::string &systemDirectory);
-
 // One line for people for each value that is wrong, and for a version that the restored system's files contradict. To
 // be asked for before the run, which writes into both.
 std::vector<std::string> FindContradictions(const JobFacts &facts);
