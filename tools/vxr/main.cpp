@@ -16,6 +16,10 @@
 #include "tools/vxr/extension/show_command.h"
 #include "tools/vxr/hive/hive_command.h"
 #include "tools/vxr/inf/inf_command.h"
+#ifndef _WIN32
+#include "tools/vxr/rescue/describe_command.h"
+#include "tools/vxr/rescue/inject_command.h"
+#endif
 #include "tools/vxr/run/run_command.h"
 #ifdef _WIN32
 #include "tools/vxr/base/running_machine.h"
@@ -156,6 +160,53 @@ CLI::App *AddHive(CLI::App *app, HiveOptions *options) {
 }
 #endif
 
+#ifndef _WIN32
+// What the commands of a rescue system share.
+void AddRescueOptions(CLI::App *command, RescueOptions *options) {
+  command->add_option("--root", options->root, "Where the restored system's volume is mounted, such as /mnt")
+      ->type_name("DIR");
+  command
+      ->add_option("--drivers", options->drivers,
+                   "A directory of driver packages, unpacked; searched with all below it")
+      ->type_name("DIR");
+  command
+      ->add_option("--controller", options->controllers,
+                   "Hardware to come, in place of the disk that holds the root: PCI\\VEN_1000&DEV_0054... or\n"
+                   "1000:0054[:SUBV:SUBD[:REV]] with the class behind it, such as 0107")
+      ->type_name("ID");
+  command->add_option("--disk", options->disks, "The disk to start from, such as sda; without it the root's own")
+      ->type_name("NAME");
+  command->add_option("--sysfs", options->sysfs, "A captured /sys of another machine, in place of this one's")
+      ->type_name("DIR");
+}
+
+CLI::App *AddDescribe(CLI::App *app, RescueOptions *options) {
+  CLI::App *describe = AddCommand(app, "describe", "Print the machine file that inject would use");
+  AddRescueOptions(describe, options);
+  describe->get_option("--root")->required();
+  describe->footer(
+      "The file opens with vxr run --machine FILE --job 1. Nothing is changed.\n"
+      "Exit status: 0; 1 when the restored system or its disks cannot be told; 2 for wrong usage.");
+  return describe;
+}
+
+CLI::App *AddInject(CLI::App *app, RescueOptions *options) {
+  CLI::App *inject =
+      AddCommand(app, "inject", "Put the drivers that this machine needs into a restored system that is mounted");
+  AddRescueOptions(inject, options);
+  inject->add_flag("--list", options->list, "Only show what was found: the system, disks, controllers and their ids");
+  inject->add_flag("--dry-run", options->dryRun, "Show what would be done; change nothing");
+  inject->add_flag("--force", options->force, "Go on although the system was hibernated, which loses what it saved");
+  inject->add_flag("--json", options->json, "Print one JSON document instead of text");
+  inject->footer(
+      "Drivers are chosen as Windows itself would. What is changed can be taken back: vxr undo.\n"
+      "Exit status: 0 when the system has its drivers; 1 when it must not be changed, or cannot be told; 2 for wrong\n"
+      "usage; 3 when a controller has no driver; others as of vxr run. Unless it is 0, nothing was changed, or the\n"
+      "last lines say what was.");
+  return inject;
+}
+#endif
+
 void AddCodePage(CLI::App *command, unsigned *codePage) {
   command->add_option("--code-page", *codePage, "ANSI code page of the recorded machine")
       ->type_name("NUMBER")
@@ -276,7 +327,10 @@ int Run(int argc, char **argv) {
   AddInf(&app, &infOptions);
 #ifndef _WIN32
   HiveOptions hiveOptions;
+  RescueOptions describeOptions, injectOptions;
   const CLI::App *hive = AddHive(&app, &hiveOptions);
+  const CLI::App *describe = AddDescribe(&app, &describeOptions);
+  const CLI::App *inject = AddInject(&app, &injectOptions);
 #endif
   try {
     app.parse(argc, argv);
@@ -285,6 +339,8 @@ int Run(int argc, char **argv) {
   }
 #ifndef _WIN32
   if (hive->parsed()) return HiveCommand(hiveOptions);
+  if (describe->parsed()) return DescribeCommand(describeOptions);
+  if (inject->parsed()) return InjectCommand(injectOptions);
 #endif
   if (run->parsed()) return RunCommand(runOptions);
   if (drivers->parsed()) return DriversCommand(driversOptions);

@@ -55,6 +55,10 @@ bool CheckCount(const RescueFacts &facts) {
 
 int InjectCommand(const RescueOptions &options) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
+  if (options.root.empty() && !options.list) {
+    PrintError("name where the restored system's volume is mounted: --root DIR; see vxr inject --help");
+    return kExitUsage;
+  }
   RescueFacts facts;
   if (const int failed = GatherFacts(options, "vxr inject --help", &facts); failed != 0) return failed;
   if (options.list) return List(options, facts);
