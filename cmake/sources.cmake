@@ -49,24 +49,25 @@ if(WIN32)
   add_library(vxr_platform STATIC platform/win32/calls.cpp ${VXR_BOTH_BUILDS})
   target_link_libraries(vxr_platform PUBLIC setupapi cfgmgr32 version)
 else()
-  # Hive files, their logs and what is in them, and version resources, without a machine: the command line reads them too.
+  # Hive files, their logs and what is in them, version resources, and new files in the place of old ones, without a
+  # machine: the command line and the rescue system use them too.
   add_library(vxr_hive_file STATIC
-    platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp
+    platform/machine/base/errors.cpp platform/machine/base/fault.cpp
+    platform/machine/host/digest.cpp platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp
+    platform/machine/host/replace_file.cpp
     platform/machine/hive/base_block.cpp platform/machine/hive/hive.cpp platform/machine/hive/hive_check.cpp
     platform/machine/hive/hive_keys.cpp
     platform/machine/hive/hive_log.cpp platform/machine/hive/hive_logs.cpp
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
     platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
     platform/machine/version/version_resource.cpp platform/machine/version/version_tree.cpp)
-  target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX)
+  target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX PRIVATE PkgConfig::NETTLE)
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC ${VXR_BOTH_BUILDS} platform/machine/machine.cpp
-    platform/machine/base/errors.cpp platform/machine/base/fault.cpp platform/machine/base/handles.cpp
-    platform/machine/base/heap.cpp platform/machine/base/report.cpp
+    platform/machine/base/handles.cpp platform/machine/base/heap.cpp platform/machine/base/report.cpp
     platform/machine/text/command_line.cpp platform/machine/text/settings_text.cpp
     platform/machine/text/wide_text.cpp platform/machine/text/wildcard.cpp
     platform/machine/host/attributes.cpp platform/machine/host/rehearsal.cpp
-    platform/machine/host/replace_file.cpp
     platform/machine/description/current.cpp platform/machine/description/description.cpp
     platform/machine/description/description_values.cpp platform/machine/description/setup_class.cpp
     platform/machine/hive/hive_cells.cpp platform/machine/hive/hive_save.cpp
@@ -126,6 +127,7 @@ if(NOT WIN32)
     rescue/block_device.cpp rescue/controller_argument.cpp rescue/describe.cpp rescue/device_tables.cpp
     rescue/disk_chain.cpp rescue/disk_names.cpp rescue/find_windows.cpp rescue/hibernation.cpp
     rescue/mount_table.cpp rescue/ntfs_volume.cpp rescue/obstacles.cpp rescue/pci_tree.cpp
-    rescue/restored_system.cpp rescue/sysfs.cpp rescue/system_files.cpp rescue/witnesses.cpp)
-  target_link_libraries(vxr_rescue PUBLIC "$<LINK_GROUP:RESCAN,vxr_hive_file,vxr_inf_file>")
+    rescue/restored_system.cpp rescue/sysfs.cpp rescue/system_files.cpp rescue/undo_folder.cpp rescue/undo_keep.cpp
+    rescue/undo_look.cpp rescue/undo_manifest.cpp rescue/undo_take_back.cpp rescue/witnesses.cpp)
+  target_link_libraries(vxr_rescue PUBLIC "$<LINK_GROUP:RESCAN,vxr_hive_file,vxr_inf_file>" PRIVATE vxr_headers)
 endif()

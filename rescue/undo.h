@@ -26,7 +26,8 @@ struct UndoPlan {
 };
 
 // Makes "vxr-undo/DATE-N" in the Windows directory: every file that will be replaced, and a manifest. All of it is on
-// the disk when this returns. `*folder` gets its path. A failure leaves nothing behind.
+// the disk when this returns. `*folder` gets its path. A failure, one line that says all, leaves nothing behind. Paths
+// need not be spelled as on disk; a file that is there and begins as a hive is one.
 machine::Status KeepForUndo(const UndoPlan &plan, std::filesystem::path *folder);
 // Takes such a folder away again when nothing that it names has changed; false when something has.
 bool DropIfUnused(const std::filesystem::path &folder);
@@ -47,18 +48,21 @@ struct UndoEntry {
 
 struct UndoFolder {
   std::filesystem::path folder, volume;
+  bool unfinished = false;  // without a manifest: the run was stopped before it changed anything
   std::int64_t time = 0;
   std::string program;
   std::vector<UndoEntry> entries;
   std::string problem;  // why it cannot be used; empty: it can
 };
 
-// The manifest of a folder, each entry looked at. Fails, with one line, when there is none or it is damaged.
+// The manifest of a folder, each entry looked at. Fails, with what follows the folder's name, when it is damaged or the
+// path leads to no such folder.
 machine::Status ReadUndoFolder(const std::filesystem::path &folder, UndoFolder *undo);
-// The folders of a restored system, the oldest first; `root` as for FindWindows.
+// The folders of a restored system, the oldest first; `root` as for FindWindows. Fails with what follows its name.
 machine::Status ListUndoFolders(const std::filesystem::path &root, std::vector<UndoFolder> *folders);
 // Takes back what the injection left and nothing has changed since; then removes the folder, when nothing of it is left
-// to do. Stopped at any moment, the same call goes on with it. A failure says what could not be done.
+// to do. Stopped at any moment, the same call goes on with it. A failure, which follows the folder's name, says what
+// could not be done. A hive that has changed keeps everything as it is.
 machine::Status TakeBack(const UndoFolder &undo);
 
 }  // namespace rescue

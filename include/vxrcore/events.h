@@ -12,7 +12,8 @@ enum {
                                      of the running system too */
   VXRMACHINE_HIVE_LOADED = 4,     /* subject: hive file, detail: mount point */
   VXRMACHINE_HIVE_REFUSED = 5,    /* subject: hive file, detail: reason */
-  VXRMACHINE_HIVE_SAVED = 6,      /* subject: hive file, size: bytes */
+  VXRMACHINE_HIVE_SAVED = 6,      /* subject: hive file, size: bytes, text: in a rehearsal SHA-256 of the bytes that it
+                                     would have, 64 lower-case hexadecimal digits */
   VXRMACHINE_HIVE_NOT_SAVED = 7,  /* subject: hive file, detail: reason, size: 0 when the old hive stays, else bytes of
                                      the new one, which is in place but not surely on the disk */
   VXRMACHINE_DRIVER_CHOSEN = 8,   /* subject: INF file, detail: driver description, text: its first hardware id */

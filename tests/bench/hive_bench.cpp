@@ -103,8 +103,9 @@ void ChangeHive(benchmark::State &state, const char *name) {
     state.ResumeTiming();
     machine::Hive hive;
     std::uint64_t size = 0;
+    std::string digest;
     if (!Load(&hive, "changed", EntriesOf(name)) || !CreateHiveKey(&hive, key) ||
-        !SetHiveValue(&hive, key, {u"Number", REG_DWORD, {1, 0, 0, 0}}) || !SaveHive(&hive, &size)) {
+        !SetHiveValue(&hive, key, {u"Number", REG_DWORD, {1, 0, 0, 0}}) || !SaveHive(&hive, &size, &digest)) {
       state.SkipWithError("the hive was not changed as it should be");
     }
   }

@@ -23,6 +23,8 @@
 #include "tools/vxr/run/run_command.h"
 #ifdef _WIN32
 #include "tools/vxr/base/running_machine.h"
+#else
+#include "tools/vxr/rescue/undo_command.h"
 #endif
 
 namespace {
@@ -157,6 +159,24 @@ CLI::App *AddHive(CLI::App *app, HiveOptions *options) {
       "The hive and its logs are not changed. Exit status: 0; 1 when a run would refuse the hive, or OUT cannot be\n"
       "written; 2 for wrong usage. What to do about a refused hive: docs/hives.md.");
   return hive;
+}
+
+CLI::App *AddUndo(CLI::App *app, UndoOptions *options) {
+  CLI::App *undo = AddCommand(app, "undo", "Take an injection into a restored system back");
+  CLI::Option *folder =
+      undo->add_option("folder", options->folder, "Folder that the injection made, Windows/vxr-undo/DATE-N")
+          ->type_name("DIR");
+  undo->add_option("--list", options->root, "Show the injections below the root of a restored volume instead")
+      ->type_name("ROOT")
+      ->excludes(folder);
+  undo->add_flag("--json", options->json, "Print one JSON document instead of text");
+  undo->footer(
+      "Puts back every file that the injection replaced, removes those that it added, then the folder. What has\n"
+      "changed since is named and left; when the registry has changed, everything is left. A run that was stopped\n"
+      "goes on when it is started again.\n"
+      "Exit status: 0, also when nothing is left to take back; 1 when something has changed since or could not be\n"
+      "done; 2 for wrong usage.");
+  return undo;
 }
 #endif
 
@@ -328,9 +348,11 @@ int Run(int argc, char **argv) {
 #ifndef _WIN32
   HiveOptions hiveOptions;
   RescueOptions describeOptions, injectOptions;
+  UndoOptions undoOptions;
   const CLI::App *hive = AddHive(&app, &hiveOptions);
-  const CLI::App *describe = AddDescribe(&app, &describeOptions);
   const CLI::App *inject = AddInject(&app, &injectOptions);
+  const CLI::App *undo = AddUndo(&app, &undoOptions);
+  const CLI::App *describe = AddDescribe(&app, &describeOptions);
 #endif
   try {
     app.parse(argc, argv);
@@ -339,8 +361,9 @@ int Run(int argc, char **argv) {
   }
 #ifndef _WIN32
   if (hive->parsed()) return HiveCommand(hiveOptions);
-  if (describe->parsed()) return DescribeCommand(describeOptions);
   if (inject->parsed()) return InjectCommand(injectOptions);
+  if (undo->parsed()) return UndoCommand(undoOptions);
+  if (describe->parsed()) return DescribeCommand(describeOptions);
 #endif
   if (run->parsed()) return RunCommand(runOptions);
   if (drivers->parsed()) return DriversCommand(driversOptions);

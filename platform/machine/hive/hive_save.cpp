@@ -16,6 +16,7 @@
 #include "platform/machine/hive/hive.h"
 #include "platform/machine/hive/hive_check.h"
 #include "platform/machine/hive/hive_logs.h"
+#include "platform/machine/host/digest.h"
 #include "platform/machine/host/file_bytes.h"
 #include "platform/machine/host/rehearsal.h"
 #include "platform/machine/host/replace_file.h"
@@ -139,12 +140,13 @@ Status Replace(NewFile *created) {
 }
 
 // Makes the new hive in memory, and asks whether it could take the old one's place.
-Status RehearseSave(const Hive &hive, std::uint64_t *size) {
+Status RehearseSave(const Hive &hive, std::uint64_t *size, std::string *digest) {
   Descriptor made;
   std::uint64_t needed = 0;
   if (Status memory = MakeMemoryFile(&made); !memory) return memory;
   if (Status written = WriteNewHive(hive, made.fd, &needed); !written) return written;
   if (Status would = RehearseNewFile(hive.directory.fd, hive.name, needed); !would) return would;
+  if (Status read = FileDigest(made.fd, needed, digest); !read) return read;
   *size = needed;
   return {};
 }
@@ -163,8 +165,9 @@ Status SaveInPlace(const Hive &hive, std::uint64_t *size) {
 
 }  // namespace
 
-Status SaveHive(Hive *hive, std::uint64_t *size) {
+Status SaveHive(Hive *hive, std::uint64_t *size, std::string *digest) {
   *size = 0;
+  digest->clear();
   ForgetUnchanged(hive);
   if (hive->changes.empty() && hive->deleted.empty()) {
     // All was there already: perhaps from a run that was stopped before the disk knew the new hive's name.
@@ -177,7 +180,7 @@ Status SaveHive(Hive *hive, std::uint64_t *size) {
   if (Status read = ReadForChange(hive); !read) return read;
   if (Status applied = ApplyDeletions(hive); !applied) return applied;
   if (Status applied = ApplyChanges(hive); !applied) return applied;
-  return Rehearsing() ? RehearseSave(*hive, size) : SaveInPlace(*hive, size);
+  return Rehearsing() ? RehearseSave(*hive, size, digest) : SaveInPlace(*hive, size);
 }
 
 }  // namespace machine

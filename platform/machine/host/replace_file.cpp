@@ -192,19 +192,22 @@ Status WriteAll(int file, const char *bytes, std::size_t size) {
 }
 
 Status TakeOver(const NewFile &created) {
-  if (Status asked = AskedFailure("file take over"); !asked) return asked;
-  const int file = created.file.fd;
   const Descriptor from(openat(created.directory, created.target.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  return from ? TakeOver(from.fd, created.file.fd) : Status::System();
+}
+
+Status TakeOver(int from, int to) {
+  if (Status asked = AskedFailure("file take over"); !asked) return asked;
   struct stat status;
-  if (!from || fstat(from.fd, &status) != 0) return Status::System();
+  if (fstat(from, &status) != 0) return Status::System();
   // The owner first, since a change of owner clears parts of the mode; the mode last, since without write permission
   // attributes are refused.
   const timespec times[2] = {status.st_atim, {0, UTIME_OMIT}};
-  if (Status copied = CopyOwner(status, file); !copied) return copied;
-  const std::string fromName = "/proc/self/fd/" + std::to_string(from.fd);
-  if (Status copied = CopyAttributes(fromName, created.HostName()); !copied) return copied;
-  if (Status copied = CopyMode(status, file); !copied) return copied;
-  return Answered(futimens(file, times));
+  if (Status copied = CopyOwner(status, to); !copied) return copied;
+  const std::string names = "/proc/self/fd/";
+  if (Status copied = CopyAttributes(names + std::to_string(from), names + std::to_string(to)); !copied) return copied;
+  if (Status copied = CopyMode(status, to); !copied) return copied;
+  return Answered(futimens(to, times));
 }
 
 // Some file systems cannot flush a directory and say so; what they answer otherwise is a real failure.

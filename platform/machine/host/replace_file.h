@@ -49,6 +49,8 @@ Status WriteAll(int file, const char *bytes, std::size_t size);
 // also those of NTFS. Fails when owner or mode cannot be the same, since others might then read or change it, or for
 // want of room. Attributes that the file system or the system's rules refuse are passed over.
 Status TakeOver(const NewFile &created);
+// The same from any open file, which may be an O_PATH descriptor.
+Status TakeOver(int from, int to);
 
 // Flushes the file, puts it in place and flushes the directory; `exists` says whether there is an old one to replace.
 // The failure says for people which step it was. Only when the last step fails is the new file `inPlace` after a

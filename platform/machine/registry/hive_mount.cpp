@@ -18,12 +18,14 @@ namespace {
 
 void PrintLine(const std::string &line) { platform::OutputDebugStringA(("reg.exe: " + line + "\n").c_str()); }
 
-void ReportHive(DWORD kind, const std::string &subject, const std::string &detail, std::uint64_t size = 0) {
+void ReportHive(DWORD kind, const std::string &subject, const std::string &detail, std::uint64_t size = 0,
+                const std::string &text = {}) {
   VXRMachine_Event event = {};
   event.kind = kind;
   event.subject = subject.c_str();
   event.detail = detail.empty() ? nullptr : detail.c_str();
   event.size = size;
+  event.text = text.empty() ? nullptr : text.c_str();
   Report(event);
 }
 
@@ -65,24 +67,25 @@ Status OpenNamedHive(const char *windowsPath, Hive *hive) {
 
 // What was set in a damaged hive is not all that was to be set: a restored system is better left as it was than with
 // half a driver. The running system goes on with what it has.
-Status Save(MountedHive *mounted, std::uint64_t *size) {
+Status Save(MountedHive *mounted, std::uint64_t *size, std::string *digest) {
   if (mounted->discarded) {
     return Status::Refused("it holds part of a driver that could not be taken back; see the errors, then run again");
   }
-  if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size);
+  if (mounted->running || !mounted->hive->damaged) return SaveHive(mounted->hive.get(), size, digest);
   return Status::Refused(
       "it is damaged (error 1009) where it was read or changed; restore the hive file again, then run again");
 }
 
 bool SaveMounted(MountedHive *mounted) {
   std::uint64_t size = 0;
-  if (const Status saved = Save(mounted, &size); !saved) {
+  std::string digest;
+  if (const Status saved = Save(mounted, &size, &digest); !saved) {
     const std::string reason = Words(saved);
     PrintLine(mounted->subject + " is not saved: " + reason);
     ReportHive(VXRMACHINE_HIVE_NOT_SAVED, mounted->subject, reason, size);
     return false;
   }
-  if (size != 0) ReportHive(VXRMACHINE_HIVE_SAVED, mounted->subject, "", size);
+  if (size != 0) ReportHive(VXRMACHINE_HIVE_SAVED, mounted->subject, "", size, digest);
   return true;
 }
 
