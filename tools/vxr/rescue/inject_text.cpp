@@ -44,7 +44,8 @@ void PrintValues(const Injection &injection) {
   std::vector<std::string> keys;
   std::map<std::string, std::size_t> counts;
   for (const ValueRecord &value : RestoredValues(injection.record)) {
-    if (counts[value.key]++ == 0) keys.push_back(value.key);
+    const std::string key = value.key.substr(value.key.find('\\') + 1);  // without the mount point
+    if (counts[key]++ == 0) keys.push_back(key);
   }
   if (!keys.empty()) PrintTitle(injection.done ? "Registry values written" : "Registry values that would be written");
   for (const std::string &key : keys) {

@@ -74,11 +74,6 @@ std::uint32_t Run(Listener *listener) {
   return code;
 }
 
-bool WouldSave(const RunRecord &record) {
-  return std::any_of(record.hives.begin(), record.hives.end(),
-                     [](const HiveRecord &hive) { return hive.outcome == HiveOutcome::kSaved; });
-}
-
 // --- What an injection would change
 // ------------------------------------------------------------------------------------
 
@@ -128,11 +123,12 @@ machine::Status PlanUndo(const RescueFacts &facts, const RunRecord &record, resc
 // --- The injection
 // -----------------------------------------------------------------------------------------------------
 
-// An empty directory in memory for the running system's drive, which a run looks at and has nothing on.
+// A directory in memory for the running system's drive, of which a run lists the INF files, and there are none.
 std::string MakeScratch() {
   for (const char *place : {"/dev/shm", "/run", "/tmp"}) {
     std::string name = std::string(place) + "/vxr-XXXXXX";
-    if (mkdtemp(name.data()) != nullptr) return name;
+    std::error_code error;
+    if (mkdtemp(name.data()) != nullptr && fs::create_directories(name + "/Windows/inf", error)) return name;
   }
   return "";
 }
