@@ -12,7 +12,7 @@
 namespace rescue {
 namespace {
 
-constexpr std::uint32_t kWestern = 1252;
+constexpr std::uint32_t kWestern = 1252, kX64 = 9, kArm64 = 12;
 
 std::string Text(const std::string &text) { return machine::TomlString(text); }
 
@@ -37,11 +37,12 @@ std::string Time(std::int64_t seconds) {
 std::string SystemTable(const Description &description) {
   const RestoredSystem &system = description.system;
   const std::string drive(1, RunningDrive(system));
+  // The described machine's processor need not be the restored system's, which the job names.
+  const std::uint32_t processor = system.architecture == kArm64 ? kX64 : system.architecture;
   const std::uint32_t page = machine::KnownCodePage(system.codePage) ? system.codePage : kWestern;
   return "[system]\nsystem_directory = '" + drive + ":\\Windows\\System32'\nwindows_directory = '" + drive +
          ":\\Windows'\nos = { major = " + std::to_string(system.major) + ", minor = " + std::to_string(system.minor) +
-         ", build = " + std::to_string(system.build) +
-         " }\nprocessor = { architecture = " + std::to_string(system.architecture) +
+         ", build = " + std::to_string(system.build) + " }\nprocessor = { architecture = " + std::to_string(processor) +
          " }\ncode_page = " + std::to_string(page) + "\nlanguage = " + std::to_string(system.language) +
          "\nclock = " + Time(description.time) + "\n";
 }
@@ -142,10 +143,18 @@ std::string DescribeMachine(const Description &description) {
 std::vector<Disk> OneForEachController(const std::vector<Disk> &disks) {
   std::vector<Disk> chosen;
   std::set<std::pair<std::string, unsigned>> controllers;
-  for (const Disk &disk : disks) {
+  const auto add = [&](const Disk &disk) {
     // The channels of an IDE controller are devices of their own.
     const unsigned channel = disk.bus == DiskBus::kIde ? disk.channel : 0;
     if (controllers.emplace(ControllerKey(disk.controller), channel).second) chosen.push_back(disk);
+  };
+  for (const Disk &disk : disks) {
+    add(disk);
+    for (const ControllerPath &other : disk.otherControllers) {
+      Disk same = disk;
+      same.controller = other;
+      add(same);
+    }
   }
   return chosen;
 }

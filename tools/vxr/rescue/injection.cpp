@@ -13,6 +13,7 @@
 #include "platform/machine/host/file_bytes.h"
 #include "platform/scope_guard.h"
 #include "rescue/describe.h"
+#include "rescue/hibernation.h"
 #include "rescue/undo.h"
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
@@ -168,6 +169,12 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
     return;
   }
   KeepLog(facts, injection->undo);
+  // Not part of what is kept: a session that is resumed after the volume was changed would damage it.
+  if (machine::Status forgotten = rescue::ForgetHibernation(*facts.system); !forgotten) {
+    injection->problem = Words(forgotten) + "; nothing was changed";
+    if (rescue::DropIfUnused(injection->undo)) injection->undo.clear();
+    return;
+  }
   Listener listener;
   injection->code = Run(&listener);
   VXRMachine_SetObserver(OnEvent, &listener);
