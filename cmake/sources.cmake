@@ -124,9 +124,9 @@ endif()
 add_library(vxr_rescue STATIC rescue/windows_ids.cpp)
 if(NOT WIN32)
   target_sources(vxr_rescue PRIVATE
-    rescue/block_device.cpp rescue/controller_argument.cpp rescue/describe.cpp rescue/device_tables.cpp
-    rescue/disk_chain.cpp rescue/disk_names.cpp rescue/find_windows.cpp rescue/hibernation.cpp
-    rescue/mount_table.cpp rescue/ntfs_volume.cpp rescue/obstacles.cpp rescue/pci_tree.cpp
+    rescue/block_device.cpp rescue/boot_drivers.cpp rescue/controller_argument.cpp rescue/describe.cpp
+    rescue/device_tables.cpp rescue/disk_chain.cpp rescue/disk_names.cpp rescue/find_windows.cpp
+    rescue/hibernation.cpp rescue/mount_table.cpp rescue/ntfs_volume.cpp rescue/obstacles.cpp rescue/pci_tree.cpp
     rescue/restored_system.cpp rescue/sysfs.cpp rescue/system_files.cpp rescue/undo_folder.cpp rescue/undo_keep.cpp
     rescue/undo_look.cpp rescue/undo_manifest.cpp rescue/undo_take_back.cpp rescue/witnesses.cpp)
   target_link_libraries(vxr_rescue PUBLIC "$<LINK_GROUP:RESCAN,vxr_hive_file,vxr_inf_file>" PRIVATE vxr_headers)

@@ -118,7 +118,7 @@ Status ReadRestoredSystem(RestoredSystem *system) {
   if (Status read = ReadSystemHive(system, &witnesses); !read) return read;
   ReadSoftwareHive(system, &witnesses);
   const std::filesystem::path kernel = FindBelow(system->system32, {"ntoskrnl.exe"});
-  witnesses.kernelRead = kernel.empty() ? Status::Refused("is missing") : ReadKernel(kernel, &witnesses.kernel);
+  witnesses.kernelRead = kernel.empty() ? Status::Refused("is missing") : ReadImage(kernel, &witnesses.kernel);
   witnesses.runs32BitPrograms = !FindBelow(system->windows, {"SysWOW64"}).empty();
   return DecideFacts(witnesses, system);
 }

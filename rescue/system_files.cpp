@@ -22,7 +22,7 @@ using machine::ReadLe16;
 using machine::ReadLe32;
 using machine::Status;
 
-// --- The kernel ------------------------------------------------------------------------------------------------------
+// --- Images ---------------------------------------------------------------------------------------------------------
 
 std::optional<std::uint32_t> ArchitectureOf(std::uint32_t imageMachine) {
   switch (imageMachine) {
@@ -53,14 +53,16 @@ std::optional<std::uint32_t> ImageArchitecture(const machine::ImageSource &image
   return ArchitectureOf(ReadLe16(&header[kMachine]));
 }
 
-void ReadFileVersion(const std::vector<BYTE> &resource, KernelFacts *facts) {
-  constexpr std::size_t kVersionOffset = 8, kBuildOffset = 14;  // behind the signature and the record's own version
+void ReadFileVersion(const std::vector<BYTE> &resource, ImageFacts *facts) {
+  constexpr std::size_t kVersionOffset = 8, kRevisionOffset = 12,
+                        kBuildOffset = 14;  // behind the signature and the record's own version
   const auto fixed = machine::IsVersionTree(resource) ? machine::FindVersionValue(resource, "\\") : std::nullopt;
   if (!fixed || fixed->size < kBuildOffset + 2) return;
   const BYTE *value = resource.data() + fixed->offset;
   const std::uint32_t both = ReadLe32(value + kVersionOffset);
   facts->version = SystemVersion{both >> 16, both & 0xFFFF};
   facts->build = ReadLe16(value + kBuildOffset);
+  facts->revision = ReadLe16(value + kRevisionOffset);
 }
 
 // --- Hives -----------------------------------------------------------------------------------------------------------
@@ -86,7 +88,7 @@ std::string Text(const SystemVersion &version) {
   return std::to_string(version.major) + "." + std::to_string(version.minor);
 }
 
-Status ReadKernel(const std::filesystem::path &file, KernelFacts *facts) {
+Status ReadImage(const std::filesystem::path &file, ImageFacts *facts) {
   *facts = {};
   const machine::Descriptor image(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!image) return errno == ENOENT ? Status::Refused("is missing", ENOENT) : Status::System("cannot be read");

@@ -22,14 +22,15 @@ std::string Text(const SystemVersion &version);  // "6.1"
 // The first that keeps its critical devices in DriverDatabase.
 inline constexpr SystemVersion kFirstWithDatabase = {6, 2};
 
-struct KernelFacts {
+// Of a program or a driver.
+struct ImageFacts {
   std::optional<SystemVersion> version;       // of its version resource
-  std::uint32_t build = 0;                    // of the same; 0 without
-  std::optional<std::uint32_t> architecture;  // 0 x86, 5 ARM, 6 Itanium, 9 x64, 12 ARM64
+  std::uint32_t build = 0, revision = 0;      // of the same; 0 without
+  std::optional<std::uint32_t> architecture;  // 0 x86, 5 ARM, 6 Itanium, 9 x64, 12 ARM64; nothing: it is no image
 };
 
-// Of ntoskrnl.exe. Fails, in the form that follows its name, when it cannot be read; what it does not tell stays empty.
-machine::Status ReadKernel(const std::filesystem::path &file, KernelFacts *facts);
+// Fails, in the form that follows the file's name, when it cannot be read; what it does not tell stays empty.
+machine::Status ReadImage(const std::filesystem::path &file, ImageFacts *facts);
 
 // Values of a hive that was opened; nothing when there is none, or it is of another type.
 std::optional<std::uint32_t> ReadHiveNumber(machine::Hive *hive, const std::u16string &key, const char16_t *name);

@@ -14,7 +14,7 @@ namespace rescue {
 
 // What each file tells, before it is decided whom to believe.
 struct Witnesses {
-  KernelFacts kernel;
+  ImageFacts kernel;
   machine::Status kernelRead, softwareRead;
   std::optional<SystemVersion> software;
   std::uint32_t softwareBuild = 0;           // 0: not told

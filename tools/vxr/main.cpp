@@ -19,6 +19,7 @@
 #ifndef _WIN32
 #include "tools/vxr/rescue/describe_command.h"
 #include "tools/vxr/rescue/inject_command.h"
+#include "tools/vxr/rescue/system_command.h"
 #endif
 #include "tools/vxr/run/run_command.h"
 #ifdef _WIN32
@@ -210,6 +211,17 @@ CLI::App *AddDescribe(CLI::App *app, RescueOptions *options) {
   return describe;
 }
 
+CLI::App *AddSystem(CLI::App *app, SystemOptions *options) {
+  CLI::App *system = AddCommand(app, "system", "Show a restored Windows: version, state, the drivers it starts with");
+  system->add_option("root", options->root, "Where its volume is mounted, such as /mnt")->required()->type_name("ROOT");
+  system
+      ->add_option("--id", options->ids, "A device's id, to tell which driver it gets: PCI\\VEN_8086&DEV_2922&CC_0106")
+      ->type_name("ID");
+  system->add_flag("--json", options->json, "Print one JSON document instead of text");
+  system->footer("Nothing is changed. Exit status: 0; 1 when the system cannot be told; 2 for wrong usage.");
+  return system;
+}
+
 CLI::App *AddInject(CLI::App *app, RescueOptions *options) {
   CLI::App *inject =
       AddCommand(app, "inject", "Put the drivers that this machine needs into a restored system that is mounted");
@@ -348,9 +360,11 @@ int Run(int argc, char **argv) {
 #ifndef _WIN32
   HiveOptions hiveOptions;
   RescueOptions describeOptions, injectOptions;
+  SystemOptions systemOptions;
   UndoOptions undoOptions;
   const CLI::App *hive = AddHive(&app, &hiveOptions);
   const CLI::App *inject = AddInject(&app, &injectOptions);
+  const CLI::App *system = AddSystem(&app, &systemOptions);
   const CLI::App *undo = AddUndo(&app, &undoOptions);
   const CLI::App *describe = AddDescribe(&app, &describeOptions);
 #endif
@@ -361,6 +375,7 @@ int Run(int argc, char **argv) {
   }
 #ifndef _WIN32
   if (hive->parsed()) return HiveCommand(hiveOptions);
+  if (system->parsed()) return SystemCommand(systemOptions);
   if (inject->parsed()) return InjectCommand(injectOptions);
   if (undo->parsed()) return UndoCommand(undoOptions);
   if (describe->parsed()) return DescribeCommand(describeOptions);

@@ -6,8 +6,6 @@
 
 using Json = nlohmann::ordered_json;
 
-namespace {
-
 const char *ArchitectureText(std::uint32_t architecture) {
   switch (architecture) {
     case 0:
@@ -20,6 +18,8 @@ const char *ArchitectureText(std::uint32_t architecture) {
       return "x64";
   }
 }
+
+namespace {
 
 const char *ProductText(std::uint32_t product) {
   return product == 3 ? "server" : product == 2 ? "domain controller" : "workstation";
@@ -61,17 +61,6 @@ std::string SizeText(std::uint64_t bytes) {
   char text[32];
   std::snprintf(text, sizeof text, "%.1f %s", size, kUnits[unit]);
   return text;
-}
-
-void PrintSystem(const rescue::RestoredSystem &system) {
-  PrintTitle("Restored system");
-  const std::string name = system.productName.empty() ? "Windows" : system.productName;
-  PrintLine("  " + name + (system.release.empty() ? "" : " " + system.release) + ", " + Version(system) + ", " +
-            ArchitectureText(system.architecture) + ", " + ProductText(system.product));
-  PrintLine("  in " + system.windows.string() + ", its drive " + system.drive + ":" +
-            (system.computerName.empty() ? "" : ", computer " + system.computerName));
-  if (!system.hiveReplay.empty()) PrintLine("  its registry was not closed cleanly: " + system.hiveReplay);
-  for (const std::string &doubt : system.doubts) PrintLine("  note: " + doubt);
 }
 
 void PrintNode(const rescue::PciNode &node, const char *what) {
@@ -121,6 +110,19 @@ Json DisksJson(const std::vector<rescue::Disk> &disks) {
   return list;
 }
 
+}  // namespace
+
+void PrintSystem(const rescue::RestoredSystem &system) {
+  PrintTitle("Restored system");
+  const std::string name = system.productName.empty() ? "Windows" : system.productName;
+  PrintLine("  " + name + (system.release.empty() ? "" : " " + system.release) + ", " + Version(system) + ", " +
+            ArchitectureText(system.architecture) + ", " + ProductText(system.product));
+  PrintLine("  in " + system.windows.string() + ", its drive " + system.drive + ":" +
+            (system.computerName.empty() ? "" : ", computer " + system.computerName));
+  if (!system.hiveReplay.empty()) PrintLine("  its registry was not closed cleanly: " + system.hiveReplay);
+  for (const std::string &doubt : system.doubts) PrintLine("  note: " + doubt);
+}
+
 Json SystemJson(const rescue::RestoredSystem &system) {
   const auto orNull = [](const std::string &text) { return text.empty() ? Json() : Json(text); };
   return {{"windows", system.windows.string()},
@@ -141,8 +143,6 @@ Json SystemJson(const rescue::RestoredSystem &system) {
           {"doubts", system.doubts}};
 }
 
-}  // namespace
-
 void PrintFacts(const RescueFacts &facts, bool all) {
   if (facts.system) PrintSystem(*facts.system);
   const std::vector<rescue::Disk> &disks = all ? facts.all : facts.disks;
@@ -152,14 +152,18 @@ void PrintFacts(const RescueFacts &facts, bool all) {
   if (!facts.diskProblem.empty()) PrintLine("  " + facts.diskProblem);
 }
 
-Json FactsJson(const RescueFacts &facts) {
+Json ObstaclesJson(const RescueFacts &facts) {
   Json obstacles = Json::array();
   for (const rescue::Obstacle &obstacle : facts.obstacles) {
     obstacles.push_back({{"reason", obstacle.word}, {"text", obstacle.text}, {"forcible", obstacle.forcible}});
   }
+  return obstacles;
+}
+
+Json FactsJson(const RescueFacts &facts) {
   return {{"system", facts.system ? SystemJson(*facts.system) : Json()},
           {"all_disks", DisksJson(facts.all)},
           {"disks", DisksJson(facts.disks)},
           {"disk_problem", facts.diskProblem.empty() ? Json() : Json(facts.diskProblem)},
-          {"obstacles", std::move(obstacles)}};
+          {"obstacles", ObstaclesJson(facts)}};
 }

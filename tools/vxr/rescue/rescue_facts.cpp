@@ -25,19 +25,6 @@ bool IsDirectory(const std::string &name) {
   return std::filesystem::is_directory(name, error);
 }
 
-int ReadSystem(const RescueOptions &options, RescueFacts *facts) {
-  rescue::RestoredSystem system;
-  if (machine::Status found = rescue::FindWindows(options.root, &system); !found) {
-    return Refuse(found, IsDirectory(options.root) ? 1 : kExitUsage);
-  }
-  if (machine::Status read = rescue::ReadRestoredSystem(&system); !read) return Refuse(read, 1);
-  rescue::Mount mount;
-  if (rescue::FindMount(system.volume, kMountInfo, &mount)) facts->mount = std::move(mount);
-  facts->obstacles = rescue::FindObstacles(system, facts->mount ? &*facts->mount : nullptr);
-  facts->system = std::move(system);
-  return 0;
-}
-
 // Those that the user named; empty, with a message, when there is no such disk.
 std::vector<rescue::Disk> NamedDisks(const RescueOptions &options, const std::vector<rescue::Disk> &all) {
   std::vector<rescue::Disk> named;
@@ -104,10 +91,23 @@ void LeaveOutUnfit(RescueFacts *facts) {
 
 }  // namespace
 
+int GatherSystem(const std::string &root, RescueFacts *facts) {
+  rescue::RestoredSystem system;
+  if (machine::Status found = rescue::FindWindows(root, &system); !found) {
+    return Refuse(found, IsDirectory(root) ? 1 : kExitUsage);
+  }
+  if (machine::Status read = rescue::ReadRestoredSystem(&system); !read) return Refuse(read, 1);
+  rescue::Mount mount;
+  if (rescue::FindMount(system.volume, kMountInfo, &mount)) facts->mount = std::move(mount);
+  facts->obstacles = rescue::FindObstacles(system, facts->mount ? &*facts->mount : nullptr);
+  facts->system = std::move(system);
+  return 0;
+}
+
 int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *facts) {
   facts->drivers.names = options.drivers;
   if (!options.root.empty()) {
-    if (const int failed = ReadSystem(options, facts); failed != 0) return failed;
+    if (const int failed = GatherSystem(options.root, facts); failed != 0) return failed;
     std::erase(facts->drivers.letters, facts->system->drive);
     std::erase(facts->drivers.letters, rescue::RunningDrive(*facts->system));
   }

@@ -25,5 +25,8 @@ struct RescueFacts {
 // 0, or after a message the exit status: kExitUsage for an argument that is none, 1 when the system cannot be told.
 int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *facts);
 
+// The restored system alone, and what forbids changing it.
+int GatherSystem(const std::string &root, RescueFacts *facts);
+
 // The machine file of what was found. `scratch`: host directory for the running system's drive.
 std::string MachineFile(const RescueFacts &facts, const std::string &scratch);

@@ -77,8 +77,8 @@ bool OpenSystemsHive(const std::string &systemDirectory, const char *name, machi
 }
 
 std::optional<SystemVersion> KernelVersion(const std::string &systemDirectory) {
-  rescue::KernelFacts facts;
-  const bool read = static_cast<bool>(rescue::ReadKernel(HostPathOf(systemDirectory + "\\ntoskrnl.exe"), &facts));
+  rescue::ImageFacts facts;
+  const bool read = static_cast<bool>(rescue::ReadImage(HostPathOf(systemDirectory + "\\ntoskrnl.exe"), &facts));
   return read ? facts.version : std::nullopt;
 }
 

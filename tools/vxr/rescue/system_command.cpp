@@ -1,0 +1,121 @@
+#include "tools/vxr/rescue/system_command.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "rescue/boot_drivers.h"
+#include "tools/vxr/base/output.h"
+#include "tools/vxr/rescue/facts_text.h"
+#include "tools/vxr/rescue/rescue_facts.h"
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+std::string Number(const std::optional<std::uint32_t> &number) { return number ? std::to_string(*number) : "none"; }
+
+void PrintControlSets(const rescue::BootState &state) {
+  std::string sets;
+  for (const std::uint32_t set : state.controlSets) sets += (sets.empty() ? "" : ", ") + std::to_string(set);
+  PrintTitle("Control sets");
+  PrintLine("  " + sets + "; current " + Number(state.current) + ", default " + Number(state.standard) +
+            ", last known good " + Number(state.lastKnownGood) + ", failed " + Number(state.failed));
+}
+
+// What keeps a driver from being loaded, or what it is.
+std::string DriverState(const rescue::BootDriver &driver, const rescue::RestoredSystem &system) {
+  if (driver.file.empty()) return "its file is missing";
+  if (!driver.architecture) return "its file is no driver";
+  if (*driver.architecture != system.architecture) {
+    return std::string("its file is for ") + ArchitectureText(*driver.architecture);
+  }
+  return driver.version.empty() ? "present" : driver.version;
+}
+
+bool IsSound(const rescue::BootDriver &driver, const rescue::RestoredSystem &system) {
+  return !driver.file.empty() && driver.architecture == system.architecture;
+}
+
+void PrintDrivers(const rescue::BootState &state, const rescue::RestoredSystem &system) {
+  PrintTitle("Drivers that start with it");
+  std::size_t name = 0;
+  for (const rescue::BootDriver &driver : state.drivers) name = std::max(name, driver.service.size());
+  for (const rescue::BootDriver &driver : state.drivers) {
+    const std::string held = driver.startOverride.value_or(0) == 0
+                                 ? ""
+                                 : ", held back (StartOverride " + std::to_string(*driver.startOverride) + ")";
+    // A driver that is held back is not missed.
+    const bool bad = held.empty() && !IsSound(driver, system);
+    PrintLine("  " + Padded(driver.service, name) + "  " + DriverState(driver, system) + held, bad ? Style::kBad
+                                                                                               : held.empty()
+                                                                                                   ? Style::kPlain
+                                                                                                   : Style::kDim);
+  }
+}
+
+void PrintDevices(const rescue::BootState &state, const rescue::RestoredSystem &system) {
+  PrintTitle(system.driverDatabase ? "Driver database" : "Critical devices");
+  PrintLine("  " + std::to_string(state.devices) + (state.devices == 1 ? " id" : " ids"));
+  for (const rescue::BootDevice &device : state.asked) {
+    const bool named = !device.service.empty() || !device.inf.empty();
+    const std::string service = device.service.empty() ? "no service" : "service " + device.service;
+    PrintLine("  " + device.id + "  " +
+                  (!named               ? "is not named"
+                   : device.inf.empty() ? service
+                                        : device.inf + ", " + service),
+              named ? Style::kPlain : Style::kBad);
+  }
+}
+
+Json OrNull(const std::optional<std::uint32_t> &number) { return number ? Json(*number) : Json(); }
+Json OrNull(const std::string &text) { return text.empty() ? Json() : Json(text); }
+
+void PrintJson(const RescueFacts &facts, const rescue::BootState &state) {
+  Json drivers = Json::array(), devices = Json::array();
+  for (const rescue::BootDriver &driver : state.drivers) {
+    drivers.push_back({{"service", driver.service},
+                       {"group", OrNull(driver.group)},
+                       {"image", OrNull(driver.image)},
+                       {"file", OrNull(driver.file.string())},
+                       {"version", OrNull(driver.version)},
+                       {"architecture", driver.architecture ? Json(ArchitectureText(*driver.architecture)) : Json()},
+                       {"start_override", OrNull(driver.startOverride)}});
+  }
+  for (const rescue::BootDevice &device : state.asked) {
+    devices.push_back({{"id", device.id}, {"service", OrNull(device.service)}, {"inf", OrNull(device.inf)}});
+  }
+  const Json document = {{"system", SystemJson(*facts.system)},
+                         {"control_sets",
+                          {{"all", state.controlSets},
+                           {"current", OrNull(state.current)},
+                           {"default", OrNull(state.standard)},
+                           {"last_known_good", OrNull(state.lastKnownGood)},
+                           {"failed", OrNull(state.failed)}}},
+                         {"boot_drivers", std::move(drivers)},
+                         {"device_ids", state.devices},
+                         {"asked", std::move(devices)},
+                         {"obstacles", ObstaclesJson(facts)}};
+  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+}  // namespace
+
+int SystemCommand(const SystemOptions &options) {
+  RescueFacts facts;
+  if (const int failed = GatherSystem(options.root, &facts); failed != 0) return failed;
+  rescue::BootState state;
+  if (machine::Status read = rescue::ReadBootState(*facts.system, options.ids, &state); !read) {
+    PrintError(Words(read));
+    return 1;
+  }
+  if (options.json) {
+    PrintJson(facts, state);
+    return FinishOutput() ? 0 : 1;
+  }
+  PrintSystem(*facts.system);
+  for (const rescue::Obstacle &obstacle : facts.obstacles) PrintLine("  " + obstacle.text, Style::kBad);
+  PrintControlSets(state);
+  PrintDrivers(state, *facts.system);
+  PrintDevices(state, *facts.system);
+  return FinishOutput() ? 0 : 1;
+}
