@@ -61,7 +61,7 @@ else()
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
     platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
     platform/machine/version/version_resource.cpp platform/machine/version/version_tree.cpp)
-  target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX PRIVATE PkgConfig::NETTLE)
+  target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX PkgConfig::NETTLE)
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC ${VXR_BOTH_BUILDS} platform/machine/machine.cpp
     platform/machine/base/handles.cpp platform/machine/base/heap.cpp platform/machine/base/report.cpp
@@ -87,7 +87,7 @@ else()
     platform/machine/setup/drivers.cpp platform/machine/setup/inf_cache.cpp platform/machine/setup/inf_calls.cpp
     platform/machine/system/facts.cpp platform/machine/system/processes.cpp platform/machine/system/prompts.cpp
     platform/machine/system/windows.cpp)
-  target_link_libraries(vxr_platform PUBLIC PkgConfig::HIVEX PkgConfig::TOMLPP)
+  target_link_libraries(vxr_platform PUBLIC PkgConfig::HIVEX PkgConfig::NETTLE PkgConfig::TOMLPP)
 endif()
 
 add_library(vxr_everything INTERFACE)

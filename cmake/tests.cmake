@@ -25,10 +25,13 @@ vxr_test(choice_run_test machine tests/choice_run_test.cpp)
 if(NOT VXR_SANITIZE)
   add_library(kill_point MODULE tests/support/kill_point.cpp)
   set_target_properties(kill_point PROPERTIES CXX_VISIBILITY_PRESET default)
+  add_executable(keep_for_undo tests/support/keep_for_undo.cpp)
+  target_link_libraries(keep_for_undo PRIVATE vxr_everything vxr_rescue)
   vxr_test(crash_test machine tests/crash_test.cpp)
   target_compile_definitions(crash_test PRIVATE VXR_KILL_POINT="$<TARGET_FILE:kill_point>"
-                             VXR_PROGRAM="$<TARGET_FILE:vxr>")
-  add_dependencies(crash_test vxr kill_point)
+                             VXR_PROGRAM="$<TARGET_FILE:vxr>"
+                             VXR_KEEP_FOR_UNDO="$<TARGET_FILE:keep_for_undo>")
+  add_dependencies(crash_test vxr kill_point keep_for_undo)
 endif()
 
 # Recording a machine.
@@ -107,6 +110,10 @@ set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
 vxr_test(disk_chain_test unit rescue/disk_chain_test.cpp)
 target_link_libraries(disk_chain_test PRIVATE vxr_rescue)
 target_compile_definitions(disk_chain_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+
+# Taking an injection back.
+vxr_test(undo_test machine rescue/undo_test.cpp)
+target_link_libraries(undo_test PRIVATE vxr_rescue)
 
 # The boot-sector repair: on small images, what the command line says of it, and on disks that other tools made.
 vxr_test(boot_volume_test machine engine/boot_volume_test.cpp)

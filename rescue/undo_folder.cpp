@@ -115,13 +115,14 @@ Status RemoveUndoFolder(const OpenFolder &folder) {
   }
   if (unlinkat(folder.folder.fd, kManifestName, 0) != 0 && errno != ENOENT) return failed();
   if (unlinkat(folder.parent.fd, folder.name.c_str(), AT_REMOVEDIR) != 0) return failed();
-  if (Status flushed = machine::FlushDirectory(folder.parent.fd); !flushed) {
-    return SaidAs("was removed, but perhaps not on the disk", std::move(flushed));
-  }
+  Status flushed = machine::FlushDirectory(folder.parent.fd);
+  return flushed ? Status() : SaidAs("was removed, but perhaps not on the disk", std::move(flushed));
+}
+
+void RemoveEmptyParent(const OpenFolder &folder) {
   if (unlinkat(folder.windows.fd, kUndoDirectory, AT_REMOVEDIR) == 0) {
     (void)machine::FlushDirectory(folder.windows.fd);
   }
-  return {};
 }
 
 Status CopyWhole(int from, std::uint64_t size, int to) {

@@ -36,8 +36,10 @@ machine::Status LockUndoFolder(const OpenFolder &folder);
 // `*unfinished`: there is no manifest, since the run that began the folder was stopped before it changed anything.
 machine::Status ReadManifest(const OpenFolder &folder, UndoManifest *manifest, bool *unfinished);
 
-// Removes what such a folder holds, the manifest last, the folder, and the directory of folders when it is empty.
+// Removes what such a folder holds, the manifest last, and the folder.
 machine::Status RemoveUndoFolder(const OpenFolder &folder);
+// Removes the directory of undo folders when it is empty.
+void RemoveEmptyParent(const OpenFolder &folder);
 
 // What a directory holds.
 machine::Status ListNames(int directory, std::vector<std::string> *names);

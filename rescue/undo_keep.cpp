@@ -72,11 +72,12 @@ Status MakeFolder(const UndoPlan &plan, OpenFolder *folder) {
   unsigned number = 1;
   for (const std::string &name : names) number = std::max(number, NumberOf(name, date) + 1);
   ClearUnfinished(folder, names);
-  // The clearing takes an empty directory of folders away.
-  if (Status opened = OpenDirectories(plan, folder); !opened) return opened;
   const std::string name = date + "-" + std::to_string(number);
   if (mkdirat(folder->parent.fd, name.c_str(), 0700) != 0) return Status::System(name + " cannot be made");
-  if (Status opened = OpenNamed(folder, name); !opened) return SaidAs(name + " " + opened.text, std::move(opened));
+  if (Status opened = OpenNamed(folder, name); !opened) {
+    unlinkat(folder->parent.fd, name.c_str(), AT_REMOVEDIR);
+    return SaidAs(name + " " + opened.text, std::move(opened));
+  }
   folder->path = plan.windows / kUndoDirectory / name;
   return {};
 }
@@ -197,7 +198,9 @@ Status MakeUndoFolder(const UndoPlan &plan, OpenFolder *folder) {
   if (Status opened = OpenDirectories(plan, folder); !opened) return opened;
   Status filled = MakeFolder(plan, folder);
   if (filled) filled = Fill(*folder, plan);
-  if (!filled && !folder->path.empty()) (void)RemoveUndoFolder(*folder);
+  if (filled) return {};
+  if (!folder->path.empty()) (void)RemoveUndoFolder(*folder);
+  RemoveEmptyParent(*folder);
   return filled;
 }
 

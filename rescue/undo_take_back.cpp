@@ -131,7 +131,11 @@ Status TakeBackAll(const OpenFolder &folder, const std::vector<Step> &steps) {
     }
     if (left) changed += (changed.empty() ? "" : ", ") + step.change->path;
   }
-  if (changed.empty()) return RemoveUndoFolder(folder);
+  if (changed.empty()) {
+    Status removed = RemoveUndoFolder(folder);
+    if (removed) RemoveEmptyParent(folder);
+    return removed;
+  }
   return Status::Refused("was taken back but for what has changed since and was left: " + changed);
 }
 

@@ -1,6 +1,7 @@
 // An injection that is killed, or finds the disk full, at each call by which it changes the restored system, and the
 // order of these calls. Whatever happens, and whenever: hive and driver files are the old ones or complete, and the
-// next run succeeds and leaves nothing behind. scripts/crash runs the same on larger hives and in more ways.
+// next run succeeds and leaves nothing behind; or an undo, which is killed in the same way, brings the old ones back.
+// scripts/crash runs the same on larger hives and in more ways.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,10 +59,15 @@ class CrashTest : public RestoreJobTest, public testing::WithParamInterface<Setu
   void Reset() const;
   Tree Restored() const;
 
-  // The run in a process of its own, with the variable KILL_POINT_AT when `at` is not empty.
-  pid_t Start(const std::string &at) const;
+  // A program in a process of its own, with the variable KILL_POINT_AT when `at` is not empty.
+  using Command = std::vector<std::string>;
+  pid_t Start(const Command &command, const std::string &at) const;
   Outcome Await(pid_t process) const;
-  Outcome RunVxr(const std::string &at = "") const { return Await(Start(at)); }
+  Command Injection() const;
+  Outcome RunVxr(const std::string &at = "") const { return Await(Start(Injection(), at)); }
+  Outcome Keep(const std::string &at = "") const;
+  Outcome Undo(const std::string &at = "") const;
+  void ExpectUndone() const;
   std::vector<Call> Calls() const;
 
   // After a run that was killed there may be files on the way, whose names begin with a dot.
@@ -158,10 +164,12 @@ Tree CrashTest::Restored() const {
   return tree;
 }
 
-pid_t CrashTest::Start(const std::string &at) const {
+pid_t CrashTest::Start(const Command &command, const std::string &at) const {
   fs::remove(Host("calls"));
-  const std::string machine = Host("machine.toml"), output = Host("output"), record = Host("calls"),
-                    below = Host("restored");
+  const std::string output = Host("output"), record = Host("calls"), below = Host("restored");
+  std::vector<char *> arguments;
+  for (const std::string &argument : command) arguments.push_back(const_cast<char *>(argument.c_str()));
+  arguments.push_back(nullptr);
   const pid_t process = fork();
   if (process != 0) return process;
   setenv("LD_PRELOAD", VXR_KILL_POINT, 1);
@@ -172,12 +180,22 @@ pid_t CrashTest::Start(const std::string &at) const {
   const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   dup2(file, 1);
   dup2(file, 2);
-  if (IsExample()) {
-    execl(VXR_PROGRAM, VXR_PROGRAM, "run", "--machine", machine.c_str(), "--job", "10", "--rules", "windows",
-          "--record", "auto", nullptr);
-  }
-  execl(VXR_PROGRAM, VXR_PROGRAM, "run", "--machine", machine.c_str(), "--job", "1", nullptr);
+  execv(arguments[0], arguments.data());
   _exit(127);
+}
+
+CrashTest::Command CrashTest::Injection() const {
+  Command command = {VXR_PROGRAM, "run", "--machine", Host("machine.toml"), "--job", IsExample() ? "10" : "1"};
+  if (IsExample()) command.insert(command.end(), {"--rules", "windows", "--record", "auto"});
+  return command;
+}
+
+Outcome CrashTest::Keep(const std::string &at) const {
+  return Await(Start({VXR_KEEP_FOR_UNDO, Host("restored"), Host("complete")}, at));
+}
+
+Outcome CrashTest::Undo(const std::string &at) const {
+  return Await(Start({VXR_PROGRAM, "undo", Host("restored/Windows/vxr-undo/2026-11-25-1")}, at));
 }
 
 Outcome CrashTest::Await(pid_t process) const {
@@ -328,7 +346,7 @@ TEST_P(CrashTest, NamesComeAfterFlushes) {
 TEST_P(CrashTest, ASecondRunIsRefusedUntilTheFirstEnds) {
   for (const std::size_t n : {std::size_t{1}, calls.size() / 2, calls.size() - 2}) {
     Reset();
-    const pid_t first = Start("stop:" + std::to_string(n));
+    const pid_t first = Start(Injection(), "stop:" + std::to_string(n));
     int status = 0;
     ASSERT_EQ(waitpid(first, &status, WUNTRACED), first);
     ASSERT_TRUE(WIFSTOPPED(status));
@@ -340,6 +358,53 @@ TEST_P(CrashTest, ASecondRunIsRefusedUntilTheFirstEnds) {
     ASSERT_EQ(kill(first, SIGKILL), 0);
     EXPECT_EQ(Await(first).signal, SIGKILL);
     ExpectSecondRunCompletes();
+  }
+}
+
+// --- Undo ------------------------------------------------------------------------------------------------------------
+
+// Whatever is there, one command makes it what it was; without a folder it is that already.
+void CrashTest::ExpectUndone() const {
+  if (fs::exists(Host("restored/Windows/vxr-undo/2026-11-25-1"))) {
+    const Outcome undo = Undo();
+    EXPECT_EQ(undo.status, 0) << undo.output;
+  }
+  std::error_code empty;
+  fs::remove(Host("restored/Windows/vxr-undo"), empty);
+  EXPECT_TRUE(Restored() == old) << "it is not what it was";
+}
+
+TEST_P(CrashTest, IsUndoneWheneverAnythingIsKilled) {
+  if (IsExample()) return;  // it makes the same calls
+  for (const auto &[name, bytes] : complete)
+    WriteFile(fs::path("complete") / fs::path(name).lexically_relative("restored"), bytes);
+  Reset();
+  ASSERT_EQ(Keep().status, 0) << ReadFile("output");
+  const std::vector<Call> keeping = Calls();
+  ASSERT_EQ(RunVxr().status, 0) << ReadFile("output");
+  ASSERT_EQ(Undo().status, 0) << ReadFile("output");
+  const std::vector<Call> undoing = Calls();
+  ExpectUndone();
+  const std::pair<const char *, const std::vector<Call> &> parts[] = {
+      {"keep", keeping}, {"run", calls}, {"undo", undoing}};
+  for (const auto &[part, made] : parts) {
+    EXPECT_GT(made.size(), 12u);
+    for (std::size_t n = 1; n <= made.size(); ++n) {
+      for (const char *when : {"before", "half", "after", "full"}) {
+        if (*when == 'h' && !made[n - 1].IsWrite()) continue;
+        const std::string at = when + (":" + std::to_string(n));
+        SCOPED_TRACE(part + (" " + at) + ", " + made[n - 1].name + " of " + made[n - 1].path);
+        Reset();
+        const Outcome kept = Keep(*part == 'k' ? at : "");
+        const Outcome run = *part != 'k' ? RunVxr(*part == 'r' ? at : "") : kept;
+        const Outcome last = *part == 'u' ? Undo(at) : run;
+        EXPECT_EQ(last.signal, *when == 'f' ? 0 : SIGKILL);
+        const bool failed = kept.signal == 0 && kept.status != 0;
+        EXPECT_FALSE(failed && fs::exists(Host("restored/Windows/vxr-undo"))) << kept.output;
+        ExpectUndone();
+        if (HasFailure()) return;
+      }
+    }
   }
 }
 

@@ -28,7 +28,9 @@ else
   version=$(sed -n 's/^project(vxrcore VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
   files="bin/vxr lib/libvxrcore.so lib/libvxrcore.so.0 lib/libvxrcore.so.$version"
   files+=" include/vxrcore/machine.h include/vxrcore/events.h include/vxrcore/drivers.h"
-  dpkg-deb --field "$work"/*.deb Depends | grep -q libhivex || { echo "FAILED: depends on no libhivex"; exit 1; }
+  for library in libhivex libnettle; do
+    dpkg-deb --field "$work"/*.deb Depends | grep -q $library || { echo "FAILED: depends on no $library"; exit 1; }
+  done
 fi
 {
   tr ' ' '\n' <<<"$files include/vxrcore/bmext.h include/vxrcore/vxrcore.h $docdir/README.md"

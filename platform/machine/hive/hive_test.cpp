@@ -14,6 +14,7 @@
 #include "platform/machine/base/fault.h"
 #include "platform/machine/base/little_endian.h"
 #include "platform/machine/hive/hive_check.h"
+#include "platform/machine/host/digest.h"
 #include "platform/machine/registry/registry.h"
 #include "tests/support/hive_builder.h"
 #include "tests/support/hive_reader.h"
@@ -205,6 +206,26 @@ TEST_F(Hive, WritesNothingWhenNothingChanges) {
   EXPECT_EQ(before.st_ino, after.st_ino);
   EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
   EXPECT_EQ(Detail(VXRMACHINE_HIVE_SAVED), "none");
+}
+
+// Whoever keeps the old hive for an undo knows the new one by its digest before it is there.
+TEST_F(Hive, ARehearsalTellsTheDigestOfTheNewHive) {
+  Open("", std::string(kStandardSystem) + "clock = 2026-11-19T12:00:00Z\n");
+  std::string digests[2];
+  for (std::string &digest : digests) {
+    ASSERT_TRUE(VXRMachine_Rehearse(&digest == digests));
+    ASSERT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0);
+    EXPECT_EQ(Set(kDisk, "Start", REG_DWORD, std::string("\3\0\0\0", 4)), ERROR_SUCCESS);
+    EXPECT_EQ(Set("SYSTEM_ORG\\ControlSet001\\Services\\new\\Deep", "Text", REG_SZ, std::string(5000, 't')),
+              ERROR_SUCCESS);
+    EXPECT_EQ(machine::UnmountHive("SYSTEM_ORG"), 0);
+    ASSERT_EQ(events.back().kind, uint32_t(VXRMACHINE_HIVE_SAVED));
+    digest = events.back().text;
+  }
+  const machine::Descriptor file(::open(Host(kHost).c_str(), O_RDONLY));
+  ASSERT_TRUE(machine::FileDigest(file.fd, fs::file_size(Host(kHost)), &digests[1]));
+  EXPECT_EQ(events.back().text, "") << "of a real save";
+  EXPECT_EQ(digests[0], digests[1]);
 }
 
 TEST_F(Hive, AFailedSaveLeavesTheOldHive) {
