@@ -110,7 +110,7 @@ Status PrepareAll(const OpenFolder &folder, const UndoManifest &manifest, std::v
     if (step.change->kind != ChangeKind::kHive || step.state != UndoState::kChanged) continue;
     return About(step,
                  Status::Refused("has changed since, so Windows may have started; without the drivers that it names "
-                                 "it might not start again"),
+                                 "it might not start again. Remove the folder to keep what is there"),
                  kNothing);
   }
   for (const Step &step : *steps) {
@@ -136,7 +136,8 @@ Status TakeBackAll(const OpenFolder &folder, const std::vector<Step> &steps) {
     if (removed) RemoveEmptyParent(folder);
     return removed;
   }
-  return Status::Refused("was taken back but for what has changed since and was left: " + changed);
+  return Status::Refused("was taken back but for what has changed since and was left: " + changed +
+                         "; remove that and run again, or remove the folder to keep it");
 }
 
 }  // namespace

@@ -173,6 +173,11 @@ done <<'CASES'
 1|has 1,073,741,824 bytes, more than|inf large.inf
 1|is not a registry hive|hive large.inf
 1|pipe is a FIFO|hive pipe
+1|large.inf is no undo folder|undo large.inf
+1|missing cannot be found|undo missing
+1|missing cannot be opened: .*; name the root|undo --list missing
+2|name an undo folder, or a root with --list|undo
+2|excludes|undo a --list b
 1|is a FIFO|inf pipe
 1|is a FIFO|query pipe volume Label
 1|is a FIFO|fix-boot pipe --geometry 1,1,1,512
@@ -408,6 +413,26 @@ expect "create, no machine" 2 'nowhere.toml: ' create --machine "$work/nowhere.t
 
 # --- Hives: one whose last page is only in its log
 fresh scsi-6.1-x64
+restored=$work/machine/restored
+undo=$restored/Windows/vxr-undo/2026-11-25-1
+shows "undo, nothing" 'no injection to take back' undo --list "$restored"
+mkdir -p "$undo"
+shows "undo, unfinished" 'unfinished: the run was stopped' undo --list "$restored"
+shows "undo, as JSON" '"exit_status": 0' undo "$undo" --json
+mkdir -p "$undo"
+touch "$restored/new.sys"
+cat >"$undo/manifest.json" <<END
+{"format": 1, "program": "vxr", "time": "2026-11-25T00:00:00Z", "changes": [{"kind": "file", "path": "new.sys",
+ "before": null, "after": {"size": 0, "sha256": "$(sha256sum <"$restored/new.sys" | cut -d' ' -f1)"}}]}
+END
+shows "undo, one file" '2026-11-25 00:00:00 UTC, vxr, 1 file, injected' undo --list "$restored"
+echo x >"$restored/new.sys"
+run undo "$undo" --json
+[[ $? -eq 1 ]] && grep -q '"state": "changed"' "$work/out" || fail "undo, changed since"
+: >"$restored/new.sys"
+shows "undo" 'removed +new.sys' undo "$undo"
+[[ ! -e $restored/new.sys && ! -e $undo ]] || fail "undo left something"
+
 shows "hive, clean" 'state +clean' hive "$hive"
 "$make_hive" "$hive" dirty || fail "no dirty hive can be made"
 before=$(digest)
