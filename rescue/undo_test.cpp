@@ -136,6 +136,7 @@ struct Since {
   std::string says;    // empty: all is taken back
   bool partly = true;  // the rest is taken back
 };
+void PrintTo(const Since &since, std::ostream *out) { *out << since.name; }
 
 class UndoSince : public Undo, public testing::WithParamInterface<Since> {
  protected:
