@@ -26,8 +26,8 @@ struct UndoPlan {
 };
 
 // Makes "vxr-undo/DATE-N" in the Windows directory: every file that will be replaced, and a manifest. All of it is on
-// the disk when this returns. `*folder` gets its path. A failure, one line that says all, leaves nothing behind. Paths
-// need not be spelled as on disk; a file that is there and begins as a hive is one.
+// the disk when this returns. `*folder` gets its path. A failure, one line without what follows from it, leaves nothing
+// behind. Paths need not be spelled as on disk; a file that is there and begins as a hive is one.
 machine::Status KeepForUndo(const UndoPlan &plan, std::filesystem::path *folder);
 // Takes such a folder away again when nothing that it names has changed; false when something has.
 bool DropIfUnused(const std::filesystem::path &folder);

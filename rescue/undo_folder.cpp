@@ -101,12 +101,29 @@ Status ListNames(int directory, std::vector<std::string> *names) {
   return {};
 }
 
+namespace {
+
+// Removes the log of the injection's run.
+Status RemoveLog(int folder) {
+  const Descriptor logs = OpenDirectory(folder, kLogDirectory);
+  std::vector<std::string> names;
+  if (!logs) return errno == ENOENT ? Status() : Status::System();
+  if (Status listed = ListNames(logs.fd, &names); !listed) return listed;
+  for (const std::string &name : names) {
+    if (unlinkat(logs.fd, name.c_str(), 0) != 0) return Status::System();
+  }
+  return unlinkat(folder, kLogDirectory, AT_REMOVEDIR) == 0 ? Status() : Status::System();
+}
+
+}  // namespace
+
 Status RemoveUndoFolder(const OpenFolder &folder) {
   const auto failed = [] { return Status::System("cannot be removed"); };
   std::vector<std::string> names;
   if (Status listed = ListNames(folder.folder.fd, &names); !listed) {
     return SaidAs("cannot be removed", std::move(listed));
   }
+  if (Status removed = RemoveLog(folder.folder.fd); !removed) return SaidAs("cannot be removed", std::move(removed));
   for (const std::string &name : names) {
     if (IsKeptName(name) && unlinkat(folder.folder.fd, name.c_str(), 0) != 0) return failed();
   }

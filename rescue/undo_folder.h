@@ -14,6 +14,7 @@
 namespace rescue {
 
 inline constexpr const char *kUndoDirectory = "vxr-undo";
+inline constexpr const char *kLogDirectory = "logs.dir";  // in a folder; the injection's host has the run log there
 
 struct OpenFolder {
   std::filesystem::path path, volumePath;

@@ -209,9 +209,9 @@ Status MakeUndoFolder(const UndoPlan &plan, OpenFolder *folder) {
 Status KeepForUndo(const UndoPlan &plan, fs::path *folder) {
   OpenFolder opened;
   if (Status made = MakeUndoFolder(plan, &opened); !made) {
-    return Status::Refused("what an undo needs cannot be kept in " + (plan.windows / kUndoDirectory).string() + ": " +
-                               Words(made) + "; nothing was changed",
-                           made.error);
+    return Status::Refused(
+        "what an undo needs cannot be kept in " + (plan.windows / kUndoDirectory).string() + ": " + Words(made),
+        made.error);
   }
   *folder = opened.path;
   return {};
