@@ -10,6 +10,7 @@
 #include <functional>
 
 #include "platform/machine/base/little_endian.h"
+#include "rescue/boot_drivers.h"
 #include "rescue/hibernation.h"
 #include "rescue/ntfs_volume.h"
 #include "rescue/obstacles.h"
@@ -336,6 +337,45 @@ TEST_F(Restored, NtfsVolumes) {
   }
   EXPECT_GT(refused, 100U);
   EXPECT_TRUE(ReadVolumeHead(image, &head));
+}
+
+// Where each way of naming an image leads, and what is told of a driver that the system would load or hold back.
+TEST_F(Restored, BootDriversAndTheDevicesThatNameThem) {
+  std::vector<HiveValue> values;
+  const auto add = [&](const char *name, const char *image, unsigned type = 1, unsigned start = 0) {
+    const std::string key = std::string("ControlSet001\\Services\\") + name;
+    values.push_back(NumberValue(key, "Type", type));
+    values.push_back(NumberValue(key, "Start", start));
+    if (image != nullptr) values.push_back(TextValue(key, "ImagePath", image));
+  };
+  add("bare", nullptr);
+  add("relative", "system32\\DRIVERS\\Bare.sys");
+  add("root", "\\SystemRoot\\System32\\drivers\\bare.sys");
+  add("drive", "\\??\\C:\\Windows\\System32\\drivers\\bare.sys");
+  add("outside", "\\SystemRoot\\..\\..\\..\\base");
+  add("elsewhere", "\\??\\E:\\bare.sys");
+  add("text", "system32\\drivers\\text.sys", 2);
+  add("later", nullptr, 1, 1);
+  add("program", nullptr, 0x10);
+  values.push_back(NumberValue("ControlSet001\\Services\\root\\StartOverride", "0", 3));
+  values.push_back(TextValue(std::string(kControl) + "\\CriticalDeviceDatabase\\pci#cc_0106", "Service", "bare"));
+  Restore(values, {}, {6, 1, 7601, 0x8664});
+  Write("v/Windows/System32/Drivers/BARE.SYS", KernelImage({6, 1, 7601, 0x8664}));
+  Write("v/Windows/System32/Drivers/text.sys", "no image");
+  RestoredSystem system = Find();
+  ASSERT_TRUE(ReadRestoredSystem(&system));
+  BootState state;
+  ASSERT_TRUE(ReadBootState(system, {"PCI\\CC_0106", "PCI\\CC_0104"}, &state));
+  std::vector<std::string> told;
+  for (const BootDriver &driver : state.drivers) {
+    told.push_back(driver.service + " " + driver.file.filename().string() + " " + driver.version +
+                   (driver.architecture ? "" : " none") + (driver.startOverride ? " held" : ""));
+  }
+  for (const BootDevice &device : state.asked) told.push_back(device.id + " " + device.service);
+  EXPECT_THAT(told, testing::ElementsAre("atapi   none", "bare BARE.SYS 6.1.7601.0", "disk   none",
+                                         "drive BARE.SYS 6.1.7601.0", "elsewhere   none", "outside   none",
+                                         "relative BARE.SYS 6.1.7601.0", "root BARE.SYS 6.1.7601.0 held",
+                                         "text text.sys  none", "PCI\\CC_0106 bare", "PCI\\CC_0104 "));
 }
 
 }  // namespace
