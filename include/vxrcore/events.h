@@ -97,12 +97,14 @@ enum {
   VXRMACHINE_FILE_LEFT = 57,         /* subject: a file that stays in the restored system after a failure */
   VXRMACHINE_HIVE_NOT_RESTORED = 58, /* subject: a key that could not be put back as it was after a failure */
 
-  VXRMACHINE_VALUE_DELETED = 59,       /* subject: key, detail: value name; null: the key with all below it */
-  VXRMACHINE_JOB_VALUE_UNKNOWN = 60,   /* subject: a value of the job's key whose text is none of those it can have,
-                                         detail: the text; null for a value that is not of its type. The run goes on
-                                         as if the value were not there */
-  VXRMACHINE_OWN_DRIVER_HELD_BACK = 61 /* of the VXRMACHINE_OWN_DRIVER before: the restored system would not start it;
-                                          subject: service. Chosen, it is let start */
+  VXRMACHINE_VALUE_DELETED = 59,        /* subject: key, detail: value name; null: the key with all below it */
+  VXRMACHINE_JOB_VALUE_UNKNOWN = 60,    /* subject: a value of the job's key whose text is none of those it can have,
+                                          detail: the text; null for a value that is not of its type. The run goes on
+                                          as if the value were not there */
+  VXRMACHINE_OWN_DRIVER_HELD_BACK = 61, /* of the VXRMACHINE_OWN_DRIVER before: the restored system would not start it;
+                                           subject: service. Chosen, it is let start */
+  VXRMACHINE_PLAN_SIGNATURES = 62       /* of the package that was chosen: type: 1 when it has the catalogue that it
+                                           names, size: 1 when its driver holds a signature; neither is verified */
 };
 
 /* Why an INF file was refused, in the order in which a file gets that far. Of several reasons for one attempt the last

@@ -182,6 +182,9 @@ void ReportPlan(const Plan &plan, std::size_t firstEdit) {
 
 void ReportRemarks(const Plan &plan) {
   const CallTrace trace = TraceCall();
+  if (plan.fromPackage) {
+    platform::ReportDecision(VXRMACHINE_PLAN_SIGNATURES, nullptr, nullptr, plan.hasCatalog, plan.signedInside);
+  }
   for (const std::string &warning : plan.warnings) {
     trace.Warning("%s\n", warning.c_str());
     platform::ReportDecision(VXRMACHINE_PLAN_WARNING, warning.c_str());

@@ -169,7 +169,10 @@ void TakeOver(const RegistryEdits &work, RegistryEdits *edits) {
 }
 
 void CheckCatalog(Work *work) {
-  if (work->installation.infs.front().inbox || HasCatalog(*work)) return;
+  Plan *plan = work->plan;
+  plan->fromPackage = !work->installation.infs.front().inbox;
+  plan->hasCatalog = HasCatalog(*work);
+  if (!plan->fromPackage || plan->hasCatalog) return;
   const std::string &catalog = work->installation.catalog;
   Warn(work, (catalog.empty() ? "The package names no catalogue"
                               : "The catalogue " + catalog + " of the package is missing") +

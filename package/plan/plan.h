@@ -25,6 +25,9 @@ struct Plan {
   std::vector<std::string> notes;
   std::string service;        // empty: none needed
   std::string publishedName;  // see PlanBootRecord
+  // Of a package of its own: whether it names a catalogue that is there, and whether the device's driver holds a
+  // signature. Neither is verified.
+  bool fromPackage = false, hasCatalog = false, signedInside = false;
 };
 
 // What a plan is made for.

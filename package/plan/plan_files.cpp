@@ -98,6 +98,7 @@ bool CheckImage(const ServiceLines &service, const std::string &path, bool bootS
     Warn(work, "The file " + path + " is made for Windows " + VersionText(facts.subsystemMajor, facts.subsystemMinor) +
                    ", the restored system is " + VersionText(target.major, target.minor) + ".");
   }
+  if (IsFunctionDriver(*work, service)) work->plan->signedInside = facts.signedInside;
   const bool checked = target.architecture != kX86 && AtLeast(target, 6, 0);
   if (bootStart && checked && !facts.signedInside) {
     Warn(work, "The file " + path + " holds no signature: the restored system may refuse to start with it.");

@@ -350,6 +350,15 @@ int Run(int argc, char **argv) {
   FixBootOptions fixBootOptions;
   InfOptions infOptions;
   DriversOptions driversOptions;
+#ifndef _WIN32
+  RescueOptions injectOptions, describeOptions;
+  UndoOptions undoOptions;
+  SystemOptions systemOptions;
+  const CLI::App *inject = AddInject(&app, &injectOptions);
+  const CLI::App *undo = AddUndo(&app, &undoOptions);
+  const CLI::App *system = AddSystem(&app, &systemOptions);
+  const CLI::App *describe = AddDescribe(&app, &describeOptions);
+#endif
   const CLI::App *run = AddRun(&app, &runOptions);
   const CLI::App *create = AddCreate(&app, &createOptions);
   const CLI::App *show = AddShow(&app, &showOptions);
@@ -359,14 +368,7 @@ int Run(int argc, char **argv) {
   AddInf(&app, &infOptions);
 #ifndef _WIN32
   HiveOptions hiveOptions;
-  RescueOptions describeOptions, injectOptions;
-  SystemOptions systemOptions;
-  UndoOptions undoOptions;
   const CLI::App *hive = AddHive(&app, &hiveOptions);
-  const CLI::App *inject = AddInject(&app, &injectOptions);
-  const CLI::App *system = AddSystem(&app, &systemOptions);
-  const CLI::App *undo = AddUndo(&app, &undoOptions);
-  const CLI::App *describe = AddDescribe(&app, &describeOptions);
 #endif
   try {
     app.parse(argc, argv);

@@ -31,11 +31,13 @@ namespace {
 struct Progress {
   const bool shown = isatty(STDERR_FILENO) != 0;
   bool open = false;
+  std::uint64_t files = 0, found = 0;
 };
 
-void Show(Progress *progress, std::uint64_t files) {
+void Show(Progress *progress) {
   if (!progress->shown) return;
-  std::fprintf(stderr, "\rReading driver packages: %llu INF files", static_cast<unsigned long long>(files));
+  std::fprintf(stderr, "\rReading driver packages: %llu INF files, %llu list a device of this machine",
+               static_cast<unsigned long long>(progress->files), static_cast<unsigned long long>(progress->found));
   std::fflush(stderr);
   progress->open = true;
 }
@@ -56,7 +58,9 @@ void OnEvent(void *context, const VXRMachine_Event *event) {
   Listener *listener = static_cast<Listener *>(context);
   const std::string error = listener->record.firstError;
   AddEvent(&listener->record, *event);
-  if (event->kind == VXRMACHINE_INF_INDEXED) Show(&listener->progress, event->size);
+  if (event->kind == VXRMACHINE_INF_INDEXED) listener->progress.files = event->size;
+  if (event->kind == VXRMACHINE_CANDIDATE) ++listener->progress.found;
+  if (event->kind == VXRMACHINE_INF_INDEXED || event->kind == VXRMACHINE_CANDIDATE) Show(&listener->progress);
   if (event->kind != VXRMACHINE_STATUS_LINE) return;
   // A rehearsal has no log file to look into: each failure brings the log's first error line.
   StatusLine &line = listener->record.lines.back();

@@ -63,6 +63,10 @@ bool AddDeviceChoice(DeviceRecord *device, const VXRMachine_Event &event) {
     case VXRMACHINE_PLAN_NOTE:
       choice.notes.push_back(MachineText(event.subject));
       return true;
+    case VXRMACHINE_PLAN_SIGNATURES:
+      choice.hasCatalog = event.type != 0;
+      choice.signedInside = event.size != 0;
+      return true;
     default:
       return false;
   }
@@ -70,7 +74,7 @@ bool AddDeviceChoice(DeviceRecord *device, const VXRMachine_Event &event) {
 
 bool IsDeviceChoice(std::uint32_t kind) {
   return (kind >= VXRMACHINE_CANDIDATE && kind <= VXRMACHINE_CANDIDATE_CHOSEN) || kind == VXRMACHINE_PLAN_WARNING ||
-         kind == VXRMACHINE_PLAN_NOTE || kind == VXRMACHINE_OWN_DRIVER_HELD_BACK;
+         kind == VXRMACHINE_PLAN_NOTE || kind == VXRMACHINE_OWN_DRIVER_HELD_BACK || kind == VXRMACHINE_PLAN_SIGNATURES;
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ struct DriverChoice {
   std::optional<DriverCandidate> own;       // what the restored system has
   bool made = false;                        // one was chosen
   std::string chosenInf;                    // empty: the restored system's own
+  std::optional<bool> hasCatalog, signedInside;  // of a package that was chosen; not verified
   std::vector<std::string> warnings, notes;
 };
 

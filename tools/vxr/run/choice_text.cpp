@@ -32,12 +32,21 @@ void PrintOwn(const DriverCandidate &own, bool chosen, bool verify) {
                      : "               held back until now; it is let start");
 }
 
-void PrintChosen(const DriverCandidate &chosen) {
+// What speaks for a package's signature; empty for a driver that comes of none.
+std::string Signatures(const DriverChoice &choice) {
+  if (!choice.hasCatalog) return "";
+  if (!*choice.hasCatalog && !*choice.signedInside) return "not signed";
+  return std::string(*choice.hasCatalog ? "with its catalogue" : "without a catalogue") + ", " +
+         (*choice.signedInside ? "driver signed" : "driver not signed") + "; not verified";
+}
+
+void PrintChosen(const DriverCandidate &chosen, const DriverChoice &choice) {
   PrintLine("      taken    " + chosen.inf);
   if (!chosen.description.empty()) PrintLine("               " + chosen.description);
   PrintLine("               for " + chosen.id);
   PrintLine("               " + Standing(chosen) +
             (chosen.service.empty() ? ", needs no service" : ", service " + chosen.service));
+  if (const std::string signatures = Signatures(choice); !signatures.empty()) PrintLine("               " + signatures);
 }
 
 void PrintOther(const DriverCandidate &candidate) {
@@ -74,7 +83,7 @@ void PrintChoice(const DeviceRecord &device, bool verify) {
   const DriverChoice &choice = *device.choice;
   const DriverCandidate *chosen = ChosenDriver(choice);
   const bool own = choice.own && chosen == &*choice.own;
-  if (chosen != nullptr && !own) PrintChosen(*chosen);
+  if (chosen != nullptr && !own) PrintChosen(*chosen, choice);
   if (choice.own) PrintOwn(*choice.own, own, verify);
   for (const DriverCandidate &candidate : choice.candidates) {
     if (&candidate != chosen) PrintOther(candidate);
@@ -121,6 +130,8 @@ Json ChoiceJson(const DeviceRecord &device) {
           {"service", taken == nullptr || taken->service.empty() ? Json() : Json(taken->service)},
           {"own", std::move(own)},
           {"candidates", std::move(candidates)},
+          {"has_catalog", choice.hasCatalog ? Json(*choice.hasCatalog) : Json()},
+          {"driver_signed", choice.signedInside ? Json(*choice.signedInside) : Json()},
           {"warnings", choice.warnings},
           {"notes", choice.notes}};
 }
