@@ -41,15 +41,20 @@ services() {
   printf 'cd \\ControlSet001\\Services\nls\n' | hivexsh "$1" | grep '^lv' | tr '\n' ' '
 }
 
-# verify_list LOG DISK ID ADDRESS BRIDGE STEP
-verify_list() {
-  ended "$1" "$2" "$6" 0 "on $3 at $4" || return 1
-  if [[ $5 == - ]]; then
-    ! printed "$1" "$2" "$6" | grep -q 'below the bridge' || { fault "$2" "a bridge is above it"; return 1; }
-  else
-    ended "$1" "$2" "$6" 0 "below the bridge $5"
-  fi
+# linux_name LOG DISK: "sda".
+linux_name() { sed -n "s/^@@ $2 is \([^ ]*\) .*/\1/p" "$1"; }
+
+# verify_found LOG DISK STEP ID ADDRESS BRIDGE: what stands above the disk, of all that the step lists.
+verify_found() {
+  local found expected="on $4 at $5 "
+  [[ $6 == - ]] || expected+="below the bridge $6 "
+  found=$(printed "$1" "$2" "$3" | sed -n "/^  $(linux_name "$1" "$2")  /,/^  [^ ]/{s/, Linux driver.*//; s/^      \(on\|below\) /\1 /p}" |
+    tr '\n' ' ')
+  [[ $found == "$expected" ]] || { fault "$2" "step $3 found '$found' in place of '$expected'"; return 1; }
 }
+
+# verify_own LOG DISK STEP: the mounted directory leads to this disk.
+verify_own() { ended "$1" "$2" "$3" 0 "The restored system lies on: $(linux_name "$1" "$2")"; }
 
 # verify_record TREE DISK WINDOWS ID: the record by which the system binds the driver to its controller.
 verify_record() {
