@@ -20,7 +20,7 @@ fetch_kernel() {
 # What loads everything that a rescue system's disks need: controllers, disks, USB, NTFS by the kernel or by a program.
 modules=(
   ata_piix ahci sd_mod nvme virtio_pci virtio_blk virtio_scsi megaraid_sas vmw_pvscsi sym53c8xx am53c974
-  xhci_pci usb_storage loop fuse ntfs3
+  xhci_pci usb_storage loop dm_mod linear fuse ntfs3
 )
 
 # list_modules FOLDER: the files of the modules, each behind those that it needs; one that this kernel lacks is left out.
@@ -54,15 +54,17 @@ add_program() {
   done
 }
 
-# make_initramfs KERNEL PACK OUT: busybox, the kernel's modules, vxr, what mounts NTFS, and the driver packages.
+# make_initramfs KERNEL PACK OUT: busybox, the kernel's modules, vxr, what mounts NTFS and joins disks, and
+# the driver packages.
 make_initramfs() {
-  local kernel=$1 pack=$2 out=$3 root=$3.root file
+  local kernel=$1 pack=$2 out=$3 root=$3.root file program
   rm -rf "$root"
   mkdir -p "$root"/{bin,dev,proc,sys,mnt,other,tmp,modules}
   install scripts/live/init "$root/init"
   install "$(command -v busybox)" "$root/bin/busybox"
-  add_program "$root" "$vxr"
-  add_program "$root" "$(command -v ntfs-3g)"
+  for program in "$vxr" "$(command -v ntfs-3g)" "$(command -v dmsetup)" "$(command -v mdadm)"; do
+    add_program "$root" "$program"
+  done
   for file in "${converters[@]}"; do
     [[ ! -f $file ]] || install -D "$file" "$root$file"
   done

@@ -41,8 +41,8 @@ services() {
   printf 'cd \\ControlSet001\\Services\nls\n' | hivexsh "$1" | grep '^lv' | tr '\n' ' '
 }
 
-# linux_name LOG DISK: "sda".
-linux_name() { sed -n "s/^@@ $2 is \([^ ]*\) .*/\1/p" "$1"; }
+# linux_name LOG DISK: "sda"; "sda sdb" for a volume of several disks.
+linux_name() { sed -n "s/^@@ $2 is \(.*\) on .*/\1/p" "$1"; }
 
 # verify_found LOG DISK STEP ID ADDRESS BRIDGE: what stands above the disk, of all that the step lists.
 verify_found() {
