@@ -30,7 +30,7 @@ ended() {
     fault "$2" "step $3 ended with ${status:-nothing} in place of $4; see $1"
     return 1
   fi
-  [[ -z ${5:-} ]] || printed "$1" "$2" "$3" | grep -qF -- "$5" || { fault "$2" "step $3 does not say: $5"; return 1; }
+  [[ -z ${5:-} ]] || printed "$1" "$2" "$3" | grep -F -- "$5" >/dev/null || { fault "$2" "step $3 does not say: $5"; return 1; }
 }
 
 # value HIVE KEY NAME
@@ -48,13 +48,20 @@ linux_name() { sed -n "s/^@@ $2 is \(.*\) on .*/\1/p" "$1"; }
 verify_found() {
   local found expected="on $4 at $5 "
   [[ $6 == - ]] || expected+="below the bridge $6 "
-  found=$(printed "$1" "$2" "$3" | sed -n "/^  $(linux_name "$1" "$2")  /,/^  [^ ]/{s/, Linux driver.*//; s/^      \(on\|below\) /\1 /p}" |
-    tr '\n' ' ')
+  found=$(printed "$1" "$2" "$3" | sed -n "/^  $(linux_name "$1" "$2")  /,/^  [^ ]/{
+    s/, Linux driver.*//
+    s/^      \(on\|below\) /\1 /p
+  }" | tr '\n' ' ')
   [[ $found == "$expected" ]] || { fault "$2" "step $3 found '$found' in place of '$expected'"; return 1; }
 }
 
-# verify_own LOG DISK STEP: the mounted directory leads to this disk.
-verify_own() { ended "$1" "$2" "$3" 0 "The restored system lies on: $(linux_name "$1" "$2")"; }
+# verify_own LOG DISK STEP: the mounted directory leads to this disk alone, or to these.
+verify_own() {
+  local line
+  line="  The restored system lies on: $(linux_name "$1" "$2")"
+  ended "$1" "$2" "$3" 0 || return 1
+  printed "$1" "$2" "$3" | grep -xF -- "$line" >/dev/null || { fault "$2" "step $3 does not say: $line"; return 1; }
+}
 
 # verify_record TREE DISK WINDOWS ID: the record by which the system binds the driver to its controller.
 verify_record() {
@@ -62,7 +69,7 @@ verify_record() {
   id=$(pack_id "$4") service=$(service_of "$2")
   if [[ $3 == 10.0 ]]; then
     printf 'cd \\DriverDatabase\\DeviceIds\\PCI\\%s\nlsval\n' "${id#PCI\\}" | hivexsh "$hive" 2>/dev/null |
-      grep -q '^"oem[0-9]*.inf"' || { fault "$2" "no device id $id in the driver database"; return 1; }
+      grep '^"oem[0-9]*.inf"' >/dev/null || { fault "$2" "no device id $id in the driver database"; return 1; }
   else
     id=${id//\\/#}
     found=$(value "$hive" "\\ControlSet001\\Control\\CriticalDeviceDatabase\\${id,,}" Service)
