@@ -122,6 +122,29 @@ TEST_F(DiskChain, AHostileTreeGivesNothingAbsurd) {
                                     "sdc scsi 0 0 0 [ATA|DISK|1.0|] 1073741824/512  ! " + kNoPci));
 }
 
+TEST_F(DiskChain, DisksBehindPortsOfARealKernel) {
+  Build(Data("live-q35-ports.txt"));
+  const std::string size = " 44040192/512 ", system = "{4D36E97D-E325-11CE-BFC1-08002BE10318} ";
+  const std::string port = system + "VEN_1B36&DEV_000C&SUBSYS_00001B36&REV_00@0000:00:0";
+  EXPECT_THAT(Listed(),
+              ElementsAre("nvme0n1 nvme 0 0 0 [|QEMU NVMe Ctrl|7.2.22|live]" + size +
+                              "SCSIAdapter VEN_1B36&DEV_0010&SUBSYS_11001AF4&REV_02@0000:01:00.0(nvme) < " + port +
+                              "3.0(pcieport) < PNP0A08",
+                          "sda ata 3 0 0 [ATA|QEMU HARDDISK|2.5+|]" + size +
+                              "hdc VEN_8086&DEV_2922&SUBSYS_11001AF4&REV_02@0000:00:1f.2(ahci) < PNP0A08",
+                          "sdb scsi 2 0 0 [QEMU|QEMU HARDDISK|2.5+|]" + size +
+                              "SCSIAdapter VEN_1000&DEV_0060&SUBSYS_10131000&REV_00@0000:03:03.0(megaraid_sas) < " +
+                              system + "VEN_8086&DEV_244E&SUBSYS_00000000&REV_92@0000:00:05.0() < PNP0A08",
+                          "vda virtio 0 0 0 [|||]" + size +
+                              "SCSIAdapter VEN_1AF4&DEV_1042&SUBSYS_11001AF4&REV_01@0000:02:00.0(virtio-pci) < " +
+                              port + "4.0(pcieport) < PNP0A08"));
+  Mount mount;
+  mount.major = 253;
+  std::vector<Disk> disks;
+  EXPECT_TRUE(DisksOf(mount, folder / "sys", &disks));
+  EXPECT_EQ(Names(disks), "sda sdb ");
+}
+
 TEST_F(DiskChain, DisksOfRealMachines) {
   const char *corpus = std::getenv("VXR_CORPUS_DIR");
   if (corpus == nullptr) GTEST_SKIP() << "VXR_CORPUS_DIR is not set";

@@ -430,7 +430,11 @@ echo x >"$restored/new.sys"
 run undo "$undo" --json
 [[ $? -eq 1 ]] && grep -q '"state": "changed"' "$work/out" || fail "undo, changed since"
 : >"$restored/new.sys"
-shows "undo" 'removed +new.sys' undo "$undo"
+touch "$undo/guest"
+run undo "$undo"
+[[ $? -eq 1 ]] && grep -q 'removed *new.sys' "$work/out" || fail "undo, its folder holds something else"
+rm "$undo/guest"
+shows "undo" 'Nothing was left to take back' undo "$undo"
 [[ ! -e $restored/new.sys && ! -e $undo ]] || fail "undo left something"
 
 shows "hive, clean" 'state +clean' hive "$hive"

@@ -161,11 +161,13 @@ int TakeBackFolder(const UndoOptions &options) {
   std::vector<Outcome> outcomes;
   if (done) {
     done = TakeBack(undo);
-    // A folder that stays tells what is left to do.
-    const bool stays = !done && ReadUndoFolder(undo.folder, &left) && left.entries.size() == undo.entries.size();
+    // A folder that stays tells what is left to do: nothing once it has no manifest.
+    const bool stays = !done && ReadUndoFolder(undo.folder, &left);
+    const bool none = done || (stays && left.unfinished);
+    const bool known = stays && left.entries.size() == undo.entries.size();
     for (std::size_t i = 0; i < undo.entries.size(); ++i) {
       const UndoState before = undo.entries[i].state;
-      const UndoState after = stays ? left.entries[i].state : done ? UndoState::kUnchanged : before;
+      const UndoState after = none ? UndoState::kUnchanged : known ? left.entries[i].state : before;
       outcomes.push_back({&undo.entries[i], before, after});
     }
     if (!options.json) PrintTakenBack(undo, outcomes, static_cast<bool>(done));
