@@ -75,8 +75,7 @@ std::uint32_t Run(Listener *listener) {
   return code;
 }
 
-// --- What an injection would change
-// ------------------------------------------------------------------------------------
+// --- What an injection would change ----------------------------------------------------------------------------------
 
 machine::Status DigestOf(const fs::path &file, rescue::PlannedChange *change) {
   const machine::Descriptor opened(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -121,15 +120,17 @@ machine::Status PlanUndo(const RescueFacts &facts, const RunRecord &record, resc
   return {};
 }
 
-// --- The injection
-// -----------------------------------------------------------------------------------------------------
+// --- The injection ---------------------------------------------------------------------------------------------------
 
-// A directory in memory for the running system's drive, of which a run lists the INF files, and there are none.
+// A directory in memory for the running system's drive. Two of its directories are read, and hold no INF file.
 std::string MakeScratch() {
   for (const char *place : {"/dev/shm", "/run", "/tmp"}) {
     std::string name = std::string(place) + "/vxr-XXXXXX";
     std::error_code error;
-    if (mkdtemp(name.data()) != nullptr && fs::create_directories(name + "/Windows/inf", error)) return name;
+    if (mkdtemp(name.data()) != nullptr && fs::create_directories(name + "/Windows/inf", error) &&
+        fs::create_directory(name + "/no-drivers", error)) {
+      return name;
+    }
   }
   return "";
 }
