@@ -16,15 +16,27 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
+// There is none for it; of another failed device the driver could not be put in.
+bool LacksDriver(const DeviceRecord &device) {
+  return device.failed && (!device.choice || ChosenDriver(*device.choice) == nullptr);
+}
+
+bool LacksDriver(const Injection &injection) {
+  const std::vector<DeviceRecord> &devices = injection.record.devices;
+  return std::any_of(devices.begin(), devices.end(), [](const DeviceRecord &device) { return LacksDriver(device); });
+}
+
 // What a driver package for a device without one must list.
 void PrintIds(const RescueFacts &facts, const std::string &instance) {
   const std::vector<rescue::Disk> disks = rescue::OneForEachController(facts.disks);
   for (std::size_t number = 0; number < disks.size(); ++number) {
     for (const rescue::DeviceRow &row : rescue::DeviceRows(disks[number], number, *facts.system)) {
       if (row.instance != instance) continue;
-      for (const std::string &id : row.hardwareIds) PrintLine("               " + id);
-      for (const std::string &id : row.compatibleIds) PrintLine("      or       " + id);
-      return;
+      std::vector<std::string> ids = row.hardwareIds;
+      ids.insert(ids.end(), row.compatibleIds.begin(), row.compatibleIds.end());
+      for (auto id = ids.begin(); id != ids.end(); ++id) {
+        if (std::find(ids.begin(), id, *id) == id) PrintLine("               " + *id);
+      }
     }
   }
 }
@@ -36,9 +48,12 @@ void PrintDevices(const RescueFacts &facts, const Injection &injection) {
     if (!device.choice && !device.failed) continue;  // a disk, which needs no driver of its own
     PrintLine("  " + device.instance);
     if (device.choice) PrintChoice(device, !injection.done);
-    if (!device.failed) continue;
-    PrintLine("      no driver was found; a package for it lists one of", Style::kBad);
-    PrintIds(facts, device.instance);
+    if (LacksDriver(device)) {
+      PrintLine("      no driver was found; a package for it lists one of", Style::kBad);
+      PrintIds(facts, device.instance);
+    } else if (device.failed) {
+      PrintLine("      could not be put in", Style::kBad);
+    }
   }
   PrintLine("  The lower rank is taken; of equal ones the later date, the higher version. INF files read: " +
             std::to_string(record.infFiles));
@@ -72,12 +87,6 @@ void PrintValues(const Injection &injection) {
                  injection.record.deletions);
 }
 
-// Whether a device got no driver, which is the usual failure.
-bool LacksDriver(const Injection &injection) {
-  return std::any_of(injection.record.devices.begin(), injection.record.devices.end(),
-                     [](const DeviceRecord &device) { return device.failed; });
-}
-
 // What is said of single files and values.
 std::vector<std::string> Particulars(const RunRecord &record) {
   std::vector<std::string> problems;
@@ -95,14 +104,25 @@ std::vector<std::string> Particulars(const RunRecord &record) {
   return problems;
 }
 
+// The device that the line says has failed; null: none.
+const DeviceRecord *FailedDevice(const StatusLine &line, const Injection &injection) {
+  const std::vector<DeviceRecord> &devices = injection.record.devices;
+  const auto found = std::find_if(devices.begin(), devices.end(), [&line](const DeviceRecord &device) {
+    return device.failed && line.text.ends_with(" " + device.instance);
+  });
+  return line.code == VXR_RESULT_NO_DRIVER && found != devices.end() ? &*found : nullptr;
+}
+
 // The log's own words only where nothing else tells; a device without a driver is told among the devices.
 void PrintProblems(const Injection &injection) {
   std::vector<std::string> problems;
   const std::vector<std::string> particulars = Particulars(injection.record);
   for (const StatusLine &line : injection.record.lines) {
-    if (line.code == VXR_STATUS_PROGRESS || (line.code == VXR_RESULT_NO_DRIVER && LacksDriver(injection))) continue;
+    const DeviceRecord *failed = FailedDevice(line, injection);
+    if (line.code == VXR_STATUS_PROGRESS || (failed != nullptr && LacksDriver(*failed))) continue;
     const bool needsCause = particulars.empty() && !line.cause.empty();
-    problems.push_back(line.text + (needsCause ? " (log: " + line.cause + ")" : ""));
+    const std::string text = failed != nullptr ? failed->instance + ": its driver could not be put in" : line.text;
+    problems.push_back(text + (needsCause ? " (log: " + line.cause + ")" : ""));
   }
   problems.insert(problems.end(), particulars.begin(), particulars.end());
   if (!injection.problem.empty()) problems.push_back(injection.problem);
@@ -114,10 +134,11 @@ void PrintProblems(const Injection &injection) {
 
 std::string Meaning(const RescueOptions &options, const Injection &injection) {
   if (injection.exitStatus != 0) {
+    const bool unfit = injection.exitStatus == VXR_RESULT_NO_DRIVER && !LacksDriver(injection);
     const char *kept = injection.done && !injection.undo.empty() ? "; some changes were made" : "; nothing was changed";
-    return (injection.problem.empty() ? FindResultCode(static_cast<std::uint32_t>(injection.exitStatus)).meaning
-                                      : std::string("the injection was not made")) +
-           kept;
+    if (!injection.problem.empty()) return std::string("the injection was not made") + kept;
+    const char *meaning = FindResultCode(static_cast<std::uint32_t>(injection.exitStatus)).meaning;
+    return std::string(unfit ? "a driver could not be put in" : meaning) + kept;
   }
   if (injection.needless) return "nothing has to be changed: the restored system has its drivers, and starts them";
   return options.dryRun ? "the injection would succeed; nothing was changed" : "the drivers are in the restored system";

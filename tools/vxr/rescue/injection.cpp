@@ -1,6 +1,7 @@
 #include "tools/vxr/rescue/injection.h"
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,12 +49,14 @@ void EndProgress(Progress *progress) {
 // --- Runs ------------------------------------------------------------------------------------------------------------
 
 struct Listener {
+  bool rehearsal = false;
   RunRecord record;
   Progress progress;
 };
 
 void OnEvent(void *context, const VXRMachine_Event *event) {
   Listener *listener = static_cast<Listener *>(context);
+  if (event->kind == VXRMACHINE_FILE_LEFT && listener->rehearsal) return;  // nothing was copied
   const std::string error = listener->record.firstError;
   AddEvent(&listener->record, *event);
   if (event->kind == VXRMACHINE_INF_INDEXED) Show(&listener->progress, event->size);
@@ -120,6 +123,30 @@ machine::Status PlanUndo(const RescueFacts &facts, const RunRecord &record, resc
   return {};
 }
 
+// The rehearsal has seen that the changes have room; what is kept beside them, and the log, need more. Each new file is
+// written before the old one goes.
+machine::Status CheckRoom(const rescue::UndoPlan &plan) {
+  constexpr std::uint64_t kLogAndManifest = 65536;
+  struct statvfs volume = {};
+  if (statvfs(plan.volume.c_str(), &volume) != 0 || volume.f_blocks == 0 || volume.f_frsize == 0) return {};
+  std::uint64_t needed = kLogAndManifest;
+  const auto add = [&](std::uint64_t size) {
+    needed += (size + volume.f_frsize - 1) / volume.f_frsize * volume.f_frsize;
+  };
+  for (const rescue::PlannedChange &change : plan.changes) {
+    std::error_code missing;
+    const std::uint64_t old = fs::file_size(plan.volume / change.path, missing);
+    add(change.directory ? volume.f_frsize : change.size);
+    if (!change.directory && !missing) add(old);
+  }
+  const std::uint64_t free = std::uint64_t{volume.f_bavail} * volume.f_frsize;
+  if (needed <= free) return {};
+  return machine::Status::Refused(
+      "the restored volume has no room for the changes and for what takes them back: they "
+      "need " +
+      std::to_string(needed) + " bytes, " + std::to_string(free) + " are free; make room on it");
+}
+
 // --- The injection ---------------------------------------------------------------------------------------------------
 
 // A directory in memory for the running system's drive. Two of its directories are read, and hold no INF file.
@@ -145,10 +172,11 @@ void KeepLog(const RescueFacts &facts, const fs::path &undo) {
 // The rehearsal, and what it says of the changes; `*plan` has none when none is needed.
 bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *plan) {
   if (!VXRMachine_Rehearse(1)) {
-    injection->problem = "the run cannot be rehearsed; nothing was changed";
+    injection->problem = "the run cannot be rehearsed";
     return false;
   }
   Listener listener;
+  listener.rehearsal = true;
   injection->code = Run(&listener);
   injection->record = std::move(listener.record);
   injection->exitStatus = ExitStatus(injection->code, injection->record);
@@ -158,15 +186,16 @@ bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *
   }
   machine::Status planned;
   if (injection->exitStatus == 0) planned = PlanUndo(facts, injection->record, plan);
+  if (planned && !plan->changes.empty()) planned = CheckRoom(*plan);
   VXRMachine_Rehearse(0);
   if (planned) return injection->exitStatus == 0;
-  injection->problem = Words(planned) + "; nothing was changed";
+  injection->problem = Words(planned);
   return false;
 }
 
 void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injection *injection) {
   if (machine::Status kept = rescue::KeepForUndo(plan, &injection->undo); !kept) {
-    injection->problem = Words(kept) + "; nothing was changed";
+    injection->problem = Words(kept);
     return;
   }
   KeepLog(facts, injection->undo);
