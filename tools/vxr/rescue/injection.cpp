@@ -149,9 +149,12 @@ machine::Status CheckRoom(const rescue::UndoPlan &plan) {
 
 // --- The injection ---------------------------------------------------------------------------------------------------
 
-// A directory in memory for the running system's drive. Two of its directories are read, and hold no INF file.
+// A directory, in memory where TMPDIR names no other, for the running system's drive. Two of its directories are read,
+// and hold no INF file.
 std::string MakeScratch() {
-  for (const char *place : {"/dev/shm", "/run", "/tmp"}) {
+  const char *chosen = std::getenv("TMPDIR");
+  for (const char *place : {chosen, "/dev/shm", "/run", "/tmp"}) {
+    if (place == nullptr || *place == '\0') continue;
     std::string name = std::string(place) + "/vxr-XXXXXX";
     std::error_code error;
     if (mkdtemp(name.data()) != nullptr && fs::create_directories(name + "/Windows/inf", error) &&
@@ -220,7 +223,7 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
 bool Inject(const RescueFacts &facts, bool dry, Injection *injection) {
   const std::string scratch = MakeScratch();
   if (scratch.empty()) {
-    PrintError("no directory for passing files can be made in /dev/shm, /run or /tmp; give one of them room");
+    PrintError("no directory for passing files can be made in TMPDIR, /dev/shm, /run or /tmp; give one of them room");
     return false;
   }
   const ScopeGuard clear([&scratch] {
