@@ -119,7 +119,6 @@ done <<'CASES'
 2|no disk ""|--sysfs machine/sys --disk ''
 1|sdc: a USB disk|--sysfs machine/sys --disk sdc
 1|which disk holds the root|--sysfs machine/sys
-1|controller that Windows will have|
 2|nowhere is no sysfs|--sysfs nowhere
 2|file is no sysfs|--sysfs file
 2|--sysfs: At Most 1|--sysfs machine/sys --sysfs machine/sys
@@ -177,12 +176,25 @@ expect 2 'circle/self is missing' inject --root restored "${sda[@]}" --drivers c
 
 # --- No file may be as large as the hive
 before=$(state)
+old=$(sha256sum <$hive)
 (ulimit -f 60 && run inject --root restored "${sda[@]}" "${pack[@]}")
 [[ $? -eq 4 && $(state) == "$before" ]] && grep -q 'File too large' out || fail "a limit of file sizes"
+
+# --- A call that fails here and there, once or from then on: 0 is said of the whole injection alone, and all that there is
+# can be taken back.
+for ((n = 1; n < 2200; n += 61)); do
+  VXR_FAULTS="*:$n:$([[ $((n % 2)) -eq 0 ]] && echo once || echo on)" run inject --root restored "${sda[@]}" --drivers pack/raid/w10
+  got=$?
+  folder=$(find restored/Windows/vxr-undo -mindepth 1 -maxdepth 1 2>/dev/null)
+  [[ $got -ne 0 || ($(sha256sum <$hive) != "$old" && -n $folder) ]] || fail "fault $n: 0, and nothing was done"
+  [[ -z $folder ]] || run undo "$folder" || fail "fault $n: undo"
+  [[ $(state) == "$before" ]] || fail "fault $n: not as it was"
+done
 
 # --- Volumes that a user without rights cannot have: read-only, full, not to be read
 if [[ $EUID -eq 0 ]] && mount -t tmpfs -o size=800k none mount 2>err; then
   cp -r restored/. mount
+  expect 1 "controller that Windows will have" inject --root mount "${pack[@]}"
   mount -o remount,ro mount
   expect 1 'mounted read-only; mount it anew' inject --root mount "${sda[@]}" "${pack[@]}"
   mount -o remount,rw mount

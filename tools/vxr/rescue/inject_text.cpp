@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
 #include <nlohmann/json.hpp>
 
 #include "rescue/describe.h"
@@ -71,17 +70,36 @@ void PrintFiles(const Injection &injection) {
   }
 }
 
-// How many values there are below each key, since a screen has no room for all. `vxr inject --json` has them.
-void PrintValues(const Injection &injection) {
-  std::vector<std::string> keys;
-  std::map<std::string, std::size_t> counts;
-  for (const ValueRecord &value : RestoredValues(injection.record)) {
+struct ValueCount {
+  std::string key;
+  std::size_t values = 0;
+  bool below = false;  // some are in keys below it
+};
+
+// Of a service or a driver package what is below its key counts with it, since a screen has no room for all.
+// `vxr inject --json` has them.
+std::vector<ValueCount> CountValues(const RunRecord &record) {
+  constexpr std::ptrdiff_t kBackslashes = 2;  // "ControlSet001\Services\x"
+  std::vector<ValueCount> counts;
+  for (const ValueRecord &value : RestoredValues(record)) {
     const std::string key = value.key.substr(value.key.find('\\') + 1);  // without the mount point
-    if (counts[key]++ == 0) keys.push_back(key);
+    const auto count = std::find_if(counts.begin(), counts.end(), [&key](const ValueCount &known) {
+      return key == known.key || (std::count(known.key.begin(), known.key.end(), '\\') >= kBackslashes &&
+                                  key.starts_with(known.key + "\\"));
+    });
+    ValueCount &into = count == counts.end() ? counts.emplace_back() : *count;
+    if (into.values++ == 0) into.key = key;
+    into.below = into.below || key != into.key;
   }
-  if (!keys.empty()) PrintTitle(injection.done ? "Registry values written" : "Registry values that would be written");
-  for (const std::string &key : keys) {
-    PrintLine("  " + key + "  " + std::to_string(counts[key]) + (counts[key] == 1 ? " value" : " values"));
+  return counts;
+}
+
+void PrintValues(const Injection &injection) {
+  const std::vector<ValueCount> counts = CountValues(injection.record);
+  if (!counts.empty()) PrintTitle(injection.done ? "Registry values written" : "Registry values that would be written");
+  for (const ValueCount &count : counts) {
+    PrintLine("  " + count.key + "  " + std::to_string(count.values) + (count.values == 1 ? " value" : " values") +
+              (count.below ? ", there and below" : ""));
   }
   PrintDeletions(injection.done ? "Registry values deleted" : "Registry values that would be deleted",
                  injection.record.deletions);

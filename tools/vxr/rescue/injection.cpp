@@ -172,6 +172,15 @@ void KeepLog(const RescueFacts &facts, const fs::path &undo) {
   VXRMachine_SetValue(rescue::kHostKey, "HCDIR", rescue::WindowsPath(*facts.system, undo).c_str());
 }
 
+// The library's result is 0, too, when it has not found the disk.
+void TakeResult(Listener *listener, Injection *injection) {
+  injection->record = std::move(listener->record);
+  injection->exitStatus = ExitStatus(injection->code, injection->record);
+  if (injection->exitStatus != 0 || injection->record.scanProblem.empty()) return;
+  injection->problem = "the disk was not found among the machine's: " + injection->record.scanProblem;
+  injection->exitStatus = VXR_RESULT_NO_DRIVER;
+}
+
 // The rehearsal, and what it says of the changes; `*plan` has none when none is needed.
 bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *plan) {
   if (!VXRMachine_Rehearse(1)) {
@@ -181,12 +190,7 @@ bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *
   Listener listener;
   listener.rehearsal = true;
   injection->code = Run(&listener);
-  injection->record = std::move(listener.record);
-  injection->exitStatus = ExitStatus(injection->code, injection->record);
-  if (injection->exitStatus == 0 && !injection->record.scanProblem.empty()) {
-    injection->problem = "the disk was not found among the machine's: " + injection->record.scanProblem;
-    injection->exitStatus = VXR_RESULT_NO_DRIVER;
-  }
+  TakeResult(&listener, injection);
   machine::Status planned;
   if (injection->exitStatus == 0) planned = PlanUndo(facts, injection->record, plan);
   if (planned && !plan->changes.empty()) planned = CheckRoom(*plan);
@@ -196,12 +200,27 @@ bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *
   return false;
 }
 
+// The digest of the hive that was rehearsed; where there was none, one that no hive has.
+std::string RehearsedHive(const RunRecord &record) {
+  for (const HiveRecord &hive : record.hives) {
+    if (hive.outcome == HiveOutcome::kSaved) return hive.digest;
+  }
+  return "none";
+}
+
+bool SavedHive(const RunRecord &record) {
+  return std::any_of(record.hives.begin(), record.hives.end(),
+                     [](const HiveRecord &hive) { return hive.outcome == HiveOutcome::kSaved; });
+}
+
 void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injection *injection) {
   if (machine::Status kept = rescue::KeepForUndo(plan, &injection->undo); !kept) {
     injection->problem = Words(kept);
     return;
   }
   KeepLog(facts, injection->undo);
+  const bool savesHive = SavedHive(injection->record);
+  VXRMachine_SaveOnly(RehearsedHive(injection->record).c_str());
   // Not part of what is kept: a session that is resumed after the volume was changed would damage it.
   if (machine::Status forgotten = rescue::ForgetHibernation(*facts.system); !forgotten) {
     injection->problem = Words(forgotten) + "; nothing was changed";
@@ -212,9 +231,12 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
   injection->code = Run(&listener);
   VXRMachine_SetObserver(OnEvent, &listener);
   CloseMachine();
-  injection->record = std::move(listener.record);
-  injection->exitStatus = ExitStatus(injection->code, injection->record);
+  TakeResult(&listener, injection);
   injection->done = true;
+  if (injection->exitStatus == 0 && SavedHive(injection->record) != savesHive) {
+    injection->problem = "the run did not do what its rehearsal did: something could not be read this time; run again";
+  }
+  if (!injection->problem.empty() && injection->exitStatus == 0) injection->exitStatus = 1;
   if (injection->exitStatus != 0 && rescue::DropIfUnused(injection->undo)) injection->undo.clear();
 }
 
