@@ -111,6 +111,11 @@ vxr_test(disk_chain_test unit rescue/disk_chain_test.cpp)
 target_link_libraries(disk_chain_test PRIVATE vxr_rescue)
 target_compile_definitions(disk_chain_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 
+# Injections in a rescue system, from outside.
+add_test(NAME inject COMMAND ${PROJECT_SOURCE_DIR}/tests/inject_test.sh $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR}/examples
+         $<TARGET_FILE:make_hive> ${PROJECT_SOURCE_DIR}/scripts/unpack-sysfs)
+set_tests_properties(inject PROPERTIES LABELS machine TIMEOUT 300)
+
 # Taking an injection back.
 vxr_test(undo_test machine rescue/undo_test.cpp)
 target_link_libraries(undo_test PRIVATE vxr_rescue)

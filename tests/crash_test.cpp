@@ -67,7 +67,9 @@ class CrashTest : public RestoreJobTest, public testing::WithParamInterface<Setu
   Outcome RunVxr(const std::string &at = "") const { return Await(Start(Injection(), at)); }
   Outcome Keep(const std::string &at = "") const;
   Outcome Undo(const std::string &at = "") const;
+  std::string UndoFolder() const;
   void ExpectUndone() const;
+  Command InjectionByInject() const;
   std::vector<Call> Calls() const;
 
   // After a run that was killed there may be files on the way, whose names begin with a dot.
@@ -175,6 +177,7 @@ pid_t CrashTest::Start(const Command &command, const std::string &at) const {
   setenv("LD_PRELOAD", VXR_KILL_POINT, 1);
   setenv("KILL_POINT_BELOW", below.c_str(), 1);
   setenv("KILL_POINT_RECORD", record.c_str(), 1);
+  setenv("TMPDIR", folder.c_str(), 1);
   if (!at.empty()) setenv("KILL_POINT_AT", at.c_str(), 1);
   if (GetParam().named) setenv("KILL_POINT_NAMED", "1", 1);
   const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -194,9 +197,7 @@ Outcome CrashTest::Keep(const std::string &at) const {
   return Await(Start({VXR_KEEP_FOR_UNDO, Host("restored"), Host("complete")}, at));
 }
 
-Outcome CrashTest::Undo(const std::string &at) const {
-  return Await(Start({VXR_PROGRAM, "undo", Host("restored/Windows/vxr-undo/2026-11-25-1")}, at));
-}
+Outcome CrashTest::Undo(const std::string &at) const { return Await(Start({VXR_PROGRAM, "undo", UndoFolder()}, at)); }
 
 Outcome CrashTest::Await(pid_t process) const {
   int status = 0;
@@ -363,9 +364,16 @@ TEST_P(CrashTest, ASecondRunIsRefusedUntilTheFirstEnds) {
 
 // --- Undo ------------------------------------------------------------------------------------------------------------
 
+// Empty: there is none.
+std::string CrashTest::UndoFolder() const {
+  std::error_code missing;
+  for (const auto &entry : fs::directory_iterator(Host("restored/Windows/vxr-undo"), missing)) return entry.path();
+  return "";
+}
+
 // Whatever is there, one command makes it what it was; without a folder it is that already.
 void CrashTest::ExpectUndone() const {
-  if (fs::exists(Host("restored/Windows/vxr-undo/2026-11-25-1"))) {
+  if (!UndoFolder().empty()) {
     const Outcome undo = Undo();
     EXPECT_EQ(undo.status, 0) << undo.output;
   }
@@ -406,6 +414,44 @@ TEST_P(CrashTest, IsUndoneWheneverAnythingIsKilled) {
       }
     }
   }
+}
+
+CrashTest::Command CrashTest::InjectionByInject() const {
+  return {VXR_PROGRAM,         "inject",       "--root",        Host("restored"), "--drivers",
+          Host("ram/drivers"), "--controller", "1DEA:0A42 0104"};
+}
+
+// The whole command. What it says is so: success, nothing changed, or where what was changed can be taken back.
+TEST_P(CrashTest, InjectIsUndoneWheneverItIsKilled) {
+  if (!IsExample()) return;  // its restored system alone tells what it is
+  Reset();
+  ASSERT_EQ(Await(Start(InjectionByInject(), "")).status, 0) << ReadFile("output");
+  const std::vector<Call> made = Calls();
+  unsigned unchanged = 0, partly = 0;
+  for (std::size_t n = 1; n <= made.size(); ++n) {
+    for (const char *when : {"before", "half", "after", "full", "full-on"}) {
+      if (*when == 'h' && !made[n - 1].IsWrite()) continue;
+      const std::string at = when + (":" + std::to_string(n));
+      SCOPED_TRACE(at + ", " + made[n - 1].name + " of " + made[n - 1].path);
+      Reset();
+      const Outcome run = Await(Start(InjectionByInject(), at));
+      EXPECT_EQ(run.signal, *when == 'f' ? 0 : SIGKILL) << run.output;
+      const bool saysUnchanged = run.output.find("; nothing was changed") != std::string::npos;
+      if (saysUnchanged) {
+        EXPECT_TRUE(Restored() == old) << run.output;
+      }
+      if (run.signal == 0 && run.status != 0) {
+        const bool saysPartly = run.output.find("; some changes were made") != std::string::npos;
+        EXPECT_TRUE(saysPartly ? run.output.find("vxr undo " + UndoFolder()) != std::string::npos : saysUnchanged)
+            << run.output;
+        ++(saysPartly ? partly : unchanged);
+      }
+      ExpectUndone();
+      if (HasFailure()) return;
+    }
+  }
+  EXPECT_GT(unchanged, 10u);
+  EXPECT_GT(partly, 10u);
 }
 
 std::vector<Setup> Setups() {

@@ -12,6 +12,7 @@
 #include "platform/machine/description/description.h"
 #include "platform/machine/files/disk_index.h"
 #include "platform/machine/files/paths.h"
+#include "platform/machine/hive/hive.h"
 #include "platform/machine/host/rehearsal.h"
 #include "platform/machine/registry/registry.h"
 #include "platform/machine/setup/device_tree.h"
@@ -109,6 +110,7 @@ int32_t VXRMachine_Close() {
   const bool saved = machine::CloseRegistry();
   machine::ClosePaths();
   machine::SetCurrent(nullptr);
+  machine::SaveOnly("");
   return saved;
 }
 
@@ -120,6 +122,8 @@ uint32_t VXRMachine_ProcessorArchitecture() {
 }
 
 uint32_t VXRMachine_CodePage() { return machine::Current() == nullptr ? 0 : machine::Current()->system.codePage; }
+
+void VXRMachine_SaveOnly(const char *digest) { machine::SaveOnly(digest == nullptr ? "" : digest); }
 
 int32_t VXRMachine_Rehearse(int32_t on) {
   if (on == 0) {

@@ -34,12 +34,14 @@ void Row(const char *what, double measured, double budget, const char *unit) {
 int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   AddRestoreBenchmarks(argc > 1 ? argv[1] : nullptr);
+  AddInjectBenchmarks(argc > 1 ? argv[1] : nullptr);
   AddHiveBenchmarks();
   AddExtensionBenchmarks();
   SmallestTimes reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\n| figure | measured | budget | within |\n|---|---|---|---|\n");
   PrintRestoreRows(reporter.times);
+  PrintInjectRows(reporter.times);
   PrintHiveRows(reporter.times);
   PrintExtensionRows(reporter.times);
   return failed ? 1 : 0;

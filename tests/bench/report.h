@@ -20,5 +20,7 @@ void AddRestoreBenchmarks(const char *hive);  // a large SYSTEM hive; null: its 
 void PrintRestoreRows(const Times &times);
 void AddHiveBenchmarks();
 void PrintHiveRows(const Times &times);
+void AddInjectBenchmarks(const char *hive);  // as above
+void PrintInjectRows(const Times &times);
 void AddExtensionBenchmarks();
 void PrintExtensionRows(const Times &times);

@@ -196,7 +196,8 @@ void AddRescueOptions(CLI::App *command, RescueOptions *options) {
                    "1000:0054[:SUBV:SUBD[:REV]] with the class behind it, such as 0107")
       ->type_name("ID");
   command->add_option("--disk", options->disks, "The disk to start from, such as sda; without it the root's own")
-      ->type_name("NAME");
+      ->type_name("NAME")
+      ->excludes("--controller");
   command->add_option("--sysfs", options->sysfs, "A captured /sys of another machine, in place of this one's")
       ->type_name("DIR");
 }

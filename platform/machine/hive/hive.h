@@ -137,4 +137,7 @@ Status CheckReplacedCells(Hive *hive);
 // surely on the disk, and its size is stored. The hive must not be used afterwards.
 Status SaveHive(Hive *hive, std::uint64_t *size, std::string *digest);
 
+// From now on only a hive with this SHA-256 is saved, one that a rehearsal made; empty: any.
+void SaveOnly(std::string digest);
+
 }  // namespace machine

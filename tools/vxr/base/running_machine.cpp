@@ -137,6 +137,7 @@ void VXRMachine_SetObserver(VXRMachine_Observer newObserver, void *context) {
 }
 
 int32_t VXRMachine_Rehearse(int32_t) { return FALSE; }
+void VXRMachine_SaveOnly(const char *) {}
 
 int32_t VXRMachine_SetValue(const char *key, const char *name, const char *text) {
   HKEY opened = nullptr;

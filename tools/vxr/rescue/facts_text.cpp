@@ -63,9 +63,10 @@ std::string SizeText(std::uint64_t bytes) {
   return text;
 }
 
-void PrintNode(const rescue::PciNode &node, const char *what) {
-  PrintLine(std::string("      ") + what + rescue::HardwareIds(node.function).front() + " at " + node.address +
-            (node.driver.empty() ? "" : ", Linux driver " + node.driver));
+// Of hardware to come the place is made up.
+void PrintNode(const rescue::PciNode &node, const char *what, bool toCome) {
+  PrintLine(std::string("      ") + what + rescue::HardwareIds(node.function).front() +
+            (toCome ? "" : " at " + node.address) + (node.driver.empty() ? "" : ", Linux driver " + node.driver));
 }
 
 void PrintDisk(const rescue::Disk &disk, bool toCome) {
@@ -79,7 +80,7 @@ void PrintDisk(const rescue::Disk &disk, bool toCome) {
   if (!disk.unfit.empty()) PrintLine("      " + disk.unfit);
   if (!disk.controller.otherId.empty()) PrintLine("      on " + disk.controller.otherId);
   for (std::size_t i = 0; i < disk.controller.nodes.size(); ++i) {
-    PrintNode(disk.controller.nodes[i], i == 0 ? "on " : "below the bridge ");
+    PrintNode(disk.controller.nodes[i], i == 0 ? "on " : "below the bridge ", toCome);
   }
 }
 
@@ -146,7 +147,7 @@ Json SystemJson(const rescue::RestoredSystem &system) {
 void PrintFacts(const RescueFacts &facts, bool all) {
   if (facts.system) PrintSystem(*facts.system);
   const std::vector<rescue::Disk> &disks = all ? facts.all : facts.disks;
-  PrintTitle(all ? "Disks of this machine" : facts.toCome ? "Controllers" : "Disks that hold it");
+  PrintTitle(all ? "Disks of this machine" : facts.toCome ? "Controllers" : "Disks to start from");
   if (disks.empty()) PrintLine("  none");
   for (const rescue::Disk &disk : disks) PrintDisk(disk, facts.toCome && !all);
   if (!facts.diskProblem.empty()) PrintLine("  " + facts.diskProblem);

@@ -17,7 +17,7 @@ int List(const RescueOptions &options, const RescueFacts &facts) {
     std::printf("%s\n", FactsJson(facts).dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
   } else {
     PrintFacts(facts, options.controllers.empty() && options.disks.empty());
-    if (!facts.disks.empty() && facts.system && options.controllers.empty()) {
+    if (!facts.disks.empty() && facts.system && options.controllers.empty() && options.disks.empty()) {
       std::string names;
       for (const rescue::Disk &disk : facts.disks) names += " " + disk.name;
       PrintLine("  The restored system lies on:" + names);
@@ -54,7 +54,9 @@ bool CheckCount(const RescueFacts &facts) {
 }  // namespace
 
 int InjectCommand(const RescueOptions &options) {
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
+  // Neither a reader that goes away nor a limit of file sizes must end a run half-way.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   if (options.root.empty() && !options.list) {
     PrintError("name where the restored system's volume is mounted: --root DIR; see vxr inject --help");
     return kExitUsage;

@@ -1,6 +1,7 @@
 #include "tools/vxr/rescue/injection.h"
 
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -50,12 +51,14 @@ void EndProgress(Progress *progress) {
 // --- Runs ------------------------------------------------------------------------------------------------------------
 
 struct Listener {
+  bool rehearsal = false;
   RunRecord record;
   Progress progress;
 };
 
 void OnEvent(void *context, const VXRMachine_Event *event) {
   Listener *listener = static_cast<Listener *>(context);
+  if (event->kind == VXRMACHINE_FILE_LEFT && listener->rehearsal) return;  // nothing was copied
   const std::string error = listener->record.firstError;
   AddEvent(&listener->record, *event);
   if (event->kind == VXRMACHINE_INF_INDEXED) listener->progress.files = event->size;
@@ -79,8 +82,7 @@ std::uint32_t Run(Listener *listener) {
   return code;
 }
 
-// --- What an injection would change
-// ------------------------------------------------------------------------------------
+// --- What an injection would change ----------------------------------------------------------------------------------
 
 machine::Status DigestOf(const fs::path &file, rescue::PlannedChange *change) {
   const machine::Descriptor opened(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -125,15 +127,44 @@ machine::Status PlanUndo(const RescueFacts &facts, const RunRecord &record, resc
   return {};
 }
 
-// --- The injection
-// -----------------------------------------------------------------------------------------------------
+// The rehearsal has seen that the changes have room; what is kept beside them, and the log, need more. Each new file is
+// written before the old one goes.
+machine::Status CheckRoom(const rescue::UndoPlan &plan) {
+  constexpr std::uint64_t kLogAndManifest = 65536;
+  struct statvfs volume = {};
+  if (statvfs(plan.volume.c_str(), &volume) != 0 || volume.f_blocks == 0 || volume.f_frsize == 0) return {};
+  std::uint64_t needed = kLogAndManifest;
+  const auto add = [&](std::uint64_t size) {
+    needed += (size + volume.f_frsize - 1) / volume.f_frsize * volume.f_frsize;
+  };
+  for (const rescue::PlannedChange &change : plan.changes) {
+    std::error_code missing;
+    const std::uint64_t old = fs::file_size(plan.volume / change.path, missing);
+    add(change.directory ? volume.f_frsize : change.size);
+    if (!change.directory && !missing) add(old);
+  }
+  const std::uint64_t free = std::uint64_t{volume.f_bavail} * volume.f_frsize;
+  if (needed <= free) return {};
+  return machine::Status::Refused(
+      "the restored volume has no room for the changes and for what takes them back: they "
+      "need " +
+      std::to_string(needed) + " bytes, " + std::to_string(free) + " are free; make room on it");
+}
 
-// A directory in memory for the running system's drive, of which a run lists the INF files, and there are none.
+// --- The injection ---------------------------------------------------------------------------------------------------
+
+// A directory, in memory where TMPDIR names no other, for the running system's drive. Two of its directories are read,
+// and hold no INF file.
 std::string MakeScratch() {
-  for (const char *place : {"/dev/shm", "/run", "/tmp"}) {
+  const char *chosen = std::getenv("TMPDIR");
+  for (const char *place : {chosen, "/dev/shm", "/run", "/tmp"}) {
+    if (place == nullptr || *place == '\0') continue;
     std::string name = std::string(place) + "/vxr-XXXXXX";
     std::error_code error;
-    if (mkdtemp(name.data()) != nullptr && fs::create_directories(name + "/Windows/inf", error)) return name;
+    if (mkdtemp(name.data()) != nullptr && fs::create_directories(name + "/Windows/inf", error) &&
+        fs::create_directory(name + "/no-drivers", error)) {
+      return name;
+    }
   }
   return "";
 }
@@ -145,34 +176,55 @@ void KeepLog(const RescueFacts &facts, const fs::path &undo) {
   VXRMachine_SetValue(rescue::kHostKey, "HCDIR", rescue::WindowsPath(*facts.system, undo).c_str());
 }
 
+// The library's result is 0, too, when it has not found the disk.
+void TakeResult(Listener *listener, Injection *injection) {
+  injection->record = std::move(listener->record);
+  injection->exitStatus = ExitStatus(injection->code, injection->record);
+  if (injection->exitStatus != 0 || injection->record.scanProblem.empty()) return;
+  injection->problem = "the disk was not found among the machine's: " + injection->record.scanProblem;
+  injection->exitStatus = VXR_RESULT_NO_DRIVER;
+}
+
 // The rehearsal, and what it says of the changes; `*plan` has none when none is needed.
 bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *plan) {
   if (!VXRMachine_Rehearse(1)) {
-    injection->problem = "the run cannot be rehearsed; nothing was changed";
+    injection->problem = "the run cannot be rehearsed";
     return false;
   }
   Listener listener;
+  listener.rehearsal = true;
   injection->code = Run(&listener);
-  injection->record = std::move(listener.record);
-  injection->exitStatus = ExitStatus(injection->code, injection->record);
-  if (injection->exitStatus == 0 && !injection->record.scanProblem.empty()) {
-    injection->problem = "the disk was not found among the machine's: " + injection->record.scanProblem;
-    injection->exitStatus = VXR_RESULT_NO_DRIVER;
-  }
+  TakeResult(&listener, injection);
   machine::Status planned;
   if (injection->exitStatus == 0) planned = PlanUndo(facts, injection->record, plan);
+  if (planned && !plan->changes.empty()) planned = CheckRoom(*plan);
   VXRMachine_Rehearse(0);
   if (planned) return injection->exitStatus == 0;
-  injection->problem = Words(planned) + "; nothing was changed";
+  injection->problem = Words(planned);
   return false;
+}
+
+// The digest of the hive that was rehearsed; where there was none, one that no hive has.
+std::string RehearsedHive(const RunRecord &record) {
+  for (const HiveRecord &hive : record.hives) {
+    if (hive.outcome == HiveOutcome::kSaved) return hive.digest;
+  }
+  return "none";
+}
+
+bool SavedHive(const RunRecord &record) {
+  return std::any_of(record.hives.begin(), record.hives.end(),
+                     [](const HiveRecord &hive) { return hive.outcome == HiveOutcome::kSaved; });
 }
 
 void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injection *injection) {
   if (machine::Status kept = rescue::KeepForUndo(plan, &injection->undo); !kept) {
-    injection->problem = Words(kept) + "; nothing was changed";
+    injection->problem = Words(kept);
     return;
   }
   KeepLog(facts, injection->undo);
+  const bool savesHive = SavedHive(injection->record);
+  VXRMachine_SaveOnly(RehearsedHive(injection->record).c_str());
   // Not part of what is kept: a session that is resumed after the volume was changed would damage it.
   if (machine::Status forgotten = rescue::ForgetHibernation(*facts.system); !forgotten) {
     injection->problem = Words(forgotten) + "; nothing was changed";
@@ -183,9 +235,12 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
   injection->code = Run(&listener);
   VXRMachine_SetObserver(OnEvent, &listener);
   CloseMachine();
-  injection->record = std::move(listener.record);
-  injection->exitStatus = ExitStatus(injection->code, injection->record);
+  TakeResult(&listener, injection);
   injection->done = true;
+  if (injection->exitStatus == 0 && SavedHive(injection->record) != savesHive) {
+    injection->problem = "the run did not do what its rehearsal did: something could not be read this time; run again";
+  }
+  if (!injection->problem.empty() && injection->exitStatus == 0) injection->exitStatus = 1;
   if (injection->exitStatus != 0 && rescue::DropIfUnused(injection->undo)) injection->undo.clear();
 }
 
@@ -194,7 +249,7 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
 bool Inject(const RescueFacts &facts, bool dry, Injection *injection) {
   const std::string scratch = MakeScratch();
   if (scratch.empty()) {
-    PrintError("no directory for passing files can be made in /dev/shm, /run or /tmp; give one of them room");
+    PrintError("no directory for passing files can be made in TMPDIR, /dev/shm, /run or /tmp; give one of them room");
     return false;
   }
   const ScopeGuard clear([&scratch] {

@@ -33,7 +33,7 @@ std::vector<rescue::Disk> NamedDisks(const RescueOptions &options, const std::ve
     const auto found =
         std::find_if(all.begin(), all.end(), [&](const rescue::Disk &disk) { return disk.name == name; });
     if (found == all.end()) {
-      PrintError(name + ": there is no such disk; vxr inject --list shows all");
+      PrintError("there is no disk \"" + name + "\"; vxr inject --list shows all");
       return {};
     }
     named.push_back(*found);

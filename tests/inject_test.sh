@@ -1,0 +1,231 @@
+#!/usr/bin/env bash
+# `vxr inject` from outside, as in a rescue system: a copy of an example's restored system, and a machine whose disk hangs
+# off a RAID controller behind a bridge, as sysfs shows it. What it finds, does, leaves alone, and says of bad input.
+#   inject_test.sh VXR EXAMPLES MAKE_HIVE UNPACK_SYSFS
+set -u
+
+vxr=$1
+example=$2/raid-10.0-x64
+make_hive=$3
+work=$(mktemp -d)
+export TMPDIR=$work
+trap 'umount "$work/mount" 2>/dev/null; rm -rf "$work"' EXIT
+failures=0
+cd "$work" || exit 1
+
+fail() {
+  echo "FAILED: $*"
+  tail -n 15 out | sed 's/^/  out: /'
+  sed 's/^/  err: /' err
+  failures=$((failures + 1))
+}
+
+run() { timeout 60 "$vxr" "$@" >out 2>err </dev/null; }
+
+# expect STATUS PATTERN ARGUMENT...: PATTERN is on standard output when there is one, else on standard error, which is
+# one line then. With --json there is a document that gives the status.
+expect() {
+  local status=$1 pattern=$2 got where=err
+  shift 2
+  run "$@"
+  got=$?
+  [[ $got -eq $status ]] || fail "$*: exit status $got, not $status"
+  [[ -s out ]] && where=out
+  tr '\n' ' ' <$where | grep -qE -- "$pattern" || fail "$*: no \"$pattern\""
+  [[ -s out || $(wc -l <err) -eq 1 ]] || fail "$*: more than one line of complaint"
+  run "$@" --json
+  [[ $? -eq $status ]] && jq -e "(.exit_status // 0) == $status" out >json 2>&1 || fail "$* --json"
+}
+
+fresh() {
+  chmod -R u+w restored 2>/dev/null
+  rm -rf restored
+  cp -r "$example/restored" restored
+  chmod -R u+w restored
+  hive=restored/Windows/System32/config/SYSTEM
+}
+
+# All that is there, with digests; of directories not the times, which no undo brings back.
+state() { (cd "${1:-restored}" && find . \( -type d -printf '%p %m\n' -o -printf '%p %y %m %s %T@\n' \) | sort &&
+  find . -type f -print0 | sort -z | xargs -0 -r sha256sum); }
+exported() { hivexregedit --export --unsafe-printable-strings "$1" '\'; }
+
+"$4" "$example/sysfs.txt" machine || exit 1
+cp -r "$example/ram/drivers" pack
+chmod -R u+w pack
+mkdir mount empty nowhere
+touch file
+sda=(--sysfs machine/sys --disk sda)
+pack=(--drivers pack)
+
+# --- What is there
+fresh
+expect 0 'sda +TARNWICK RAID 1 VOLUME, 250.1 GB.*SUBSYS_00011DEA&REV_02 at 0000:02:00.0.*bridge PCI.VEN_1DEA&DEV_7001.*sdc.*USB.*does not start' inject --list --sysfs machine/sys
+run inject --list --json --root restored "${sda[@]}" &&
+  jq -e '.system.version == "10.0.19041" and .system.drive == "C" and (.all_disks | length) == 3 and .disks[0].name == "sda"
+    and .disks[0].controller_and_bridges[0].hardware_ids[3] == "PCI\\VEN_1DEA&DEV_0A42&CC_0104"
+    and .disks[0].controller_and_bridges[1].hardware_ids[0] == "PCI\\VEN_1DEA&DEV_7001&SUBSYS_00001DEA&REV_05"
+    and .all_disks[2].unfit != null and .obstacles == []' out >json || fail "the list as JSON"
+
+# --- Dry, described, real, again, and back
+before=$(state)
+run inject --root restored "${sda[@]}" "${pack[@]}" --dry-run || fail "dry run"
+[[ $(state) == "$before" ]] || fail "a dry run changed something"
+sed -n '/^Result/q; s/ that would be / /; p' out >dry
+cp -r restored described
+run describe --root described "${sda[@]}" "${pack[@]}" && cp out machine.toml && sed '/^clock/d' out >once || fail "describe"
+run run --machine machine.toml --job 1 || fail "the described machine's run"
+run inject --root restored "${sda[@]}" "${pack[@]}" || fail "injection"
+sed '/^Result/,$d' out | diff dry - >json || fail "the dry run said something else: $(cat json)"
+undo=$(find restored/Windows/vxr-undo -mindepth 1 -maxdepth 1)
+grep -q "take it back.*: vxr undo $work/$undo\$" out || fail "nothing says how to take it back"
+# Of what the clock decides there is nothing but times.
+diff <(exported described/Windows/System32/config/SYSTEM) <(exported $hive) >json || fail "another hive: $(cat json)"
+for name in twraid twflt; do
+  cmp -s restored/Windows/System32/drivers/$name.sys "$(find pack/raid/w10 -name $name.sys)" || fail "$name.sys"
+done
+[[ $(jq -r '.changes[] | select(.path | endswith("SYSTEM")) | .after.digest // .after.sha256' $undo/manifest.json) == \
+  $(sha256sum <$hive | cut -d' ' -f1) ]] || fail "the rehearsal told another digest than the hive's: $(cat $undo/manifest.json)"
+after=$(state)
+for mode in '' --dry-run; do
+  # shellcheck disable=SC2086
+  expect 0 'taken +the restored system.s own driver.*nothing has to be changed' inject --root restored "${sda[@]}" "${pack[@]}" $mode
+  [[ $(state) == "$after" ]] || fail "the second injection changed something"
+done
+expect 0 '3 files, injected ' undo --list restored
+run undo "$undo" || fail "undo"
+[[ $(state) == "$before" ]] || fail "the undo left something: $(diff <(echo "$before") <(state))"
+
+# --- Hardware: exit status, what is said, arguments
+while IFS='|' read -r status pattern words; do
+  eval "expect '$status' '$pattern' inject --root restored --dry-run $words"
+done <<'CASES'
+0|on PCI.VEN_1DEA&DEV_0A42&CC_0104 .*w10.twraid.inf|--drivers pack --controller 1DEA:0A42 0104
+0|SUBSYS_00011DEA&REV_02 .*w10.twraid.inf|--drivers pack --controller "1dea:0a42:1DEA:0001:02 010400"
+0|w10.twraid.inf|--drivers pack --controller 'pci\ven_1dea&dev_0a42&cc_0104'
+0|w10.twraid.inf.*hba.twhba.inf|--drivers pack/raid --drivers pack/hba --controller 1DEA:0A42 0104 --controller 1DEA:0A60 0107
+0|w10.twraid.inf.*hba.twhba.inf|--drivers pack --sysfs machine/sys --disk sda --disk /dev/sdb --disk sda
+0|nothing has to be changed|--controller 'ACPI\PNP0A08'
+3|lists one of +PCI.VEN_1DEA&DEV_0A42 .*Name the controller with its class|--drivers pack --controller 1DEA:0A42
+3|CC_0104 .*read: 0  Result.*Give a directory|--sysfs machine/sys --disk sda
+3|read: 0  Result.*Add the controller.s driver|--sysfs machine/sys --disk sda --drivers empty
+3|twraid.*lists one of.*Add the controller|--sysfs machine/sys --disk sda --drivers pack/raid/w11
+2|1DEA:0A42:1DEA: names no|--controller 1DEA:0A42:1DEA
+2|PCI.CC_0104: is no id|--controller 'PCI\CC_0104'
+2|an empty text: names no|--controller ''
+2|0104: names no|--controller 0104
+2|--controller excludes --disk|--controller 1DEA:0A42 --disk sda
+2|no disk "sdz"|--sysfs machine/sys --disk sdz
+2|no disk ""|--sysfs machine/sys --disk ''
+1|sdc: a USB disk|--sysfs machine/sys --disk sdc
+1|which disk holds the root|--sysfs machine/sys
+2|nowhere is no sysfs|--sysfs nowhere
+2|file is no sysfs|--sysfs file
+2|--sysfs: At Most 1|--sysfs machine/sys --sysfs machine/sys
+2|--root: At Most 1|--root restored
+2|one argument too many|restored
+2|--nosuch: unknown|--nosuch
+2|--drivers: 1 required|--drivers
+2|none is missing|--drivers none
+2|file is no directory|--drivers file
+2|a directory has an empty name|--drivers ''
+CASES
+[[ $(state) == "$before" ]] || fail "a refused or a dry run changed something"
+
+# --- Roots and what is in them: exit status, what is said, root, how the restored system is bent. Nothing is changed.
+while IFS='|' read -r status pattern root bend; do
+  fresh
+  eval "$bend"
+  before=$(state)
+  expect "$status" "$pattern" inject --root "$root" "${sda[@]}" "${pack[@]}"
+  [[ $(state) == "$before" ]] || fail "$root, $bend: something was changed"
+  chmod -R u+rwX restored
+done <<'CASES'
+2|--root DIR||
+2|file is a file|file|
+2|none does not exist|none|
+1|empty: nothing is mounted|empty|
+1|holds no Windows|machine|
+1|inside a Windows directory: name .*restored/Windows|restored/Windows/System32|
+1|more than one Windows .Windows, Windows.old.|restored|cp -r restored/Windows restored/Windows.old
+1|has Windows and windows|restored|mkdir restored/windows
+1|Windows is a link|restored|mv restored/Windows elsewhere; ln -s ../elsewhere restored/Windows
+1|no config/SYSTEM in it|restored|rm $hive
+1|too short for a registry hive|restored|echo x >$hive
+1|not closed cleanly|restored|"$make_hive" $hive dirty; rm $hive.LOG1
+1|cannot be told: ntoskrnl|restored|rm restored/Windows/System32/ntoskrnl.exe
+1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
+CASES
+
+# --- Taken at one's own risk: the system forgets what it saved. A hive that was not closed is brought up to date.
+fresh
+printf hibr >restored/hiberfil.sys
+run inject --root restored "${sda[@]}" "${pack[@]}" --force || fail "forced"
+[[ $(cat err) == 'vxr: --force: '*lost* && $(tr -d '\0' <restored/hiberfil.sys) == '' ]] || fail "forced: not said, or not forgotten"
+fresh
+"$make_hive" $hive dirty
+before=$(state)
+run inject --root restored "${sda[@]}" "${pack[@]}" && grep -q 'not closed cleanly' out || fail "a dirty hive"
+run undo restored/Windows/vxr-undo/* && [[ $(state) == "$before" ]] || fail "a dirty hive is not put back"
+
+# --- Directories of drivers: links in a circle
+fresh
+mkdir circle && cp -r pack/raid/w10/. circle && ln -s ../circle circle/loop && ln -s self circle/self
+expect 0 'taken +circle/twraid.inf' inject --root restored "${sda[@]}" --drivers circle --dry-run
+expect 2 'circle/self is missing' inject --root restored "${sda[@]}" --drivers circle/self --dry-run
+
+# --- No file may be as large as the hive
+before=$(state)
+old=$(sha256sum <$hive)
+(ulimit -f 60 && run inject --root restored "${sda[@]}" "${pack[@]}")
+[[ $? -eq 4 && $(state) == "$before" ]] && grep -q 'File too large' out || fail "a limit of file sizes"
+
+# --- A call that fails here and there, once or from then on: 0 is said of the whole injection alone, and all that there is
+# can be taken back.
+for ((n = 1; n < 2200; n += 61)); do
+  VXR_FAULTS="*:$n:$([[ $((n % 2)) -eq 0 ]] && echo once || echo on)" run inject --root restored "${sda[@]}" --drivers pack/raid/w10
+  got=$?
+  folder=$(find restored/Windows/vxr-undo -mindepth 1 -maxdepth 1 2>/dev/null)
+  [[ $got -ne 0 || ($(sha256sum <$hive) != "$old" && -n $folder) ]] || fail "fault $n: 0, and nothing was done"
+  [[ -z $folder ]] || run undo "$folder" || fail "fault $n: undo"
+  [[ $(state) == "$before" ]] || fail "fault $n: not as it was"
+done
+
+# --- Volumes that a user without rights cannot have: read-only, full, not to be read
+if [[ $EUID -eq 0 ]] && mount -t tmpfs -o size=800k none mount 2>err; then
+  cp -r restored/. mount
+  expect 1 "controller that Windows will have" inject --root mount "${pack[@]}"
+  mount -o remount,ro mount
+  expect 1 'mounted read-only; mount it anew' inject --root mount "${sda[@]}" "${pack[@]}"
+  mount -o remount,rw mount
+  # Room for nothing, for a driver, for the drivers, for the changes but not for what takes them back; then for all.
+  for free in 0:3 4:3 40:4 100:1 190:1 260:0; do
+    dd if=/dev/zero of=mount/fill bs=1k 2>/dev/null
+    truncate -s "-${free%:*}k" mount/fill
+    before=$(state mount)
+    run inject --root mount "${sda[@]}" "${pack[@]}"
+    [[ $? -eq ${free#*:} ]] || fail "$free: another status"
+    if [[ $free == *:0 ]]; then
+      run undo mount/Windows/vxr-undo/* || fail "undo on a small volume"
+    else
+      grep -q ' room ' out && grep -q '^  .: .*; nothing was changed' out || fail "$free: not said"
+    fi
+    [[ $(state mount) == "$before" ]] || fail "$free: something was changed"
+  done
+  umount mount
+fi
+if [[ $EUID -eq 0 ]] && command -v setpriv >/dev/null; then
+  chmod a+rx "$work"
+  while IFS='|' read -r pattern bend; do
+    fresh
+    eval "$bend"
+    setpriv --reuid 65534 --regid 65534 --clear-groups "$vxr" inject --root restored "${sda[@]}" "${pack[@]}" >out 2>err
+    [[ $? -eq 1 && $(wc -l <err) -eq 1 ]] && grep -q "$pattern; run as root" err || fail "$bend"
+  done <<'CASES'
+restored cannot be read: Permission denied|chmod 0 restored
+SYSTEM cannot be opened: Permission denied|chmod 0 $hive
+Windows cannot be changed: Permission denied|
+CASES
+fi
+
+[[ $failures -eq 0 ]] || exit 1
