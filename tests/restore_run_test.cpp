@@ -175,7 +175,8 @@ TEST_F(RestoreJobTest, ARehearsalTellsWhatTheInjectionThenDoesAndChangesNothing)
     statusLines.clear();
     EXPECT_EQ(Run(inject), 0u);
     for (const MachineEvent &event : events) {
-      all.push_back(std::to_string(event.kind) + event.subject + event.detail + event.text +
+      const bool digest = event.kind == VXRMACHINE_HIVE_SAVED;  // which only a rehearsal tells
+      all.push_back(std::to_string(event.kind) + event.subject + event.detail + (digest ? "" : event.text) +
                     std::to_string(event.size));
     }
     all.insert(all.end(), statusLines.begin(), statusLines.end());
