@@ -6,8 +6,8 @@ install(TARGETS vxrcore EXPORT vxrcore
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT vxrcore NAMESPACE vxrcore:: FILE vxrcoreConfig.cmake DESTINATION ${config} COMPONENT development)
-# The records of hosts may grow while the version begins with 0: another minor version is another interface.
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxrcoreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+# What SONAME 0 promises holds for every version that begins with 0.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxrcoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 configure_file(cmake/vxrcore.pc.in vxrcore.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vxrcoreConfigVersion.cmake DESTINATION ${config} COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/vxrcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
