@@ -100,7 +100,7 @@ list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT
 list(TRANSFORM whole APPEND ">")
 add_library(vxrcore SHARED)
 target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_platform>")
-target_include_directories(vxrcore INTERFACE ${PROJECT_SOURCE_DIR}/include)
+target_include_directories(vxrcore INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
 if(WIN32)
   enable_language(RC)
   configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)

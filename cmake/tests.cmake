@@ -161,9 +161,5 @@ add_dependencies(library_test vxrcore)
 add_test(NAME library_test COMMAND library_test)
 set_tests_properties(library_test PROPERTIES LABELS unit TIMEOUT 60)
 
-# The package of what is installed.
-if(NOT VXR_SANITIZE)
-add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
-           ${PROJECT_SOURCE_DIR})
-  set_tests_properties(package PROPERTIES LABELS unit TIMEOUT 120)
-endif()
+# What is installed: pages, completion, the interface, packages.
+include(cmake/package_tests.cmake)

@@ -57,8 +57,14 @@ static inline VXR_LE64 VxrPut64(uint64_t value) {
 #define VXR_MAX_VOLUMES 4
 #define VXR_MAX_VOLUME_DISKS 2
 
-#define VXR_CHECK_SIZE(record, size) static_assert(sizeof(record) == (size), #record)
-#define VXR_CHECK_OFFSET(record, field, offset) static_assert(offsetof(record, field) == (offset), #record "." #field)
+/* C99 has no assertions of its own: there an array is declared whose size would be negative. */
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L)
+#define VXR_CHECK(condition, what) static_assert(condition, what)
+#else
+#define VXR_CHECK(condition, what) extern char VxrCheck[(condition) ? 1 : -1]
+#endif
+#define VXR_CHECK_SIZE(record, size) VXR_CHECK(sizeof(record) == (size), #record)
+#define VXR_CHECK_OFFSET(record, field, offset) VXR_CHECK(offsetof(record, field) == (offset), #record "." #field)
 
 typedef struct VXR_EXTHEADER {
   VXR_LE32 Magic;   /* 0 */
@@ -312,6 +318,7 @@ typedef struct VXR_EXTIMAGE {
 VXR_CHECK_SIZE(VXR_EXTIMAGE, VXR_EXT_FILE_SIZE);
 VXR_CHECK_OFFSET(VXR_EXTIMAGE, Extension, 8);
 
+#undef VXR_CHECK
 #undef VXR_CHECK_SIZE
 #undef VXR_CHECK_OFFSET
 

@@ -1,0 +1,24 @@
+# Manual pages and the completion of shells, made of what the built vxr says of itself.
+
+find_program(VXR_LOWDOWN lowdown)
+if(NOT VXR_LOWDOWN)
+  message(FATAL_ERROR "lowdown is missing, which makes manual pages; run scripts/bootstrap, or set VXR_HELP to OFF")
+endif()
+set(VXR_HELP_DIR ${PROJECT_BINARY_DIR}/help)
+file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/debian/changelog date REGEX "^ -- " LIMIT_COUNT 1)
+string(REGEX REPLACE "^.*>  " "" date "${date}")
+file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/help/*)
+add_custom_command(OUTPUT ${VXR_HELP_DIR}/made
+  COMMAND ${PROJECT_SOURCE_DIR}/tools/help/make_pages.sh $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR} ${VXR_HELP_DIR}
+          ${PROJECT_VERSION} "${date}"
+  COMMAND ${CMAKE_COMMAND} -E touch ${VXR_HELP_DIR}/made
+  DEPENDS vxr ${sources} ${PROJECT_SOURCE_DIR}/docs/machine.md VERBATIM)
+add_custom_target(help_pages ALL DEPENDS ${VXR_HELP_DIR}/made)
+
+install(DIRECTORY ${VXR_HELP_DIR}/man1 ${VXR_HELP_DIR}/man5 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT program)
+set(completion ${VXR_HELP_DIR}/completion)
+install(FILES ${completion}/vxr.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vxr
+        COMPONENT program)
+install(FILES ${completion}/vxr.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _vxr
+        COMPONENT program)
+install(FILES ${completion}/vxr.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT program)

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Makes the Debian packages, as the preset does, and lets lintian judge them.
+#   debian_packages_test.sh SOURCE
+set -u
+source=$1
+. "$source/scripts/quietly.sh"
+cd "$source" || exit 1
+
+rm -f build/packages/*.deb
+quietly cmake --preset debian && quietly cmake --build --preset debian && quietly cpack --preset debian || exit 1
+(cd build/packages && ls -s --block-size=K -- *.deb)
+if ! command -v lintian >/dev/null; then
+  echo "lintian is not installed: its judgement is skipped"
+  exit 0
+fi
+lintian --allow-root --fail-on error,warning --show-overrides build/packages/*.deb

@@ -1,0 +1,3 @@
+# Completion of vxr's command line for fish.
+complete -c vxr -f
+@
