@@ -23,7 +23,7 @@ modules=(
   xhci_pci usb_storage loop dm_mod linear fuse ntfs3
 )
 
-# list_modules FOLDER: the files of the modules, each behind those that it needs; one that this kernel lacks is left out.
+# list_modules FOLDER: the files of the modules, each behind those that it needs, without those that the kernel lacks.
 list_modules() {
   awk -v wanted="${modules[*]}" '
     function add(file,   count, list, at) {

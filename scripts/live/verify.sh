@@ -30,7 +30,8 @@ ended() {
     fault "$2" "step $3 ended with ${status:-nothing} in place of $4; see $1"
     return 1
   fi
-  [[ -z ${5:-} ]] || printed "$1" "$2" "$3" | grep -F -- "$5" >/dev/null || { fault "$2" "step $3 does not say: $5"; return 1; }
+  [[ -z ${5:-} ]] || printed "$1" "$2" "$3" | grep -F -- "$5" >/dev/null ||
+    { fault "$2" "step $3 does not say: $5"; return 1; }
 }
 
 # value HIVE KEY NAME
