@@ -45,10 +45,10 @@ list_modules() {
     }' "$1"/lib/modules/*/modules.dep
 }
 
-# add_program ROOT PROGRAM: into /bin, with the shared libraries that it needs; a static one needs none.
+# add_program ROOT PROGRAM [NAME]: into /bin, with the shared libraries that it needs; a static one needs none.
 add_program() {
   local library
-  install -D "$2" "$1/bin/$(basename "$2")"
+  install -D "$2" "$1/bin/${3:-$(basename "$2")}"
   for library in $(ldd "$2" 2>/dev/null | grep -o '/[^ ]*'); do
     [[ -f $1$library ]] || install -D "$library" "$1$library"
   done
@@ -62,7 +62,8 @@ make_initramfs() {
   mkdir -p "$root"/{bin,dev,proc,sys,mnt,other,tmp,modules}
   install scripts/live/init "$root/init"
   install "$(command -v busybox)" "$root/bin/busybox"
-  for program in "$vxr" "$(command -v ntfs-3g)" "$(command -v dmsetup)" "$(command -v mdadm)"; do
+  add_program "$root" "$vxr" vxr
+  for program in "$(command -v ntfs-3g)" "$(command -v dmsetup)" "$(command -v mdadm)"; do
     add_program "$root" "$program"
   done
   for file in "${converters[@]}"; do
