@@ -132,9 +132,9 @@ Status CheckReplacedCells(Hive *hive);
 // Writes the changes to a new file, flushes it and puts it in the old one's place, with the old one's owner, mode and
 // extended attributes; without changes, or with such as are taken back, only has the disk know the names there, and
 // stores size 0. `*digest`: while a rehearsal is on, SHA-256 of the new hive's
-// bytes, which are only made in memory then; else empty. The new hive is clean, and no log beside it can be applied to it, now or later; the logs stay as they
-// are, since they may be wanted as evidence. On failure the old file is whole, or the new one is in place but not
-// surely on the disk, and its size is stored. The hive must not be used afterwards.
+// bytes, which are only made in memory then; else empty. The new hive is clean, and no log beside it can be applied to
+// it, now or later; the logs stay as they are, since they may be wanted as evidence. On failure the old file is whole,
+// or the new one is in place but not surely on the disk, and its size is stored. The hive must not be used afterwards.
 Status SaveHive(Hive *hive, std::uint64_t *size, std::string *digest);
 
 // From now on only a hive with this SHA-256 is saved, one that a rehearsal made; empty: any.
