@@ -7,11 +7,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <iterator>
 #include <vector>
 
 #include "tests/bench/bench_machine.h"
 #include "tests/bench/inf_directory.h"
 #include "tests/bench/report.h"
+#include "tests/support/hive_builder.h"
 
 namespace fs = std::filesystem;
 
@@ -25,13 +28,24 @@ void MakeRestored() {
   const fs::path examples = VXR_EXAMPLES_DIR, restored = folder / "restored";
   fs::remove_all(restored);
   fs::copy(examples / "scsi-6.1-x64/restored", restored, fs::copy_options::recursive);
-  fs::copy_file(corpusHive, restored / "Windows/System32/config/SYSTEM", fs::copy_options::overwrite_existing);
+  const fs::path config = restored / "Windows/System32/config";
+  fs::copy_file(corpusHive, config / "SYSTEM", fs::copy_options::overwrite_existing);
+  const std::string version = "Microsoft\\Windows NT\\CurrentVersion";
+  WriteHive(config / "SOFTWARE",
+            {TextValue(version, "CurrentVersion", "6.1"), TextValue(version, "CurrentBuild", "7601")});
 }
 
 void MakeInjection() {
   folder = MakeBenchFolder();
   MakeInfDirectory(folder / "pack", kFiles - 1);
-  fs::copy(fs::path(VXR_EXAMPLES_DIR) / "raid-10.0-x64/ram/drivers/raid/w7", folder / "pack/raid");
+  const fs::path driver = fs::path(VXR_EXAMPLES_DIR) / "raid-10.0-x64/ram/drivers/raid/x86";
+  fs::copy(driver, folder / "pack/raid");
+  std::ifstream in(driver / "twraid.inf");
+  std::string text{std::istreambuf_iterator<char>(in), {}};
+  const std::string_view later = "NTx86.10.0";  // than the hive's system
+  for (std::size_t at = 0; (at = text.find(later, at)) != std::string::npos;)
+    text.replace(at, later.size(), "NTx86.6.1");
+  std::ofstream(folder / "pack/raid/twraid.inf") << text;
 }
 
 // Whether the program came to its end with 0.
@@ -76,9 +90,11 @@ void AddInjectBenchmarks(const char *hive) {
 
 void PrintInjectRows(const Times &times) {
   if (corpusHive.empty()) return;
-  const double list = times.Of("InjectList/real_time"), dry = times.Of("InjectDry/real_time");
-  Row("vxr inject over 1,000 INF files, from start to last screen", times.Of("Inject/real_time") / 1e6, 1000, "ms");
-  Row("of it, what is there", list / 1e6, 100, "ms");
-  Row("of it, the rehearsal", (dry - list) / 1e6, 500, "ms");
+  const double list = times.Of("InjectList/") / 1e6, dry = times.Of("InjectDry/") / 1e6,
+               all = times.Of("Inject/") / 1e6;
+  Row("vxr inject over 1,000 INF files, from start to last screen", all, 1000, "ms");
+  Row("of it, finding what is there", list, 100, "ms");
+  Row("of it, the rehearsal", dry - list, 400, "ms");
+  Row("of it, keeping what is replaced, and the run", all - dry, 500, "ms");
   fs::remove_all(folder);
 }
