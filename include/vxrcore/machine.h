@@ -80,9 +80,9 @@ VXR_API int32_t VXRMachine_SetValue(const char *key, const char *name, const cha
  * False, with nothing begun, without a machine or with a hive mounted, and on Windows, which has no rehearsals. */
 VXR_API int32_t VXRMachine_Rehearse(int32_t on);
 
-/* From now on, until the machine closes, a hive is saved only when its bytes are those whose SHA-256 a rehearsal told, in
- * `digest` (64 lower-case hexadecimal digits, copied); any other is not saved and stays as it was. So a host that has
- * kept what such a hive replaces can always put it back. Null: any hive is saved. Ignored on Windows. */
+/* From now on, until the machine closes, a hive is saved only when its bytes are those whose SHA-256 a rehearsal told,
+ * in `digest` (64 lower-case hexadecimal digits, copied); any other is not saved and stays as it was. So a host that
+ * has kept what such a hive replaces can always put it back. Null: any hive is saved. Ignored on Windows. */
 VXR_API void VXRMachine_SaveOnly(const char *digest);
 
 /* How often an INF file was read from disk since VXRMachine_Open. */
