@@ -2,6 +2,7 @@
 # The manual pages and the completion of shells that are made of a vxr.
 #   help_test.sh VXR SOURCE
 set -u
+export LC_ALL=C.UTF-8
 vxr=$1
 source=$2
 work=$(mktemp -d)
@@ -50,11 +51,11 @@ mkdir -p files/folder && cd files && touch a.toml b.inf || exit 1
 while IFS='|' read -r line expected; do
   # shellcheck disable=SC2016
   got=$(bash -uc '. ../completion/vxr.bash; read -ra COMP_WORDS <<<"$1"; [[ $1 == *" " ]] && COMP_WORDS+=("")
-    COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _vxr; echo "${COMPREPLY[*]}"' _ "$line" 2>&1)
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _vxr; printf "%s\n" "${COMPREPLY[@]}" | sort | xargs' _ "$line" 2>&1)
   [[ $got == "$expected" ]] || fail "bash: \"$line\" gives \"$got\", not \"$expected\""
 done <<'END'
 vxr in|inf inject
-vxr run --ver|--version --verify
+vxr run --ver|--verify --version
 vxr run --rules |exact windows
 vxr run --rules = w|windows
 vxr run --machine |a.toml b.inf folder
