@@ -37,7 +37,11 @@ vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/search/driver_search.cpp i
 if(WIN32)
   set(VXR_CODE_PAGE platform/win32/code_page.cpp)
 else()
-  set(VXR_CODE_PAGE platform/text/code_page.cpp)
+  # The tables of the code pages, which no program then needs a converter of the C library for.
+  add_executable(make_code_pages platform/text/make_code_pages.cpp)
+  set(tables ${PROJECT_BINARY_DIR}/code_page_tables.cpp)
+  add_custom_command(OUTPUT ${tables} COMMAND make_code_pages ${tables} DEPENDS make_code_pages VERBATIM)
+  set(VXR_CODE_PAGE platform/text/code_page.cpp ${tables})
 endif()
 add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
   platform/inf/inf_tokens.cpp platform/inf/inf_values.cpp platform/inf/inf_decoding.cpp platform/inf/inf_fields.cpp platform/inf/inf_headers.cpp
