@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <span>
 
-namespace machine {
+#include "platform/text/utf.h"
 
-inline constexpr char16_t kUndefined = 0xFFFF;  // no character has this number
+namespace machine {
 
 struct ByteRange {
   unsigned char first, last;
