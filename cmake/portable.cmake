@@ -1,12 +1,14 @@
 # One program with everything but the C library linked in, for a rescue system that has nothing else:
 #   cmake --preset portable && cmake --build --preset portable && cpack --preset portable
-# VXR_MAN_PAGES, where it is set, names the man pages.
 
 target_link_options(vxr PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 
 install(TARGETS vxr RUNTIME DESTINATION .)
-install(FILES README.md CHANGELOG.md DESTINATION .)
-install(FILES ${VXR_MAN_PAGES} DESTINATION man)
+install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION .)
+install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN *.md)
+set(CMAKE_INSTALL_MANDIR man)
+set(CMAKE_INSTALL_DATADIR share)
+include(cmake/help.cmake)
 
 # The licences of what is linked in, as Debian records them, and the texts that those refer to.
 string(REGEX MATCH "^[0-9]+" gcc ${CMAKE_CXX_COMPILER_VERSION})

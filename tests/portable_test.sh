@@ -45,6 +45,7 @@ grep -q 'no symbols' "$work/out" || fail "is not stripped"
 for linked in hivex tomlplusplus nettle json cli11 gcc-runtime; do
   [[ -s $root/$name/licences/$linked.txt ]] || fail "no licence of $linked"
 done
+[[ -s $root/$name/man/man1/vxr.1.gz ]] || fail "no manual page"
 
 ldd "$vxr" | grep -o '/[^ ]*' | while read -r library; do
   install -D "$library" "$root$library"
