@@ -37,7 +37,11 @@ vxr_logic(inf inf/checks.cpp inf/field_reader.cpp inf/search/driver_search.cpp i
 if(WIN32)
   set(VXR_CODE_PAGE platform/win32/code_page.cpp)
 else()
-  set(VXR_CODE_PAGE platform/text/code_page.cpp)
+  # The tables of the code pages, which no program then needs a converter of the C library for.
+  add_executable(make_code_pages platform/text/make_code_pages.cpp)
+  set(tables ${PROJECT_BINARY_DIR}/code_page_tables.cpp)
+  add_custom_command(OUTPUT ${tables} COMMAND make_code_pages ${tables} DEPENDS make_code_pages VERBATIM)
+  set(VXR_CODE_PAGE platform/text/code_page.cpp ${tables})
 endif()
 add_library(vxr_inf_file STATIC platform/inf/inf_file.cpp platform/inf/inf_lines.cpp
   platform/inf/inf_tokens.cpp platform/inf/inf_values.cpp platform/inf/inf_decoding.cpp platform/inf/inf_fields.cpp platform/inf/inf_headers.cpp
@@ -95,28 +99,36 @@ list(JOIN VXR_LOGIC_ARCHIVES "," archives)
 target_link_libraries(vxr_everything INTERFACE
     "$<LINK_GROUP:RESCAN,${archives},vxr_platform,${VXR_HIVE_FILE}vxr_inf_file>")
 
-# The whole archives, so that the exported functions are in; the rest stays inside, by the list of what is exported.
-list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
-list(TRANSFORM whole APPEND ">")
-add_library(vxrcore SHARED)
-target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_platform>")
-target_include_directories(vxrcore INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
-if(WIN32)
-  enable_language(RC)
-  configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)
-  target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/tick_count.cpp platform/win32/vxrcore.def
-                 ${PROJECT_BINARY_DIR}/version.rc)
-  set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
-  target_link_libraries(vxrcore PRIVATE vxr_inf_file)
-  target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
+if(VXR_PORTABLE)
+  # No shared library: what links the library links its archives.
+  add_library(vxrcore INTERFACE)
+  # An object of the program itself: from an archive the linker would take it after the C library's.
+  target_sources(vxrcore INTERFACE ${PROJECT_SOURCE_DIR}/platform/machine/hive/hivex_iconv.cpp)
+  target_link_libraries(vxrcore INTERFACE vxr_everything)
 else()
-  # Without a list, templates of the C++ library were exported too, some as symbols that forbid unloading.
-  set(map ${PROJECT_SOURCE_DIR}/platform/machine/vxrcore.map)
-  target_sources(vxrcore PRIVATE ${map})
-  target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
-                        "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
-  target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--version-script=${map})
-  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
+  # The whole archives, so that the exported functions are in; the rest stays inside, by the list of what is exported.
+  list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
+  list(TRANSFORM whole APPEND ">")
+  add_library(vxrcore SHARED)
+  target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_platform>")
+  target_include_directories(vxrcore INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+  if(WIN32)
+    enable_language(RC)
+    configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)
+    target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/tick_count.cpp platform/win32/vxrcore.def
+                   ${PROJECT_BINARY_DIR}/version.rc)
+    set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
+    target_link_libraries(vxrcore PRIVATE vxr_inf_file)
+    target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
+  else()
+    # Without a list, templates of the C++ library were exported too, some as symbols that forbid unloading.
+    set(map ${PROJECT_SOURCE_DIR}/platform/machine/vxrcore.map)
+    target_sources(vxrcore PRIVATE ${map})
+    target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
+                          "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
+    target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--version-script=${map})
+    set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
+  endif()
 endif()
 
 # The rescue system: the machine that Linux runs on, and the restored system as its files tell. The ids of devices serve

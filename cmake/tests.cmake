@@ -79,7 +79,11 @@ vxr_test(device_test machine device/facts_test.cpp
 # The described machine: texts, facts, windows and prompts, the machine file.
 vxr_test(machine_base_test machine platform/text/code_page_test.cpp platform/machine/description/description_test.cpp
          platform/machine/system/facts_test.cpp platform/text/format_test.cpp platform/machine/machine_test.cpp
-         platform/machine/system/windows_test.cpp tests/c_headers.c)
+         platform/machine/system/windows_test.cpp tests/c_headers.c
+         platform/machine/hive/hivex_iconv_test.cpp platform/machine/hive/hivex_iconv.cpp)
+# Beside the C library's own functions, to be compared with them.
+set_source_files_properties(platform/machine/hive/hivex_iconv.cpp PROPERTIES
+  COMPILE_DEFINITIONS "iconv_open=own_iconv_open;iconv=own_iconv;iconv_close=own_iconv_close")
 
 # The machine's registry and hive files; values and hive mounting of the logic.
 target_sources(vxr_test_support PRIVATE tests/support/hive_reader.cpp tests/support/hive_structure.cpp)

@@ -1,32 +1,28 @@
-// Tables of the code pages, made with iconv when a page is first used.
+// Code pages by the tables that the build made of them, laid out when a page is first used.
 #include "platform/text/code_page.h"
-
-#include <iconv.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/text/code_page_table.h"
+#include "platform/text/utf.h"
 
 namespace {
 
-constexpr char16_t kUndefined = 0xFFFF;  // no character has this number
+using machine::AppendUtf16;
+using machine::AppendUtf8;
+using machine::CodePageTable;
+using machine::kCodePageTables;
+using machine::kUndefined;
+using machine::TakeUtf16;
+using machine::TakeUtf8;
+
 constexpr char kReplacement = '?';
-
-struct ByteRange {
-  unsigned codePage;
-  unsigned char first, last;
-};
-
-// The bytes that Windows takes for the first of a two-byte character. Some begin no character that is defined; they
-// take the byte behind them along all the same.
-constexpr ByteRange kLeadBytes[] = {
-    {932, 0x81, 0x9F}, {932, 0xE0, 0xFC}, {936, 0x81, 0xFE}, {949, 0x81, 0xFE}, {950, 0x81, 0xFE}};
 
 struct CodePage {
   bool known = false;
@@ -72,42 +68,6 @@ char16_t LowerOf(char16_t character) {
 
 // --- Tables -------------------------------------------------------------------------------------------------------
 
-struct IconvClose {
-  void operator()(void *converter) const { iconv_close(converter); }
-};
-using Converter = std::unique_ptr<void, IconvClose>;
-
-Converter OpenConverter(const std::string &to, const std::string &from) {
-  iconv_t converter = iconv_open(to.c_str(), from.c_str());
-  return Converter(converter == reinterpret_cast<iconv_t>(-1) ? nullptr : converter);
-}
-
-// The one UTF-16 character that the bytes stand for, or kUndefined. `*incomplete` when more bytes must follow.
-char16_t DecodeOne(iconv_t converter, const unsigned char *bytes, std::size_t count, bool *incomplete) {
-  char source[2] = {};
-  std::copy(bytes, bytes + count, source);
-  char16_t target[2] = {};
-  char *in = source, *out = reinterpret_cast<char *>(target);
-  std::size_t inLeft = count, outLeft = sizeof target;
-  iconv(converter, nullptr, nullptr, nullptr, nullptr);
-  const std::size_t result = iconv(converter, &in, &inLeft, &out, &outLeft);
-  *incomplete = result == static_cast<std::size_t>(-1) && errno == EINVAL;
-  if (result == static_cast<std::size_t>(-1)) return kUndefined;
-  iconv(converter, nullptr, nullptr, &out, &outLeft);  // some pages keep a character back to see what follows it
-  return outLeft == sizeof target - sizeof(char16_t) ? target[0] : kUndefined;
-}
-
-// What iconv writes for a character that several codes stand for; 0 when it knows none.
-std::uint16_t EncodeOne(iconv_t converter, char16_t character) {
-  char *in = reinterpret_cast<char *>(&character);
-  char target[4] = {};
-  char *out = target;
-  std::size_t inLeft = sizeof character, outLeft = sizeof target;
-  iconv(converter, nullptr, nullptr, nullptr, nullptr);
-  if (iconv(converter, &in, &inLeft, &out, &outLeft) != 0 || outLeft != sizeof target - 2) return 0;
-  return static_cast<std::uint16_t>(static_cast<unsigned char>(target[0]) << 8 | static_cast<unsigned char>(target[1]));
-}
-
 // Lets every byte that stands for nothing yet be the character of its number.
 void FillUndefined(CodePage *page) {
   for (unsigned byte = 0; byte < 256; byte++) {
@@ -117,31 +77,53 @@ void FillUndefined(CodePage *page) {
   }
 }
 
-bool ReadSingles(iconv_t converter, CodePage *page) {
+void ReadSingles(const CodePageTable &table, CodePage *page) {
   for (unsigned byte = 0; byte < 256; byte++) {
-    const auto bytes = static_cast<unsigned char>(byte);
-    bool incomplete = false;
-    const char16_t character = page->lead[byte] ? kUndefined : DecodeOne(converter, &bytes, 1, &incomplete);
-    if (incomplete || (byte < 0x80 && character != byte)) return false;
+    const char16_t character = byte < 0x80 ? static_cast<char16_t>(byte) : table.upperHalf[byte - 0x80];
     page->single[byte] = character;
     if (character != kUndefined) page->codes[character] = static_cast<std::uint16_t>(byte);
   }
-  FillUndefined(page);
-  return true;
 }
 
-void ReadPairs(iconv_t decoder, iconv_t encoder, CodePage *page) {
+// The pair behind one, by lead and trail byte.
+unsigned NextPair(const CodePage &page, unsigned code) {
+  if ((code & 0xFF) < machine::kLastTrail) return code + 1;
+  unsigned lead = (code >> 8) + 1;
+  while (lead < 0xFF && !page.lead[lead]) lead++;
+  return lead << 8 | machine::kFirstTrail;
+}
+
+void ReadPairs(const CodePageTable &table, CodePage *page) {
   page->pairs.assign(0x10000, kUndefined);
-  for (unsigned code = 0x8000; code < 0x10000; code++) {
-    if (!page->lead[code >> 8]) continue;
-    const unsigned char bytes[2] = {static_cast<unsigned char>(code >> 8), static_cast<unsigned char>(code)};
-    bool incomplete = false;
-    const char16_t character = DecodeOne(decoder, bytes, 2, &incomplete);
-    if (character == kUndefined) continue;
-    page->pairs[code] = character;
-    std::uint16_t &known = page->codes[character];
-    const std::uint16_t preferred = known == 0 ? 0 : EncodeOne(encoder, character);
-    if (known == 0 || preferred == code) known = static_cast<std::uint16_t>(code);
+  unsigned code = table.leads.front().first << 8 | machine::kFirstTrail, character = 0;
+  bool preferred = false;
+  for (auto item = table.pairs.begin(); item != table.pairs.end(); ++item) {
+    if (*item == machine::kSkip) {
+      for (unsigned count = *++item; count > 0; count--) code = NextPair(*page, code);
+      continue;
+    }
+    if (*item == machine::kPreferred) {
+      preferred = true;
+      continue;
+    }
+    if (*item < machine::kFar) {
+      character += *item + 1;
+    } else {
+      character = *item == machine::kWhole ? *++item << 8 : machine::kFarFirst + (*item - machine::kFar) * 256;
+      character += *++item;
+    }
+    page->pairs[code] = static_cast<char16_t>(character);
+    if (preferred || page->codes[character] == 0) page->codes[character] = static_cast<std::uint16_t>(code);
+    preferred = false;
+    code = NextPair(*page, code);
+  }
+}
+
+void ReadCase(CodePage *page) {
+  for (unsigned byte = 0; byte < 256; byte++) {
+    const unsigned upper = page->codes[UpperOf(page->single[byte])], lower = page->codes[LowerOf(page->single[byte])];
+    page->upper[byte] = static_cast<unsigned char>(upper == 0 || upper > 0xFF || page->lead[byte] ? byte : upper);
+    page->lower[byte] = static_cast<unsigned char>(lower == 0 || lower > 0xFF || page->lead[byte] ? byte : lower);
   }
 }
 
@@ -149,26 +131,18 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned codePage) {
   auto page = std::make_unique<CodePage>();
   page->single.fill(kUndefined);
   page->codes.assign(0x10000, 0);
-  const std::string name = "CP" + std::to_string(codePage);
-  const Converter decoder = OpenConverter("UTF-16LE", name);
-  const Converter encoder = OpenConverter(name, "UTF-16LE");
-  if (decoder == nullptr || encoder == nullptr) {
-    FillUndefined(page.get());  // not known, yet safe to look up in
-    return page;
+  const auto table = std::find_if(kCodePageTables.begin(), kCodePageTables.end(),
+                                  [&](const CodePageTable &each) { return each.number == codePage; });
+  page->known = table != kCodePageTables.end();
+  if (page->known) {
+    for (const machine::ByteRange &range : table->leads) {
+      std::fill(page->lead.begin() + range.first, page->lead.begin() + range.last + 1, true);
+    }
+    ReadSingles(*table, page.get());
   }
-  bool pairs = false;
-  for (const ByteRange &range : kLeadBytes) {
-    if (range.codePage != codePage) continue;
-    pairs = true;
-    std::fill(page->lead.begin() + range.first, page->lead.begin() + range.last + 1, true);
-  }
-  page->known = ReadSingles(decoder.get(), page.get());
-  if (pairs && page->known) ReadPairs(decoder.get(), encoder.get(), page.get());
-  for (unsigned byte = 0; byte < 256; byte++) {
-    const unsigned upper = page->codes[UpperOf(page->single[byte])], lower = page->codes[LowerOf(page->single[byte])];
-    page->upper[byte] = static_cast<unsigned char>(upper == 0 || upper > 0xFF || page->lead[byte] ? byte : upper);
-    page->lower[byte] = static_cast<unsigned char>(lower == 0 || lower > 0xFF || page->lead[byte] ? byte : lower);
-  }
+  FillUndefined(page.get());  // a page that is not known is safe to look up in, too
+  if (page->known && !table->pairs.empty()) ReadPairs(*table, page.get());
+  ReadCase(page.get());
   return page;
 }
 
@@ -206,51 +180,6 @@ unsigned TakeCode(const CodePage &page, std::string_view *text) {
 void AppendCode(unsigned code, std::string *text) {
   if (code > 0xFF) *text += static_cast<char>(code >> 8);
   *text += static_cast<char>(code);
-}
-
-// Takes the next character off a UTF-8 text that is not empty; kUndefined for a byte that is not well-formed UTF-8.
-char32_t TakeUtf8(std::string_view *text) {
-  const auto first = static_cast<unsigned char>((*text)[0]);
-  const std::size_t more = first < 0x80 ? 0 : first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  char32_t character = more == 0 ? first : first & (0x3F >> more);
-  bool good = first < 0x80 || (first >= 0xC2 && first < 0xF5);
-  for (std::size_t i = 1; good && i <= more; i++) {
-    const auto byte = static_cast<unsigned char>(i < text->size() ? (*text)[i] : '\0');
-    good = (byte & 0xC0) == 0x80;
-    character = character << 6 | (byte & 0x3F);
-  }
-  constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
-  good = good && character >= kSmallest[more] && character <= 0x10FFFF && (character & ~0x7FFu) != 0xD800;
-  text->remove_prefix(good ? more + 1 : 1);
-  return good ? character : kUndefined;
-}
-
-void AppendUtf8(char32_t character, std::string *text) {
-  if (character < 0x80) {
-    *text += static_cast<char>(character);
-    return;
-  }
-  const int more = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
-  *text += static_cast<char>((0xFF00 >> (more + 1) & 0xFF) | character >> (6 * more));
-  for (int i = more - 1; i >= 0; i--) *text += static_cast<char>(0x80 | (character >> (6 * i) & 0x3F));
-}
-
-// Takes the next character off a UTF-16 text that is not empty; kUndefined for half a pair.
-char32_t TakeUtf16(std::u16string_view *text) {
-  const char16_t first = (*text)[0];
-  const char16_t second = text->size() > 1 ? (*text)[1] : u'\0';
-  const bool pair = (first & 0xFC00) == 0xD800 && (second & 0xFC00) == 0xDC00;
-  text->remove_prefix(pair ? 2 : 1);
-  if (pair) return 0x10000 + ((first & 0x3FF) << 10 | (second & 0x3FF));
-  return (first & 0xF800) == 0xD800 ? kUndefined : first;
-}
-
-void AppendUtf16(char32_t character, std::u16string *text) {
-  if (character >= 0x10000) {
-    *text += static_cast<char16_t>(0xD7C0 + (character >> 10));
-    character = 0xDC00 + (character & 0x3FF);
-  }
-  *text += static_cast<char16_t>(character);
 }
 
 char16_t CharacterOf(const CodePage &page, unsigned code) {

@@ -1,6 +1,7 @@
 #include "platform/text/code_page.h"
 
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include "platform/platform.h"
 
@@ -38,6 +39,59 @@ TEST_F(CodePageTest, ConvertsBothWays) {
   for (unsigned page : {0u, 37u, 1200u, 1361u, 54936u, 65000u, 65001u, 99999u}) {
     EXPECT_FALSE(machine::KnownCodePage(page)) << page;
   }
+}
+
+// What iconv makes of one character; empty when it knows none.
+std::string Convert(iconv_t converter, std::string text) {
+  std::string result(8, '\0');
+  char *in = text.data(), *out = result.data();
+  std::size_t inLeft = text.size(), outLeft = result.size();
+  iconv(converter, nullptr, nullptr, nullptr, nullptr);
+  if (iconv(converter, &in, &inLeft, &out, &outLeft) != 0 || inLeft != 0) return {};
+  iconv(converter, nullptr, nullptr, &out, &outLeft);
+  return result.substr(0, result.size() - outLeft);
+}
+
+std::string Utf16Bytes(std::u16string_view text) {
+  return {reinterpret_cast<const char *>(text.data()), 2 * text.size()};
+}
+
+TEST_F(CodePageTest, EveryCharacterOfEveryPageIsAsIconvHasIt) {
+  unsigned pages = 0;
+  for (unsigned page = 1; page < 0x10000; page++) {
+    if (!machine::KnownCodePage(page)) continue;
+    pages++;
+    const std::string name = "CP" + std::to_string(page);
+    const iconv_t decoder = iconv_open("UTF-16LE", name.c_str()), encoder = iconv_open(name.c_str(), "UTF-16LE");
+    for (unsigned code = 0; code < 0x10000; code++) {
+      if (code > 0xFF && (!machine::IsLeadByte(static_cast<unsigned char>(code >> 8), page) || (code & 0xFF) < 0x40)) {
+        continue;
+      }
+      std::string bytes(1, static_cast<char>(code));
+      if (code > 0xFF) bytes.insert(bytes.begin(), static_cast<char>(code >> 8));
+      const std::string character = Convert(decoder, bytes);
+      const bool isLead = code <= 0xFF && machine::IsLeadByte(static_cast<unsigned char>(code), page);
+      const char16_t unknown = code > 0xFF || isLead ? u'?' : static_cast<char16_t>(code);
+      const std::string expected = character.size() == 2 && !isLead ? character : Utf16Bytes({&unknown, 1});
+      ASSERT_EQ(Utf16Bytes(machine::AnsiToUtf16(bytes, page)), expected) << page << ' ' << code;
+    }
+    for (unsigned unit = 0; unit < 0x10000; unit++) {
+      const auto character = static_cast<char16_t>(unit);
+      const std::string ours = machine::Utf16ToAnsi({&character, 1}, page),
+                        theirs = Convert(encoder, Utf16Bytes({&character, 1}));
+      // What iconv only makes do with is replaced, and so is what two bytes of a one-byte page would make together.
+      const bool one = theirs.size() == 1 || machine::IsLeadByte(static_cast<unsigned char>(theirs[0]), page);
+      const bool both = one && Convert(decoder, theirs) == Utf16Bytes({&character, 1});
+      if (both) {
+        ASSERT_EQ(ours, theirs) << page << ' ' << unit;
+      } else if (ours != "?") {
+        ASSERT_EQ(machine::AnsiToUtf16(ours, page), std::u16string(1, character)) << page;
+      }
+    }
+    iconv_close(encoder);
+    iconv_close(decoder);
+  }
+  EXPECT_EQ(pages, 29u);
 }
 
 TEST_F(CodePageTest, ReplacesWhatCannotBeConverted) {

@@ -30,7 +30,7 @@
 
 namespace {
 
-const char *const kVersion = "vxr " VXR_VERSION;
+const char *const kVersion = "vxr " VXR_VERSION " (" VXR_BUILD ")";
 const std::string kRehearsalStatus =
     kDescribedMachines ? "1 when a verification succeeds but an injection would not (see Problems);\n" : "";
 const std::string kUsageStatus =
