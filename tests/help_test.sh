@@ -34,7 +34,7 @@ for command in '' $commands; do
   options=$(grep -oE '^  -[^ ]+' text | tr ',' '\n' | tr -d ' ')
   [[ -n $options ]] || fail "$command: no options are known"
   for option in $options; do grep -qE "^ +(-h, )?$option\b" shown || fail "$page: lacks $option"; done
-  while read -r word; do grep -qF -- "$word" shown || fail "$page: lacks \"$word\""; done < <(cut -c31- text | grep -oE '[^ ]+ [^ ]+$')
+  while read -r word; do grep -qF -- "$word" shown || fail "$page: lacks \"$word\""; done < <(grep -E '^.{29} ' text | cut -c31- | grep -oE '[^ ]+ [^ ]+$')
   sed -n '/^EXAMPLES/,/^SEE/p' shown | grep -oE '^ +vxr .*' >examples
   while read -r _ used line; do
     for option in $(grep -oE -- '--[a-z-]+' <<<"$line"); do
