@@ -119,6 +119,8 @@ target_compile_definitions(disk_chain_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOU
 add_test(NAME inject COMMAND ${PROJECT_SOURCE_DIR}/tests/inject_test.sh $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR}/examples
          $<TARGET_FILE:make_hive> ${PROJECT_SOURCE_DIR}/scripts/unpack-sysfs)
 set_tests_properties(inject PROPERTIES LABELS machine TIMEOUT 300)
+add_test(NAME docs COMMAND ${PROJECT_SOURCE_DIR}/tests/docs_test.sh $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR})
+set_tests_properties(docs PROPERTIES LABELS machine TIMEOUT 300)
 
 # Taking an injection back.
 vxr_test(undo_test machine rescue/undo_test.cpp)
