@@ -4,7 +4,7 @@
 target_link_options(vxr PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 
 install(TARGETS vxr RUNTIME DESTINATION .)
-install(FILES README.md CHANGELOG.md SECURITY.md DESTINATION .)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION .)
 install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN *.md)
 set(CMAKE_INSTALL_MANDIR man)
 set(CMAKE_INSTALL_DATADIR share)

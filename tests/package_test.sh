@@ -18,7 +18,7 @@ folder=$(basename "$work"/*.zip .zip)
 cmake -E tar tf "$work"/*.zip | sed "s|^$folder/||" >"$work/all"
 {
   printf '%s\n' bin/vxr.exe bin/vxrcore.dll lib/vxrcore.def lib/vxrcore.dll.a include/vxrcore/bmext.h \
-    include/vxrcore/vxrcore.h doc/README.md
+    include/vxrcore/vxrcore.h doc/README.md doc/CHANGELOG.md doc/CONTRIBUTING.md doc/SECURITY.md
   # Beside the documents, the examples that they point at; of those for Linux that package has none.
   cd "$source" && grep -oh '](\.\./[^)]*' docs/*.md | grep -v linux-host | sed 's|](\.\.|doc|' | sort -u
   ls docs/*.md | sed 's|^|doc/|'
