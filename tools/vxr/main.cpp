@@ -17,15 +17,11 @@
 #include "tools/vxr/hive/hive_command.h"
 #include "tools/vxr/inf/inf_command.h"
 #ifndef _WIN32
-#include "tools/vxr/rescue/describe_command.h"
-#include "tools/vxr/rescue/inject_command.h"
-#include "tools/vxr/rescue/system_command.h"
+#include "tools/vxr/rescue/rescue_commands.h"
 #endif
 #include "tools/vxr/run/run_command.h"
 #ifdef _WIN32
 #include "tools/vxr/base/running_machine.h"
-#else
-#include "tools/vxr/rescue/undo_command.h"
 #endif
 
 namespace {
@@ -162,82 +158,6 @@ CLI::App *AddHive(CLI::App *app, HiveOptions *options) {
   return hive;
 }
 
-CLI::App *AddUndo(CLI::App *app, UndoOptions *options) {
-  CLI::App *undo = AddCommand(app, "undo", "Take an injection into a restored system back");
-  CLI::Option *folder =
-      undo->add_option("folder", options->folder, "Folder that the injection made, Windows/vxr-undo/DATE-N")
-          ->type_name("DIR");
-  undo->add_option("--list", options->root, "Show the injections below the root of a restored volume instead")
-      ->type_name("ROOT")
-      ->excludes(folder);
-  undo->add_flag("--json", options->json, "Print one JSON document instead of text");
-  undo->footer(
-      "Puts back every file that the injection replaced, removes those that it added, then the folder. What has\n"
-      "changed since is named and left; when the registry has changed, everything is left. A run that was stopped\n"
-      "goes on when it is started again.\n"
-      "Exit status: 0, also when nothing is left to take back; 1 when something has changed since or could not be\n"
-      "done; 2 for wrong usage.");
-  return undo;
-}
-#endif
-
-#ifndef _WIN32
-// What the commands of a rescue system share.
-void AddRescueOptions(CLI::App *command, RescueOptions *options) {
-  command->add_option("--root", options->root, "Where the restored system's volume is mounted, such as /mnt")
-      ->type_name("DIR");
-  command
-      ->add_option("--drivers", options->drivers,
-                   "A directory of driver packages, unpacked; searched with all below it")
-      ->type_name("DIR");
-  command
-      ->add_option("--controller", options->controllers,
-                   "Hardware to come, in place of the disk that holds the root: PCI\\VEN_1000&DEV_0054... or\n"
-                   "1000:0054[:SUBV:SUBD[:REV]] with the class behind it, such as 0107")
-      ->type_name("ID");
-  command->add_option("--disk", options->disks, "The disk to start from, such as sda; without it the root's own")
-      ->type_name("NAME")
-      ->excludes("--controller");
-  command->add_option("--sysfs", options->sysfs, "A captured /sys of another machine, in place of this one's")
-      ->type_name("DIR");
-}
-
-CLI::App *AddDescribe(CLI::App *app, RescueOptions *options) {
-  CLI::App *describe = AddCommand(app, "describe", "Print the machine file that inject would use");
-  AddRescueOptions(describe, options);
-  describe->get_option("--root")->required();
-  describe->footer(
-      "The file opens with vxr run --machine FILE --job 1. Nothing is changed.\n"
-      "Exit status: 0; 1 when the restored system or its disks cannot be told; 2 for wrong usage.");
-  return describe;
-}
-
-CLI::App *AddSystem(CLI::App *app, SystemOptions *options) {
-  CLI::App *system = AddCommand(app, "system", "Show a restored Windows: version, state, the drivers it starts with");
-  system->add_option("root", options->root, "Where its volume is mounted, such as /mnt")->required()->type_name("ROOT");
-  system
-      ->add_option("--id", options->ids, "A device's id, to tell which driver it gets: PCI\\VEN_8086&DEV_2922&CC_0106")
-      ->type_name("ID");
-  system->add_flag("--json", options->json, "Print one JSON document instead of text");
-  system->footer("Nothing is changed. Exit status: 0; 1 when the system cannot be told; 2 for wrong usage.");
-  return system;
-}
-
-CLI::App *AddInject(CLI::App *app, RescueOptions *options) {
-  CLI::App *inject =
-      AddCommand(app, "inject", "Put the drivers that this machine needs into a restored system that is mounted");
-  AddRescueOptions(inject, options);
-  inject->add_flag("--list", options->list, "Only show what was found: the system, disks, controllers and their ids");
-  inject->add_flag("--dry-run", options->dryRun, "Show what would be done; change nothing");
-  inject->add_flag("--force", options->force, "Go on although the system was hibernated, which loses what it saved");
-  inject->add_flag("--json", options->json, "Print one JSON document instead of text");
-  inject->footer(
-      "Drivers are chosen as Windows itself would. What is changed can be taken back: vxr undo.\n"
-      "Exit status: 0 when the system has its drivers; 1 when it must not be changed, or cannot be told; 2 for wrong\n"
-      "usage; 3 when a controller has no driver; others as of vxr run. Unless it is 0, nothing was changed, or the\n"
-      "last lines say what was.");
-  return inject;
-}
 #endif
 
 void AddCodePage(CLI::App *command, unsigned *codePage) {
@@ -352,13 +272,8 @@ int Run(int argc, char **argv) {
   InfOptions infOptions;
   DriversOptions driversOptions;
 #ifndef _WIN32
-  RescueOptions injectOptions, describeOptions;
-  UndoOptions undoOptions;
-  SystemOptions systemOptions;
-  const CLI::App *inject = AddInject(&app, &injectOptions);
-  const CLI::App *undo = AddUndo(&app, &undoOptions);
-  const CLI::App *system = AddSystem(&app, &systemOptions);
-  const CLI::App *describe = AddDescribe(&app, &describeOptions);
+  RescueCommands rescue;
+  AddRescueCommands(&app, kVersion, &rescue);
 #endif
   const CLI::App *run = AddRun(&app, &runOptions);
   const CLI::App *create = AddCreate(&app, &createOptions);
@@ -378,10 +293,7 @@ int Run(int argc, char **argv) {
   }
 #ifndef _WIN32
   if (hive->parsed()) return HiveCommand(hiveOptions);
-  if (system->parsed()) return SystemCommand(systemOptions);
-  if (inject->parsed()) return InjectCommand(injectOptions);
-  if (undo->parsed()) return UndoCommand(undoOptions);
-  if (describe->parsed()) return DescribeCommand(describeOptions);
+  if (const auto status = RunRescueCommand(rescue)) return *status;
 #endif
   if (run->parsed()) return RunCommand(runOptions);
   if (drivers->parsed()) return DriversCommand(driversOptions);
