@@ -22,10 +22,10 @@ struct DriverCandidate {
 };
 
 struct DriverChoice {
-  std::vector<DriverCandidate> candidates;  // best first
-  std::optional<DriverCandidate> own;       // what the restored system has
-  bool made = false;                        // one was chosen
-  std::string chosenInf;                    // empty: the restored system's own
+  std::vector<DriverCandidate> candidates;       // best first
+  std::optional<DriverCandidate> own;            // what the restored system has
+  bool made = false;                             // one was chosen
+  std::string chosenInf;                         // empty: the restored system's own
   std::optional<bool> hasCatalog, signedInside;  // of a package that was chosen; not verified
   std::vector<std::string> warnings, notes;
 };
