@@ -88,10 +88,12 @@ void LeaveOutUnfit(RescueFacts *facts) {
   facts->disks.erase(std::remove_if(facts->disks.begin(), facts->disks.end(), unfit), facts->disks.end());
 }
 
-// A system that is hibernated, or a volume that has to be checked, explains files that cannot be read: it comes first.
+// What explains files that cannot be read comes first.
 int RefuseUnread(const std::vector<rescue::Obstacle> &obstacles, const machine::Status &read) {
   for (const rescue::Obstacle &obstacle : obstacles) {
-    if (!obstacle.word.ends_with("-hive")) PrintError(obstacle.text);
+    const bool explains =
+        obstacle.word == "hibernated" || obstacle.word == "dirty-volume" || obstacle.word == "double-name";
+    if (explains) PrintError(obstacle.text);
   }
   return Refuse(read, 1);
 }
