@@ -96,6 +96,20 @@ machine::Status ReadController(const std::string &text, ControllerPath *controll
   return {};
 }
 
+DiskBus BusOf(const ControllerPath &controller) {
+  const unsigned code = controller.nodes.empty() ? 0 : controller.nodes.front().function.classCode.value_or(0);
+  switch (code >> 8) {
+    case 0x0101:
+      return DiskBus::kIde;
+    case 0x0106:
+      return DiskBus::kAta;
+    case 0x0108:
+      return DiskBus::kNvme;
+    default:
+      return DiskBus::kScsi;
+  }
+}
+
 bool IsClass(const std::string &text) {
   PciFunction function;
   return ParsePciFunction("0000:0000 " + text, &function);
@@ -113,12 +127,11 @@ machine::Status DisksToCome(const std::vector<std::string> &arguments, std::vect
     disk.name = "controller " + std::to_string(disks->size() + 1);
     disk.vendor = "ANY";
     disk.model = "DISK " + std::to_string(disks->size() + 1);
-    disk.bus = DiskBus::kScsi;
     if (machine::Status read = ReadController(text, &disk.controller); !read) return read;
-    const std::vector<PciNode> &nodes = disk.controller.nodes;
+    disk.bus = BusOf(disk.controller);
     // Several of one kind must not count as one device.
-    if (!nodes.empty()) disk.controller.nodes.front().address.replace(8, 2, std::to_string(10 + disks->size()));
-    if (!nodes.empty() && nodes.front().function.classCode.value_or(0) >> 8 == 0x0101) disk.bus = DiskBus::kIde;
+    std::vector<PciNode> &nodes = disk.controller.nodes;
+    if (!nodes.empty()) nodes.front().address.replace(8, 2, std::to_string(10 + disks->size()));
     disks->push_back(std::move(disk));
   }
   return {};

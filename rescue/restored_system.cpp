@@ -79,6 +79,11 @@ Status ReadSystemHive(RestoredSystem *system, Witnesses *witnesses) {
         "; restore the file again");
   }
   system->controlSet = *set;
+  const auto next = ReadHiveNumber(&hive, u"Select", u"Default");
+  if (next && *next != *set) {
+    system->doubts.push_back("its Select key tells that it starts from " + machine::Utf16ToUtf8(ControlSetName(*next)) +
+                             " next, and used " + machine::Utf16ToUtf8(name) + " last: the latter is changed");
+  }
   ReadControl(&hive, name + u"\\Control", system, witnesses);
   return hive.damaged ? About(system->systemHive, Damaged()) : Status();
 }

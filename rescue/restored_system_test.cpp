@@ -154,6 +154,10 @@ TEST_F(Restored, FactsOfEveryFileAndTheirContradictions) {
        kNone,
        "...cannot be told: ntoskrnl.exe is miss"},
       {{}, {Version("CurrentVersion", "six")}, kNone, "...the SOFTWARE hive does not tell its version; restore both"},
+      {{database, NumberValue("Select", "Default", 2)},
+       ten,
+       kTen,
+       "...ControlSet002 next, and used ControlSet001 last"},
       {{NumberValue("Select", "Current", 7)}, ten, kTen, "...Select names ControlSet007, which it has not"},
   };
   for (const auto &each : kCases) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/status.h"
 
 namespace rescue {
@@ -25,11 +26,17 @@ struct UndoPlan {
   std::vector<PlannedChange> changes;
 };
 
+// Who changes a restored system, or takes a change back, holds this from the first look to the last change: what one
+// run finds must not be another's half-done work. Held until `*lock` is closed. Fails, with what follows the
+// directory's name, while another run has it.
+machine::Status LockWindows(const std::filesystem::path &windows, machine::Descriptor *lock);
+
 // Makes "vxr-undo/DATE-N" in the Windows directory: every file that will be replaced, and a manifest. All of it is on
 // the disk when this returns. `*folder` gets its path. A failure, one line without what follows from it, leaves nothing
 // behind. Paths need not be spelled as on disk; a file that is there and begins as a hive is one.
 machine::Status KeepForUndo(const UndoPlan &plan, std::filesystem::path *folder);
-// Takes such a folder away again when nothing that it names has changed; false when something has.
+// Takes such a folder away again when nothing that it names has changed; false when something has. For the run that
+// made it, which still holds the lock.
 bool DropIfUnused(const std::filesystem::path &folder);
 
 enum class UndoState : std::uint8_t {
@@ -62,7 +69,7 @@ machine::Status ReadUndoFolder(const std::filesystem::path &folder, UndoFolder *
 machine::Status ListUndoFolders(const std::filesystem::path &root, std::vector<UndoFolder> *folders);
 // Takes back what the injection left and nothing has changed since; then removes the folder, when nothing of it is left
 // to do. Stopped at any moment, the same call goes on with it. A failure, which follows the folder's name, says what
-// could not be done. A hive that has changed keeps everything as it is.
+// could not be done. A hive that has changed keeps everything as it is. Takes the lock itself.
 machine::Status TakeBack(const UndoFolder &undo);
 
 }  // namespace rescue

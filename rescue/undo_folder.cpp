@@ -22,6 +22,9 @@ namespace {
 // No injection changes so many files; a file that only claims to be one must not fill the memory.
 constexpr std::uint64_t kLargestManifest = 16 << 20;
 
+// Locks it unless another run has it; a file system without locks has none.
+bool IsTaken(int file) { return flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
+
 Status NoUndoFolder() {
   return Status::Refused("is no undo folder, such as \"vxr undo --list ROOT\" names; correct the path");
 }
@@ -68,10 +71,17 @@ Status OpenUndoFolder(const fs::path &path, OpenFolder *opened) {
   return errno == ENOTDIR ? NoUndoFolder() : Status::System("cannot be opened");
 }
 
+Status InUseByAnother() { return Status::Refused("is in use by another run; wait for its end, then run again"); }
+
+Status LockWindows(const fs::path &windows, Descriptor *lock) {
+  *lock = OpenDirectory(AT_FDCWD, windows, O_RDONLY);
+  if (!*lock) return Status::System("cannot be opened");
+  return IsTaken(lock->fd) ? InUseByAnother() : Status();
+}
+
 Status LockUndoFolder(const OpenFolder &folder) {
-  const bool isBusy = flock(folder.folder.fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  if (!isBusy && machine::IsNamed(folder.folder.fd, folder.parent.fd, folder.name)) return {};
-  return Status::Refused("is in use by another run; wait for its end, then run again");
+  const bool isOwn = !IsTaken(folder.folder.fd) && machine::IsNamed(folder.folder.fd, folder.parent.fd, folder.name);
+  return isOwn ? Status() : InUseByAnother();
 }
 
 Status ReadManifest(const OpenFolder &folder, UndoManifest *manifest, bool *unfinished) {

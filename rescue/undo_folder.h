@@ -30,6 +30,8 @@ machine::Status OpenParent(int volume, const std::string &path, machine::Descrip
 // A file of a directory for reading, without following a link or waiting; empty with errno set.
 machine::Descriptor OpenForReading(int directory, const std::string &name);
 
+machine::Status InUseByAnother();
+
 // Fails with what follows the folder's name.
 machine::Status OpenUndoFolder(const std::filesystem::path &path, OpenFolder *opened);
 // So that no two runs work on one folder; held until it is closed.

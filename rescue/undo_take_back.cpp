@@ -24,14 +24,12 @@ struct Step {
   UndoState state = UndoState::kUnchanged;
 };
 
-Status InUse() { return Status::Refused("is in use by another run; wait for its end, then run again"); }
-
 Status Prepare(const OpenFolder &folder, const UndoManifest &manifest, Step *step) {
   const UndoChange &change = *step->change;
   if (Status opened = OpenParent(folder.volume.fd, change.path, &step->parent, &step->name); !opened) return opened;
   if (step->parent && change.kind == ChangeKind::kHive) {
     step->lock = OpenForReading(step->parent.fd, step->name);
-    if (step->lock && flock(step->lock.fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return InUse();
+    if (step->lock && flock(step->lock.fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return InUseByAnother();
   }
   return LookAt(folder.volume.fd, manifest, change, &step->state);
 }
@@ -52,7 +50,7 @@ Status CheckKept(const OpenFolder &folder, const Step &step) {
 Status ClearBeside(const Step &step) {
   if (!step.parent || step.change->kind == ChangeKind::kDirectory) return {};
   Status cleared = machine::ClearLeftOver(step.parent.fd, step.name);
-  if (!cleared && cleared.error == EBUSY) return InUse();
+  if (!cleared && cleared.error == EBUSY) return InUseByAnother();
   return cleared ? Status() : SaidAs("has an unfinished file beside it that cannot be removed", std::move(cleared));
 }
 
@@ -140,13 +138,12 @@ Status TakeBackAll(const OpenFolder &folder, const std::vector<Step> &steps) {
                          "; remove that and run again, or remove the folder to keep it");
 }
 
-}  // namespace
-
-Status TakeBack(const UndoFolder &undo) {
+// Of a caller that holds the lock of the Windows directory.
+Status TakeBackLocked(const fs::path &path) {
   OpenFolder folder;
   UndoManifest manifest;
   bool unfinished = false;
-  if (Status opened = OpenUndoFolder(undo.folder, &folder); !opened) return opened;
+  if (Status opened = OpenUndoFolder(path, &folder); !opened) return opened;
   if (Status locked = LockUndoFolder(folder); !locked) return locked;
   if (Status read = ReadManifest(folder, &manifest, &unfinished); !read) return read;
   std::vector<Step> steps = InOrder(manifest);
@@ -154,12 +151,20 @@ Status TakeBack(const UndoFolder &undo) {
   return TakeBackAll(folder, steps);
 }
 
+}  // namespace
+
+Status TakeBack(const UndoFolder &undo) {
+  Descriptor lock;
+  if (Status locked = LockWindows(undo.folder.parent_path().parent_path(), &lock); !locked) return locked;
+  return TakeBackLocked(undo.folder);
+}
+
 bool DropIfUnused(const fs::path &folder) {
   UndoFolder undo;
   if (!ReadUndoFolder(folder, &undo)) return false;
   const bool unused = std::all_of(undo.entries.begin(), undo.entries.end(),
                                   [](const UndoEntry &entry) { return entry.state == UndoState::kUnchanged; });
-  return unused && TakeBack(undo);
+  return unused && TakeBackLocked(undo.folder);
 }
 
 }  // namespace rescue

@@ -190,6 +190,7 @@ const Since kSince[] = {
     {"KeptHive", Act::kWrite, kFolder + "/4", kNothing + "has a kept copy, 4, that is damaged", false},
     {"KeptHiveGone", Act::kRemove, kFolder + "/4", kNothing + "has a kept copy, 4, that cannot be opened", false},
     {"HiveInUse", Act::kLock, kConfig + "SYSTEM", kNothing + "is in use by another run", false},
+    {"WindowsInUse", Act::kLock, kWindows, "is in use by another run", false},
     {"FolderInUse", Act::kLock, kFolder, "is in use by another run", false},
     {"DirectoryLink", Act::kLink, kWindows + "System32/drivers", "leads through a link", false},
     {"NewDriver", Act::kWrite, kDrivers + "new.sys", kLeft + "Windows/System32/drivers/new.sys"},

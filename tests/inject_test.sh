@@ -105,6 +105,7 @@ done <<'CASES'
 0|w10.twraid.inf|--drivers pack --controller 'pci\ven_1dea&dev_0a42&cc_0104'
 0|w10.twraid.inf.*hba.twhba.inf|--drivers pack/raid --drivers pack/hba --controller 1DEA:0A42 0104 --controller 1DEA:0A60 0107
 0|w10.twraid.inf.*hba.twhba.inf|--drivers pack --sysfs machine/sys --disk sda --disk /dev/sdb --disk sda
+0|for Primary_IDE_Channel .*service atapi .*pciide.StartOverride|--controller 8086:7010 0101
 0|nothing has to be changed|--controller 'ACPI\PNP0A08'
 3|lists one of +PCI.VEN_1DEA&DEV_0A42 .*Name the controller with its class|--drivers pack --controller 1DEA:0A42
 3|CC_0104 .*read: 0  Result.*Give a directory|--sysfs machine/sys --disk sda

@@ -10,6 +10,8 @@ const char *ArchitectureText(std::uint32_t architecture) {
   switch (architecture) {
     case 0:
       return "x86";
+    case 5:
+      return "ARM";
     case 6:
       return "Itanium";
     case 12:

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "rescue/describe.h"
+#include "rescue/undo.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/rescue/facts_text.h"
@@ -51,6 +52,12 @@ bool CheckCount(const RescueFacts &facts) {
   return false;
 }
 
+bool Lock(const RescueFacts &facts, machine::Descriptor *lock) {
+  const machine::Status locked = rescue::LockWindows(facts.system->windows, lock);
+  if (!locked) PrintError(facts.system->windows.string() + " " + Words(locked));
+  return static_cast<bool>(locked);
+}
+
 }  // namespace
 
 int InjectCommand(const RescueOptions &options) {
@@ -65,6 +72,8 @@ int InjectCommand(const RescueOptions &options) {
   if (const int failed = GatherFacts(options, "vxr inject --help", &facts); failed != 0) return failed;
   if (options.list) return List(options, facts);
   if (IsForbidden(options, facts) || !CheckCount(facts)) return 1;
+  machine::Descriptor lock;
+  if (!options.dryRun && !Lock(facts, &lock)) return 1;
   Injection injection;
   if (!Inject(facts, options.dryRun, &injection)) return kExitUsage;
   if (options.json) {

@@ -79,14 +79,23 @@ int ReadDisks(const RescueOptions &options, RescueFacts *facts) {
   return 0;
 }
 
-// Of disks that Windows cannot start from on this hardware the others must do.
+// Of disks that Windows cannot start from on this hardware the others must do; the first is told.
 void LeaveOutUnfit(RescueFacts *facts) {
   const auto unfit = [](const rescue::Disk &disk) { return !disk.unfit.empty(); };
   const auto first = std::find_if(facts->disks.begin(), facts->disks.end(), unfit);
   if (first == facts->disks.end()) return;
-  const std::string line = first->name + ": " + first->unfit;
+  facts->diskProblem = first->name + ": " + first->unfit;
   facts->disks.erase(std::remove_if(facts->disks.begin(), facts->disks.end(), unfit), facts->disks.end());
-  if (facts->disks.empty()) facts->diskProblem = line;
+}
+
+// What explains files that cannot be read comes first.
+int RefuseUnread(const std::vector<rescue::Obstacle> &obstacles, const machine::Status &read) {
+  for (const rescue::Obstacle &obstacle : obstacles) {
+    const bool explains =
+        obstacle.word == "hibernated" || obstacle.word == "dirty-volume" || obstacle.word == "double-name";
+    if (explains) PrintError(obstacle.text);
+  }
+  return Refuse(read, 1);
 }
 
 }  // namespace
@@ -96,10 +105,11 @@ int GatherSystem(const std::string &root, RescueFacts *facts) {
   if (machine::Status found = rescue::FindWindows(root, &system); !found) {
     return Refuse(found, IsDirectory(root) ? 1 : kExitUsage);
   }
-  if (machine::Status read = rescue::ReadRestoredSystem(&system); !read) return Refuse(read, 1);
+  const machine::Status read = rescue::ReadRestoredSystem(&system);
   rescue::Mount mount;
   if (rescue::FindMount(system.volume, kMountInfo, &mount)) facts->mount = std::move(mount);
   facts->obstacles = rescue::FindObstacles(system, facts->mount ? &*facts->mount : nullptr);
+  if (!read) return RefuseUnread(facts->obstacles, read);
   facts->system = std::move(system);
   return 0;
 }

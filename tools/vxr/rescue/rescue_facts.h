@@ -18,7 +18,7 @@ struct RescueFacts {
   std::vector<rescue::Disk> all;    // of the machine
   std::vector<rescue::Disk> disks;  // that the system is to start from
   bool toCome = false;              // they are made up, for controllers that the user named
-  std::string diskProblem;          // why there are none
+  std::string diskProblem;          // why there are none, or why one was left out
   std::vector<rescue::Obstacle> obstacles;
 };
 
