@@ -130,6 +130,8 @@ void FollowMounts(const fs::path &folder) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  const std::string_view input(reinterpret_cast<const char *>(data), size);
+  if (input.find(kOutside) != input.npos) return 0;  // it may tell what is its own
   const fs::path &folder = FuzzFolder();
   if (!fs::exists(folder / "outside")) {
     fs::create_directories(folder / "volume/Windows");
@@ -139,7 +141,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   }
   fs::remove_all(folder / "sys");
   fs::create_directory(folder / "sys");
-  Build(folder, {reinterpret_cast<const char *>(data), size});
+  Build(folder, input);
 
   std::vector<Disk> disks;
   (void)ListDisks(folder / "sys", &disks);
