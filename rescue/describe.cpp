@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <set>
 
 #include "platform/text/code_page.h"
 #include "platform/text/toml_string.h"
 #include "rescue/device_tables.h"
+#include "rescue/undo_manifest.h"
 
 namespace rescue {
 namespace {
@@ -22,16 +22,6 @@ std::string List(const std::vector<std::string> &texts) {
   return "[" + list + "]";
 }
 
-// "2026-11-25T20:57:23Z".
-std::string Time(std::int64_t seconds) {
-  const std::time_t time = static_cast<std::time_t>(seconds);
-  std::tm parts = {};
-  gmtime_r(&time, &parts);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text;
-}
-
 // The running system is given the restored one's version, language and code page: its INF files are read as that system
 // would read them.
 std::string SystemTable(const Description &description) {
@@ -44,7 +34,7 @@ std::string SystemTable(const Description &description) {
          ":\\Windows'\nos = { major = " + std::to_string(system.major) + ", minor = " + std::to_string(system.minor) +
          ", build = " + std::to_string(system.build) + " }\nprocessor = { architecture = " + std::to_string(processor) +
          " }\ncode_page = " + std::to_string(page) + "\nlanguage = " + std::to_string(system.language) +
-         "\nclock = " + Time(description.time) + "\n";
+         "\nclock = " + TimeText(description.time) + "\n";
 }
 
 std::string Drive(char letter, const char *type, const std::filesystem::path &path) {

@@ -18,8 +18,7 @@ using machine::Status;
 
 namespace {
 
-// --- The folder
-// -------------------------------------------------------------------------------------------------------
+// --- The folder -----------------------------------------------------------------------------------------------------
 
 Status OpenDirectories(const UndoPlan &plan, OpenFolder *folder) {
   const fs::path name = plan.windows.lexically_normal().lexically_relative(plan.volume.lexically_normal());
@@ -82,8 +81,7 @@ Status MakeFolder(const UndoPlan &plan, OpenFolder *folder) {
   return {};
 }
 
-// --- What it keeps
-// ----------------------------------------------------------------------------------------------------
+// --- What it keeps --------------------------------------------------------------------------------------------------
 
 // The path as spelled on the disk, as far as it is there: Windows does not tell case.
 std::string Spelled(int volume, const fs::path &path) {

@@ -15,8 +15,7 @@ constexpr unsigned kFormat = 1;
 constexpr const char *kTimeForm = "%Y-%m-%dT%H:%M:%SZ";
 constexpr const char *kKinds[] = {"file", "hive", "directory"};
 
-// --- Names: UTF-8 is not promised, and JSON takes nothing else
-// --------------------------------------------------------
+// --- Names: UTF-8 is not promised, and JSON takes nothing else ------------------------------------------------------
 
 // "%" and every byte that is no printable ASCII as "%" and two hexadecimal digits.
 std::string Encoded(const std::string &name) {
@@ -54,8 +53,7 @@ bool Decode(const std::string &text, std::string *name) {
   return true;
 }
 
-// --- Writing
-// ----------------------------------------------------------------------------------------------------------
+// --- Writing --------------------------------------------------------------------------------------------------------
 
 Json StateJson(const FileState &state) { return {{"size", state.size}, {"sha256", state.digest}}; }
 
@@ -74,8 +72,7 @@ Json ChangeJson(const UndoChange &change) {
   return json;
 }
 
-// --- Reading
-// ----------------------------------------------------------------------------------------------------------
+// --- Reading --------------------------------------------------------------------------------------------------------
 
 const Json *Member(const Json &object, const char *name) {
   const auto found = object.find(name);

@@ -175,9 +175,8 @@ std::string DriverAdvice(const RescueOptions &options, const RescueFacts &facts)
   }
   return options.drivers.empty()
              ? "Give a directory with the controller's driver package for this Windows: --drivers DIR."
-             : "Add the controller's driver package for this Windows, with its INF, SYS and CAT files unpacked. The "
-               "maker "
-               "of the controller or the machine has it.";
+             : "Add the controller's driver package for this Windows, with its INF, SYS and CAT files unpacked. "
+               "The maker of the controller or the machine has it.";
 }
 
 // Windows' directory may have been named, and the volume may be mounted above its root.

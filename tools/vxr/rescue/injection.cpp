@@ -146,8 +146,7 @@ machine::Status CheckRoom(const rescue::UndoPlan &plan) {
   const std::uint64_t free = std::uint64_t{volume.f_bavail} * volume.f_frsize;
   if (needed <= free) return {};
   return machine::Status::Refused(
-      "the restored volume has no room for the changes and for what takes them back: they "
-      "need " +
+      "the restored volume has no room for the changes and for what takes them back: they need " +
       std::to_string(needed) + " bytes, " + std::to_string(free) + " are free; make room on it");
 }
 
@@ -204,17 +203,11 @@ bool Rehearse(const RescueFacts &facts, Injection *injection, rescue::UndoPlan *
   return false;
 }
 
-// The digest of the hive that was rehearsed; where there was none, one that no hive has.
-std::string RehearsedHive(const RunRecord &record) {
-  for (const HiveRecord &hive : record.hives) {
-    if (hive.outcome == HiveOutcome::kSaved) return hive.digest;
-  }
-  return "none";
-}
-
-bool SavedHive(const RunRecord &record) {
-  return std::any_of(record.hives.begin(), record.hives.end(),
-                     [](const HiveRecord &hive) { return hive.outcome == HiveOutcome::kSaved; });
+// The hive that was saved; null when there is none.
+const HiveRecord *SavedHive(const RunRecord &record) {
+  const auto saved = std::find_if(record.hives.begin(), record.hives.end(),
+                                  [](const HiveRecord &hive) { return hive.outcome == HiveOutcome::kSaved; });
+  return saved == record.hives.end() ? nullptr : &*saved;
 }
 
 void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injection *injection) {
@@ -223,11 +216,12 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
     return;
   }
   KeepLog(facts, injection->undo);
-  const bool savesHive = SavedHive(injection->record);
-  VXRMachine_SaveOnly(RehearsedHive(injection->record).c_str());
+  const HiveRecord *rehearsed = SavedHive(injection->record);
+  const bool savesHive = rehearsed != nullptr;
+  VXRMachine_SaveOnly(savesHive ? rehearsed->digest.c_str() : "none");  // which no hive has
   // Not part of what is kept: a session that is resumed after the volume was changed would damage it.
   if (machine::Status forgotten = rescue::ForgetHibernation(*facts.system); !forgotten) {
-    injection->problem = Words(forgotten) + "; nothing was changed";
+    injection->problem = Words(forgotten);
     if (rescue::DropIfUnused(injection->undo)) injection->undo.clear();
     return;
   }
@@ -237,7 +231,7 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
   CloseMachine();
   TakeResult(&listener, injection);
   injection->done = true;
-  if (injection->exitStatus == 0 && SavedHive(injection->record) != savesHive) {
+  if (injection->exitStatus == 0 && (SavedHive(injection->record) != nullptr) != savesHive) {
     injection->problem = "the run did not do what its rehearsal did: something could not be read this time; run again";
   }
   if (!injection->problem.empty() && injection->exitStatus == 0) injection->exitStatus = 1;

@@ -53,8 +53,7 @@ void PrintDocument(const Json &document) {
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
-// --- The list
-// ---------------------------------------------------------------------------------------------------------
+// --- The list -------------------------------------------------------------------------------------------------------
 
 const char *WordOf(UndoState state) {
   return state == UndoState::kChanged ? "changed" : state == UndoState::kInjected ? "injected" : "unchanged";
@@ -114,8 +113,7 @@ int ListFolders(const UndoOptions &options) {
   return FinishOutput() ? exitStatus : 1;
 }
 
-// --- Taking back
-// ------------------------------------------------------------------------------------------------------
+// --- Taking back ----------------------------------------------------------------------------------------------------
 
 struct Outcome {
   const UndoEntry *entry;
