@@ -33,6 +33,5 @@ set(CPACK_VERBATIM_VARIABLES ON)
 include(CPack)
 
 enable_testing()
-add_test(NAME portable COMMAND ${PROJECT_SOURCE_DIR}/tests/portable_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
-         ${PROJECT_SOURCE_DIR})
-set_tests_properties(portable PROPERTIES LABELS machine TIMEOUT 120 SKIP_RETURN_CODE 77)
+add_test(NAME portable COMMAND ${PROJECT_SOURCE_DIR}/tests/portable_test.sh ${PROJECT_SOURCE_DIR})
+set_tests_properties(portable PROPERTIES LABELS machine TIMEOUT 600 SKIP_RETURN_CODE 77)

@@ -4,10 +4,11 @@
 set -u
 source=$1
 . "$source/scripts/quietly.sh"
+. "$source/tests/support/pages.sh"
 cd "$source" || exit 1
 
 rm -f build/packages/*.deb
-quietly cmake --preset debian && quietly cmake --build --preset debian && quietly cpack --preset debian || exit 1
+quietly eval "$(page_command "$source/docs/linux-host.md" 'cmake --preset debian')" || exit 1
 (cd build/packages && ls -s --block-size=K -- *.deb)
 if ! command -v lintian >/dev/null; then
   echo "lintian is not installed: its judgement is skipped"
