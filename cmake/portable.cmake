@@ -6,6 +6,7 @@ target_link_options(vxr PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sectio
 install(TARGETS vxr RUNTIME DESTINATION .)
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION .)
 install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN *.md)
+install(DIRECTORY examples DESTINATION . PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE)
 set(CMAKE_INSTALL_MANDIR man)
 set(CMAKE_INSTALL_DATADIR share)
 include(cmake/help.cmake)

@@ -65,6 +65,7 @@ for file in man/man5/vxr-machine.5.gz bash-completion/completions/vxr zsh/vendor
   fish/vendor_completions.d/vxr.fish doc/vxr/docs/rescue.md doc/vxr/changelog.Debian.gz doc/vxr/copyright; do
   [[ -s $root/usr/share/$file ]] || fail "no $file"
 done
+while read -r line; do fail "$line"; done < <(dangling_links "$root/usr/share")
 
 # --- Hosts, built with what is installed there, in strict C99, and run there
 libraries=$(dirname "$(ls "$root"/usr/lib/*/libvxrcore.so.0)")

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What is in the zip of the Windows build.
+# What is in the zip of the Windows build, and that its links lead somewhere.
 #   package_test.sh SOURCE
 set -u
 source=$1
@@ -16,12 +16,13 @@ folder=$(echo "$work"/*)
 {
   printf '%s\n' bin/vxr.exe bin/vxrcore.dll lib/vxrcore.def lib/vxrcore.dll.a include/vxrcore/bmext.h \
     include/vxrcore/vxrcore.h doc/README.md doc/CHANGELOG.md doc/CONTRIBUTING.md doc/SECURITY.md
-  # Beside the documents, the examples that they point at; of those for Linux that package has none.
-  grep -oh '](\.\./[^)]*' docs/*.md | grep -v linux-host | sed 's|](\.\.|doc|' | sort -u
+  # Beside the documents, the examples that they point at.
+  grep -oh '](\.\./[^)]*' docs/*.md | sed 's|](\.\.|doc|' | sort -u
   ls docs/*.md | sed 's|^|doc/|'
 } | sort >"$work/expected"
 (cd "$folder" && find . -type f | sed 's|^\./||' | sort) | diff "$work/expected" - ||
   { echo "FAILED: other files than expected"; exit 1; }
+[[ -z $(dangling_links "$folder") ]] || { dangling_links "$folder"; echo "FAILED: see above"; exit 1; }
 
 # The import library for Microsoft's linker, where LLVM's tool is there.
 if command -v llvm-dlltool >/dev/null; then

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Every command that pages show is run by a test: those of vxr by docs_test.sh; those that take long by the test that takes them from the page, or by .ci/run; the others here, in a copy of the project that is
+# What pages name is there, and every command that they show is run by a test: those of vxr by docs_test.sh; those that
+# take long by the test that takes them from the page, or by .ci/run; the others here, in a copy of the project that is
 # configured, but whose builds and tests are only asked what they would do. What cannot be run stands below, each with the
 # reason, and nothing else is left.
 #   pages_test.sh BUILD SOURCE
@@ -29,6 +30,8 @@ fail() {
   grep -E '^scripts/' "$source/.ci/run"
 } >"$work/taken" 2>&1
 while read -r line; do fail "$line"; done < <(grep '^no command: ' "$work/taken")
+
+while read -r line; do fail "$line"; done < <(dangling_links "$source"; missing_paths "$source")
 
 # --- The copy, and what stands before cmake and ctest in it
 mkdir -p "$work/copy" "$work/bin"

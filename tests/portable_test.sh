@@ -32,6 +32,7 @@ mkdir -p "$root"/{proc,sys,tmp}
 cd "$source/build/packages" && sha256sum --quiet -c "$name.tar.gz.sha256" && cp "$name.tar.gz" "$root/tmp" &&
   tar xzf "$name.tar.gz" -C "$root" && cd "$root/tmp" || exit 1
 eval "$(page_command "$source/docs/portable.md" 'tar xzf ')" >"$work/out" 2>&1 || fail "the page's command"
+while read -r line; do fail "$line"; done < <(dangling_links "$root/$name")
 vxr=$root/$name/vxr
 
 readelf -d "$vxr" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' >"$work/out"
