@@ -158,6 +158,17 @@ done <<'CASES'
 1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
 CASES
 
+# --- No /proc
+fresh
+if unshare -m true 2>/dev/null; then
+  for words in 'system restored' 'inject --root restored' 'describe --root restored' \
+    'undo --list restored' 'undo restored' "hive $hive"; do
+    # shellcheck disable=SC2086
+    unshare -m sh -c 'mount -t tmpfs none /proc && exec "$@"' _ "$vxr" $words >out 2>err
+    [[ $? -eq 1 && $(cat err) == *'mount -t proc proc /proc' && $(wc -l <err) -eq 1 ]] || fail "$words without /proc"
+  done
+fi
+
 # --- Taken at one's own risk: the system forgets what it saved. A hive that was not closed is brought up to date.
 fresh
 printf hibr >restored/hiberfil.sys

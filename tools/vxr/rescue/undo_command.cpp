@@ -9,6 +9,7 @@
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
+#include "tools/vxr/rescue/rescue_facts.h"
 
 using Json = nlohmann::ordered_json;
 using rescue::UndoEntry;
@@ -185,8 +186,11 @@ int TakeBackFolder(const UndoOptions &options) {
 }  // namespace
 
 int UndoCommand(const UndoOptions &options) {
-  if (!options.root.empty()) return ListFolders(options);
-  if (!options.folder.empty()) return TakeBackFolder(options);
+  const bool isList = !options.root.empty();
+  if (isList || !options.folder.empty()) {
+    if (!CheckProc()) return 1;
+    return isList ? ListFolders(options) : TakeBackFolder(options);
+  }
   PrintError("name an undo folder, or a root with --list; see vxr undo --help");
   return kExitUsage;
 }
