@@ -158,8 +158,12 @@ done <<'CASES'
 1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
 CASES
 
-# --- No /proc
+# --- More controllers than a run takes; no /proc
 fresh
+for command in inject describe; do
+  run "$command" --root restored $(printf -- '--controller 1DEA:0A4%d ' {0..9})
+  [[ $? -eq 1 && $(cat err) == *'10 controllers are too many'* && ! -s out ]] || fail "$command: ten controllers"
+done
 if unshare -m true 2>/dev/null; then
   for words in 'system restored' 'inject --root restored' 'describe --root restored' \
     'undo --list restored' 'undo restored' "hive $hive"; do

@@ -107,6 +107,14 @@ bool CheckProc() {
   return false;
 }
 
+bool CheckCount(const RescueFacts &facts) {
+  const std::size_t count = rescue::OneForEachController(facts.disks).size();
+  if (count <= rescue::kMostDisks) return true;
+  PrintError(std::to_string(count) + " controllers are too many for one run; name at most " +
+             std::to_string(rescue::kMostDisks) + " of them with --controller, and run again for the others");
+  return false;
+}
+
 int GatherSystem(const std::string &root, RescueFacts *facts) {
   if (!CheckProc()) return 1;
   rescue::RestoredSystem system;

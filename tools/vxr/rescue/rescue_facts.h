@@ -31,5 +31,8 @@ int GatherSystem(const std::string &root, RescueFacts *facts);
 // Whether /proc is mounted, without which no file can be opened by its descriptor; if not, after a message.
 bool CheckProc();
 
+// Whether one run takes all controllers of the disks; if not, after a message.
+bool CheckCount(const RescueFacts &facts);
+
 // The machine file of what was found. `scratch`: host directory for the running system's drive.
 std::string MachineFile(const RescueFacts &facts, const std::string &scratch);
