@@ -158,7 +158,12 @@ done <<'CASES'
 1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
 CASES
 
-# --- More controllers than a run takes; no /proc
+# --- All reasons, in their order; more controllers than a run takes; no /proc
+fresh
+printf hibr >restored/hiberfil.sys
+run inject --root restored --sysfs machine/sys --disk sdc --json
+jq -e '(.errors | length) == 2 and (.errors[0] | test("hibernated")) and .error == .errors[1] and (.error | test("USB"))' out >json ||
+  fail "two reasons as JSON"
 fresh
 for command in inject describe; do
   run "$command" --root restored $(printf -- '--controller 1DEA:0A4%d ' {0..9})

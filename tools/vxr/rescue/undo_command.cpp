@@ -50,6 +50,14 @@ Json EntryJson(const UndoEntry &entry, const char *state) {
           {"state", state}};
 }
 
+// What went wrong, the last and all, and the exit status.
+void AddEnd(int exitStatus, Json *document) {
+  const std::vector<std::string> errors = TakeErrors();
+  (*document)["error"] = errors.empty() ? Json() : Json(errors.back());
+  (*document)["errors"] = errors;
+  (*document)["exit_status"] = exitStatus;
+}
+
 void PrintDocument(const Json &document) {
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
@@ -104,8 +112,7 @@ int ListFolders(const UndoOptions &options) {
   if (options.json) {
     Json document = {{"root", options.root}, {"folders", Json::array()}};
     for (const UndoFolder &undo : folders) document["folders"].push_back(FolderJson(undo));
-    document["error"] = OrNull(TakeError());
-    document["exit_status"] = exitStatus;
+    AddEnd(exitStatus, &document);
     PrintDocument(document);
   } else if (listed) {
     for (const UndoFolder &undo : folders) PrintFolder(undo);
@@ -176,8 +183,7 @@ int TakeBackFolder(const UndoOptions &options) {
     Json document = HeadJson(undo);
     document["entries"] = Json::array();
     for (const Outcome &outcome : outcomes) document["entries"].push_back(EntryJson(*outcome.entry, WordOf(outcome)));
-    document["error"] = OrNull(TakeError());
-    document["exit_status"] = done ? 0 : 1;
+    AddEnd(done ? 0 : 1, &document);
     PrintDocument(document);
   }
   return FinishOutput() && done ? 0 : 1;
