@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # What pages name is there, and every command that they show is run by a test: those of vxr by docs_test.sh; those that
 # take long by the test that takes them from the page, or by .ci/run; the others here, in a copy of the project that is
-# configured, but whose builds and tests are only asked what they would do. What cannot be run stands below, each with the
-# reason, and nothing else is left.
+# configured, but whose builds and tests are only looked up. What cannot be run stands below, each with the reason, and
+# nothing else is left.
 #   pages_test.sh BUILD SOURCE
 set -u
 build=$1
@@ -40,7 +40,10 @@ cd "$work/copy" || exit 1
 cat >"$work/bin/cmake" <<SCRIPT
 #!/bin/sh
 if [ "\$1" = --build ]; then
-  exec $(command -v cmake) "\$@" -- -n
+  case "\$*" in
+    *' --target '*) exec $(command -v cmake) "\$@" -- -t query ;;
+    *) exec $(command -v cmake) "\$@" -- -t query all ;;
+  esac
 elif [ ! -f "build/\$2/build.ninja" ]; then
   exec $(command -v cmake) "\$@"
 fi
@@ -75,7 +78,7 @@ while IFS=: read -r page line; do
     ran=$((ran + 1))
     run "$line" || fail "$page: $line: $(tail -n 5 output)"
   fi
-done < <(cd "$source" && for page in ./*.md docs/*.md $(find examples -name '*.md'); do
+done < <(cd "$source" && for page in *.md docs/*.md $(find examples -name '*.md'); do
   page_commands "$page" | sed "s|^|$page:|"
 done | sort -t: -k2 -u)
 for line in "${!cannot[@]}"; do

@@ -43,7 +43,7 @@ dangling_links() {
 missing_paths() (
   shopt -s nullglob
   cd "$1" || exit 1
-  grep -oE '`[A-Za-z0-9_./*-]+/[A-Za-z0-9_./*-]*`' ./*.md docs/*.md | tr -d '`' | while IFS=: read -r page path; do
+  grep -oE '`[A-Za-z0-9_./*-]+/[A-Za-z0-9_./*-]*`' *.md docs/*.md | tr -d '`' | while IFS=: read -r page path; do
     [[ -e ${path%%/*} && $path != build/* ]] || continue
     # shellcheck disable=SC2086
     found=($path $path.h $path.cpp)
