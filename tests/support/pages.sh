@@ -1,5 +1,6 @@
-# Sourced: what pages show and where they lead. Commands: a fence without a language, or with the shell's, holds nothing else: behind "$ "
-# where any line of it has that (the rest is what they print), else on every line. What follows two blanks is said of it.
+# Sourced: what pages show and where they lead. Commands: a fence without a language, or with the shell's, holds nothing
+# else: behind "$ " where any line of it has that (the rest is what they print), else on every line. What follows two
+# blanks is said of it.
 
 # page_commands PAGE: all, one a line.
 page_commands() {
