@@ -5,6 +5,7 @@
 set -u
 source=$1
 packages=$source/build/packages
+. "$source/tests/support/hardening.sh"
 . "$source/tests/support/pages.sh"
 if [[ $EUID -ne 0 ]]; then
   echo "skipped: only the superuser can change the root"
@@ -65,7 +66,8 @@ for file in man/man5/vxr-machine.5.gz bash-completion/completions/vxr zsh/vendor
   fish/vendor_completions.d/vxr.fish doc/vxr/docs/rescue.md doc/vxr/changelog.Debian.gz doc/vxr/copyright; do
   [[ -s $root/usr/share/$file ]] || fail "no $file"
 done
-while read -r line; do fail "$line"; done < <(dangling_links "$root/usr/share")
+while read -r line; do fail "$line"; done < <(dangling_links "$root/usr/share"
+  for file in "$root/usr/bin/vxr" "$root"/usr/lib/*/libvxrcore.so.0; do lacks_hardening "$file"; done)
 
 # --- Hosts, built with what is installed there, in strict C99, and run there
 libraries=$(dirname "$(ls "$root"/usr/lib/*/libvxrcore.so.0)")

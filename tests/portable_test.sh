@@ -14,6 +14,7 @@ fi
 
 source=$1
 . "$source/scripts/quietly.sh"
+. "$source/tests/support/hardening.sh"
 . "$source/tests/support/pages.sh"
 work=$(mktemp -d)
 trap 'umount -l "$work"/root/{proc,sys} 2>/dev/null; rm -rf --one-file-system "$work"' EXIT
@@ -42,6 +43,7 @@ newest=$(<"$work/out")
 grep -qF "glibc ${newest#GLIBC_}" "$source/docs/portable.md" || fail "docs/portable.md names another C library than $newest"
 nm "$vxr" >"$work/out" 2>&1
 grep -q 'no symbols' "$work/out" || fail "is not stripped"
+while read -r line; do fail "$line"; done < <(lacks_hardening "$vxr")
 for linked in hivex tomlplusplus nettle json cli11 gcc-runtime; do
   [[ -s $root/$name/licences/$linked.txt ]] || fail "no licence of $linked"
 done
