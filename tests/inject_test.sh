@@ -166,14 +166,16 @@ jq -e '(.errors | length) == 2 and (.errors[0] | test("hibernated")) and .error 
   fail "two reasons as JSON"
 fresh
 for command in inject describe; do
+  # shellcheck disable=SC2046
   run "$command" --root restored $(printf -- '--controller 1DEA:0A4%d ' {0..9})
   [[ $? -eq 1 && $(cat err) == *'10 controllers are too many'* && ! -s out ]] || fail "$command: ten controllers"
 done
-if unshare -m true 2>/dev/null; then
+without_proc() { unshare -m sh -c 'mount -t tmpfs none /proc && exec "$@"' _ "$vxr" "$@" >out 2>err; }
+if without_proc --version && [[ ! -s err ]]; then  # a sanitizer needs it too
   for words in 'system restored' 'inject --root restored' 'describe --root restored' \
     'undo --list restored' 'undo restored' "hive $hive"; do
     # shellcheck disable=SC2086
-    unshare -m sh -c 'mount -t tmpfs none /proc && exec "$@"' _ "$vxr" $words >out 2>err
+    without_proc $words
     [[ $? -eq 1 && $(cat err) == *'mount -t proc proc /proc' && $(wc -l <err) -eq 1 ]] || fail "$words without /proc"
   done
 fi
