@@ -11,5 +11,5 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxrcoreConfigVersion.cmak
 configure_file(cmake/vxrcore.pc.in vxrcore.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vxrcoreConfigVersion.cmake DESTINATION ${config} COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/vxrcore.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
-install(DIRECTORY examples/linux-host examples/scsi-6.1-x64 DESTINATION ${VXR_EXAMPLES_DIR} COMPONENT development
+install(DIRECTORY examples/scsi-6.1-x64 DESTINATION ${VXR_EXAMPLES_DIR} COMPONENT development
         PATTERN .gitignore EXCLUDE)

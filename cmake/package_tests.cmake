@@ -10,6 +10,7 @@ if(VXR_SANITIZE)
   return()
 endif()
 vxr_package_test(help_test 120 $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR})
+vxr_package_test(pages_test 300 ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 vxr_package_test(abi_test 60 $<TARGET_FILE:vxrcore> ${PROJECT_SOURCE_DIR})
 # Builds the preset's folder, so that both tests see what `cpack --preset debian` makes.
 vxr_package_test(debian_packages_test 1800 ${PROJECT_SOURCE_DIR})

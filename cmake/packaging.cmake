@@ -13,9 +13,11 @@ set(VXR_EXAMPLES_DIR ${CMAKE_INSTALL_DOCDIR}/examples CACHE STRING "Where exampl
 install(DIRECTORY include/vxrcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development ${hidden})
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
-install(FILES examples/host/host.c DESTINATION ${VXR_EXAMPLES_DIR}/host COMPONENT development)
-install(FILES examples/extension-file/list_volumes.c DESTINATION ${VXR_EXAMPLES_DIR}/extension-file COMPONENT development)
+install(DIRECTORY examples/host examples/extension-file examples/linux-host DESTINATION ${VXR_EXAMPLES_DIR}
+        COMPONENT development)
 if(NOT WIN32)
+  # Beside the documents, which point at them.
+  install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE)
   include(cmake/development.cmake)
 endif()
 if(VXR_HELP)

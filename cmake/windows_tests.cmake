@@ -102,7 +102,6 @@ if(CMAKE_CROSSCOMPILING)
   vxr_windows_script(windows_library_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
   vxr_windows_script(windows_rebuild_test ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_COMMAND})
 set_tests_properties(windows_host_test windows_command_line_test PROPERTIES RESOURCE_LOCK wine FIXTURES_REQUIRED wine)
-add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${CMAKE_CPACK_COMMAND} ${PROJECT_BINARY_DIR}
-           ${PROJECT_SOURCE_DIR})
+add_test(NAME package COMMAND ${PROJECT_SOURCE_DIR}/tests/package_test.sh ${PROJECT_SOURCE_DIR})
   set_tests_properties(package PROPERTIES LABELS windows TIMEOUT 60)
 endif()

@@ -23,6 +23,7 @@ struct RunChoice {
   PlanContext context;
   IncludePlaces includes;
   Index index;
+  std::vector<std::string> directories;  // that are indexed
   // What a verification would have changed in the hive for earlier devices, which counts as made. An injection has made
   // it. The files are in `context`.
   RegistryEdits pending;
@@ -43,19 +44,19 @@ void TellIndexed(void *, std::size_t files) {
   platform::ReportDecision(VXRMACHINE_INF_INDEXED, nullptr, nullptr, 0, files);
 }
 
-void IndexDirectory(const char *directory, bool running, Index *index) {
+void IndexDirectory(const char *directory, bool inbox, RunChoice *made) {
   VXREng_StatusMsg(VXR_STATUS_PROGRESS, "Looking for driver information in %s...\n", directory);
-  platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory);
-  AddDirectory(index, directory, running, TellIndexed);
+  made->directories.push_back(directory);
+  AddDirectory(&made->index, directory, inbox, TellIndexed);
 }
 
-bool IndexNamedDirectory(DWORD id, Index *index, const Caller &trace) {
+bool IndexNamedDirectory(DWORD id, RunChoice *made, const Caller &trace) {
   const HeapText directory = VXREng_GetStringAs(id, nullptr);
   if (directory == nullptr) {
     trace.Failed("VXREng_GetStringAs", id == VXR_DIR_WPEINF ? "VXR_DIR_WPEINF" : "VXR_DIR_RLMINF");
     return false;
   }
-  IndexDirectory(directory.get(), id == VXR_DIR_WPEINF, index);
+  IndexDirectory(directory.get(), id == VXR_DIR_WPEINF, made);
   return true;
 }
 
@@ -78,10 +79,12 @@ RunChoice *CurrentRun(const Caller &trace) {
   context.systemDrive = std::string(VXRExt_GetWindowsPath()).substr(0, context.places.root.size());
   made->includes = RestoredIncludes(context.places);
   made->index = MakeIndex(context.target);
-  if (!IndexNamedDirectory(VXR_DIR_RLMINF, &made->index, trace)) return nullptr;
+  if (!IndexNamedDirectory(VXR_DIR_RLMINF, made.get(), trace)) return nullptr;
   const char *more = VXRRlm_GetChoices().infDirs.c_str();
-  for (; *more != '\0'; more += std::strlen(more) + 1) IndexDirectory(more, false, &made->index);
-  if (!IndexNamedDirectory(VXR_DIR_WPEINF, &made->index, trace)) return nullptr;
+  for (; *more != '\0'; more += std::strlen(more) + 1) IndexDirectory(more, false, made.get());
+  // A system before 6.0 records only the devices that it has met, and has the drivers of more.
+  if (!AtLeast(context.target, 6, 0)) IndexDirectory(context.places.inf.c_str(), true, made.get());
+  if (!IndexNamedDirectory(VXR_DIR_WPEINF, made.get(), trace)) return nullptr;
   trace.Check("Total %u inf files indexed...\n", static_cast<DWORD>(made->index.files.size()));
   TellUnread(made->index.unread, trace);
   run = std::move(made);
@@ -94,13 +97,15 @@ bool PlanCandidate(const RunChoice &current, Candidate *candidate, Choice *choic
   plan.edits = current.pending;
   if (!candidate->service.empty()) {
     Installation installation;
-    const bool planned =
-        ReadCandidate(*candidate, current.index, current.includes, &installation, &candidate->refusalText) &&
-        PlanPackage(*candidate, installation, current.context, &plan, &candidate->refusalText);
+    PlanRefusal refusal{Refusal::kFileMissing, {}};  // of an INF file that was there for the index
+    const bool planned = ReadCandidate(*candidate, current.index, current.includes, &installation, &refusal.text) &&
+                         PlanPackage(*candidate, installation, current.context, &plan, &refusal);
     choice->plan.edits.unread = plan.edits.unread;
-    if (!plan.edits.unread.empty()) return false;
-    if (!planned) candidate->refusal = Refusal::kFileMissing;
-    if (!planned) return false;
+    if (!planned) {
+      candidate->refusal = refusal.kind;
+      candidate->refusalText = std::move(refusal.text);
+      return false;
+    }
   } else {
     // That is an answer. But a boot disk hangs off the devices that are asked for here.
     plan.warnings.push_back(candidate->rank.path +
@@ -118,7 +123,12 @@ void Choose(const RunChoice &current, Choice *choice) {
   for (Candidate &candidate : choice->candidates) {
     if (candidate.refusal != Refusal::kNone) continue;
     if (choice->hasOwn && !Beats(candidate, choice->own)) continue;
-    if (PlanCandidate(current, &candidate, choice)) break;
+    if (PlanCandidate(current, &candidate, choice)) {
+      // A device that needs no driver gets no record, and one whose package has no catalogue is worth less to Windows.
+      const bool weak = candidate.service.empty() || (choice->plan.fromPackage && !choice->plan.hasCatalog);
+      if (choice->hasOwn && weak) PlanOwnDriverBeside(choice->own, current.context, &choice->plan);
+      break;
+    }
     if (!choice->plan.edits.unread.empty()) return;
   }
   choice->found = choice->chosen != nullptr || choice->hasOwn;
@@ -228,6 +238,9 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
   }
   RunChoice *current = CurrentRun(trace);
   if (current == nullptr) return FALSE;
+  for (const std::string &directory : current->directories) {
+    platform::ReportDecision(VXRMACHINE_DIRECTORY_SEARCHED, directory.c_str());
+  }
   PlanContext &context = current->context;
   context.classGuid = device->guDevice;
   context.device = IdsOf(device->szHardwareID, device->szCompatibleIDs);
@@ -237,10 +250,12 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
   std::vector<UnreadFile> unread;
   choice.candidates = FindCandidates(current->index, context.device, current->includes, &unread);
   TellUnread(unread, trace);
-  choice.hasOwn =
-      FindOwnDriver(current->pending, context.controlSet, context.device, context.target, context.places, &choice.own);
+  std::vector<std::string> passedOver;
+  choice.hasOwn = FindOwnDriver(current->pending, context.controlSet, context.device, context.target, context.places,
+                                &choice.own, &passedOver);
   choice.plan.edits.unread = current->pending.unread;
   if (choice.plan.edits.unread.empty()) Choose(*current, &choice);
+  choice.plan.warnings.insert(choice.plan.warnings.end(), passedOver.begin(), passedOver.end());
   TellChoice(choice, trace);
   if (choice.found) PlanDevicesAbove(above, context, &choice.plan);
   if (!choice.plan.edits.unread.empty()) {
@@ -249,6 +264,7 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
     return FALSE;
   }
   if (!choice.found) {
+    ReportRemarks(choice.plan);
     trace.Error("no driver for %s among %u inf files\n", device->szInstanceID,
                 static_cast<DWORD>(current->index.files.size()));
     return FALSE;

@@ -2,11 +2,13 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "bmext/load.h"
 #include "engine/base/parameters.h"
 #include "engine/paths/path_catalogue.h"
 #include "log/log.h"
+#include "package/plan/file_bytes.h"
 #include "package/read/driver_store.h"
 #include "restore/settings.h"
 
@@ -32,6 +34,24 @@ bool ReadPath(DWORD id, std::string *path) {
   return true;
 }
 
+// As the hive has it; 0 when it does not tell.
+DWORD ReadProduct(const RegistryEdits &edits, const std::string &controlSet) {
+  constexpr const char *kProducts[] = {"WinNT", "LanmanNT", "ServerNT"};
+  std::string text;
+  ReadText(edits, controlSet + "\\Control\\ProductOptions", "ProductType", &text);
+  for (DWORD i = 0; i < std::size(kProducts); ++i) {
+    if (machine::SameName(text, kProducts[i])) return i + 1;
+  }
+  return 0;
+}
+
+// As its kernel has it; 0 without one. An update that only switches on what is there already counts on from it, which
+// no INF file asks for.
+DWORD ReadBuild() {
+  std::string system;
+  return ReadPath(VXR_DIR_WINSYS, &system) ? FileVersion(system + "\\ntoskrnl.exe") >> 16 & 0xFFFF : 0;
+}
+
 }  // namespace
 
 bool ReadRestoredTarget(const RegistryEdits &edits, const std::string &controlSet, Target *target) {
@@ -45,8 +65,11 @@ bool ReadRestoredTarget(const RegistryEdits &edits, const std::string &controlSe
   target->minor = VxrGet32(os->MinorVersion);
   const RestoreChoices &choices = VXRRlm_GetChoices();
   target->build = choices.osBuild.value_or(VxrGet32(os->BuildNumber));
+  // A job without an extension file names no more than the version.
+  if (target->build == 0) target->build = ReadBuild();
   target->architecture = static_cast<WORD>(VxrGet32(os->ProcessorArchitecture));
   target->product = choices.osProduct.value_or(VxrGet32(os->ProductType));
+  if (target->product == 0) target->product = ReadProduct(edits, controlSet);
   target->suite = choices.osSuite.value_or(VxrGet32(os->SuiteMask));
   target->language = ReadLanguage(edits, controlSet);
   const char *architecture = ArchitectureName(target->architecture);

@@ -135,6 +135,40 @@ TEST_F(ChoiceRunTest, RulesAndRecordAreChosenApart) {
   }
 }
 
+// --- Answers that change nothing -----------------------------------------------------------------------------------
+
+TEST_F(ChoiceRunTest, WhatLeavesADiskWithoutDriverIsSaid) {
+  constexpr char kNullDriver[] =
+      "[Version]\nSignature=\"$Windows NT$\"\n[Manufacturer]\nT=Models,NTamd64\n[Models.NTamd64]\n"
+      "T=Inst,PCI\\VEN_1DEA&DEV_0A42&CC_0104\n[Inst]\n[Inst.Services]\nAddService=,2\n";
+  const struct {
+    const char *name, *gone;  // a file of the restored system that is taken away
+    uint32_t result;
+    const char *said;
+  } cases[] = {
+      {"machine", nullptr, 0, "says that the device needs no driver"},
+      {"machine-nvme", "stornvme", 3,
+       "its stornvme has no file: D:\\Windows\\System32\\drivers\\stornvme.sys is missing"},
+  };
+  for (const auto &[name, gone, result, said] : cases) {
+    Close();
+    BecomeExample("raid-10.0-x64");
+    WriteFile("ram/null/null.inf", kNullDriver);
+    OpenChoice(name, "windows", "auto",
+               [](std::string *toml) { toml->replace(toml->find("X:\\drivers'"), 10, "X:\\null"); });
+    if (gone != nullptr) {
+      std::filesystem::remove(Host(std::string("restored/Windows/System32/drivers/") + gone + ".sys"));
+    }
+    EXPECT_EQ(Run(true), result) << log;
+    std::vector<std::string> warnings;
+    for (const MachineEvent &event : events) {
+      if (event.kind == VXRMACHINE_PLAN_WARNING) warnings.push_back(event.subject);
+    }
+    EXPECT_THAT(warnings, Contains(HasSubstr(said)));
+    EXPECT_THAT(Told(), testing::Each(HasSubstr("StartOverride"))) << "the devices above alone are let start";
+  }
+}
+
 // --- A real hive ---------------------------------------------------------------------------------------------------
 
 TEST_F(ChoiceRunTest, ARealHiveGetsTheRecordOrHasItsDriverEnabled) {

@@ -8,7 +8,9 @@ vxr=$1
 examples=$2
 make_extension=$3
 make_hive=$4
-page=$(cd "$(dirname "$0")/.." && pwd)/docs/machine.md
+source=$(cd "$(dirname "$0")/.." && pwd)
+page=$source/docs/machine.md
+. "$source/tests/support/pages.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -322,7 +324,7 @@ block toml >machine.toml
 block ini >acme.inf
 cp "$examples/scsi-6.1-x64/ram/drivers/nbstor.sys" acme.sys
 cp "$examples/scsi-6.1-x64/restored/Windows/System32/config/SYSTEM" .
-eval "$(block sh)"
+eval "$(page_commands "$source/docs/machine.md")"
 for mode in --verify ''; do
   # shellcheck disable=SC2086
   expect "the page's machine" 0 'Acme SCSI Adapter' run --machine machine.toml --job 7 $mode

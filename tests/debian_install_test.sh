@@ -5,6 +5,8 @@
 set -u
 source=$1
 packages=$source/build/packages
+. "$source/tests/support/hardening.sh"
+. "$source/tests/support/pages.sh"
 if [[ $EUID -ne 0 ]]; then
   echo "skipped: only the superuser can change the root"
   exit 77
@@ -64,6 +66,8 @@ for file in man/man5/vxr-machine.5.gz bash-completion/completions/vxr zsh/vendor
   fish/vendor_completions.d/vxr.fish doc/vxr/docs/rescue.md doc/vxr/changelog.Debian.gz doc/vxr/copyright; do
   [[ -s $root/usr/share/$file ]] || fail "no $file"
 done
+while read -r line; do fail "$line"; done < <(dangling_links "$root/usr/share"
+  for file in "$root/usr/bin/vxr" "$root"/usr/lib/*/libvxrcore.so.0; do lacks_hardening "$file"; done)
 
 # --- Hosts, built with what is installed there, in strict C99, and run there
 libraries=$(dirname "$(ls "$root"/usr/lib/*/libvxrcore.so.0)")
@@ -79,6 +83,17 @@ build linux-host/host.c pkg_config_host || fail "pkg-config: host"
   cmake -S "$examples/linux-host" -B "$work/cmake" -Dvxrcore_DIR="$libraries/cmake/vxrcore" &&
     cmake --build "$work/cmake" && cp "$work/cmake/host" "$root/tmp/cmake_host"
 } >"$work/log" 2>&1 || { cat "$work/log"; fail "find_package"; }
+
+# As the page says; only the last line is of a program that needs the root to run in.
+mkdir "$root/tmp/page" && cp "$examples/linux-host/host.c" "$root/tmp/page"
+while read -r line; do
+  (cd "$root/tmp/page" && eval "${line// \/usr\// $root/usr/}") >"$work/log" 2>&1 || { cat "$work/log"; fail "$line"; }
+done < <(page_command "$source/docs/linux-host.md" 'cc -std=c99 host.c'
+  page_command "$source/docs/linux-host.md" 'cp -r /usr/share/'
+  page_command "$source/docs/linux-host.md" 'cc -std=c99 examples')
+in_root sh -c "cd /tmp/page && $(page_command "$source/docs/linux-host.md" './host ')" >"$work/log" ||
+  { cat "$work/log"; fail "the page's host"; }
+
 in_root /tmp/list_volumes /tmp/machine/ram/machine.bme >/dev/null || fail "list_volumes"
 for host in pkg_config_host cmake_host; do
   machine

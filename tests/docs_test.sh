@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Every command of vxr that a page shows works: the lines of README.md and docs/ that begin with "vxr" or "$ vxr", run in
-# a folder that holds what they name, /mnt and /media below it.
+# Every command of vxr that a page shows works, run in a folder that holds what they name, /mnt and /media below it.
 #   docs_test.sh VXR SOURCE
 set -u
 program=$1
 source=$2
+. "$source/tests/support/pages.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 ran=0 failures=0
@@ -51,7 +51,7 @@ for page in "$source/README.md" "$source"/docs/*.md; do
       cat output
       failures=$((failures + 1))
     fi
-  done < <(sed -nE '/^```/,/^```/{ s/^(\$ )?(vxr .*)/\2/; T; s/  .*//; p }' "$page")
+  done < <(page_commands "$page" | grep '^vxr ')
 done
 [[ $ran -gt 10 ]] || failures=1
 echo "$ran commands"

@@ -23,6 +23,7 @@ for page in man1/*.1 man5/*.5; do
   mandoc -Tlint -W warning "$page" || fail "$page: see above"
   [[ -z $(MANWIDTH=100 man -l --warnings -Tutf8 "$page" 2>&1 >/dev/null) ]] || fail "$page: man warns of it"
 done
+for page in $(grep -ohE 'docs/[a-z-]+\.md' man?/*); do [[ -s $source/$page ]] || fail "a page names $page, which is not there"; done
 commands=$("$vxr" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p')
 [[ $(wc -w <<<"$commands") -gt 10 ]] || fail "the commands are not known"
 for command in '' $commands; do

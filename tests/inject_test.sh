@@ -158,6 +158,28 @@ done <<'CASES'
 1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
 CASES
 
+# --- All reasons, in their order; more controllers than a run takes; no /proc
+fresh
+printf hibr >restored/hiberfil.sys
+run inject --root restored --sysfs machine/sys --disk sdc --json
+jq -e '(.errors | length) == 2 and (.errors[0] | test("hibernated")) and .error == .errors[1] and (.error | test("USB"))' out >json ||
+  fail "two reasons as JSON"
+fresh
+for command in inject describe; do
+  # shellcheck disable=SC2046
+  run "$command" --root restored $(printf -- '--controller 1DEA:0A4%d ' {0..9})
+  [[ $? -eq 1 && $(cat err) == *'10 controllers are too many'* && ! -s out ]] || fail "$command: ten controllers"
+done
+without_proc() { unshare -m sh -c 'mount -t tmpfs none /proc && exec "$@"' _ "$vxr" "$@" >out 2>err; }
+if without_proc --version && [[ ! -s err ]]; then  # a sanitizer needs it too
+  for words in 'system restored' 'inject --root restored' 'describe --root restored' \
+    'undo --list restored' 'undo restored' "hive $hive"; do
+    # shellcheck disable=SC2086
+    without_proc $words
+    [[ $? -eq 1 && $(cat err) == *'mount -t proc proc /proc' && $(wc -l <err) -eq 1 ]] || fail "$words without /proc"
+  done
+fi
+
 # --- Taken at one's own risk: the system forgets what it saved. A hive that was not closed is brought up to date.
 fresh
 printf hibr >restored/hiberfil.sys

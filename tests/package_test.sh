@@ -1,27 +1,35 @@
 #!/usr/bin/env bash
-# What is in the zip of the Windows build.
-#   package_test.sh CPACK BUILD SOURCE
+# What is in the zip of the Windows build, and that its links lead somewhere.
+#   package_test.sh SOURCE
 set -u
-
-cpack=$1
-build=$2
-source=$3
+source=$1
+. "$source/scripts/quietly.sh"
+. "$source/tests/support/pages.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+cd "$source" || exit 1
 
-if ! "$cpack" --config "$build/CPackConfig.cmake" -B "$work" >"$work/log" 2>&1; then
-  cat "$work/log"
-  exit 1
-fi
-
-folder=$(basename "$work"/*.zip .zip)
-cmake -E tar tf "$work"/*.zip | sed "s|^$folder/||" >"$work/all"
+rm -f build/packages/vxrcore-*.zip
+quietly eval "$(page_command "$source/docs/windows.md" 'cpack --preset windows')" || exit 1
+(cd "$work" && cmake -E tar xf "$source"/build/packages/vxrcore-*.zip) || exit 1
+folder=$(echo "$work"/*)
 {
   printf '%s\n' bin/vxr.exe bin/vxrcore.dll lib/vxrcore.def lib/vxrcore.dll.a include/vxrcore/bmext.h \
     include/vxrcore/vxrcore.h doc/README.md doc/CHANGELOG.md doc/CONTRIBUTING.md doc/SECURITY.md
-  # Beside the documents, the examples that they point at; of those for Linux that package has none.
-  cd "$source" && grep -oh '](\.\./[^)]*' docs/*.md | grep -v linux-host | sed 's|](\.\.|doc|' | sort -u
+  # Beside the documents, the examples that they point at.
+  grep -oh '](\.\./[^)]*' docs/*.md | sed 's|](\.\.|doc|' | sort -u
   ls docs/*.md | sed 's|^|doc/|'
 } | sort >"$work/expected"
-grep -v '/$' "$work/all" | sort | diff "$work/expected" - || { echo "FAILED: other files than expected"; exit 1; }
+(cd "$folder" && find . -type f | sed 's|^\./||' | sort) | diff "$work/expected" - ||
+  { echo "FAILED: other files than expected"; exit 1; }
+[[ -z $(dangling_links "$folder") ]] || { dangling_links "$folder"; echo "FAILED: see above"; exit 1; }
+
+# The import library for Microsoft's linker, where LLVM's tool is there.
+if command -v llvm-dlltool >/dev/null; then
+  (cd "$folder/lib" && eval "$(page_command "$source/docs/windows.md" 'llvm-dlltool ')" &&
+    x86_64-w64-mingw32-nm vxrcore.lib 2>/dev/null | grep -q '__imp_VXREng_RunVXR') ||
+    { echo "FAILED: no import library is made by the page's command"; exit 1; }
+else
+  echo "llvm-dlltool is not installed: skipped"
+fi
 echo "$(wc -l <"$work/expected") files, as expected"

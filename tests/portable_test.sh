@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The portable program, in a root directory that holds nothing but it and the C library.
-#   portable_test.sh CPACK BUILD SOURCE
+#   portable_test.sh SOURCE
 set -u
 
 if [[ $EUID -ne 0 ]]; then
@@ -12,9 +12,10 @@ if [[ -z ${VXR_OWN_MOUNTS:-} ]] && unshare -m true 2>/dev/null; then
   VXR_OWN_MOUNTS=1 exec unshare -m "$0" "$@"
 fi
 
-cpack=$1
-build=$2
-source=$3
+source=$1
+. "$source/scripts/quietly.sh"
+. "$source/tests/support/hardening.sh"
+. "$source/tests/support/pages.sh"
 work=$(mktemp -d)
 trap 'umount -l "$work"/root/{proc,sys} 2>/dev/null; rm -rf --one-file-system "$work"' EXIT
 failures=0
@@ -24,15 +25,15 @@ fail() {
   failures=$((failures + 1))
 }
 
-if ! "$cpack" --config "$build/CPackConfig.cmake" -B "$work" >"$work/out" 2>&1; then
-  cat "$work/out"
-  exit 1
-fi
+(cd "$source" && quietly eval "$(page_command "$source/docs/portable.md" 'cmake --preset portable')") || exit 1
 version=$(sed -n 's/^project(vxrcore VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
 name=vxr-$version-linux-$(uname -m)
 root=$work/root
 mkdir -p "$root"/{proc,sys,tmp}
-tar xzf "$work/$name.tar.gz" -C "$root" || exit 1
+cd "$source/build/packages" && sha256sum --quiet -c "$name.tar.gz.sha256" && cp "$name.tar.gz" "$root/tmp" &&
+  tar xzf "$name.tar.gz" -C "$root" && cd "$root/tmp" || exit 1
+eval "$(page_command "$source/docs/portable.md" 'tar xzf ')" >"$work/out" 2>&1 || fail "the page's command"
+while read -r line; do fail "$line"; done < <(dangling_links "$root/$name")
 vxr=$root/$name/vxr
 
 readelf -d "$vxr" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' >"$work/out"
@@ -42,6 +43,7 @@ newest=$(<"$work/out")
 grep -qF "glibc ${newest#GLIBC_}" "$source/docs/portable.md" || fail "docs/portable.md names another C library than $newest"
 nm "$vxr" >"$work/out" 2>&1
 grep -q 'no symbols' "$work/out" || fail "is not stripped"
+while read -r line; do fail "$line"; done < <(lacks_hardening "$vxr")
 for linked in hivex tomlplusplus nettle json cli11 gcc-runtime; do
   [[ -s $root/$name/licences/$linked.txt ]] || fail "no licence of $linked"
 done
@@ -79,4 +81,4 @@ else
 fi
 
 [[ $failures -eq 0 ]] || exit 1
-echo "$name: $(stat -c %s "$vxr") bytes, needs glibc ${newest#GLIBC_}; packed $(stat -c %s "$work/$name.tar.gz") bytes"
+echo "$name: $(stat -c %s "$vxr") bytes, needs glibc ${newest#GLIBC_}; packed $(stat -c %s "$root/tmp/$name.tar.gz") bytes"

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "log/log.h"
 #include "package/choose/rank.h"
 #include "platform/platform.h"
 
@@ -11,6 +12,6 @@ struct DeviceAbove {
   package::DeviceIds ids;
 };
 
-// From the parent of the node upwards. Ends where the tree cannot be followed further; a device without ids has none.
-// Logs nothing: what a bridge or a bus lacks is no failure of a run.
-std::vector<DeviceAbove> DevicesAbove(DWORD hDevInst);
+// From the parent of the node upwards. Ends where the tree cannot be followed further; a device without ids has none,
+// as one whose ids cannot be read, which is warned of: what a bridge or a bus lacks is no failure of a run.
+std::vector<DeviceAbove> DevicesAbove(DWORD hDevInst, const Caller &trace);

@@ -130,10 +130,10 @@ VXR_DEVICE *BuildDisk(const char *disk, DWORD diskIndex, BOOL inject, const Call
 
 // The type of the disk's controller, by the bus that the disk's id names. AHCI controllers of newer systems are IDE
 // controllers that name their disks as SCSI: Windows' rules go by the controller's class.
-DWORD ControllerType(const VXR_DEVICE &disk, bool ide) {
+DWORD ControllerType(const VXR_DEVICE &disk, bool ide, const Caller &trace) {
   const DWORD byBus = ide ? VXR_DEVTYPE_HDC : VXR_DEVTYPE_SCSIADAPTER;
   if (!ByWindowsRules()) return byBus;
-  const std::vector<DeviceAbove> above = DevicesAbove(disk.hDevInst);
+  const std::vector<DeviceAbove> above = DevicesAbove(disk.hDevInst, trace);
   for (const DWORD type : {VXR_DEVTYPE_HDC, VXR_DEVTYPE_SCSIADAPTER}) {
     GUID classGuid = {};
     VXRDev_GetGuidByDevType(type, &classGuid);
@@ -150,12 +150,12 @@ void LinkController(VXR_DEVICE *disk, BOOL inject, const Caller &trace) {
     platform::ReportDecision(VXRMACHINE_DISK_ALONE, disk->szInstanceID);
     return;
   }
-  disk->pVXRDevParent = VXRDev_GetDiskCtrlDevice(0, ControllerType(*disk, ide), disk->hDevInst, inject);
+  disk->pVXRDevParent = VXRDev_GetDiskCtrlDevice(0, ControllerType(*disk, ide, trace), disk->hDevInst, inject);
 }
 
 BOOL FindByWindowsRules(VXR_DEVICE *device, const Caller &trace) {
   std::vector<package::DeviceIds> above;
-  for (DeviceAbove &one : DevicesAbove(device->hDevInst)) above.push_back(std::move(one.ids));
+  for (DeviceAbove &one : DevicesAbove(device->hDevInst, trace)) above.push_back(std::move(one.ids));
   if (package::FindDeviceDriver(device, above)) return TRUE;
   trace.Error("FindDeviceDriver() failed\n");
   return FALSE;

@@ -272,7 +272,10 @@ std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &devic
   }
   std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate &a, const Candidate &b) {
     const bool refusedA = a.refusal != Refusal::kNone, refusedB = b.refusal != Refusal::kNone;
-    return refusedA != refusedB ? refusedB : Better(a.rank, b.rank);
+    if (refusedA != refusedB) return refusedB;
+    // The running system's own drivers are made for another Windows, whatever their date.
+    if (a.rank.value == b.rank.value && a.inbox != b.inbox) return b.inbox;
+    return Better(a.rank, b.rank);
   });
   return candidates;
 }

@@ -19,6 +19,7 @@ struct Search {
   const DeviceIds &device;
   const Target &target;
   const RestoredPlaces &places;
+  std::vector<std::string> *passedOver;  // may be null
 };
 
 // An INF file that the database lists for an id of the device.
@@ -43,12 +44,19 @@ std::vector<std::string> ReadList(const RegistryEdits &edits, const std::string 
   return ListTexts(data);
 }
 
+bool FindService(const Search &search, const std::string &name, const std::string &package, OwnService *own) {
+  if (FindOwnService(search.edits, search.controlSet, name, package, search.places, search.target, own)) return true;
+  const std::string sentence = "A driver that the restored system has for the device is passed over, since its " +
+                               name + " " + own->missing + ".";
+  if (search.passedOver != nullptr && !Lists(*search.passedOver, sentence)) search.passedOver->push_back(sentence);
+  return false;
+}
+
 // The filters of an entry and its service, with what they need.
 bool FindServices(const Search &search, const std::string &key, const std::string &service, const std::string &package,
                   OwnDriver *driver) {
   OwnService own;
-  if (!FindOwnService(search.edits, search.controlSet, service, package, search.places, search.target, &own))
-    return false;
+  if (!FindService(search, service, package, &own)) return false;
   driver->service = own.name;
   driver->binary = own.binary;
   driver->storedBinary = own.storedBinary;
@@ -57,10 +65,7 @@ bool FindServices(const Search &search, const std::string &key, const std::strin
     for (const std::string &filter : ReadList(search.edits, key, list)) {
       // A device does not start without one of its filters. Some name their own service beside.
       if (machine::SameName(filter, service)) continue;
-      if (driver->filters.size() == kFiltersMax ||
-          !FindOwnService(search.edits, search.controlSet, filter, package, search.places, search.target, &own)) {
-        return false;
-      }
+      if (driver->filters.size() == kFiltersMax || !FindService(search, filter, package, &own)) return false;
       driver->heldBack = driver->heldBack || own.heldBack;
       driver->filters.push_back(own);
     }
@@ -181,8 +186,9 @@ bool TakeCritical(const Search &search, const std::string &id, OwnDriver *driver
 }  // namespace
 
 bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, const DeviceIds &device,
-                   const Target &target, const RestoredPlaces &places, OwnDriver *driver) {
-  const Search search = {edits, controlSet, device, target, places};
+                   const Target &target, const RestoredPlaces &places, OwnDriver *driver,
+                   std::vector<std::string> *passedOver) {
+  const Search search = {edits, controlSet, device, target, places, passedOver};
   if (!HasDriverDatabase(edits)) {
     const std::vector<std::string> ids = AllIds(device);
     return std::any_of(ids.begin(), ids.end(), [&](const std::string &id) { return TakeCritical(search, id, driver); });

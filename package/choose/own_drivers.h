@@ -23,10 +23,11 @@ struct OwnDriver {
 };
 
 // The restored system's best driver for the device, by the ranks that its database gives. False when it has none whose
-// services and files are there. The date of what a critical-device entry names is that of the INF file of the package
-// that it names; without one there is none.
+// services and files are there; `*passedOver`, when given, gets a sentence for each one that has not. The date of what
+// a critical-device entry names is that of the INF file of the package that it names; without one there is none.
 bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, const DeviceIds &device,
-                   const Target &target, const RestoredPlaces &places, OwnDriver *driver);
+                   const Target &target, const RestoredPlaces &places, OwnDriver *driver,
+                   std::vector<std::string> *passedOver = nullptr);
 
 // Whether a package's driver is to be installed in the place of the system's own: a better rank, or an equal one and a
 // later date. The running system's own drivers, which are made for another Windows, need a better rank.

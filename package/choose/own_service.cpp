@@ -74,6 +74,7 @@ bool FindOwnService(const RegistryEdits &edits, const std::string &controlSet, c
   DWORD type = 0, start = 0;
   std::string imagePath;
   std::vector<std::string> parts;
+  *service = {name, {}, {}, false, "is no service of a driver"};
   if (!PlainKeyName(name) || !ReadNumber(edits, key, "Type", &type) || (type & kDriverTypes) == 0 ||
       !ReadNumber(edits, key, "Start", &start) || !ImagePath(edits, key, name, &imagePath) ||
       !ImageParts(imagePath, &parts)) {
@@ -83,7 +84,8 @@ bool FindOwnService(const RegistryEdits &edits, const std::string &controlSet, c
   for (const std::string &part : parts) service->binary += '\\' + part;
   if (IsFile(service->binary)) return true;
   if (InDriversDirectory(parts)) service->storedBinary = StoredFile(storePackage, parts.back(), places, target);
-  return !service->storedBinary.empty();
+  if (service->storedBinary.empty()) service->missing = "has no file: " + service->binary + " is missing";
+  return service->missing.empty();
 }
 
 }  // namespace package

@@ -180,15 +180,19 @@ void CheckCatalog(Work *work) {
 }
 
 // What lets the kernel find the driver for the device. False, with the reason, when it cannot be recorded.
-bool PlanRecord(Work *work, std::string *reason) {
+bool PlanRecord(Work *work, PlanRefusal *refusal) {
   const BootRecord record = RecordOf(*work);
   std::string *name = &work->plan->publishedName;
   name->clear();
   if (!work->context.automaticRecord) {
+    if (HasDriverDatabase(work->edits)) {
+      Warn(work, "The restored system does not read the record that the job asks for: set its BootRecord to auto.");
+    }
     PlanCriticalDevices(record, work->context.controlSet, &work->edits);
     return true;
   }
-  if (!PlanBootRecord(record, work->context.controlSet, work->context.places.inf, &work->edits, name, reason)) {
+  if (!PlanBootRecord(record, work->context.controlSet, work->context.places.inf, &work->edits, name, &refusal->text)) {
+    refusal->kind = Refusal::kSectionMissing;
     return false;
   }
   PlanOwners(*name, work);
@@ -204,13 +208,13 @@ void Begin(Work *work) {
   work->directories = PlannedDirectories(work->context, *work->plan);
 }
 
-bool PlanParts(Work *work, std::string *reason) {
-  if (!CheckServices(work, reason) || !PlanFiles(work, reason)) return false;
+bool PlanParts(Work *work, PlanRefusal *refusal) {
+  if (!CheckServices(work, refusal) || !PlanFiles(work, refusal)) return false;
   CheckCatalog(work);
   PlanInstallLines(work);
-  if (!PlanServices(work, reason)) return false;
+  if (!PlanServices(work, refusal)) return false;
   PlanHardwareLines(work);
-  return PlanRecord(work, reason);
+  return PlanRecord(work, refusal);
 }
 
 // A service that the system has: its file in its place, and nothing that holds it back.
@@ -227,6 +231,9 @@ void EnableService(const OwnService &service, const PlanContext &context, Plan *
   PlanServiceStart(service.name, &plan->edits);
 }
 
+// Whether it is a device that a bus has found, and not one of the board, which the HAL or ACPI itself serves.
+bool IsBusDevice(const std::string &id) { return BeginsWith(id.c_str(), "PCI\\") || BeginsWith(id.c_str(), "VMBUS\\"); }
+
 void EnableOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan) {
   if (!driver.service.empty()) {
     EnableService({driver.service, driver.binary, driver.storedBinary, driver.heldBack}, context, plan);
@@ -236,6 +243,11 @@ void EnableOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *
 
 }  // namespace
 
+bool Refuse(PlanRefusal *refusal, Refusal kind, std::string text) {
+  *refusal = {kind, std::move(text)};
+  return false;
+}
+
 void Warn(Work *work, const std::string &sentence) { Say(&work->said, sentence, &work->plan->warnings); }
 void Note(Work *work, const std::string &sentence) { Say(&work->said, sentence, &work->plan->notes); }
 
@@ -244,23 +256,22 @@ bool IsFunctionDriver(const Work &work, const ServiceLines &service) {
 }
 
 bool PlanPackage(const Candidate &candidate, const Installation &installation, const PlanContext &context, Plan *plan,
-                 std::string *reason) {
+                 PlanRefusal *refusal) {
   Work work{.candidate = candidate, .installation = installation, .context = context, .plan = plan};
   for (const std::string &note : installation.notes) Note(&work, note);
   const ServiceLines *function = FunctionDriver(installation);
   if (function == nullptr) {
     if (installation.noService) return true;
-    *reason = "The section " + installation.section + " names no service for the device.";
-    return false;
+    return Refuse(refusal, Refusal::kNoBinary,
+                  "The section " + installation.section + " names no service for the device.");
   }
   plan->service = function->name;
   Begin(&work);
-  const bool planned = PlanParts(&work, reason);
+  const bool planned = PlanParts(&work, refusal);
   if (planned) TakeOver(work.edits, &plan->edits);
   if (!work.edits.unread.empty()) plan->edits.unread = work.edits.unread;
   if (plan->edits.unread.empty()) return planned;
-  *reason = "The restored system's hive could not be read: " + plan->edits.unread;
-  return false;
+  return Refuse(refusal, Refusal::kNone, "The restored system's hive could not be read: " + plan->edits.unread);
 }
 
 void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan) {
@@ -268,11 +279,24 @@ void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *pl
   EnableOwnDriver(driver, context, plan);
 }
 
+void PlanOwnDriverBeside(const OwnDriver &driver, const PlanContext &context, Plan *plan) {
+  if (driver.service.empty() || machine::SameName(driver.service, plan->service)) return;
+  if (driver.heldBack) {
+    plan->notes.push_back("The restored system's own driver " + driver.service +
+                          " is let start as well, since Windows may prefer it.");
+  }
+  EnableOwnDriver(driver, context, plan);
+}
+
 void PlanDevicesAbove(const std::vector<DeviceIds> &above, const PlanContext &context, Plan *plan) {
   for (const DeviceIds &device : above) {
     OwnDriver driver;
-    if (!FindOwnDriver(plan->edits, context.controlSet, device, context.target, context.places, &driver)) continue;
-    EnableOwnDriver(driver, context, plan);
+    if (FindOwnDriver(plan->edits, context.controlSet, device, context.target, context.places, &driver)) {
+      EnableOwnDriver(driver, context, plan);
+    } else if (!device.hardware.empty() && IsBusDevice(device.hardware.front())) {
+      plan->warnings.push_back("The restored system has no driver of its own for " + device.hardware.front() +
+                               ", which the disk hangs off: without one the disk is not found at the start.");
+    }
   }
 }
 

@@ -44,15 +44,23 @@ struct PlanContext {
   std::vector<std::string> earlierDirectories;
 };
 
+// Why a package cannot be put into the restored system.
+struct PlanRefusal {
+  Refusal kind = Refusal::kNone;  // kNone: it is the hive that could not be read
+  std::string text;               // a sentence
+};
+
 // Plans a package's driver: files, services, the registry lines that belong in the mounted hive, the boot record.
 // `plan->edits` may hold changes of earlier devices, which count as made too. False, with the reason, when a needed
 // file is missing, a needed name is not plain, or the hive could not be read (`plan->edits.unread`); the plan is then
 // not to be used.
 bool PlanPackage(const Candidate &candidate, const Installation &installation, const PlanContext &context, Plan *plan,
-                 std::string *reason);
-// Plans the system's own driver: lets it start, and puts its file in place from the driver store. This and the next may
-// fail to read the hive; `plan->edits.unread` then tells, and the plan is not to be used.
+                 PlanRefusal *refusal);
+// Plans the system's own driver: lets it start, and puts its file in place from the driver store. This and the next
+// ones may fail to read the hive; `plan->edits.unread` then tells, and the plan is not to be used.
 void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan);
+// Lets the system's own driver start beside a package's, where the restored kernel may prefer it all the same.
+void PlanOwnDriverBeside(const OwnDriver &driver, const PlanContext &context, Plan *plan);
 // Lets the drivers of the devices above start, where the system holds them back; each with its ids.
 void PlanDevicesAbove(const std::vector<DeviceIds> &above, const PlanContext &context, Plan *plan);
 

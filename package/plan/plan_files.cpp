@@ -82,7 +82,8 @@ std::optional<std::size_t> PlannedTarget(const Work &work, const std::string &ta
 std::string VersionText(DWORD major, DWORD minor) { return std::to_string(major) + "." + std::to_string(minor); }
 
 // Judges the image of a service by its headers. False when it is for another processor.
-bool CheckImage(const ServiceLines &service, const std::string &path, bool bootStart, Work *work, std::string *reason) {
+bool CheckImage(const ServiceLines &service, const std::string &path, bool bootStart, Work *work,
+                PlanRefusal *refusal) {
   const Target &target = work->context.target;
   ImageFacts facts;
   if (!ReadImageFacts(path, &facts)) {
@@ -90,8 +91,8 @@ bool CheckImage(const ServiceLines &service, const std::string &path, bool bootS
     return true;
   }
   if (facts.machine != ImageMachine(target)) {
-    *reason = "The file " + path + " of the service " + service.name + " is for another processor.";
-    return false;
+    return Refuse(refusal, Refusal::kArchitecture,
+                  "The file " + path + " of the service " + service.name + " is for another processor.");
   }
   if (facts.subsystemMajor > target.major ||
       (facts.subsystemMajor == target.major && facts.subsystemMinor > target.minor)) {
@@ -106,8 +107,19 @@ bool CheckImage(const ServiceLines &service, const std::string &path, bool bootS
   return true;
 }
 
+// What a copy list brings under that name, wherever to, else the package's file of that name.
+SourceFile FindServiceFile(const ServiceLines &service, const std::string &name, const Work &work) {
+  const Installation &installation = work.installation;
+  for (const FileLine &file : installation.files) {
+    if (!machine::SameName(file.target, name)) continue;
+    SourceFile source = FindSource(installation.infs[file.inf], file.source, work.context.target);
+    if (source.state != SourceState::kMissing) return source;
+  }
+  return FindSource(installation.infs[service.inf], name, work.context.target);
+}
+
 // A service's file comes from a copy list, else from where the package has it, else it is in the system already.
-bool PlanServiceFile(const ServiceLines &service, Work *work, std::string *reason) {
+bool PlanServiceFile(const ServiceLines &service, Work *work, PlanRefusal *refusal) {
   std::string name;
   if (!DriverName(service, &name)) return true;
   const std::string target = DriverPath(work->context.places, name);
@@ -117,17 +129,21 @@ bool PlanServiceFile(const ServiceLines &service, Work *work, std::string *reaso
     file.needed = true;
     image = file.source;
   } else {
-    const SourceFile source = FindSource(work->installation.infs[service.inf], name, work->context.target);
+    const SourceFile source = FindServiceFile(service, name, *work);
     if (source.state == SourceState::kFound) {
       PlanFile(source.path, target, source.size, true, work);
       image = source.path;
     } else if (!Exists(image)) {
-      *reason = "The file " + source.path + " of the service " + service.name + " " + StateText(source.state) + ".";
-      return false;
+      return Refuse(
+          refusal, source.state == SourceState::kMissing ? Refusal::kFileMissing : Refusal::kCompressed,
+          "The file " + source.path + " of the service " + service.name + " " + StateText(source.state) + ".");
+    } else if (!work->installation.infs[service.inf].inbox) {
+      Warn(work, "The file " + source.path + " of the service " + service.name + " " + StateText(source.state) +
+                     ": the restored system's own " + target + " is taken.");
     }
   }
   const bool bootStart = IsFunctionDriver(*work, service) || service.start.value_or(0) == 0;
-  return CheckImage(service, image, bootStart, work, reason);
+  return CheckImage(service, image, bootStart, work, refusal);
 }
 
 void CheckStoreFiles(Work *work) {
@@ -193,14 +209,13 @@ void PlanFile(const std::string &source, const std::string &target, DWORD64 size
   work->plan->files.push_back(file);
 }
 
-bool PlanFiles(Work *work, std::string *reason) {
+bool PlanFiles(Work *work, PlanRefusal *refusal) {
   if (work->installation.files.size() > kPlannedLines) {
-    *reason = "The package copies more files than a driver can need.";
-    return false;
+    return Refuse(refusal, Refusal::kNoBinary, "The package copies more files than a driver can need.");
   }
   for (const FileLine &file : work->installation.files) PlanListedFile(file, work);
   for (const ServiceLines &service : work->installation.services) {
-    if (!PlanServiceFile(service, work, reason)) return false;
+    if (!PlanServiceFile(service, work, refusal)) return false;
   }
   CheckStoreFiles(work);
   return true;

@@ -34,6 +34,8 @@ struct Work {
   std::set<std::string> said = {};
 };
 
+// Says why the package cannot be planned; false.
+bool Refuse(PlanRefusal *refusal, Refusal kind, std::string text);
 // A warning and a note, each said once; behind a great many of them nothing more is said.
 void Warn(Work *work, const std::string &sentence);
 void Note(Work *work, const std::string &sentence);
@@ -43,21 +45,23 @@ std::string ServiceKey(const Work &work, const std::string &service);
 std::string DriverPath(const RestoredPlaces &places, const std::string &name);
 // Whether the service is planned, or the hive has it so that it can start, with its file in place.
 bool HasService(const Work &work, const std::string &service);
+// Of a service that is there: whether it starts with the system.
+bool StartsAtBoot(const Work &work, const std::string &service);
 bool IsFunctionDriver(const Work &work, const ServiceLines &service);
 
 // The directories that this plan and earlier ones make, in upper case.
 std::set<std::string> PlannedDirectories(const PlanContext &context, const Plan &plan);
 // The copy lists, then the files of the services. False, with the reason, when one of a service is not to be had.
-bool PlanFiles(Work *work, std::string *reason);
+bool PlanFiles(Work *work, PlanRefusal *refusal);
 // A file that takes the place of what is there, unless that is the same already; with the directories that it needs.
 void PlanFile(const std::string &source, const std::string &target, DWORD64 size, bool needed, Work *work);
 // The same for one file that no list names, of a plan without a package.
 void AddFile(const PlannedFile &file, const PlanContext &context, Plan *plan);
 
 // Looks at the services before anything is planned. False, with the reason, when one has no plain name.
-bool CheckServices(Work *work, std::string *reason);
+bool CheckServices(Work *work, PlanRefusal *refusal);
 // The services and what their sections add. False, with the reason, when the device's own cannot start with the system.
-bool PlanServices(Work *work, std::string *reason);
+bool PlanServices(Work *work, PlanRefusal *refusal);
 
 // The registry lines of the install section, of its .HW section, and of a service.
 void PlanInstallLines(Work *work);

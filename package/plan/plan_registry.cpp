@@ -87,6 +87,10 @@ std::vector<std::string> UsableFilters(const std::vector<std::string> &filters, 
   for (const std::string &filter : filters) {
     if (HasService(*work, filter)) {
       usable.push_back(filter);
+      if (!StartsAtBoot(*work, filter)) {
+        Warn(work, "The filter " + filter + " of " + LineText(line) +
+                       " does not start with the system: a disk that needs it may not be found at the start.");
+      }
     } else {
       Warn(work, "The filter " + filter + " has no service: it is left out of " + LineText(line) + ".");
     }

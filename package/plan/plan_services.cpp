@@ -154,7 +154,15 @@ bool HasService(const Work &work, const std::string &service) {
          ReadNumber(work.edits, ServiceKey(work, service), "Start", &start) && start < kDisabled;
 }
 
-bool PlanServices(Work *work, std::string *reason) {
+bool StartsAtBoot(const Work &work, const std::string &service) {
+  for (const ServiceLines &planned : work.installation.services) {
+    if (!machine::SameName(planned.name, service)) continue;
+    return IsFunctionDriver(work, planned) || planned.start.value_or(kDemandStart) == kBootStart;
+  }
+  return !HeldBack(work.edits, work.context.controlSet, service);
+}
+
+bool PlanServices(Work *work, PlanRefusal *refusal) {
   std::string binary;
   for (const ServiceLines &service : work->installation.services) {
     if (DriverName(service, &binary)) {
@@ -162,24 +170,22 @@ bool PlanServices(Work *work, std::string *reason) {
     } else if (!IsFunctionDriver(*work, service)) {
       Note(work, "The service " + service.name + " is passed over, since it is no driver that starts with the system.");
     } else {
-      *reason = "The service " + service.name + " names no driver that can start with the system.";
-      return false;
+      return Refuse(refusal, Refusal::kNoBinary,
+                    "The service " + service.name + " names no driver that can start with the system.");
     }
   }
   return true;
 }
 
-bool CheckServices(Work *work, std::string *reason) {
+bool CheckServices(Work *work, PlanRefusal *refusal) {
   const std::vector<ServiceLines> &services = work->installation.services;
   if (services.size() > kPlannedServices) {
-    *reason = "The package has more services than a driver can need.";
-    return false;
+    return Refuse(refusal, Refusal::kNoBinary, "The package has more services than a driver can need.");
   }
   std::string binary;
   for (const ServiceLines &service : services) {
     if (!PlainServiceName(service.name)) {
-      *reason = "The package names a service as none can be named: " + service.name;
-      return false;
+      return Refuse(refusal, Refusal::kNoBinary, "The package names a service as none can be named: " + service.name);
     }
     if (DriverName(service, &binary)) work->services.insert(machine::FoldAnsiName(service.name));
   }

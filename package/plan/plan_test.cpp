@@ -109,7 +109,11 @@ class PlanTest : public MachineTest {
     candidate.lineIds = {candidate.id};
     candidate.service = "arv";
     candidate.classGuid = "{4D36E97B-E325-11CE-BFC1-08002BE10318}";
-    return PlanPackage(candidate, installation, context, &plan, &reason);
+    PlanRefusal refusal;
+    if (PlanPackage(candidate, installation, context, &plan, &refusal)) return true;
+    const char *word = RefusalWord(refusal.kind);
+    reason = (word != nullptr ? std::string(word) + ": " : "") + refusal.text;
+    return false;
   }
 
   // What a kind of events says, the mount point left out: "KEY NAME=DATA" and the type of a value.
@@ -159,7 +163,8 @@ struct LineRow {
 TEST_F(PlanTest, RegistryLines) {
   ASSERT_TRUE(MakePlan("")) << reason;
   const std::vector<std::string> base = Edits();
-  EXPECT_THAT(plan.warnings, ElementsAre(HasSubstr("arv.sys holds no signature")));
+  EXPECT_THAT(plan.warnings, ElementsAre(HasSubstr("arv.sys holds no signature"), HasSubstr("BootRecord to auto")));
+  const std::size_t usual = plan.warnings.size();
   EXPECT_THAT(base, Contains("ControlSet001\\Services\\arv ImagePath=System32\\drivers\\arv.sys 2 50"));
   EXPECT_THAT(base, Contains("ControlSet001\\Services\\arv Tag=0x00000002 (2) 4 4")) << "1 is old's";
   const std::string arv = "ControlSet001\\Services\\arv", old = "ControlSet001\\Services\\old";
@@ -168,6 +173,7 @@ TEST_F(PlanTest, RegistryLines) {
        {arv + "\\Parameters\\PnpInterface 5=0x00000001 (1) 4 4"},
        nullptr},
       {"HKR,,Text,,\"%%a%%, %11%\"", {arv + " Text=%a%, E:\\Windows\\System32 1 50"}, nullptr},
+      {"HKR,P,N,0x10001,1\n[Svc]\nDelReg = Reg", {arv + "\\P N=0x00000001 (1) 4 4"}, nullptr},
       {"HKR,P,N,0x10001,-1", {arv + "\\P N=0xFFFFFFFF (4294967295) 4 4"}, nullptr},
       {"HKR,P,N,0x10001,1,02,0x3,0", {arv + "\\P N=0x00030201 (197121) 4 4"}, nullptr},
       {"HKR,P,N,%REG_DWORD%,1", {}, "not defined"},
@@ -219,7 +225,7 @@ TEST_F(PlanTest, RegistryLines) {
       if (std::find(base.begin(), base.end(), edit) == base.end()) added.push_back(edit);
     }
     EXPECT_THAT(added, testing::UnorderedElementsAreArray(row.edits)) << row.lines;
-    EXPECT_EQ(plan.warnings.size(), row.warning != nullptr ? 2u : 1u)
+    EXPECT_EQ(plan.warnings.size(), row.warning != nullptr ? usual + 1 : usual)
         << row.lines << testing::PrintToString(plan.warnings);
     if (row.warning != nullptr) {
       EXPECT_THAT(plan.warnings, Contains(HasSubstr(row.warning))) << row.lines;
@@ -230,6 +236,7 @@ TEST_F(PlanTest, RegistryLines) {
 TEST_F(PlanTest, FilesAndWarnings) {
   WriteFile("ram/pack/new.sys", Image(10));
   WriteFile("ram/pack/x86.sys", Image(6, 0, true));
+  WriteFile("ram/pack/packed.sy_", "");
   WriteFile("ram/pack/tool.exe", "tool");
   WriteFile("ram/pack/version.dll", Image(6, 2));
   WriteFile("restored/Windows/System32/version.dll", Image(6, 3));
@@ -261,13 +268,25 @@ TEST_F(PlanTest, FilesAndWarnings) {
        "made for Windows 10.0"},
       {"[Inst.Services]\nAddService = flt,,F\n[F]\nServiceType=1\nStartType=0\nServiceBinary=%12%\\x86.sys",
        {},
-       "another processor"},
+       "architecture: The file X:\\pack\\x86.sys of the service flt is for another processor"},
       {"[Inst.Services]\nAddService = flt,,F\n[F]\nServiceType=1\nStartType=0\nServiceBinary=%12%\\none.sys",
        {},
-       "is missing"},
+       "file-missing: The file X:\\pack\\none.sys"},
+      {"[Inst.Services]\nAddService = flt,,F\n[F]\nServiceType=1\nStartType=0\nServiceBinary=%12%\\packed.sys",
+       {},
+       "compressed: "},
       {"[Inst.Services]\nAddService = a\\b,,F\n[F]\nServiceType=1\nStartType=0\nServiceBinary=%12%\\arv.sys",
        {},
-       "none can be named"},
+       "no-binary: The package names a service"},
+      {"[Inst]\nCopyFiles = L\n[L]\nb.sys,new.sys\n[DestinationDirs]\nL = 11\n[Inst.Services]\nAddService = flt,,F\n"
+       "[F]\nServiceType=1\nStartType=0\nServiceBinary=%11%\\b.sys",
+       {sys, "X:\\pack\\new.sys D:\\Windows\\System32\\b.sys",
+        "X:\\pack\\new.sys D:\\Windows\\System32\\drivers\\b.sys"},
+       ""},
+      {"[Inst.Services]\nAddService = flt,,F\n[F]\nServiceType=1\nStartType=3\nServiceBinary=%12%\\new.sys\n"
+       "[Inst.HW]\nAddReg = H\n[H]\nHKR,,LowerFilters,0x10000,flt",
+       {sys, "X:\\pack\\new.sys D:\\Windows\\System32\\drivers\\new.sys"},
+       "does not start with the system"},
       {"[Inst.Services]\nAddService = app,,F\n[F]\nServiceType=0x10\nStartType=2\nServiceBinary=%11%\\app.exe",
        {sys},
        "no driver that starts"},

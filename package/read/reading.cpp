@@ -196,7 +196,7 @@ bool ReadRegistryDirective(Reading *reading, const Directive &directive, Registr
     if (name.empty()) continue;
     const FoundSection found = FindAnywhere(*reading, directive.inf, name);
     if (found.section == nullptr) Note(reading, "The section [" + name + "] of registry lines is not found.");
-    if (found.section == nullptr || !registry->sections.insert(found.section).second) continue;
+    if (found.section == nullptr || !registry->sections.emplace(found.section, verb->second).second) continue;
     for (std::size_t i = 0; i < found.section->lines.size() && !TooMuch(*reading); ++i) {
       const FoundLine line = LineOf(*reading, found, i);
       RegistryLine entry = {verb->second,

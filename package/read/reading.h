@@ -73,7 +73,7 @@ std::vector<Directive> DirectivesOf(Reading *reading, const FoundSection &sectio
 // Registry lines of one section while they are gathered.
 struct RegistryReader {
   std::vector<RegistryLine> *lines;
-  std::set<const machine::InfSection *> sections = {};  // that are read
+  std::set<std::pair<const machine::InfSection *, RegistryVerb>> sections = {};  // that are read, and what for
 };
 // Reads what an AddReg, DelReg or BitReg directive names; false for another one.
 bool ReadRegistryDirective(Reading *reading, const Directive &directive, RegistryReader *registry);

@@ -46,6 +46,13 @@ std::shared_ptr<InfFile> ReadInf(InfBytes bytes, std::shared_ptr<const InfSettin
     RefuseSize(refusal);
     return nullptr;
   }
+  if (std::string_view(bytes.memory.get(), bytes.size).starts_with("\xFE\xFF")) {
+    if (!settings->passOverTextBefore) {
+      RefuseHighByteFirst(refusal);
+      return nullptr;
+    }
+    for (std::size_t at = 0; at + 1 < bytes.size; at += 2) std::swap(bytes.memory[at], bytes.memory[at + 1]);
+  }
   auto file = std::make_shared<InfFile>();
   file->settings = std::move(settings);
   DecodeInf(std::move(bytes), file->settings->codePage, file.get());

@@ -148,7 +148,8 @@ TEST(InfFile, RefusesWhatIsNoInfText) {
       {"no section", "line 1: there is text before the first section", 0xE0000000},
       {"[A]\n[B\n", "line 2: a section name has no \"]\"", 0xE0000001},
       {"[" + std::string(10000, 'x') + "]", "line 1: a section name is longer than 255 characters", 0xE0000002},
-      {"\xFE\xFF bytes the other way round", "line 1: there is text before the first section", 0xE0000000},
+      {"\xFE\xFF bytes the other way round", "line 1: the text is UTF-16 with the high byte first, save it as UTF-16LE",
+       0xE0000000},
   };
   for (const auto &refused : cases) {
     InfRefusal refusal;
@@ -259,6 +260,16 @@ TEST(InfFile, KnowsModernFiles) {
       {"[Other]\nSignature=\"$Windows NT$\"", false},
   };
   for (const auto &[text, modern] : cases) EXPECT_EQ(IsModernInf(Read(text).get()), modern) << text;
+}
+
+TEST(InfFile, ReadsUtf16WithTheHighByteFirstWhereItIsTaken) {
+  auto settings = std::make_shared<InfSettings>(*MakeInfSettings(1252, 0x0409));
+  settings->passOverTextBefore = true;
+  const std::string_view bytes("\xFE\xFF\0[\0V\0]\0\n\0k\0=\0\xE9\0", 17);
+  std::string value;
+  const std::shared_ptr<InfFile> file = ReadInf(bytes, settings);
+  ASSERT_TRUE(file != nullptr && FindValue(file.get(), *FindSection(file.get(), "v"), "K", &value));
+  EXPECT_EQ(value, "\xE9");
 }
 
 TEST(InfFile, CutsLongFields) {

@@ -17,6 +17,8 @@ struct Problem {
 constexpr Problem kTextBefore = {ERROR_EXPECTED_SECTION_NAME, "there is text before the first section"};
 constexpr Problem kNotClosed = {ERROR_BAD_SECTION_NAME_LINE, "a section name has no \"]\""};
 constexpr Problem kNameTooLong = {ERROR_SECTION_NAME_TOO_LONG, "a section name is longer than 255 characters"};
+constexpr Problem kHighByteFirst = {ERROR_EXPECTED_SECTION_NAME,
+                                    "the text is UTF-16 with the high byte first, save it as UTF-16LE"};
 constexpr Problem kFileTooLarge = {ERROR_WRONG_INF_STYLE, "the file is larger than 64 MB"};
 
 // Finds the section headers of a file and enters them.
@@ -148,5 +150,7 @@ bool FindSections(InfFile *file, InfRefusal *refusal) {
 }
 
 void RefuseSize(InfRefusal *refusal) { Refuse(kFileTooLarge, 1, refusal); }
+
+void RefuseHighByteFirst(InfRefusal *refusal) { Refuse(kHighByteFirst, 1, refusal); }
 
 }  // namespace machine

@@ -9,5 +9,7 @@ namespace machine {
 bool FindSections(InfFile *file, InfRefusal *refusal);
 // What is said of a file larger than kInfSizeMax.
 void RefuseSize(InfRefusal *refusal);
+// For one in UTF-16 with the high byte first.
+void RefuseHighByteFirst(InfRefusal *refusal);
 
 }  // namespace machine

@@ -28,8 +28,9 @@ struct InfSettings {
   // What the directory ids %10%, %11%, %12% and %17% stand for. Empty: they stay as they stand.
   std::string windows, system, drivers, inf;
   std::array<InfChar, 256> classes = {};
-  bool twoByte = false;             // whether the code page has lead bytes
-  bool passOverTextBefore = false;  // text before the first section, which else refuses the file
+  bool twoByte = false;  // whether the code page has lead bytes
+  // Takes text before the first section, and UTF-16 with the high byte first, which else refuse the file.
+  bool passOverTextBefore = false;
 };
 
 struct InfSpan {

@@ -4,6 +4,8 @@
 #include "platform/inf/inf_values.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 
 #include "platform/inf/inf_fields.h"
@@ -34,9 +36,21 @@ bool WalkParsed(const ValueWalk &walk, std::string_view body) {
   return true;
 }
 
-const char *FindChar(const char *begin, const char *end, char c) {
-  const void *found = begin < end ? std::memchr(begin, c, static_cast<std::size_t>(end - begin)) : nullptr;
-  return found != nullptr ? static_cast<const char *>(found) : end;
+// The first of these characters, sixteen at a time; `end` when there is none.
+template <char... kWanted>
+const char *FindAny(const char *at, const char *end) {
+  using Block = unsigned char __attribute__((vector_size(16)));
+  for (Block block; end - at >= static_cast<std::ptrdiff_t>(sizeof block); at += sizeof block) {
+    std::memcpy(&block, at, sizeof block);
+    const auto met = ((block == static_cast<unsigned char>(kWanted)) | ...);
+    std::array<std::uint64_t, 2> halves;
+    static_assert(sizeof met == sizeof halves && std::endian::native == std::endian::little);
+    std::memcpy(&halves, &met, sizeof halves);
+    if (halves[0] != 0) return at + std::countr_zero(halves[0]) / 8;
+    if (halves[1] != 0) return at + 8 + std::countr_zero(halves[1]) / 8;
+  }
+  while (at < end && ((*at != kWanted) && ...)) ++at;
+  return at;
 }
 
 std::string_view Trimmed(const char *begin, const char *end) {
@@ -46,32 +60,59 @@ std::string_view Trimmed(const char *begin, const char *end) {
   return {begin, static_cast<std::size_t>(end - begin)};
 }
 
-// A line without its comment.
-bool WalkLine(const ValueWalk &walk, const char *begin, const char *end) {
-  const char *at = FindChar(begin, end, '=');
-  if (at == end || FindChar(begin, at, ',') != at) return true;  // no key
-  for (std::uint32_t field = 1; at != end; ++field) {
-    const char *comma = FindChar(++at, end, ',');
-    if (field >= walk.first && !Take(walk, Trimmed(at, comma))) return false;
-    at = comma;
+// The values of one plain line from the first wanted field on.
+struct ValueLine {
+  std::array<std::string_view, 64> values;  // more than any real line has
+  std::size_t count;
+  bool plain;       // it is none that goes on in the next line, and has no more values than that
+  const char *end;  // where its line end begins
+};
+
+void ScanLine(const char *begin, const char *end, std::uint32_t first, ValueLine *line) {
+  line->count = 0;
+  line->plain = true;
+  const char *at = begin, *field = begin;
+  std::uint32_t number = 0;  // of the field
+  bool valuesOnly = false;
+  const auto take = [&] {
+    if (number < std::max(first, 1U)) return;
+    line->plain = line->plain && line->count < line->values.size();
+    if (line->plain) line->values[line->count++] = Trimmed(field, at);
+  };
+  for (;; ++at) {
+    at = FindAny<'=', ',', ';', '\n', '\r'>(at, end);
+    if (at == end || (*at != '=' && *at != ',')) break;
+    if (number == 0) {
+      // A comma before any "=" makes the line one of values only.
+      valuesOnly = valuesOnly || *at == ',';
+      if (valuesOnly) continue;
+    } else if (*at == '=') {
+      continue;
+    } else {
+      take();
+    }
+    field = at + 1;
+    ++number;
   }
-  return true;
+  take();
+  line->plain = line->plain && !Trimmed(begin, at).ends_with('\\');
+  line->end = at < end && *at == ';' ? FindAny<'\n', '\r'>(at, end) : at;
 }
 
 bool WalkBody(const ValueWalk &walk, std::string_view body) {
   const char *at = body.data(), *const end = at + body.size();
   const InfSettings &settings = walk.settings;
   const auto isLead = [&](char c) { return settings.classes[static_cast<unsigned char>(c)] == InfChar::kLead; };
-  const bool plain = FindChar(at, end, '"') == end && !(settings.twoByte && std::any_of(at, end, isLead));
-  if (!plain) return WalkParsed(walk, body);
-  const char *feed = at;  // the next line feed, sought anew only when it is passed
-  for (bool found = false; at < end; found = true) {
-    if (!found || feed < at) feed = FindChar(at, end, '\n');
-    const char *lineEnd = FindChar(at, feed, '\r');
-    const char *textEnd = FindChar(at, lineEnd, ';');
-    if (Trimmed(at, textEnd).ends_with('\\')) return WalkParsed(walk, {at, static_cast<std::size_t>(end - at)});
-    if (!WalkLine(walk, at, textEnd)) return false;
-    at = lineEnd + 1 == feed ? feed + 1 : lineEnd + 1;
+  if (body.find('"') != body.npos || (settings.twoByte && std::any_of(at, end, isLead))) return WalkParsed(walk, body);
+  ValueLine line;
+  while (at < end) {
+    ScanLine(at, end, walk.first, &line);
+    if (!line.plain) return WalkParsed(walk, {at, static_cast<std::size_t>(end - at)});
+    for (std::size_t i = 0; i < line.count; ++i) {
+      if (!Take(walk, line.values[i])) return false;
+    }
+    at = line.end;
+    if (at < end) at += *at == '\r' && end - at > 1 && at[1] == '\n' ? 2 : 1;
   }
   return true;
 }

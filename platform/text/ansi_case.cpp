@@ -22,18 +22,31 @@ std::string FoldName(std::string_view utf8Name) {
 }
 
 std::uint32_t HashName(std::string_view name) {
-  // Eight characters at a time. Without the bit that tells an ASCII letter's case some other characters become the same
-  // too, which a hash may.
+  // Eight characters at a time, of which the last may have been taken before: that is quicker than fewer. Without the
+  // bit that tells an ASCII letter's case some other characters become the same too, which a hash may.
   constexpr std::uint64_t kNoCase = 0xDFDFDFDFDFDFDFDF, kNotAscii = 0x8080808080808080;
   constexpr std::uint64_t kMix = 0x9E3779B97F4A7C15;
-  std::uint64_t hash = name.size();
-  for (std::size_t at = 0; at < name.size(); at += sizeof(std::uint64_t)) {
-    std::uint64_t part = 0;
-    std::memcpy(&part, name.data() + at, std::min(sizeof part, name.size() - at));
-    if ((part & kNotAscii) != 0) return static_cast<std::uint32_t>(std::hash<std::string>{}(ToUpper(name)));
+  constexpr std::size_t kStep = sizeof(std::uint64_t);
+  std::uint64_t hash = name.size(), part = 0, all = 0;
+  const auto mix = [&] {
+    all |= part;
     hash = (hash ^ (part & kNoCase)) * kMix;
     hash ^= hash >> 29;
+  };
+  for (std::size_t at = 0; at + kStep <= name.size(); at += kStep) {
+    std::memcpy(&part, name.data() + at, kStep);
+    mix();
   }
+  if (name.size() % kStep != 0) {
+    part = 0;
+    if (name.size() > kStep) {
+      std::memcpy(&part, name.data() + name.size() - kStep, kStep);
+    } else {
+      std::memcpy(&part, name.data(), name.size());
+    }
+    mix();
+  }
+  if ((all & kNotAscii) != 0) return static_cast<std::uint32_t>(std::hash<std::string>{}(ToUpper(name)));
   return static_cast<std::uint32_t>(hash >> 32 ^ hash);
 }
 

@@ -191,11 +191,11 @@ package::PlanContext MakeContext(bool newer) {
 bool PlanCandidate(const package::Candidate &candidate, const package::Index &index,
                    const package::IncludePlaces &includes, const package::PlanContext &context, package::Plan *plan) {
   package::Installation installation;
-  std::string reason;
+  package::PlanRefusal refusal;
   *plan = {};
-  const bool planned = package::ReadCandidate(candidate, index, includes, &installation, &reason) &&
-                       package::PlanPackage(candidate, installation, context, plan, &reason);
-  Require(planned || !reason.empty(), "refused without a reason", candidate.section);
+  const bool planned = package::ReadCandidate(candidate, index, includes, &installation, &refusal.text) &&
+                       package::PlanPackage(candidate, installation, context, plan, &refusal);
+  Require(planned || !refusal.text.empty(), "refused without a reason", candidate.section);
   if (planned) CheckPlan(*plan);
   return planned;
 }

@@ -250,11 +250,11 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
   return kExitUsage;
 }
 
-// Whoever asks for a document gets one: of an error that no document tells, it is the error and the exit status.
+// Whoever asks for a document gets one: of errors that no document tells, it is the last, all, and the exit status.
 void PrintErrorDocument(int exitStatus) {
-  const std::string error = TakeError();
-  if (error.empty() || std::ferror(stdout) != 0) return;
-  const nlohmann::ordered_json document = {{"error", error}, {"exit_status", exitStatus}};
+  const std::vector<std::string> errors = TakeErrors();
+  if (errors.empty() || std::ferror(stdout) != 0) return;
+  const nlohmann::ordered_json document = {{"error", errors.back()}, {"errors", errors}, {"exit_status", exitStatus}};
   std::printf("%s\n", document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
   std::fflush(stdout);
 }

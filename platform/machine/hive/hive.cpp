@@ -164,6 +164,10 @@ Status ReadFirst(Hive *hive) {
   }
   if (OpenContent(hive, hive->copy ? 0 : HIVEX_OPEN_WRITE)) return {};
   const int error = errno;
+  // A file that is open has a name wherever /proc is.
+  if (error == ENOENT) {
+    return Status::Refused("cannot be read, since /proc is not mounted; mount it: mount -t proc proc /proc", error);
+  }
   return Status::Refused(
       std::string("is damaged within its bins (") + std::strerror(error) + "); restore the file again", error);
 }

@@ -52,7 +52,7 @@ std::string Printable(std::string_view text) {
   return clean;
 }
 
-std::string latestError;
+std::vector<std::string> errors;
 
 }  // namespace
 
@@ -68,12 +68,17 @@ void PrintTitle(const std::string &text) {
 
 void PrintError(std::string_view message) {
   while (!message.empty() && message.back() == '\n') message.remove_suffix(1);
-  latestError = Printable(message);
+  errors.push_back(Printable(message));
   std::fflush(stdout);
-  std::fprintf(stderr, "vxr: %s\n", latestError.c_str());
+  std::fprintf(stderr, "vxr: %s\n", errors.back().c_str());
 }
 
-std::string TakeError() { return std::exchange(latestError, ""); }
+std::vector<std::string> TakeErrors() { return std::exchange(errors, {}); }
+
+std::string TakeError() {
+  const std::vector<std::string> taken = TakeErrors();
+  return taken.empty() ? "" : taken.back();
+}
 
 std::string Bytes(std::uint64_t size) {
   std::string digits = std::to_string(size);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 enum class Style { kPlain, kDim, kBold, kGood, kBad };
 
@@ -18,7 +19,11 @@ void PrintTitle(const std::string &text);
 // "?".
 void PrintError(std::string_view message);
 
-// The message of the latest PrintError, once; empty when there was none since. For the JSON document that tells it.
+// The messages of PrintError in their order, once; empty when there was none since. For the JSON document that tells
+// them.
+std::vector<std::string> TakeErrors();
+
+// The latest of them alone, empty when there was none; takes all.
 std::string TakeError();
 
 // "1,234 bytes".

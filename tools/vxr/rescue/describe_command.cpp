@@ -12,6 +12,7 @@ int DescribeCommand(const RescueOptions &options) {
     PrintError(facts.diskProblem);
     return 1;
   }
+  if (!CheckCount(facts)) return 1;
   std::printf(
       "# A restored system and the hardware that it is to start on. vxr run --machine FILE --job 1 [--verify] "
       "works on it.\n%s",

@@ -44,14 +44,6 @@ bool IsForbidden(const RescueOptions &options, const RescueFacts &facts) {
   return forbidden || facts.disks.empty();
 }
 
-bool CheckCount(const RescueFacts &facts) {
-  const std::size_t count = rescue::OneForEachController(facts.disks).size();
-  if (count <= rescue::kMostDisks) return true;
-  PrintError(std::to_string(count) + " controllers are too many for one run; name at most " +
-             std::to_string(rescue::kMostDisks) + " of them with --controller, and run again for the others");
-  return false;
-}
-
 bool Lock(const RescueFacts &facts, machine::Descriptor *lock) {
   const machine::Status locked = rescue::LockWindows(facts.system->windows, lock);
   if (!locked) PrintError(facts.system->windows.string() + " " + Words(locked));

@@ -100,7 +100,23 @@ int RefuseUnread(const std::vector<rescue::Obstacle> &obstacles, const machine::
 
 }  // namespace
 
+bool CheckProc() {
+  if (IsDirectory("/proc/self/fd")) return true;
+  PrintError(
+      "/proc is not mounted, by which the restored system's files are opened; mount it: mount -t proc proc /proc");
+  return false;
+}
+
+bool CheckCount(const RescueFacts &facts) {
+  const std::size_t count = rescue::OneForEachController(facts.disks).size();
+  if (count <= rescue::kMostDisks) return true;
+  PrintError(std::to_string(count) + " controllers are too many for one run; name at most " +
+             std::to_string(rescue::kMostDisks) + " of them with --controller, and run again for the others");
+  return false;
+}
+
 int GatherSystem(const std::string &root, RescueFacts *facts) {
+  if (!CheckProc()) return 1;
   rescue::RestoredSystem system;
   if (machine::Status found = rescue::FindWindows(root, &system); !found) {
     return Refuse(found, IsDirectory(root) ? 1 : kExitUsage);

@@ -28,5 +28,11 @@ int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *fac
 // The restored system alone, and what forbids changing it.
 int GatherSystem(const std::string &root, RescueFacts *facts);
 
+// Whether /proc is mounted, without which no file can be opened by its descriptor; if not, after a message.
+bool CheckProc();
+
+// Whether one run takes all controllers of the disks; if not, after a message.
+bool CheckCount(const RescueFacts &facts);
+
 // The machine file of what was found. `scratch`: host directory for the running system's drive.
 std::string MachineFile(const RescueFacts &facts, const std::string &scratch);

@@ -9,6 +9,7 @@
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
+#include "tools/vxr/rescue/rescue_facts.h"
 
 using Json = nlohmann::ordered_json;
 using rescue::UndoEntry;
@@ -47,6 +48,14 @@ Json EntryJson(const UndoEntry &entry, const char *state) {
                                      : "file"},
           {"new", entry.isNew},
           {"state", state}};
+}
+
+// What went wrong, the last and all, and the exit status.
+void AddEnd(int exitStatus, Json *document) {
+  const std::vector<std::string> errors = TakeErrors();
+  (*document)["error"] = errors.empty() ? Json() : Json(errors.back());
+  (*document)["errors"] = errors;
+  (*document)["exit_status"] = exitStatus;
 }
 
 void PrintDocument(const Json &document) {
@@ -103,8 +112,7 @@ int ListFolders(const UndoOptions &options) {
   if (options.json) {
     Json document = {{"root", options.root}, {"folders", Json::array()}};
     for (const UndoFolder &undo : folders) document["folders"].push_back(FolderJson(undo));
-    document["error"] = OrNull(TakeError());
-    document["exit_status"] = exitStatus;
+    AddEnd(exitStatus, &document);
     PrintDocument(document);
   } else if (listed) {
     for (const UndoFolder &undo : folders) PrintFolder(undo);
@@ -175,8 +183,7 @@ int TakeBackFolder(const UndoOptions &options) {
     Json document = HeadJson(undo);
     document["entries"] = Json::array();
     for (const Outcome &outcome : outcomes) document["entries"].push_back(EntryJson(*outcome.entry, WordOf(outcome)));
-    document["error"] = OrNull(TakeError());
-    document["exit_status"] = done ? 0 : 1;
+    AddEnd(done ? 0 : 1, &document);
     PrintDocument(document);
   }
   return FinishOutput() && done ? 0 : 1;
@@ -185,8 +192,11 @@ int TakeBackFolder(const UndoOptions &options) {
 }  // namespace
 
 int UndoCommand(const UndoOptions &options) {
-  if (!options.root.empty()) return ListFolders(options);
-  if (!options.folder.empty()) return TakeBackFolder(options);
+  const bool isList = !options.root.empty();
+  if (isList || !options.folder.empty()) {
+    if (!CheckProc()) return 1;
+    return isList ? ListFolders(options) : TakeBackFolder(options);
+  }
   PrintError("name an undo folder, or a root with --list; see vxr undo --help");
   return kExitUsage;
 }

@@ -102,6 +102,10 @@ std::string AdviceFor(std::uint32_t code, const RunRecord &record) {
   // The problems say what to do.
   if (code == VXR_RESULT_NO_DRIVER && (record.noController || record.badDirectory)) return "";
   if (code == VXR_RESULT_CANCELLED && record.badDirectory) return "";
+  if (code == VXR_RESULT_NO_DRIVER && record.infFiles != 0) {
+    return "Put a package that lists the device's ids for the restored Windows version, with all its files, into the "
+           "job's InfDir or a folder below it.";
+  }
   return FindResultCode(code).advice;
 }
 
