@@ -1,6 +1,6 @@
 # Headers of others that most files include, compiled once for each set of options that they are used with: reading them
 # takes longer than the rest of most files. None of ours: a change of one of them must not build all again. A file still
-# includes what it uses, since builds without this exist.
+# includes what it uses: the presets that make what is shipped are built without this.
 
 function(vxr_precompile)
   set(common algorithm array charconv cstdint cstdio cstring filesystem functional map memory optional set string
@@ -23,7 +23,11 @@ function(vxr_precompile)
     foreach(target ${${group}})
       if(NOT TARGET ${target})
         continue()
-      elseif(owner)
+      endif()
+      if(VXR_CCACHE)
+        target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess>)
+      endif()
+      if(owner)
         target_precompile_headers(${target} REUSE_FROM ${owner})
       else()
         set(owner ${target})

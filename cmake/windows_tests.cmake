@@ -51,7 +51,6 @@ target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest:
 function(vxr_windows_test name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE vxr_test_support vxr_extension_view)
-  set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
   target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   vxr_windows_run(${name} $<TARGET_FILE:${name}>)
 endfunction()
