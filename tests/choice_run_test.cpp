@@ -5,6 +5,7 @@
 
 #include "tests/support/choice_job.h"
 #include "tests/support/hive_reader.h"
+#include "tests/support/pe_builder.h"
 
 namespace {
 
@@ -167,6 +168,28 @@ TEST_F(ChoiceRunTest, WhatLeavesADiskWithoutDriverIsSaid) {
     EXPECT_THAT(warnings, Contains(HasSubstr(said)));
     EXPECT_THAT(Told(), testing::Each(HasSubstr("StartOverride"))) << "the devices above alone are let start";
   }
+}
+
+// A system before 6.0 records only controllers that it has met, but has the drivers and INF files of more.
+TEST_F(ChoiceRunTest, AnOlderSystemsOwnInfFilesGiveDrivers) {
+  Close();
+  BecomeExample("ide-5.1-x86");
+  const std::string service = "ServiceType=1\nStartType=0\nErrorControl=1\nServiceBinary=%12%\\";
+  WriteFile("restored/WINDOWS/inf/mshdc.inf",
+            "[Version]\nSignature=\"$CHICAGO$\"\n[Manufacturer]\nM=M\n[M]\nC=Port,Internal_IDE_Channel\n"
+            "D=Pci,PCI\\VEN_8086&DEV_7111\n[Port]\n[Port.Services]\nAddService=atapi,2,A\n[A]\n" +
+                service + "atapi.sys\n[Pci]\n[Pci.Services]\nAddService=intelide,2,I\n[I]\n" + service +
+                "intelide.sys\n");
+  std::string driver = BuildImage(VersionTree({}));
+  driver.replace(70, 2, "\x4C\x01");  // for x86
+  for (const char *name : {"atapi", "intelide"}) {
+    WriteFile(std::string("restored/WINDOWS/system32/drivers/") + name + ".sys", driver);
+  }
+  OpenChoice("machine");
+  EXPECT_EQ(Run(true), 0u) << log;
+  EXPECT_THAT(Told(), Contains(HasSubstr("CriticalDeviceDatabase\\Internal_IDE_Channel: Service 1 12 atapi")));
+  EXPECT_THAT(Told(), Contains(HasSubstr("CriticalDeviceDatabase\\PCI#VEN_8086&DEV_7111: Service 1 18 intelide")));
+  EXPECT_THAT(Told(), testing::Not(Contains(HasSubstr(".sys < ")))) << "they are there already";
 }
 
 // --- A real hive ---------------------------------------------------------------------------------------------------
