@@ -15,5 +15,6 @@ vxr_package_test(abi_test 60 $<TARGET_FILE:vxrcore> ${PROJECT_SOURCE_DIR})
 # Builds the preset's folder, so that both tests see what `cpack --preset debian` makes.
 vxr_package_test(debian_packages_test 1800 ${PROJECT_SOURCE_DIR})
 vxr_package_test(debian_install_test 120 ${PROJECT_SOURCE_DIR})
-set_tests_properties(debian_packages_test PROPERTIES FIXTURES_SETUP debian_packages)
+# The longest by far: the others run beside it.
+set_tests_properties(debian_packages_test PROPERTIES FIXTURES_SETUP debian_packages COST 1000)
 set_tests_properties(debian_install_test PROPERTIES FIXTURES_REQUIRED debian_packages)

@@ -126,7 +126,9 @@ else()
     target_sources(vxrcore PRIVATE ${map})
     target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
                           "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
-    target_link_options(vxrcore PRIVATE -Wl,--no-undefined -Wl,--version-script=${map})
+    # With clang the library of the sanitizers is in the program alone.
+    target_link_options(vxrcore PRIVATE $<$<NOT:$<BOOL:${VXR_SANITIZE}>>:-Wl,--no-undefined>
+                        -Wl,--version-script=${map})
     set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
   endif()
 endif()

@@ -9,6 +9,7 @@ include(GoogleTest)
 function(vxr_test name label)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE vxr_test_support)
+  set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
   gtest_discover_tests(${name} TEST_PREFIX ${name}. PROPERTIES LABELS ${label} TIMEOUT 300 DISCOVERY_TIMEOUT 60)
 endfunction()
 
@@ -81,6 +82,7 @@ vxr_test(machine_base_test machine platform/text/code_page_test.cpp platform/mac
          platform/machine/system/facts_test.cpp platform/text/format_test.cpp platform/machine/machine_test.cpp
          platform/machine/system/windows_test.cpp tests/c_headers.c
          platform/machine/hive/hivex_iconv_test.cpp platform/machine/hive/hivex_iconv.cpp)
+set_source_files_properties(tests/c_headers.c PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
 # Beside the C library's own functions, to be compared with them.
 set_source_files_properties(platform/machine/hive/hivex_iconv.cpp PROPERTIES
   COMPILE_DEFINITIONS "iconv_open=own_iconv_open;iconv=own_iconv;iconv_close=own_iconv_close")

@@ -123,7 +123,7 @@ TEST_F(ChoiceRunTest, RulesAndRecordAreChosenApart) {
     SCOPED_TRACE(std::string(rules) + ", " + record);
     Close();
     BecomeExample("raid-10.0-x64");
-    OpenChoice("machine", rules, record, [&](std::string *toml) {
+    OpenChoice("machine", rules, record, [&, rules = rules](std::string *toml) {
       if (*rules == 'e') toml->replace(toml->find("X:\\drivers'"), 10, "X:\\drivers\\raid\\beta");
     });
     const std::vector<std::string> changes = Changes(true);

@@ -1,7 +1,6 @@
 // What the fixture does with files, whatever machine it stands on.
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "tests/support/test_machine.h"
@@ -20,7 +19,11 @@ void MachineTest::WriteFile(const std::string &relative, const std::string &cont
 std::string MachineTest::ReadFile(const std::string &relative) const {
   std::ifstream file(Host(relative), std::ios::binary);
   if (!file) ADD_FAILURE() << "cannot read " << Host(relative);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  // Not a character at a time, which took a seventh of the fault loops' time.
+  std::string bytes(file ? std::filesystem::file_size(Host(relative)) : 0, '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
 }
 
 std::vector<std::string> MachineTest::Names(const std::string &relative) const {

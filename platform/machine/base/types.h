@@ -156,7 +156,7 @@ struct SYSTEMTIME {
   WORD wYear, wMonth, wDayOfWeek, wDay, wHour, wMinute, wSecond, wMilliseconds;
 };
 
-enum GET_FILEEX_INFO_LEVELS { GetFileExInfoStandard = 0 };
+enum GET_FILEEX_INFO_LEVELS { GetFileExInfoStandard, GetFileExMaxInfoLevel };
 
 struct WIN32_FILE_ATTRIBUTE_DATA {
   DWORD dwFileAttributes;

@@ -14,7 +14,7 @@ constexpr unsigned kNtfs = 0x07;
 
 template <typename T>
 T &Made(std::optional<T> *record) {
-  return *record ? **record : record->emplace();
+  return *record ? **record : record->emplace(T());
 }
 
 void AddFact(BootReport *report, std::uint32_t fact, std::uint64_t value) {

@@ -1,0 +1,39 @@
+# Headers of others that most files include, compiled once for each set of options that they are used with: reading them
+# takes longer than the rest of most files. None of ours: a change of one of them must not build all again. A file still
+# includes what it uses: the presets that make what is shipped are built without this.
+
+function(vxr_precompile)
+  set(common algorithm array charconv cstdint cstdio cstring filesystem functional map memory optional set string
+      string_view tuple unordered_map utility vector)
+  set(json nlohmann/json.hpp)
+  set(tests gmock/gmock.h gtest/gtest.h fstream sstream)
+
+  # The logic without exceptions, other archives, the command line, programs of tests; each list begins with the target
+  # that has the headers compiled.
+  set(logic ${VXR_LOGIC_ARCHIVES})
+  set(archives vxr_inf_file vxr_platform vxr_hive_file vxr_rescue vxr_extension_view vxr_test_support)
+  set(tools vxr)
+  get_property(programs GLOBAL PROPERTY VXR_TEST_PROGRAMS)
+  set(logic_headers ${common})
+  set(archives_headers ${common})
+  set(tools_headers ${common} ${json})
+  set(programs_headers ${common} ${tests})
+  foreach(group logic archives tools programs)
+    set(owner)
+    foreach(target ${${group}})
+      if(NOT TARGET ${target})
+        continue()
+      endif()
+      if(VXR_CCACHE)
+        target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess>)
+      endif()
+      if(owner)
+        target_precompile_headers(${target} REUSE_FROM ${owner})
+      else()
+        set(owner ${target})
+        list(TRANSFORM ${group}_headers REPLACE "(.+)" "$<$<COMPILE_LANGUAGE:CXX>:<\\1$<ANGLE-R>>" OUTPUT_VARIABLE headers)
+        target_precompile_headers(${target} PRIVATE ${headers})
+      endif()
+    endforeach()
+  endforeach()
+endfunction()
