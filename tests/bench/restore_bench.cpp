@@ -99,9 +99,9 @@ void ReadThroughCalls(benchmark::State &state) {
   for (auto _ : state) {
     std::vector<std::string> names;
     WIN32_FIND_DATAA data = {};
-    const HANDLE search = platform::FindFirstFileA("X:\\drivers\\*.inf", &data);
+    const HANDLE search = platform::FindFirstFileA("X:\\drivers\\*", &data);
     do {
-      names.push_back(std::string("X:\\drivers\\") + data.cFileName);
+      if (data.cFileName[0] != '.') names.push_back(std::string("X:\\drivers\\") + data.cFileName);
     } while (platform::FindNextFileA(search, &data));
     platform::FindClose(search);
     std::sort(names.begin(), names.end());
