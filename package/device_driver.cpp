@@ -255,7 +255,8 @@ BOOL FindDeviceDriver(VXR_DEVICE *device, const std::vector<DeviceIds> &above) {
                                 &choice.own, &passedOver);
   choice.plan.edits.unread = current->pending.unread;
   if (choice.plan.edits.unread.empty()) Choose(*current, &choice);
-  choice.plan.warnings.insert(choice.plan.warnings.end(), passedOver.begin(), passedOver.end());
+  std::vector<std::string> &said = choice.found ? choice.plan.notes : choice.plan.warnings;
+  said.insert(said.end(), passedOver.begin(), passedOver.end());
   TellChoice(choice, trace);
   if (choice.found) PlanDevicesAbove(above, context, &choice.plan);
   if (!choice.plan.edits.unread.empty()) {

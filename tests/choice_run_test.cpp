@@ -175,21 +175,29 @@ TEST_F(ChoiceRunTest, AnOlderSystemsOwnInfFilesGiveDrivers) {
   Close();
   BecomeExample("ide-5.1-x86");
   const std::string service = "ServiceType=1\nStartType=0\nErrorControl=1\nServiceBinary=%12%\\";
-  WriteFile("restored/WINDOWS/inf/mshdc.inf",
-            "[Version]\nSignature=\"$CHICAGO$\"\n[Manufacturer]\nM=M\n[M]\nC=Port,Internal_IDE_Channel\n"
-            "D=Pci,PCI\\VEN_8086&DEV_7111\n[Port]\n[Port.Services]\nAddService=atapi,2,A\n[A]\n" +
-                service + "atapi.sys\n[Pci]\n[Pci.Services]\nAddService=intelide,2,I\n[I]\n" + service +
-                "intelide.sys\n");
+  const std::string inf =
+      "\n[Manufacturer]\nM=M\n[M]\nC=Port,Internal_IDE_Channel\nD=Pci,PCI\\VEN_8086&DEV_7111\n[Port]\n"
+      "[Port.Services]\nAddService=atapi,2,A\n[A]\n" +
+      service + "atapi.sys\n[Pci]\n[Pci.Services]\nAddService=intelide,2,I\n[I]\n" + service + "intelide.sys\n";
   std::string driver = BuildImage(VersionTree({}));
   driver.replace(70, 2, "\x4C\x01");  // for x86
-  for (const char *name : {"atapi", "intelide"}) {
-    WriteFile(std::string("restored/WINDOWS/system32/drivers/") + name + ".sys", driver);
+  // The running system's are later, and made for another Windows.
+  const struct {
+    const char *windows, *date;
+  } systems[] = {{"restored/WINDOWS", ""}, {"ram/Windows", "\nDriverVer=01/01/2020"}};
+  for (const auto &[windows, date] : systems) {
+    WriteFile(std::string(windows) + "/inf/mshdc.inf", std::string("[Version]\nSignature=\"$CHICAGO$\"") + date + inf);
+    const std::string system = std::string(windows) + (*date == '\0' ? "/system32" : "/System32");
+    for (const char *name : {"atapi", "intelide"}) WriteFile(system + "/drivers/" + name + ".sys", driver + date);
   }
   OpenChoice("machine");
   EXPECT_EQ(Run(true), 0u) << log;
   EXPECT_THAT(Told(), Contains(HasSubstr("CriticalDeviceDatabase\\Internal_IDE_Channel: Service 1 12 atapi")));
   EXPECT_THAT(Told(), Contains(HasSubstr("CriticalDeviceDatabase\\PCI#VEN_8086&DEV_7111: Service 1 18 intelide")));
   EXPECT_THAT(Told(), testing::Not(Contains(HasSubstr(".sys < ")))) << "they are there already";
+  for (const MachineEvent &event : events) {
+    EXPECT_NE(event.kind, VXRMACHINE_PLAN_WARNING) << event.subject;
+  }
 }
 
 // --- A real hive ---------------------------------------------------------------------------------------------------

@@ -12,7 +12,7 @@ constexpr std::size_t kMaxDepth = 64;
 // A multi-string; empty when the device has no such ids.
 std::string ReadIds(HDEVINFO set, SP_DEVINFO_DATA *device, DWORD property, const Caller &trace) {
   DWORD type = 0, size = 0;
-  platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, &type, nullptr, 0, &size);
+  if (platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, &type, nullptr, 0, &size)) return {};
   std::string texts(size, '\0');
   if (size != 0 && platform::SetupDiGetDeviceRegistryPropertyA(set, device, property, &type,
                                                                reinterpret_cast<BYTE *>(texts.data()), size, nullptr)) {

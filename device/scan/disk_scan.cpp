@@ -156,6 +156,8 @@ void LinkController(VXR_DEVICE *disk, BOOL inject, const Caller &trace) {
 BOOL FindByWindowsRules(VXR_DEVICE *device, const Caller &trace) {
   std::vector<package::DeviceIds> above;
   for (DeviceAbove &one : DevicesAbove(device->hDevInst, trace)) above.push_back(std::move(one.ids));
+  // The controller of an IDE channel is a device of the run itself, and served next.
+  if (BeginsWith(device->szInstanceID, "PCIIDE") && !above.empty()) above.erase(above.begin());
   if (package::FindDeviceDriver(device, above)) return TRUE;
   trace.Error("FindDeviceDriver() failed\n");
   return FALSE;

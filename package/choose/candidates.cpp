@@ -270,11 +270,15 @@ std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &devic
       unread->push_back({indexed.path, "it has more lines for the device than are looked at"});
     }
   }
-  std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate &a, const Candidate &b) {
+  // The running system's own drivers are made for another Windows, whatever their date; the restored one's are not.
+  const auto turn = [&](const Candidate &candidate) {
+    if (!candidate.inbox) return 0;
+    return machine::SameName(ParentOf(candidate.rank.path, *index.settings), places.infDirectory) ? 1 : 2;
+  };
+  std::stable_sort(candidates.begin(), candidates.end(), [&turn](const Candidate &a, const Candidate &b) {
     const bool refusedA = a.refusal != Refusal::kNone, refusedB = b.refusal != Refusal::kNone;
     if (refusedA != refusedB) return refusedB;
-    // The running system's own drivers are made for another Windows, whatever their date.
-    if (a.rank.value == b.rank.value && a.inbox != b.inbox) return b.inbox;
+    if (a.rank.value == b.rank.value && turn(a) != turn(b)) return turn(a) < turn(b);
     return Better(a.rank, b.rank);
   });
   return candidates;

@@ -28,20 +28,6 @@ std::string NoDriverName(const ServiceLines &service) {
   return "The ServiceBinary \"" + service.binary + "\"" + own + " is no file below the Windows directory.";
 }
 
-// Where the service's driver comes from: what a copy list brings under that name, else the file of that name.
-// `*listed`: a copy list names it.
-SourceFile FindDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
-                      const Target &target, bool *listed) {
-  *listed = false;
-  for (const FileLine &file : installation.files) {
-    if (!file.serves || !machine::SameName(file.target, name)) continue;
-    *listed = true;
-    const SourceFile source = FindSource(installation.infs[file.inf], file.source, target);
-    if (source.state != SourceState::kMissing) return source;
-  }
-  return FindSource(installation.infs[service.inf], name, target);
-}
-
 // The restored system may have a file that the package does not bring.
 bool IsInSystem(const InfSource &inf, const IncludePlaces &places, const std::string &name) {
   if (places.infDirectory.empty()) return false;
@@ -52,7 +38,7 @@ bool IsInSystem(const InfSource &inf, const IncludePlaces &places, const std::st
 void JudgeDriver(const Installation &installation, const ServiceLines &service, const std::string &name,
                  const Target &target, const IncludePlaces &places, Judgement *judgement) {
   bool listed = false;
-  const SourceFile source = FindDriver(installation, service, name, target, &listed);
+  const SourceFile source = FindServiceFile(installation, service, name, target, &listed);
   const InfSource &inf = installation.infs[service.inf];
   const auto told = [&inf](const std::string &path) {
     const std::string folder = inf.directory + '\\';

@@ -173,7 +173,7 @@ void ReadInfVersion(const Search &search, const std::string &package, Rank *rank
 bool TakeCritical(const Search &search, const std::string &id, OwnDriver *driver) {
   const std::string key = CriticalDeviceKey(search.controlSet, id);
   std::string service, package;
-  if (key.empty() || !ReadText(search.edits, key, "Service", &service)) return false;
+  if (key.empty() || !ReadText(search.edits, key, "Service", &service) || service.empty()) return false;
   ReadText(search.edits, key, "DriverPackageId", &package);
   *driver = {};
   driver->id = id;

@@ -76,10 +76,11 @@ bool FindOwnService(const RegistryEdits &edits, const std::string &controlSet, c
   std::vector<std::string> parts;
   *service = {name, {}, {}, false, "is no service of a driver"};
   if (!PlainKeyName(name) || !ReadNumber(edits, key, "Type", &type) || (type & kDriverTypes) == 0 ||
-      !ReadNumber(edits, key, "Start", &start) || !ImagePath(edits, key, name, &imagePath) ||
-      !ImageParts(imagePath, &parts)) {
+      !ReadNumber(edits, key, "Start", &start)) {
     return false;
   }
+  service->missing = "has its file outside the Windows directory";
+  if (!ImagePath(edits, key, name, &imagePath) || !ImageParts(imagePath, &parts)) return false;
   *service = {name, places.windows, {}, HeldBack(edits, controlSet, name)};
   for (const std::string &part : parts) service->binary += '\\' + part;
   if (IsFile(service->binary)) return true;

@@ -107,17 +107,6 @@ bool CheckImage(const ServiceLines &service, const std::string &path, bool bootS
   return true;
 }
 
-// What a copy list brings under that name, wherever to, else the package's file of that name.
-SourceFile FindServiceFile(const ServiceLines &service, const std::string &name, const Work &work) {
-  const Installation &installation = work.installation;
-  for (const FileLine &file : installation.files) {
-    if (!machine::SameName(file.target, name)) continue;
-    SourceFile source = FindSource(installation.infs[file.inf], file.source, work.context.target);
-    if (source.state != SourceState::kMissing) return source;
-  }
-  return FindSource(installation.infs[service.inf], name, work.context.target);
-}
-
 // A service's file comes from a copy list, else from where the package has it, else it is in the system already.
 bool PlanServiceFile(const ServiceLines &service, Work *work, PlanRefusal *refusal) {
   std::string name;
@@ -129,7 +118,7 @@ bool PlanServiceFile(const ServiceLines &service, Work *work, PlanRefusal *refus
     file.needed = true;
     image = file.source;
   } else {
-    const SourceFile source = FindServiceFile(service, name, *work);
+    const SourceFile source = FindServiceFile(work->installation, service, name, work->context.target);
     if (source.state == SourceState::kFound) {
       PlanFile(source.path, target, source.size, true, work);
       image = source.path;
@@ -138,8 +127,7 @@ bool PlanServiceFile(const ServiceLines &service, Work *work, PlanRefusal *refus
           refusal, source.state == SourceState::kMissing ? Refusal::kFileMissing : Refusal::kCompressed,
           "The file " + source.path + " of the service " + service.name + " " + StateText(source.state) + ".");
     } else if (!work->installation.infs[service.inf].inbox) {
-      Warn(work, "The file " + source.path + " of the service " + service.name + " " + StateText(source.state) +
-                     ": the restored system's own " + target + " is taken.");
+      Note(work, "The package brings no " + name + ": the one in the restored system is used.");
     }
   }
   const bool bootStart = IsFunctionDriver(*work, service) || service.start.value_or(0) == 0;

@@ -87,10 +87,6 @@ std::vector<std::string> UsableFilters(const std::vector<std::string> &filters, 
   for (const std::string &filter : filters) {
     if (HasService(*work, filter)) {
       usable.push_back(filter);
-      if (!StartsAtBoot(*work, filter)) {
-        Warn(work, "The filter " + filter + " of " + LineText(line) +
-                       " does not start with the system: a disk that needs it may not be found at the start.");
-      }
     } else {
       Warn(work, "The filter " + filter + " has no service: it is left out of " + LineText(line) + ".");
     }
@@ -157,6 +153,10 @@ void PlanDeviceFilters(const RegistryLine &line, const RegistryChange &change, W
       change.data.type == REG_MULTI_SZ ? change.texts : ListTexts({REG_MULTI_SZ, change.data.bytes});
   for (const std::string &filter : UsableFilters(given, line, work)) {
     if (!Lists(filters, filter)) filters.push_back(filter);
+    if (!StartsAtBoot(*work, filter)) {
+      Warn(work, "The filter " + filter + " of " + LineText(line) +
+                     " does not start with the system: the disk may then not be found at the start.");
+    }
   }
 }
 

@@ -125,4 +125,16 @@ SourceFile FindSource(const InfSource &inf, const std::string &name, const Targe
   return source;
 }
 
+SourceFile FindServiceFile(const Installation &installation, const ServiceLines &service, const std::string &name,
+                           const Target &target, bool *listed) {
+  if (listed != nullptr) *listed = false;
+  for (const FileLine &file : installation.files) {
+    if (!file.serves || !machine::SameName(file.target, name)) continue;
+    if (listed != nullptr) *listed = true;
+    SourceFile source = FindSource(installation.infs[file.inf], file.source, target);
+    if (source.state != SourceState::kMissing) return source;
+  }
+  return FindSource(installation.infs[service.inf], name, target);
+}
+
 }  // namespace package

@@ -37,6 +37,11 @@ std::string PlaceOf(long id, const RestoredPlaces &places);
 // is missing. Of an inbox INF file: in its system's own directories, a .sys also in that system's driver store.
 SourceFile FindSource(const InfSource &inf, const std::string &name, const Target &target);
 
+// Finds a service's driver of that name: what a copy list brings under it, wherever to, else the package's file of that
+// name. `*listed`, when given: a copy list names it.
+SourceFile FindServiceFile(const Installation &installation, const ServiceLines &service, const std::string &name,
+                           const Target &target, bool *listed = nullptr);
+
 // Target path of a file of a copy list by [DestinationDirs]. A file of directory 13 (the package's own directory in the
 // driver store, which cannot be made offline) goes to the drivers directory, and so does a service's own without a
 // destination; others without one go to the system directory. False, with the reason, when the list goes to a place
