@@ -337,9 +337,15 @@ TEST_F(RestoreJobTest, LogSaysOfAChoiceWhatItsEventsSay) {
   heard.clear();
   constexpr uint32_t kKinds[] = {VXRMACHINE_CANDIDATE,  VXRMACHINE_CANDIDATE_DRIVER, VXRMACHINE_CANDIDATE_REFUSED,
                                  VXRMACHINE_OWN_DRIVER, VXRMACHINE_CANDIDATE_CHOSEN, VXRMACHINE_PLAN_WARNING,
-                                 VXRMACHINE_INF_UNREAD};
+                                 VXRMACHINE_INF_UNREAD, VXRMACHINE_INF_INDEXED};
   for (const MachineEvent &event : events) {
     if (std::find(std::begin(kKinds), std::end(kKinds), event.kind) == std::end(kKinds)) continue;
+    // Events count on from directory to directory, the log says the sum.
+    if (event.kind == VXRMACHINE_INF_INDEXED) {
+      std::erase_if(heard, [](const std::string &earlier) {
+        return earlier.starts_with(std::to_string(VXRMACHINE_INF_INDEXED) + ' ');
+      });
+    }
     Hear({event.kind, event.type, event.size, event.subject.c_str(), event.detail.c_str(), event.text.c_str()});
   }
   EXPECT_GE(heard.size(), 10u);

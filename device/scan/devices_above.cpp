@@ -49,8 +49,9 @@ std::vector<DeviceAbove> DevicesAbove(DWORD hDevInst, const Caller &trace) {
     DeviceAbove found;
     if (FindNode(set.get(), parent, &device)) {
       found.classGuid = device.ClassGuid;
-      found.ids = package::IdsOf(ReadIds(set.get(), &device, SPDRP_HARDWAREID, trace).c_str(),
-                                 ReadIds(set.get(), &device, SPDRP_COMPATIBLEIDS, trace).c_str());
+      const std::string hardware = ReadIds(set.get(), &device, SPDRP_HARDWAREID, trace),
+                        compatible = ReadIds(set.get(), &device, SPDRP_COMPATIBLEIDS, trace);
+      found.ids = package::IdsOf(hardware.c_str(), compatible.c_str());
     }
     above.push_back(std::move(found));
     node = parent;

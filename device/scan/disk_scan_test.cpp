@@ -5,6 +5,7 @@
 #include "bmext/load.h"
 #include "device/class_repair.h"
 #include "device/records.h"
+#include "device/scan/devices_above.h"
 #include "device/scan/disk_identity.h"
 #include "engine/base/parameters.h"
 #include "engine/base/status.h"
@@ -112,6 +113,19 @@ TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
   ASSERT_NE(extender->pVXRDriver, nullptr);
   EXPECT_EQ(extender->pVXRDevParent, nullptr);
   EXPECT_THAT(log, HasSubstr("VXR_DEVTYPE_HDC:using system inf path as:X:\\Windows\\inf\n"));
+#ifdef VXR_FAULT_POINTS
+  // Each of the two calls that read ids; a device that has none is no reason to say anything.
+  for (const unsigned nth : {1u, 2u}) {
+    log.clear();
+    machine::SetFaultPlan({"SetupDiGetDeviceRegistryPropertyA", nth, false, ERROR_ACCESS_DENIED});
+    EXPECT_TRUE(DevicesAbove(channel->hDevInst, Caller{"Above"}).front().ids.hardware.empty());
+    machine::SetFaultPlan({});
+    EXPECT_NE(log.find("WARNG:Above:ids of a device above the disk were not read"), log.npos) << nth << log;
+  }
+  log.clear();
+  EXPECT_FALSE(DevicesAbove(channel->hDevInst, Caller{"Above"}).front().ids.hardware.empty());
+  EXPECT_EQ(log.find("WARNG:"), log.npos) << log;
+#endif
 }
 
 TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {

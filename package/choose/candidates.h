@@ -46,10 +46,10 @@ struct Candidate {
 inline constexpr std::size_t kFileCandidates = 64;  // of one INF file; the best by their ids
 
 // All candidates for the device: one for each INF file, models line and id of the device that is that line's best, the
-// best first (of equal rank the restored system's inbox ones behind packages, the running
-// system's last), refused ones behind in the same order. Of a Manufacturer line that
-// lists the device for other systems alone, the best of those. `unread` gets the files that could not be read again,
-// and those with more lines for the device than are looked at; it may be the index's own.
+// best first (of equal rank inbox ones of the restored system behind packages, the running system's last), refused ones
+// behind in the same order. Of a Manufacturer line that lists the device for other systems alone, the best of those.
+// `unread` gets the files that could not be read again, and those with more lines for the device than are looked at; it
+// may be the index's own.
 std::vector<Candidate> FindCandidates(const Index &index, const DeviceIds &device, const IncludePlaces &places,
                                       std::vector<UnreadFile> *unread);
 

@@ -43,7 +43,8 @@ using IndexProgress = void (*)(void *context, std::size_t files);
 
 Index MakeIndex(const Target &target);
 // Adds the INF files of a directory and of everything below it; links are not followed. A directory that stands in the
-// index already adds nothing. `inbox`: the running system's own inf directory, of which no folder below is looked into.
+// index already adds nothing. `inbox`: the own inf directory of a system, the running
+// or the restored one, of which no folder below is looked into.
 void AddDirectory(Index *index, const std::string &directory, bool inbox, IndexProgress progress = nullptr,
                   void *context = nullptr);
 // Adds one INF file.

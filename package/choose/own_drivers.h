@@ -30,7 +30,8 @@ bool FindOwnDriver(const RegistryEdits &edits, const std::string &controlSet, co
                    std::vector<std::string> *passedOver = nullptr);
 
 // Whether a package's driver is to be installed in the place of the system's own: a better rank, or an equal one and a
-// later date. The running system's own drivers, which are made for another Windows, need a better rank.
+// later date. An inbox one needs a better rank: the running system's is made
+// for another Windows, the restored one's no newer than what that has in use.
 bool Beats(const Candidate &candidate, const OwnDriver &own);
 
 }  // namespace package

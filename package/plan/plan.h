@@ -61,7 +61,8 @@ bool PlanPackage(const Candidate &candidate, const Installation &installation, c
 void PlanOwnDriver(const OwnDriver &driver, const PlanContext &context, Plan *plan);
 // Lets the system's own driver start beside a package's, where the restored kernel may prefer it all the same.
 void PlanOwnDriverBeside(const OwnDriver &driver, const PlanContext &context, Plan *plan);
-// Lets the drivers of the devices above start, where the system holds them back; each with its ids.
+// Lets the drivers of the devices above start, where the system holds them back; each with its ids. Warns of one on a
+// bus that has none.
 void PlanDevicesAbove(const std::vector<DeviceIds> &above, const PlanContext &context, Plan *plan);
 
 }  // namespace package

@@ -75,7 +75,7 @@ void ScanLine(const char *begin, const char *end, std::uint32_t first, ValueLine
   std::uint32_t number = 0;  // of the field
   bool valuesOnly = false;
   const auto take = [&] {
-    if (number < std::max(first, 1U)) return;
+    if (number < first) return;
     line->plain = line->plain && line->count < line->values.size();
     if (line->plain) line->values[line->count++] = Trimmed(field, at);
   };

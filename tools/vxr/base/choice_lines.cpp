@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::string_view kCheck = "CHECK:FindDeviceDriver:", kWarning = "WARNG:FindDeviceDriver:",
                            kRemark = "WARNG:ReportRemarks:", kChosen = "chosen:", kOwn = "restored system",
-                           kRefused = ":refused:", kUnread = ":passed over:", kService = ":service=";
+                           kRefused = ":refused:", kUnread = ":passed over:", kService = ":service=",
+                           kIndexed = "Total ";
 
 // What stands before, between and behind the marks, which come in this order; nothing when one is missing.
 std::vector<std::string> Split(std::string_view line, std::initializer_list<std::string_view> marks) {
@@ -65,7 +66,15 @@ void TellChosen(std::string_view line, EventSink sink) {
         service == "none needed" ? nullptr : service.c_str(), nullptr});
 }
 
+void TellIndexed(std::string_view line, EventSink sink) {
+  std::uint64_t files = 0;
+  if (std::from_chars(line.data(), line.data() + line.size(), files).ec == std::errc()) {
+    sink({VXRMACHINE_INF_INDEXED, 0, files, nullptr, nullptr, nullptr});
+  }
+}
+
 void TellCheck(std::string_view line, EventSink sink) {
+  if (line.starts_with(kIndexed)) return TellIndexed(line.substr(kIndexed.size()), sink);
   if (line.starts_with(kChosen)) return TellChosen(line.substr(kChosen.size()), sink);
   if (line.starts_with(kOwn)) {
     const auto own = Split(line, {":id=", ":inf=", ":rank=", ":date=", kService});

@@ -70,7 +70,8 @@ void FailDevice(RunRecord *record, const char *rawInstance) {
     return;
   }
   device->failed = true;
-  device->unsearched = device->directories.empty() && device->refusals.empty();
+  // By Windows' rules one index serves all devices.
+  device->unsearched = device->directories.empty() && device->refusals.empty() && record->infFiles == 0;
   device->infFile.clear();
 }
 
