@@ -1,5 +1,5 @@
-// An INF file's text. Whatever it holds, what is found lies in the text, no field is longer than a field may be, the
-// walk that stores nothing gives what the grammar gives, and a section is found by its name.
+// An INF file's text. Whatever it holds, no field is longer than a field may be, the walk that stores nothing gives
+// what the grammar gives, and a section is found by its name.
 //
 // Input: a byte that chooses how it is read (bit 0: a code page with two-byte characters; bit 1: text before the first
 // section passed over), then the file.
