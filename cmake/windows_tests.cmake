@@ -52,6 +52,8 @@ function(vxr_windows_test name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE vxr_test_support vxr_extension_view)
   target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  target_compile_options(${name} PRIVATE -O0)  # what is tested are the archives
+  set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
   vxr_windows_run(${name} $<TARGET_FILE:${name}>)
 endfunction()
 

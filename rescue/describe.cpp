@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <set>
 
+#include "platform/architecture.h"
 #include "platform/text/code_page.h"
 #include "platform/text/toml_string.h"
 #include "rescue/device_tables.h"
@@ -12,7 +13,7 @@
 namespace rescue {
 namespace {
 
-constexpr std::uint32_t kWestern = 1252, kX64 = 9, kArm64 = 12;
+constexpr std::uint32_t kWestern = 1252;  // code page
 
 std::string Text(const std::string &text) { return machine::TomlString(text); }
 
@@ -28,7 +29,7 @@ std::string SystemTable(const Description &description) {
   const RestoredSystem &system = description.system;
   const std::string drive(1, RunningDrive(system));
   // The described machine's processor need not be the restored system's, which the job names.
-  const std::uint32_t processor = system.architecture == kArm64 ? kX64 : system.architecture;
+  const std::uint32_t processor = system.architecture == kArm64 ? kAmd64 : system.architecture;
   const std::uint32_t page = machine::KnownCodePage(system.codePage) ? system.codePage : kWestern;
   return "[system]\nsystem_directory = '" + drive + ":\\Windows\\System32'\nwindows_directory = '" + drive +
          ":\\Windows'\nos = { major = " + std::to_string(system.major) + ", minor = " + std::to_string(system.minor) +

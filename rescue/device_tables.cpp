@@ -1,19 +1,13 @@
 #include "rescue/device_tables.h"
 
 #include <algorithm>
-#include <cstdio>
+
+#include "rescue/format.h"
 
 namespace rescue {
 namespace {
 
 constexpr char kSystemClass[] = "{4D36E97D-E325-11CE-BFC1-08002BE10318}";
-
-template <typename... Numbers>
-std::string Format(const char *format, Numbers... numbers) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, numbers...);
-  return text;
-}
 
 // What Windows makes of a parent's instance id in those of its children: a number that differs.
 std::uint32_t Hash(const std::string &text) {

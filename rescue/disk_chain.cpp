@@ -52,7 +52,7 @@ std::string WholeOfFile(const fs::path &sysfs, const std::string &file) {
 }
 
 // The whole devices right below one: of device-mapper and md its slaves, of a loop device what its file is.
-Status FindBelow(const fs::path &sysfs, const std::string &whole, std::vector<std::string> *below) {
+Status FindWholesBelow(const fs::path &sysfs, const std::string &whole, std::vector<std::string> *below) {
   const std::string file = ReadText(sysfs, "block/" + whole + "/loop/backing_file");
   if (!file.empty()) {
     below->push_back(WholeOfFile(sysfs, file));
@@ -70,7 +70,7 @@ Status FindBelow(const fs::path &sysfs, const std::string &whole, std::vector<st
 Status FollowDown(const fs::path &sysfs, std::vector<std::string> *wholes) {
   for (std::size_t at = 0; at < wholes->size(); ++at) {
     std::vector<std::string> below;
-    if (Status found = FindBelow(sysfs, (*wholes)[at], &below); !found) return found;
+    if (Status found = FindWholesBelow(sysfs, (*wholes)[at], &below); !found) return found;
     for (const std::string &name : below) {
       const bool known = std::find(wholes->begin(), wholes->end(), name) != wholes->end();
       if (!name.empty() && !known) wholes->push_back(name);

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <string_view>
+
+#include "rescue/format.h"
 
 namespace rescue {
 namespace {
@@ -42,13 +43,6 @@ bool ReadClass(std::string_view text, PciFunction *function) {
   function->classCode = Hexadecimal(text, function->hasInterface ? 6 : 4);
   if (function->classCode && !function->hasInterface) *function->classCode <<= 8;
   return function->classCode.has_value();
-}
-
-template <typename... Numbers>
-std::string Format(const char *format, Numbers... numbers) {
-  char text[80];
-  std::snprintf(text, sizeof text, format, numbers...);
-  return text;
 }
 
 // The ids with a class behind `prefix`, the interface first.

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "platform/architecture.h"
 #include "platform/text/ansi_case.h"
 
 namespace rescue {
@@ -9,7 +10,6 @@ namespace {
 
 using machine::Status;
 
-constexpr std::uint32_t kX86 = 0, kX64 = 9;
 constexpr std::uint32_t kWorkstation = 1, kDomainController = 2, kServer = 3;
 constexpr std::uint32_t kTerminal = 0x10, kSingleUser = 0x100;
 
@@ -56,17 +56,17 @@ void DecideBuild(const Witnesses &witnesses, RestoredSystem *system) {
   }
 }
 
-const char *ArchitectureName(std::uint32_t architecture) {
+const char *ProcessorName(std::uint32_t architecture) {
   switch (architecture) {
     case kX86:
       return "x86";
-    case 5:
+    case kArm:
       return "ARM";
-    case 6:
+    case kIa64:
       return "IA64";
-    case kX64:
+    case kAmd64:
       return "AMD64";
-    case 12:
+    case kArm64:
       return "ARM64";
     default:
       return "";
@@ -74,8 +74,8 @@ const char *ArchitectureName(std::uint32_t architecture) {
 }
 
 std::optional<std::uint32_t> ArchitectureNamed(const std::string &name) {
-  for (const std::uint32_t each : {kX86, std::uint32_t{5}, std::uint32_t{6}, kX64, std::uint32_t{12}}) {
-    if (machine::SameUtf8(name, ArchitectureName(each))) return each;
+  for (const NamedArchitecture &each : kArchitectures) {
+    if (machine::SameUtf8(name, each.name)) return each.architecture;
   }
   return std::nullopt;
 }
@@ -83,8 +83,8 @@ std::optional<std::uint32_t> ArchitectureNamed(const std::string &name) {
 void DecideArchitecture(const Witnesses &witnesses, RestoredSystem *system) {
   const auto &kernel = witnesses.kernel.architecture;
   const auto named = ArchitectureNamed(witnesses.processor);
-  system->architecture = kernel ? *kernel : named.value_or(witnesses.runs32BitPrograms ? kX64 : kX86);
-  const std::string is = ArchitectureName(system->architecture);
+  system->architecture = kernel ? *kernel : named.value_or(witnesses.runs32BitPrograms ? kAmd64 : kX86);
+  const std::string is = ProcessorName(system->architecture);
   if (!kernel) Doubt(system, "its ntoskrnl.exe does not tell its processor, which is taken for " + is);
   if (kernel && named && *kernel != *named) {
     Doubt(system, "its ntoskrnl.exe is for " + is + ", its SYSTEM hive says " + witnesses.processor +

@@ -44,7 +44,7 @@ struct Key {
 
 // What opening and making a key give, and the number of the value in it.
 template <class Open>
-std::string Opened(Open open, HKEY root, const char *path) {
+std::string OpenedKey(Open open, HKEY root, const char *path) {
   HKEY key = nullptr;
   const std::string status = Status(open(root, path, &key));
   if (status != "ok") return status + (key == nullptr ? "" : " and a key");
@@ -79,18 +79,18 @@ TEST_F(RegistryContract, Keys) {
       {nullptr, "same none", "ok none"},
   };
   for (const auto &row : rows) {
-    EXPECT_EQ(Opened(platform::RegOpenKeyA, HKEY_LOCAL_MACHINE, row.path), row.opens)
+    EXPECT_EQ(OpenedKey(platform::RegOpenKeyA, HKEY_LOCAL_MACHINE, row.path), row.opens)
         << "opens " << (row.path == nullptr ? "null" : row.path);
 #ifdef _WIN32
     if (row.makes[2] == '!') continue;  // Windows would keep the key from test to test
 #endif
-    EXPECT_PRED2(Agrees, Opened(platform::RegCreateKeyA, HKEY_LOCAL_MACHINE, row.path), row.makes)
+    EXPECT_PRED2(Agrees, OpenedKey(platform::RegCreateKeyA, HKEY_LOCAL_MACHINE, row.path), row.makes)
         << "makes " << (row.path == nullptr ? "null" : row.path);
   }
   const Key key("SOFTWARE\\Varnelt");
-  EXPECT_EQ(Opened(platform::RegOpenKeyA, key.key, "Values"), "ok 7");
-  EXPECT_EQ(Opened(platform::RegOpenKeyA, key.key, ""), "same none");
-  EXPECT_EQ(Opened(platform::RegOpenKeyA, nullptr, "Values"), "6");
+  EXPECT_EQ(OpenedKey(platform::RegOpenKeyA, key.key, "Values"), "ok 7");
+  EXPECT_EQ(OpenedKey(platform::RegOpenKeyA, key.key, ""), "same none");
+  EXPECT_EQ(OpenedKey(platform::RegOpenKeyA, nullptr, "Values"), "6");
   EXPECT_EQ(Status(platform::RegOpenKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE", nullptr)), "87");
   EXPECT_EQ(Status(platform::RegCloseKey(nullptr)), "6");
   EXPECT_EQ(Status(platform::RegCloseKey(HKEY_LOCAL_MACHINE)), "ok");
@@ -257,7 +257,7 @@ Text = ''
   };
   for (const auto &row : rows) EXPECT_EQ(DeletedKey(row.path), row.gives) << (row.path ? row.path : "null");
   EXPECT_EQ(Listed(key.key, false), "Below 259");
-  EXPECT_EQ(Opened(platform::RegCreateKeyA, key.key, "Below\\Deep"), "ok none") << "made anew, and empty";
+  EXPECT_EQ(OpenedKey(platform::RegCreateKeyA, key.key, "Below\\Deep"), "ok none") << "made anew, and empty";
 }
 
 // --- Settings files -------------------------------------------------------------------------------------------------

@@ -18,8 +18,9 @@ fail() {
 
 mkdir -p "$work/other/sources"
 tar c -C "$source" --exclude=./build --exclude=./.git . | tar x -C "$work/other/sources"
+mapfile -t options < <(sed -n 's/^\(CMAKE_BUILD_TYPE\|VXR_QUICK_BUILD\):/-D&/p' "$build/CMakeCache.txt")
 "$cmake" -G Ninja -S "$work/other/sources" -B "$work/elsewhere" --toolchain "$work/other/sources/cmake/mingw.cmake" \
-  "-DCMAKE_BUILD_TYPE=$(sed -n 's/^CMAKE_BUILD_TYPE:[A-Z]*=//p' "$build/CMakeCache.txt")" >"$work/log" &&
+  "${options[@]}" >"$work/log" &&
   "$cmake" --build "$work/elsewhere" --target vxrcore >>"$work/log" || fail "cannot be built: $(tail -n 20 "$work/log")"
 
 dll=$build/vxrcore.dll

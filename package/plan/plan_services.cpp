@@ -14,7 +14,7 @@ constexpr DWORD kKeepDependencies = 0x80, kKeepDescription = 0x100, kKeepBootFla
 constexpr DWORD kTagToFront = 0x1;
 
 constexpr DWORD kBootStart = 0, kSystemStart = 1, kDemandStart = 3;
-constexpr DWORD kKernelDriver = 1, kNormalError = 1;
+constexpr DWORD kUsualType = 1, kNormalError = 1;  // a kernel driver
 
 // A service's key while its values are written.
 struct ServiceWriter {
@@ -95,7 +95,7 @@ void PutValues(const ServiceWriter &writer, const std::string &binary, DWORD sta
   const bool function = IsFunctionDriver(*work, service);
   std::string oldGroup;
   ReadText(work->edits, writer.key, "Group", &oldGroup);
-  Put(writer, "Type", NumberData(service.type.value_or(kKernelDriver)));
+  Put(writer, "Type", NumberData(service.type.value_or(kUsualType)));
   Put(writer, "Start", NumberData(start), function ? 0 : kKeepStart);
   Put(writer, "ErrorControl", NumberData(service.errorControl.value_or(kNormalError)), kKeepErrorControl);
   Put(writer, "ImagePath", TextData("System32\\drivers\\" + binary, REG_EXPAND_SZ));

@@ -6,7 +6,7 @@ namespace package {
 namespace {
 
 // Fields of "AddService = name, flags, section".
-enum ServiceField : std::uint32_t { kName = 1, kFlags, kSection };
+enum ServiceField : std::uint32_t { kName = 1, kServiceFlags, kSection };
 
 // Machine.inf's sections for devices that need no service begin so; a system without that file needs none either.
 constexpr std::string_view kNoDriver = "NO_DRV";
@@ -103,7 +103,7 @@ void ReadServiceSection(Reading *reading, std::size_t inf, ServiceLines *service
 void ReadAddService(Reading *reading, const Directive &directive) {
   ServiceLines service;
   service.name = Field(reading, directive.line, kName);
-  const std::string flags = Field(reading, directive.line, kFlags);
+  const std::string flags = Field(reading, directive.line, kServiceFlags);
   if (!flags.empty() && !ParseNumber(flags, &service.flags)) {
     Note(reading, "The flags \"" + flags + "\" of the service " + service.name + " are no number.");
   }

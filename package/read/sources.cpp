@@ -12,7 +12,7 @@ constexpr DWORD kInCabinetFlag = 0x10;  // of a line of SourceDisksNames
 // Fields of the lines: "file = disk[, folder[, size]]" and
 // "disk = description[, tag file or cabinet[, unused[, folder[, flags[, tag file]]]]]".
 enum FileField : std::uint32_t { kDisk = 1, kSubFolder };
-enum DiskField : std::uint32_t { kTag = 2, kFolder = 4, kFlags };
+enum DiskField : std::uint32_t { kTag = 2, kFolder = 4, kDiskFlags };
 
 // Where a package declares that a file lies.
 struct Declared {
@@ -50,7 +50,7 @@ Declared FindDeclaration(const InfSource &inf, const std::string &name, const Ta
   declared.folder = JoinNames(diskFolder, subFolder);
   const std::string tag = TextOf(line, kTag);
   DWORD flags = 0;
-  const bool packed = ParseNumber(TextOf(line, kFlags), &flags) && (flags & kInCabinetFlag) != 0;
+  const bool packed = ParseNumber(TextOf(line, kDiskFlags), &flags) && (flags & kInCabinetFlag) != 0;
   if ((packed || EndsIn(tag, ".cab")) && PlainName(tag)) declared.cabinet = JoinNames(diskFolder, tag);
   return declared;
 }

@@ -25,7 +25,6 @@ using machine::TakeUtf8;
 constexpr char kReplacement = '?';
 
 struct CodePage {
-  bool known = false;
   std::array<bool, 256> lead{};
   std::array<char16_t, 256> single{};
   std::vector<char16_t> pairs;       // by lead and trail byte; empty for a page of single bytes
@@ -127,43 +126,41 @@ void ReadCase(CodePage *page) {
   }
 }
 
-std::unique_ptr<CodePage> MakeCodePage(unsigned codePage) {
+// Null for a page that is not known.
+const CodePageTable *FindTable(unsigned codePage) {
+  const auto table = std::find_if(kCodePageTables.begin(), kCodePageTables.end(),
+                                  [&](const CodePageTable &each) { return each.number == codePage; });
+  return table == kCodePageTables.end() ? nullptr : &*table;
+}
+
+std::unique_ptr<CodePage> MakeCodePage(const CodePageTable &table) {
   auto page = std::make_unique<CodePage>();
   page->single.fill(kUndefined);
   page->codes.assign(0x10000, 0);
-  const auto table = std::find_if(kCodePageTables.begin(), kCodePageTables.end(),
-                                  [&](const CodePageTable &each) { return each.number == codePage; });
-  page->known = table != kCodePageTables.end();
-  if (page->known) {
-    for (const machine::ByteRange &range : table->leads) {
-      std::fill(page->lead.begin() + range.first, page->lead.begin() + range.last + 1, true);
-    }
-    ReadSingles(*table, page.get());
+  for (const machine::ByteRange &range : table.leads) {
+    std::fill(page->lead.begin() + range.first, page->lead.begin() + range.last + 1, true);
   }
-  FillUndefined(page.get());  // a page that is not known is safe to look up in, too
-  if (page->known && !table->pairs.empty()) ReadPairs(*table, page.get());
+  ReadSingles(table, page.get());
+  FillUndefined(page.get());
+  if (!table.pairs.empty()) ReadPairs(table, page.get());
   ReadCase(page.get());
   return page;
 }
 
-const CodePage &FindPage(unsigned codePage) {
+const CodePage *currentPage = nullptr;
+
+// 0 is the page that was set; the default one stands for a page that is not known.
+const CodePage &Page(unsigned codePage = 0) {
+  if (codePage == 0 && currentPage != nullptr) return *currentPage;
+  const CodePageTable *table = FindTable(codePage);
+  if (table == nullptr) table = FindTable(machine::kDefaultCodePage);
   static std::map<unsigned, std::unique_ptr<CodePage>> pages;
-  std::unique_ptr<CodePage> &page = pages[codePage];
-  if (page == nullptr) page = MakeCodePage(codePage);
+  std::unique_ptr<CodePage> &page = pages[table->number];
+  if (page == nullptr) page = MakeCodePage(*table);
   return *page;
 }
 
-const CodePage *currentPage = nullptr;
-
-const CodePage &Page(unsigned codePage = 0) {
-  if (codePage == 0 && currentPage != nullptr) return *currentPage;
-  const CodePage &page = FindPage(codePage == 0 ? machine::kDefaultCodePage : codePage);
-  return page.known ? page : FindPage(machine::kDefaultCodePage);
-}
-
-bool IsAscii(std::string_view text) {
-  return std::none_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
-}
+bool AllAscii(std::string_view text) { return std::all_of(text.begin(), text.end(), machine::IsAscii); }
 
 // --- Characters ---------------------------------------------------------------------------------------------------
 
@@ -221,7 +218,7 @@ DWORD ChangeCase(char *text, DWORD length, bool upper) {
 namespace machine {
 
 std::string Utf8ToAnsi(std::string_view text, unsigned codePage) {
-  if (IsAscii(text)) return std::string(text);
+  if (AllAscii(text)) return std::string(text);
   const CodePage &page = Page(codePage);
   std::string result;
   while (!text.empty()) AppendAnsi(page, TakeUtf8(&text), &result);
@@ -229,7 +226,7 @@ std::string Utf8ToAnsi(std::string_view text, unsigned codePage) {
 }
 
 std::string AnsiToUtf8(std::string_view text, unsigned codePage) {
-  if (IsAscii(text)) return std::string(text);
+  if (AllAscii(text)) return std::string(text);
   const CodePage &page = Page(codePage);
   std::string result;
   while (!text.empty()) AppendUtf8(CharacterOf(page, TakeCode(page, &text)), &result);
@@ -274,7 +271,7 @@ std::string Utf16ToUtf8(std::u16string_view text) {
 
 bool IsLeadByte(unsigned char byte, unsigned codePage) { return Page(codePage).lead[byte]; }
 
-bool KnownCodePage(unsigned codePage) { return codePage != 0 && FindPage(codePage).known; }
+bool KnownCodePage(unsigned codePage) { return FindTable(codePage) != nullptr; }
 
 void SetCodePage(unsigned codePage) { currentPage = &Page(codePage); }
 

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <iconv.h>
 
+#include <string>
+#include <unordered_map>
+
 #include "platform/platform.h"
 
 namespace {
@@ -43,13 +46,15 @@ TEST_F(CodePageTest, ConvertsBothWays) {
 
 // What iconv makes of one character; empty when it knows none.
 std::string Convert(iconv_t converter, std::string text) {
-  std::string result(8, '\0');
-  char *in = text.data(), *out = result.data();
-  std::size_t inLeft = text.size(), outLeft = result.size();
+  char result[8];
+  char *in = text.data(), *out = result;
+  std::size_t inLeft = text.size(), outLeft = sizeof result;
+  const bool whole = iconv(converter, &in, &inLeft, &out, &outLeft) == 0 && inLeft == 0;
+  // A letter is kept back on some pages, for an accent that may follow.
+  if (whole && out == result) iconv(converter, nullptr, nullptr, &out, &outLeft);
+  if (whole) return {result, out};
   iconv(converter, nullptr, nullptr, nullptr, nullptr);
-  if (iconv(converter, &in, &inLeft, &out, &outLeft) != 0 || inLeft != 0) return {};
-  iconv(converter, nullptr, nullptr, &out, &outLeft);
-  return result.substr(0, result.size() - outLeft);
+  return {};
 }
 
 std::string Utf16Bytes(std::u16string_view text) {
@@ -62,6 +67,7 @@ TEST_F(CodePageTest, EveryCharacterOfEveryPageIsAsIconvHasIt) {
     if (!machine::KnownCodePage(page)) continue;
     pages++;
     const std::string name = "CP" + std::to_string(page);
+    std::unordered_map<std::string, std::string> decoded;
     const iconv_t decoder = iconv_open("UTF-16LE", name.c_str()), encoder = iconv_open(name.c_str(), "UTF-16LE");
     for (unsigned code = 0; code < 0x10000; code++) {
       if (code > 0xFF && (!machine::IsLeadByte(static_cast<unsigned char>(code >> 8), page) || (code & 0xFF) < 0x40)) {
@@ -69,7 +75,7 @@ TEST_F(CodePageTest, EveryCharacterOfEveryPageIsAsIconvHasIt) {
       }
       std::string bytes(1, static_cast<char>(code));
       if (code > 0xFF) bytes.insert(bytes.begin(), static_cast<char>(code >> 8));
-      const std::string character = Convert(decoder, bytes);
+      const std::string &character = decoded[bytes] = Convert(decoder, bytes);
       const bool isLead = code <= 0xFF && machine::IsLeadByte(static_cast<unsigned char>(code), page);
       const char16_t unknown = code > 0xFF || isLead ? u'?' : static_cast<char16_t>(code);
       const std::string expected = character.size() == 2 && !isLead ? character : Utf16Bytes({&unknown, 1});
@@ -80,9 +86,8 @@ TEST_F(CodePageTest, EveryCharacterOfEveryPageIsAsIconvHasIt) {
       const std::string ours = machine::Utf16ToAnsi({&character, 1}, page),
                         theirs = Convert(encoder, Utf16Bytes({&character, 1}));
       // What iconv only makes do with is replaced, and so is what two bytes of a one-byte page would make together.
-      const bool one = theirs.size() == 1 || machine::IsLeadByte(static_cast<unsigned char>(theirs[0]), page);
-      const bool both = one && Convert(decoder, theirs) == Utf16Bytes({&character, 1});
-      if (both) {
+      const auto back = decoded.find(theirs);
+      if (back != decoded.end() && back->second == Utf16Bytes({&character, 1})) {
         ASSERT_EQ(ours, theirs) << page << ' ' << unit;
       } else if (ours != "?") {
         ASSERT_EQ(machine::AnsiToUtf16(ours, page), std::u16string(1, character)) << page;

@@ -16,7 +16,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char *kSystem = "X:\\Windows\\System32";
+constexpr const char *kSystem32 = "X:\\Windows\\System32";
 
 class HiveMounting : public MachineTest {
  protected:
@@ -28,7 +28,7 @@ class HiveMounting : public MachineTest {
     WriteHive(Host("restored/with blank/system"), SystemHiveValues(1));
   }
   ~HiveMounting() override {
-    VXRReg_UnloadHive(kSystem);
+    VXRReg_UnloadHive(kSystem32);
     EXPECT_EQ(szCurHiveFile, nullptr);
     EXPECT_EQ(machine::OpenHandles(), 0u);
   }
@@ -36,16 +36,16 @@ class HiveMounting : public MachineTest {
 
 TEST_F(HiveMounting, AFailedUnloadIsForgotten) {
   Open();
-  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem, "D:\\cfg\\system"));
+  ASSERT_TRUE(VXRReg_LoadHiveFile(kSystem32, "D:\\cfg\\system"));
   const DWORD start = 3;
   ASSERT_TRUE(VXRReg_SetRegValueToHive(VXR_KEY_ORG_SERVICES, "disk", "Start", &start, REG_DWORD, sizeof start));
   machine::SetFaultPlan({"hive write", 1, false, 0});
-  EXPECT_FALSE(VXRReg_UnloadHive(kSystem));
+  EXPECT_FALSE(VXRReg_UnloadHive(kSystem32));
   machine::SetFaultPlan({});
   EXPECT_THAT(log, HasSubstr("CHECK:VXRReg_UnloadHive:VXREng_ExecCommand() failed!\n"));
   EXPECT_EQ(szCurHiveFile, nullptr);
   log.clear();
-  EXPECT_TRUE(VXRReg_UnloadHive(kSystem));
+  EXPECT_TRUE(VXRReg_UnloadHive(kSystem32));
   EXPECT_THAT(log, Not(HasSubstr("ExecCommand")));
 }
 
@@ -63,7 +63,7 @@ class RestoredHive : public RestoreJobTest {
     ASSERT_TRUE(VXRRlm_Initialize(1, nullptr));
   }
   ~RestoredHive() override {
-    VXRReg_UnloadHive(kSystem);
+    VXRReg_UnloadHive(kSystem32);
     VXRRlm_Cleanup();
     VXRExt_Cleanup();
     VXREng_Cleanup();

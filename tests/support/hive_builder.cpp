@@ -14,16 +14,11 @@ constexpr size_t kBinSize = 4096;
 constexpr size_t kBinHeader = 32;
 constexpr uint64_t kTime = 0x01CB8E3E29B4F000;  // 2010-11-28, any day will do
 
-char16_t Upper(char16_t c) {
-  if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) return c - 0x20;
-  return c == 0xFF ? 0x178 : c;
-}
-
 // Orders names as a subkey list is ordered.
 struct NameLess {
   bool operator()(const std::u16string &a, const std::u16string &b) const {
     return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                        [](char16_t x, char16_t y) { return Upper(x) < Upper(y); });
+                                        [](char16_t x, char16_t y) { return HiveUpper(x) < HiveUpper(y); });
   }
 };
 
@@ -107,7 +102,7 @@ std::vector<uint8_t> NameBytes(const std::u16string &name) {
 
 uint32_t NameHash(const std::u16string &name) {
   uint32_t hash = 0;
-  for (const char16_t c : name) hash = hash * 37 + Upper(c);
+  for (const char16_t c : name) hash = hash * 37 + HiveUpper(c);
   return hash;
 }
 
@@ -261,6 +256,11 @@ void SetHiveChecksum(std::vector<uint8_t> *hive) {
   if (sum == 0xFFFFFFFF) sum = 0xFFFFFFFE;
   if (sum == 0) sum = 1;
   Put32(hive, 508, sum);
+}
+
+char16_t HiveUpper(char16_t c) {
+  if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) return c - 0x20;
+  return c == 0xFF ? 0x178 : c;
 }
 
 std::vector<uint8_t> BuildHive(const std::vector<HiveValue> &values) {

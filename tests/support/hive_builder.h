@@ -15,6 +15,9 @@ struct HiveValue {
   std::vector<uint8_t> data;  // as stored; at most 16,344 bytes
 };
 
+// The letter as hives compare and hash it: Latin-1 in upper case, others as they are.
+char16_t HiveUpper(char16_t c);
+
 // The bytes of a clean hive (regf 1.5, sequence numbers 1/1) that holds these values: subkeys in the order that Windows
 // keeps, with their hashes; names in Latin-1 where they can be, else in UTF-16; bins of 4,096 bytes. The later of two
 // values of one name holds.

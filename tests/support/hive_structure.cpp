@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr uint32_t kNone = 0xFFFFFFFF;
+constexpr uint32_t kNoCell = 0xFFFFFFFF;
 
 struct Cell {
   uint32_t size = 0;  // without the size field
@@ -47,7 +47,7 @@ bool ReadBaseBlock(Walk *walk, uint32_t *root) {
   if (hive.size() < 8192 || std::memcmp(hive.data(), "regf", 4) != 0) return Fail(walk, "no hive", 0);
   uint32_t sum = 0;
   for (size_t at = 0; at < 508; at += 4) sum ^= Get32(&hive[at]);
-  if (sum == kNone) sum = kNone - 1;
+  if (sum == kNoCell) sum = kNoCell - 1;
   if (sum == 0) sum = 1;
   if (sum != Get32(&hive[508])) return Fail(walk, "a wrong checksum", 508);
   if (Get32(&hive[4]) != Get32(&hive[8])) return Fail(walk, "two sequence numbers", 4);
@@ -76,16 +76,11 @@ bool ReadBins(Walk *walk) {
   return true;
 }
 
-char16_t Upper(char16_t c) {
-  if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) return c - 0x20;
-  return c == 0xFF ? 0x178 : c;
-}
-
 // A name in upper case, of `size` bytes in the record.
 std::u16string Name(const uint8_t *at, uint32_t size, bool latin1) {
   std::u16string name;
   for (uint32_t i = 0; i < size; i += latin1 ? 1 : 2) {
-    name += Upper(static_cast<char16_t>(latin1 ? at[i] : Get16(at + i)));
+    name += HiveUpper(static_cast<char16_t>(latin1 ? at[i] : Get16(at + i)));
   }
   return name;
 }
@@ -128,7 +123,7 @@ bool MatchesName(const Child &child, const uint8_t *record, uint32_t size, bool 
   for (uint32_t i = 0; i < 4; ++i) {  // the first characters, as they are; zero where the name is shorter or wider
     const uint32_t c = i * (latin1 ? 1 : 2) < size ? (latin1 ? record[i] : Get16(record + 2 * i)) : 0;
     const uint32_t hint = child.check >> 8 * i & 0xFF;
-    if (hint != 0 && Upper(static_cast<char16_t>(hint)) != Upper(static_cast<char16_t>(c))) return false;
+    if (hint != 0 && HiveUpper(static_cast<char16_t>(hint)) != HiveUpper(static_cast<char16_t>(c))) return false;
   }
   return true;
 }
@@ -184,7 +179,7 @@ bool ReadKey(Walk *walk, const Child &self, uint32_t parent, std::u16string *nam
   const uint8_t *key = Take(walk, self.key, 76, "no key");
   if (key == nullptr) return false;
   const uint32_t flags = Get16(key + 2), nameSize = Get16(key + 72);
-  const bool isRoot = parent == kNone, latin1 = (flags & 0x20) != 0;
+  const bool isRoot = parent == kNoCell, latin1 = (flags & 0x20) != 0;
   if (std::memcmp(key, "nk", 2) != 0 || 76 + nameSize > walk->cells[self.key].size) {
     return Fail(walk, "a bad key", self.key);
   }
@@ -220,7 +215,7 @@ std::string HiveProblem(const std::vector<uint8_t> &hive) {
   Walk walk = {hive, {}, {}, {}, ""};
   uint32_t root = 0;
   std::u16string name;
-  if (ReadBaseBlock(&walk, &root) && ReadBins(&walk) && ReadKey(&walk, {root, 'i', 0}, kNone, &name)) {
+  if (ReadBaseBlock(&walk, &root) && ReadBins(&walk) && ReadKey(&walk, {root, 'i', 0}, kNoCell, &name)) {
     CheckSecurity(&walk);
   }
   return walk.problem;

@@ -7,15 +7,15 @@
 namespace machine {
 namespace {
 
-std::unique_ptr<Description> current;
+std::unique_ptr<Description> g_current;
 
 }  // namespace
 
-const Description *Current() { return current.get(); }
+const Description *Current() { return g_current.get(); }
 
 void SetCurrent(std::unique_ptr<Description> description) {
-  current = std::move(description);
-  SetCodePage(current == nullptr ? kDefaultCodePage : current->system.codePage);
+  g_current = std::move(description);
+  SetCodePage(g_current == nullptr ? kDefaultCodePage : g_current->system.codePage);
 }
 
 }  // namespace machine

@@ -12,13 +12,13 @@
 #include "platform/machine/files/disk_index.h"
 #include "platform/machine/files/paths.h"
 #include "platform/machine/files/storage.h"
+#include "platform/machine/host/attributes.h"
 #include "platform/text/code_page.h"
 
 namespace machine {
 namespace {
 
 constexpr std::string_view kDiskPrefix = R"(\\.\PhysicalDrive)";
-constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
 
 // The number in "\\.\PhysicalDriveN", without leading zeros as Windows names its disks.
 std::optional<DWORD> DiskNumber(std::string_view name) {
@@ -69,7 +69,7 @@ Status AnswerGeometry(const Disk &disk, AnswerBuffer *answer) {
   return Store(geometry, answer);
 }
 
-constexpr Request<Disk> kRequests[] = {
+constexpr Request<Disk> kDiskRequests[] = {
     {IOCTL_STORAGE_GET_DEVICE_NUMBER, AnswerNumber},
     {IOCTL_DISK_GET_DRIVE_GEOMETRY, AnswerGeometry},
 };
@@ -90,7 +90,7 @@ Status OpenDisk(const Disk &disk, DWORD access, HANDLE *handle) {
 }
 
 Status AnswerDiskRequest(DWORD number, DWORD code, AnswerBuffer *answer) {
-  return AnswerRequest(kRequests, FindDiskByNumber(number), code, answer);
+  return AnswerRequest(kDiskRequests, FindDiskByNumber(number), code, answer);
 }
 
 }  // namespace machine

@@ -94,7 +94,7 @@ HANDLE CreateFileA(const char *name, DWORD access, DWORD, void *, DWORD disposit
   if (machine::Current() == nullptr) return FailOpen(ERROR_NOT_READY);
   if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING) return FailOpen(ERROR_INVALID_PARAMETER);
   HANDLE handle = nullptr;
-  if (name != nullptr && machine::IsDeviceName(name)) {
+  if (name != nullptr && machine::NamesDevice(name)) {
     const Status opened = machine::OpenDevice(name, access, disposition, &handle);
     if (!opened) return FailOpen(opened);
     SetLastError(NO_ERROR);

@@ -16,8 +16,6 @@
 namespace machine {
 namespace {
 
-constexpr int kLongestLinkChain = 40;  // the kernel's own limit
-
 bool SameStatus(const struct stat &a, const struct stat &b) {
   if (S_ISBLK(a.st_mode) && S_ISBLK(b.st_mode)) return a.st_rdev == b.st_rdev;
   return SameInode(a, b);
@@ -26,7 +24,7 @@ bool SameStatus(const struct stat &a, const struct stat &b) {
 // A link whose target does not exist yet leads to what the next file of that name will be.
 Status LocateFinalPlace(const char *path, HostPlace *place) {
   if (Status located = LocatePlace(path, place); !located) return located;
-  for (int links = 0; links < kLongestLinkChain; ++links) {
+  for (unsigned links = 0; links < kLongestLinkChain; ++links) {
     char target[PATH_MAX];
     const ssize_t length = readlinkat(place->directory, place->name.c_str(), target, sizeof target);
     if (length <= 0) return {};

@@ -27,8 +27,6 @@
 namespace machine {
 namespace {
 
-constexpr unsigned kLongestLinkChain = 40;  // the kernel's own limit
-
 struct OpenDrive {
   std::filesystem::path path;
   Descriptor directory;

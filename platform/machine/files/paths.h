@@ -14,6 +14,8 @@
 
 namespace machine {
 
+inline constexpr unsigned kLongestLinkChain = 40;  // the kernel's own limit
+
 // Finds the place of a path whose directory must exist; the last component need not. Fails with ERROR_PATH_NOT_FOUND no
 // such drive or directory, or not a path; ERROR_INVALID_NAME not a name, or a file named as a directory;
 // ERROR_ACCESS_DENIED leads out of the drive (told to the observer) or may not be searched; others of the host.

@@ -14,7 +14,7 @@ const Drive *FindVolume(std::string_view name) {
 
 }  // namespace
 
-bool IsDeviceName(std::string_view name) {
+bool NamesDevice(std::string_view name) {
   if (name.starts_with(R"(\\.\)")) return true;
   return name.starts_with(R"(\\?\)") && (name.size() < 6 || name[5] != ':');
 }

@@ -11,7 +11,7 @@
 namespace machine {
 
 // Whether a name in one of the device namespaces is no file's: files are there by their drive only.
-bool IsDeviceName(std::string_view name);
+bool NamesDevice(std::string_view name);
 
 // Opens the disk or volume of that name. Fails with ERROR_FILE_NOT_FOUND there is none; ERROR_INVALID_PARAMETER a
 // disposition other than OPEN_EXISTING; as OpenDisk and OpenVolume.

@@ -70,7 +70,7 @@ Status AnswerExtents(const Drive &drive, AnswerBuffer *answer) {
   return {};
 }
 
-constexpr Request<Drive> kRequests[] = {
+constexpr Request<Drive> kVolumeRequests[] = {
     {IOCTL_MOUNTDEV_QUERY_UNIQUE_ID, AnswerUniqueId},
     {IOCTL_MOUNTDEV_QUERY_DEVICE_NAME, AnswerDeviceName},
     {IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, AnswerExtents},
@@ -99,7 +99,7 @@ Status OpenVolume(const Drive &drive, DWORD access, HANDLE *handle) {
 }
 
 Status AnswerVolumeRequest(char letter, DWORD code, AnswerBuffer *answer) {
-  return AnswerRequest(kRequests, FindDrive(letter), code, answer);
+  return AnswerRequest(kVolumeRequests, FindDrive(letter), code, answer);
 }
 
 }  // namespace machine

@@ -25,7 +25,7 @@ using machine::WriteLe32;
 using testing::HasSubstr;
 using Bytes = std::vector<uint8_t>;
 
-constexpr const char *kHive = "D:\\config\\SYSTEM";
+constexpr const char *kDirtyHive = "D:\\config\\SYSTEM";
 constexpr const char *kState = "SYSTEM_ORG\\State";
 
 // The hive after `mark` writes, each of which changes the value Mark alone.
@@ -365,12 +365,12 @@ TEST_P(RecoveredHive, IsWhatWindowsWouldSeeOrIsRefused) {
   }
   Open();
   if (GetParam().number == 0) {
-    EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 1);
+    EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kDirtyHive), 1);
     EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr(GetParam().says));
     EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("restore ")) << "it says what to do";
     EXPECT_EQ(Get("SYSTEM"), files.hive);
   } else {
-    ASSERT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0) << Detail(VXRMACHINE_HIVE_REFUSED);
+    ASSERT_EQ(machine::MountHive("SYSTEM_ORG", kDirtyHive), 0) << Detail(VXRMACHINE_HIVE_REFUSED);
     EXPECT_EQ(Detail(VXRMACHINE_HIVE_REPLAYED), GetParam().says);
     EXPECT_EQ(Mark(false), GetParam().mark);
     EXPECT_EQ(Get("SYSTEM"), files.hive) << "the replay is in memory until something is saved";
@@ -380,7 +380,7 @@ TEST_P(RecoveredHive, IsWhatWindowsWouldSeeOrIsRefused) {
     EXPECT_EQ(HiveProblem(saved), "");
     EXPECT_EQ(machine::ReadLe32(&saved[4]), GetParam().number);
     ExpectNoLogApplies(saved, files);
-    EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 0);
+    EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kDirtyHive), 0);
     EXPECT_EQ(Mark(false), 99u);
     EXPECT_EQ(machine::UnmountHive("SYSTEM_ORG"), 0);
   }
@@ -400,19 +400,19 @@ TEST_F(RecoveredHive, IsRefusedWhereItIsUnclearWhichFileIsItsLog) {
   Put("SYSTEM.LOG1", NewLog(4, 1, 1));
   Put("system.log1", NewLog(4, 2, 2));
   Open();
-  EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 1) << "also when it is clean: what is saved must outdo both";
+  EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kDirtyHive), 1) << "also when it is clean: what is saved must outdo both";
   EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("has two logs of one name, SYSTEM.LOG1 and system.log1"));
   events.clear();
   fs::remove(Host(Config("system.log1")));
   fs::remove(Host(Config("SYSTEM.LOG1")));
   Put("SYSTEM.LOG1", {});
   fs::resize_file(Host(Config("SYSTEM.LOG1")), uintmax_t{2} << 30);
-  EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 1) << "not only when it is to be saved";
+  EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kDirtyHive), 1) << "not only when it is to be saved";
   EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("SYSTEM.LOG1 is larger than any log"));
   events.clear();
   fs::remove(Host(Config("SYSTEM.LOG1")));
   fs::create_directory(Host(Config("SYSTEM.LOG2")));
-  EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kHive), 1);
+  EXPECT_EQ(machine::MountHive("SYSTEM_ORG", kDirtyHive), 1);
   EXPECT_THAT(Detail(VXRMACHINE_HIVE_REFUSED), HasSubstr("SYSTEM.LOG2 is a directory"));
 }
 

@@ -11,7 +11,6 @@ namespace {
 
 constexpr const char *kNtfsAttributes = "system.ntfs_attrib_be";
 constexpr const char *kOwnAttributes = "user.vxr.attributes";
-constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
 // Read-only, hidden, system, archive, temporary, offline, not indexed; the others tell what a file is.
 constexpr DWORD kSettable = 0x3127;
 

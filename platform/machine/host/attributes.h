@@ -15,6 +15,9 @@
 
 namespace machine {
 
+// Permissions to write; a file that has none of them is read-only.
+inline constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
+
 // Attributes that keep a copy, or a new file of that name, from replacing a file.
 inline constexpr DWORD kProtectingAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 

@@ -27,18 +27,18 @@ constexpr std::size_t kVersionUsual = 512;
 enum Use { kUseUnlikely, kUseLikely, kUses };
 constexpr std::size_t kTextBudgets[kUses] = {256 << 10, 32 << 20};  // bytes
 
-struct FileKey {
+struct Inode {
   dev_t device;
-  ino_t inode;
-  bool operator==(const FileKey &) const = default;
+  ino_t number;
+  bool operator==(const Inode &) const = default;
 };
 
-struct HashFileKey {
-  std::size_t operator()(const FileKey &key) const { return key.inode * 0x9E3779B97F4A7C15u ^ key.device; }
+struct HashInode {
+  std::size_t operator()(const Inode &key) const { return key.number * 0x9E3779B97F4A7C15u ^ key.device; }
 };
 
 struct Cache {
-  std::unordered_map<FileKey, InfFactsRef, HashFileKey> files;
+  std::unordered_map<Inode, InfFactsRef, HashInode> files;
   struct {
     std::list<InfFactsRef> files;  // those with a text, latest first
     std::size_t size = 0;

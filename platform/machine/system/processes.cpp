@@ -16,7 +16,7 @@
 
 namespace {
 
-using Words = std::vector<std::string>;
+using CommandWords = std::vector<std::string>;
 
 constexpr DWORD kToolFailed = 1;  // exit code of both programs
 
@@ -63,7 +63,7 @@ std::string LocalMachineKey(std::string_view name) {
 }
 
 // reg LOAD key file, reg UNLOAD key. False when it is a verb that the machine does not have.
-bool RunRegistryTool(const Words &words, DWORD *exitCode) {
+bool RunRegistryTool(const CommandWords &words, DWORD *exitCode) {
   const bool load = words.size() >= 2 && Same(words[1], "LOAD");
   if (!load && !(words.size() >= 2 && Same(words[1], "UNLOAD"))) return false;
   *exitCode = kToolFailed;
@@ -76,16 +76,16 @@ bool RunRegistryTool(const Words &words, DWORD *exitCode) {
 
 // cmd /c copy /y source target. The target is a file's name: the copy into a directory of that name is not made. Nor is
 // anything else that the command can do.
-bool RunCopyCommand(const Words &words, std::string_view commandLine, DWORD *exitCode) {
+bool RunCopyCommand(const CommandWords &words, std::string_view commandLine, DWORD *exitCode) {
   if (words.size() < 4 || !Same(words[1], "/c") || !Same(words[2], "copy") || !Same(words[3], "/y")) return false;
-  const Words read = machine::SplitInterpreterLine(commandLine);
+  const CommandWords read = machine::SplitInterpreterLine(commandLine);
   const bool copied = read.size() == 6 && !read[4].starts_with('/') && !read[5].starts_with('/') &&
                       machine::CopyWindowsFile(read[4].c_str(), read[5].c_str(), false, machine::CopyCaller::kCommand);
   *exitCode = copied ? 0 : kToolFailed;
   return true;
 }
 
-bool RunProgram(const Words &words, std::string_view commandLine, DWORD *exitCode) {
+bool RunProgram(const CommandWords &words, std::string_view commandLine, DWORD *exitCode) {
   if (words.empty()) return false;
   const Program program = SplitProgram(words[0]);
   if (!InSystemDirectory(program)) return false;
@@ -105,7 +105,7 @@ BOOL CreateProcessA(const char *application, char *commandLine, void *, void *, 
     return machine::FailWith(ERROR_INVALID_PARAMETER);
   }
   const char *text = commandLine != nullptr ? commandLine : application;
-  Words words = machine::SplitCommandLine(text);
+  CommandWords words = machine::SplitCommandLine(text);
   if (application != nullptr && !words.empty()) words[0] = application;
   DWORD exitCode = 0;
   if (!RunProgram(words, text, &exitCode)) return machine::FailWith(ERROR_FILE_NOT_FOUND);

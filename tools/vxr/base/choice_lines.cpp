@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::string_view kCheck = "CHECK:FindDeviceDriver:", kWarning = "WARNG:FindDeviceDriver:",
+constexpr std::string_view kChoice = "CHECK:FindDeviceDriver:", kChoiceWarning = "WARNG:FindDeviceDriver:",
                            kRemark = "WARNG:ReportRemarks:", kChosen = "chosen:", kOwn = "restored system",
                            kRefused = ":refused:", kUnread = ":passed over:", kService = ":service=",
                            kIndexed = "Total ";
@@ -94,12 +94,12 @@ void TellCheck(std::string_view line, EventSink sink) {
 }  // namespace
 
 void TellChoiceLine(std::string_view line, EventSink sink) {
-  if (line.starts_with(kCheck)) TellCheck(line.substr(kCheck.size()), sink);
+  if (line.starts_with(kChoice)) TellCheck(line.substr(kChoice.size()), sink);
   if (line.starts_with(kRemark)) {
     const std::string warning(line.substr(kRemark.size()));
     sink({VXRMACHINE_PLAN_WARNING, 0, 0, warning.c_str(), nullptr, nullptr});
   }
-  if (!line.starts_with(kWarning)) return;
-  const auto unread = Split(line.substr(kWarning.size()), {kUnread});
+  if (!line.starts_with(kChoiceWarning)) return;
+  const auto unread = Split(line.substr(kChoiceWarning.size()), {kUnread});
   if (!unread.empty()) sink({VXRMACHINE_INF_UNREAD, 0, 0, unread[0].c_str(), unread[1].c_str(), nullptr});
 }

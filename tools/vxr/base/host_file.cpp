@@ -23,8 +23,8 @@ std::FILE *OpenForReading(const std::string &name) {
 
 }  // namespace
 
-OpenFile OpenRegularFile(const std::string &name, std::uint64_t *size, std::string *reason) {
-  OpenFile file(OpenForReading(name));
+OpenedFile OpenRegularFile(const std::string &name, std::uint64_t *size, std::string *reason) {
+  OpenedFile file(OpenForReading(name));
   const int error = errno;
 #ifdef _WIN32
   struct _stat64 status = {};

@@ -20,9 +20,9 @@ inline std::string HostName(const std::filesystem::path &file) {
 struct FileCloser {
   void operator()(std::FILE *file) const { std::fclose(file); }
 };
-using OpenFile = std::unique_ptr<std::FILE, FileCloser>;
+using OpenedFile = std::unique_ptr<std::FILE, FileCloser>;
 
 // Opens a regular file for reading and tells its size in bytes. Never waits, as the open of a FIFO would. Null for
 // anything else, with the reason in the form that follows a file's name: "is missing", "is a directory", "cannot be
 // read: ...".
-OpenFile OpenRegularFile(const std::string &name, std::uint64_t *size, std::string *reason);
+OpenedFile OpenRegularFile(const std::string &name, std::uint64_t *size, std::string *reason);

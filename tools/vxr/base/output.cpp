@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/architecture.h"
+
 namespace {
 
 bool WantsColour() {
@@ -52,7 +54,7 @@ std::string Printable(std::string_view text) {
   return clean;
 }
 
-std::vector<std::string> errors;
+std::vector<std::string> g_errors;
 
 }  // namespace
 
@@ -68,12 +70,12 @@ void PrintTitle(const std::string &text) {
 
 void PrintError(std::string_view message) {
   while (!message.empty() && message.back() == '\n') message.remove_suffix(1);
-  errors.push_back(Printable(message));
+  g_errors.push_back(Printable(message));
   std::fflush(stdout);
-  std::fprintf(stderr, "vxr: %s\n", errors.back().c_str());
+  std::fprintf(stderr, "vxr: %s\n", g_errors.back().c_str());
 }
 
-std::vector<std::string> TakeErrors() { return std::exchange(errors, {}); }
+std::vector<std::string> TakeErrors() { return std::exchange(g_errors, {}); }
 
 std::string TakeError() {
   const std::vector<std::string> taken = TakeErrors();
@@ -84,6 +86,23 @@ std::string Bytes(std::uint64_t size) {
   std::string digits = std::to_string(size);
   for (std::size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
   return digits + (size == 1 ? " byte" : " bytes");
+}
+
+std::string ArchitectureText(std::uint32_t architecture) {
+  switch (architecture) {
+    case kX86:
+      return "x86";
+    case kArm:
+      return "ARM";
+    case kIa64:
+      return "Itanium";
+    case kAmd64:
+      return "x64";
+    case kArm64:
+      return "ARM64";
+    default:
+      return "processor architecture " + std::to_string(architecture);
+  }
 }
 
 std::string Sentence(std::string text) {

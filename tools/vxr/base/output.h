@@ -32,6 +32,9 @@ std::string Bytes(std::uint64_t size);
 // "0x00FF0001".
 std::string Hexadecimal(std::uint32_t number);
 
+// "x64": a processor architecture by its usual name; by its number when it has none.
+std::string ArchitectureText(std::uint32_t architecture);
+
 // The text with a capital at its beginning and a full stop.
 std::string Sentence(std::string text);
 

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kHelp[] = "; see vxr fix-boot --help";
+constexpr char kSeeHelp[] = "; see vxr fix-boot --help";
 constexpr char kImageDisk[] = R"(\\.\PhysicalDrive0)";
 constexpr std::uint32_t kCheckLevel = 3;  // of the log's lines that say what was found
 
@@ -52,17 +52,18 @@ constexpr GeometryNumber kNumbers[] = {
     {"bytes", "bytes a sector", 512, 65536},
 };
 
-bool Refuse(const std::string &message) {
-  PrintError("--geometry: " + message + kHelp);
+bool RefuseGeometry(const std::string &message) {
+  PrintError("--geometry: " + message + kSeeHelp);
   return false;
 }
 
-bool ReadNumber(const GeometryNumber &number, std::string_view text, std::uint64_t *value) {
+bool ReadGeometryNumber(const GeometryNumber &number, std::string_view text, std::uint64_t *value) {
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), *value);
   const bool whole = failure == std::errc() && end == text.data() + text.size();
   if (whole && *value >= number.least && *value <= number.most) return true;
-  return Refuse(std::string(number.name) + " cannot be \"" + std::string(text) + "\"; give a whole number from " +
-                std::to_string(number.least) + " to " + std::to_string(number.most));
+  return RefuseGeometry(std::string(number.name) + " cannot be \"" + std::string(text) +
+                        "\"; give a whole number from " + std::to_string(number.least) + " to " +
+                        std::to_string(number.most));
 }
 
 // "C,H,S,B" as the inline table of a machine's text; nothing, after a message, when it is none.
@@ -73,15 +74,15 @@ std::optional<std::string> GeometryToml(std::string_view text) {
     const bool last = &number == std::end(kNumbers) - 1;
     const std::size_t comma = text.find(',');
     if ((comma == std::string_view::npos) != last) {
-      Refuse("give four numbers: cylinders, heads, sectors a track, bytes a sector, such as 1044,255,63,512");
+      RefuseGeometry("give four numbers: cylinders, heads, sectors a track, bytes a sector, such as 1044,255,63,512");
       return std::nullopt;
     }
-    if (!ReadNumber(number, text.substr(0, comma), &value)) return std::nullopt;
+    if (!ReadGeometryNumber(number, text.substr(0, comma), &value)) return std::nullopt;
     toml += (toml.empty() ? "{ " : ", ") + std::string(number.key) + " = " + std::to_string(value);
     text.remove_prefix(last ? 0 : comma + 1);
   }
   if ((value & (value - 1)) != 0) {
-    Refuse("bytes a sector cannot be " + std::to_string(value) + "; give a power of two, such as 512 or 4096");
+    RefuseGeometry("bytes a sector cannot be " + std::to_string(value) + "; give a power of two, such as 512 or 4096");
     return std::nullopt;
   }
   return toml + " }";
@@ -108,7 +109,7 @@ bool IsImage(const std::string &path) {
 
 // --- The repair -----------------------------------------------------------------------------------------------------
 
-void OnEvent(void *report, const VXRMachine_Event *event) { AddEvent(static_cast<BootReport *>(report), *event); }
+void OnRepairEvent(void *report, const VXRMachine_Event *event) { AddEvent(static_cast<BootReport *>(report), *event); }
 
 // Repairs the disk of the open machine that has this device name, then closes the machine. `shown`: its name for
 // people; the machine's observer fills the report.
@@ -134,13 +135,13 @@ int RepairImage(const FixBootOptions &options) {
   const std::string text =
       kImageMachine + ("image = " + machine::TomlString(options.disk)) + "\ngeometry = " + *geometry + "\n";
   BootReport report;
-  if (!OpenMachineText(text, options.disk, OnEvent, &report)) return kExitUsage;
+  if (!OpenMachineText(text, options.disk, OnRepairEvent, &report)) return kExitUsage;
   return Repair(kImageDisk, options.disk, report);
 }
 
 int RepairDisk(const FixBootOptions &options) {
   BootReport report;
-  if (!OpenMachine(options.machine, OnEvent, &report)) return kExitUsage;
+  if (!OpenMachine(options.machine, OnRepairEvent, &report)) return kExitUsage;
   if (!InCodePage(options.disk)) {
     CloseMachine();
     return kExitUsage;
@@ -152,11 +153,12 @@ int RepairDisk(const FixBootOptions &options) {
 
 int FixBootCommand(const FixBootOptions &options) {
   if (options.disk.empty()) {
-    PrintError(std::string("no disk is named; give its device name or its image") + kHelp);
+    PrintError(std::string("no disk is named; give its device name or its image") + kSeeHelp);
     return kExitUsage;
   }
   if (kDescribedMachines && options.machine.empty() && options.geometry.empty()) {
-    PrintError(std::string("name the disk's machine with --machine, or an image's geometry with --geometry") + kHelp);
+    PrintError(std::string("name the disk's machine with --machine, or an image's geometry with --geometry") +
+               kSeeHelp);
     return kExitUsage;
   }
   return options.geometry.empty() ? RepairDisk(options) : RepairImage(options);

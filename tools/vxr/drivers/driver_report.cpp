@@ -4,13 +4,12 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/architecture.h"
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
-
-Json TextOrNull(const std::string &text) { return text.empty() ? Json() : Json(text); }
 
 Json RowJson(const DriverRow &row) {
   Json refused;
@@ -23,9 +22,9 @@ Json RowJson(const DriverRow &row) {
           {"provider", row.provider},
           {"id", row.id},
           {"rank", Hexadecimal(row.rank)},
-          {"date", TextOrNull(row.date)},
+          {"date", OrNull(row.date)},
           {"version", row.version},
-          {"service", TextOrNull(row.service)},
+          {"service", OrNull(row.service)},
           {"refused", refused}};
 }
 

@@ -10,13 +10,11 @@
 
 namespace {
 
-constexpr char kHelp[] = "; see vxr drivers --help";
-
 bool CheckOptions(DriversOptions *given, DriverQuery *query) {
   const DriversOptions &options = *given;
   std::string problem;
   if (!ParseTarget(options.target, &query->target, &problem)) {
-    PrintError("--target " + options.target + ": " + problem + kHelp);
+    PrintError("--target " + options.target + ": " + problem + "; see vxr drivers --help");
     return false;
   }
   query->target.language = options.language;

@@ -48,7 +48,7 @@ struct Attempt {
   std::string detail, description;
 };
 
-void OnEvent(void *context, const VXRMachine_Event *event) {
+void OnAttemptEvent(void *context, const VXRMachine_Event *event) {
   Attempt *attempt = static_cast<Attempt *>(context);
   if (event->kind == VXRMACHINE_INF_REFUSED && event->type >= attempt->reason) {
     attempt->reason = event->type;
@@ -79,7 +79,7 @@ Attempt TryId(const std::string &inf, const std::string &id, VXR_EXTIMAGE *image
   const std::string ansiId = machine::Utf8ToAnsi(id, VXRMachine_CodePage());
   VXRMachine_SetValue(kSearchJobKey, "InfDir", inf.c_str());
   VXRMachine_SetValue(kSearchJobKey, "HardwareID", ansiId.c_str());
-  VXRMachine_SetObserver(OnEvent, &attempt);
+  VXRMachine_SetObserver(OnAttemptEvent, &attempt);
   attempt.taken = VXREng_RunVXR(kJob, 0, image, nullptr) == VXR_RESULT_SUCCESS;
   VXRMachine_SetObserver(nullptr, nullptr);
   return attempt;

@@ -1,11 +1,11 @@
 #include "tools/vxr/drivers/target_text.h"
 
-#include <charconv>
 #include <string_view>
 #include <vector>
 
 #include "platform/architecture.h"
 #include "platform/text/ansi_case.h"
+#include "tools/vxr/base/read_number.h"
 
 namespace {
 
@@ -19,14 +19,6 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
     if (end == std::string_view::npos) return parts;
     text.remove_prefix(end + 1);
   }
-}
-
-// Decimal, or hexadecimal behind 0x.
-bool ReadNumber(std::string_view text, std::uint32_t *number) {
-  const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-  if (hexadecimal) text.remove_prefix(2);
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), *number, hexadecimal ? 16 : 10);
-  return failure == std::errc() && end == text.data() + text.size();
 }
 
 bool ReadVersion(std::string_view text, VXRDRV_TARGET *target) {

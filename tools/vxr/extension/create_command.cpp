@@ -15,33 +15,33 @@ namespace {
 
 constexpr int kExitFailed = 9;  // as the library's result
 
-struct Outcome {
+struct Creation {
   std::uint32_t code = 0;
   unsigned codePage = 0;
   std::string hostPath;  // of the extension file
   CreateRecord record;
 };
 
-void OnEvent(void *context, const VXRMachine_Event *event) {
-  AddEvent(&static_cast<Outcome *>(context)->record, *event);
+void OnCreateEvent(void *context, const VXRMachine_Event *event) {
+  AddEvent(&static_cast<Creation *>(context)->record, *event);
 }
 
-const char *OrNull(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
+const char *NullIfEmpty(const std::string &text) { return text.empty() ? nullptr : text.c_str(); }
 
-void RecordOpenMachine(const CreateOptions &options, Outcome *outcome) {
+void RecordOpenMachine(const CreateOptions &options, Creation *outcome) {
   const std::string file = MachinePath(options.extension);
   const std::string includes = MachinePath(options.includes), map = MachinePath(options.map);
-  outcome->code = VXREng_CreateBMExtFile(file.c_str(), OrNull(includes), OrNull(map));
+  outcome->code = VXREng_CreateBMExtFile(file.c_str(), NullIfEmpty(includes), NullIfEmpty(map));
   outcome->codePage = VXRMachine_CodePage();
 }
 
 // Opens, records, closes. False, with a message, when the machine or the arguments cannot be used.
-bool RecordMachine(const CreateOptions &options, Outcome *outcome) {
+bool RecordMachine(const CreateOptions &options, Creation *outcome) {
   if (options.extension.empty()) {
     PrintError("the extension file has no name; name the file to write");
     return false;
   }
-  if (!OpenMachine(options.machine, OnEvent, outcome)) return false;
+  if (!OpenMachine(options.machine, OnCreateEvent, outcome)) return false;
   if (!PathInCodePage(options.extension) || !PathInCodePage(options.includes) || !PathInCodePage(options.map)) {
     CloseMachine();
     return false;
@@ -88,7 +88,7 @@ void PrintShortfalls(const char *title, const std::vector<CreateRecord::Shortfal
   }
 }
 
-void PrintSummary(const CreateOptions &options, const Outcome &outcome, const VXR_EXTIMAGE &image) {
+void PrintSummary(const CreateOptions &options, const Creation &outcome, const VXR_EXTIMAGE &image) {
   const CreateRecord &record = outcome.record;
   const bool hot = VxrGet32(image.Header.Magic) == VXR_EXT_MAGIC_HOT;
   PrintLine(options.extension + ": " + Bytes(sizeof image) +
@@ -112,7 +112,7 @@ void PrintSummary(const CreateOptions &options, const Outcome &outcome, const VX
 }  // namespace
 
 int CreateCommand(const CreateOptions &options) {
-  Outcome outcome;
+  Creation outcome;
   if (!RecordMachine(options, &outcome)) return kExitUsage;
   if (outcome.code != 0) {
     PrintError(ExplainFailure(outcome.record, options.extension, options.includes));

@@ -12,7 +12,7 @@ namespace {
 
 // The file's size in bytes; those of it that fit go into the image. False with the reason.
 bool ReadBytes(const std::string &path, VXR_EXTIMAGE *image, std::uint64_t *size, std::string *reason) {
-  const OpenFile file = OpenRegularFile(path, size, reason);
+  const OpenedFile file = OpenRegularFile(path, size, reason);
   if (file == nullptr) return false;
   std::setvbuf(file.get(), nullptr, _IONBF, 0);  // straight into the image, in one read
   const std::size_t wanted = std::min<std::uint64_t>(*size, sizeof *image);

@@ -1,10 +1,10 @@
 #include "tools/vxr/extension/query_names.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
 #include "platform/text/ansi_case.h"
+#include "tools/vxr/base/read_number.h"
 #include "tools/vxr/extension/extension_file.h"
 
 namespace {
@@ -60,13 +60,6 @@ const ClassName kClasses[] = {{VXREQ_Volume, "VXREQ_Volume", kVolumeItems},
 
 bool IsName(std::string_view text, const char *name) {
   return machine::SameUtf8(text, name) || machine::SameUtf8(text, ShortName(name));
-}
-
-bool ReadNumber(std::string_view text, std::uint32_t *number) {
-  const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
-  if (hexadecimal) text.remove_prefix(2);
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number, hexadecimal ? 16 : 10);
-  return error == std::errc() && end == text.data() + text.size() && !text.empty();
 }
 
 template <typename Named>

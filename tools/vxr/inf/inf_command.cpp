@@ -36,7 +36,7 @@ struct Line {
   std::vector<std::string> values;
 };
 
-std::vector<Line> Lines(machine::InfFile *inf, const machine::InfSection &section, unsigned codePage) {
+std::vector<Line> ShownLines(machine::InfFile *inf, const machine::InfSection &section, unsigned codePage) {
   std::vector<Line> lines;
   for (const machine::InfLine &line : section.lines) {
     const auto field = [&](std::uint32_t i) {
@@ -55,7 +55,7 @@ std::string Name(const machine::InfFile &inf, const machine::InfSection &section
 }
 
 // A value as it would have to be written: quoted when it holds what ends a value or a line.
-std::string Quoted(const std::string &value) {
+std::string AsWritten(const std::string &value) {
   const bool plain = !value.empty() && value.find_first_of(",;=\"") == std::string::npos && value.front() != ' ' &&
                      value.back() != ' ';
   if (plain) return value;
@@ -69,9 +69,9 @@ void PrintText(machine::InfFile *inf, unsigned codePage) {
     const machine::InfSection &section = machine::ParsedSection(inf, i);
     if (i != 0) PrintLine("");
     PrintLine("[" + Name(*inf, section, codePage) + "]", Style::kBold);
-    for (const Line &line : Lines(inf, section, codePage)) {
-      std::string row = line.key ? Quoted(*line.key) + " = " : "";
-      for (std::size_t v = 0; v < line.values.size(); ++v) row += (v == 0 ? "" : ", ") + Quoted(line.values[v]);
+    for (const Line &line : ShownLines(inf, section, codePage)) {
+      std::string row = line.key ? AsWritten(*line.key) + " = " : "";
+      for (std::size_t v = 0; v < line.values.size(); ++v) row += (v == 0 ? "" : ", ") + AsWritten(line.values[v]);
       PrintLine(row);
     }
   }
@@ -82,7 +82,7 @@ void PrintJson(machine::InfFile *inf, unsigned codePage) {
   for (std::uint32_t i = 0; i < inf->sections.size(); ++i) {
     const machine::InfSection &section = machine::ParsedSection(inf, i);
     Json lines = Json::array();
-    for (Line &line : Lines(inf, section, codePage)) {
+    for (Line &line : ShownLines(inf, section, codePage)) {
       lines.push_back({{"key", line.key ? Json(*line.key) : Json()}, {"fields", std::move(line.values)}});
     }
     sections.push_back({{"name", Name(*inf, section, codePage)}, {"lines", std::move(lines)}});

@@ -10,7 +10,7 @@ namespace {
 
 bool ReadBytes(const std::string &name, machine::InfBytes *bytes, std::string *reason) {
   std::uint64_t size = 0;
-  const OpenFile file = OpenRegularFile(name, &size, reason);
+  const OpenedFile file = OpenRegularFile(name, &size, reason);
   if (file == nullptr) return false;
   if (size > machine::kInfSizeMax) {
     *reason = "has " + Bytes(size) + ", more than the " + Bytes(machine::kInfSizeMax) + " of the largest INF file";

@@ -6,21 +6,6 @@
 
 using Json = nlohmann::ordered_json;
 
-const char *ArchitectureText(std::uint32_t architecture) {
-  switch (architecture) {
-    case 0:
-      return "x86";
-    case 5:
-      return "ARM";
-    case 6:
-      return "Itanium";
-    case 12:
-      return "ARM64";
-    default:
-      return "x64";
-  }
-}
-
 namespace {
 
 const char *ProductText(std::uint32_t product) {

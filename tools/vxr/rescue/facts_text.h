@@ -7,7 +7,6 @@
 
 void PrintSystem(const rescue::RestoredSystem &system);
 nlohmann::ordered_json SystemJson(const rescue::RestoredSystem &system);
-const char *ArchitectureText(std::uint32_t architecture);
 // The restored system, and the disks: those it is to start from, or `all`.
 void PrintFacts(const RescueFacts &facts, bool all);
 nlohmann::ordered_json ObstaclesJson(const RescueFacts &facts);

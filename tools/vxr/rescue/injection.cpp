@@ -56,7 +56,7 @@ struct Listener {
   Progress progress;
 };
 
-void OnEvent(void *context, const VXRMachine_Event *event) {
+void OnInjectionEvent(void *context, const VXRMachine_Event *event) {
   Listener *listener = static_cast<Listener *>(context);
   if (event->kind == VXRMACHINE_FILE_LEFT && listener->rehearsal) return;  // nothing was copied
   const std::string error = listener->record.firstError;
@@ -71,7 +71,7 @@ void OnEvent(void *context, const VXRMachine_Event *event) {
 }
 
 std::uint32_t Run(Listener *listener) {
-  VXRMachine_SetObserver(OnEvent, listener);
+  VXRMachine_SetObserver(OnInjectionEvent, listener);
   void *window = OpenStatusWindow();
   const std::uint32_t code = VXREng_RunVXR(rescue::kJob, 1, nullptr, window);
   VXREng_SetStatusWnd(nullptr, 0);
@@ -227,7 +227,7 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
   }
   Listener listener;
   injection->code = Run(&listener);
-  VXRMachine_SetObserver(OnEvent, &listener);
+  VXRMachine_SetObserver(OnInjectionEvent, &listener);
   CloseMachine();
   TakeResult(&listener, injection);
   injection->done = true;

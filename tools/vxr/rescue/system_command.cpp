@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "rescue/boot_drivers.h"
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/rescue/facts_text.h"
 #include "tools/vxr/rescue/rescue_facts.h"
@@ -27,7 +28,7 @@ std::string DriverState(const rescue::BootDriver &driver, const rescue::Restored
   if (driver.file.empty()) return "its file is missing";
   if (!driver.architecture) return "its file is no driver";
   if (*driver.architecture != system.architecture) {
-    return std::string("its file is for ") + ArchitectureText(*driver.architecture);
+    return "its file is for " + ArchitectureText(*driver.architecture);
   }
   return driver.version.empty() ? "present" : driver.version;
 }
@@ -66,9 +67,6 @@ void PrintDevices(const rescue::BootState &state, const rescue::RestoredSystem &
               named ? Style::kPlain : Style::kBad);
   }
 }
-
-Json OrNull(const std::optional<std::uint32_t> &number) { return number ? Json(*number) : Json(); }
-Json OrNull(const std::string &text) { return text.empty() ? Json() : Json(text); }
 
 void PrintJson(const RescueFacts &facts, const rescue::BootState &state) {
   Json drivers = Json::array(), devices = Json::array();

@@ -7,6 +7,7 @@
 
 #include "rescue/undo.h"
 #include "tools/vxr/base/host_file.h"
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/rescue/rescue_facts.h"
@@ -30,8 +31,6 @@ bool Any(const UndoFolder &undo, UndoState state) {
   return std::any_of(undo.entries.begin(), undo.entries.end(),
                      [state](const UndoEntry &entry) { return entry.state == state; });
 }
-
-Json OrNull(const std::string &text) { return text.empty() ? Json() : Json(text); }
 
 // The document's time, program and folder; null where they are not known.
 Json HeadJson(const UndoFolder &undo) {

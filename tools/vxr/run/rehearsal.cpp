@@ -17,7 +17,7 @@ constexpr char kCheckRootPath[] =
     "restored Windows directory.";
 
 // A rehearsal has no log file to look into: each failure brings the log's first error line.
-void OnEvent(void *context, const VXRMachine_Event *event) {
+void OnRehearsalEvent(void *context, const VXRMachine_Event *event) {
   RunRecord *record = static_cast<RunRecord *>(context);
   const std::string error = record->firstError;
   AddEvent(record, *event);
@@ -159,7 +159,7 @@ Rehearsal RehearseInjection(std::uint32_t job, RunRecord *verified) {
   Rehearsal rehearsal;
   VXRDbg_Cleanup();
   if (!VXRMachine_Rehearse(1)) return rehearsal;
-  VXRMachine_SetObserver(OnEvent, &rehearsal.record);
+  VXRMachine_SetObserver(OnRehearsalEvent, &rehearsal.record);
   void *window = OpenStatusWindow();
   rehearsal.code = VXREng_RunVXR(job, 1, nullptr, window);
   VXREng_SetStatusWnd(nullptr, 0);

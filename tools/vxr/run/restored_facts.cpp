@@ -94,19 +94,6 @@ std::optional<bool> HasDriverDatabase(const std::string &systemDirectory) {
 
 // --- For people ------------------------------------------------------------------------------------------------------
 
-std::string ArchitectureText(std::uint32_t architecture) {
-  switch (architecture) {
-    case 0:
-      return "x86";
-    case 6:
-      return "Itanium";
-    case 9:
-      return "x64";
-    default:
-      return "processor architecture " + std::to_string(architecture);
-  }
-}
-
 // What the restored system says against a version, by the best witness that there is; empty when nothing does.
 std::string Objection(const std::string &systemDirectory, const SystemVersion &version) {
   if (const auto kernel = KernelVersion(systemDirectory)) {

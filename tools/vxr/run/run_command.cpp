@@ -18,13 +18,13 @@
 
 namespace {
 
-struct Host {
+struct RunHost {
   RunRecord record;
   bool showLines = true;
 };
 
-void OnEvent(void *context, const VXRMachine_Event *event) {
-  Host *host = static_cast<Host *>(context);
+void OnRunEvent(void *context, const VXRMachine_Event *event) {
+  RunHost *host = static_cast<RunHost *>(context);
   AddEvent(&host->record, *event);
   if (event->kind == VXRMACHINE_STATUS_LINE && host->showLines) PrintStatusLine(host->record.lines.back());
 }
@@ -51,8 +51,8 @@ bool SetChoices(const RunOptions &options) {
 }
 
 // Opens, runs, closes. False, with a message, when the machine cannot be used.
-bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
-  if (!OpenMachine(options.machine, OnEvent, host)) return false;
+bool RunOnMachine(const RunOptions &options, RunHost *host, RunOutcome *outcome) {
+  if (!OpenMachine(options.machine, OnRunEvent, host)) return false;
   if (!SetChoices(options)) {
     CloseMachine();
     return false;
@@ -61,7 +61,7 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
   VXRMachine_SetObserver(nullptr, nullptr);  // what the look meets is not the run's
   const JobFacts facts = ReadJobFacts(options.job);
   host->record.contradictions = FindContradictions(facts);
-  VXRMachine_SetObserver(OnEvent, host);
+  VXRMachine_SetObserver(OnRunEvent, host);
 #endif
   void *window = OpenStatusWindow();
   outcome->code = VXREng_RunVXR(options.job, options.verify ? 0 : 1, nullptr, window);
@@ -73,7 +73,7 @@ bool RunOnMachine(const RunOptions &options, Host *host, RunOutcome *outcome) {
 #endif
   if (options.verify && WorthRehearsing(outcome->code)) {
     outcome->rehearsal = RehearseInjection(options.job, &host->record);
-    VXRMachine_SetObserver(OnEvent, host);
+    VXRMachine_SetObserver(OnRunEvent, host);
   }
   CloseMachine();
   outcome->exitStatus = ExitStatus(outcome->code, host->record);
@@ -87,7 +87,7 @@ int RunCommand(const RunOptions &options) {
 #ifdef SIGPIPE
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
 #endif
-  Host host;
+  RunHost host;
   host.showLines = !options.json;
   RunOutcome outcome{};
   if (!RunOnMachine(options, &host, &outcome)) return kExitUsage;

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/run/choice_text.h"
@@ -10,13 +11,10 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-// Absent texts are null, so that a program need not tell "" from "nothing".
-Json TextOrNull(const std::string &text) { return text.empty() ? Json() : Json(text); }
-
 Json StatusLines(const RunRecord &record) {
   Json list = Json::array();
   for (const StatusLine &line : record.lines) {
-    list.push_back({{"text", line.text}, {"code", line.code}, {"log", TextOrNull(line.cause)}});
+    list.push_back({{"text", line.text}, {"code", line.code}, {"log", OrNull(line.cause)}});
   }
   return list;
 }
@@ -48,7 +46,7 @@ Json Files(const RunOptions &options, const RunRecord &record, bool rehearsed) {
   Json list = Json::array();
   for (const CopyRecord &copy : record.copies) {
     const char *state = copy.copied ? "copied" : copy.reason.empty() ? found : failed;
-    Json file = {{"state", state}, {"target", copy.target}, {"source", TextOrNull(copy.source)}};
+    Json file = {{"state", state}, {"target", copy.target}, {"source", OrNull(copy.source)}};
     if (copy.size && copy.reason.empty()) file["size"] = *copy.size;
     if (copy.reason.empty()) file["left_over"] = copy.use == CopyUse::kLeftOver;
     if (!copy.reason.empty()) {
@@ -96,9 +94,9 @@ void AddHives(const char *const (&states)[5], const RunRecord &record, Json *lis
   for (const HiveRecord &hive : record.hives) {
     Json entry = {{"state", states[static_cast<int>(hive.outcome)]},
                   {"file", hive.file},
-                  {"mount_point", TextOrNull(hive.mountPoint)}};
+                  {"mount_point", OrNull(hive.mountPoint)}};
     if (hive.size != 0) entry["size"] = hive.size;
-    entry["replay"] = TextOrNull(hive.replay);
+    entry["replay"] = OrNull(hive.replay);
     if (!hive.reason.empty()) entry["reason"] = hive.reason;
     list->push_back(std::move(entry));
   }
@@ -117,7 +115,7 @@ Json RehearsalOf(const Rehearsal &rehearsal) {
   if (!rehearsal.done) return Json();
   Json problems = Json::array();
   for (const RehearsalProblem &problem : rehearsal.problems) {
-    problems.push_back({{"file", TextOrNull(problem.file)}, {"problem", problem.text}, {"advice", problem.advice}});
+    problems.push_back({{"file", OrNull(problem.file)}, {"problem", problem.text}, {"advice", problem.advice}});
   }
   return {{"result", rehearsal.code}, {"problems", problems}};
 }
@@ -151,7 +149,7 @@ Json RunJson(const RunRecord &record) {
           {"hives", Hives(kOutcome, record)},
           {"refused_paths", RefusedPaths(record)},
           {"problems", record.problems},
-          {"log_file", TextOrNull(record.logFile)}};
+          {"log_file", OrNull(record.logFile)}};
 }
 
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record) {
@@ -161,7 +159,7 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"mode", options.verify ? "verification" : "injection"},
                          {"result", outcome.code},
                          {"meaning", entry.meaning},
-                         {"advice", TextOrNull(AdviceFor(outcome.code, record))},
+                         {"advice", OrNull(AdviceFor(outcome.code, record))},
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
@@ -175,8 +173,8 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"refused_paths", RefusedPaths(record)},
                          {"contradictions", record.contradictions},
                          {"problems", record.problems},
-                         {"named_id_problem", TextOrNull(record.namedIdProblem)},
-                         {"boot_disk_problem", TextOrNull(record.scanProblem)},
-                         {"log_file", TextOrNull(record.logFile)}};
+                         {"named_id_problem", OrNull(record.namedIdProblem)},
+                         {"boot_disk_problem", OrNull(record.scanProblem)},
+                         {"log_file", OrNull(record.logFile)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
