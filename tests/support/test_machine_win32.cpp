@@ -199,6 +199,7 @@ void MachineTest::Open(const std::string &rest, const std::string &system) {
   open = true;
   window = MakeWindow();
   ASSERT_NE(window, nullptr);
+  VXRDbg_Cleanup();  // which a test without a machine may have begun, at another level
   // What the log and the system open once for good is open from here on: with a process's first object that has a name,
   // its first mapping here, the system opens the folder of all names too.
   VXRDbg_Initialize(5, 0, nullptr);
