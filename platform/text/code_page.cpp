@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/text/ansi_case.h"
 #include "platform/text/code_page_table.h"
 #include "platform/text/utf.h"
 

@@ -5,6 +5,8 @@
 #include <map>
 #include <set>
 
+#include "tests/support/hive_builder.h"
+
 namespace {
 
 constexpr uint32_t kNoCell = 0xFFFFFFFF;
