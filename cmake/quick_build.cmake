@@ -1,7 +1,7 @@
 # A whole build in half of the time: several files of a target are compiled as one, and headers of others that most files
 # include are compiled once for each set of options that they are used with. None of ours: a change of one of them must
 # not build all again. The names in files of one target differ for that, also those that stand in no header; and a file
-# still includes what it uses: scripts/lint and the fuzzers take each by itself.
+# still includes what it uses: scripts/lint and the preset release take each by itself.
 
 function(vxr_quick_build)
   set(common algorithm array charconv cstdint cstdio cstring filesystem functional map memory optional set string
@@ -38,10 +38,10 @@ function(vxr_quick_build)
       endif()
     endforeach()
   endforeach()
-  # Each unit of these makes its own of the JSON library's templates, which takes seconds.
+  # Few units, since each makes the templates of the JSON library anew, which takes seconds.
   set_target_properties(vxr PROPERTIES UNITY_BUILD_BATCH_SIZE 20)
   if(WIN32)
-    # Of which vxr links the files that do not log, and no others.
+    # File by file, since vxr links those of its objects that do not log, and no others.
     set_target_properties(vxr_package PROPERTIES UNITY_BUILD OFF)
   endif()
 endfunction()

@@ -56,26 +56,9 @@ void DecideBuild(const Witnesses &witnesses, RestoredSystem *system) {
   }
 }
 
-const char *ProcessorName(std::uint32_t architecture) {
-  switch (architecture) {
-    case kX86:
-      return "x86";
-    case kArm:
-      return "ARM";
-    case kIa64:
-      return "IA64";
-    case kAmd64:
-      return "AMD64";
-    case kArm64:
-      return "ARM64";
-    default:
-      return "";
-  }
-}
-
 std::optional<std::uint32_t> ArchitectureNamed(const std::string &name) {
   for (const NamedArchitecture &each : kArchitectures) {
-    if (machine::SameUtf8(name, each.name)) return each.architecture;
+    if (machine::SameUtf8(name, each.variable)) return each.architecture;
   }
   return std::nullopt;
 }
@@ -84,7 +67,8 @@ void DecideArchitecture(const Witnesses &witnesses, RestoredSystem *system) {
   const auto &kernel = witnesses.kernel.architecture;
   const auto named = ArchitectureNamed(witnesses.processor);
   system->architecture = kernel ? *kernel : named.value_or(witnesses.runs32BitPrograms ? kAmd64 : kX86);
-  const std::string is = ProcessorName(system->architecture);
+  const NamedArchitecture *known = FindArchitecture(system->architecture);
+  const std::string is = known == nullptr ? "" : known->variable;
   if (!kernel) Doubt(system, "its ntoskrnl.exe does not tell its processor, which is taken for " + is);
   if (kernel && named && *kernel != *named) {
     Doubt(system, "its ntoskrnl.exe is for " + is + ", its SYSTEM hive says " + witnesses.processor +

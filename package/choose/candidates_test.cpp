@@ -2,6 +2,7 @@
 #include "package/choose/candidates.h"
 
 #include "tests/support/pe_builder.h"
+#include "tests/support/targets.h"
 #include "tests/support/test_machine.h"
 
 namespace package {
@@ -64,7 +65,7 @@ class CandidatesTest : public MachineTest {
               "stray text\r\n[Version]\r\nSignature = $Chicago$\r\nDriverVer = " + date + "\r\n" + body + kInstall);
   }
   // What the folder offers: "file models section service or refusal rank".
-  std::vector<std::string> Offers(const DeviceIds &device, const Target &target = {10, 0, 19045, kAmd64}) {
+  std::vector<std::string> Offers(const DeviceIds &device, const Target &target = k10) {
     Index index = MakeIndex(target);
     AddDirectory(&index, "X:\\pack\\", false);
     AddDirectory(&index, "x:\\PACK\\sub", false);  // stands in it already

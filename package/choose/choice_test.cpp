@@ -3,6 +3,7 @@
 
 #include "package/choose/models.h"
 #include "package/choose/rank.h"
+#include "tests/support/targets.h"
 
 namespace package {
 namespace {
@@ -17,14 +18,12 @@ std::vector<std::string> Split(const std::string &list) {
   return texts;
 }
 
-const Target kXp = {5, 1, 2600, kX86};
 const Target kXpDataCenter = {5, 1, 2600, kX86, 3, 0x80};
 const Target kServer2003 = {5, 2, 3790, kAmd64, 3};
 const Target kXpItanium = {5, 1, 2600, kIa64};
 const Target k7 = {6, 1, 7601, kAmd64};
 const Target k81 = {6, 3, 9600, kAmd64};
 const Target k10First = {10, 0, 10586, kAmd64};
-const Target k10 = {10, 0, 19045, kAmd64};
 const Target k11 = {10, 0, 26100, kAmd64};
 const Target kServer2022 = {10, 0, 20348, kAmd64, 3};
 const Target kController2022 = {10, 0, 20348, kAmd64, 2};

@@ -14,7 +14,7 @@ constexpr DWORD kKeepDependencies = 0x80, kKeepDescription = 0x100, kKeepBootFla
 constexpr DWORD kTagToFront = 0x1;
 
 constexpr DWORD kBootStart = 0, kSystemStart = 1, kDemandStart = 3;
-constexpr DWORD kUsualType = 1, kNormalError = 1;  // a kernel driver
+constexpr DWORD kNormalError = 1;
 
 // A service's key while its values are written.
 struct ServiceWriter {

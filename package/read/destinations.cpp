@@ -115,10 +115,7 @@ bool BinaryName(const std::string &binary, std::string *name) {
   return false;
 }
 
-bool IsDriver(const ServiceLines &service) {
-  constexpr DWORD kKernelDriver = 1;  // what a service is that does not say
-  return (service.type.value_or(kKernelDriver) & kDriverTypes) != 0;
-}
+bool IsDriver(const ServiceLines &service) { return (service.type.value_or(kUsualType) & kDriverTypes) != 0; }
 
 bool DriverName(const ServiceLines &service, std::string *name) {
   return IsDriver(service) && BinaryName(service.binary, name);

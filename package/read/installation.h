@@ -43,6 +43,7 @@ struct ServiceLines {
 };
 inline constexpr DWORD kFunctionDriver = 0x2;  // SPSVCINST_ASSOCSERVICE
 inline constexpr DWORD kDriverTypes = 0xB;     // of a service's type: kernel, file system, recognizer
+inline constexpr DWORD kUsualType = 0x1;       // a kernel driver: what a service is that does not say
 
 struct Installation {
   std::vector<InfSource> infs;  // the driver's own first, then those that Include named

@@ -6,6 +6,7 @@
 #include "package/choose/models.h"
 #include "package/read/sources.h"
 #include "tests/support/pe_builder.h"
+#include "tests/support/targets.h"
 #include "tests/support/test_machine.h"
 
 namespace package {
@@ -14,8 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kSigned[] = "[Version]\nSignature = \"$Windows NT$\"\n";
-const Target kWindowsXp = {5, 1, 2600, kX86};
-const Target kWindows10 = {10, 0, 19045, kAmd64};
 const IncludePlaces kIncludes = {"D:\\Windows\\inf", "D:\\Windows\\System32\\DriverStore\\FileRepository"};
 const RestoredPlaces kPlaces = {"D:", "D:\\Windows", "D:\\Windows\\System32", "D:\\Windows\\inf"};
 
@@ -122,14 +121,14 @@ TEST_F(InstallationTest, ReadsWhatASectionAsksFor) {
         "The section [NO_DRV.Services] that is needed is not found."}},
   };
   for (const auto &c : kCases) {
-    ASSERT_TRUE(Read(c.text, kWindows10)) << c.text << reason;
+    ASSERT_TRUE(Read(c.text, k10)) << c.text << reason;
     EXPECT_EQ(Found(), c.shown) << c.text;
     EXPECT_EQ(found.notes, c.notes) << c.text;
   }
-  ASSERT_TRUE(Read("[Inst]\n[Inst.NTx86]\n[Inst.NTamd64]\n", kWindowsXp));
+  ASSERT_TRUE(Read("[Inst]\n[Inst.NTx86]\n[Inst.NTamd64]\n", kXp));
   EXPECT_EQ(found.section, "Inst.NTx86");
-  EXPECT_FALSE(Read("[Inst.NTx86]\n", kWindows10));
-  EXPECT_FALSE(Read("[]\n", kWindows10, ""));
+  EXPECT_FALSE(Read("[Inst.NTx86]\n", k10));
+  EXPECT_FALSE(Read("[]\n", k10, ""));
 }
 
 TEST_F(InstallationTest, ReadsScoreVersionCatalogueAndExcludedIds) {
@@ -137,11 +136,11 @@ TEST_F(InstallationTest, ReadsScoreVersionCatalogueAndExcludedIds) {
       Read("DriverVer=01/02/2003,1.2\nCatalogFile=p.cat\nCatalogFile.NT=nt.cat\nCatalogFile.NTx86=x.cat\n"
            "[Inst]\nFeatureScore=80\nFeatureScore=1\nExcludeID=A\\1,%E%\nExcludeID=B\nNeeds=Other\n"
            "[Other]\nDriverVer=05/06/2007,9\n[Strings]\nE=A\\2\n",
-           kWindows10));
+           k10));
   EXPECT_EQ(found.featureScore, 0x80u);
   EXPECT_EQ(Joined(found.excludedIds), "A\\1|A\\2|B");
   EXPECT_EQ(found.catalog + " " + found.date + " " + found.version, "nt.cat 01/02/2003 1.2");
-  ASSERT_TRUE(Read("DriverVer=01/02/2003,1.2\n[Inst]\nFeatureScore=0x1FF\nDriverVer=03/04/2005\n", kWindows10));
+  ASSERT_TRUE(Read("DriverVer=01/02/2003,1.2\n[Inst]\nFeatureScore=0x1FF\nDriverVer=03/04/2005\n", k10));
   EXPECT_EQ(found.featureScore, 0xFFu);
   EXPECT_EQ(found.date + " " + found.version, "03/04/2005 ");
 }
@@ -159,20 +158,20 @@ TEST_F(InstallationTest, TakesNeededSectionsOfTheRestoredSystem) {
   ASSERT_TRUE(
       Read("[Inst]\nInclude=BASE.inf,stored.inf\nNeeds=B,T\nAddReg=R\n[R]\nHKR,%Own%\n[Inst.Services]\n"
            "Include=base.inf\nNeeds=B.Services\n[Strings]\nOwn=mine\n",
-           kWindows10));
+           k10));
   const std::string stored = "D:\\Windows\\System32\\DriverStore\\FileRepository\\stored.inf_amd64_22";
   EXPECT_EQ(Found(), "[Inst] L:t.sys<t.sys,0@" + stored +
                          "\\stored.inf +HKR|base| +HKR|mine| base(2) -,-,-,- %12%\\b.sys|||| +");
   EXPECT_EQ(Joined(found.includes), "BASE.inf|stored.inf");
   EXPECT_EQ(FunctionDriver(found)->inf, 1u);
-  EXPECT_EQ(FindSource(found.infs[2], "t.sys", kWindows10).path, stored + "\\t.sys");
+  EXPECT_EQ(FindSource(found.infs[2], "t.sys", k10).path, stored + "\\t.sys");
   // Files of an inbox INF file: in its system, else in that system's store.
-  EXPECT_EQ(FindSource(found.infs[1], "b.sys", kWindows10).state, SourceState::kMissing);
+  EXPECT_EQ(FindSource(found.infs[1], "b.sys", k10).state, SourceState::kMissing);
   WriteFile(store + "base.inf_amd64_1/b.sys", "12");
-  EXPECT_EQ(FindSource(found.infs[1], "b.sys", kWindows10).path,
+  EXPECT_EQ(FindSource(found.infs[1], "b.sys", k10).path,
             "D:\\Windows\\System32\\DriverStore\\FileRepository\\base.inf_amd64_1\\b.sys");
   WriteFile("restored/Windows/System32/drivers/B.sys", "123");
-  EXPECT_EQ(FindSource(found.infs[1], "b.sys", kWindows10).size, 3u);
+  EXPECT_EQ(FindSource(found.infs[1], "b.sys", k10).size, 3u);
 }
 
 TEST_F(InstallationTest, RefusesWhatAsksForMoreThanAnyDriver) {
@@ -180,7 +179,7 @@ TEST_F(InstallationTest, RefusesWhatAsksForMoreThanAnyDriver) {
   for (int i = 0; i < 3000; ++i) text += "AddService=a,,S\n";
   text += "[S]\nAddReg=R\n[R]\n";
   for (int i = 0; i < 3000; ++i) text += "%A%,,,,%A%\n";
-  EXPECT_FALSE(Read(text + "[Strings]\nA=" + std::string(4000, 'x') + "\n", kWindows10));
+  EXPECT_FALSE(Read(text + "[Strings]\nA=" + std::string(4000, 'x') + "\n", k10));
   EXPECT_LT(found.services.size(), 3u);
 }
 
@@ -197,7 +196,7 @@ TEST_F(InstallationTest, FindsSourcesWhereThePackageDeclaresThem) {
       "one.sys=9,sub\nbeside.sys=2\nzipped.sys=2\nloose.sys=2\npacked.sys=3\nflagged.sys=4\noutside.sys=5\n"
       "absent.sys=1,..\\..\nkstore2.sys=6,pack\n[SourceDisksFiles.amd64]\nKSTORE.sys=1,win10,77\n"
       "[SourceDisksFiles.ntamd64]\nbeside.sys=1\n",
-      kWindows10));
+      k10));
   const struct {
     const char *name;
     SourceState state;
@@ -221,7 +220,7 @@ TEST_F(InstallationTest, FindsSourcesWhereThePackageDeclaresThem) {
       {"", SourceState::kMissing, "", false},
   };
   for (const auto &c : kCases) {
-    const SourceFile source = FindSource(inf, c.name, kWindows10);
+    const SourceFile source = FindSource(inf, c.name, k10);
     EXPECT_EQ(source.state, c.state) << c.name;
     EXPECT_EQ(source.path, *c.path == '\0' ? "X:\\pack" : "X:\\pack\\" + std::string(c.path)) << c.name;
     EXPECT_EQ(source.elsewhere, c.elsewhere) << c.name;
@@ -233,7 +232,7 @@ TEST_F(InstallationTest, PutsFilesWhereTheirListsGo) {
       Read("[Inst]\n[DestinationDirs]\nDefaultDestDir=12\nA=10,system32\\kst\nB=13\nC=16426,\\Kst\nD=24\nE=53\nF=-1,"
            "\"C:\\\"\n"
            "G=11,..\\..\nH=%12%\nI=10,con\nJ=16409\nK=17\nL=16384\nM\n",
-           kWindows10));
+           k10));
   const struct {
     const char *list, *target;
     const char *path = nullptr;  // none: refused
@@ -262,7 +261,7 @@ TEST_F(InstallationTest, PutsFilesWhereTheirListsGo) {
     EXPECT_TRUE(c.path == nullptr || path == c.path) << path;
   }
   EXPECT_FALSE(ResolveTarget(inf, {"", "a.sys", ""}, {}, &path, &reason));
-  ASSERT_TRUE(Read("[Inst]\n", kWindows10));
+  ASSERT_TRUE(Read("[Inst]\n", k10));
   EXPECT_TRUE(ResolveTarget(inf, {"", "a.sys", "", 0, true}, kPlaces, &path, &reason));
   EXPECT_EQ(path, "D:\\Windows\\System32\\drivers\\a.sys");
   EXPECT_TRUE(ResolveTarget(inf, {"", "a.sys", ""}, kPlaces, &path, &reason));
@@ -322,7 +321,7 @@ TEST_F(InstallationTest, ReadsTheHeadersOfAnImage) {
     return ReadImageFacts("X:\\image.sys", &facts);
   };
   ASSERT_TRUE(read(image));
-  EXPECT_EQ(facts.machine, ImageMachine(kWindows10));
+  EXPECT_EQ(facts.machine, ImageMachine(k10));
   EXPECT_EQ(facts.subsystemMajor * 10 + facts.subsystemMinor, 61);
   EXPECT_TRUE(facts.signedInside);
   const struct {
@@ -364,11 +363,11 @@ TEST_F(InstallationTest, ReadsRealFiles) {
   for (const auto &entry : fs::recursive_directory_iterator(fs::path(corpus) / "inf")) {
     if (entry.path().extension() != ".inf" && entry.path().extension() != ".inx") continue;
     fs::copy_file(entry.path(), Host("ram/real.inf"), fs::copy_options::overwrite_existing);
-    if (!ReadInfSource("X:\\real.inf", SettingsFor(kWindows10), &inf, &reason)) continue;
+    if (!ReadInfSource("X:\\real.inf", SettingsFor(k10), &inf, &reason)) continue;
     ++files;
     for (std::uint32_t s = 0; s < inf.file->sections.size(); ++s) {
       const std::string name(machine::SectionName(*inf.file, machine::ParsedSection(inf.file.get(), s)));
-      if (!ReadInstallation(inf, name, kWindows10, kIncludes, &found, &reason)) continue;
+      if (!ReadInstallation(inf, name, k10, kIncludes, &found, &reason)) continue;
       ++installations;
       std::string binary;
       const ServiceLines *driver = FunctionDriver(found);

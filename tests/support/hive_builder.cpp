@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr uint32_t kNone = 0xFFFFFFFF;
 constexpr size_t kBinSize = 4096;
 constexpr size_t kBinHeader = 32;
 constexpr uint64_t kTime = 0x01CB8E3E29B4F000;  // 2010-11-28, any day will do
@@ -168,7 +167,7 @@ uint32_t AddValue(Bins *bins, const std::u16string &name, const Value &value) {
 }
 
 uint32_t AddValues(Bins *bins, const Key &key) {
-  if (key.values.empty()) return kNone;
+  if (key.values.empty()) return kNoCell;
   std::vector<uint8_t> list(4 * key.values.size());
   size_t at = 0;
   for (const auto &[name, value] : key.values) {
@@ -182,7 +181,7 @@ uint32_t AddKey(Bins *bins, const std::u16string &name, const Key &key, uint32_t
                 uint32_t keys);
 
 uint32_t AddChildren(Bins *bins, const Key &key, uint32_t parent, uint32_t *security) {
-  if (key.children.empty()) return kNone;
+  if (key.children.empty()) return kNoCell;
   std::vector<uint8_t> list(4 + 8 * key.children.size());
   PutTag(&list, 0, "lh");
   Put16(&list, 2, static_cast<uint32_t>(key.children.size()));
@@ -206,9 +205,9 @@ uint32_t AddKey(Bins *bins, const std::u16string &name, const Key &key, uint32_t
   PutTime(&cell, 4);
   Put32(&cell, 16, parent);
   Put32(&cell, 20, static_cast<uint32_t>(key.children.size()));
-  Put32(&cell, 32, kNone);
+  Put32(&cell, 32, kNoCell);
   Put32(&cell, 36, static_cast<uint32_t>(key.values.size()));
-  Put32(&cell, 48, kNone);
+  Put32(&cell, 48, kNoCell);
   size_t longestKey = 0, longestName = 0, longestData = 0;
   for (const auto &[childName, child] : key.children) longestKey = std::max(longestKey, 2 * childName.size());
   for (const auto &[valueName, value] : key.values) {
@@ -271,8 +270,8 @@ std::vector<uint8_t> BuildHive(const std::vector<HiveValue> &values) {
       key->values[machine::Utf8ToUtf16(value.name)] = {value.type, value.data};
   }
   Bins bins;
-  uint32_t security = kNone;
-  const uint32_t rootCell = AddKey(&bins, u"ROOT", root, kNone, &security, CountKeys(root));
+  uint32_t security = kNoCell;
+  const uint32_t rootCell = AddKey(&bins, u"ROOT", root, kNoCell, &security, CountKeys(root));
   bins.CloseBin();
 
   std::vector<uint8_t> hive(4096);

@@ -15,6 +15,8 @@ struct HiveValue {
   std::vector<uint8_t> data;  // as stored; at most 16,344 bytes
 };
 
+inline constexpr uint32_t kNoCell = 0xFFFFFFFF;  // in the place of an offset
+
 // The letter as hives compare and hash it: Latin-1 in upper case, others as they are.
 char16_t HiveUpper(char16_t c);
 

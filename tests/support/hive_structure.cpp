@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr uint32_t kNoCell = 0xFFFFFFFF;
-
 struct Cell {
   uint32_t size = 0;  // without the size field
   bool used = false;
@@ -49,7 +47,7 @@ bool ReadBaseBlock(Walk *walk, uint32_t *root) {
   if (hive.size() < 8192 || std::memcmp(hive.data(), "regf", 4) != 0) return Fail(walk, "no hive", 0);
   uint32_t sum = 0;
   for (size_t at = 0; at < 508; at += 4) sum ^= Get32(&hive[at]);
-  if (sum == kNoCell) sum = kNoCell - 1;
+  if (sum == 0xFFFFFFFF) sum = 0xFFFFFFFE;
   if (sum == 0) sum = 1;
   if (sum != Get32(&hive[508])) return Fail(walk, "a wrong checksum", 508);
   if (Get32(&hive[4]) != Get32(&hive[8])) return Fail(walk, "two sequence numbers", 4);

@@ -1,7 +1,6 @@
 // Values of the JSON documents that commands print.
 #pragma once
 
-#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -10,6 +9,7 @@
 inline nlohmann::ordered_json OrNull(const std::string &text) {
   return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
 }
-inline nlohmann::ordered_json OrNull(const std::optional<std::uint32_t> &number) {
-  return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json();
+template <typename Value>
+nlohmann::ordered_json OrNull(const std::optional<Value> &value) {
+  return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
 }

@@ -89,20 +89,8 @@ std::string Bytes(std::uint64_t size) {
 }
 
 std::string ArchitectureText(std::uint32_t architecture) {
-  switch (architecture) {
-    case kX86:
-      return "x86";
-    case kArm:
-      return "ARM";
-    case kIa64:
-      return "Itanium";
-    case kAmd64:
-      return "x64";
-    case kArm64:
-      return "ARM64";
-    default:
-      return "processor architecture " + std::to_string(architecture);
-  }
+  const NamedArchitecture *known = FindArchitecture(architecture);
+  return known == nullptr ? "processor architecture " + std::to_string(architecture) : known->usual;
 }
 
 std::string Sentence(std::string text) {

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kSeeHelp[] = "; see vxr fix-boot --help";
+constexpr char kHelp[] = "; see vxr fix-boot --help";
 constexpr char kImageDisk[] = R"(\\.\PhysicalDrive0)";
 constexpr std::uint32_t kCheckLevel = 3;  // of the log's lines that say what was found
 
@@ -53,7 +53,7 @@ constexpr GeometryNumber kNumbers[] = {
 };
 
 bool RefuseGeometry(const std::string &message) {
-  PrintError("--geometry: " + message + kSeeHelp);
+  PrintError("--geometry: " + message + kHelp);
   return false;
 }
 
@@ -153,12 +153,11 @@ int RepairDisk(const FixBootOptions &options) {
 
 int FixBootCommand(const FixBootOptions &options) {
   if (options.disk.empty()) {
-    PrintError(std::string("no disk is named; give its device name or its image") + kSeeHelp);
+    PrintError(std::string("no disk is named; give its device name or its image") + kHelp);
     return kExitUsage;
   }
   if (kDescribedMachines && options.machine.empty() && options.geometry.empty()) {
-    PrintError(std::string("name the disk's machine with --machine, or an image's geometry with --geometry") +
-               kSeeHelp);
+    PrintError(std::string("name the disk's machine with --machine, or an image's geometry with --geometry") + kHelp);
     return kExitUsage;
   }
   return options.geometry.empty() ? RepairDisk(options) : RepairImage(options);

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/hive/hive_facts.h"
 
@@ -38,8 +39,8 @@ void PrintLog(const LogFacts &log, bool needed) {
 Json LogJson(const LogFacts &log) {
   Json json = {{"name", log.name},
                {"size", log.size},
-               {"format", log.format.empty() ? Json() : Json(log.format)},
-               {"number", log.number ? Json(*log.number) : Json()},
+               {"format", OrNull(log.format)},
+               {"number", OrNull(log.number)},
                {"entries", log.entries}};
   if (log.entries != 0) {
     json["first"] = log.first;
@@ -70,7 +71,6 @@ void PrintHiveText(const HiveFacts &facts) {
 void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitStatus) {
   Json logs = Json::array();
   for (const LogFacts &log : facts.logs) logs.push_back(LogJson(log));
-  const auto orNull = [](const std::string &text) { return text.empty() ? Json() : Json(text); };
   Json document = {{"file", facts.file},
                    {"size", facts.size},
                    {"version", std::to_string(facts.major) + "." + std::to_string(facts.minor)},
@@ -78,13 +78,13 @@ void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitSta
                    {"secondary", facts.secondary},
                    {"bins_size", facts.binsSize}};
   document["clean"] = facts.clean;
-  document["refusal"] = orNull(facts.refusal);
-  document["replay"] = orNull(facts.replay);
+  document["refusal"] = OrNull(facts.refusal);
+  document["replay"] = OrNull(facts.replay);
   if (!facts.replay.empty()) document["number_after_replay"] = facts.numberAfter;
   document["logs"] = std::move(logs);
-  document["control_set"] = facts.controlSet ? Json(*facts.controlSet) : Json();
-  document["machine_name"] = facts.machineName ? Json(*facts.machineName) : Json();
-  document["error"] = orNull(error);
+  document["control_set"] = OrNull(facts.controlSet);
+  document["machine_name"] = OrNull(facts.machineName);
+  document["error"] = OrNull(error);
   document["exit_status"] = exitStatus;
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 
 using Json = nlohmann::ordered_json;
@@ -75,7 +76,7 @@ Json NodeJson(const rescue::PciNode &node) {
   return {{"address", node.address},
           {"hardware_ids", rescue::HardwareIds(node.function)},
           {"compatible_ids", rescue::CompatibleIds(node.function)},
-          {"linux_driver", node.driver.empty() ? Json() : Json(node.driver)}};
+          {"linux_driver", OrNull(node.driver)}};
 }
 
 Json DiskJson(const rescue::Disk &disk) {
@@ -89,7 +90,7 @@ Json DiskJson(const rescue::Disk &disk) {
           {"size", disk.size},
           {"bus", BusText(disk.bus)},
           {"controller_and_bridges", std::move(path)},
-          {"unfit", disk.unfit.empty() ? Json() : Json(disk.unfit)}};
+          {"unfit", OrNull(disk.unfit)}};
 }
 
 Json DisksJson(const std::vector<rescue::Disk> &disks) {
@@ -112,12 +113,11 @@ void PrintSystem(const rescue::RestoredSystem &system) {
 }
 
 Json SystemJson(const rescue::RestoredSystem &system) {
-  const auto orNull = [](const std::string &text) { return text.empty() ? Json() : Json(text); };
   return {{"windows", system.windows.string()},
           {"drive", std::string(1, system.drive)},
-          {"name", orNull(system.productName)},
-          {"edition", orNull(system.edition)},
-          {"release", orNull(system.release)},
+          {"name", OrNull(system.productName)},
+          {"edition", OrNull(system.edition)},
+          {"release", OrNull(system.release)},
           {"version", Version(system)},
           {"architecture", ArchitectureText(system.architecture)},
           {"product", ProductText(system.product)},
@@ -126,8 +126,8 @@ Json SystemJson(const rescue::RestoredSystem &system) {
           {"code_page", system.codePage},
           {"control_set", system.controlSet},
           {"driver_database", system.driverDatabase},
-          {"computer", orNull(system.computerName)},
-          {"hive_replay", orNull(system.hiveReplay)},
+          {"computer", OrNull(system.computerName)},
+          {"hive_replay", OrNull(system.hiveReplay)},
           {"doubts", system.doubts}};
 }
 
@@ -152,6 +152,6 @@ Json FactsJson(const RescueFacts &facts) {
   return {{"system", facts.system ? SystemJson(*facts.system) : Json()},
           {"all_disks", DisksJson(facts.all)},
           {"disks", DisksJson(facts.disks)},
-          {"disk_problem", facts.diskProblem.empty() ? Json() : Json(facts.diskProblem)},
+          {"disk_problem", OrNull(facts.diskProblem)},
           {"obstacles", ObstaclesJson(facts)}};
 }

@@ -6,6 +6,7 @@
 
 #include "rescue/describe.h"
 #include "rescue/device_tables.h"
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/rescue/facts_text.h"
 #include "tools/vxr/run/choice_text.h"
@@ -219,9 +220,9 @@ void PrintInjectJson(const RescueOptions &options, const RescueFacts &facts, con
                          {"exit_status", injection.exitStatus},
                          {"meaning", Meaning(options, injection)},
                          {"advice", Advice(options, facts, injection)},
-                         {"problem", injection.problem.empty() ? Json() : Json(injection.problem)},
+                         {"problem", OrNull(injection.problem)},
                          {"made", injection.done},
-                         {"undo", injection.undo.empty() ? Json() : Json(injection.undo.string())},
+                         {"undo", OrNull(injection.undo.string())},
                          {"found", FactsJson(facts)},
                          {"run", RunJson(injection.record)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

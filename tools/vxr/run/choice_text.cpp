@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/extension/extension_file.h"
 
@@ -57,17 +58,16 @@ void PrintOther(const DriverCandidate &candidate) {
 }
 
 Json CandidateJson(const DriverCandidate &candidate) {
-  const auto orNull = [](const std::string &text) { return text.empty() ? Json() : Json(text); };
   Json refused;
   if (!candidate.reason.empty()) refused = {{"reason", candidate.reason}, {"text", candidate.text}};
-  return {{"inf", orNull(candidate.inf)},
-          {"section", orNull(candidate.section)},
-          {"description", orNull(candidate.description)},
+  return {{"inf", OrNull(candidate.inf)},
+          {"section", OrNull(candidate.section)},
+          {"description", OrNull(candidate.description)},
           {"id", candidate.id},
           {"rank", Hexadecimal(candidate.rank)},
-          {"date", orNull(DriverDate(candidate.date))},
-          {"version", orNull(candidate.version)},
-          {"service", orNull(candidate.service)},
+          {"date", OrNull(DriverDate(candidate.date))},
+          {"version", OrNull(candidate.version)},
+          {"service", OrNull(candidate.service)},
           {"refused", refused}};
 }
 
@@ -127,11 +127,11 @@ Json ChoiceJson(const DeviceRecord &device) {
   }
   return {{"chosen", chosen},
           {"own_chosen", choice.made && choice.chosenInf.empty()},
-          {"service", taken == nullptr || taken->service.empty() ? Json() : Json(taken->service)},
+          {"service", taken == nullptr || OrNull(taken->service)},
           {"own", std::move(own)},
           {"candidates", std::move(candidates)},
-          {"has_catalog", choice.hasCatalog ? Json(*choice.hasCatalog) : Json()},
-          {"driver_signed", choice.signedInside ? Json(*choice.signedInside) : Json()},
+          {"has_catalog", OrNull(choice.hasCatalog)},
+          {"driver_signed", OrNull(choice.signedInside)},
           {"warnings", choice.warnings},
           {"notes", choice.notes}};
 }
