@@ -127,7 +127,7 @@ Json ChoiceJson(const DeviceRecord &device) {
   }
   return {{"chosen", chosen},
           {"own_chosen", choice.made && choice.chosenInf.empty()},
-          {"service", taken == nullptr || OrNull(taken->service)},
+          {"service", taken == nullptr ? Json() : OrNull(taken->service)},
           {"own", std::move(own)},
           {"candidates", std::move(candidates)},
           {"has_catalog", OrNull(choice.hasCatalog)},
