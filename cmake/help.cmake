@@ -15,10 +15,12 @@ add_custom_command(OUTPUT ${VXR_HELP_DIR}/made
   DEPENDS vxr ${sources} ${PROJECT_SOURCE_DIR}/docs/machine.md VERBATIM)
 add_custom_target(help_pages ALL DEPENDS ${VXR_HELP_DIR}/made)
 
-install(DIRECTORY ${VXR_HELP_DIR}/man1 ${VXR_HELP_DIR}/man5 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT program)
-set(completion ${VXR_HELP_DIR}/completion)
-install(FILES ${completion}/vxr.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME vxr
-        COMPONENT program)
-install(FILES ${completion}/vxr.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _vxr
-        COMPONENT program)
-install(FILES ${completion}/vxr.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT program)
+# Where they belong; further arguments are those of install().
+function(vxr_install_help man data)
+  set(completion ${VXR_HELP_DIR}/completion)
+  install(DIRECTORY ${VXR_HELP_DIR}/man1 ${VXR_HELP_DIR}/man5 DESTINATION ${man} ${ARGN})
+  install(FILES ${completion}/vxr.bash DESTINATION ${data}/bash-completion/completions RENAME vxr ${ARGN})
+  install(FILES ${completion}/vxr.zsh DESTINATION ${data}/zsh/vendor-completions RENAME _vxr ${ARGN})
+  install(FILES ${completion}/vxr.fish DESTINATION ${data}/fish/vendor_completions.d ${ARGN})
+endfunction()
+vxr_install_help(${CMAKE_INSTALL_MANDIR} ${CMAKE_INSTALL_DATADIR} COMPONENT program)

@@ -1,5 +1,5 @@
-# What is installed, and the packages of it: a zip for Windows, Debian packages for Linux.
-#   cpack --preset windows    cpack --preset debian
+# What is installed, and the packages of it: a zip for Windows, Debian packages and the portable program for Linux.
+#   cpack --preset windows    cpack --preset debian    cpack --preset portable
 
 include(GNUInstallDirs)
 if(WIN32)
@@ -11,7 +11,8 @@ if(WIN32)
 endif()
 set(VXR_EXAMPLES_DIR ${CMAKE_INSTALL_DOCDIR}/examples CACHE STRING "Where examples are installed")
 install(DIRECTORY include/vxrcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development ${hidden})
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+set(VXR_DOCUMENTS README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md)
+install(FILES ${VXR_DOCUMENTS} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
 install(DIRECTORY examples/host examples/extension-file examples/linux-host DESTINATION ${VXR_EXAMPLES_DIR}
         COMPONENT development)
@@ -30,12 +31,20 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Offline driver injection for restored Win
 set(CPACK_PACKAGE_CHECKSUM SHA256)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
-if(WIN32)
+if(VXR_LINUX_PACKAGES)
+  # Of one build, so that what both consist of is compiled once.
+  foreach(packages debian portable)
+    block()
+      include(cmake/${packages}.cmake)
+      set(CPACK_OUTPUT_CONFIG_FILE ${PROJECT_BINARY_DIR}/CPack-${packages}.cmake)
+      include(CPack)
+    endblock()
+  endforeach()
+elseif(WIN32)
   set(CPACK_GENERATOR ZIP)
   set(CPACK_SYSTEM_NAME win64)
-elseif(VXR_DEBIAN)
-  include(cmake/debian.cmake)
+  include(CPack)
 else()
   set(CPACK_GENERATOR TGZ)
+  include(CPack)
 endif()
-include(CPack)

@@ -13,7 +13,7 @@ function(vxr_quick_build)
   # that has the headers compiled.
   set(logic ${VXR_LOGIC_ARCHIVES})
   set(archives vxr_inf_file vxr_platform vxr_hive_file vxr_rescue vxr_extension_view vxr_test_support)
-  set(tools vxr)
+  set(tools vxr_commands)
   get_property(programs GLOBAL PROPERTY VXR_TEST_PROGRAMS)
   set(logic_headers ${common})
   set(archives_headers ${common})
@@ -39,7 +39,7 @@ function(vxr_quick_build)
     endforeach()
   endforeach()
   # Few units, since each makes the templates of the JSON library anew, which takes seconds.
-  set_target_properties(vxr PROPERTIES UNITY_BUILD_BATCH_SIZE 20)
+  set_target_properties(vxr_commands PROPERTIES UNITY_BUILD_BATCH_SIZE 20)
   if(WIN32)
     # File by file, since vxr links those of its objects that do not log, and no others.
     set_target_properties(vxr_package PROPERTIES UNITY_BUILD OFF)

@@ -65,7 +65,7 @@ else()
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
     platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
     platform/machine/version/version_resource.cpp platform/machine/version/version_tree.cpp)
-  target_link_libraries(vxr_hive_file PUBLIC PkgConfig::HIVEX PkgConfig::NETTLE)
+  target_link_libraries(vxr_hive_file PUBLIC ${VXR_HIVEX} ${VXR_NETTLE})
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC ${VXR_BOTH_BUILDS} platform/machine/machine.cpp
     platform/machine/base/handles.cpp platform/machine/base/heap.cpp platform/machine/base/report.cpp
@@ -91,7 +91,7 @@ else()
     platform/machine/setup/drivers.cpp platform/machine/setup/inf_cache.cpp platform/machine/setup/inf_calls.cpp
     platform/machine/system/facts.cpp platform/machine/system/processes.cpp platform/machine/system/prompts.cpp
     platform/machine/system/windows.cpp)
-  target_link_libraries(vxr_platform PUBLIC PkgConfig::HIVEX PkgConfig::NETTLE PkgConfig::TOMLPP)
+  target_link_libraries(vxr_platform PUBLIC ${VXR_HIVEX} ${VXR_NETTLE} ${VXR_TOMLPP})
 endif()
 
 add_library(vxr_everything INTERFACE)
@@ -99,38 +99,30 @@ list(JOIN VXR_LOGIC_ARCHIVES "," archives)
 target_link_libraries(vxr_everything INTERFACE
     "$<LINK_GROUP:RESCAN,${archives},vxr_platform,${VXR_HIVE_FILE}vxr_inf_file>")
 
-if(VXR_PORTABLE)
-  # No shared library: what links the library links its archives.
-  add_library(vxrcore INTERFACE)
-  # An object of the program itself: from an archive the linker would take it after the C library's.
-  target_sources(vxrcore INTERFACE ${PROJECT_SOURCE_DIR}/platform/machine/hive/hivex_iconv.cpp)
-  target_link_libraries(vxrcore INTERFACE vxr_everything)
+# The whole archives, so that the exported functions are in; the rest stays inside, by the list of what is exported.
+list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
+list(TRANSFORM whole APPEND ">")
+add_library(vxrcore SHARED)
+target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_platform>")
+target_include_directories(vxrcore INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+if(WIN32)
+  enable_language(RC)
+  configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)
+  target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/tick_count.cpp platform/win32/vxrcore.def
+                 ${PROJECT_BINARY_DIR}/version.rc)
+  set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
+  target_link_libraries(vxrcore PRIVATE vxr_inf_file)
+  target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
 else()
-  # The whole archives, so that the exported functions are in; the rest stays inside, by the list of what is exported.
-  list(TRANSFORM VXR_LOGIC_ARCHIVES PREPEND "$<LINK_LIBRARY:WHOLE_ARCHIVE," OUTPUT_VARIABLE whole)
-  list(TRANSFORM whole APPEND ">")
-  add_library(vxrcore SHARED)
-  target_link_libraries(vxrcore PRIVATE ${whole} "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_platform>")
-  target_include_directories(vxrcore INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
-  if(WIN32)
-    enable_language(RC)
-    configure_file(platform/win32/version.rc.in ${PROJECT_BINARY_DIR}/version.rc @ONLY)
-    target_sources(vxrcore PRIVATE platform/win32/entry.cpp platform/win32/tick_count.cpp platform/win32/vxrcore.def
-                   ${PROJECT_BINARY_DIR}/version.rc)
-    set_target_properties(vxrcore PROPERTIES PREFIX "" IMPORT_PREFIX "")
-    target_link_libraries(vxrcore PRIVATE vxr_inf_file)
-    target_link_options(vxrcore PRIVATE $<$<NOT:$<CONFIG:Debug>>:-s>)
-  else()
-    # Without a list, templates of the C++ library were exported too, some as symbols that forbid unloading.
-    set(map ${PROJECT_SOURCE_DIR}/platform/machine/vxrcore.map)
-    target_sources(vxrcore PRIVATE ${map})
-    target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
-                          "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
-    # With clang the library of the sanitizers is in the program alone.
-    target_link_options(vxrcore PRIVATE $<$<NOT:$<BOOL:${VXR_SANITIZE}>>:-Wl,--no-undefined>
-                        -Wl,--version-script=${map})
-    set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
-  endif()
+  # Without a list, templates of the C++ library were exported too, some as symbols that forbid unloading.
+  set(map ${PROJECT_SOURCE_DIR}/platform/machine/vxrcore.map)
+  target_sources(vxrcore PRIVATE ${map})
+  target_link_libraries(vxrcore PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_inf_file>"
+                        "$<LINK_LIBRARY:WHOLE_ARCHIVE,vxr_hive_file>")
+  # With clang the library of the sanitizers is in the program alone.
+  target_link_options(vxrcore PRIVATE $<$<NOT:$<BOOL:${VXR_SANITIZE}>>:-Wl,--no-undefined>
+                      -Wl,--version-script=${map})
+  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
 endif()
 
 # The rescue system: the machine that Linux runs on, and the restored system as its files tell. The ids of devices serve

@@ -104,10 +104,8 @@ vxr_test(setup_library_test machine platform/machine/setup/inf_calls_test.cpp pl
          platform/machine/setup/drivers_test.cpp)
 
 # The command line: what it makes of a run, and the program from outside.
-vxr_test(command_line_unit_test unit tools/vxr/run/run_record_test.cpp tools/vxr/run/run_record.cpp
-         tools/vxr/run/search_record.cpp tools/vxr/run/change_record.cpp tools/vxr/run/choice_record.cpp
-         tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/output.cpp
-         tools/vxr/drivers/drivers_test.cpp tools/vxr/drivers/target_text.cpp rescue/windows_ids.cpp)
+vxr_test(command_line_unit_test unit tools/vxr/run/run_record_test.cpp tools/vxr/drivers/drivers_test.cpp)
+target_link_libraries(command_line_unit_test PRIVATE vxr_commands)
 add_test(NAME command_line COMMAND ${PROJECT_SOURCE_DIR}/tests/command_line_test.sh $<TARGET_FILE:vxr>
          ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
 set_tests_properties(command_line PROPERTIES LABELS machine TIMEOUT 300)
@@ -150,8 +148,8 @@ vxr_test(platform_contract_test machine ${VXR_CONTRACT_TESTS})
 target_compile_definitions(platform_contract_test PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 
 # What the command line makes of an extension file.
-vxr_test(extension_view_test unit tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp)
-target_link_libraries(extension_view_test PRIVATE vxr_extension_view)
+vxr_test(extension_view_test unit tools/vxr/extension/extension_view_test.cpp)
+target_link_libraries(extension_view_test PRIVATE vxr_commands)
 
 # The example for authors of hosts, in C, against the shared library as they have it.
 add_executable(list_volumes examples/extension-file/list_volumes.c)

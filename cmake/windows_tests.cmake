@@ -50,7 +50,7 @@ target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest:
 # A program of unit tests and its run.
 function(vxr_windows_test name)
   add_executable(${name} ${ARGN})
-  target_link_libraries(${name} PRIVATE vxr_test_support vxr_extension_view)
+  target_link_libraries(${name} PRIVATE vxr_test_support vxr_commands)
   target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   target_compile_options(${name} PRIVATE -O0)  # what is tested are the archives
   set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
@@ -65,12 +65,7 @@ engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.c
   platform/text/format_test.cpp platform/release_test.cpp
   platform/inf/inf_file_test.cpp
   restore/settings_test.cpp 
-tools/vxr/extension/extension_view_test.cpp tools/vxr/extension/query_names.cpp tools/vxr/run/run_record_test.cpp
-  tools/vxr/run/run_record.cpp tools/vxr/run/search_record.cpp tools/vxr/run/change_record.cpp
-  tools/vxr/run/choice_record.cpp
-tools/vxr/run/result_codes.cpp tools/vxr/base/machine_session.cpp tools/vxr/base/running_machine.cpp
-  tools/vxr/base/log_events.cpp tools/vxr/base/choice_lines.cpp
-  tools/vxr/base/output.cpp
+  tools/vxr/extension/extension_view_test.cpp tools/vxr/run/run_record_test.cpp
   volume/volume_test.cpp engine/paths/path_catalogue_test.cpp)
 set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)
 if(CMAKE_CROSSCOMPILING)

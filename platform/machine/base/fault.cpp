@@ -64,6 +64,7 @@ unsigned FaultsMet() { return met; }
 bool FaultPoint(const char *call, DWORD fallback) {
   if (plan.call == nullptr || (std::strcmp(plan.call, "*") != 0 && std::strcmp(plan.call, call) != 0)) return false;
   calls++;
+  if (plan.counted != nullptr) plan.counted();
   if (plan.onwards ? calls < plan.nth : calls != plan.nth) return false;
   met++;
   platform::SetLastError(plan.error != 0 ? plan.error : fallback);

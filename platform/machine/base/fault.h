@@ -14,10 +14,11 @@
 namespace machine {
 
 struct FaultPlan {
-  const char *call = nullptr;  // name of the platform call, "*" for any; null: no faults
-  unsigned nth = 1;            // the first call to fail, from 1
-  bool onwards = false;        // fail every later one too
-  DWORD error = 0;             // the system error code; 0: a fitting one of the call's own
+  const char *call = nullptr;   // name of the platform call, "*" for any; null: no faults
+  unsigned nth = 1;             // the first call to fail, from 1
+  bool onwards = false;         // fail every later one too
+  DWORD error = 0;              // the system error code; 0: a fitting one of the call's own
+  void (*counted)() = nullptr;  // called at each call that is counted
 };
 
 #ifdef VXR_FAULT_POINTS
