@@ -40,8 +40,12 @@ function(vxr_quick_build)
   endforeach()
   # Few units, since each makes the templates of the JSON library anew, which takes seconds.
   set_target_properties(vxr_commands PROPERTIES UNITY_BUILD_BATCH_SIZE 20)
-  if(WIN32)
-    # File by file, since vxr links those of its objects that do not log, and no others.
-    set_target_properties(vxr_package PROPERTIES UNITY_BUILD OFF)
-  endif()
+  # Two units, since vxr.exe links one of them and must not link what logs.
+  get_target_property(sources vxr_package SOURCES)
+  set(injection ${sources})
+  list(FILTER injection INCLUDE REGEX "/plan/|/own_|/device_driver|/restored_system")
+  list(REMOVE_ITEM sources ${injection})
+  set_source_files_properties(${sources} PROPERTIES UNITY_GROUP query)
+  set_source_files_properties(${injection} PROPERTIES UNITY_GROUP injection)
+  set_target_properties(vxr_package PROPERTIES UNITY_BUILD_MODE GROUP)
 endfunction()

@@ -4,6 +4,9 @@
 set(CMAKE_POLICY_DEFAULT_CMP0077 NEW) # so that the next line counts
 set(INSTALL_GTEST OFF)
 add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+foreach(target gtest gtest_main gmock)
+  target_compile_options(${target} PRIVATE -O0) # what is tested are the archives
+endforeach()
 
 # The tests' drives X: and D: are directories of this folder.
 set(VXR_TEST_FOLDER ${PROJECT_BINARY_DIR}/drives)
@@ -52,7 +55,7 @@ function(vxr_windows_test name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE vxr_test_support vxr_commands)
   target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  target_compile_options(${name} PRIVATE -O0)  # what is tested are the archives
+  target_compile_options(${name} PRIVATE -O0)
   set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
   vxr_windows_run(${name} $<TARGET_FILE:${name}>)
 endfunction()
@@ -61,12 +64,10 @@ endfunction()
 # tests of the log expect.
 vxr_windows_test(unit_tests
   bmext/load_test.cpp bmext/query_test.cpp bmext/target_os_test.cpp engine/base/files_test.cpp
-engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
-  platform/text/format_test.cpp platform/release_test.cpp
-  platform/inf/inf_file_test.cpp
-  restore/settings_test.cpp 
-  tools/vxr/extension/extension_view_test.cpp tools/vxr/run/run_record_test.cpp
-  volume/volume_test.cpp engine/paths/path_catalogue_test.cpp)
+  engine/base/status_test.cpp engine/base/strings_test.cpp inf/field_reader_test.cpp log/dump_test.cpp log/log_test.cpp
+  engine/paths/path_catalogue_test.cpp platform/text/format_test.cpp platform/release_test.cpp
+  platform/inf/inf_file_test.cpp restore/settings_test.cpp tools/vxr/extension/extension_view_test.cpp
+  tools/vxr/run/run_record_test.cpp volume/volume_test.cpp)
 set_target_properties(unit_tests PROPERTIES OUTPUT_NAME agent)
 if(CMAKE_CROSSCOMPILING)
   # Once more with Japanese texts.

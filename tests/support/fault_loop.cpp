@@ -3,6 +3,7 @@
 #include <execinfo.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 #include <map>
 #include <set>
@@ -38,22 +39,24 @@ void ExpectBalancedLog(const std::string &log) {
   for (const auto &[name, count] : depth) EXPECT_EQ(count, 0) << name << " was entered and not left, or the reverse";
 }
 
-// Of each platform call of a pass, where it is made from: the return addresses below it.
-std::vector<std::vector<void *>> paths;
+// Of each platform call of a pass, where it is made from: the return addresses of five callers.
+using Place = std::array<void *, 8>;
+std::vector<Place> places;
 
-void NotePath() {
-  std::vector<void *> path(128);
-  path.resize(static_cast<std::size_t>(backtrace(path.data(), static_cast<int>(path.size()))));
-  paths.push_back(std::move(path));
+void NotePlace() {
+  Place place = {};  // this function, FaultPoint and the call itself come first
+  backtrace(place.data(), static_cast<int>(place.size()));
+  places.push_back(place);
 }
 
 // Every call, by its number. With sanitizers, under which a pass takes ten times as long, the first from each place:
 // what they look for lies in the code that handles the failure.
 std::vector<unsigned> CallsToFail() {
   std::vector<unsigned> numbers;
-  std::set<std::vector<void *>> seen;
-  for (std::size_t i = 0; i < paths.size(); ++i) {
-    if (!kSanitized || seen.insert(paths[i]).second) numbers.push_back(static_cast<unsigned>(i + 1));
+  std::set<Place> seen;
+  for (const Place &place : places) {
+    const unsigned number = static_cast<unsigned>(&place - places.data()) + 1;
+    if (!kSanitized || seen.insert(place).second) numbers.push_back(number);
   }
   return numbers;
 }
@@ -84,12 +87,12 @@ std::vector<FaultLoop> AllFaultLoops() {
 }
 
 unsigned RunFaultLoop(const FaultLoop &loop, std::string *log, const FaultPass &pass) {
-  paths.clear();
-  EXPECT_EQ(RunPass({loop.call, UINT_MAX, false, 0, NotePath}, log, pass), 0u);
+  places.clear();
+  EXPECT_EQ(RunPass({loop.call, UINT_MAX, false, 0, NotePlace}, log, pass), 0u);
   const std::vector<unsigned> numbers = CallsToFail();
   for (std::size_t i = loop.share; i < numbers.size() && !testing::Test::HasFailure(); i += kFaultShares) {
     SCOPED_TRACE(testing::Message() << "fault at platform call " << loop.call << " " << numbers[i]);
     EXPECT_NE(RunPass({loop.call, numbers[i], loop.onwards}, log, pass), 0u) << "the job makes fewer calls than it did";
   }
-  return static_cast<unsigned>(paths.size());
+  return static_cast<unsigned>(places.size());
 }

@@ -64,15 +64,12 @@ std::vector<std::string> ExportHive(const std::filesystem::path &file, const std
   const std::string command = "hivexregedit --export '" + file.string() + "' '" + key + "' 2>/dev/null";
   const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.c_str(), "r"), pclose);
   std::vector<std::string> lines;
-  std::string line;
-  for (int c = 0; pipe != nullptr && (c = std::fgetc(pipe.get())) != EOF;) {
-    if (c != '\n') {
-      line += static_cast<char>(c);
-      continue;
-    }
-    lines.push_back(std::move(line));
-    line.clear();
+  char *line = nullptr;
+  std::size_t room = 0;
+  for (ssize_t length = 0; pipe != nullptr && (length = getline(&line, &room, pipe.get())) > 0;) {
+    lines.emplace_back(line, static_cast<std::size_t>(length - 1));  // without its end
   }
+  std::free(line);
   return lines;
 }
 
