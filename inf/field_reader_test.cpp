@@ -13,7 +13,7 @@ using testing::IsEmpty;
 using testing::Not;
 using namespace std::string_literals;
 
-constexpr char kInf[] = R"([Version]
+constexpr char kFieldsInf[] = R"([Version]
 Signature = "$Windows NT$"
 
 [Fields]
@@ -44,7 +44,7 @@ class FieldReader : public MachineTest {
  protected:
   void SetUp() override {
     Open();
-    WriteFile("ram/fields.inf", kInf);
+    WriteFile("ram/fields.inf", kFieldsInf);
     inf = OpenInfFile("X:\\fields.inf");
     ASSERT_NE(inf, nullptr);
     ClearLog();

@@ -12,13 +12,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kSystem[] = "X:\\Windows\\System32";
-constexpr char kInf[] = "D:\\Windows\\inf";
-constexpr GUID kScsiAdapter = {0x4D36E97B, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
+constexpr char kRecordInf[] = "D:\\Windows\\inf";
+constexpr GUID kScsiClass = {0x4D36E97B, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 
 BootRecord KestrelStore() {
   BootRecord record;
   record.service = "kstore";
-  record.classGuid = kScsiAdapter;
+  record.classGuid = kScsiClass;
   record.ids = {{"PCI\\VEN_1DEA&DEV_0042", 0}, {"PCI\\CC_010400", 3}, {"pci\\ven_1dea&dev_0042", 5}, {"PCI\\\\x", 1}};
   record.upperFilters = {"kfilter"};
   record.architecture = 9;
@@ -85,7 +85,7 @@ TEST_F(BootRecords, ADatabaseGetsAWholePackageOnce) {
   Mount({OnlyKey("DriverDatabase\\DriverInfFiles\\oem2.inf"), {"DriverDatabase", "OemInfMap", REG_BINARY, {0x80}}});
   RegistryEdits edits;
   std::string name;
-  ASSERT_TRUE(PlanBootRecord(KestrelStore(), "ControlSet001", kInf, &edits, &name, &reason)) << reason;
+  ASSERT_TRUE(PlanBootRecord(KestrelStore(), "ControlSet001", kRecordInf, &edits, &name, &reason)) << reason;
   EXPECT_EQ(name, "oem3.inf");
   std::string package;
   ASSERT_TRUE(ReadText(edits, "DriverDatabase\\DriverInfFiles\\oem3.inf", "Active", &package));
@@ -133,20 +133,20 @@ TEST_F(BootRecords, ADatabaseGetsAWholePackageOnce) {
   ASSERT_TRUE(ApplyEdits(edits, &failed, &restored)) << failed;
   RegistryEdits again, other;
   BootRecord record = KestrelStore();
-  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kInf, &again, &name, &reason)) << reason;
+  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kRecordInf, &again, &name, &reason)) << reason;
   EXPECT_THAT(Changes(again), IsEmpty());
   EXPECT_EQ(name, "oem3.inf");
   ++record.version;
-  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kInf, &other, &name, &reason)) << reason;
+  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kRecordInf, &other, &name, &reason)) << reason;
   EXPECT_EQ(name, "oem4.inf") << "another version is another package";
 
   // What cannot be recorded is not planned in part.
   RegistryEdits full;
   for (int i = 0; i < 10000; ++i) CreateKey(&full, root + "DriverInfFiles\\oem" + std::to_string(i) + ".inf");
-  EXPECT_FALSE(PlanBootRecord(record, "ControlSet001", kInf, &full, &name, &reason));
+  EXPECT_FALSE(PlanBootRecord(record, "ControlSet001", kRecordInf, &full, &name, &reason));
   EXPECT_THAT(reason, testing::HasSubstr("no free name"));
   record.ids = {{"PCI\\\\x", 0}};
-  EXPECT_FALSE(PlanBootRecord(record, "ControlSet001", kInf, &full, &name, &reason));
+  EXPECT_FALSE(PlanBootRecord(record, "ControlSet001", kRecordInf, &full, &name, &reason));
   EXPECT_THAT(Changes(full), IsEmpty());
 }
 
@@ -166,7 +166,7 @@ TEST_F(BootRecords, AFreeNameIsFoundWhateverTheMapIs) {
     Mount({{"DriverDatabase", "OemInfMap", c.type, c.map}});
     RegistryEdits edits;
     std::string name;
-    EXPECT_TRUE(TakePublishedName(kInf, &edits, &name));
+    EXPECT_TRUE(TakePublishedName(kRecordInf, &edits, &name));
     EXPECT_EQ(name, c.name);
     EXPECT_THAT(Changes(edits), ElementsAre(std::string("DriverDatabase set OemInfMap=3:") + c.newMap));
   }
@@ -180,7 +180,7 @@ TEST_F(BootRecords, AnOlderSystemGetsCriticalDeviceEntries) {
   std::string name;
   BootRecord record = KestrelStore();
   record.ids.resize(2);
-  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kInf, &edits, &name, &reason)) << reason;
+  ASSERT_TRUE(PlanBootRecord(record, "ControlSet001", kRecordInf, &edits, &name, &reason)) << reason;
   const std::string other = "ControlSet001\\Control\\CriticalDeviceDatabase\\PCI#VEN_1DEA&DEV_0042",
                     guid = " set ClassGUID=1:{4D36E97B-E325-11CE-BFC1-08002BE10318}|";
   EXPECT_THAT(Changes(edits),

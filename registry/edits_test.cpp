@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kHive[] = "restored/SYSTEM";
-const std::string kServices = "ControlSet001\\Services", kDisk = kServices + "\\disk", kOld = kServices + "\\old";
+const std::string kServices = "ControlSet001\\Services", kDiskKey = kServices + "\\disk", kOld = kServices + "\\old";
 
 class Edits : public MachineTest {
  protected:
@@ -53,7 +53,7 @@ std::vector<std::string> Snapshot(const RegistryEdits &edits, const std::string 
 }
 
 // Changes of every kind, some of what others made.
-RegistryEdits Plan() {
+RegistryEdits SomeEdits() {
   RegistryEdits edits;
   SetValue(&edits, kOld, "Start", NumberData(0));
   SetValue(&edits, kOld, "GROUP", TextData("SCSI miniport"));
@@ -66,14 +66,14 @@ RegistryEdits Plan() {
   CreateKey(&edits, kServices + "\\made");
   CreateKey(&edits, kServices + "\\gone\\below");
   DeleteKey(&edits, kServices + "\\Gone");
-  DeleteKey(&edits, kDisk);
-  SetValue(&edits, kDisk + "\\Again", "", TextData("back"));
+  DeleteKey(&edits, kDiskKey);
+  SetValue(&edits, kDiskKey + "\\Again", "", TextData("back"));
   return edits;
 }
 
 TEST_F(Edits, AreReadThroughThenMade) {
   Mount();
-  const RegistryEdits edits = Plan();
+  const RegistryEdits edits = SomeEdits();
   EXPECT_EQ(edits.list.size(), 13u);
   DWORD number = 9;
   std::string text;
@@ -81,7 +81,7 @@ TEST_F(Edits, AreReadThroughThenMade) {
   EXPECT_TRUE(ReadText(edits, kOld, "Group", &text) && text == "SCSI miniport");
   EXPECT_FALSE(ReadNumber(edits, kOld, "Group", &number) || ReadText(edits, kOld, "Start", &text));
   EXPECT_FALSE(KeyExists(edits, kOld + "\\StartOverride\\Deep") || KeyExists(edits, kServices + "\\gone\\below"));
-  EXPECT_FALSE(ReadNumber(edits, kDisk, "Start", &number)) << "of a key that is made anew";
+  EXPECT_FALSE(ReadNumber(edits, kDiskKey, "Start", &number)) << "of a key that is made anew";
   EXPECT_THAT(ValueNames(edits, kOld), ElementsAre("Group", "Start"));
   EXPECT_THAT(SubKeys(edits, kOld), IsEmpty());
   EXPECT_THAT(ControlSets(edits), ElementsAre("ControlSet001", "ControlSet002"));
@@ -92,7 +92,7 @@ TEST_F(Edits, AreReadThroughThenMade) {
   events.clear();
   ASSERT_TRUE(ApplyEdits(edits, &failed, &restored)) << failed;
   EXPECT_EQ(Snapshot({}), planned);
-  EXPECT_THAT(Plan().list, testing::SizeIs(4)) << "what is deleted only to be made again";
+  EXPECT_THAT(SomeEdits().list, testing::SizeIs(4)) << "what is deleted only to be made again";
   EXPECT_EQ(std::count_if(events.begin(), events.end(),
                           [](const MachineEvent &event) { return event.kind == VXRMACHINE_VALUE_DELETED; }),
             6);
@@ -107,7 +107,7 @@ TEST_F(Edits, AreTakenBackAtEachFailingCall) {
   for (const char *call : {"RegOpenKeyA", "RegCreateKeyA", "RegQueryValueExA", "RegSetValueExA", "RegEnumKeyExA",
                            "RegEnumValueA", "RegDeleteKeyA", "RegDeleteValueA"}) {
     Mount();
-    const RegistryEdits edits = Plan();
+    const RegistryEdits edits = SomeEdits();
     const std::vector<std::string> before = Snapshot({});
     VXRDbg_Log(kError, "the log reads the registry when it starts\n");
     bool made = false;
@@ -127,7 +127,7 @@ TEST_F(Edits, AreTakenBackAtEachFailingCall) {
 
 TEST_F(Edits, WhatIsGoneIsNotDeleted) {
   Mount();
-  const RegistryEdits edits = Plan();
+  const RegistryEdits edits = SomeEdits();
   for (const RegistryEdit &edit : edits.list) {
     if (edit.kind != RegistryEdit::Kind::kDeleteKey && edit.kind != RegistryEdit::Kind::kDeleteValue) continue;
     RegistryEdits missing;
@@ -148,7 +148,7 @@ TEST_F(Edits, AFailedReadIsNoAnswer) {
     std::size_t met = 1;
     for (unsigned nth = 1; met != 0; ++nth) {
       machine::SetFaultPlan({call, nth, false, ERROR_ACCESS_DENIED});
-      RegistryEdits edits = Plan();
+      RegistryEdits edits = SomeEdits();
       ControlSets(edits);
       met = machine::FaultsMet();
       machine::SetFaultPlan({});
@@ -166,7 +166,7 @@ TEST_F(Edits, TellWhatCouldNotBePutBack) {
   Mount();
   std::string failed;
   bool restored = true;
-  const RegistryEdits edits = Plan();
+  const RegistryEdits edits = SomeEdits();
   machine::SetFaultPlan({"RegSetValueExA", 3, true, ERROR_ACCESS_DENIED});
   EXPECT_FALSE(ApplyEdits(edits, &failed, &restored));
   machine::SetFaultPlan({});

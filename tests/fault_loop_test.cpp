@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(RestoreRun, RunFaultLoopTest, testing::ValuesIn(Loops()
 
 // --- A driver chosen as Windows would choose it --------------------------------------------------------------------
 
-const char *const kDrivers[] = {"twraid.sys", "filter/twflt.sys"};
+const char *const kTwoDrivers[] = {"twraid.sys", "filter/twflt.sys"};
 
 class ChoiceFaultLoopTest : public ChoiceJobTest, public testing::WithParamInterface<RunLoop> {
  protected:
@@ -130,12 +130,12 @@ ChoiceFaultLoopTest::ChoiceFaultLoopTest() {
 
 void ChoiceFaultLoopTest::ResetRestoredSystem() {
   WriteFile(kHivePath, hive);
-  for (const fs::path driver : kDrivers) fs::remove(Host("restored/Windows/System32/drivers") / driver.filename());
+  for (const fs::path driver : kTwoDrivers) fs::remove(Host("restored/Windows/System32/drivers") / driver.filename());
 }
 
 std::size_t ChoiceFaultLoopTest::Drivers() const {
   std::size_t count = 0;
-  for (const fs::path driver : kDrivers) {
+  for (const fs::path driver : kTwoDrivers) {
     const std::string file = "restored/Windows/System32/drivers/" + driver.filename().string();
     if (!fs::exists(Host(file))) continue;
     EXPECT_EQ(ReadFile(file), ReadFile(("ram/drivers/raid/w10" / driver).string())) << "torn";
@@ -171,7 +171,7 @@ TEST_P(ChoiceFaultLoopTest, TheHiveIsOldOrComplete) {
     EXPECT_TRUE(complete || old || (result == 0 && IsAsTold(lines)))
         << testing::PrintToString(ExportDifference(newLines, lines));
     EXPECT_EQ(Problem(), "");
-    EXPECT_TRUE(Drivers() == std::size(kDrivers) || old) << "the hive names drivers that are not there";
+    EXPECT_TRUE(Drivers() == std::size(kTwoDrivers) || old) << "the hive names drivers that are not there";
     if (inject) {
       const bool noDisk = WasTold(VXRMACHINE_BOOT_DISK_NOT_FOUND), mounted = WasTold(VXRMACHINE_HIVE_NOT_UNLOADED);
       EXPECT_TRUE(!old || result != 0 || noDisk || mounted) << "nothing says that the driver is not there";

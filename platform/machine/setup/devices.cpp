@@ -47,7 +47,7 @@ struct Property {
   std::string bytes;  // empty: the device lacks it
 };
 
-Property Text(const std::string &text) {
+Property TextProperty(const std::string &text) {
   return {REG_SZ, text.empty() ? std::string() : std::string(WithTerminator(text))};
 }
 
@@ -63,7 +63,7 @@ Property TextList(const std::vector<std::string> &texts) {
 Property RegistryProperty(const Device &device, const char *value) {
   std::string text;
   ReadRegistryText("SYSTEM\\CurrentControlSet\\Enum\\" + device.instance, value, &text);
-  return Text(text);
+  return TextProperty(text);
 }
 
 Property PropertyOf(const Device &device, DWORD number) {
@@ -75,7 +75,7 @@ Property PropertyOf(const Device &device, DWORD number) {
     case SPDRP_COMPATIBLEIDS:
       return TextList(device.compatibleIds);
     case SPDRP_SERVICE:
-      return device.service.empty() ? RegistryProperty(device, "Service") : Text(device.service);
+      return device.service.empty() ? RegistryProperty(device, "Service") : TextProperty(device.service);
     case SPDRP_CLASS:
       return RegistryProperty(device, "Class");
     case SPDRP_CLASSGUID:
@@ -87,7 +87,7 @@ Property PropertyOf(const Device &device, DWORD number) {
     case SPDRP_FRIENDLYNAME:
       return RegistryProperty(device, "FriendlyName");
     case SPDRP_ENUMERATOR_NAME:
-      return Text(device.instance.substr(0, device.instance.find('\\')));
+      return TextProperty(device.instance.substr(0, device.instance.find('\\')));
     default:
       return {};
   }

@@ -9,7 +9,7 @@ namespace {
 using namespace platform;
 using testing::ElementsAre;
 
-constexpr char kDisk[] =
+constexpr char kDiskInf[] =
     "[Version]\r\nSignature = \"$Windows NT$\"\r\nClassGUID = {4D36E97B-E325-11CE-BFC1-08002BE10318}\r\n"
     "Class = SCSIAdapter\r\nProvider = %Maker%\r\nDriverVer = 01/02/2015, 1.2.3.4\r\n"
     "[Files]\r\nCopyFiles = a.sys, b.sys\r\nc.sys,,2\r\n[Strings]\r\nMaker = \"Acme, Ltd.\"\r\n";
@@ -48,7 +48,7 @@ class InfCallsTest : public MachineTest {
 };
 
 TEST_F(InfCallsTest, RefusesWhatIsNoLine) {
-  WriteFile("ram/Windows/inf/disk.inf", kDisk);
+  WriteFile("ram/Windows/inf/disk.inf", kDiskInf);
   Open();
   const HINF closed = OpenInf("disk.inf");
   INFCONTEXT context = {};
@@ -65,7 +65,7 @@ TEST_F(InfCallsTest, RefusesWhatIsNoLine) {
 }
 
 TEST_F(InfCallsTest, ReadsVersionValues) {
-  WriteFile("ram/Windows/inf/disk.inf", kDisk);
+  WriteFile("ram/Windows/inf/disk.inf", kDiskInf);
   Open();
   const HINF inf = OpenInf("disk.inf");
   EXPECT_EQ(VersionValue(inf, "classguid"), "{4D36E97B-E325-11CE-BFC1-08002BE10318}");
@@ -82,18 +82,18 @@ TEST_F(InfCallsTest, ReadsVersionValues) {
 
 TEST_F(InfCallsTest, ListsModernFilesInNameOrder) {
   for (const char *name : {"b.inf", "A.INF", "c.Inf", "sub/d.inf", "e.txt", "inf", ".inf"}) {
-    WriteFile(std::string("ram/drivers/") + name, kDisk);
+    WriteFile(std::string("ram/drivers/") + name, kDiskInf);
   }
   WriteFile("ram/drivers/old.inf", "[Version]\n");
-  WriteFile("ram/drivers/\xC3\xA4.inf", kDisk);
-  WriteFile("ram/drivers/\xE4\xB8\xAD.inf", kDisk);  // not in the code page
-  WriteFile("outside.inf", kDisk);
+  WriteFile("ram/drivers/\xC3\xA4.inf", kDiskInf);
+  WriteFile("ram/drivers/\xE4\xB8\xAD.inf", kDiskInf);  // not in the code page
+  WriteFile("outside.inf", kDiskInf);
   std::filesystem::create_symlink(Host("outside.inf"), Host("ram/drivers/out.inf"));
   std::filesystem::create_symlink("b.inf", Host("ram/drivers/link.inf"));
   std::filesystem::create_directory(Host("ram/drivers/folder.inf"));
   ASSERT_EQ(mkfifo(Host("ram/drivers/pipe.inf").c_str(), 0600), 0);
   std::filesystem::create_directory(Host("ram/none"));
-  WriteFile("ram/Windows/inf/own.inf", kDisk);
+  WriteFile("ram/Windows/inf/own.inf", kDiskInf);
   Open();
   EXPECT_THAT(List("X:\\drivers"), ElementsAre("A.INF", "b.inf", "c.Inf", "link.inf", "\xE4.inf"));
   EXPECT_THAT(List("X:\\drivers\\"), ElementsAre("A.INF", "b.inf", "c.Inf", "link.inf", "\xE4.inf"));
@@ -103,7 +103,7 @@ TEST_F(InfCallsTest, ListsModernFilesInNameOrder) {
 }
 
 TEST_F(InfCallsTest, ReadsAFileOnceWhileItDoesNotChange) {
-  for (int i = 0; i < 20; ++i) WriteFile("ram/drivers/" + std::to_string(i) + ".inf", kDisk);
+  for (int i = 0; i < 20; ++i) WriteFile("ram/drivers/" + std::to_string(i) + ".inf", kDiskInf);
   Open();
   for (int round = 0; round < 2; ++round) {
     for (const std::string &name : List("X:\\drivers")) {
@@ -117,7 +117,7 @@ TEST_F(InfCallsTest, ReadsAFileOnceWhileItDoesNotChange) {
   EXPECT_EQ(VXRMachine_InfReads(), 20u);
 
   // What changes is read again, also between a listing and its next query.
-  WriteFile("ram/drivers/3.inf", std::string(kDisk) + "[More]\nx\n");
+  WriteFile("ram/drivers/3.inf", std::string(kDiskInf) + "[More]\nx\n");
   const HINF inf = OpenInf("X:\\drivers\\3.inf");
   INFCONTEXT context;
   EXPECT_TRUE(SetupFindFirstLineA(inf, "More", nullptr, &context));
