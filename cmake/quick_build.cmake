@@ -3,6 +3,25 @@
 # not build all again. The names in files of one target differ for that, also those that stand in no header; and a file
 # still includes what it uses: scripts/lint and the preset release take each by itself.
 
+# Units of a target's files: each belongs to the first of these, NAME=PATTERN, that its path in the target's folder
+# matches.
+function(vxr_unity_groups target)
+  get_target_property(sources ${target} SOURCES)
+  get_target_property(folder ${target} SOURCE_DIR)
+  foreach(group IN LISTS ARGN)
+    string(REGEX MATCH "^([a-z]+)=(.*)$" _ "${group}")
+    set(name ${CMAKE_MATCH_1})
+    set(members ${sources})
+    list(FILTER members INCLUDE REGEX "${CMAKE_MATCH_2}")
+    list(REMOVE_ITEM sources ${members})
+    foreach(member IN LISTS members)
+      cmake_path(ABSOLUTE_PATH member BASE_DIRECTORY ${folder})
+      set_source_files_properties(${member} TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${name})
+    endforeach()
+  endforeach()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD_MODE GROUP)
+endfunction()
+
 function(vxr_quick_build)
   set(common algorithm array charconv cstdint cstdio cstring filesystem functional map memory optional set string
       string_view tuple unordered_map utility vector)
@@ -38,14 +57,9 @@ function(vxr_quick_build)
       endif()
     endforeach()
   endforeach()
-  # Few units, since each makes the templates of the JSON library anew, which takes seconds.
-  set_target_properties(vxr_commands PROPERTIES UNITY_BUILD_BATCH_SIZE 20)
-  # Two units, since vxr.exe links one of them and must not link what logs.
-  get_target_property(sources vxr_package SOURCES)
-  set(injection ${sources})
-  list(FILTER injection INCLUDE REGEX "/plan/|/own_|/device_driver|/restored_system")
-  list(REMOVE_ITEM sources ${injection})
-  set_source_files_properties(${sources} PROPERTIES UNITY_GROUP query)
-  set_source_files_properties(${injection} PROPERTIES UNITY_GROUP injection)
-  set_target_properties(vxr_package PROPERTIES UNITY_BUILD_MODE GROUP)
+  # Few units, since each makes the templates of the JSON library anew, which takes seconds; so do those of the options,
+  # without which tests take the rest.
+  vxr_unity_groups(vxr_commands "options=/command_line|/rescue_commands" "rescue=/rescue/|/hive/|/boot/" "run=.")
+  # vxr.exe links the query, and must not link what logs.
+  vxr_unity_groups(vxr_package "injection=/plan/|/own_|package/device_driver|package/restored_system" "query=.")
 endfunction()

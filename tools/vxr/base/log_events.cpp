@@ -116,7 +116,7 @@ struct ErrorLine {
 };
 
 ErrorLine ReadErrorLine(std::string_view line) {
-  constexpr std::string_view kFailed = "():failed!ec=", kAllocation = "AllocHeap";
+  constexpr std::string_view kFailed = "():failed!ec=", kHeapCall = "AllocHeap";
   const std::size_t colon = line.find(':');
   if (colon == line.npos) return {"", std::string(line), "", 0};
   const std::string_view text = line.substr(colon + 1);
@@ -126,8 +126,8 @@ ErrorLine ReadErrorLine(std::string_view line) {
     error.call = text.substr(0, failed);
     const std::string_view number = text.substr(failed + kFailed.size());
     std::from_chars(number.data(), number.data() + number.size(), error.code);
-  } else if (text.starts_with(kAllocation)) {
-    error.call = kAllocation;
+  } else if (text.starts_with(kHeapCall)) {
+    error.call = kHeapCall;
     error.code = ERROR_NOT_ENOUGH_MEMORY;
   }
   return error;
