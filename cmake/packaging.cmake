@@ -21,7 +21,7 @@ if(NOT WIN32)
   install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE)
   include(cmake/development.cmake)
 endif()
-if(VXR_HELP)
+if(VXR_HELP OR VXR_LINUX_PACKAGES)
   include(cmake/help.cmake)
 endif()
 
