@@ -2,7 +2,7 @@
 
 find_program(VXR_LOWDOWN lowdown)
 if(NOT VXR_LOWDOWN)
-  message(FATAL_ERROR "lowdown is missing, which makes manual pages; run scripts/bootstrap, or set VXR_HELP to OFF")
+  message(FATAL_ERROR "lowdown is missing, which makes manual pages; run scripts/bootstrap")
 endif()
 set(VXR_HELP_DIR ${PROJECT_BINARY_DIR}/help)
 file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/debian/changelog date REGEX "^ -- " LIMIT_COUNT 1)

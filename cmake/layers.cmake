@@ -4,7 +4,8 @@
 # Floors from the top, one a folder, so that no two folders include each other; a path belongs to the first prefix that
 # fits it. Folders of one floor do not know each other.
 set(VXR_FLOORS
-  "tools/vxr/base/=4" "tools/vxr/run/=2" "tools/vxr/rescue/=1" "tools/vxr/main.cpp=0" "tools/vxr/command_line=0" "tools/vxr/=3"
+  "tools/vxr/base/=4" "tools/vxr/run/=2" "tools/vxr/rescue/=1" "tools/vxr/main.cpp=0" "tools/vxr/command_line=0"
+  "tools/vxr/=3"
   "rescue/=5"
   "bmext/create/=11"
   "device/scan/=12" "volume/=12"

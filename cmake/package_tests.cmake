@@ -12,10 +12,13 @@ endif()
 vxr_package_test(help_test 120 $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR})
 vxr_package_test(pages_test 300 ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 vxr_package_test(abi_test 60 $<TARGET_FILE:vxrcore> ${PROJECT_SOURCE_DIR})
-# Builds the presets' folder, so that all three see what cpack makes.
+# Builds the preset's folder, so that those behind it see what cpack makes.
 vxr_package_test(debian_packages_test 1800 ${PROJECT_SOURCE_DIR})
+vxr_package_test(debian_lint_test 120 ${PROJECT_SOURCE_DIR})
 vxr_package_test(debian_install_test 120 ${PROJECT_SOURCE_DIR})
 vxr_package_test(portable_test 600 ${PROJECT_SOURCE_DIR})
 # The longest by far: the others run beside it.
 set_tests_properties(debian_packages_test PROPERTIES FIXTURES_SETUP debian_packages COST 1000)
-set_tests_properties(debian_install_test portable_test PROPERTIES FIXTURES_REQUIRED debian_packages)
+set_tests_properties(debian_lint_test debian_install_test PROPERTIES FIXTURES_REQUIRED debian_packages)
+# They build in one folder.
+set_tests_properties(debian_packages_test portable_test PROPERTIES RESOURCE_LOCK linux_packages)

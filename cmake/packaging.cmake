@@ -21,7 +21,7 @@ if(NOT WIN32)
   install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE)
   include(cmake/development.cmake)
 endif()
-if(VXR_HELP OR VXR_LINUX_PACKAGES)
+if(VXR_LINUX_PACKAGES)
   include(cmake/help.cmake)
 endif()
 
@@ -32,7 +32,8 @@ set(CPACK_PACKAGE_CHECKSUM SHA256)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 if(VXR_LINUX_PACKAGES)
-  # Of one build, so that what both consist of is compiled once.
+  # Of one build, so that what both consist of is compiled once: the presets debian and portable configure the same
+  # folder, and differ in what is built and packed of it.
   foreach(packages debian portable)
     block()
       include(cmake/${packages}.cmake)

@@ -1,9 +1,9 @@
 # One program with everything but the C library linked in, for a rescue system that has nothing else:
 #   cmake --preset portable && cmake --build --preset portable && cpack --preset portable
-# It is made of the archives that the Debian packages are made of, and installed by itself only.
+# It is made of the archives that the Debian packages are made of, and installed as the component `portable` only.
 
+# Objects of the program itself: of an archive the linker would take iconv after it had the C library's.
 vxr_program(vxr_portable "library linked in"
-  # An object of the program itself: from an archive the linker would take it after the C library's.
   ${PROJECT_SOURCE_DIR}/platform/machine/hive/hivex_iconv.cpp
   ${PROJECT_SOURCE_DIR}/platform/machine/description/toml_library.cpp)
 set_target_properties(vxr_portable PROPERTIES VXR_LINKS_ARCHIVES ON)

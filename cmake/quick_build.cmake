@@ -1,7 +1,7 @@
 # A whole build in half of the time: several files of a target are compiled as one, and headers of others that most files
 # include are compiled once for each set of options that they are used with. None of ours: a change of one of them must
 # not build all again. The names in files of one target differ for that, also those that stand in no header; and a file
-# still includes what it uses: scripts/lint takes each by itself.
+# still includes what it uses: scripts/lint takes each by itself, but for those of Windows alone.
 
 # Units of a target's files: each belongs to the first of these, NAME=PATTERN, that its path in the target's folder
 # matches.
@@ -57,9 +57,9 @@ function(vxr_quick_build)
       endif()
     endforeach()
   endforeach()
-  # Few units, since each makes the templates of the JSON library anew, which takes seconds; so do those of the options,
-  # without which tests take the rest.
+  # Few units, since each makes the templates of the JSON library anew, which takes seconds. Those of the options are as
+  # slow: a unit of their own, which programs of tests do not link.
   vxr_unity_groups(vxr_commands "options=/command_line|/rescue_commands" "rescue=/rescue/|/hive/|/boot/" "run=.")
-  # vxr.exe links the query, and must not link what logs.
+  # vxr.exe links the query, and cannot link what logs: a file that does belongs to the other unit.
   vxr_unity_groups(vxr_package "injection=/plan/|/own_|package/device_driver|package/restored_system" "query=.")
 endfunction()

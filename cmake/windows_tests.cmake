@@ -4,8 +4,9 @@
 set(CMAKE_POLICY_DEFAULT_CMP0077 NEW) # so that the next line counts
 set(INSTALL_GTEST OFF)
 add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+# What is tested are the archives: neither this nor the tests are worth optimising.
 foreach(target gtest gtest_main gmock)
-  target_compile_options(${target} PRIVATE -O0) # what is tested are the archives
+  target_compile_options(${target} PRIVATE -O0)
 endforeach()
 
 # The tests' drives X: and D: are directories of this folder.

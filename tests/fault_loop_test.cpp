@@ -1,6 +1,5 @@
-// Every platform call of a restore run made to fail in turn, once and from then on, until a run meets no fault:
-// whatever fails, nothing crashes or leaks, nothing stays open, the log stays balanced, and the restored system is as
-// it was or complete, file by file.
+// Every platform call of a restore run made to fail in turn, once and from then on: whatever fails, nothing crashes or
+// leaks, nothing stays open, the log stays balanced, and the restored system is as it was or complete, file by file.
 
 #include "tests/support/fault_loop.h"
 

@@ -23,7 +23,7 @@ fail() {
 run() { timeout 60 "$vxr" "$@" >out 2>err </dev/null; }
 
 # expect STATUS PATTERN ARGUMENT...: PATTERN is on standard output when there is one, else on standard error, which is
-# one line then. With --json there is a document that gives the status.
+# one line then. With --json there is a document that gives the status, and of each choice its service or null.
 expect() {
   local status=$1 pattern=$2 got where=err
   shift 2
@@ -34,7 +34,8 @@ expect() {
   tr '\n' ' ' <$where | grep -qE -- "$pattern" || fail "$*: no \"$pattern\""
   [[ -s out || $(wc -l <err) -eq 1 ]] || fail "$*: more than one line of complaint"
   run "$@" --json
-  [[ $? -eq $status ]] && jq -e "(.exit_status // 0) == $status" out >json 2>&1 || fail "$* --json"
+  [[ $? -eq $status ]] && jq -e "(.exit_status // 0) == $status and
+    ([.run?.devices[]?.choice // empty | .service | type] - [\"string\", \"null\"] == [])" out >json 2>&1 || fail "$* --json"
 }
 
 fresh() {

@@ -1,4 +1,5 @@
-// Every platform call of a job made to fail in turn, once or from then on.
+// Every platform call of a job made to fail in turn, once or from then on; with sanitizers, under which a pass takes
+// ten times as long, the first from each place that one is called from.
 #pragma once
 
 #include <functional>
@@ -19,11 +20,11 @@ std::vector<FaultLoop> AllFaultLoops();
 // One pass. The machine is open from the end of `prepare` until `check` closes it.
 struct FaultPass {
   std::function<void()> prepare;
-  std::function<void()> attempt;            // with the fault, or in the first pass without one
+  std::function<void()> attempt;            // with the fault; in the first and the last pass without one
   std::function<void(bool faulted)> check;  // after the fault is gone and the log has ended
 };
 
-// Runs a pass without a fault, then those of a share. After each attempt nothing must be left open, and in `log`, all
-// that was written at level 5 since `prepare`, every function must be left as often as it is entered. Returns how many
-// platform calls the job makes.
+// Runs a pass without a fault, those of a share, and one without a fault again. After each attempt nothing must be left
+// open, and in `log`, all that was written at level 5 since `prepare`, every function must be left as often as it is
+// entered. Returns how many platform calls the job makes.
 unsigned RunFaultLoop(const FaultLoop &loop, std::string *log, const FaultPass &pass);

@@ -66,8 +66,8 @@ std::vector<std::string> ExportHive(const std::filesystem::path &file, const std
   std::vector<std::string> lines;
   char *line = nullptr;
   std::size_t room = 0;
-  for (ssize_t length = 0; pipe != nullptr && (length = getline(&line, &room, pipe.get())) > 0;) {
-    lines.emplace_back(line, static_cast<std::size_t>(length - 1));  // without its end
+  while (pipe != nullptr && getline(&line, &room, pipe.get()) > 0) {
+    lines.emplace_back(line, std::strcspn(line, "\n"));
   }
   std::free(line);
   return lines;

@@ -33,7 +33,8 @@ const std::string kUsageStatus =
 
 CLI::App *AddCommand(CLI::App *app, const char *name, const char *description) {
   CLI::App *command = app->add_subcommand(name, description);
-  command->set_version_flag("--version", kVersion, "Show the version");
+  command->set_version_flag(
+      "--version", [app] { return app->version(); }, "Show the version");
   return command;
 }
 
@@ -258,10 +259,10 @@ void PrintErrorDocument(int exitStatus) {
   std::fflush(stdout);
 }
 
-int Run(int argc, char **argv) {
+int Run(int argc, char **argv, const char *version) {
   CLI::App app("Makes a restored Windows system start on different disk hardware, by injecting drivers offline.",
                "vxr");
-  app.set_version_flag("--version", kVersion, "Show the version");
+  app.set_version_flag("--version", version, "Show the version");
   app.require_subcommand(1);
   RunOptions runOptions;
   CreateOptions createOptions;
@@ -272,7 +273,7 @@ int Run(int argc, char **argv) {
   DriversOptions driversOptions;
 #ifndef _WIN32
   RescueCommands rescue;
-  AddRescueCommands(&app, kVersion, &rescue);
+  AddRescueCommands(&app, version, &rescue);
 #endif
   const CLI::App *run = AddRun(&app, &runOptions);
   const CLI::App *create = AddCreate(&app, &createOptions);
@@ -305,11 +306,11 @@ int Run(int argc, char **argv) {
 
 }  // namespace
 
-int CommandLine(int argc, char **argv) {
+int CommandLine(int argc, char **argv, const char *version) {
 #ifdef _WIN32
   UseUtf8(&argc, &argv);
 #endif
-  const int exitStatus = Run(argc, argv);
+  const int exitStatus = Run(argc, argv, version);
   const auto is = [](const char *text) { return [text](std::string_view argument) { return argument == text; }; };
   char **end = std::find_if(argv, argv + argc, is("--"));  // file names follow
   if (std::any_of(argv, end, is("--json"))) PrintErrorDocument(exitStatus);

@@ -2,6 +2,4 @@
 
 #include "tools/vxr/command_line.h"
 
-const char kVersion[] = "vxr " VXR_VERSION " (" VXR_BUILD ")";
-
-int main(int argc, char **argv) { return CommandLine(argc, argv); }
+int main(int argc, char **argv) { return CommandLine(argc, argv, "vxr " VXR_VERSION " (" VXR_BUILD ")"); }
