@@ -17,7 +17,7 @@
 
 #define PRODUCT_KEY "SOFTWARE\\Varnelt\\Halcyra"
 #define JOB_KEY "SOFTWARE\\Varnelt\\Relmar\\7"
-enum { kJob = 7, kLoads = 10, kMostText = 1024 };
+enum { kJob = 7, kLoads = 50, kMostText = 1024 };
 
 static const char *work; /* DIRECTORY */
 
