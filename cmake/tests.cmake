@@ -7,7 +7,8 @@ add_library(vxr_test_support STATIC
   tests/support/hive_log_builder.cpp tests/support/hive_reader.cpp tests/support/hive_structure.cpp
   tests/support/pe_builder.cpp tests/support/protected_machine.cpp tests/support/restore_job.cpp
   tests/support/test_machine.cpp tests/support/test_machine_files.cpp)
-target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples")
+target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
+  VXR_SANITIZED=$<BOOL:${VXR_SANITIZE}>)
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main)
 
 include(GoogleTest)

@@ -15,13 +15,7 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
+constexpr bool kSanitized = VXR_SANITIZED;
 
 void ExpectBalancedLog(const std::string &log) {
   // These say goodbye twice.
@@ -54,8 +48,9 @@ void NotePlace() {
 std::vector<unsigned> CallsToFail() {
   std::vector<unsigned> numbers;
   std::set<Place> seen;
+  unsigned number = 0;
   for (const Place &place : places) {
-    const unsigned number = static_cast<unsigned>(&place - places.data()) + 1;
+    ++number;
     if (!kSanitized || seen.insert(place).second) numbers.push_back(number);
   }
   return numbers;

@@ -31,13 +31,6 @@ const std::string kRehearsalStatus =
 const std::string kUsageStatus =
     kDescribedMachines ? "2 for wrong usage or a machine that cannot be opened." : "2 for wrong usage.";
 
-CLI::App *AddCommand(CLI::App *app, const char *name, const char *description) {
-  CLI::App *command = app->add_subcommand(name, description);
-  command->set_version_flag(
-      "--version", [app] { return app->version(); }, "Show the version");
-  return command;
-}
-
 // The option that names the machine to work on; null when that is always this one.
 CLI::Option *AddMachine(CLI::App *command, std::string *file) {
   if (!kDescribedMachines) return nullptr;
@@ -49,7 +42,7 @@ void RequireMachine(CLI::App *command, std::string *file) {
 }
 
 CLI::App *AddRun(CLI::App *app, RunOptions *options) {
-  CLI::App *run = AddCommand(app, "run", "Put drivers into a restored system, or check that they would be found");
+  CLI::App *run = app->add_subcommand("run", "Put drivers into a restored system, or check that they would be found");
   RequireMachine(run, &options->machine);
   run->add_option("--job", options->job, "Number of the restore job in the machine's registry")
       ->required()
@@ -75,15 +68,20 @@ CLI::App *AddRun(CLI::App *app, RunOptions *options) {
   return run;
 }
 
-CLI::App *AddInf(CLI::App *app, InfOptions *options) {
-  CLI::App *inf = AddCommand(app, "inf", "Show an INF file as its reader sees it");
-  inf->add_option("file", options->file, "INF file")->required()->type_name("FILE");
-  inf->add_option("--code-page", options->codePage, "ANSI code page of 8-bit files")
+// How INF files are read.
+void AddInfReading(CLI::App *command, unsigned *codePage, unsigned *language) {
+  command->add_option("--code-page", *codePage, "ANSI code page of 8-bit files")
       ->type_name("NUMBER")
       ->capture_default_str();
-  inf->add_option("--language", options->language, "Language of the strings, such as 0x0409 for [Strings.0409]")
+  command->add_option("--language", *language, "Language of the strings, such as 0x0409 for [Strings.0409]")
       ->type_name("NUMBER")
       ->default_str("0x0409");
+}
+
+CLI::App *AddInf(CLI::App *app, InfOptions *options) {
+  CLI::App *inf = app->add_subcommand("inf", "Show an INF file as its reader sees it");
+  inf->add_option("file", options->file, "INF file")->required()->type_name("FILE");
+  AddInfReading(inf, &options->codePage, &options->language);
   inf->add_flag("--json", options->json, "Print one JSON document instead of text");
   inf->footer("Exit status: 0; 1 when the file is missing or is not an INF file; 2 for wrong usage.");
   return inf;
@@ -91,7 +89,7 @@ CLI::App *AddInf(CLI::App *app, InfOptions *options) {
 
 CLI::App *AddDrivers(CLI::App *app, DriversOptions *options) {
   CLI::App *drivers =
-      AddCommand(app, "drivers", "Say which INF file would be installed for a device, and why not others");
+      app->add_subcommand("drivers", "Say which INF file would be installed for a device, and why not others");
   drivers->add_option("directory", options->directories, "Directories of driver packages, searched with all below them")
       ->required()
       ->type_name("DIR");
@@ -114,12 +112,7 @@ CLI::App *AddDrivers(CLI::App *app, DriversOptions *options) {
       ->check(CLI::IsMember({"exact", "windows"}))
       ->type_name("RULES")
       ->capture_default_str();
-  drivers->add_option("--code-page", options->codePage, "ANSI code page of 8-bit files")
-      ->type_name("NUMBER")
-      ->capture_default_str();
-  drivers->add_option("--language", options->language, "Language of the strings, such as 0x0409 for [Strings.0409]")
-      ->type_name("NUMBER")
-      ->default_str("0x0409");
+  AddInfReading(drivers, &options->codePage, &options->language);
   drivers->add_flag("--json", options->json, "Print one JSON document instead of text");
   drivers->footer(
       "The driver that would be taken comes first: that of the lowest rank, of equal ones the later date, then the\n"
@@ -129,7 +122,7 @@ CLI::App *AddDrivers(CLI::App *app, DriversOptions *options) {
 }
 
 CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
-  CLI::App *create = AddCommand(app, "create", "Record a machine in an extension file, as at backup time");
+  CLI::App *create = app->add_subcommand("create", "Record a machine in an extension file, as at backup time");
   RequireMachine(create, &options->machine);
   create->add_option("file", options->extension, "Extension file to write")->required()->type_name("FILE");
   create->add_option("--includes", options->includes, "Includes file of the backup, which is to list the file")
@@ -145,7 +138,7 @@ CLI::App *AddCreate(CLI::App *app, CreateOptions *options) {
 
 #ifndef _WIN32
 CLI::App *AddHive(CLI::App *app, HiveOptions *options) {
-  CLI::App *hive = AddCommand(app, "hive", "Show what a registry hive is, and what its transaction logs would do");
+  CLI::App *hive = app->add_subcommand("hive", "Show what a registry hive is, and what its transaction logs would do");
   hive->add_option("file", options->file, "Hive file; its .LOG, .LOG1 and .LOG2 lie beside it")
       ->required()
       ->type_name("FILE");
@@ -167,7 +160,7 @@ void AddCodePage(CLI::App *command, unsigned *codePage) {
 }
 
 CLI::App *AddShow(CLI::App *app, ShowOptions *options) {
-  CLI::App *show = AddCommand(app, "show", "Show what extension files recorded");
+  CLI::App *show = app->add_subcommand("show", "Show what extension files recorded");
   show->add_option("file", options->files, "Extension files")->required()->type_name("FILE");
   AddCodePage(show, &options->codePage);
   show->add_flag("--json", options->json, "Print everything as one JSON document, an array for several files");
@@ -176,7 +169,7 @@ CLI::App *AddShow(CLI::App *app, ShowOptions *options) {
 }
 
 CLI::App *AddQuery(CLI::App *app, QueryOptions *options) {
-  CLI::App *query = AddCommand(app, "query", "Ask one question about an extension file");
+  CLI::App *query = app->add_subcommand("query", "Ask one question about an extension file");
   query->add_option("file", options->file, "Extension file")->required()->type_name("FILE");
   query->add_option("class", options->queryClass, "Class: volume, system, network, architect, or its number")
       ->required()
@@ -200,7 +193,7 @@ CLI::App *AddQuery(CLI::App *app, QueryOptions *options) {
 }
 
 CLI::App *AddFixBoot(CLI::App *app, FixBootOptions *options) {
-  CLI::App *fix = AddCommand(app, "fix-boot", "Make the boot sector of the active partition agree with its disk");
+  CLI::App *fix = app->add_subcommand("fix-boot", "Make the boot sector of the active partition agree with its disk");
   fix->add_option("disk", options->disk,
                   kDescribedMachines ? "With --machine a device name such as \\\\.\\PhysicalDrive0, "
                                        "with --geometry an image or a block device"
@@ -273,7 +266,7 @@ int Run(int argc, char **argv, const char *version) {
   DriversOptions driversOptions;
 #ifndef _WIN32
   RescueCommands rescue;
-  AddRescueCommands(&app, version, &rescue);
+  AddRescueCommands(&app, &rescue);
 #endif
   const CLI::App *run = AddRun(&app, &runOptions);
   const CLI::App *create = AddCreate(&app, &createOptions);
@@ -286,6 +279,9 @@ int Run(int argc, char **argv, const char *version) {
   HiveOptions hiveOptions;
   const CLI::App *hive = AddHive(&app, &hiveOptions);
 #endif
+  for (CLI::App *command : app.get_subcommands({})) {
+    command->set_version_flag("--version", version, "Show the version");
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {

@@ -83,10 +83,9 @@ CLI::App *AddUndo(CLI::App *app, UndoOptions *options) {
 
 }  // namespace
 
-void AddRescueCommands(CLI::App *app, const std::string &version, RescueCommands *commands) {
+void AddRescueCommands(CLI::App *app, RescueCommands *commands) {
   CLI::App *const added[] = {AddInject(app, &commands->injectOptions), AddUndo(app, &commands->undoOptions),
                              AddSystem(app, &commands->systemOptions), AddDescribe(app, &commands->describeOptions)};
-  for (CLI::App *command : added) command->set_version_flag("--version", version, "Show the version");
   commands->inject = added[0];
   commands->undo = added[1];
   commands->system = added[2];

@@ -16,7 +16,7 @@ struct RescueCommands {
   const CLI::App *inject = nullptr, *undo = nullptr, *system = nullptr, *describe = nullptr;
 };
 
-// `version`: what each says of --version. The commands keep pointers to the record.
-void AddRescueCommands(CLI::App *app, const std::string &version, RescueCommands *commands);
+// The commands keep pointers to the record.
+void AddRescueCommands(CLI::App *app, RescueCommands *commands);
 // Runs the one that was parsed, and gives its exit status; nothing when it was another command.
 std::optional<int> RunRescueCommand(const RescueCommands &commands);
