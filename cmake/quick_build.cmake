@@ -28,12 +28,13 @@ function(vxr_quick_build)
   set(json nlohmann/json.hpp)
   set(tests gmock/gmock.h gtest/gtest.h fstream sstream)
 
-  # The logic without exceptions, other archives, the command line, programs of tests; each list begins with the target
+  # The logic without exceptions, other archives, the command line, tests; each list begins with the target
   # that has the headers compiled.
   set(logic ${VXR_LOGIC_ARCHIVES})
-  set(archives vxr_inf_file vxr_platform vxr_hive_file vxr_rescue vxr_extension_view vxr_test_support)
+  set(archives vxr_inf_file vxr_platform vxr_hive_file vxr_rescue vxr_extension_view vxr_faults
+      vxr_no_faults)
   set(tools vxr_commands)
-  get_property(programs GLOBAL PROPERTY VXR_TEST_PROGRAMS)
+  get_property(programs GLOBAL PROPERTY VXR_OF_TESTS)
   set(logic_headers ${common})
   set(archives_headers ${common})
   set(tools_headers ${common} ${json})

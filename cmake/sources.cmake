@@ -56,7 +56,7 @@ else()
   # Hive files, their logs and what is in them, version resources, and new files in the place of old ones, without a
   # machine: the command line and the rescue system use them too.
   add_library(vxr_hive_file STATIC
-    platform/machine/base/errors.cpp platform/machine/base/fault.cpp
+    platform/machine/base/errors.cpp
     platform/machine/host/digest.cpp platform/machine/host/file_bytes.cpp platform/machine/host/listing.cpp
     platform/machine/host/replace_file.cpp
     platform/machine/hive/base_block.cpp platform/machine/hive/hive.cpp platform/machine/hive/hive_check.cpp
@@ -65,7 +65,13 @@ else()
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
     platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
     platform/machine/version/version_resource.cpp platform/machine/version/version_tree.cpp)
-  target_link_libraries(vxr_hive_file PUBLIC ${VXR_HIVEX} ${VXR_NETTLE})
+  # Whether a call fails on purpose is answered by an object of each program (fault.h): all the others are the same in
+  # programs of tests, whose property VXR_FAULTS is on, and in what is installed.
+  add_library(vxr_faults OBJECT platform/machine/base/fault.cpp)
+  add_library(vxr_no_faults OBJECT platform/machine/base/no_fault.cpp)
+  set(faults "$<OR:$<BOOL:${VXR_FAULT_POINTS}>,$<BOOL:$<TARGET_PROPERTY:VXR_FAULTS>>>")
+  target_link_libraries(vxr_hive_file PUBLIC ${VXR_HIVEX} ${VXR_NETTLE} INTERFACE
+    "$<IF:${faults},$<TARGET_OBJECTS:vxr_faults>,$<TARGET_OBJECTS:vxr_no_faults>>")
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC ${VXR_BOTH_BUILDS} platform/machine/machine.cpp
     platform/machine/base/handles.cpp platform/machine/base/heap.cpp platform/machine/base/report.cpp

@@ -7,16 +7,14 @@ add_library(vxr_test_support STATIC
   tests/support/hive_log_builder.cpp tests/support/hive_reader.cpp tests/support/hive_structure.cpp
   tests/support/pe_builder.cpp tests/support/protected_machine.cpp tests/support/restore_job.cpp
   tests/support/test_machine.cpp tests/support/test_machine_files.cpp)
-target_compile_definitions(vxr_test_support PRIVATE VXR_EXAMPLES_DIR="${PROJECT_SOURCE_DIR}/examples"
-  VXR_SANITIZED=$<BOOL:${VXR_SANITIZE}>)
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main)
+vxr_of_tests(vxr_test_support)
 
 include(GoogleTest)
 function(vxr_test name label)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE vxr_test_support)
-  target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
+  vxr_of_tests(${name})
   gtest_discover_tests(${name} TEST_PREFIX ${name}. PROPERTIES LABELS ${label} TIMEOUT 300 DISCOVERY_TIMEOUT 60)
 endfunction()
 
@@ -92,18 +90,22 @@ endif()
 # Hive files and extension files for examples; the second shares nothing with the library.
 add_executable(make_hive tests/support/make_hive.cpp)
 target_link_libraries(make_hive PRIVATE vxr_test_support)
+vxr_of_tests(make_hive)
 add_executable(make_extension tests/support/make_extension.cpp tests/support/extension_format.cpp)
 
 # The program from outside: its commands, injections in a rescue system, what pages show, boot sectors of disks that
 # other tools made.
+vxr_program(faulty_vxr "library with fault points linked in")
+target_link_libraries(faulty_vxr PRIVATE vxr_everything)
+set_target_properties(faulty_vxr PROPERTIES VXR_FAULTS ON)
 function(vxr_script name label)
   add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/${name}_test.sh ${ARGN})
   set_tests_properties(${name} PROPERTIES LABELS ${label} TIMEOUT 300)
 endfunction()
 vxr_script(command_line machine $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR}/examples
-           $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive>)
+           $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive> $<TARGET_FILE:faulty_vxr>)
 vxr_script(inject machine $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_hive>
-           ${PROJECT_SOURCE_DIR}/scripts/unpack-sysfs)
+           ${PROJECT_SOURCE_DIR}/scripts/unpack-sysfs $<TARGET_FILE:faulty_vxr>)
 vxr_script(docs machine $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR})
 vxr_script(fix_boot machine $<TARGET_FILE:vxr>)
 set_tests_properties(fix_boot PROPERTIES SKIP_RETURN_CODE 77)

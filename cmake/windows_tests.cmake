@@ -50,14 +50,13 @@ file(CREATE_LINK /usr/include/toml++ ${PROJECT_BINARY_DIR}/headers/toml++ SYMBOL
 target_include_directories(vxr_test_support SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/headers)
 target_link_libraries(vxr_test_support PUBLIC vxr_everything GTest::gtest GTest::gmock GTest::gtest_main PRIVATE
     shlwapi)
+vxr_of_tests(vxr_test_support)
 
 # A program of unit tests and its run.
 function(vxr_windows_test name)
   add_executable(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE vxr_test_support vxr_commands)
-  target_compile_definitions(${name} PRIVATE VXR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  target_compile_options(${name} PRIVATE -O0)
-  set_property(GLOBAL APPEND PROPERTY VXR_TEST_PROGRAMS ${name})
+  vxr_of_tests(${name})
   vxr_windows_run(${name} $<TARGET_FILE:${name}>)
 endfunction()
 

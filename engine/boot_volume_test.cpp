@@ -342,7 +342,6 @@ TEST_F(BootVolumeTest, RefusesNoNameAndAnUnknownDisk) {
             "ERROR:VXREng_FixBootVolume:CreateFile():failed!ec=2:0x00000002:msg=\\\\.\\PhysicalDrive1\n");
 }
 
-#ifdef VXR_FAULT_POINTS
 TEST_F(BootVolumeTest, EachFailingCallHasItsLine) {
   const struct {
     const char *call;
@@ -397,6 +396,5 @@ TEST_F(BootVolumeTest, NoFailureTearsTheSector) {
     }
   }
 }
-#endif
 
 }  // namespace

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # The command line from outside, on copies of the example machines: exit statuses, where output goes, one clear line for
 # each bad input, and that a verification leaves the restored system as it is.
-#   command_line_test.sh VXR EXAMPLES MAKE_EXTENSION MAKE_HIVE
+#   command_line_test.sh VXR EXAMPLES MAKE_EXTENSION MAKE_HIVE FAULTY_VXR
 set -u
 
 vxr=$1
 examples=$2
 make_extension=$3
 make_hive=$4
+faulty_vxr=$5
 source=$(cd "$(dirname "$0")/.." && pwd)
 page=$source/docs/machine.md
 . "$source/tests/support/pages.sh"
@@ -22,7 +23,11 @@ fail() {
   failures=$((failures + 1))
 }
 
-run() { timeout 60 "$vxr" "$@" >"$work/out" 2>"$work/err" </dev/null; }
+run() {
+  local program=$vxr
+  [[ -z ${VXR_FAULTS:-} ]] || program=$faulty_vxr
+  timeout 60 "$program" "$@" >"$work/out" 2>"$work/err" </dev/null
+}
 
 # expect NAME STATUS PATTERN ARGUMENT...: PATTERN is looked for on standard output when STATUS comes from a run, else on
 # standard error, which must then be one line, with nothing on standard output.

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # `vxr inject` from outside, as in a rescue system: a copy of an example's restored system, and a machine whose disk hangs
 # off a RAID controller behind a bridge, as sysfs shows it. What it finds, does, leaves alone, and says of bad input.
-#   inject_test.sh VXR EXAMPLES MAKE_HIVE UNPACK_SYSFS
+#   inject_test.sh VXR EXAMPLES MAKE_HIVE UNPACK_SYSFS FAULTY_VXR
 set -u
 
 vxr=$1
 example=$2/raid-10.0-x64
 make_hive=$3
+faulty_vxr=$5
 work=$(mktemp -d)
 export TMPDIR=$work
 trap 'umount "$work/mount" 2>/dev/null; rm -rf "$work"' EXIT
@@ -20,7 +21,11 @@ fail() {
   failures=$((failures + 1))
 }
 
-run() { timeout 60 "$vxr" "$@" >out 2>err </dev/null; }
+run() {
+  local program=$vxr
+  [[ -z ${VXR_FAULTS:-} ]] || program=$faulty_vxr
+  timeout 60 "$program" "$@" >out 2>err </dev/null
+}
 
 # expect STATUS PATTERN ARGUMENT...: PATTERN is on standard output when there is one, else on standard error, which is
 # one line then. With --json there is a document that gives the status, and of each choice its service or null.

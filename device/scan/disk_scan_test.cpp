@@ -59,9 +59,7 @@ class ScanTest : public MachineTest {
                                              "Controller = Install, PCI\\VEN_8086&DEV_7111\n"));
   }
   ~ScanTest() override {
-#ifdef VXR_FAULT_POINTS
     machine::SetFaultPlan({});
-#endif
     VXRDev_FreeDevices(&block);
     VXR_EXTHEADER none = {};
     VXRExt_Initialize(0, &none);
@@ -113,7 +111,6 @@ TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
   ASSERT_NE(extender->pVXRDriver, nullptr);
   EXPECT_EQ(extender->pVXRDevParent, nullptr);
   EXPECT_THAT(log, HasSubstr("VXR_DEVTYPE_HDC:using system inf path as:X:\\Windows\\inf\n"));
-#ifdef VXR_FAULT_POINTS
   // Each of the two calls that read ids; a device that has none is no reason to say anything.
   for (const unsigned nth : {1u, 2u}) {
     log.clear();
@@ -125,7 +122,6 @@ TEST_F(ScanTest, IdeDiskHasChannelAndBusExtenderAboveIt) {
   log.clear();
   EXPECT_FALSE(DevicesAbove(channel->hDevInst, Caller{"Above"}).front().ids.hardware.empty());
   EXPECT_EQ(log.find("WARNG:"), log.npos) << log;
-#endif
 }
 
 TEST_F(ScanTest, DiskIsRecordedWithoutAControllerThatFails) {
@@ -231,7 +227,6 @@ TEST_F(ScanTest, FirstDeviceThatBeginsWithTheIdIsTaken) {
   EXPECT_THAT(log, HasSubstr("ERROR:VXRDev_GetDevInfoData:failed to find devinfodata for PCI\\VEN_1!ec=0x00000103\n"));
 }
 
-#ifdef VXR_FAULT_POINTS
 TEST_F(ScanTest, AClassThatCannotBeSetIsAFailure) {
   OpenScan(kIdeMachine);
   for (const unsigned nth : {1u, 2u}) {
@@ -269,6 +264,5 @@ TEST_F(ScanTest, NoFailureCrashesOrLeavesHalfARecord) {
     EXPECT_EQ(dwError, 0u);
   }
 }
-#endif
 
 }  // namespace

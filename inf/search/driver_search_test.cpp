@@ -179,7 +179,6 @@ TEST_F(DriverSearch, TriesCompatibleIdsOfALineWithoutHardwareId) {
   EXPECT_STREQ(device->pVXRDriver->szMatchedID, R"(PCI\CC_0100)");
 }
 
-#ifdef VXR_FAULT_POINTS
 TEST_F(DriverSearch, GoesOnWithTheNextDirectoryWhenRegistrationFails) {
   Begin(true);
   const std::string service = "[Service]\nStartType = 0\n";
@@ -238,7 +237,6 @@ TEST_F(DriverSearch, StopsWhenTheUserCannotBeAsked) {
   EXPECT_EQ(dwError, 0u);
   EXPECT_THAT(Lines("ERROR:VXRDev_ValidateDir:"), ElementsAre(StartsWith("MessageBox():failed!")));
 }
-#endif
 
 struct Answers {
   const char *name;

@@ -1,7 +1,6 @@
 // Opening and closing the described machine, and its observer.
 #include "vxrcore/machine.h"
 
-#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -23,18 +22,6 @@
 
 namespace {
 
-// Takes the plan of VXR_FAULTS. A plan that does not parse would make a fault test pass without a fault.
-machine::Status ReadFaultPlan() {
-#ifdef VXR_FAULT_POINTS
-  const char *text = std::getenv("VXR_FAULTS");
-  if (text != nullptr && *text != '\0' && !machine::SetFaultPlanFromText(text)) {
-    return machine::Status::Refused(std::string("VXR_FAULTS: \"") + text +
-                                    "\" is not of the form NAME:N[:once|on][:ERROR]");
-  }
-#endif
-  return {};
-}
-
 using Reader = std::function<machine::Status(machine::Description *)>;
 
 machine::Status Open(const Reader &read, const std::string &name) {
@@ -44,7 +31,7 @@ machine::Status Open(const Reader &read, const std::string &name) {
   }
   auto description = std::make_unique<machine::Description>();
   if (machine::Status done = read(description.get()); !done) return done;
-  if (machine::Status planned = ReadFaultPlan(); !planned) return planned;
+  if (machine::Status planned = machine::TakeFaultsOfEnvironment(); !planned) return planned;
   // Before the rooms open, since they ask for the open machine; after they have closed it is none again.
   machine::SetCurrent(std::move(description));
   if (machine::Status opened = machine::OpenRegistry(*machine::Current()); !opened) {

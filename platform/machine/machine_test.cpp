@@ -126,8 +126,6 @@ TEST(Errors, AnUnknownErrnoIsAFailureStill) {
 
 // --- Faults ---------------------------------------------------------------------------------------------------------
 
-#ifdef VXR_FAULT_POINTS
-
 // Which of six calls of a name fail, as digits.
 std::string Failing(const char *call = "HeapAlloc") {
   std::string failing;
@@ -176,7 +174,5 @@ TEST_F(FaultTest, TheVariableIsReadAtOpening) {
   unsetenv("VXR_FAULTS");
   EXPECT_STREQ(message, "VXR_FAULTS: \"GetSystemDirectoryA\" is not of the form NAME:N[:once|on][:ERROR]");
 }
-
-#endif
 
 }  // namespace

@@ -32,9 +32,7 @@ MachineTest::MachineTest() {
 }
 
 MachineTest::~MachineTest() {
-#ifdef VXR_FAULT_POINTS
   machine::SetFaultPlan({});
-#endif
   Close();
   VXRMachine_SetObserver(nullptr, nullptr);
   std::error_code ignored;
@@ -69,7 +67,7 @@ void MachineTest::Close() {
 
 void MachineTest::CopyExample(const std::string &name, const std::string &relative, const std::string &drive) {
   using std::filesystem::copy_options;
-  std::filesystem::copy(std::filesystem::path(VXR_EXAMPLES_DIR) / name, Host(relative),
+  std::filesystem::copy(std::filesystem::path(VXR_SOURCE_DIR "/examples") / name, Host(relative),
                         copy_options::recursive | copy_options::overwrite_existing);
   WriteFile(relative + "/" + drive + "/Halcyra/master.ini", kMasterIni);
 }

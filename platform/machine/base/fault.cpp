@@ -1,10 +1,11 @@
 // Counts platform calls against the fault plan.
 #include "platform/machine/base/fault.h"
 
-#ifdef VXR_FAULT_POINTS
-
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -71,6 +72,10 @@ bool FaultPoint(const char *call, DWORD fallback) {
   return true;
 }
 
-}  // namespace machine
+Status TakeFaultsOfEnvironment() {
+  const char *text = std::getenv("VXR_FAULTS");
+  if (text == nullptr || *text == '\0' || SetFaultPlanFromText(text)) return {};
+  return Status::Refused(std::string("VXR_FAULTS: \"") + text + "\" is not of the form NAME:N[:once|on][:ERROR]");
+}
 
-#endif
+}  // namespace machine

@@ -1,14 +1,15 @@
 // Fault points: a test says which platform call is to fail, and every entry of the described machine asks here first.
 // Entries that cannot fail on Windows (GetLastError, HeapFree, CharUpperBuffA, those without a result) have none.
 //
-// Absent (a constant false) unless the build has VXR_FAULT_POINTS. Then a plan comes from SetFaultPlan or, when the
-// machine opens, from the variable VXR_FAULTS: NAME:N[:once|on][:ERROR], such as "CopyFileA:2:on:112"; NAME * counts
-// every call, N begins at 1, ERROR is decimal or begins with 0x.
+// What answers is chosen when a program is linked, so that all else that tests run is what is shipped, to the byte:
+// fault.cpp, which follows a plan, or, in what is installed, no_fault.cpp, which has none. A plan comes from
+// SetFaultPlan or, when the machine opens, from the variable VXR_FAULTS: NAME:N[:once|on][:ERROR], such as
+// "CopyFileA:2:on:112"; NAME * counts every call, N begins at 1, ERROR is decimal or begins with 0x.
 #pragma once
 
-#include <string>
 #include <string_view>
 
+#include "platform/machine/base/status.h"
 #include "platform/platform.h"
 
 namespace machine {
@@ -21,17 +22,18 @@ struct FaultPlan {
   void (*counted)() = nullptr;  // called at each call that is counted
 };
 
-#ifdef VXR_FAULT_POINTS
+// Whether this call is to fail; then sets the last error to the plan's, or to `fallback`.
+bool FaultPoint(const char *call, DWORD fallback);
+// Takes the plan of VXR_FAULTS, if there is one. Refused, when it is not of that form: a test with it would pass
+// without a fault.
+Status TakeFaultsOfEnvironment();
+
+// Only where fault.cpp is linked.
 void SetFaultPlan(const FaultPlan &plan);  // also resets the counters; `plan.call` must outlive the plan
 // The same from the form of VXR_FAULTS, copied. False, with the plan unchanged, when `text` is not of that form.
 bool SetFaultPlanFromText(std::string_view text);
 unsigned FaultCalls();  // calls counted that the plan's name matches
 unsigned FaultsMet();   // how many of them failed
-// Whether this call is to fail; then sets the last error to the plan's, or to `fallback`.
-bool FaultPoint(const char *call, DWORD fallback);
-#else
-constexpr bool FaultPoint(const char *, DWORD) { return false; }
-#endif
 
 }  // namespace machine
 

@@ -79,7 +79,6 @@ TEST_F(FilesTest, KeepsAttributes) {
       << "the host may take the permission away";
 }
 
-#ifdef VXR_FAULT_POINTS
 TEST_F(FilesTest, AFaultyCloseLeavesNothingOpen) {
   WriteFile("restored/map.bin", "0123456789");
   Open();
@@ -96,6 +95,5 @@ TEST_F(FilesTest, AFaultyCloseLeavesNothingOpen) {
   EXPECT_FALSE(FindClose(search));
   machine::SetFaultPlan({});
 }
-#endif
 
 }  // namespace
