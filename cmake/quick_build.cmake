@@ -28,18 +28,17 @@ function(vxr_quick_build)
   set(json nlohmann/json.hpp)
   set(tests gmock/gmock.h gtest/gtest.h fstream sstream)
 
-  # The logic without exceptions, other archives, the command line, tests; each list begins with the target
-  # that has the headers compiled.
+  # The logic without exceptions, other archives, the command line, tests; each list begins with the target that has the
+  # headers compiled.
   set(logic ${VXR_LOGIC_ARCHIVES})
-  set(archives vxr_inf_file vxr_platform vxr_hive_file vxr_rescue vxr_extension_view vxr_faults
-      vxr_no_faults)
+  set(archives vxr_inf_file vxr_platform vxr_hive_file vxr_rescue vxr_extension_view vxr_faults vxr_no_faults)
   set(tools vxr_commands)
-  get_property(programs GLOBAL PROPERTY VXR_OF_TESTS)
+  get_property(of_tests GLOBAL PROPERTY VXR_OF_TESTS)
   set(logic_headers ${common})
   set(archives_headers ${common})
   set(tools_headers ${common} ${json})
-  set(programs_headers ${common} ${tests})
-  foreach(group logic archives tools programs)
+  set(of_tests_headers ${common} ${tests})
+  foreach(group logic archives tools of_tests)
     set(owner)
     foreach(target ${${group}})
       if(NOT TARGET ${target})

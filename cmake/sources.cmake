@@ -65,13 +65,11 @@ else()
     platform/machine/hive/hive_recovery.cpp platform/machine/hive/marvin.cpp
     platform/machine/hive/registry_path.cpp platform/machine/hive/registry_value.cpp
     platform/machine/version/version_resource.cpp platform/machine/version/version_tree.cpp)
-  # Whether a call fails on purpose is answered by an object of each program (fault.h): all the others are the same in
-  # programs of tests, whose property VXR_FAULTS is on, and in what is installed.
+  # One object of each program says whether a call fails on purpose (fault.h); it can where the property VXR_FAULTS is on.
   add_library(vxr_faults OBJECT platform/machine/base/fault.cpp)
   add_library(vxr_no_faults OBJECT platform/machine/base/no_fault.cpp)
-  set(faults "$<OR:$<BOOL:${VXR_FAULT_POINTS}>,$<BOOL:$<TARGET_PROPERTY:VXR_FAULTS>>>")
   target_link_libraries(vxr_hive_file PUBLIC ${VXR_HIVEX} ${VXR_NETTLE} INTERFACE
-    "$<IF:${faults},$<TARGET_OBJECTS:vxr_faults>,$<TARGET_OBJECTS:vxr_no_faults>>")
+    "$<TARGET_OBJECTS:$<IF:$<BOOL:$<TARGET_PROPERTY:VXR_FAULTS>>,vxr_faults,vxr_no_faults>>")
   set(VXR_HIVE_FILE "vxr_hive_file,")
   add_library(vxr_platform STATIC ${VXR_BOTH_BUILDS} platform/machine/machine.cpp
     platform/machine/base/handles.cpp platform/machine/base/heap.cpp platform/machine/base/report.cpp
@@ -128,7 +126,8 @@ else()
   # With clang the library of the sanitizers is in the program alone.
   target_link_options(vxrcore PRIVATE $<$<NOT:$<BOOL:${VXR_SANITIZE}>>:-Wl,--no-undefined>
                       -Wl,--version-script=${map})
-  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
+  set_target_properties(vxrcore PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0 LINKER_LANGUAGE CXX LINK_DEPENDS ${map}
+                        VXR_FAULTS ${VXR_FAULT_POINTS})
 endif()
 
 # The rescue system: the machine that Linux runs on, and the restored system as its files tell. The ids of devices serve

@@ -215,6 +215,7 @@ for ((n = 1; n < 2200; n += 61)); do
   VXR_FAULTS="*:$n:$([[ $((n % 2)) -eq 0 ]] && echo once || echo on)" run inject --root restored "${sda[@]}" --drivers pack/raid/w10
   got=$?
   folder=$(find restored/Windows/vxr-undo -mindepth 1 -maxdepth 1 2>/dev/null)
+  [[ $n -gt 1 || $got -ne 0 ]] || fail "every call was to fail, and none did"
   [[ $got -ne 0 || ($(sha256sum <$hive) != "$old" && -n $folder) ]] || fail "fault $n: 0, and nothing was done"
   [[ -z $folder ]] || run undo "$folder" || fail "fault $n: undo"
   [[ $(state) == "$before" ]] || fail "fault $n: not as it was"

@@ -53,11 +53,12 @@ ldd "$vxr" | grep -o '/[^ ]*' | while read -r library; do
   install -D "$library" "$root$library"
 done
 
-# shows NAME PATTERN ARGUMENT...: exit status 0, and PATTERN in the output.
+# shows NAME PATTERN ARGUMENT...: exit status 0, and PATTERN in the output. No machine would open where platform calls can
+# be made to fail, since that is not how.
 shows() {
   local name=$1 pattern=$2
   shift 2
-  chroot "$root" "/${vxr#"$root/"}" "$@" >"$work/out" 2>&1 || fail "$name: exit status $?"
+  VXR_FAULTS=nonsense chroot "$root" "/${vxr#"$root/"}" "$@" >"$work/out" 2>&1 || fail "$name: exit status $?"
   grep -qE -- "$pattern" "$work/out" || fail "$name: no \"$pattern\" in the output"
 }
 

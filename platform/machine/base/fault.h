@@ -1,10 +1,10 @@
 // Fault points: a test says which platform call is to fail, and every entry of the described machine asks here first.
 // Entries that cannot fail on Windows (GetLastError, HeapFree, CharUpperBuffA, those without a result) have none.
 //
-// What answers is chosen when a program is linked, so that all else that tests run is what is shipped, to the byte:
-// fault.cpp, which follows a plan, or, in what is installed, no_fault.cpp, which has none. A plan comes from
-// SetFaultPlan or, when the machine opens, from the variable VXR_FAULTS: NAME:N[:once|on][:ERROR], such as
-// "CopyFileA:2:on:112"; NAME * counts every call, N begins at 1, ERROR is decimal or begins with 0x.
+// Which object answers is chosen when a program is linked: fault.cpp follows a plan; no_fault.cpp, which is in what is
+// installed, has none. So tests link the other objects that are shipped. A plan comes from SetFaultPlan or, when the
+// machine opens, from the variable VXR_FAULTS: NAME:N[:once|on][:ERROR], such as "CopyFileA:2:on:112"; NAME * counts
+// every call, N begins at 1, ERROR is decimal or begins with 0x.
 #pragma once
 
 #include <string_view>
