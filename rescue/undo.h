@@ -24,6 +24,7 @@ struct UndoPlan {
   std::int64_t time = 0;                  // of the injection, seconds since 1970
   std::string program;                    // that makes the change, "vxr 0.1.0"
   std::vector<PlannedChange> changes;
+  bool forgetsHibernation = false;  // the run drops the memory of a hibernated system, which no undo brings back
 };
 
 // Who changes a restored system, or takes a change back, holds this from the first look to the last change: what one
@@ -58,6 +59,8 @@ struct UndoFolder {
   bool unfinished = false;  // without a manifest: the run was stopped before it changed anything
   std::int64_t time = 0;
   std::string program;
+  bool forgotHibernation = false;
+  std::string later;  // the name of a later injection's folder that began with the hive that this one left; empty: none
   std::vector<UndoEntry> entries;
   std::string problem;  // why it cannot be used; empty: it can
 };
@@ -65,11 +68,19 @@ struct UndoFolder {
 // The manifest of a folder, each entry looked at. Fails, with what follows the folder's name, when it is damaged or the
 // path leads to no such folder.
 machine::Status ReadUndoFolder(const std::filesystem::path &folder, UndoFolder *undo);
-// The folders of a restored system, the oldest first; `root` as for FindWindows. Fails with what follows its name.
+// The folders of a restored system, the oldest first; `root` as for FindWindows. Fails, with what follows its
+// name, when it cannot be read or holds no Windows.
 machine::Status ListUndoFolders(const std::filesystem::path &root, std::vector<UndoFolder> *folders);
+// Whether nothing of the hive is the injection's and nothing has changed since: the run or its undoing was stopped,
+// with the whole way back open. What is left of it may be files.
+bool WasStopped(const UndoFolder &undo);
 // Takes back what the injection left and nothing has changed since; then removes the folder, when nothing of it is left
 // to do. Stopped at any moment, the same call goes on with it. A failure, which follows the folder's name, says what
 // could not be done. A hive that has changed keeps everything as it is. Takes the lock itself.
 machine::Status TakeBack(const UndoFolder &undo);
+// Takes back what was stopped, for a run that holds the lock; `dry`: only tells it. `*folders` gets those of which
+// files were left; the others are removed. A failure, one line, names the folder.
+machine::Status TakeBackStopped(const std::filesystem::path &windows, bool dry,
+                                std::vector<std::filesystem::path> *folders);
 
 }  // namespace rescue

@@ -58,7 +58,7 @@ Status OpenParent(int volume, const std::string &path, Descriptor *parent, std::
 Status OpenUndoFolder(const fs::path &path, OpenFolder *opened) {
   std::error_code failed;
   opened->path = fs::canonical(path, failed);
-  if (failed) return Status::System("cannot be found", failed.value());
+  if (failed) return Status::System("cannot be opened", failed.value());
   const fs::path parent = opened->path.parent_path(), above = parent.parent_path();
   if (parent.filename() != kUndoDirectory || !above.has_relative_path()) return NoUndoFolder();
   opened->name = opened->path.filename();
@@ -87,6 +87,11 @@ Status LockUndoFolder(const OpenFolder &folder) {
 Status ReadManifest(const OpenFolder &folder, UndoManifest *manifest, bool *unfinished) {
   const Descriptor file = OpenForReading(folder.folder.fd, kManifestName);
   *unfinished = !file && errno == ENOENT;
+  if (*unfinished && faccessat(folder.folder.fd, kLogDirectory, F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
+    *unfinished = false;
+    return Status::Refused(
+        "has lost its manifest.json, without which nothing can be taken back; it still has the old files");
+  }
   if (*unfinished) return {};
   std::uint64_t size = 0;
   if (!file) return Status::System("has a manifest that cannot be read");
@@ -150,6 +155,23 @@ void RemoveEmptyParent(const OpenFolder &folder) {
   if (unlinkat(folder.windows.fd, kUndoDirectory, AT_REMOVEDIR) == 0) {
     (void)machine::FlushDirectory(folder.windows.fd);
   }
+}
+
+std::string LaterInjection(const OpenFolder &folder, const UndoChange &change) {
+  std::vector<std::string> names;
+  if (!ListNames(folder.parent.fd, &names)) return "";
+  for (const std::string &name : names) {
+    OpenFolder other;
+    UndoManifest manifest;
+    bool unfinished = false;
+    other.folder = OpenDirectory(folder.parent.fd, name, O_RDONLY);
+    if (name == folder.name || !other.folder || !ReadManifest(other, &manifest, &unfinished)) continue;
+    const bool later = std::any_of(manifest.changes.begin(), manifest.changes.end(), [&](const UndoChange &its) {
+      return its.path == change.path && its.before && its.before->state == change.after;
+    });
+    if (later) return name;
+  }
+  return "";
 }
 
 Status CopyWhole(int from, std::uint64_t size, int to) {

@@ -36,7 +36,8 @@ machine::Status InUseByAnother();
 machine::Status OpenUndoFolder(const std::filesystem::path &path, OpenFolder *opened);
 // So that no two runs work on one folder; held until it is closed.
 machine::Status LockUndoFolder(const OpenFolder &folder);
-// `*unfinished`: there is no manifest, since the run that began the folder was stopped before it changed anything.
+// `*unfinished`: there is no manifest, since the run that began the folder was stopped before it changed anything. One
+// that has a log had a manifest.
 machine::Status ReadManifest(const OpenFolder &folder, UndoManifest *manifest, bool *unfinished);
 
 // Removes what such a folder holds, the manifest last, and the folder.
@@ -52,6 +53,9 @@ machine::Status CopyWhole(int from, std::uint64_t size, int to);
 
 // The logs beside a hive.
 machine::Status StatesOfLogs(int directory, const std::string &hive, std::vector<HiveLogState> *logs);
+
+// The name of the folder of a later injection, which began with what this change left; empty: none.
+std::string LaterInjection(const OpenFolder &folder, const UndoChange &change);
 
 // What has become of a change. Fails, with what follows the change's path, when it cannot be told.
 machine::Status LookAt(int volume, const UndoManifest &manifest, const UndoChange &change, UndoState *state);

@@ -45,11 +45,12 @@ Status OpenNamed(OpenFolder *folder, const std::string &name) {
 // Removes the folders of runs that were stopped before they changed anything. One that cannot be removed is in
 // nobody's way.
 void ClearUnfinished(OpenFolder *folder, const std::vector<std::string> &names) {
-  struct stat status;
   for (const std::string &name : names) {
-    if (!OpenNamed(folder, name)) continue;
-    const bool finished = fstatat(folder->folder.fd, kManifestName, &status, AT_SYMLINK_NOFOLLOW) == 0;
-    if (!finished && errno == ENOENT) (void)RemoveUndoFolder(*folder);
+    UndoManifest manifest;
+    bool unfinished = false;
+    if (OpenNamed(folder, name) && ReadManifest(*folder, &manifest, &unfinished) && unfinished) {
+      (void)RemoveUndoFolder(*folder);
+    }
   }
 }
 
@@ -182,7 +183,7 @@ Status WriteManifest(const OpenFolder &folder, const UndoManifest &manifest) {
 }
 
 Status Fill(const OpenFolder &folder, const UndoPlan &plan) {
-  UndoManifest manifest = {plan.time, plan.program, {}};
+  UndoManifest manifest = {plan.time, plan.program, plan.forgetsHibernation, {}};
   for (const PlannedChange &change : LastOfEach(plan.changes)) {
     if (Status kept = Keep(folder, change, &manifest); !kept) {
       return Status::Refused(change.path.string() + " " + Words(kept), kept.error);

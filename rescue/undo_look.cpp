@@ -3,6 +3,7 @@
 
 #include "platform/machine/host/digest.h"
 #include "platform/machine/host/file_bytes.h"
+#include "rescue/disk_names.h"
 #include "rescue/undo_folder.h"
 
 namespace rescue {
@@ -97,11 +98,13 @@ Status ReadUndoFolder(const fs::path &folder, UndoFolder *undo) {
   if (Status read = ReadManifest(opened, &manifest, &undo->unfinished); !read) return read;
   undo->time = manifest.time;
   undo->program = manifest.program;
+  undo->forgotHibernation = manifest.forgotHibernation;
   for (const UndoChange &change : manifest.changes) {
     UndoState state = UndoState::kUnchanged;
     if (Status looked = LookAt(opened.volume.fd, manifest, change, &state); !looked) {
       return Status::Refused("cannot be compared with what it names: " + change.path + " " + Words(looked));
     }
+    if (change.kind == ChangeKind::kHive && state == UndoState::kChanged) undo->later = LaterInjection(opened, change);
     undo->entries.push_back(EntryOf(change, state));
   }
   return {};
@@ -135,10 +138,15 @@ Status ListUndoFolders(const fs::path &root, std::vector<UndoFolder> *folders) {
   if (!opened) return Status::System("cannot be opened");
   if (Status listed = ListNames(opened.fd, &names); !listed) return SaidAs("cannot be read", std::move(listed));
   if (Status added = AddFolders(opened.fd, root, folders); !added) return added;
+  bool holdsWindows = !FindBelow(root, {"system32"}).empty();
   for (const std::string &name : names) {
     const Descriptor windows = OpenDirectory(opened.fd, name);
     if (!windows) continue;
     if (Status added = AddFolders(windows.fd, root / name, folders); !added) return added;
+    holdsWindows = holdsWindows || !FindBelow(root / name, {"system32"}).empty();
+  }
+  if (folders->empty() && !holdsWindows) {
+    return Status::Refused("holds no Windows directory; name the root of the restored volume");
   }
   std::stable_sort(folders->begin(), folders->end(),
                    [](const UndoFolder &a, const UndoFolder &b) { return a.time < b.time; });

@@ -144,6 +144,8 @@ const char *ReadHead(const Json &document, UndoManifest *manifest) {
   const char *end = strptime(time.c_str(), kTimeForm, &parts);
   if (end == nullptr || *end != '\0') return "a time that is none";
   manifest->time = timegm(&parts);
+  const Json *forgot = Member(document, "forgot_hibernation");
+  manifest->forgotHibernation = forgot != nullptr && *forgot == true;
   return nullptr;
 }
 
@@ -178,6 +180,7 @@ std::string TimeText(std::int64_t time) {
 
 std::string ManifestText(const UndoManifest &manifest) {
   Json document = {{"format", kFormat}, {"program", manifest.program}, {"time", TimeText(manifest.time)}};
+  if (manifest.forgotHibernation) document["forgot_hibernation"] = true;
   Json &changes = document["changes"] = Json::array();
   for (const UndoChange &change : manifest.changes) changes.push_back(ChangeJson(change));
   return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";

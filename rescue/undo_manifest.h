@@ -41,6 +41,7 @@ struct UndoChange {
 struct UndoManifest {
   std::int64_t time = 0;  // seconds since 1970
   std::string program;
+  bool forgotHibernation = false;
   std::vector<UndoChange> changes;
 };
 

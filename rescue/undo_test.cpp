@@ -246,7 +246,8 @@ TEST_F(Undo, BelievesNoManifest) {
     const machine::Status read = ReadUndoFolder(Host(kFolder), &undo);
     EXPECT_FALSE(read);
     EXPECT_THAT(read.text, HasSubstr(c.says));
-    EXPECT_FALSE(rescue::TakeBack({Host(kFolder), Host("restored"), false, 0, "", {}, ""}));
+    undo.folder = Host(kFolder);
+    EXPECT_FALSE(rescue::TakeBack(undo));
   }
   EXPECT_EQ(ReadFile("outside"), "new");
   rescue::UndoFolder undo;
@@ -295,6 +296,62 @@ TEST_F(Undo, CountsTheFoldersOfADay) {
   }
   std::vector<rescue::UndoFolder> none;
   EXPECT_FALSE(ListUndoFolders(Host("absent"), &none));
+  EXPECT_FALSE(ListUndoFolders(Host(kWindows + "INF"), &none));
+}
+
+TEST_F(Undo, TellsALaterInjection) {
+  ASSERT_TRUE(Keep());
+  Inject();
+  after[kConfig + "SYSTEM"] += "of the second";
+  ASSERT_TRUE(Keep());
+  Inject();
+  EXPECT_EQ(Read().later, "2026-11-25-2");
+  EXPECT_THAT(TakeBack(), HasSubstr("SYSTEM was changed by a later injection, 2026-11-25-2; take that one back first"));
+  rescue::UndoFolder second;
+  ASSERT_TRUE(ReadUndoFolder(folder, &second));
+  EXPECT_EQ(second.later, "");
+  EXPECT_TRUE(rescue::TakeBack(second));
+  EXPECT_EQ(TakeBack(), "");
+  ExpectAsBefore();
+}
+
+// Killed before it had a changed file, before it had the new hive, and with all done; and with a file changed since.
+TEST_F(Undo, TakesBackWhatWasStopped) {
+  for (const char *put : {"", "drivers", "", "drivers/new", "SYSTEM"}) {
+    SCOPED_TRACE(put);
+    ASSERT_TRUE(Keep());
+    for (const auto &[name, bytes] : after) {
+      if (*put != '\0' && name.find(put) != std::string::npos) fs::remove(Host(name)), WriteFile(name, bytes);
+    }
+    const bool filesLeft = std::string(put).starts_with("drivers"), done = std::string(put) == "SYSTEM";
+    const std::string left = RestoredTree();
+    for (const bool dry : {true, false}) {
+      std::vector<fs::path> folders;
+      const machine::Status taken = rescue::TakeBackStopped(Host("restored/Windows"), dry, &folders);
+      EXPECT_TRUE(taken) << Words(taken);
+      EXPECT_EQ(folders.size(), filesLeft ? 1u : 0u);
+      EXPECT_TRUE(!(dry || done) || RestoredTree() == left);
+    }
+    if (!done) ExpectAsBefore();
+  }
+  EXPECT_EQ(TakeBack(), "");
+  ASSERT_TRUE(Keep());
+  WriteFile(kDrivers + "new.sys", "of somebody");
+  std::vector<fs::path> folders;
+  EXPECT_TRUE(rescue::TakeBackStopped(Host("restored/Windows"), false, &folders));
+  EXPECT_TRUE(fs::exists(folder)) << "it may be Windows' now";
+}
+
+TEST_F(Undo, RefusesAFolderThatLostItsManifest) {
+  ASSERT_TRUE(Keep());
+  Inject();
+  fs::remove(Host(kFolder) / "manifest.json");
+  WriteFile(kFolder + "/logs.dir/run.log", "of the injection");
+  const std::string left = RestoredTree();
+  EXPECT_THAT(TakeBack(), HasSubstr("has lost its manifest.json"));
+  EXPECT_EQ(RestoredTree(), left);
+  ASSERT_TRUE(Keep()) << "the next one leaves it as well";
+  EXPECT_TRUE(fs::exists(Host(kFolder + "/4")));
 }
 
 }  // namespace

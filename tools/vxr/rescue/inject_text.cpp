@@ -207,6 +207,10 @@ void PrintResult(const RescueOptions &options, const RescueFacts &facts, const I
 
 void PrintInjectText(const RescueOptions &options, const RescueFacts &facts, const Injection &injection) {
   PrintFacts(facts, false);
+  for (const std::filesystem::path &folder : injection.takenBack) {
+    PrintLine(std::string(options.dryRun ? "Would be taken back first" : "Taken back first") +
+              ", since it was stopped: " + folder.string());
+  }
   PrintDevices(facts, injection);
   PrintFiles(injection);
   PrintValues(injection);
@@ -215,6 +219,8 @@ void PrintInjectText(const RescueOptions &options, const RescueFacts &facts, con
 }
 
 void PrintInjectJson(const RescueOptions &options, const RescueFacts &facts, const Injection &injection) {
+  Json takenBack = Json::array();
+  for (const std::filesystem::path &folder : injection.takenBack) takenBack.push_back(folder.string());
   const Json document = {{"root", options.root},
                          {"dry_run", options.dryRun},
                          {"exit_status", injection.exitStatus},
@@ -223,6 +229,7 @@ void PrintInjectJson(const RescueOptions &options, const RescueFacts &facts, con
                          {"problem", OrNull(injection.problem)},
                          {"made", injection.done},
                          {"undo", OrNull(injection.undo.string())},
+                         {"taken_back_first", takenBack},
                          {"found", FactsJson(facts)},
                          {"run", RunJson(injection.record)}};
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());

@@ -111,6 +111,7 @@ machine::Status PlanUndo(const RescueFacts &facts, const RunRecord &record, resc
   plan->windows = facts.system->windows;
   plan->time = std::time(nullptr);
   plan->program = "vxr " VXR_VERSION;
+  if (machine::Status found = rescue::FindHibernation(*facts.system, &plan->forgetsHibernation); !found) return found;
   for (const HiveRecord &hive : record.hives) {
     if (hive.outcome != HiveOutcome::kSaved) continue;
     const fs::path path = HostOf(hive.file);
@@ -241,6 +242,11 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
 }  // namespace
 
 bool Inject(const RescueFacts &facts, bool dry, Injection *injection) {
+  if (machine::Status taken = rescue::TakeBackStopped(facts.system->windows, dry, &injection->takenBack); !taken) {
+    injection->problem = Words(taken);
+    injection->exitStatus = 1;
+    return true;
+  }
   const std::string scratch = MakeScratch();
   if (scratch.empty()) {
     PrintError("no directory for passing files can be made in TMPDIR, /dev/shm, /run or /tmp; give one of them room");

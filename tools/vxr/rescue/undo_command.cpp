@@ -37,7 +37,9 @@ Json HeadJson(const UndoFolder &undo) {
   const bool known = undo.problem.empty() && !undo.unfinished;
   return {{"folder", HostName(undo.folder)},
           {"time", known ? Json(Time(undo, "%Y-%m-%dT%H:%M:%SZ")) : Json()},
-          {"program", known ? Json(undo.program) : Json()}};
+          {"program", known ? Json(undo.program) : Json()},
+          {"later", OrNull(undo.later)},
+          {"forgot_hibernation", undo.forgotHibernation}};
 }
 
 Json EntryJson(const UndoEntry &entry, const char *state) {
@@ -71,7 +73,8 @@ const char *StateOf(const UndoFolder &undo) {
   if (!undo.problem.empty()) return "unusable";
   if (undo.unfinished) return "unfinished";
   if (Any(undo, UndoState::kChanged)) return "changed since";
-  return Any(undo, UndoState::kInjected) ? "injected" : "taken back";
+  if (!Any(undo, UndoState::kInjected)) return "nothing of it is there";
+  return rescue::WasStopped(undo) ? "stopped" : "injected";
 }
 
 void PrintFolder(const UndoFolder &undo) {
@@ -91,6 +94,7 @@ void PrintFolder(const UndoFolder &undo) {
   for (const UndoEntry &entry : undo.entries) {
     if (entry.state == UndoState::kChanged) PrintLine("    changed since: " + HostName(entry.path), Style::kBad);
   }
+  if (!undo.later.empty()) PrintLine("    by a later injection, " + undo.later + ", which is to be taken back first");
 }
 
 Json FolderJson(const UndoFolder &undo) {
@@ -105,7 +109,7 @@ Json FolderJson(const UndoFolder &undo) {
 int ListFolders(const UndoOptions &options) {
   std::vector<UndoFolder> folders;
   const machine::Status listed = ListUndoFolders(HostFile(options.root), &folders);
-  if (!listed) PrintError(options.root + " " + Words(listed) + "; name the root of the restored volume");
+  if (!listed) PrintError(options.root + " " + Words(listed));
   const auto isUnusable = [](const UndoFolder &undo) { return !undo.problem.empty(); };
   const int exitStatus = listed && std::none_of(folders.begin(), folders.end(), isUnusable) ? 0 : 1;
   if (options.json) {
@@ -155,7 +159,8 @@ void PrintTakenBack(const UndoFolder &undo, const std::vector<Outcome> &outcomes
   for (const Outcome &outcome : outcomes) PrintOutcome(outcome);
   if (!good) return;
   const bool any = Any(undo, UndoState::kInjected);
-  PrintLine(any ? "Taken back: the restored system is as it was before the injection"
+  PrintLine(any ? std::string("Taken back: the restored system is as it was before the injection") +
+                      (undo.forgotHibernation ? ", but for the memory that --force dropped" : "")
                 : "Nothing was left to take back; the folder is removed",
             Style::kGood);
 }
