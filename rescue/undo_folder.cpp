@@ -58,7 +58,7 @@ Status OpenParent(int volume, const std::string &path, Descriptor *parent, std::
 Status OpenUndoFolder(const fs::path &path, OpenFolder *opened) {
   std::error_code failed;
   opened->path = fs::canonical(path, failed);
-  if (failed) return Status::System("cannot be opened", failed.value());
+  if (failed) return Status::System(failed.value() == ENOENT ? "cannot be found" : "cannot be opened", failed.value());
   const fs::path parent = opened->path.parent_path(), above = parent.parent_path();
   if (parent.filename() != kUndoDirectory || !above.has_relative_path()) return NoUndoFolder();
   opened->name = opened->path.filename();

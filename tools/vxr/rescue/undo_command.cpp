@@ -1,6 +1,7 @@
 #include "tools/vxr/rescue/undo_command.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -109,7 +110,9 @@ Json FolderJson(const UndoFolder &undo) {
 int ListFolders(const UndoOptions &options) {
   std::vector<UndoFolder> folders;
   const machine::Status listed = ListUndoFolders(HostFile(options.root), &folders);
-  if (!listed) PrintError(options.root + " " + Words(listed));
+  if (!listed)
+    PrintError(options.root + " " + Words(listed) +
+               (listed.error == ENOENT ? "; name the root of the restored volume" : ""));
   const auto isUnusable = [](const UndoFolder &undo) { return !undo.problem.empty(); };
   const int exitStatus = listed && std::none_of(folders.begin(), folders.end(), isUnusable) ? 0 : 1;
   if (options.json) {
