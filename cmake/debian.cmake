@@ -39,6 +39,8 @@ foreach(component program library development)
             COMPONENT ${component})
   endif()
 endforeach()
+install(FILES ${VXR_DEBIAN_FILES}/libvxrcore-dev.README DESTINATION share/doc/libvxrcore-dev RENAME README.Debian
+        COMPONENT development)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -61,7 +63,8 @@ ${about}\nThis package holds the command line and its documents.")
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "offline driver injection for restored Windows - library
 ${about}\nThis package holds the shared library.")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "offline driver injection for restored Windows - development files
-${about}\nThis package holds headers, files for pkg-config and CMake, and examples.")
+${about}\nThis package holds headers, files for pkg-config and CMake, and examples.
+The pages for authors of hosts are in the package vxr.")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_DEPENDS "libvxrcore0 (= ${PROJECT_VERSION}-1)")
@@ -71,3 +74,4 @@ list(TRANSFORM extra PREPEND ${PROJECT_BINARY_DIR}/debian/)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${extra})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvxrcore0 (= ${PROJECT_VERSION}-1)")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS vxr)

@@ -14,11 +14,15 @@ install(DIRECTORY include/vxrcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPON
 set(VXR_DOCUMENTS README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md)
 install(FILES ${VXR_DOCUMENTS} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
-install(DIRECTORY examples/host examples/extension-file examples/linux-host DESTINATION ${VXR_EXAMPLES_DIR}
-        COMPONENT development)
-if(NOT WIN32)
-  # Beside the documents, which point at them.
-  install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE)
+install(DIRECTORY examples/extension-file examples/linux-host DESTINATION ${VXR_EXAMPLES_DIR} COMPONENT development)
+if(WIN32)
+  install(DIRECTORY examples/host DESTINATION ${VXR_EXAMPLES_DIR})
+else()
+  # Beside the documents, which point at them, also at that for Windows.
+  set(script_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  set(VXR_EXAMPLES_RULES PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE
+      PATTERN unpack-sysfs PERMISSIONS ${script_permissions})
+  install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} ${VXR_EXAMPLES_RULES})
   include(cmake/development.cmake)
 endif()
 if(VXR_LINUX_PACKAGES)

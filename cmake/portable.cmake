@@ -17,7 +17,7 @@ endfunction()
 vxr_portable_install(PROGRAMS $<TARGET_FILE:vxr_portable> . RENAME vxr)
 vxr_portable_install(FILES "${VXR_DOCUMENTS}" .)
 vxr_portable_install(DIRECTORY docs . FILES_MATCHING PATTERN *.md)
-vxr_portable_install(DIRECTORY examples . PATTERN .git* EXCLUDE PATTERN rebuild EXCLUDE)
+vxr_portable_install(DIRECTORY examples . ${VXR_EXAMPLES_RULES})
 
 # The licences of what is linked in, as Debian records them, and the texts that those refer to.
 string(REGEX MATCH "^[0-9]+" gcc ${CMAKE_CXX_COMPILER_VERSION})

@@ -105,7 +105,7 @@ endfunction()
 vxr_script(command_line machine $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR}/examples
            $<TARGET_FILE:make_extension> $<TARGET_FILE:make_hive> $<TARGET_FILE:faulty_vxr>)
 vxr_script(inject machine $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR}/examples $<TARGET_FILE:make_hive>
-           ${PROJECT_SOURCE_DIR}/scripts/unpack-sysfs $<TARGET_FILE:faulty_vxr>)
+           ${PROJECT_SOURCE_DIR}/examples/unpack-sysfs $<TARGET_FILE:faulty_vxr>)
 vxr_script(docs machine $<TARGET_FILE:vxr> ${PROJECT_SOURCE_DIR})
 vxr_script(fix_boot machine $<TARGET_FILE:vxr>)
 set_tests_properties(fix_boot PROPERTIES SKIP_RETURN_CODE 77)

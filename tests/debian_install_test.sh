@@ -67,6 +67,8 @@ for file in man/man5/vxr-machine.5.gz bash-completion/completions/vxr zsh/vendor
   fish/vendor_completions.d/vxr.fish doc/vxr/docs/rescue.md doc/vxr/changelog.Debian.gz doc/vxr/copyright; do
   [[ -s $root/usr/share/$file ]] || fail "no $file"
 done
+page=$(grep -o '/usr/share/.*\.md' "$root/usr/share/doc/libvxrcore-dev/README.Debian")
+[[ -s $root$page && ! -e $examples/host ]] || fail "libvxrcore-dev points at no page for hosts, or has the example for Windows"
 while read -r line; do fail "$line"; done < <(dangling_links "$root/usr/share"
   for file in "$root/usr/bin/vxr" "$root"/usr/lib/*/libvxrcore.so.0; do lacks_hardening "$file"; done)
 
@@ -101,6 +103,13 @@ for host in pkg_config_host cmake_host; do
   in_root "/tmp/$host" /tmp/machine/machine.toml 7 >"$work/log" || fail "$host: $?"
   grep -q '^inject   0: 5 files, 8 values$' "$work/log" || { cat "$work/log"; fail "$host: another injection"; }
 done
+
+in_root /tmp/pkg_config_host /tmp/machine/machine.toml 7x >"$work/log" 2>&1
+[[ $? -eq 2 && $(<"$work/log") == usage:* ]] || fail "host: 7x is taken for a job"
+machine
+truncate -s 5000 "$root/tmp/machine/restored/Windows/System32/config/SYSTEM"
+in_root /tmp/pkg_config_host /tmp/machine/machine.toml 7 >"$work/log"
+[[ $? -eq 4 ]] && grep -q '^failed .*too short' "$work/log" || { cat "$work/log"; fail "host: a refused hive is not told"; }
 
 # --- Nothing tells where the packages were made, and nothing stays behind
 mapfile -t ours < <(dpkg-query --admindir="$root/var/lib/dpkg" -L vxr libvxrcore0 libvxrcore-dev | sort -u)

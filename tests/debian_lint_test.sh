@@ -8,8 +8,11 @@ if ! command -v lintian >/dev/null; then
   echo "skipped: lintian is not installed"
   exit 77
 fi
+# It leaves files in its folder for what is temporary.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
 # That something is not hardened is only information to it.
-judged=$(lintian --allow-root --display-info --fail-on error,warning build/packages/*.deb)
+judged=$(TMPDIR=$work lintian --allow-root --display-info --fail-on error,warning build/packages/*.deb)
 if [[ $? -ne 0 || $judged == *' hardening-'* ]]; then
   grep -E '^[^I]| hardening-' <<<"$judged"
   echo "FAILED: mend that, or name it in cmake/debian/*.overrides with the reason"

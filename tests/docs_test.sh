@@ -18,7 +18,7 @@ prepare() {
   cp -r "$source/examples/scsi-6.1-x64/." . && cp -r "$source/examples/protected-5.2-x64" protected || exit 1
   "$program" create --machine protected/machine.toml machine.bme >output 2>&1 || cat output
   cp -r "$raid/restored" mnt && cp -r "$raid/ram/drivers" media/stick/ && cp -r media/stick/drivers DIR || exit 1
-  cp mnt/Windows/System32/config/SYSTEM . && "$source/scripts/unpack-sysfs" "$raid/sysfs.txt" machine || exit 1
+  cp mnt/Windows/System32/config/SYSTEM . && "$source/examples/unpack-sysfs" "$raid/sysfs.txt" machine || exit 1
   # One active partition of type 7: 1046528 sectors from 2048.
   truncate -s $(((2048 + 1046528) * 512)) disk.img
   put 446 '\x80\0\0\0\x07\0\0\0\0\x08\0\0\0\xf8\x0f\0' && put 510 '\x55\xaa'

@@ -43,8 +43,12 @@ for command in '' $commands; do
     done
   done <examples
 done
+mandoc -Tascii -Owidth=1000 man5/vxr-machine.5 | sed 's/.\x08//g' >shown
 for key in system_directory code_page interface hardware_ids RootPath DriverRules driver_directory; do
-  mandoc -Tascii man5/vxr-machine.5 | sed 's/.\x08//g' | grep -qE "^ +$key" || fail "vxr-machine(5): lacks $key"
+  grep -qE "^ +$key" shown || fail "vxr-machine(5): lacks $key"
+done
+for word in $(sed '/^## Faults/,$d' "$source/docs/machine.md" | grep -oE '\w+_\w+' | sort -u) 'SEE ALSO'; do
+  grep -qF -- "$word" shown || fail "vxr-machine(5): $word is not as the page has it"
 done
 
 # --- Completion
@@ -67,16 +71,28 @@ vxr inject --root folder --dr|--drivers --dry-run
 vxr inject --root folder |
 vxr show |a.toml b.inf folder
 vxr drivers |folder
+vxr drivers --id x |folder
+vxr system --id x --|--help --id --json --version
 vxr unknown --|
 END
 if command -v zsh >/dev/null; then
   zsh -n ../completion/vxr.zsh || fail "zsh: see above"
+  mkdir ../zsh && cp ../completion/vxr.zsh ../zsh/_vxr
+  cat >../zsh/try <<'END'
+zmodload zsh/zpty && zpty shell zsh -f -i
+zpty -w shell "stty cols 250; fpath=($1 \$fpath); autoload -Uz compinit; compinit -u -D; print rea\dy"
+zpty -r shell shown '*ready*'
+zpty -n -w shell $'vxr --\t' && zpty -r shell shown '*Show the version*' &&
+  zpty -n -w shell $'\025vxr inject --\t' && zpty -r shell shown '*root: PCI\\VEN_*1000:0054\[:SUBV:SUBD\[:REV\]\] with*'
+END
+  timeout 20 zsh -f ../zsh/try "$work/help/zsh" || fail "zsh: options are not shown with their texts"
 else
   echo "zsh is not installed: skipped"
 fi
 if command -v fish >/dev/null; then
   got=$(HOME=$work fish --no-config -c 'source ../completion/vxr.fish; complete -C "vxr run --rules "' | cut -f1 | xargs)
   [[ $got == 'exact windows' ]] || fail "fish: the rules are \"$got\""
+  ! grep '^complete -c vxr -n' ../completion/vxr.fish | grep -vE ' -[adF]( |$)' || fail "fish: they complete nothing"
 else
   echo "fish is not installed: skipped"
 fi

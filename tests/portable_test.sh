@@ -72,6 +72,11 @@ Maker="表示ディスク"
 INF
 shows 'code page 932' '表示ディスク' inf --code-page 932 /tmp/oem.inf
 
+# The examples come with all that their page tries on them.
+while read -r line; do
+  (cd "$root/$name/examples" && PATH=$root/$name:$PATH && eval "$line") </dev/null >"$work/out" 2>&1 || fail "examples/README.md: $line"
+done < <(page_commands "$source/examples/README.md")
+
 # libhivex is given its files below /proc; disks are looked for below /sys.
 if mount --bind /proc "$root/proc" 2>/dev/null && mount --rbind /sys "$root/sys" 2>/dev/null; then
   cp -r "$source/examples/raid-10.0-x64" "$root/tmp/machine"

@@ -1,6 +1,9 @@
 /* A host of the library on Linux: opens a described machine, checks that a restore job would find its drivers, puts
- * them in, and tells what was done. host MACHINE.toml JOB The exit status is the run's result code; 1 when the job's
- * hives could not be saved, 2 when nothing could be run. */
+ * them in, and tells what was done.
+ *
+ *   host MACHINE.toml JOB
+ *
+ * The exit status is the run's result code; 1 when the job's hives could not be saved, 2 when nothing could be run. */
 #include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -31,9 +34,17 @@ static void OnEvent(void *context, const VXRMachine_Event *event) {
     case VXRMACHINE_HIVE_SAVED:
       printf("hive     %s\n", event->subject);
       break;
-    case VXRMACHINE_HIVE_NOT_SAVED:
     case VXRMACHINE_FILE_NOT_COPIED:
+    case VXRMACHINE_HIVE_REFUSED:
+    case VXRMACHINE_HIVE_NOT_SAVED:
+    case VXRMACHINE_PATH_REFUSED:
       printf("failed   %s: %s\n", event->subject, event->detail);
+      break;
+    case VXRMACHINE_VALUE_NOT_WRITTEN:
+      printf("failed   %s, %s: %s\n", event->subject, event->detail ? event->detail : "the key itself", event->text);
+      break;
+    case VXRMACHINE_BOOT_DISK_NOT_FOUND: /* no failure to the run, which then does nothing */
+      printf("failed   %s: no such boot disk\n", event->subject ? event->subject : "the job");
       break;
     default: /* of a kind that is of no interest, or that a later library brings */
       break;
@@ -54,14 +65,22 @@ static uint32_t Run(uint32_t job, uint32_t inject) {
   return result;
 }
 
+/* A number of 32 bits and nothing else. */
+static int ReadNumber(const char *text, uint32_t *number) {
+  char *end;
+  const unsigned long long value = strtoull(text, &end, 10);
+  *number = (uint32_t)value;
+  return *text >= '0' && *text <= '9' && *end == '\0' && value <= UINT32_MAX;
+}
+
 int main(int argc, char **argv) {
   char message[1024];
   Done done = {0, 0};
-  if (argc != 3) {
+  uint32_t job;
+  if (argc != 3 || !ReadNumber(argv[2], &job)) {
     fprintf(stderr, "usage: host MACHINE.toml JOB\n");
     return 2;
   }
-  const uint32_t job = (uint32_t)strtoul(argv[2], NULL, 10);
   if (!VXRMachine_Open(argv[1], message, sizeof message)) {
     fprintf(stderr, "host: %s\n", message);
     return 2;

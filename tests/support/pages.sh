@@ -25,17 +25,17 @@ page_command() {
 }
 
 # dangling_links FOLDER: the links to files, in the pages of the folder and below it, that lead nowhere; and the pages that
-# a manual page there names and that are not in docs/ of the folder of README.md.
+# a manual page there names and that are not in the folder docs/.
 dangling_links() {
-  local page link readme
+  local page link docs
   find "$1" \( -name build -o -name .git \) -prune -o -name '*.md' -print | while read -r page; do
     grep -oE '\]\([^):]+\)' "$page" | sed 's/^](//; s/)$//; s/#.*//' | while read -r link; do
       [[ -e $(dirname "$page")/$link ]] || echo "${page#"$1"/} links to $link, which is not there"
     done
   done
-  readme=$(find "$1" -name build -prune -o -name README.md -print -quit)
+  docs=$(find "$1" -name build -prune -o -type d -name docs -print -quit)
   find "$1" -name 'vxr*.[15].gz' -exec zcat {} + | grep -oE 'docs/[a-z-]+\.md' | sort -u | while read -r link; do
-    [[ -e ${readme%/*}/$link ]] || echo "a manual page names $link, which is not there"
+    [[ -e $docs/${link#docs/} ]] || echo "a manual page names $link, which is not there"
   done
 }
 

@@ -33,36 +33,39 @@ function Quoted(line) {
   return "'" line "'"
 }
 
-function Zsh(i, j, action, label) {
+function Zsh(i, j, action, value) {
   if (kind[i] == "S") {
-    print "  " Quoted(names[i] ":" text[i])
+    print "    " Quoted(names[i] ":" text[i])
     return
   }
-  if (command == "") return
-  if (!begun++) printf "  %s)\n    _arguments -s \\\n", command
-  label = text[i]
-  gsub(/\[|\]|:/, " ", label)
+  if (command != "" && !begun++) printf "  %s)\n    _arguments -s", command
   action = Kind(i) == "file" ? "_files" : Kind(i) == "directory" ? "_directories" : ""
   if (Kind(i) == "words") action = "(" choices[i] ")"
+  value = Kind(i) == "" ? "" : ":" Escaped(arg[i], ":") ":" action
   if (kind[i] == "P") {
-    printf "      %s", Quoted((many[i] ? "*" : "") ":" names[i] ":" action)
-  } else {
-    for (j = 1; j <= names_of; ++j) {
-      value = Kind(i) == "" ? "" : ":" arg[i] ":" action
-      spec = (many[i] ? "*" : "") each[j] (value == "" ? "" : "=") "[" label "]" value
-      printf "%s      %s", (j > 1 ? " \\\n" : ""), Quoted(spec)
-    }
-  }
-  print (i < entries ? " \\" : "")
-}
-
-# Behind the list of commands comes what chooses among them.
-function ZshEnd() {
-  if (command != "") {
-    print "    ;;"
+    specs = specs " \\\n      " Quoted((many[i] ? "*:" : ":") Escaped(names[i], ":") ":" action)
     return
   }
-  print "  )\n  if ((CURRENT == 2)); then\n    _describe command commands\n    return\n  fi"
+  for (j = 1; j <= names_of; ++j) {
+    specs = specs " \\\n      " Quoted((many[i] ? "*" : "") each[j] (value == "" ? "" : "=") "[" Escaped(text[i], "]") "]" value)
+  }
+}
+
+# With a backslash before each of its own and before the character that would end the text.
+function Escaped(line, end) {
+  gsub(/\\/, "&&", line)
+  gsub("[" end "]", "\\\\&", line)
+  return line
+}
+
+# Behind the list of commands come the options of vxr itself, and what chooses among the commands.
+function ZshEnd() {
+  if (command != "") {
+    print specs "\n    ;;"
+    return
+  }
+  print "  )\n  if ((CURRENT == 2)) && [[ $PREFIX == -* ]]; then\n    _arguments -s" specs "\n    return\n  fi"
+  print "  if ((CURRENT == 2)); then\n    _describe command commands\n    return\n  fi"
   print "  local command=$words[2]\n  shift words\n  ((--CURRENT))\n  case $command in"
 }
 
@@ -71,6 +74,7 @@ function Fish(i, j, line) {
     printf "complete -c vxr -n __fish_use_subcommand -a %s -d %s\n", names[i], FishQuoted(text[i])
     return
   }
+  if (kind[i] == "P" && Kind(i) == "text") return
   line = "complete -c vxr -n " (command == "" ? "__fish_use_subcommand" : "'__fish_seen_subcommand_from " command "'")
   if (kind[i] == "O") {
     for (j = 1; j <= names_of; ++j) {

@@ -28,7 +28,8 @@ _vxr() {
       if [[ $entry == "$name" && $kind != none ]] && ((distance == 1 || many)); then wanted=$kind values=$choices; fi
     fi
   done < <(_vxr_entries)
-  if [[ -z $wanted || ($word == -* && $distance -gt 1) ]]; then
+  # Of several texts the last word may be the positional argument.
+  if [[ -z $wanted || (($word == -* || $wanted == text) && $distance -gt 1) ]]; then
     wanted=$positional
     [[ $word == -* || $command == vxr ]] && wanted=words values=$words
   fi

@@ -20,6 +20,7 @@ END {
     printf ".SH EXIT STATUS\n%s\n", Roff(toupper(substr(result, 1, 1)) substr(result, 2))
   }
   Examples()
+  if (page == "vxr") Files()
   SeeAlso()
 }
 
@@ -81,6 +82,14 @@ function Examples(line, here, texts) {
       else printf "%s%s\n", (++texts > 1 ? ".PP\n" : ""), Roff(line)
     }
   }
+}
+
+function Files() {
+  print ".SH FILES"
+  print ".TP\n.I /usr/share/doc/vxr/docs\nThe pages that manual and help texts name as docs/...;"
+  print "rescue.md among them leads from a rescue stick to a system that starts."
+  print ".TP\n.I /usr/share/doc/vxr/examples\nMachines to try the commands on, which its README.md tells apart."
+  print ".PP\nWith the portable program both lie beside it."
 }
 
 function SeeAlso(words, count, i) {
