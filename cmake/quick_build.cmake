@@ -1,7 +1,7 @@
 # A whole build in half of the time: several files of a target are compiled as one, and headers of others that most files
 # include are compiled once for each set of options that they are used with. None of ours: a change of one of them must
 # not build all again. The names in files of one target differ for that, also those that stand in no header; and a file
-# still includes what it uses: scripts/lint takes each by itself, but for those of Windows alone.
+# still includes what it uses: scripts/lint takes each by itself.
 
 # Units of a target's files: each belongs to the first of these, NAME=PATTERN, that its path in the target's folder
 # matches.
