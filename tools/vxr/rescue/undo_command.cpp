@@ -185,7 +185,7 @@ int TakeBackFolder(const UndoOptions &options) {
     AddEnd(done ? 0 : 1, &document);
     PrintDocument(document);
   }
-  return FinishOutput() && done ? 0 : 1;
+  return done ? 0 : 1;
 }
 
 }  // namespace
