@@ -168,7 +168,7 @@ void ReadControlSets(Hive *hive, BootState *state) {
 Status ReadBootState(const RestoredSystem &system, const std::vector<std::string> &ids, BootState *state) {
   Hive hive;
   if (Status opened = machine::OpenHiveFile(&hive, system.systemHive, machine::HiveUse::kLook); !opened) {
-    return Status::Refused(system.systemHive.string() + " " + Words(opened));
+    return Status::Refused(system.systemHive.string() + " " + RestoredHiveWords(opened));
   }
   ReadControlSets(&hive, state);
   ReadDrivers(system, &hive, &state->drivers);

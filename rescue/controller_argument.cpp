@@ -87,7 +87,7 @@ machine::Status ReadController(const std::string &text, ControllerPath *controll
       controller->otherId = text;
       return {};
     }
-    return machine::Status::Refused((text.empty() ? "an empty text" : text) +
+    return machine::Status::Refused(text +
                                     ": names no controller; give an id such as PCI\\VEN_1000&DEV_0054, or numbers such "
                                     "as 1000:0054 with the class behind them, 1000:0054 0107");
   }

@@ -8,6 +8,7 @@
 #include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/file_kind.h"
 #include "platform/text/ansi_case.h"
+#include "platform/text/shell_word.h"
 #include "rescue/disk_names.h"
 #include "rescue/ntfs_volume.h"
 #include "rescue/restored_system.h"
@@ -29,18 +30,18 @@ bool HoldsOldWindows(const fs::path &directory) {
 // --- The directory that was named ------------------------------------------------------------------------------------
 
 std::string NotMounted(const fs::path &root, fs::file_type type) {
-  const std::string name = root.string();
+  const std::string name = root.string(), word = machine::ShellWord(name);
   VolumeHead head;
   const Status read = ReadVolumeHead(root, &head);
   if (head.kind == VolumeKind::kEncrypted) {
-    return name + " is an encrypted volume; unlock it first (cryptsetup open --type bitlk " + name +
+    return name + " is an encrypted volume; unlock it first (cryptsetup open --type bitlk " + word +
            " NAME), mount what that gives, then name the directory where it is mounted";
   }
   if (type == fs::file_type::block) {
-    return name + " is a block device; mount it (mount " + name + " /mnt), then name the directory: --root /mnt";
+    return name + " is a block device; mount it (mount " + word + " /mnt), then name the directory: /mnt";
   }
   if (type == fs::file_type::regular && (head.bootable || head.kind == VolumeKind::kNtfs)) {
-    return name + " is the image of a disk or volume; attach it (losetup -P -f --show " + name +
+    return name + " is the image of a disk or volume; attach it (losetup -P -f --show " + word +
            "), mount the partition that holds Windows, then name the directory where it is mounted";
   }
   return name + " " + machine::FileKind(type) + "; name the directory where the restored Windows is mounted";
@@ -74,7 +75,7 @@ std::string WhyNone(const fs::path &place) {
   if (names.empty()) return std::string("It is empty: nothing is mounted there, or nothing was restored");
   for (fs::path above = place; above.has_relative_path(); above = above.parent_path()) {
     if (IsWindows(above.parent_path()))
-      return "It lies inside a Windows directory: name " + above.parent_path().string();
+      return "It lies inside a Windows directory: name " + machine::ShellWord(above.parent_path().string());
   }
   if (has("etc") && has("usr")) return std::string("It is the root of another system, such as Linux") + kOther;
   for (const std::string &name : names) {
@@ -127,7 +128,7 @@ Status RefuseSeveral(const fs::path &root, const std::vector<fs::path> &found) {
   std::string names;
   for (const fs::path &each : found) names += (names.empty() ? "" : ", ") + each.filename().string();
   return Status::Refused(root.string() + " holds more than one Windows (" + names +
-                         "); name the one to change: --root " + found.front().string());
+                         "); name one of them: " + machine::ShellWord(found.front().string()));
 }
 
 Status TakeWindows(const fs::path &volume, const fs::path &windows, RestoredSystem *system) {
@@ -175,7 +176,7 @@ Status FindWindows(const fs::path &root, RestoredSystem *system) {
   }
   if (!found.old.empty()) {
     return Status::Refused(root.string() + " holds no Windows but an earlier installation, which does not start from " +
-                           "there; move it back, or name it: --root " + found.old.front().string());
+                           "there; move it back, or name it: " + machine::ShellWord(found.old.front().string()));
   }
   const std::string why = WhyNone(place);
   return Status::Refused(root.string() + " holds no Windows: no directory in it has system32/config/SYSTEM" +

@@ -12,9 +12,11 @@
 
 #include "platform/machine/hive/hive.h"
 #include "platform/text/ansi_case.h"
+#include "platform/text/shell_word.h"
 #include "rescue/disk_names.h"
 #include "rescue/hibernation.h"
 #include "rescue/ntfs_volume.h"
+#include "rescue/system_files.h"
 
 namespace rescue {
 namespace {
@@ -36,7 +38,7 @@ void CheckHibernation(const RestoredSystem &system, Obstacles *obstacles) {
        "This Windows is hibernated, or was shut down with fast startup (hiberfil.sys says so), and would write what it "
        "remembers over the change; start it and shut it down fully (shutdown /s /f /t 0, or hold Shift while choosing "
        "Shut down), or remove the file (mount with ntfs-3g -o remove_hiberfile)",
-       true, "Memory that was saved with the session, and what was not yet written to the disk, is lost."});
+       true, "Memory that was saved with the session, and what was not yet written to the disk,"});
 }
 
 void CheckHive(const RestoredSystem &system, Obstacles *obstacles) {
@@ -44,8 +46,8 @@ void CheckHive(const RestoredSystem &system, Obstacles *obstacles) {
   const machine::Status opened = OpenHiveFile(&hive, system.systemHive, machine::HiveUse::kLook);
   if (opened) return;
   const bool dirty = hive.head.checksumRight && hive.head.primary != hive.head.secondary;
-  obstacles->push_back(
-      {dirty ? "dirty-hive" : "unusable-hive", system.systemHive.string() + " " + Words(opened), false, ""});
+  obstacles->push_back({dirty ? "dirty-hive" : "unusable-hive",
+                        system.systemHive.string() + " " + RestoredHiveWords(opened), false, ""});
 }
 
 // Windows sees one of two names that differ in case alone, and nobody can tell which.
@@ -103,7 +105,8 @@ void CheckWritable(const RestoredSystem &system, const Mount *mount, Obstacles *
   if (!readOnly) return;
   const std::string where = (mount != nullptr ? mount->point : system.volume).string();
   obstacles->push_back({"read-only",
-                        where + " is mounted read-only; mount it anew for writing (mount -o remount,rw " + where +
+                        where + " is mounted read-only; mount it anew for writing (mount -o remount,rw " +
+                            machine::ShellWord(where) +
                             "); NTFS stays read-only while it is hibernated or has to be checked",
                         false, ""});
 }
@@ -160,7 +163,7 @@ void CheckDirty(const RestoredSystem &system, const Mount &mount, const fs::path
   obstacles->push_back({"dirty-volume",
                         "The NTFS volume at " + mount.point.string() +
                             " has to be checked first; run chkdsk /f on Windows, or unmount it and run ntfsfix -d " +
-                            device.string() + ", then mount it anew",
+                            machine::ShellWord(device.string()) + ", then mount it anew",
                         false, ""});
 }
 

@@ -15,7 +15,7 @@ struct Obstacle {
   std::string word;
   std::string text;       // one line: what is wrong and the remedy
   bool forcible = false;  // the user may take the risk
-  std::string loss;       // what is lost then, a sentence
+  std::string loss;       // what is lost then, the beginning of a sentence: "Memory ...,"
 };
 
 // Of a system that was found; that its facts were read is needed only to tell which may lie on another file system than

@@ -24,8 +24,9 @@ std::optional<std::uint32_t> ParseNumber(const std::optional<std::string> &text,
 }
 
 Status OpenRestoredHive(const std::filesystem::path &file, Hive *hive) {
-  if (Status opened = OpenHiveFile(hive, file, machine::HiveUse::kLook); !opened) return opened;
-  return ReadHive(hive);
+  Status opened = OpenHiveFile(hive, file, machine::HiveUse::kLook);
+  if (opened) opened = ReadHive(hive);
+  return opened ? Status() : Status::Refused(RestoredHiveWords(opened), opened.error);
 }
 
 // A failure about a file, in one line.

@@ -204,7 +204,7 @@ TEST_F(Restored, WindowsIsFoundOrWhatToNameInstead) {
        "v/windows.OLD.000/WINDOWS",
        "v windows.OLD.000/WINDOWS 1"},
       {{"v/Windows.old/WINDOWS" + hive}, "v/Windows.old", "v Windows.old/WINDOWS 1"},
-      {{"v/Windows.old/WINDOWS" + hive}, "v", "name it: --root " + (base / "v/Windows.old/WINDOWS").string()},
+      {{"v/Windows.old/WINDOWS" + hive}, "v", "name it: " + (base / "v/Windows.old/WINDOWS").string()},
       {{"v/Windows" + hive, "v/WIN2" + hive}, "v", "more than one Windows (WIN2, Windows)"},
       {{"v/Windows" + hive}, "v/Windows/SYSTEM32", "inside a Windows directory: name " + (base / "v/Windows").string()},
       {{"v/Windows/system32/ntdll.dll"}, "v", "Windows has a system32 directory but no config/SYSTEM"},

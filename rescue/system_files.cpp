@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -103,6 +104,19 @@ Status ReadImage(const std::filesystem::path &file, ImageFacts *facts) {
   std::vector<BYTE> resource;
   if (ReadVersionResource(source, &resource) == machine::VersionResource::kFound) ReadFileVersion(resource, facts);
   return failure;
+}
+
+std::string HiveWords(const Status &failure) {
+  std::string words = Words(failure);
+  const std::string unsupported = std::string(" (") + std::strerror(ENOTSUP) + ")";
+  const std::size_t at = failure.error == ENOTSUP ? words.find(unsupported) : std::string::npos;
+  return at == std::string::npos ? words : words.erase(at, unsupported.size());
+}
+
+std::string RestoredHiveWords(const Status &failure) {
+  const std::string words = HiveWords(failure);
+  const std::size_t remedy = words.rfind("; name ");
+  return remedy == std::string::npos ? words : words.substr(0, remedy) + "; restore the file again";
 }
 
 std::optional<std::uint32_t> ReadHiveNumber(Hive *hive, const std::u16string &key, const char16_t *name) {

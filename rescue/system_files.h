@@ -32,6 +32,11 @@ struct ImageFacts {
 // Fails, in the form that follows the file's name, when it cannot be read; what it does not tell stays empty.
 machine::Status ReadImage(const std::filesystem::path &file, ImageFacts *facts);
 
+// Why a hive cannot be opened or read, without the hive library's word for damage, which tells nothing.
+std::string HiveWords(const machine::Status &failure);
+// The same of a restored system's hive: the file has its place, so that no other can be named.
+std::string RestoredHiveWords(const machine::Status &failure);
+
 // Values of a hive that was opened; nothing when there is none, or it is of another type.
 std::optional<std::uint32_t> ReadHiveNumber(machine::Hive *hive, const std::u16string &key, const char16_t *name);
 // UTF-8, up to the terminator.

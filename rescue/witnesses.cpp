@@ -1,5 +1,6 @@
 #include "rescue/witnesses.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "platform/architecture.h"
@@ -14,6 +15,12 @@ constexpr std::uint32_t kWorkstation = 1, kDomainController = 2, kServer = 3;
 constexpr std::uint32_t kTerminal = 0x10, kSingleUser = 0x100;
 
 void Doubt(RestoredSystem *system, const std::string &text) { system->doubts.push_back(text); }
+
+// What a file fails at and what follows from it; the remedy comes last.
+void DoubtVersion(RestoredSystem *system, const std::string &file, const std::string &reads, const char *follows) {
+  const std::size_t remedy = std::min(reads.find("; "), reads.size());
+  Doubt(system, file + " " + reads.substr(0, remedy) + ": the version is " + follows + reads.substr(remedy));
+}
 
 Status DecideVersion(const Witnesses &witnesses, RestoredSystem *system) {
   const auto &kernel = witnesses.kernel.version, &software = witnesses.software;
@@ -30,9 +37,9 @@ Status DecideVersion(const Witnesses &witnesses, RestoredSystem *system) {
   }
   system->major = version->major;
   system->minor = version->minor;
-  if (!kernel) Doubt(system, "its ntoskrnl.exe " + say(witnesses.kernelRead) + ": the version is the SOFTWARE hive's");
+  if (!kernel) DoubtVersion(system, "its ntoskrnl.exe", say(witnesses.kernelRead), "the SOFTWARE hive's");
   if (!software) {
-    Doubt(system, "its SOFTWARE hive " + say(witnesses.softwareRead) + ": the version is ntoskrnl.exe's");
+    DoubtVersion(system, "its SOFTWARE hive", say(witnesses.softwareRead), "ntoskrnl.exe's");
   } else if (!witnesses.softwareRead) {
     Doubt(system, "its SOFTWARE hive " + Words(witnesses.softwareRead));
   }

@@ -131,6 +131,7 @@ pack=$work/machine/ram/drivers
 ln -s "$examples/raid-10.0-x64/ram/drivers/raid/w10/twraid.inf" "$pack/link.inf"
 mkfifo "$pack/pipe.inf"
 rm "$pack/raid/w7/twraid.sys"
+mkdir "$pack"/$'no\xff'
 target='--target 10.0.19045-amd64'
 id='PCI\VEN_1DEA&DEV_0A42&CC_0104'
 while IFS='|' read -r status pattern words; do
@@ -140,6 +141,7 @@ while IFS='|' read -r status pattern words; do
   ! grep -q '[A-Z]:\\' "$work/out" || fail "drivers $words: a path that nobody gave"
 done <<CASES
 0|taken +$pack/raid/w10/twraid.inf.*Cannot.*w11/|@ $target --id "$id"
+0|no.: the folder cannot be read: its name is not UTF-8|@ $target --id "$id"
 0|^9 INF files .*file-missing: The file twraid.sys of|@ @/raid @/raid/../ $target --id 1dea:0a42:1DEA:0001:02 0x010400
 0|link.inf: it is a link that.*pipe.inf: it is a FIFO|@ $target --id $id
 0|taken +$pack/raid/beta/twraid.inf.*missing: The file $pack/raid/w10/TWFLT.SYS is|@/raid/w10 @/raid/beta $target --id $id --rules exact
@@ -170,12 +172,11 @@ done <<'CASES'
 2|. is a directory|run --job 7 --machine .
 2|file is required|inf
 1|is missing|inf none.inf
-1|pipe: is a FIFO|show pipe
+1|pipe is a FIFO|show pipe
 1|large.inf is not a registry hive|hive large.inf
 CASES
 while IFS='|' read -r status pattern words; do
-  # shellcheck disable=SC2086
-  expect "$words" "$status" "$pattern" $words
+  eval "expect \"\$words\" $status '$pattern' $words"
 done <<'CASES'
 1|has 1,073,741,824 bytes, more than|inf large.inf
 1|is not a registry hive|hive large.inf
@@ -185,6 +186,8 @@ done <<'CASES'
 1|missing cannot be opened: .*; name the root|undo --list missing
 2|name an undo folder, or a root with --list|undo
 2|excludes|undo a --list b
+2|root: an empty text|system ''
+2|--id: an empty text|system . --id ''
 1|is a FIFO|inf pipe
 1|is a FIFO|query pipe volume Label
 1|is a FIFO|fix-boot pipe --geometry 1,1,1,512
@@ -505,8 +508,8 @@ run show "$work/short.bme" "$two"
 [[ $? -eq 1 ]] && grep -q FILESERVER "$work/out" || fail "show: a bad file must not hide a good one"
 
 while IFS='|' read -r file pattern; do
-  expect "show $file" 1 "$file: $pattern" show "$work/$file"
-  expect "query $file" 1 "$file: $pattern" query "$work/$file" volume Label
+  expect "show $file" 1 "$file $pattern" show "$work/$file"
+  expect "query $file" 1 "$file $pattern" query "$work/$file" volume Label
 done <<CASES
 short.bme|has 1000 bytes, an extension file has 80332
 long.bme|has 160664 bytes

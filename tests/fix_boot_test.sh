@@ -204,7 +204,7 @@ refuse "no disk" 'no master boot record' dd if=/dev/zero of=disk bs=512 count=1 
 fix "neither" 2 'with --machine, or .* --geometry; see vxr fix-boot --help' disk
 fix "both" 2 'excludes' disk --machine machine.toml --geometry 1,1,1,512
 fix "missing image" 1 'nothing-there: .*; give a disk image' nothing-there --geometry 1,1,1,512
-fix "no disk" 2 'no disk is named' '' --geometry 1,1,1,512
+fix "no disk" 2 'disk: an empty text' '' --geometry 1,1,1,512
 fix "directory" 1 'is a directory' . --geometry 1,1,1,512
 for wrong in 1,1,1 1,1,1,512,1 1,x,1,512 1,,1,512 1,1,-1,512 0,1,1,512 1,65536,1,512 1,1,0,512 1,1,1,256 1,1,1,513 \
   1,1,1,131072 ' 1,1,1,512' 1,1,1,0x200 9223372036854775808,1,1,512; do

@@ -78,6 +78,8 @@ before=$(state)
 run inject --root restored "${sda[@]}" "${pack[@]}" --dry-run || fail "dry run"
 [[ $(state) == "$before" ]] || fail "a dry run changed something"
 sed -n '/^Result/q; s/ that would be / /; p' out >dry
+run inject --root restored "${sda[@]}" "${pack[@]}" --dry-run --json && jq -e '.run | .log_file == null and
+  ([.files[], .values[], .hives[], .deletions[] | .state | startswith("would_")] | all)' out >json || fail "a dry run's states"
 cp -r restored described
 run describe --root described "${sda[@]}" "${pack[@]}" && cp out machine.toml && sed '/^clock/d' out >once || fail "describe"
 run run --machine machine.toml --job 1 || fail "the described machine's run"
@@ -119,23 +121,23 @@ done <<'CASES'
 3|twraid.*lists one of.*Add the controller|--sysfs machine/sys --disk sda --drivers pack/raid/w11
 2|1DEA:0A42:1DEA: names no|--controller 1DEA:0A42:1DEA
 2|PCI.CC_0104: is no id|--controller 'PCI\CC_0104'
-2|an empty text: names no|--controller ''
+2|--controller: an empty text|--controller ''
 2|0104: names no|--controller 0104
 2|--controller excludes --disk|--controller 1DEA:0A42 --disk sda
 2|no disk "sdz"|--sysfs machine/sys --disk sdz
-2|no disk ""|--sysfs machine/sys --disk ''
 1|sdc: a USB disk|--sysfs machine/sys --disk sdc
 1|which disk holds the root|--sysfs machine/sys
 2|nowhere is no sysfs|--sysfs nowhere
 2|file is no sysfs|--sysfs file
-2|--sysfs: At Most 1|--sysfs machine/sys --sysfs machine/sys
-2|--root: At Most 1|--root restored
+2|--sysfs: given more than once|--sysfs machine/sys --sysfs machine/sys
+2|--list excludes --dry-run|--list
 2|one argument too many|restored
 2|--nosuch: unknown|--nosuch
-2|--drivers: 1 required|--drivers
+2|--drivers: needs a DIR|--drivers
 2|none is missing|--drivers none
 2|file is no directory|--drivers file
-2|a directory has an empty name|--drivers ''
+2|--drivers: an empty text|--drivers ''
+2|the path is not UTF-8|--drivers $'pack\xff'
 CASES
 [[ $(state) == "$before" ]] || fail "a refused or a dry run changed something"
 
@@ -148,7 +150,7 @@ while IFS='|' read -r status pattern root bend; do
   [[ $(state) == "$before" ]] || fail "$root, $bend: something was changed"
   chmod -R u+rwX restored
 done <<'CASES'
-2|--root DIR||
+2|--root: an empty text||
 2|file is a file|file|
 2|none does not exist|none|
 1|empty: nothing is mounted|empty|
@@ -162,7 +164,13 @@ done <<'CASES'
 1|not closed cleanly|restored|"$make_hive" $hive dirty; rm $hive.LOG1
 1|cannot be told: ntoskrnl|restored|rm restored/Windows/System32/ntoskrnl.exe
 1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
+1|not a registry hive .*; restore the file again|restored|head -c 9999 /dev/zero >$hive
+1|is a FIFO; restore the file again|restored|rm $hive; mkfifo $hive
+2|restored Windows is not UTF-8|link|cp -r restored $'bad\xff'; ln -s $'bad\xff' link
+3|put in: a file is in the way of a directory: C:.*drivers|restored|rm -r restored/Windows/System32/drivers; touch restored/Windows/System32/drivers
 CASES
+
+jq -e '.problems | length == 1 and (.[0] | test("in the way"))' out >json || fail "no problem in the document"
 
 # --- All reasons, in their order; more controllers than a run takes; no /proc
 fresh
@@ -186,9 +194,46 @@ if without_proc --version && [[ ! -s err ]]; then  # a sanitizer needs it too
   done
 fi
 
+# --- What cannot be written: the work is done all the same, and only who asked for a document is told by the status. A
+# look has no other outcome, and ends as other programs do when nobody reads.
+while IFS='|' read -r full pipe left words; do
+  for output in full pipe; do
+    fresh
+    [[ $words == inject* ]] || run inject --root restored "${sda[@]}" "${pack[@]}"
+    eval "called=($words)"
+    if [[ $output == full ]]; then
+      timeout 60 "$vxr" "${called[@]}" >/dev/full 2>err
+      [[ $? -eq $full && $(cat err) == *'output cannot be written'* && $(wc -l <err) -eq 1 ]] || fail "$words: a full disk"
+    else
+      (sleep 0.2; timeout 60 env --default-signal=PIPE "$vxr" "${called[@]}" 2>err; echo $? >got) | true
+      [[ $(cat got) -eq $pipe && ($pipe -ne 141 || ! -s err) ]] || fail "$words: nobody reads"
+    fi
+    [[ $(ls restored/Windows/vxr-undo | wc -l) -eq $left ]] || fail "$words: not done"
+  done
+done <<'CASES'
+0|0|1|inject --root restored "${sda[@]}" "${pack[@]}"
+1|1|1|inject --root restored "${sda[@]}" "${pack[@]}" --json
+0|0|0|undo restored/Windows/vxr-undo/*
+1|1|0|undo restored/Windows/vxr-undo/* --json
+1|141|1|system restored
+1|141|1|system restored --json
+CASES
+
+# --- A command to paste, of a path that a shell would take for something else
+mkdir -p $'a b\'c\n/x%d\\'
+fresh
+mv restored $'a b\'c\n/x%d\\/r'
+before=$(state $'a b\'c\n/x%d\\/r')
+run inject --root $'a b\'c\n/x%d\\/r' "${sda[@]}" "${pack[@]}"
+eval "'$vxr' $(sed -n 's/.*take it back.*: vxr //p' out)" >json && [[ $(state $'a b\'c\n/x%d\\/r') == "$before" ]] || fail "pasted"
+
 # --- Taken at one's own risk: the system forgets what it saved. A hive that was not closed is brought up to date.
 fresh
 printf hibr >restored/hiberfil.sys
+run inject --root restored "${sda[@]}" "${pack[@]}" --force --dry-run --json && grep -q 'would be lost' err &&
+  jq -e '.warnings | length == 1' out >json || fail "a forced dry run"
+run inject --root restored --sysfs machine/sys --disk sdc --force --json
+[[ $(cat err) != *lost* && $(jq '.errors | length' out) -eq 1 ]] || fail "a loss is told that there is not"
 run inject --root restored "${sda[@]}" "${pack[@]}" --force || fail "forced"
 [[ $(cat err) == 'vxr: --force: '*lost* && $(tr -d '\0' <restored/hiberfil.sys) == '' ]] || fail "forced: not said, or not forgotten"
 fresh

@@ -33,7 +33,7 @@ done <<'CASES'
 0|^größe.bme$|show größe.bme
 0|^[A-Za-z0-9-]+$|query größe.bme network Name
 0|^Provider = Maker$|inf größe.inf
-1|fehlt.inf: is missing|inf fehlt.inf
+1|fehlt.inf is missing|inf fehlt.inf
 8|^ +Log: Z:.*.logs.dir.vxr-vxr-[0-9]*.log$|run --job 3
 8|"log_file": "Z:|run --job 3 --json
 1|PhysicalDrive99: there is no such disk|fix-boot \\.\PhysicalDrive99

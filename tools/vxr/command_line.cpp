@@ -222,12 +222,36 @@ std::string UnknownArgument(const CLI::App &app) {
   return unknown.empty() ? "" : unknown.front() + ": one argument too many";
 }
 
+// An option or argument that was given as an empty text, which is no name and no id; empty when there is none.
+std::string EmptyArgument(const CLI::App &app) {
+  for (const CLI::App *used : app.get_subcommands()) {
+    for (const CLI::Option *option : used->get_options()) {
+      const std::vector<std::string> &given = option->results();
+      if (std::find(given.begin(), given.end(), "") == given.end()) continue;
+      return option->get_name() + ": an empty text; see vxr " + used->get_name() + " --help";
+    }
+  }
+  return "";
+}
+
+// The parser's complaint as a sentence.
+std::string InWords(std::string what) {
+  constexpr std::string_view kNumber = "Could not convert: ", kOne = ": 1 required ", kMissing = " missing";
+  while (!what.empty() && (what.back() == '\n' || what.back() == '.')) what.pop_back();
+  if (what.starts_with(kNumber)) return what.substr(kNumber.size()) + " is not a number of 32 bits";
+  const std::size_t several = what.find(": At Most 1 required"), one = what.find(kOne);
+  if (several != std::string::npos) return what.substr(0, several) + ": given more than once";
+  if (one == std::string::npos || !what.ends_with(kMissing)) return what;
+  return what.substr(0, one) + ": needs a " +
+         what.substr(one + kOne.size(), what.size() - one - kOne.size() - kMissing.size());
+}
+
 // Help and version go to standard output; anything else is one line saying what to do. `wrong` is the first argument,
 // which is to blame when no command was recognised; null when there is none.
 int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &error) {
   if (error.get_exit_code() == 0) {
     app.exit(error);
-    return FinishOutput() ? 0 : 1;
+    return 0;
   }
   std::string command = "vxr", what = error.what();
   if (app.remaining().empty()) {
@@ -235,11 +259,7 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
   }
   if (const std::string unknown = UnknownArgument(app); !unknown.empty()) what = unknown;
   if (app.get_subcommands().empty()) what = wrong == nullptr ? "name a command" : std::string(wrong) + ": unknown";
-  if (const std::string_view bad = "Could not convert: "; what.compare(0, bad.size(), bad) == 0) {
-    what = what.substr(bad.size()) + " is not a number of 32 bits";
-  }
-  while (!what.empty() && (what.back() == '\n' || what.back() == '.')) what.pop_back();
-  PrintError(what + "; see " + command + " --help");
+  PrintError(InWords(std::move(what)) + "; see " + command + " --help");
   return kExitUsage;
 }
 
@@ -249,7 +269,6 @@ void PrintErrorDocument(int exitStatus) {
   if (errors.empty() || std::ferror(stdout) != 0) return;
   const nlohmann::ordered_json document = {{"error", errors.back()}, {"errors", errors}, {"exit_status", exitStatus}};
   std::printf("%s\n", document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
-  std::fflush(stdout);
 }
 
 int Run(int argc, char **argv, const char *version) {
@@ -287,6 +306,10 @@ int Run(int argc, char **argv, const char *version) {
   } catch (const CLI::ParseError &error) {
     return ReportParse(app, argc > 1 ? argv[1] : nullptr, error);
   }
+  if (const std::string empty = EmptyArgument(app); !empty.empty()) {
+    PrintError(empty);
+    return kExitUsage;
+  }
 #ifndef _WIN32
   if (hive->parsed()) return HiveCommand(hiveOptions);
   if (const auto status = RunRescueCommand(rescue)) return *status;
@@ -309,6 +332,7 @@ int CommandLine(int argc, char **argv, const char *version) {
   const int exitStatus = Run(argc, argv, version);
   const auto is = [](const char *text) { return [text](std::string_view argument) { return argument == text; }; };
   char **end = std::find_if(argv, argv + argc, is("--"));  // file names follow
-  if (std::any_of(argv, end, is("--json"))) PrintErrorDocument(exitStatus);
-  return exitStatus;
+  const bool document = std::any_of(argv, end, is("--json"));
+  if (document) PrintErrorDocument(exitStatus);
+  return FinishCommand(exitStatus, document);
 }

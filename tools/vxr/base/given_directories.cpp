@@ -1,8 +1,10 @@
 #include "tools/vxr/base/given_directories.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 
+#include "platform/machine/base/file_kind.h"
 #include "platform/text/toml_string.h"
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/output.h"
@@ -10,7 +12,7 @@
 
 namespace {
 
-bool Check(const GivenDirectories &directories, const char *help) {
+bool Check(const GivenDirectories &directories) {
   if (kDescribedMachines && directories.names.size() > directories.letters.size()) {
     PrintError(std::to_string(directories.names.size()) + " directories are too many for one search; name at most " +
                std::to_string(directories.letters.size()) + ", such as one above them");
@@ -18,8 +20,8 @@ bool Check(const GivenDirectories &directories, const char *help) {
   }
   for (const std::string &directory : directories.names) {
     std::error_code error;
-    if (directory.empty()) {
-      PrintError(std::string("a directory has an empty name; see ") + help);
+    if (kDescribedMachines && !IsUtf8(HostName(std::filesystem::absolute(HostFile(directory), error)))) {
+      PrintError(directory + ": the path is not UTF-8; rename the directory, or make a link to it");
       return false;
     }
     if (std::filesystem::is_directory(HostFile(directory), error)) continue;
@@ -42,7 +44,7 @@ std::size_t DriveIndex(const GivenDirectories &directories, const std::string &p
 
 }  // namespace
 
-bool CheckDirectories(GivenDirectories *directories, bool below, const char *help) {
+bool CheckDirectories(GivenDirectories *directories, bool below) {
   std::vector<std::filesystem::path> places;
   for (const std::string &directory : directories->names) {
     std::error_code error;
@@ -58,7 +60,7 @@ bool CheckDirectories(GivenDirectories *directories, bool below, const char *hel
     if (!covered) kept.push_back(directories->names[i]);
   }
   directories->names = std::move(kept);
-  return Check(*directories, help);
+  return Check(*directories);
 }
 
 std::string DrivesToml(const GivenDirectories &directories) {
@@ -88,6 +90,25 @@ std::string GivenPath(const GivenDirectories &directories, const std::string &pa
   std::replace(rest.begin(), rest.end(), '\\', '/');
   if (rest.empty() || rest == "/") return given;
   return (given == "/" ? "" : given) + rest;
+}
+
+std::string UnreadText(const std::string &given, const std::string &reason) {
+  constexpr struct {
+    const char *number, *words;
+  } kErrors[] = {{" (error 5)", ": access is denied; check who may read it"},
+                 {" (error 123)", ": its name is not UTF-8, or none that Windows allows; rename it"}};
+  if (reason.find(" (error ") == std::string::npos) return reason;
+  using Type = std::filesystem::file_type;
+  std::error_code error;
+  const Type type = std::filesystem::symlink_status(HostFile(given), error).type();
+  if (type == Type::symlink) return "it is a link that leads nowhere, or out of the directory";
+  if (std::filesystem::exists(std::filesystem::file_status(type)) && type != Type::regular && type != Type::directory) {
+    return std::string("it ") + machine::FileKind(type);
+  }
+  for (const auto &[number, words] : kErrors) {
+    if (reason.ends_with(number)) return reason.substr(0, reason.size() - std::strlen(number)) + words;
+  }
+  return reason;
 }
 
 std::string GivenText(const GivenDirectories &directories, const std::string &text) {

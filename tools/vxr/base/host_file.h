@@ -7,6 +7,9 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
+
+#include "platform/text/utf.h"
 
 inline std::filesystem::path HostFile(const std::string &name) {
   return std::filesystem::path(std::u8string(name.begin(), name.end()));
@@ -15,6 +18,14 @@ inline std::filesystem::path HostFile(const std::string &name) {
 inline std::string HostName(const std::filesystem::path &file) {
   const std::u8string name = file.u8string();
   return std::string(name.begin(), name.end());
+}
+
+// Whether a machine's text can hold the name.
+inline bool IsUtf8(std::string_view name) {
+  while (!name.empty()) {
+    if (machine::TakeUtf8(&name) == machine::kUndefined) return false;
+  }
+  return true;
 }
 
 struct FileCloser {

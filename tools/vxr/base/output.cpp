@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -55,6 +56,7 @@ std::string Printable(std::string_view text) {
 }
 
 std::vector<std::string> g_errors;
+bool g_works = false;
 
 }  // namespace
 
@@ -76,11 +78,6 @@ void PrintError(std::string_view message) {
 }
 
 std::vector<std::string> TakeErrors() { return std::exchange(g_errors, {}); }
-
-std::string TakeError() {
-  const std::vector<std::string> taken = TakeErrors();
-  return taken.empty() ? "" : taken.back();
-}
 
 std::string Bytes(std::uint64_t size) {
   std::string digits = std::to_string(size);
@@ -126,8 +123,24 @@ std::string Padded(std::string text, std::size_t width) {
   return text;
 }
 
+void BeginWork() {
+  g_works = true;
+#ifdef SIGPIPE
+  std::signal(SIGPIPE, SIG_IGN);
+#endif
+#ifdef SIGXFSZ
+  std::signal(SIGXFSZ, SIG_IGN);
+#endif
+}
+
 bool FinishOutput() {
+  static bool told = false;
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
-  PrintError("standard output cannot be written; nothing else is affected");
+  if (!std::exchange(told, true)) PrintError("standard output cannot be written; nothing else is affected");
   return false;
+}
+
+int FinishCommand(int exitStatus, bool document) {
+  const bool lost = !FinishOutput() && (!g_works || document);
+  return lost && exitStatus == 0 ? 1 : exitStatus;
 }

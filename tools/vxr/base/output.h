@@ -23,9 +23,6 @@ void PrintError(std::string_view message);
 // them.
 std::vector<std::string> TakeErrors();
 
-// The latest of them alone, empty when there was none; takes all.
-std::string TakeError();
-
 // "1,234 bytes".
 std::string Bytes(std::uint64_t size);
 
@@ -44,5 +41,12 @@ std::string Padded(std::string text, std::size_t width);
 // The name of a registry value type, such as REG_DWORD; its number when it has none.
 std::string ValueTypeName(std::uint32_t type);
 
-// Flushes standard output. False, with a message, when what was printed did not reach its place (a full disk).
+// A command that changes something says so before it begins: neither a reader that goes away nor a limit of file sizes
+// ends it half-way, and how its work went decides the exit status.
+void BeginWork();
+
+// Flushes standard output. False, with a message once, when what was printed did not reach its place (a full disk).
 bool FinishOutput();
+// The same for a command that ends with `exitStatus`; the program's, when its output is lost: 1 in place of 0, unless
+// work was done and no `document` was asked for.
+int FinishCommand(int exitStatus, bool document);

@@ -9,6 +9,7 @@
 #include "platform/machine/base/file_kind.h"
 #include "platform/text/code_page.h"
 #include "platform/text/toml_string.h"
+#include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/machine_session.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
@@ -90,8 +91,6 @@ std::optional<std::string> GeometryToml(std::string_view text) {
 
 // --- An image as a machine ------------------------------------------------------------------------------------------
 
-bool IsUtf8(const std::string &text) { return machine::Utf16ToUtf8(machine::Utf8ToUtf16(text)) == text; }
-
 bool IsImage(const std::string &path) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
@@ -99,7 +98,7 @@ bool IsImage(const std::string &path) {
     if (IsUtf8(path)) return true;
     PrintError(path + ": the name is not UTF-8; rename the image, or make a link to it");
   } else if (fs::exists(status)) {
-    PrintError(path + ": " + machine::FileKind(status.type()) + "; give a disk image or a block device");
+    PrintError(path + " " + machine::FileKind(status.type()) + "; give a disk image or a block device");
   } else {
     PrintError(path + ": " + (error ? error.message() : "there is no such file") +
                "; give a disk image or a block device, or name with --machine the machine that has the disk");
@@ -114,6 +113,7 @@ void OnRepairEvent(void *report, const VXRMachine_Event *event) { AddEvent(stati
 // Repairs the disk of the open machine that has this device name, then closes the machine. `shown`: its name for
 // people; the machine's observer fills the report.
 int Repair(const std::string &device, const std::string &shown, const BootReport &report) {
+  BeginWork();
   // Whatever the log was set to, it tells of a change to a disk all that was found.
   VXRDbg_Initialize(kCheckLevel, 0, nullptr);
   VXRDbg_SetLevel(kCheckLevel);
@@ -124,7 +124,6 @@ int Repair(const std::string &device, const std::string &shown, const BootReport
     return 1;
   }
   for (const std::string &line : DescribeRepair(report, shown)) PrintLine(line);
-  FinishOutput();
   return 0;
 }
 
@@ -152,10 +151,6 @@ int RepairDisk(const FixBootOptions &options) {
 }  // namespace
 
 int FixBootCommand(const FixBootOptions &options) {
-  if (options.disk.empty()) {
-    PrintError(std::string("no disk is named; give its device name or its image") + kHelp);
-    return kExitUsage;
-  }
   if (kDescribedMachines && options.machine.empty() && options.geometry.empty()) {
     PrintError(std::string("name the disk's machine with --machine, or an image's geometry with --geometry") + kHelp);
     return kExitUsage;

@@ -1,8 +1,5 @@
 #include "tools/vxr/drivers/driver_list.h"
 
-#include <filesystem>
-
-#include "platform/machine/base/file_kind.h"
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/host_file.h"
 #include "tools/vxr/base/machine_session.h"
@@ -42,16 +39,8 @@ void OnCandidate(void *context, const VXRDRV_CANDIDATE *found) {
 
 void OnUnread(void *context, const char *path, const char *reason) {
   const Search &search = *static_cast<Search *>(context);
-  UnreadRow row = {GivenPath(Given(*search.options), Text(path)), Text(reason), Text(path)};
-  std::error_code error;
-  const std::filesystem::file_type type = std::filesystem::symlink_status(HostFile(row.inf), error).type();
-  if (type == std::filesystem::file_type::symlink) {
-    row.text = "it is a link that leads nowhere, or out of the directory";
-  } else if (std::filesystem::exists(std::filesystem::file_status(type)) &&
-             type != std::filesystem::file_type::regular && type != std::filesystem::file_type::directory) {
-    row.text = std::string("it ") + machine::FileKind(type);
-  }
-  search.list->unread.push_back(std::move(row));
+  const std::string given = GivenPath(Given(*search.options), Text(path));
+  search.list->unread.push_back({given, UnreadText(given, Text(reason)), Text(path)});
 }
 
 // The texts in the machine's code page, as a multi-string.

@@ -42,5 +42,5 @@ int DriversCommand(const DriversOptions &given) {
   } else {
     PrintDriversText(query, list);
   }
-  return FinishOutput() && IsChosen(list) ? 0 : 1;
+  return IsChosen(list) ? 0 : 1;
 }

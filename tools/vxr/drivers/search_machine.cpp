@@ -42,7 +42,7 @@ std::string MachineToml(const DriversOptions &options) {
 
 bool CheckDirectories(DriversOptions *options) {
   GivenDirectories directories = Given(*options);
-  if (!CheckDirectories(&directories, options->rules != "exact", "vxr drivers --help")) return false;
+  if (!CheckDirectories(&directories, options->rules != "exact")) return false;
   options->directories = std::move(directories.names);
   return true;
 }

@@ -37,10 +37,6 @@ void RecordOpenMachine(const CreateOptions &options, Creation *outcome) {
 
 // Opens, records, closes. False, with a message, when the machine or the arguments cannot be used.
 bool RecordMachine(const CreateOptions &options, Creation *outcome) {
-  if (options.extension.empty()) {
-    PrintError("the extension file has no name; name the file to write");
-    return false;
-  }
   if (!OpenMachine(options.machine, OnCreateEvent, outcome)) return false;
   if (!PathInCodePage(options.extension) || !PathInCodePage(options.includes) || !PathInCodePage(options.map)) {
     CloseMachine();
@@ -112,6 +108,7 @@ void PrintSummary(const CreateOptions &options, const Creation &outcome, const V
 }  // namespace
 
 int CreateCommand(const CreateOptions &options) {
+  BeginWork();
   Creation outcome;
   if (!RecordMachine(options, &outcome)) return kExitUsage;
   if (outcome.code != 0) {
@@ -125,6 +122,5 @@ int CreateCommand(const CreateOptions &options) {
     return kExitFailed;
   }
   PrintSummary(options, outcome, image);
-  FinishOutput();
   return 0;
 }

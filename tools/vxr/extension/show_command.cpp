@@ -23,16 +23,17 @@ int ShowCommand(const ShowOptions &options) {
     std::string problem;
     const bool good = ReadExtensionFile(file, &image, &problem);
     if (!good) {
-      PrintError(file + ": " + problem);
+      PrintError(file + " " + problem);
       allShown = false;
       if (!list) continue;
-      TakeError();
+      TakeErrors();
     }
     if (options.json) {
       // Each document goes out as it is made: a thousand of them would fill the memory.
       if (list) std::fputs(shown == 0 ? "\n" : ",\n", stdout);
-      const std::string text = DocumentText(good ? ExtensionDocument(file, image, options.codePage)
-                                                 : nlohmann::ordered_json{{"file", file}, {"error", problem}});
+      const std::string text =
+          DocumentText(good ? ExtensionDocument(file, image, options.codePage)
+                            : nlohmann::ordered_json{{"file", file}, {"error", file + " " + problem}});
       std::fwrite(text.data(), 1, text.size(), stdout);
     } else {
       if (shown != 0) PrintLine("");
@@ -41,5 +42,5 @@ int ShowCommand(const ShowOptions &options) {
     ++shown;
   }
   if (options.json && (list || shown != 0)) std::fputs(list ? "\n]\n" : "\n", stdout);
-  return FinishOutput() && allShown ? 0 : 1;
+  return allShown ? 0 : 1;
 }

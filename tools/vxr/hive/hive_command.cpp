@@ -34,7 +34,7 @@ bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
   const machine::Descriptor out(open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (!out) {
     PrintError(name + (errno == EEXIST
-                           ? ": exists; name a new file"
+                           ? " exists; name a new file"
                            : std::string(": cannot be made: ") + std::strerror(errno) + "; correct the path"));
     return false;
   }
@@ -48,6 +48,7 @@ bool WriteRecovered(const machine::Hive &hive, const std::string &name) {
 }  // namespace
 
 int HiveCommand(const HiveOptions &options) {
+  if (!options.replay.empty()) BeginWork();
   machine::Hive hive;
   const machine::Status opened = OpenHiveFile(&hive, HostFile(options.file), machine::HiveUse::kLook);
   const HiveFacts facts = CollectHiveFacts(options.file, &hive, opened);
@@ -59,6 +60,6 @@ int HiveCommand(const HiveOptions &options) {
     good = WriteRecovered(hive, options.replay);
     if (good && !options.json) PrintLine("Written to " + options.replay, Style::kGood);
   }
-  if (options.json && facts.isHive) PrintHiveJson(facts, TakeError(), good ? 0 : 1);
-  return FinishOutput() && good ? 0 : 1;
+  if (options.json && facts.isHive) PrintHiveJson(facts, TakeErrors(), good ? 0 : 1);
+  return good ? 0 : 1;
 }

@@ -70,7 +70,7 @@ HiveFacts CollectHiveFacts(const std::string &file, Hive *hive, const machine::S
     facts.replay = DescribeReplay(hive->recovery);
     facts.numberAfter = hive->recovery.number;
   }
-  facts.refusal = Words(readable);
+  facts.refusal = rescue::HiveWords(readable);
   if (readable) ReadSystemFacts(hive, &facts);
   return facts;
 }

@@ -41,5 +41,5 @@ HiveFacts CollectHiveFacts(const std::string &file, machine::Hive *hive, const m
 
 // Both of a file that is a hive.
 void PrintHiveText(const HiveFacts &facts);
-// `error`: what the command failed with; empty: nothing.
-void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitStatus);
+// `errors`: what the command failed with; empty: nothing.
+void PrintHiveJson(const HiveFacts &facts, const std::vector<std::string> &errors, int exitStatus);

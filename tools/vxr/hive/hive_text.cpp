@@ -68,7 +68,7 @@ void PrintHiveText(const HiveFacts &facts) {
   for (const LogFacts &log : facts.logs) PrintLog(log, !facts.clean);
 }
 
-void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitStatus) {
+void PrintHiveJson(const HiveFacts &facts, const std::vector<std::string> &errors, int exitStatus) {
   Json logs = Json::array();
   for (const LogFacts &log : facts.logs) logs.push_back(LogJson(log));
   Json document = {{"file", facts.file},
@@ -84,7 +84,8 @@ void PrintHiveJson(const HiveFacts &facts, const std::string &error, int exitSta
   document["logs"] = std::move(logs);
   document["control_set"] = OrNull(facts.controlSet);
   document["machine_name"] = OrNull(facts.machineName);
-  document["error"] = OrNull(error);
+  document["error"] = errors.empty() ? Json() : Json(errors.back());
+  document["errors"] = errors;
   document["exit_status"] = exitStatus;
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }

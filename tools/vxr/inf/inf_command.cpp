@@ -26,7 +26,8 @@ std::shared_ptr<machine::InfFile> OpenInf(const InfOptions &options) {
     reason = "holds no section";
     inf.reset();
   }
-  if (inf == nullptr) PrintError(options.file + ": " + reason + "; name an INF file");
+  if (inf == nullptr)
+    PrintError(options.file + (reason.starts_with("line ") ? ": " : " ") + reason + "; name an INF file");
   return inf;
 }
 
@@ -106,5 +107,5 @@ int InfCommand(const InfOptions &options) {
   } else {
     PrintText(inf.get(), options.codePage);
   }
-  return FinishOutput() ? 0 : 1;
+  return 0;
 }

@@ -72,30 +72,31 @@ void PrintDisk(const rescue::Disk &disk, bool toCome) {
   }
 }
 
-Json NodeJson(const rescue::PciNode &node) {
-  return {{"address", node.address},
+Json NodeJson(const rescue::PciNode &node, bool toCome) {
+  return {{"address", toCome ? Json() : Json(node.address)},
           {"hardware_ids", rescue::HardwareIds(node.function)},
           {"compatible_ids", rescue::CompatibleIds(node.function)},
           {"linux_driver", OrNull(node.driver)}};
 }
 
-Json DiskJson(const rescue::Disk &disk) {
+Json DiskJson(const rescue::Disk &disk, bool toCome) {
   Json path = Json::array();
-  for (const rescue::PciNode &node : disk.controller.nodes) path.push_back(NodeJson(node));
+  for (const rescue::PciNode &node : disk.controller.nodes) path.push_back(NodeJson(node, toCome));
   if (!disk.controller.otherId.empty()) path.push_back({{"hardware_ids", {disk.controller.otherId}}});
   return {{"name", disk.name},
-          {"vendor", disk.vendor},
-          {"model", disk.model},
-          {"serial", disk.serial},
-          {"size", disk.size},
+          {"vendor", toCome ? Json() : OrNull(disk.vendor)},
+          {"model", toCome ? Json() : OrNull(disk.model)},
+          {"serial", OrNull(disk.serial)},
+          {"size", toCome ? Json() : Json(disk.size)},
           {"bus", BusText(disk.bus)},
           {"controller_and_bridges", std::move(path)},
           {"unfit", OrNull(disk.unfit)}};
 }
 
-Json DisksJson(const std::vector<rescue::Disk> &disks) {
+// Of hardware `toCome` the disks are made up.
+Json DisksJson(const std::vector<rescue::Disk> &disks, bool toCome) {
   Json list = Json::array();
-  for (const rescue::Disk &disk : disks) list.push_back(DiskJson(disk));
+  for (const rescue::Disk &disk : disks) list.push_back(DiskJson(disk, toCome));
   return list;
 }
 
@@ -150,8 +151,8 @@ Json ObstaclesJson(const RescueFacts &facts) {
 
 Json FactsJson(const RescueFacts &facts) {
   return {{"system", facts.system ? SystemJson(*facts.system) : Json()},
-          {"all_disks", DisksJson(facts.all)},
-          {"disks", DisksJson(facts.disks)},
+          {"all_disks", DisksJson(facts.all, false)},
+          {"disks", DisksJson(facts.disks, facts.toCome)},
           {"disk_problem", OrNull(facts.diskProblem)},
           {"obstacles", ObstaclesJson(facts)}};
 }

@@ -31,6 +31,7 @@ void UseGivenNames(const GivenDirectories &directories, RunRecord *record) {
   for (RefusedPath &unread : record->unreadInfs) {
     give(&unread.path);
     give(&unread.reason);
+    unread.reason = UnreadText(unread.path, unread.reason);
   }
   for (RefusedPath &refused : record->refusedPaths) give(&refused.path);
   for (std::string &problem : record->problems) give(&problem);

@@ -1,6 +1,5 @@
 #include "tools/vxr/rescue/inject_command.h"
 
-#include <csignal>
 #include <cstdio>
 
 #include "rescue/describe.h"
@@ -12,6 +11,16 @@
 #include "tools/vxr/rescue/injection.h"
 
 namespace {
+
+// What is missing, or means nothing where nothing is injected; empty: nothing.
+std::string WrongOptions(const RescueOptions &options) {
+  if (!options.list) return options.root.empty() ? "--root is required" : "";
+  const char *idle = options.dryRun             ? "--dry-run"
+                     : options.force            ? "--force"
+                     : !options.drivers.empty() ? "--drivers"
+                                                : nullptr;
+  return idle == nullptr ? "" : std::string("--list excludes ") + idle;
+}
 
 int List(const RescueOptions &options, const RescueFacts &facts) {
   if (options.json) {
@@ -25,23 +34,28 @@ int List(const RescueOptions &options, const RescueFacts &facts) {
     }
     for (const rescue::Obstacle &obstacle : facts.obstacles) PrintLine("  " + obstacle.text, Style::kBad);
   }
-  return FinishOutput() ? 0 : 1;
+  return 0;
 }
 
 // Whether something forbids the injection; each reason is told.
 bool IsForbidden(const RescueOptions &options, const RescueFacts &facts) {
   bool forbidden = false;
   for (const rescue::Obstacle &obstacle : facts.obstacles) {
-    const bool risked = obstacle.forcible && options.force;
-    if (risked) {
-      std::fprintf(stderr, "vxr: --force: %s\n", obstacle.loss.c_str());
-    } else {
-      PrintError(obstacle.text + (obstacle.forcible ? "; or use --force: " + obstacle.loss : ""));
-    }
-    forbidden = forbidden || !risked;
+    if (obstacle.forcible && options.force) continue;
+    PrintError(obstacle.text + (obstacle.forcible ? "; or use --force: " + obstacle.loss + " is lost." : ""));
+    forbidden = true;
   }
   if (facts.disks.empty()) PrintError(facts.diskProblem);
   return forbidden || facts.disks.empty();
+}
+
+// What the risk that was taken has cost, or would.
+void TellLosses(const RescueOptions &options, const RescueFacts &facts, const Injection &injection) {
+  const bool would = options.dryRun && injection.exitStatus == 0 && !injection.needless;
+  if (!injection.done && !would) return;
+  for (const rescue::Obstacle &obstacle : facts.obstacles) {
+    PrintError("--force: " + obstacle.loss + (would ? " would be lost." : " is lost."));
+  }
 }
 
 bool Lock(const RescueFacts &facts, machine::Descriptor *lock) {
@@ -53,26 +67,24 @@ bool Lock(const RescueFacts &facts, machine::Descriptor *lock) {
 }  // namespace
 
 int InjectCommand(const RescueOptions &options) {
-  // Neither a reader that goes away nor a limit of file sizes must end a run half-way.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
-  if (options.root.empty() && !options.list) {
-    PrintError("name where the restored system's volume is mounted: --root DIR; see vxr inject --help");
+  if (!options.list) BeginWork();
+  if (const std::string wrong = WrongOptions(options); !wrong.empty()) {
+    PrintError(wrong + "; see vxr inject --help");
     return kExitUsage;
   }
   RescueFacts facts;
-  if (const int failed = GatherFacts(options, "vxr inject --help", &facts); failed != 0) return failed;
+  if (const int failed = GatherFacts(options, &facts); failed != 0) return failed;
   if (options.list) return List(options, facts);
   if (IsForbidden(options, facts) || !CheckCount(facts)) return 1;
   machine::Descriptor lock;
   if (!options.dryRun && !Lock(facts, &lock)) return 1;
   Injection injection;
   if (!Inject(facts, options.dryRun, &injection)) return kExitUsage;
+  TellLosses(options, facts, injection);
   if (options.json) {
     PrintInjectJson(options, facts, injection);
   } else {
     PrintInjectText(options, facts, injection);
   }
-  FinishOutput();
   return injection.exitStatus;
 }

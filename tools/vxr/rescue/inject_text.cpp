@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "platform/text/shell_word.h"
 #include "rescue/describe.h"
 #include "rescue/device_tables.h"
 #include "tools/vxr/base/json_values.h"
@@ -132,8 +133,19 @@ const DeviceRecord *FailedDevice(const StatusLine &line, const Injection &inject
   return line.code == VXR_RESULT_NO_DRIVER && found != devices.end() ? &*found : nullptr;
 }
 
-// The log's own words only where nothing else tells; a device without a driver is told among the devices.
-void PrintProblems(const Injection &injection) {
+// What the log says of a failure, as the end of a sentence: its own sentences without the function's name, and a call
+// that failed as it stands there.
+std::string CauseText(const RescueFacts &facts, const std::string &cause) {
+  const std::size_t kind = cause.find(':'), function = cause.find(':', kind + 1);
+  if (function == std::string::npos || cause.find(" failed!") != std::string::npos) return " (log: " + cause + ")";
+  std::string text = cause.substr(function + 1);
+  const std::size_t path = text.find(":\\");
+  if (path != std::string::npos && path > 1 && text[path - 2] == ':') text.insert(path - 1, " ");
+  return ": " + GivenText(facts.drivers, text);
+}
+
+// The log's words only where nothing else tells; a device without a driver is told among the devices.
+std::vector<std::string> Problems(const RescueFacts &facts, const Injection &injection) {
   std::vector<std::string> problems;
   const std::vector<std::string> particulars = Particulars(injection.record);
   for (const StatusLine &line : injection.record.lines) {
@@ -141,14 +153,21 @@ void PrintProblems(const Injection &injection) {
     if (line.code == VXR_STATUS_PROGRESS || (failed != nullptr && LacksDriver(*failed))) continue;
     const bool needsCause = particulars.empty() && !line.cause.empty();
     const std::string text = failed != nullptr ? failed->instance + ": its driver could not be put in" : line.text;
-    problems.push_back(text + (needsCause ? " (log: " + line.cause + ")" : ""));
+    problems.push_back(text + (needsCause ? CauseText(facts, line.cause) : ""));
   }
   problems.insert(problems.end(), particulars.begin(), particulars.end());
   if (!injection.problem.empty()) problems.push_back(injection.problem);
-  if (!problems.empty()) PrintTitle("Problems");
-  for (auto problem = problems.begin(); problem != problems.end(); ++problem) {
-    if (std::find(problems.begin(), problem, *problem) == problem) PrintLine("  " + *problem, Style::kBad);
+  std::vector<std::string> once;
+  for (std::string &problem : problems) {
+    if (std::find(once.begin(), once.end(), problem) == once.end()) once.push_back(std::move(problem));
   }
+  return once;
+}
+
+void PrintProblems(const RescueFacts &facts, const Injection &injection) {
+  const std::vector<std::string> problems = Problems(facts, injection);
+  if (!problems.empty()) PrintTitle("Problems");
+  for (const std::string &problem : problems) PrintLine("  " + problem, Style::kBad);
 }
 
 std::string Meaning(const RescueOptions &options, const Injection &injection) {
@@ -183,7 +202,7 @@ std::string DriverAdvice(const RescueOptions &options, const RescueFacts &facts)
 // Windows' directory may have been named, and the volume may be mounted above its root.
 std::string UnmountAdvice(const RescueFacts &facts) {
   const bool isMount = facts.mount && facts.mount->point == facts.system->volume;
-  return "Unmount the volume" + (isMount ? " (umount " + facts.mount->point.string() + ")" : "") +
+  return "Unmount the volume" + (isMount ? " (umount " + machine::ShellWord(facts.mount->point.string()) + ")" : "") +
          ", take the rescue system away, and start the machine.";
 }
 
@@ -200,7 +219,7 @@ void PrintResult(const RescueOptions &options, const RescueFacts &facts, const I
             injection.exitStatus == 0 ? Style::kGood : Style::kBad);
   if (const std::string advice = Advice(options, facts, injection); !advice.empty()) PrintLine("  " + advice);
   if (injection.undo.empty()) return;
-  PrintLine("  To take it back, before Windows has started: vxr undo " + injection.undo.string());
+  PrintLine("  To take it back, before Windows has started: vxr undo " + machine::ShellWord(injection.undo.string()));
 }
 
 }  // namespace
@@ -214,23 +233,27 @@ void PrintInjectText(const RescueOptions &options, const RescueFacts &facts, con
   PrintDevices(facts, injection);
   PrintFiles(injection);
   PrintValues(injection);
-  PrintProblems(injection);
+  PrintProblems(facts, injection);
   PrintResult(options, facts, injection);
 }
 
 void PrintInjectJson(const RescueOptions &options, const RescueFacts &facts, const Injection &injection) {
   Json takenBack = Json::array();
   for (const std::filesystem::path &folder : injection.takenBack) takenBack.push_back(folder.string());
-  const Json document = {{"root", options.root},
-                         {"dry_run", options.dryRun},
-                         {"exit_status", injection.exitStatus},
-                         {"meaning", Meaning(options, injection)},
-                         {"advice", Advice(options, facts, injection)},
-                         {"problem", OrNull(injection.problem)},
-                         {"made", injection.done},
-                         {"undo", OrNull(injection.undo.string())},
-                         {"taken_back_first", takenBack},
-                         {"found", FactsJson(facts)},
-                         {"run", RunJson(injection.record)}};
+  Json document = {{"root", options.root},
+                   {"dry_run", options.dryRun},
+                   {"exit_status", injection.exitStatus},
+                   {"meaning", Meaning(options, injection)},
+                   {"advice", Advice(options, facts, injection)},
+                   {"problem", OrNull(injection.problem)},
+                   {"problems", Problems(facts, injection)},
+                   {"warnings", TakeErrors()},
+                   {"made", injection.done},
+                   {"undo", OrNull(injection.undo.string())},
+                   {"taken_back_first", takenBack},
+                   {"found", FactsJson(facts)},
+                   {"run", RunJson(injection.record, !injection.done)}};
+  // The log lies in the folder that takes the run back.
+  if (!injection.done || injection.undo.empty()) document["run"]["log_file"] = nullptr;
   std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }

@@ -1,5 +1,6 @@
 #include "tools/vxr/rescue/rescue_commands.h"
 
+#include "tools/vxr/base/output.h"
 #include "tools/vxr/rescue/describe_command.h"
 #include "tools/vxr/rescue/inject_command.h"
 
@@ -94,7 +95,10 @@ void AddRescueCommands(CLI::App *app, RescueCommands *commands) {
 
 std::optional<int> RunRescueCommand(const RescueCommands &commands) {
   if (commands.inject->parsed()) return InjectCommand(commands.injectOptions);
-  if (commands.undo->parsed()) return UndoCommand(commands.undoOptions);
+  if (commands.undo->parsed()) {
+    if (commands.undoOptions.root.empty()) BeginWork();
+    return UndoCommand(commands.undoOptions);
+  }
   if (commands.system->parsed()) return SystemCommand(commands.systemOptions);
   if (commands.describe->parsed()) return DescribeCommand(commands.describeOptions);
   return std::nullopt;

@@ -130,14 +130,18 @@ int GatherSystem(const std::string &root, RescueFacts *facts) {
   return 0;
 }
 
-int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *facts) {
+int GatherFacts(const RescueOptions &options, RescueFacts *facts) {
   facts->drivers.names = options.drivers;
   if (!options.root.empty()) {
     if (const int failed = GatherSystem(options.root, facts); failed != 0) return failed;
+    if (!IsUtf8(HostName(facts->system->windows))) {
+      PrintError(options.root + ": the path of the restored Windows is not UTF-8; mount its volume at another place");
+      return kExitUsage;
+    }
     std::erase(facts->drivers.letters, facts->system->drive);
     std::erase(facts->drivers.letters, rescue::RunningDrive(*facts->system));
   }
-  if (!CheckDirectories(&facts->drivers, true, help)) return kExitUsage;
+  if (!CheckDirectories(&facts->drivers, true)) return kExitUsage;
   if (const int failed = ReadDisks(options, facts); failed != 0) return failed;
   LeaveOutUnfit(facts);
   return 0;

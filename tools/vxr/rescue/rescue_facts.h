@@ -23,7 +23,7 @@ struct RescueFacts {
 };
 
 // 0, or after a message the exit status: kExitUsage for an argument that is none, 1 when the system cannot be told.
-int GatherFacts(const RescueOptions &options, const char *help, RescueFacts *facts);
+int GatherFacts(const RescueOptions &options, RescueFacts *facts);
 
 // The restored system alone, and what forbids changing it.
 int GatherSystem(const std::string &root, RescueFacts *facts);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "rescue/boot_drivers.h"
 #include "tools/vxr/base/json_values.h"
@@ -37,20 +38,24 @@ bool IsSound(const rescue::BootDriver &driver, const rescue::RestoredSystem &sys
   return !driver.file.empty() && driver.architecture == system.architecture;
 }
 
-void PrintDrivers(const rescue::BootState &state, const rescue::RestoredSystem &system) {
-  PrintTitle("Drivers that start with it");
+bool IsHeldBack(const rescue::BootDriver &driver) { return driver.startOverride.value_or(0) != 0; }
+
+// Those that are held back, or those that are not.
+void PrintDrivers(const char *title, bool heldBack, const rescue::BootState &state,
+                  const rescue::RestoredSystem &system) {
   std::size_t name = 0;
   for (const rescue::BootDriver &driver : state.drivers) name = std::max(name, driver.service.size());
+  bool titled = false;
   for (const rescue::BootDriver &driver : state.drivers) {
-    const std::string held = driver.startOverride.value_or(0) == 0
-                                 ? ""
-                                 : ", held back (StartOverride " + std::to_string(*driver.startOverride) + ")";
+    if (IsHeldBack(driver) != heldBack) continue;
+    if (!std::exchange(titled, true)) PrintTitle(title);
+    const std::string line = "  " + Padded(driver.service, name) + "  " + DriverState(driver, system);
     // A driver that is held back is not missed.
-    const bool bad = held.empty() && !IsSound(driver, system);
-    PrintLine("  " + Padded(driver.service, name) + "  " + DriverState(driver, system) + held, bad ? Style::kBad
-                                                                                               : held.empty()
-                                                                                                   ? Style::kPlain
-                                                                                                   : Style::kDim);
+    if (heldBack) {
+      PrintLine(line + " (StartOverride " + std::to_string(*driver.startOverride) + ")", Style::kDim);
+    } else {
+      PrintLine(line, IsSound(driver, system) ? Style::kPlain : Style::kBad);
+    }
   }
 }
 
@@ -108,12 +113,13 @@ int SystemCommand(const SystemOptions &options) {
   }
   if (options.json) {
     PrintJson(facts, state);
-    return FinishOutput() ? 0 : 1;
+    return 0;
   }
   PrintSystem(*facts.system);
   for (const rescue::Obstacle &obstacle : facts.obstacles) PrintLine("  " + obstacle.text, Style::kBad);
   PrintControlSets(state);
-  PrintDrivers(state, *facts.system);
+  PrintDrivers("Drivers that start with it", false, state, *facts.system);
+  PrintDrivers("Drivers that are held back", true, state, *facts.system);
   PrintDevices(state, *facts.system);
-  return FinishOutput() ? 0 : 1;
+  return 0;
 }

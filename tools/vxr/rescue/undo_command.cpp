@@ -124,7 +124,7 @@ int ListFolders(const UndoOptions &options) {
     for (const UndoFolder &undo : folders) PrintFolder(undo);
     if (folders.empty()) PrintLine("There is no injection to take back below " + options.root);
   }
-  return FinishOutput() ? exitStatus : 1;
+  return exitStatus;
 }
 
 // --- Taking back ----------------------------------------------------------------------------------------------------
@@ -193,7 +193,7 @@ int TakeBackFolder(const UndoOptions &options) {
     AddEnd(done ? 0 : 1, &document);
     PrintDocument(document);
   }
-  return FinishOutput() && done ? 0 : 1;
+  return done ? 0 : 1;
 }
 
 }  // namespace

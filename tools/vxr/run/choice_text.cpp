@@ -136,9 +136,9 @@ Json ChoiceJson(const DeviceRecord &device) {
           {"notes", choice.notes}};
 }
 
-Json DeletionsJson(const RunRecord &record, const std::vector<DeletedValue> &would) {
+Json DeletionsJson(const std::vector<DeletedValue> &done, const std::vector<DeletedValue> &would) {
   Json list = Json::array();
-  AddDeletions("deleted", record.deletions, &list);
+  AddDeletions("deleted", done, &list);
   AddDeletions("would_delete", would, &list);
   return list;
 }

@@ -14,4 +14,4 @@ void PrintDeletions(const char *title, const std::vector<DeletedValue> &deletion
 
 // Null for a device whose driver was sought by the narrow reading.
 nlohmann::ordered_json ChoiceJson(const DeviceRecord &device);
-nlohmann::ordered_json DeletionsJson(const RunRecord &record, const std::vector<DeletedValue> &would);
+nlohmann::ordered_json DeletionsJson(const std::vector<DeletedValue> &done, const std::vector<DeletedValue> &would);

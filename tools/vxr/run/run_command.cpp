@@ -1,7 +1,6 @@
 #include "tools/vxr/run/run_command.h"
 
 #include <algorithm>
-#include <csignal>
 #include <string>
 #include <utility>
 
@@ -84,9 +83,7 @@ bool RunOnMachine(const RunOptions &options, RunHost *host, RunOutcome *outcome)
 }  // namespace
 
 int RunCommand(const RunOptions &options) {
-#ifdef SIGPIPE
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away must not end a run half-way
-#endif
+  BeginWork();
   RunHost host;
   host.showLines = !options.json;
   RunOutcome outcome{};
@@ -96,6 +93,5 @@ int RunCommand(const RunOptions &options) {
   } else {
     PrintRunText(options, outcome, host.record);
   }
-  FinishOutput();
   return outcome.exitStatus;
 }

@@ -40,12 +40,24 @@ Json Devices(const RunRecord &record) {
   return list;
 }
 
-Json Files(const RunOptions &options, const RunRecord &record, bool rehearsed) {
-  const char *const found = options.verify ? "would_copy" : "found";
-  const char *const failed = rehearsed ? "would_not_copy" : "not_copied";
+// States of what was done, or would be.
+struct States {
+  const char *copied, *notCopied, *found, *written;
+  const char *hives[5];  // by HiveOutcome
+};
+
+constexpr States kDone = {
+    "copied", "not_copied", "found", "written", {"mounted", "saved", "not_saved", "refused", "unflushed"}};
+constexpr States kWould = {"would_copy",
+                           "would_not_copy",
+                           "would_copy",
+                           "would_write",
+                           {"would_mount", "would_save", "would_not_save", "would_refuse", "would_not_save"}};
+
+Json Files(const States &states, const RunRecord &record) {
   Json list = Json::array();
   for (const CopyRecord &copy : record.copies) {
-    const char *state = copy.copied ? "copied" : copy.reason.empty() ? found : failed;
+    const char *state = copy.copied ? states.copied : copy.reason.empty() ? states.found : states.notCopied;
     Json file = {{"state", state}, {"target", copy.target}, {"source", OrNull(copy.source)}};
     if (copy.size && copy.reason.empty()) file["size"] = *copy.size;
     if (copy.reason.empty()) file["left_over"] = copy.use == CopyUse::kLeftOver;
@@ -70,10 +82,10 @@ void AddValues(const char *state, const std::vector<ValueRecord> &values, Json *
   }
 }
 
-Json Values(const RunOutcome &outcome, const RunRecord &record) {
+Json Values(const States &states, const RunRecord &record, const std::vector<ValueRecord> &would) {
   Json list = Json::array();
-  AddValues("written", record.values, &list);
-  AddValues("would_write", ValuesToWrite(outcome, record), &list);
+  AddValues(states.written, record.values, &list);
+  AddValues(kWould.written, would, &list);
   return list;
 }
 
@@ -90,9 +102,9 @@ Json FailedValues(const RunRecord &record) {
   return list;
 }
 
-void AddHives(const char *const (&states)[5], const RunRecord &record, Json *list) {
+void AddHives(const States &states, const RunRecord &record, Json *list) {
   for (const HiveRecord &hive : record.hives) {
-    Json entry = {{"state", states[static_cast<int>(hive.outcome)]},
+    Json entry = {{"state", states.hives[static_cast<int>(hive.outcome)]},
                   {"file", hive.file},
                   {"mount_point", OrNull(hive.mountPoint)}};
     if (hive.size != 0) entry["size"] = hive.size;
@@ -102,12 +114,10 @@ void AddHives(const char *const (&states)[5], const RunRecord &record, Json *lis
   }
 }
 
-Json Hives(const RunOutcome &outcome, const RunRecord &record) {
-  static const char *const kDone[] = {"mounted", "saved", "not_saved", "refused", "unflushed"};
-  static const char *const kWould[] = {"would_mount", "would_save", "would_not_save", "would_refuse", "would_not_save"};
+Json Hives(const States &states, const RunRecord &record, const RunRecord &rehearsed) {
   Json list = Json::array();
-  AddHives(kDone, record, &list);
-  AddHives(kWould, outcome.rehearsal.record, &list);
+  AddHives(states, record, &list);
+  AddHives(kWould, rehearsed, &list);
   return list;
 }
 
@@ -136,17 +146,17 @@ Json UnreadInfs(const RunRecord &record) {
 
 }  // namespace
 
-Json RunJson(const RunRecord &record) {
-  static const RunOptions kInjection;
-  static const RunOutcome kOutcome{};
+Json RunJson(const RunRecord &record, bool rehearsed) {
+  const States &states = rehearsed ? kWould : kDone;
+  const std::vector<DeletedValue> none;
   return {{"status_lines", StatusLines(record)},
           {"devices", Devices(record)},
-          {"files", Files(kInjection, record, false)},
-          {"values", Values(kOutcome, record)},
+          {"files", Files(states, record)},
+          {"values", Values(states, record, {})},
           {"values_not_written", FailedValues(record)},
-          {"deletions", DeletionsJson(record, {})},
+          {"deletions", rehearsed ? DeletionsJson(none, record.deletions) : DeletionsJson(record.deletions, none)},
           {"unread", UnreadInfs(record)},
-          {"hives", Hives(kOutcome, record)},
+          {"hives", Hives(states, record, {})},
           {"refused_paths", RefusedPaths(record)},
           {"problems", record.problems},
           {"log_file", OrNull(record.logFile)}};
@@ -163,12 +173,12 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"exit_status", outcome.exitStatus},
                          {"status_lines", StatusLines(record)},
                          {"devices", Devices(record)},
-                         {"files", Files(options, record, outcome.rehearsal.done)},
-                         {"values", Values(outcome, record)},
+                         {"files", Files(options.verify ? kWould : kDone, record)},
+                         {"values", Values(kDone, record, ValuesToWrite(outcome, record))},
                          {"values_not_written", FailedValues(record)},
-                         {"deletions", DeletionsJson(record, ValuesToDelete(outcome, record))},
+                         {"deletions", DeletionsJson(record.deletions, ValuesToDelete(outcome, record))},
                          {"unread", UnreadInfs(record)},
-                         {"hives", Hives(outcome, record)},
+                         {"hives", Hives(kDone, record, outcome.rehearsal.record)},
                          {"rehearsal", RehearsalOf(outcome.rehearsal)},
                          {"refused_paths", RefusedPaths(record)},
                          {"contradictions", record.contradictions},

@@ -24,6 +24,6 @@ std::vector<DeletedValue> ValuesToDelete(const RunOutcome &outcome, const RunRec
 
 void PrintStatusLine(const StatusLine &line);
 void PrintRunText(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);
-// What a run did, without what it was asked.
-nlohmann::ordered_json RunJson(const RunRecord &record);
+// What a run did, without what it was asked; of one that was only `rehearsed`, what it would do.
+nlohmann::ordered_json RunJson(const RunRecord &record, bool rehearsed);
 void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const RunRecord &record);
