@@ -17,6 +17,7 @@
 #include "rescue/hibernation.h"
 #include "rescue/ntfs_volume.h"
 #include "rescue/system_files.h"
+#include "rescue/undo.h"
 
 namespace rescue {
 namespace {
@@ -48,6 +49,18 @@ void CheckHive(const RestoredSystem &system, Obstacles *obstacles) {
   const bool dirty = hive.head.checksumRight && hive.head.primary != hive.head.secondary;
   obstacles->push_back({dirty ? "dirty-hive" : "unusable-hive",
                         system.systemHive.string() + " " + RestoredHiveWords(opened), false, ""});
+}
+
+// Half of an injection would be kept as what was before the next one. Not looked for while a run is at work.
+void CheckStopped(const RestoredSystem &system, Obstacles *obstacles) {
+  machine::Descriptor lock;
+  if (!LockWindows(system.windows, &lock)) return;
+  const fs::path folder = FindStopped(system.windows);
+  if (folder.empty()) return;
+  obstacles->push_back(
+      {"stopped-injection",
+       "An earlier injection was stopped half-way; take it back first: vxr undo " + machine::ShellWord(folder.string()),
+       false, ""});
 }
 
 // Windows sees one of two names that differ in case alone, and nobody can tell which.
@@ -191,6 +204,7 @@ Obstacles FindObstacles(const RestoredSystem &system, const Mount *mount, const 
   CheckWritable(system, mount, &obstacles);
   CheckAllNames(system, &obstacles);
   CheckHive(system, &obstacles);
+  CheckStopped(system, &obstacles);
   return obstacles;
 }
 

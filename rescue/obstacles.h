@@ -11,7 +11,7 @@ namespace rescue {
 
 struct Obstacle {
   // For programs: "hibernated", "read-only", "no-rights", "dirty-volume", "encrypted", "not-ntfs", "dirty-hive",
-  // "unusable-hive", "double-name".
+  // "unusable-hive", "double-name", "stopped-injection".
   std::string word;
   std::string text;       // one line: what is wrong and the remedy
   bool forcible = false;  // the user may take the risk

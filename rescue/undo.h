@@ -60,7 +60,7 @@ struct UndoFolder {
   std::int64_t time = 0;
   std::string program;
   bool forgotHibernation = false;
-  std::string later;  // the name of a later injection's folder that began with the hive that this one left; empty: none
+  std::string later;  // the name of another injection's folder that is to be taken back first; empty: none
   std::vector<UndoEntry> entries;
   std::string problem;  // why it cannot be used; empty: it can
 };
@@ -71,16 +71,14 @@ machine::Status ReadUndoFolder(const std::filesystem::path &folder, UndoFolder *
 // The folders of a restored system, the oldest first; `root` as for FindWindows. Fails, with what follows its
 // name, when it cannot be read or holds no Windows.
 machine::Status ListUndoFolders(const std::filesystem::path &root, std::vector<UndoFolder> *folders);
-// Whether nothing of the hive is the injection's and nothing has changed since: the run or its undoing was stopped,
-// with the whole way back open. What is left of it may be files.
+// Whether some of it is there, but not the hive, and nothing has changed since: the run or its undoing was stopped. One
+// without a hive lacks a file.
 bool WasStopped(const UndoFolder &undo);
+// The first folder of that Windows directory, and of nothing below it, whose injection was stopped; empty: none.
+std::filesystem::path FindStopped(const std::filesystem::path &windows);
 // Takes back what the injection left and nothing has changed since; then removes the folder, when nothing of it is left
 // to do. Stopped at any moment, the same call goes on with it. A failure, which follows the folder's name, says what
 // could not be done. A hive that has changed keeps everything as it is. Takes the lock itself.
 machine::Status TakeBack(const UndoFolder &undo);
-// Takes back what was stopped, for a run that holds the lock; `dry`: only tells it. `*folders` gets those of which
-// files were left; the others are removed. A failure, one line, names the folder.
-machine::Status TakeBackStopped(const std::filesystem::path &windows, bool dry,
-                                std::vector<std::filesystem::path> *folders);
 
 }  // namespace rescue

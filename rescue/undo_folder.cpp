@@ -1,6 +1,7 @@
 #include "rescue/undo_folder.h"
 
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include "platform/machine/host/file_bytes.h"
 #include "platform/machine/host/listing.h"
 #include "platform/machine/host/replace_file.h"
+#include "rescue/disk_names.h"
 
 namespace rescue {
 
@@ -29,7 +31,16 @@ Status NoUndoFolder() {
   return Status::Refused("is no undo folder, such as \"vxr undo --list ROOT\" names; correct the path");
 }
 
+// What a manifest on a mounted volume says must not be done to the files that it is mounted among.
+bool IsOneVolume(const OpenFolder &opened) {
+  struct stat volume, windows, folder;
+  return fstat(opened.volume.fd, &volume) == 0 && fstat(opened.windows.fd, &windows) == 0 &&
+         fstat(opened.folder.fd, &folder) == 0 && volume.st_dev == windows.st_dev && volume.st_dev == folder.st_dev;
+}
+
 }  // namespace
+
+bool IsWindows(const fs::path &directory) { return !FindBelow(directory, {"system32"}).empty(); }
 
 Descriptor OpenDirectory(int at, const std::string &name, int flags) {
   return Descriptor(openat(at, name.c_str(), flags | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -57,17 +68,19 @@ Status OpenParent(int volume, const std::string &path, Descriptor *parent, std::
 
 Status OpenUndoFolder(const fs::path &path, OpenFolder *opened) {
   std::error_code failed;
-  opened->path = fs::canonical(path, failed);
+  const fs::path given = path.has_filename() ? path : path.parent_path();
+  if (fs::is_symlink(given, failed)) return NoUndoFolder();
+  opened->path = fs::canonical(given, failed);
   if (failed) return Status::System(failed.value() == ENOENT ? "cannot be found" : "cannot be opened", failed.value());
   const fs::path parent = opened->path.parent_path(), above = parent.parent_path();
-  if (parent.filename() != kUndoDirectory || !above.has_relative_path()) return NoUndoFolder();
+  if (parent.filename() != kUndoDirectory || !above.has_relative_path() || !IsWindows(above)) return NoUndoFolder();
   opened->name = opened->path.filename();
   opened->volumePath = above.parent_path();
   opened->volume = OpenDirectory(AT_FDCWD, opened->volumePath);
   opened->windows = OpenDirectory(opened->volume.fd, above.filename());
   opened->parent = OpenDirectory(opened->windows.fd, kUndoDirectory);
   opened->folder = OpenDirectory(opened->parent.fd, opened->name, O_RDONLY);
-  if (opened->folder) return {};
+  if (opened->folder) return IsOneVolume(*opened) ? Status() : NoUndoFolder();
   return errno == ENOTDIR ? NoUndoFolder() : Status::System("cannot be opened");
 }
 
@@ -158,18 +171,24 @@ void RemoveEmptyParent(const OpenFolder &folder) {
 }
 
 std::string LaterInjection(const OpenFolder &folder, const UndoChange &change) {
+  FileState now;
+  Descriptor parent;
+  std::string name;
   std::vector<std::string> names;
-  if (!ListNames(folder.parent.fd, &names)) return "";
-  for (const std::string &name : names) {
+  if (!OpenParent(folder.volume.fd, change.path, &parent, &name)) return "";
+  const Descriptor hive = OpenForReading(parent.fd, name);
+  if (!hive || !machine::RegularFileSize(hive.fd, &now.size)) return "";
+  if (!machine::FileDigest(hive.fd, now.size, &now.digest) || !ListNames(folder.parent.fd, &names)) return "";
+  for (const std::string &each : names) {
     OpenFolder other;
     UndoManifest manifest;
     bool unfinished = false;
-    other.folder = OpenDirectory(folder.parent.fd, name, O_RDONLY);
-    if (name == folder.name || !other.folder || !ReadManifest(other, &manifest, &unfinished)) continue;
-    const bool later = std::any_of(manifest.changes.begin(), manifest.changes.end(), [&](const UndoChange &its) {
-      return its.path == change.path && its.before && its.before->state == change.after;
+    other.folder = OpenDirectory(folder.parent.fd, each, O_RDONLY);
+    if (each == folder.name || !other.folder || !ReadManifest(other, &manifest, &unfinished)) continue;
+    const bool comesFirst = std::any_of(manifest.changes.begin(), manifest.changes.end(), [&](const UndoChange &its) {
+      return its.path == change.path && its.before && (now == change.after ? its.before->state : its.after) == now;
     });
-    if (later) return name;
+    if (comesFirst) return each;
   }
   return "";
 }

@@ -30,6 +30,9 @@ machine::Status OpenParent(int volume, const std::string &path, machine::Descrip
 // A file of a directory for reading, without following a link or waiting; empty with errno set.
 machine::Descriptor OpenForReading(int directory, const std::string &name);
 
+// Whether it is a Windows directory, however damaged.
+bool IsWindows(const std::filesystem::path &directory);
+
 machine::Status InUseByAnother();
 
 // Fails with what follows the folder's name.
@@ -54,7 +57,8 @@ machine::Status CopyWhole(int from, std::uint64_t size, int to);
 // The logs beside a hive.
 machine::Status StatesOfLogs(int directory, const std::string &hive, std::vector<HiveLogState> *logs);
 
-// The name of the folder of a later injection, which began with what this change left; empty: none.
+// The name of the folder of another injection that put the present hive in place, or that began with it and is not
+// taken back yet: it comes first. Empty: none. For a hive that is not as it was before this one.
 std::string LaterInjection(const OpenFolder &folder, const UndoChange &change);
 
 // What has become of a change. Fails, with what follows the change's path, when it cannot be told.

@@ -3,7 +3,6 @@
 
 #include "platform/machine/host/digest.h"
 #include "platform/machine/host/file_bytes.h"
-#include "rescue/disk_names.h"
 #include "rescue/undo_folder.h"
 
 namespace rescue {
@@ -41,7 +40,7 @@ Status LookAtDirectory(int parent, const std::string &name, const UndoManifest &
   return {};
 }
 
-// The new hive is the injection's as long as its logs are what they were: Windows writes to them first.
+// A hive, old or new, is what it was as long as its logs are: Windows writes to them first.
 Status LookAtLogs(int parent, const std::string &name, const UndoChange &change, UndoState *state) {
   std::vector<HiveLogState> logs;
   if (Status read = StatesOfLogs(parent, name, &logs); !read) return read;
@@ -60,13 +59,13 @@ Status LookAtFile(int parent, const std::string &name, const UndoChange &change,
   const bool old = change.before && now.size == change.before->state.size;
   if (!old && now.size != change.after.size) return {};
   if (Status read = machine::FileDigest(file.fd, now.size, &now.digest); !read) return read;
-  if (old && now == change.before->state) {
+  const bool isHive = change.kind == ChangeKind::kHive;
+  if (old && now == change.before->state && !(isHive && now == change.after)) {
     *state = UndoState::kUnchanged;
   } else if (now == change.after) {
     *state = UndoState::kInjected;
-    if (change.kind == ChangeKind::kHive) return LookAtLogs(parent, name, change, state);
   }
-  return {};
+  return isHive && *state != UndoState::kChanged ? LookAtLogs(parent, name, change, state) : Status();
 }
 
 UndoEntry EntryOf(const UndoChange &change, UndoState state) {
@@ -104,7 +103,9 @@ Status ReadUndoFolder(const fs::path &folder, UndoFolder *undo) {
     if (Status looked = LookAt(opened.volume.fd, manifest, change, &state); !looked) {
       return Status::Refused("cannot be compared with what it names: " + change.path + " " + Words(looked));
     }
-    if (change.kind == ChangeKind::kHive && state == UndoState::kChanged) undo->later = LaterInjection(opened, change);
+    if (change.kind == ChangeKind::kHive && state != UndoState::kUnchanged) {
+      undo->later = LaterInjection(opened, change);
+    }
     undo->entries.push_back(EntryOf(change, state));
   }
   return {};
@@ -122,6 +123,7 @@ Status AddFolders(int directory, const fs::path &windows, std::vector<UndoFolder
     return SaidAs("has a directory vxr-undo that cannot be read", std::move(listed));
   }
   for (const std::string &name : names) {
+    if (!OpenDirectory(parent.fd, name)) continue;  // a file or a link of somebody
     UndoFolder &undo = folders->emplace_back();
     const Status read = ReadUndoFolder(windows / kUndoDirectory / name, &undo);
     if (!read) undo.problem = Words(read);
@@ -131,21 +133,42 @@ Status AddFolders(int directory, const fs::path &windows, std::vector<UndoFolder
 
 }  // namespace
 
+bool WasStopped(const UndoFolder &undo) {
+  const auto count = [&undo](UndoState state) {
+    return std::count_if(undo.entries.begin(), undo.entries.end(),
+                         [state](const UndoEntry &entry) { return entry.state == state; });
+  };
+  const auto isThere = [](const UndoEntry &entry) { return entry.hive && entry.state != UndoState::kUnchanged; };
+  return undo.problem.empty() && count(UndoState::kChanged) == 0 && count(UndoState::kInjected) != 0 &&
+         count(UndoState::kUnchanged) != 0 && std::none_of(undo.entries.begin(), undo.entries.end(), isThere);
+}
+
+fs::path FindStopped(const fs::path &windows) {
+  const Descriptor opened(open(windows.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  std::vector<UndoFolder> folders;
+  if (!opened || !AddFolders(opened.fd, windows, &folders)) return {};
+  const auto stopped = std::find_if(folders.begin(), folders.end(), WasStopped);
+  return stopped == folders.end() ? fs::path() : stopped->folder;
+}
+
 // Whatever else there is of Windows does not matter: its files may be damaged by now.
 Status ListUndoFolders(const fs::path &root, std::vector<UndoFolder> *folders) {
   const Descriptor opened(open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   std::vector<std::string> names;
   if (!opened) return Status::System("cannot be opened");
   if (Status listed = ListNames(opened.fd, &names); !listed) return SaidAs("cannot be read", std::move(listed));
-  if (Status added = AddFolders(opened.fd, root, folders); !added) return added;
-  bool holdsWindows = !FindBelow(root, {"system32"}).empty();
+  bool holdsWindows = false;
+  names.insert(names.begin(), ".");
   for (const std::string &name : names) {
+    const fs::path path = name == "." ? root : root / name;
     const Descriptor windows = OpenDirectory(opened.fd, name);
-    if (!windows) continue;
-    if (Status added = AddFolders(windows.fd, root / name, folders); !added) return added;
-    holdsWindows = holdsWindows || !FindBelow(root / name, {"system32"}).empty();
+    if (!windows || !IsWindows(path)) continue;
+    holdsWindows = true;
+    if (Status added = AddFolders(windows.fd, path, folders); !added) {
+      return Status::Refused("cannot be looked at: " + path.string() + " " + Words(added), added.error);
+    }
   }
-  if (folders->empty() && !holdsWindows) {
+  if (!holdsWindows) {
     return Status::Refused("holds no Windows directory; name the root of the restored volume");
   }
   std::stable_sort(folders->begin(), folders->end(),

@@ -43,7 +43,9 @@ Status CheckKept(const OpenFolder &folder, const Step &step) {
   FileState now;
   if (Status sized = machine::RegularFileSize(kept.fd, &now.size); !sized) return sized;
   if (Status read = machine::FileDigest(kept.fd, now.size, &now.digest); !read) return read;
-  return now == old.state ? Status() : Status::Refused("has a kept copy, " + old.kept + ", that is damaged");
+  return now == old.state ? Status()
+                          : Status::Refused("has a kept copy, " + old.kept +
+                                            ", that is damaged; remove the folder to keep what is there");
 }
 
 // Removes what a run that was stopped left beside the file.
@@ -105,15 +107,16 @@ Status PrepareAll(const OpenFolder &folder, const UndoManifest &manifest, std::v
   constexpr const char *kNothing = "was not taken back, and nothing was changed: ";
   for (Step &step : *steps) {
     if (Status prepared = Prepare(folder, manifest, &step); !prepared) return About(step, prepared, kNothing);
-    if (step.change->kind != ChangeKind::kHive || step.state != UndoState::kChanged) continue;
-    const std::string later = LaterInjection(folder, *step.change);
-    return About(
-        step,
-        Status::Refused(later.empty()
-                            ? "has changed since, so Windows may have started; without the drivers that it names "
-                              "it might not start again. Remove the folder to keep what is there"
-                            : "was changed by a later injection, " + later + "; take that one back first"),
-        kNothing);
+    if (step.change->kind != ChangeKind::kHive || step.state == UndoState::kUnchanged) continue;
+    if (const std::string later = LaterInjection(folder, *step.change); !later.empty()) {
+      return About(step, Status::Refused("is another injection's too, " + later + "; take that one back first"),
+                   kNothing);
+    }
+    if (step.state != UndoState::kChanged) continue;
+    return About(step,
+                 Status::Refused("has changed since, so Windows may have started; without the drivers that it names "
+                                 "it might not start again. Remove the folder to keep what is there"),
+                 kNothing);
   }
   for (const Step &step : *steps) {
     if (Status checked = CheckKept(folder, step); !checked) return About(step, checked, kNothing);
@@ -161,32 +164,6 @@ Status TakeBack(const UndoFolder &undo) {
   Descriptor lock;
   if (Status locked = LockWindows(undo.folder.parent_path().parent_path(), &lock); !locked) return locked;
   return TakeBackLocked(undo.folder);
-}
-
-bool WasStopped(const UndoFolder &undo) {
-  const auto is = [](UndoState state) { return [state](const UndoEntry &entry) { return entry.state == state; }; };
-  const auto begin = undo.entries.begin(), end = undo.entries.end();
-  if (!undo.problem.empty() || undo.unfinished || std::any_of(begin, end, is(UndoState::kChanged))) return false;
-  const auto hive = std::find_if(begin, end, [](const UndoEntry &entry) { return entry.hive; });
-  return hive != end ? hive->state == UndoState::kUnchanged : std::all_of(begin, end, is(UndoState::kUnchanged));
-}
-
-Status TakeBackStopped(const fs::path &windows, bool dry, std::vector<fs::path> *folders) {
-  std::vector<UndoFolder> found;
-  if (Status listed = ListUndoFolders(windows, &found); !listed) {
-    return Status::Refused(windows.string() + " " + Words(listed), listed.error);
-  }
-  // The latest first, which began with what the others left.
-  for (auto undo = found.rbegin(); undo != found.rend(); ++undo) {
-    if (!WasStopped(*undo)) continue;
-    const bool left = std::any_of(undo->entries.begin(), undo->entries.end(),
-                                  [](const UndoEntry &entry) { return entry.state == UndoState::kInjected; });
-    const Status taken = dry ? Status() : TakeBackLocked(undo->folder);
-    if (!taken)
-      return Status::Refused("an earlier injection was stopped, and " + undo->folder.string() + " " + Words(taken));
-    if (left) folders->push_back(undo->folder);
-  }
-  return {};
 }
 
 bool DropIfUnused(const fs::path &folder) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <map>
+#include <set>
 
 #include "platform/machine/base/descriptor.h"
 #include "platform/machine/base/fault.h"
@@ -65,8 +66,10 @@ class Undo : public MachineTest {
     }
     return KeepForUndo(plan, &folder);
   }
-  void Inject() {
+  // All of it, or these files of it.
+  void Inject(const std::set<std::string> &only = {}) {
     for (const auto &[name, bytes] : after) {
+      if (!only.empty() && !only.contains(name)) continue;
       fs::remove(Host(name));
       WriteFile(name, bytes);
     }
@@ -299,47 +302,70 @@ TEST_F(Undo, CountsTheFoldersOfADay) {
   EXPECT_FALSE(ListUndoFolders(Host(kWindows + "INF"), &none));
 }
 
-TEST_F(Undo, TellsALaterInjection) {
+TEST_F(Undo, TellsWhichComesFirst) {
   ASSERT_TRUE(Keep());
   Inject();
   after[kConfig + "SYSTEM"] += "of the second";
+  after[kDrivers + "second.sys"] = "second";
   ASSERT_TRUE(Keep());
-  Inject();
-  EXPECT_EQ(Read().later, "2026-11-25-2");
-  EXPECT_THAT(TakeBack(), HasSubstr("SYSTEM was changed by a later injection, 2026-11-25-2; take that one back first"));
   rescue::UndoFolder second;
-  ASSERT_TRUE(ReadUndoFolder(folder, &second));
-  EXPECT_EQ(second.later, "");
+  for (const bool stopped : {true, false}) {
+    Inject(stopped ? std::set{kDrivers + "second.sys"} : std::set<std::string>());
+    EXPECT_EQ(Read().later, "2026-11-25-2");
+    EXPECT_THAT(TakeBack(), HasSubstr("SYSTEM is another injection's too, 2026-11-25-2; take that one back first"));
+    second = {};
+    ASSERT_TRUE(ReadUndoFolder(folder, &second));
+    EXPECT_EQ(second.later, "");
+  }
+  const std::string hive = ReadFile(kConfig + "SYSTEM");
+  WriteFile(kConfig + "SYSTEM", "of Windows");
+  EXPECT_THAT(TakeBack(), HasSubstr("has changed since, so Windows may have started"));
+  WriteFile(kConfig + "SYSTEM", hive);
   EXPECT_TRUE(rescue::TakeBack(second));
   EXPECT_EQ(TakeBack(), "");
   ExpectAsBefore();
 }
 
-// Killed before it had a changed file, before it had the new hive, and with all done; and with a file changed since.
-TEST_F(Undo, TakesBackWhatWasStopped) {
-  for (const char *put : {"", "drivers", "", "drivers/new", "SYSTEM"}) {
-    SCOPED_TRACE(put);
-    ASSERT_TRUE(Keep());
-    for (const auto &[name, bytes] : after) {
-      if (*put != '\0' && name.find(put) != std::string::npos) fs::remove(Host(name)), WriteFile(name, bytes);
-    }
-    const bool filesLeft = std::string(put).starts_with("drivers"), done = std::string(put) == "SYSTEM";
-    const std::string left = RestoredTree();
-    for (const bool dry : {true, false}) {
-      std::vector<fs::path> folders;
-      const machine::Status taken = rescue::TakeBackStopped(Host("restored/Windows"), dry, &folders);
-      EXPECT_TRUE(taken) << Words(taken);
-      EXPECT_EQ(folders.size(), filesLeft ? 1u : 0u);
-      EXPECT_TRUE(!(dry || done) || RestoredTree() == left);
-    }
-    if (!done) ExpectAsBefore();
-  }
-  EXPECT_EQ(TakeBack(), "");
+// What is there of an injection, and whether it was stopped: killed before its first file, before its hive, with all
+// done, in the middle of being taken back; with a log, then a file that are not its own.
+TEST_F(Undo, KnowsWhatWasStopped) {
+  const struct {
+    std::set<std::string> there;
+    std::string changed;
+    bool stopped;
+  } cases[] = {{{}, "", false},
+               {{kDrivers + "new.sys"}, "", true},
+               {{kDrivers + "new.sys", kDrivers + "old.sys", kNew + "deep/new.inf"}, "", true},
+               {{kConfig + "SYSTEM"}, "", false},
+               {{kDrivers + "old.sys"}, kConfig + "SYSTEM.LOG2", false},
+               {{kDrivers + "old.sys"}, kDrivers + "new.sys", false}};
   ASSERT_TRUE(Keep());
-  WriteFile(kDrivers + "new.sys", "of somebody");
-  std::vector<fs::path> folders;
-  EXPECT_TRUE(rescue::TakeBackStopped(Host("restored/Windows"), false, &folders));
-  EXPECT_TRUE(fs::exists(folder)) << "it may be Windows' now";
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.changed + ", " + std::to_string(c.there.size()));
+    if (!c.there.empty()) Inject(c.there);
+    if (!c.changed.empty()) WriteFile(c.changed, "of somebody");
+    EXPECT_EQ(rescue::FindStopped(Host("restored/Windows")), c.stopped ? folder : fs::path());
+    if (!c.changed.empty()) {
+      EXPECT_NE(TakeBack(), "");
+      fs::remove(Host(c.changed));
+    }
+    EXPECT_EQ(TakeBack(), "");
+    ExpectAsBefore();
+    ASSERT_TRUE(Keep());
+  }
+  // Neither one below another directory, which any user of that Windows may have made, nor one behind a link.
+  Inject({kDrivers + "new.sys"});
+  fs::create_directories(Host(kWindows + "Temp"));
+  fs::rename(Host(kWindows + "vxr-undo"), Host(kWindows + "Temp/vxr-undo"));
+  fs::create_directories(Host(kWindows + "vxr-undo"));
+  fs::create_directory_symlink("../Temp/vxr-undo/2026-11-25-1", Host(kFolder));
+  rescue::UndoFolder undo;
+  std::vector<rescue::UndoFolder> folders;
+  EXPECT_EQ(rescue::FindStopped(Host("restored/Windows")), fs::path());
+  EXPECT_FALSE(ReadUndoFolder(Host(kFolder), &undo));
+  EXPECT_FALSE(ReadUndoFolder(Host(kWindows + "Temp/vxr-undo/2026-11-25-1"), &undo));
+  EXPECT_TRUE(ListUndoFolders(Host("restored"), &folders));
+  EXPECT_TRUE(folders.empty());
 }
 
 TEST_F(Undo, RefusesAFolderThatLostItsManifest) {

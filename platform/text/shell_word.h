@@ -7,11 +7,12 @@
 
 namespace machine {
 
-// A text as one word of a POSIX shell; as it is when nothing in it means anything to one. What a terminal is not shown,
-// a line break for one, is left to printf; shells drop such breaks at the end of a word.
+// A path as one word of a POSIX shell that is no option; as it is when nothing in it means anything to one. What a
+// terminal is not shown, a line break for one, is left to printf; shells drop such breaks at the end of a word.
 inline std::string ShellWord(std::string_view text) {
   constexpr std::string_view kPlain = "/.-_+,:@%=";
-  bool plain = !text.empty(), steers = false;
+  if (text.starts_with('-')) return ShellWord("./" + std::string(text));
+  bool plain = !text.empty() && text.front() != '=', steers = false;
   unsigned char last = 0;
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);

@@ -2,11 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/boot/fix_boot_command.h"
@@ -217,9 +217,10 @@ std::string UnknownArgument(const CLI::App &app) {
   for (const CLI::App *used : app.get_subcommands()) {
     for (std::string &argument : used->remaining()) unknown.push_back(std::move(argument));
   }
-  const auto option = std::find_if(unknown.begin(), unknown.end(), [](const auto &a) { return a.front() == '-'; });
+  const auto option = std::find_if(unknown.begin(), unknown.end(), [](const auto &a) { return a.starts_with('-'); });
   if (option != unknown.end()) return option->substr(0, option->find('=')) + ": unknown option";
-  return unknown.empty() ? "" : unknown.front() + ": one argument too many";
+  if (unknown.empty()) return "";
+  return (unknown.front().empty() ? "an empty text" : unknown.front()) + ": one argument too many";
 }
 
 // An option or argument that was given as an empty text, which is no name and no id; empty when there is none.
@@ -258,7 +259,8 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
     for (const CLI::App *used : app.get_subcommands()) command += " " + used->get_name();
   }
   if (const std::string unknown = UnknownArgument(app); !unknown.empty()) what = unknown;
-  if (app.get_subcommands().empty()) what = wrong == nullptr ? "name a command" : std::string(wrong) + ": unknown";
+  if (app.get_subcommands().empty())
+    what = wrong == nullptr ? "name a command" : (*wrong == '\0' ? "an empty text" : std::string(wrong)) + ": unknown";
   PrintError(InWords(std::move(what)) + "; see " + command + " --help");
   return kExitUsage;
 }
@@ -268,7 +270,7 @@ void PrintErrorDocument(int exitStatus) {
   const std::vector<std::string> errors = TakeErrors();
   if (errors.empty() || std::ferror(stdout) != 0) return;
   const nlohmann::ordered_json document = {{"error", errors.back()}, {"errors", errors}, {"exit_status", exitStatus}};
-  std::printf("%s\n", document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  PrintDocument(document);
 }
 
 int Run(int argc, char **argv, const char *version) {

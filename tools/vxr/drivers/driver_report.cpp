@@ -1,6 +1,5 @@
 #include "tools/vxr/drivers/driver_report.h"
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "platform/architecture.h"
@@ -91,7 +90,7 @@ void PrintDriversJson(const DriverQuery &query, const DriverList &list) {
                          {"unreadable", std::move(unread)},
                          {"candidates", std::move(candidates)},
                          {"chosen", IsChosen(list) ? Json(0) : Json()}};
-  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  PrintDocument(document);
 }
 
 void PrintDriversText(const DriverQuery &query, const DriverList &list) {

@@ -1,5 +1,4 @@
 // A hive's facts as text and as a JSON document.
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "tools/vxr/base/json_values.h"
@@ -87,5 +86,5 @@ void PrintHiveJson(const HiveFacts &facts, const std::vector<std::string> &error
   document["error"] = errors.empty() ? Json() : Json(errors.back());
   document["errors"] = errors;
   document["exit_status"] = exitStatus;
-  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  PrintDocument(document);
 }

@@ -1,6 +1,5 @@
 #include "tools/vxr/inf/inf_command.h"
 
-#include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -9,6 +8,7 @@
 #include "platform/inf/inf_file.h"
 #include "platform/text/code_page.h"
 #include "tools/vxr/base/host_file.h"
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/inf/inf_text.h"
@@ -89,7 +89,7 @@ void PrintJson(machine::InfFile *inf, unsigned codePage) {
     sections.push_back({{"name", Name(*inf, section, codePage)}, {"lines", std::move(lines)}});
   }
   const Json document = {{"sections", std::move(sections)}};
-  std::printf("%s\n", document.dump(1, ' ', false, Json::error_handler_t::replace).c_str());
+  PrintDocument(document, 1);
 }
 
 }  // namespace

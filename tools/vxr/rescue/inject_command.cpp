@@ -1,9 +1,8 @@
 #include "tools/vxr/rescue/inject_command.h"
 
-#include <cstdio>
-
 #include "rescue/describe.h"
 #include "rescue/undo.h"
+#include "tools/vxr/base/json_values.h"
 #include "tools/vxr/base/output.h"
 #include "tools/vxr/base/program.h"
 #include "tools/vxr/rescue/facts_text.h"
@@ -24,7 +23,7 @@ std::string WrongOptions(const RescueOptions &options) {
 
 int List(const RescueOptions &options, const RescueFacts &facts) {
   if (options.json) {
-    std::printf("%s\n", FactsJson(facts).dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+    PrintDocument(FactsJson(facts));
   } else {
     PrintFacts(facts, options.controllers.empty() && options.disks.empty());
     if (!facts.disks.empty() && facts.system && options.controllers.empty() && options.disks.empty()) {

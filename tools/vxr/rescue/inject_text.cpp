@@ -1,7 +1,6 @@
 #include "tools/vxr/rescue/inject_text.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "platform/text/shell_word.h"
@@ -173,7 +172,9 @@ void PrintProblems(const RescueFacts &facts, const Injection &injection) {
 std::string Meaning(const RescueOptions &options, const Injection &injection) {
   if (injection.exitStatus != 0) {
     const bool unfit = injection.exitStatus == VXR_RESULT_NO_DRIVER && !LacksDriver(injection);
-    const char *kept = injection.done && !injection.undo.empty() ? "; some changes were made" : "; nothing was changed";
+    const char *kept = injection.done && !injection.undo.empty() ? "; some changes were made"
+                       : injection.forgotHibernation ? "; nothing was changed but the memory that --force dropped"
+                                                     : "; nothing was changed";
     if (!injection.problem.empty()) return std::string("the injection was not made") + kept;
     const char *meaning = FindResultCode(static_cast<std::uint32_t>(injection.exitStatus)).meaning;
     return std::string(unfit ? "a driver could not be put in" : meaning) + kept;
@@ -226,10 +227,6 @@ void PrintResult(const RescueOptions &options, const RescueFacts &facts, const I
 
 void PrintInjectText(const RescueOptions &options, const RescueFacts &facts, const Injection &injection) {
   PrintFacts(facts, false);
-  for (const std::filesystem::path &folder : injection.takenBack) {
-    PrintLine(std::string(options.dryRun ? "Would be taken back first" : "Taken back first") +
-              ", since it was stopped: " + folder.string());
-  }
   PrintDevices(facts, injection);
   PrintFiles(injection);
   PrintValues(injection);
@@ -238,8 +235,6 @@ void PrintInjectText(const RescueOptions &options, const RescueFacts &facts, con
 }
 
 void PrintInjectJson(const RescueOptions &options, const RescueFacts &facts, const Injection &injection) {
-  Json takenBack = Json::array();
-  for (const std::filesystem::path &folder : injection.takenBack) takenBack.push_back(folder.string());
   Json document = {{"root", options.root},
                    {"dry_run", options.dryRun},
                    {"exit_status", injection.exitStatus},
@@ -250,10 +245,9 @@ void PrintInjectJson(const RescueOptions &options, const RescueFacts &facts, con
                    {"warnings", TakeErrors()},
                    {"made", injection.done},
                    {"undo", OrNull(injection.undo.string())},
-                   {"taken_back_first", takenBack},
                    {"found", FactsJson(facts)},
                    {"run", RunJson(injection.record, !injection.done)}};
   // The log lies in the folder that takes the run back.
   if (!injection.done || injection.undo.empty()) document["run"]["log_file"] = nullptr;
-  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  PrintDocument(document);
 }

@@ -226,6 +226,7 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
     if (rescue::DropIfUnused(injection->undo)) injection->undo.clear();
     return;
   }
+  injection->forgotHibernation = plan.forgetsHibernation;
   Listener listener;
   injection->code = Run(&listener);
   VXRMachine_SetObserver(OnInjectionEvent, &listener);
@@ -242,11 +243,6 @@ void MakeChanges(const RescueFacts &facts, const rescue::UndoPlan &plan, Injecti
 }  // namespace
 
 bool Inject(const RescueFacts &facts, bool dry, Injection *injection) {
-  if (machine::Status taken = rescue::TakeBackStopped(facts.system->windows, dry, &injection->takenBack); !taken) {
-    injection->problem = Words(taken);
-    injection->exitStatus = 1;
-    return true;
-  }
   const std::string scratch = MakeScratch();
   if (scratch.empty()) {
     PrintError("no directory for passing files can be made in TMPDIR, /dev/shm, /run or /tmp; give one of them room");

@@ -14,9 +14,9 @@ struct Injection {
   int exitStatus = 0;      // the program's
   bool done = false;       // the run itself was made, not only rehearsed
   bool needless = false;   // nothing has to be changed
-  std::filesystem::path undo;                    // folder that takes it back; empty: none
-  std::vector<std::filesystem::path> takenBack;  // folders of injections that were stopped, taken back first
-  std::string problem;                           // why it was not made, a line; empty: the record says
+  bool forgotHibernation = false;  // the memory of a hibernated system was dropped
+  std::filesystem::path undo;      // folder that takes it back; empty: none
+  std::string problem;             // why it was not made, a line; empty: the record says
 };
 
 // Rehearses the injection; unless `dry` or it would fail, keeps what it will change, and makes it. False, after a

@@ -1,7 +1,6 @@
 #include "tools/vxr/rescue/system_command.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "rescue/boot_drivers.h"
@@ -98,7 +97,7 @@ void PrintJson(const RescueFacts &facts, const rescue::BootState &state) {
                          {"device_ids", state.devices},
                          {"asked", std::move(devices)},
                          {"obstacles", ObstaclesJson(facts)}};
-  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  PrintDocument(document);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
@@ -60,10 +59,6 @@ void AddEnd(int exitStatus, Json *document) {
   (*document)["exit_status"] = exitStatus;
 }
 
-void PrintDocument(const Json &document) {
-  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
-}
-
 // --- The list -------------------------------------------------------------------------------------------------------
 
 const char *WordOf(UndoState state) {
@@ -75,7 +70,9 @@ const char *StateOf(const UndoFolder &undo) {
   if (undo.unfinished) return "unfinished";
   if (Any(undo, UndoState::kChanged)) return "changed since";
   if (!Any(undo, UndoState::kInjected)) return "nothing of it is there";
-  return rescue::WasStopped(undo) ? "stopped" : "injected";
+  if (!rescue::WasStopped(undo)) return "injected";
+  machine::Descriptor lock;
+  return rescue::LockWindows(undo.folder.parent_path().parent_path(), &lock) ? "stopped" : "at work";
 }
 
 void PrintFolder(const UndoFolder &undo) {
@@ -95,7 +92,7 @@ void PrintFolder(const UndoFolder &undo) {
   for (const UndoEntry &entry : undo.entries) {
     if (entry.state == UndoState::kChanged) PrintLine("    changed since: " + HostName(entry.path), Style::kBad);
   }
-  if (!undo.later.empty()) PrintLine("    by a later injection, " + undo.later + ", which is to be taken back first");
+  if (!undo.later.empty()) PrintLine("    " + undo.later + " is to be taken back first");
 }
 
 Json FolderJson(const UndoFolder &undo) {

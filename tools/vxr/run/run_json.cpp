@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "tools/vxr/base/json_values.h"
@@ -186,5 +185,5 @@ void PrintRunJson(const RunOptions &options, const RunOutcome &outcome, const Ru
                          {"named_id_problem", OrNull(record.namedIdProblem)},
                          {"boot_disk_problem", OrNull(record.scanProblem)},
                          {"log_file", OrNull(record.logFile)}};
-  std::printf("%s\n", document.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  PrintDocument(document);
 }
