@@ -36,8 +36,8 @@ machine::Status LockWindows(const std::filesystem::path &windows, machine::Descr
 // the disk when this returns. `*folder` gets its path. A failure, one line without what follows from it, leaves nothing
 // behind. Paths need not be spelled as on disk; a file that is there and begins as a hive is one.
 machine::Status KeepForUndo(const UndoPlan &plan, std::filesystem::path *folder);
-// Takes such a folder away again when nothing that it names has changed; false when something has. For the run that
-// made it, which still holds the lock.
+// Takes such a folder away again when nothing that it names has changed; false when something has. For a run that holds
+// the lock.
 bool DropIfUnused(const std::filesystem::path &folder);
 
 enum class UndoState : std::uint8_t {

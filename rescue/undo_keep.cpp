@@ -44,14 +44,11 @@ Status OpenNamed(OpenFolder *folder, const std::string &name) {
 
 // Removes the folders of runs that were stopped before they changed anything. One that cannot be removed is in
 // nobody's way.
-void ClearUnfinished(OpenFolder *folder, const std::vector<std::string> &names) {
-  for (const std::string &name : names) {
-    UndoManifest manifest;
-    bool unfinished = false;
-    if (OpenNamed(folder, name) && ReadManifest(*folder, &manifest, &unfinished) && unfinished) {
-      (void)RemoveUndoFolder(*folder);
-    }
-  }
+void DropUnused(const fs::path &windows) {
+  std::vector<std::string> names;
+  const Descriptor parent = OpenDirectory(AT_FDCWD, windows / kUndoDirectory);
+  if (!parent || !ListNames(parent.fd, &names)) return;
+  for (const std::string &name : names) (void)DropIfUnused(windows / kUndoDirectory / name);
 }
 
 // The number of "DATE-12"; 0 of any other name.
@@ -71,7 +68,6 @@ Status MakeFolder(const UndoPlan &plan, OpenFolder *folder) {
   }
   unsigned number = 1;
   for (const std::string &name : names) number = std::max(number, NumberOf(name, date) + 1);
-  ClearUnfinished(folder, names);
   const std::string name = date + "-" + std::to_string(number);
   if (mkdirat(folder->parent.fd, name.c_str(), 0700) != 0) return Status::System(name + " cannot be made");
   if (Status opened = OpenNamed(folder, name); !opened) {
@@ -207,6 +203,7 @@ Status MakeUndoFolder(const UndoPlan &plan, OpenFolder *folder) {
 
 Status KeepForUndo(const UndoPlan &plan, fs::path *folder) {
   OpenFolder opened;
+  DropUnused(plan.windows);
   if (Status made = MakeUndoFolder(plan, &opened); !made) {
     return Status::Refused(
         "what an undo needs cannot be kept in " + (plan.windows / kUndoDirectory).string() + ": " + Words(made),
