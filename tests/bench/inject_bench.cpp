@@ -50,9 +50,8 @@ void MakeInjection() {
 
 // Whether the program came to its end with 0.
 bool RunVxr(const std::vector<const char *> &more) {
-  const std::string root = folder / "restored", drivers = folder / "pack";
-  std::vector<const char *> words = {VXR_PROGRAM, "inject",        "--root",       root.c_str(),
-                                     "--drivers", drivers.c_str(), "--controller", "1DEA:0A42 0104"};
+  const std::string root = folder / "restored";
+  std::vector<const char *> words = {VXR_PROGRAM, "inject", "--root", root.c_str(), "--controller", "1DEA:0A42 0104"};
   words.insert(words.end(), more.begin(), more.end());
   words.push_back(nullptr);
   posix_spawn_file_actions_t actions;
@@ -81,8 +80,11 @@ void AddInjectBenchmarks(const char *hive) {
   if (hive == nullptr) return;
   corpusHive = hive;
   MakeInjection();
+  static const std::string pack = folder / "pack";
   const std::pair<const char *, std::vector<const char *>> modes[] = {
-      {"InjectList", {"--list"}}, {"InjectDry", {"--dry-run"}}, {"Inject", {}}};
+      {"InjectList", {"--list"}},
+      {"InjectDry", {"--drivers", pack.c_str(), "--dry-run"}},
+      {"Inject", {"--drivers", pack.c_str()}}};
   for (const auto &[name, more] : modes) {
     benchmark::RegisterBenchmark(name, Inject, more)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(5);
   }
