@@ -54,7 +54,7 @@ void CheckHive(const RestoredSystem &system, Obstacles *obstacles) {
 // Half of an injection would be kept as what was before the next one. Not looked for while a run is at work.
 void CheckStopped(const RestoredSystem &system, Obstacles *obstacles) {
   machine::Descriptor lock;
-  if (!LockWindows(system.windows, &lock)) return;
+  if (!LockWindows(system.windows, &lock, true)) return;
   const fs::path folder = FindStopped(system.windows);
   if (folder.empty()) return;
   obstacles->push_back(

@@ -28,9 +28,10 @@ struct UndoPlan {
 };
 
 // Who changes a restored system, or takes a change back, holds this from the first look to the last change: what one
-// run finds must not be another's half-done work. Held until `*lock` is closed. Fails, with what follows the
+// run finds must not be another's half-done work. Held until `*lock` is closed. `look`: only
+// to look whether another has it. Fails, with what follows the
 // directory's name, while another run has it.
-machine::Status LockWindows(const std::filesystem::path &windows, machine::Descriptor *lock);
+machine::Status LockWindows(const std::filesystem::path &windows, machine::Descriptor *lock, bool look = false);
 
 // Makes "vxr-undo/DATE-N" in the Windows directory: every file that will be replaced, and a manifest. All of it is on
 // the disk when this returns. `*folder` gets its path. A failure, one line without what follows from it, leaves nothing
@@ -71,8 +72,8 @@ machine::Status ReadUndoFolder(const std::filesystem::path &folder, UndoFolder *
 // The folders of a restored system, the oldest first; `root` as for FindWindows. Fails, with what follows its
 // name, when it cannot be read or holds no Windows.
 machine::Status ListUndoFolders(const std::filesystem::path &root, std::vector<UndoFolder> *folders);
-// Whether some of it is there, but not the hive, and nothing has changed since: the run or its undoing was stopped. One
-// without a hive lacks a file.
+// Whether some of it is there, but not its hive, and nothing has changed since: the run or its undoing was stopped. Of
+// one without a hive it cannot be told.
 bool WasStopped(const UndoFolder &undo);
 // The first folder of that Windows directory, and of nothing below it, whose injection was stopped; empty: none.
 std::filesystem::path FindStopped(const std::filesystem::path &windows);

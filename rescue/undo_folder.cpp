@@ -25,20 +25,18 @@ namespace {
 constexpr std::uint64_t kLargestManifest = 16 << 20;
 
 // Locks it unless another run has it; a file system without locks has none.
-bool IsTaken(int file) { return flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
+bool IsTaken(int file, int kind = LOCK_EX) { return flock(file, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
 
 Status NoUndoFolder() {
   return Status::Refused("is no undo folder, such as \"vxr undo --list ROOT\" names; correct the path");
 }
 
-// What a manifest on a mounted volume says must not be done to the files that it is mounted among.
-bool IsOneVolume(const OpenFolder &opened) {
-  struct stat volume, windows, folder;
-  return fstat(opened.volume.fd, &volume) == 0 && fstat(opened.windows.fd, &windows) == 0 &&
-         fstat(opened.folder.fd, &folder) == 0 && volume.st_dev == windows.st_dev && volume.st_dev == folder.st_dev;
-}
-
 }  // namespace
+
+bool IsOnVolume(int volume, int file) {
+  struct stat root, status;
+  return fstat(volume, &root) == 0 && fstat(file, &status) == 0 && root.st_dev == status.st_dev;
+}
 
 bool IsWindows(const fs::path &directory) { return !FindBelow(directory, {"system32"}).empty(); }
 
@@ -47,7 +45,13 @@ Descriptor OpenDirectory(int at, const std::string &name, int flags) {
 }
 
 Descriptor OpenForReading(int directory, const std::string &name) {
-  return Descriptor(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status;
+  if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(status.st_mode) &&
+      !S_ISLNK(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    errno = ENXIO;  // to open a device may do something
+    return {};
+  }
+  return Descriptor(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
 Status OpenParent(int volume, const std::string &path, Descriptor *parent, std::string *name) {
@@ -55,6 +59,7 @@ Status OpenParent(int volume, const std::string &path, Descriptor *parent, std::
   std::size_t begin = 0;
   for (std::size_t end; at && (end = path.find('/', begin)) != std::string::npos; begin = end + 1) {
     at = OpenDirectory(at.fd, path.substr(begin, end - begin));
+    if (at && !IsOnVolume(volume, at.fd)) return Status::Refused("leads to another file system");
   }
   *name = path.substr(path.rfind('/') + 1);
   if (!at && errno != ENOENT) {
@@ -80,16 +85,20 @@ Status OpenUndoFolder(const fs::path &path, OpenFolder *opened) {
   opened->windows = OpenDirectory(opened->volume.fd, above.filename());
   opened->parent = OpenDirectory(opened->windows.fd, kUndoDirectory);
   opened->folder = OpenDirectory(opened->parent.fd, opened->name, O_RDONLY);
-  if (opened->folder) return IsOneVolume(*opened) ? Status() : NoUndoFolder();
+  if (opened->folder) {
+    const bool one =
+        IsOnVolume(opened->volume.fd, opened->windows.fd) && IsOnVolume(opened->volume.fd, opened->folder.fd);
+    return one ? Status() : NoUndoFolder();
+  }
   return errno == ENOTDIR ? NoUndoFolder() : Status::System("cannot be opened");
 }
 
 Status InUseByAnother() { return Status::Refused("is in use by another run; wait for its end, then run again"); }
 
-Status LockWindows(const fs::path &windows, Descriptor *lock) {
+Status LockWindows(const fs::path &windows, Descriptor *lock, bool look) {
   *lock = OpenDirectory(AT_FDCWD, windows, O_RDONLY);
   if (!*lock) return Status::System("cannot be opened");
-  return IsTaken(lock->fd) ? InUseByAnother() : Status();
+  return IsTaken(lock->fd, look ? LOCK_SH : LOCK_EX) ? InUseByAnother() : Status();
 }
 
 Status LockUndoFolder(const OpenFolder &folder) {
@@ -170,7 +179,7 @@ void RemoveEmptyParent(const OpenFolder &folder) {
   }
 }
 
-std::string LaterInjection(const OpenFolder &folder, const UndoChange &change) {
+std::string LaterInjection(const OpenFolder &folder, std::int64_t time, const UndoChange &change) {
   FileState now;
   Descriptor parent;
   std::string name;
@@ -185,8 +194,13 @@ std::string LaterInjection(const OpenFolder &folder, const UndoChange &change) {
     bool unfinished = false;
     other.folder = OpenDirectory(folder.parent.fd, each, O_RDONLY);
     if (each == folder.name || !other.folder || !ReadManifest(other, &manifest, &unfinished)) continue;
+    const bool later = manifest.time != time
+                           ? manifest.time > time
+                           : std::pair(each.size(), each) > std::pair(folder.name.size(), folder.name);
+    if (!later) continue;
     const bool comesFirst = std::any_of(manifest.changes.begin(), manifest.changes.end(), [&](const UndoChange &its) {
-      return its.path == change.path && its.before && (now == change.after ? its.before->state : its.after) == now;
+      return its.path == change.path && its.before && its.before->state != its.after &&
+             (now == change.after ? its.before->state : its.after) == now;
     });
     if (comesFirst) return each;
   }

@@ -30,6 +30,9 @@ machine::Status OpenParent(int volume, const std::string &path, machine::Descrip
 // A file of a directory for reading, without following a link or waiting; empty with errno set.
 machine::Descriptor OpenForReading(int directory, const std::string &name);
 
+// What a manifest on a mounted volume says must not be done to another file system, below it or above.
+bool IsOnVolume(int volume, int file);
+
 // Whether it is a Windows directory, however damaged.
 bool IsWindows(const std::filesystem::path &directory);
 
@@ -59,7 +62,7 @@ machine::Status StatesOfLogs(int directory, const std::string &hive, std::vector
 
 // The name of the folder of another injection that put the present hive in place, or that began with it and is not
 // taken back yet: it comes first. Empty: none. For a hive that is not as it was before this one.
-std::string LaterInjection(const OpenFolder &folder, const UndoChange &change);
+std::string LaterInjection(const OpenFolder &folder, std::int64_t time, const UndoChange &change);
 
 // What has become of a change. Fails, with what follows the change's path, when it cannot be told.
 machine::Status LookAt(int volume, const UndoManifest &manifest, const UndoChange &change, UndoState *state);

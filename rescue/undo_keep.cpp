@@ -33,22 +33,16 @@ Status OpenDirectories(const UndoPlan &plan, OpenFolder *folder) {
     return Status::System("the directory vxr-undo cannot be made");
   }
   folder->parent = OpenDirectory(folder->windows.fd, kUndoDirectory);
-  return folder->parent ? Status() : Status::System("the directory vxr-undo cannot be opened");
+  if (!folder->parent) return Status::System("the directory vxr-undo cannot be opened");
+  const bool one =
+      IsOnVolume(folder->volume.fd, folder->windows.fd) && IsOnVolume(folder->volume.fd, folder->parent.fd);
+  return one ? Status() : Status::Refused("the directory vxr-undo lies on another file system than the volume's root");
 }
 
 Status OpenNamed(OpenFolder *folder, const std::string &name) {
   folder->name = name;
   folder->folder = OpenDirectory(folder->parent.fd, name, O_RDONLY);
   return folder->folder ? LockUndoFolder(*folder) : Status::System("cannot be opened");
-}
-
-// Removes the folders of runs that were stopped before they changed anything. One that cannot be removed is in
-// nobody's way.
-void DropUnused(const fs::path &windows) {
-  std::vector<std::string> names;
-  const Descriptor parent = OpenDirectory(AT_FDCWD, windows / kUndoDirectory);
-  if (!parent || !ListNames(parent.fd, &names)) return;
-  for (const std::string &name : names) (void)DropIfUnused(windows / kUndoDirectory / name);
 }
 
 // The number of "DATE-12"; 0 of any other name.
@@ -60,6 +54,22 @@ unsigned NumberOf(const std::string &name, const std::string &date) {
   return failure == std::errc() && stopped == end ? number : 0;
 }
 
+// Removes the folders of runs that were stopped before they changed anything. One that cannot be removed is in
+// nobody's way.
+void ClearUnfinished(OpenFolder *folder, const std::vector<std::string> &names) {
+  for (const std::string &name : names) {
+    UndoManifest manifest;
+    std::vector<std::string> held;
+    bool unfinished = false;
+    if (name.size() < 11 || NumberOf(name, name.substr(0, 10)) == 0 || !OpenNamed(folder, name)) continue;
+    if (!ReadManifest(*folder, &manifest, &unfinished) || !unfinished || !ListNames(folder->folder.fd, &held)) continue;
+    const bool own = std::all_of(held.begin(), held.end(), [](const std::string &each) {
+      return IsKeptName(each) || each.starts_with(std::string(".") + kManifestName);
+    });
+    if (own) (void)RemoveUndoFolder(*folder);
+  }
+}
+
 Status MakeFolder(const UndoPlan &plan, OpenFolder *folder) {
   const std::string date = TimeText(plan.time).substr(0, 10);
   std::vector<std::string> names;
@@ -68,6 +78,7 @@ Status MakeFolder(const UndoPlan &plan, OpenFolder *folder) {
   }
   unsigned number = 1;
   for (const std::string &name : names) number = std::max(number, NumberOf(name, date) + 1);
+  ClearUnfinished(folder, names);
   const std::string name = date + "-" + std::to_string(number);
   if (mkdirat(folder->parent.fd, name.c_str(), 0700) != 0) return Status::System(name + " cannot be made");
   if (Status opened = OpenNamed(folder, name); !opened) {
@@ -203,7 +214,6 @@ Status MakeUndoFolder(const UndoPlan &plan, OpenFolder *folder) {
 
 Status KeepForUndo(const UndoPlan &plan, fs::path *folder) {
   OpenFolder opened;
-  DropUnused(plan.windows);
   if (Status made = MakeUndoFolder(plan, &opened); !made) {
     return Status::Refused(
         "what an undo needs cannot be kept in " + (plan.windows / kUndoDirectory).string() + ": " + Words(made),

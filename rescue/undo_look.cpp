@@ -13,6 +13,9 @@ using machine::Status;
 
 namespace {
 
+// No injection writes a file of that size; to read one that a manifest only claims would take for ever.
+constexpr std::uint64_t kLargestFile = std::uint64_t{2} << 30;
+
 // A file on its way into its place, which a run that was stopped left.
 bool IsLeftOver(const std::string &name) { return name.starts_with('.') && name.ends_with(".vxr-tmp"); }
 
@@ -55,7 +58,7 @@ Status LookAtFile(int parent, const std::string &name, const UndoChange &change,
   *state = UndoState::kChanged;
   if (!file) return isGone || errno == ELOOP || errno == ENXIO ? Status() : Status::System("cannot be opened");
   FileState now;
-  if (!machine::RegularFileSize(file.fd, &now.size)) return {};
+  if (!machine::RegularFileSize(file.fd, &now.size) || now.size > kLargestFile) return {};
   const bool old = change.before && now.size == change.before->state.size;
   if (!old && now.size != change.after.size) return {};
   if (Status read = machine::FileDigest(file.fd, now.size, &now.digest); !read) return read;
@@ -98,13 +101,14 @@ Status ReadUndoFolder(const fs::path &folder, UndoFolder *undo) {
   undo->time = manifest.time;
   undo->program = manifest.program;
   undo->forgotHibernation = manifest.forgotHibernation;
+  unsigned hives = 0;
   for (const UndoChange &change : manifest.changes) {
     UndoState state = UndoState::kUnchanged;
     if (Status looked = LookAt(opened.volume.fd, manifest, change, &state); !looked) {
       return Status::Refused("cannot be compared with what it names: " + change.path + " " + Words(looked));
     }
-    if (change.kind == ChangeKind::kHive && state != UndoState::kUnchanged) {
-      undo->later = LaterInjection(opened, change);
+    if (change.kind == ChangeKind::kHive && state != UndoState::kUnchanged && !hives++) {
+      undo->later = LaterInjection(opened, manifest.time, change);
     }
     undo->entries.push_back(EntryOf(change, state));
   }
@@ -134,13 +138,13 @@ Status AddFolders(int directory, const fs::path &windows, std::vector<UndoFolder
 }  // namespace
 
 bool WasStopped(const UndoFolder &undo) {
-  const auto count = [&undo](UndoState state) {
+  const auto count = [&undo](bool hives, UndoState state) {
     return std::count_if(undo.entries.begin(), undo.entries.end(),
-                         [state](const UndoEntry &entry) { return entry.state == state; });
+                         [&](const UndoEntry &entry) { return entry.hive == hives && entry.state == state; });
   };
-  const auto isThere = [](const UndoEntry &entry) { return entry.hive && entry.state != UndoState::kUnchanged; };
-  return undo.problem.empty() && count(UndoState::kChanged) == 0 && count(UndoState::kInjected) != 0 &&
-         count(UndoState::kUnchanged) != 0 && std::none_of(undo.entries.begin(), undo.entries.end(), isThere);
+  return undo.problem.empty() && count(false, UndoState::kChanged) == 0 && count(false, UndoState::kInjected) != 0 &&
+         count(true, UndoState::kUnchanged) != 0 && count(true, UndoState::kInjected) == 0 &&
+         count(true, UndoState::kChanged) == 0;
 }
 
 fs::path FindStopped(const fs::path &windows) {

@@ -12,6 +12,7 @@ namespace rescue {
 namespace {
 
 constexpr unsigned kFormat = 1;
+constexpr std::size_t kMostChanges = 4096;  // ten times what a large injection makes
 constexpr const char *kTimeForm = "%Y-%m-%dT%H:%M:%SZ";
 constexpr const char *kKinds[] = {"file", "hive", "directory"};
 
@@ -195,6 +196,7 @@ Status ReadManifestText(const std::string &text, UndoManifest *manifest) {
   if (const char *wrong = ReadHead(document, manifest)) return Damaged(wrong);
   const Json *changes = Member(document, "changes");
   if (changes == nullptr || !changes->is_array()) return Damaged("no changes");
+  if (changes->size() > kMostChanges) return Damaged("too many changes");
   std::set<std::string> paths;
   for (const Json &object : *changes) {
     UndoChange &change = manifest->changes.emplace_back();

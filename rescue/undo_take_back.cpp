@@ -108,8 +108,10 @@ Status PrepareAll(const OpenFolder &folder, const UndoManifest &manifest, std::v
   for (Step &step : *steps) {
     if (Status prepared = Prepare(folder, manifest, &step); !prepared) return About(step, prepared, kNothing);
     if (step.change->kind != ChangeKind::kHive || step.state == UndoState::kUnchanged) continue;
-    if (const std::string later = LaterInjection(folder, *step.change); !later.empty()) {
-      return About(step, Status::Refused("is another injection's too, " + later + "; take that one back first"),
+    if (const std::string later = LaterInjection(folder, manifest.time, *step.change); !later.empty()) {
+      return About(step,
+                   Status::Refused("is another injection's too, " + later +
+                                   "; take that one back first, or remove its folder if it is no injection's"),
                    kNothing);
     }
     if (step.state != UndoState::kChanged) continue;

@@ -284,7 +284,8 @@ TEST_F(Undo, CountsTheFoldersOfADay) {
   ExpectAsBefore();
   WriteFile(kFolder + "/1", "of another one");
   WriteFile(kWindows + "vxr-undo/2026-11-25-9/manifest.json", "damaged");
-  WriteFile(kWindows + "vxr-undo/2026-11-25-10x/note", "of somebody");
+  WriteFile(kFolder + "/.manifest.json.vxr-tmp", "begun");
+  WriteFile(kWindows + "vxr-undo/2026-11-25-10x/2025", "of somebody");
   ASSERT_TRUE(Keep());
   EXPECT_EQ(folder, Host(kWindows + "vxr-undo/2026-11-25-10"));
   EXPECT_FALSE(fs::exists(Host(kFolder))) << "a run that was stopped had changed nothing";
@@ -293,6 +294,7 @@ TEST_F(Undo, CountsTheFoldersOfADay) {
     ASSERT_TRUE(ListUndoFolders(Host(root), &folders));
     ASSERT_EQ(folders.size(), 3u);
     EXPECT_TRUE(folders[0].unfinished);
+    EXPECT_TRUE(fs::exists(folders[0].folder / "2025"));
     EXPECT_THAT(folders[1].problem, HasSubstr("no JSON object"));
     EXPECT_EQ(folders[2].folder, folder);
     EXPECT_EQ(folders[2].entries.size(), 6u);

@@ -72,7 +72,7 @@ const char *StateOf(const UndoFolder &undo) {
   if (!Any(undo, UndoState::kInjected)) return "nothing of it is there";
   if (!rescue::WasStopped(undo)) return "injected";
   machine::Descriptor lock;
-  return rescue::LockWindows(undo.folder.parent_path().parent_path(), &lock) ? "stopped" : "at work";
+  return rescue::LockWindows(undo.folder.parent_path().parent_path(), &lock, true) ? "stopped" : "at work";
 }
 
 void PrintFolder(const UndoFolder &undo) {
