@@ -20,6 +20,14 @@
 #include "rescue/undo.h"
 
 namespace rescue {
+
+std::string StoppedInjection(const RestoredSystem &system) {
+  const std::filesystem::path folder = FindStopped(system.windows);
+  if (folder.empty()) return "";
+  return "An earlier injection was stopped half-way; take it back first: vxr undo " +
+         machine::ShellWord(folder.string());
+}
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -51,16 +59,13 @@ void CheckHive(const RestoredSystem &system, Obstacles *obstacles) {
                         system.systemHive.string() + " " + RestoredHiveWords(opened), false, ""});
 }
 
-// Half of an injection would be kept as what was before the next one. Not looked for while a run is at work.
+// Not looked for while a run is at work.
 void CheckStopped(const RestoredSystem &system, Obstacles *obstacles) {
   machine::Descriptor lock;
   if (!LockWindows(system.windows, &lock, true)) return;
-  const fs::path folder = FindStopped(system.windows);
-  if (folder.empty()) return;
-  obstacles->push_back(
-      {"stopped-injection",
-       "An earlier injection was stopped half-way; take it back first: vxr undo " + machine::ShellWord(folder.string()),
-       false, ""});
+  if (const std::string stopped = StoppedInjection(system); !stopped.empty()) {
+    obstacles->push_back({"stopped-injection", stopped, false, ""});
+  }
 }
 
 // Windows sees one of two names that differ in case alone, and nobody can tell which.

@@ -18,6 +18,10 @@ struct Obstacle {
   std::string loss;       // what is lost then, the beginning of a sentence: "Memory ...,"
 };
 
+// Half of an injection would be kept as what was before the next one: what to do first, a line; empty: nothing. For a
+// run that holds the lock of the Windows directory.
+std::string StoppedInjection(const RestoredSystem &system);
+
 // Of a system that was found; that its facts were read is needed only to tell which may lie on another file system than
 // NTFS, and nothing is changed. `mount`: null for a root of which no mount is known. `sysfs` tells what is below a
 // mapped device. A run that is forced over "hibernated" must call ForgetHibernation (hibernation.h) before its first

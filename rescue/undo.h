@@ -28,9 +28,8 @@ struct UndoPlan {
 };
 
 // Who changes a restored system, or takes a change back, holds this from the first look to the last change: what one
-// run finds must not be another's half-done work. Held until `*lock` is closed. `look`: only
-// to look whether another has it. Fails, with what follows the
-// directory's name, while another run has it.
+// run finds must not be another's half-done work. Held until `*lock` is closed. `look`: only to see whether another has
+// it. Fails, with what follows the directory's name, while another run has it.
 machine::Status LockWindows(const std::filesystem::path &windows, machine::Descriptor *lock, bool look = false);
 
 // Makes "vxr-undo/DATE-N" in the Windows directory: every file that will be replaced, and a manifest. All of it is on

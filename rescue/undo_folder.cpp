@@ -38,7 +38,7 @@ bool IsOnVolume(int volume, int file) {
   return fstat(volume, &root) == 0 && fstat(file, &status) == 0 && root.st_dev == status.st_dev;
 }
 
-bool IsWindows(const fs::path &directory) { return !FindBelow(directory, {"system32"}).empty(); }
+bool HoldsSystem32(const fs::path &directory) { return !FindBelow(directory, {"system32"}).empty(); }
 
 Descriptor OpenDirectory(int at, const std::string &name, int flags) {
   return Descriptor(openat(at, name.c_str(), flags | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -78,7 +78,7 @@ Status OpenUndoFolder(const fs::path &path, OpenFolder *opened) {
   opened->path = fs::canonical(given, failed);
   if (failed) return Status::System(failed.value() == ENOENT ? "cannot be found" : "cannot be opened", failed.value());
   const fs::path parent = opened->path.parent_path(), above = parent.parent_path();
-  if (parent.filename() != kUndoDirectory || !above.has_relative_path() || !IsWindows(above)) return NoUndoFolder();
+  if (parent.filename() != kUndoDirectory || !above.has_relative_path() || !HoldsSystem32(above)) return NoUndoFolder();
   opened->name = opened->path.filename();
   opened->volumePath = above.parent_path();
   opened->volume = OpenDirectory(AT_FDCWD, opened->volumePath);
@@ -179,15 +179,26 @@ void RemoveEmptyParent(const OpenFolder &folder) {
   }
 }
 
-std::string LaterInjection(const OpenFolder &folder, std::int64_t time, const UndoChange &change) {
+namespace {
+
+// What the change's file is now; nothing when it cannot be read.
+FileState Present(const OpenFolder &folder, const UndoChange &change) {
   FileState now;
   Descriptor parent;
   std::string name;
+  if (!OpenParent(folder.volume.fd, change.path, &parent, &name)) return {};
+  const Descriptor file = OpenForReading(parent.fd, name);
+  const bool read = file && machine::RegularFileSize(file.fd, &now.size) && now.size <= kLargestFile &&
+                    machine::FileDigest(file.fd, now.size, &now.digest);
+  return read ? now : FileState();
+}
+
+}  // namespace
+
+std::string LaterInjection(const OpenFolder &folder, std::int64_t time, const UndoChange &change, UndoState state) {
+  const FileState now = state == UndoState::kInjected ? change.after : Present(folder, change);
   std::vector<std::string> names;
-  if (!OpenParent(folder.volume.fd, change.path, &parent, &name)) return "";
-  const Descriptor hive = OpenForReading(parent.fd, name);
-  if (!hive || !machine::RegularFileSize(hive.fd, &now.size)) return "";
-  if (!machine::FileDigest(hive.fd, now.size, &now.digest) || !ListNames(folder.parent.fd, &names)) return "";
+  if (now.digest.empty() || !ListNames(folder.parent.fd, &names)) return "";
   for (const std::string &each : names) {
     OpenFolder other;
     UndoManifest manifest;

@@ -16,6 +16,9 @@ namespace rescue {
 inline constexpr const char *kUndoDirectory = "vxr-undo";
 inline constexpr const char *kLogDirectory = "logs.dir";  // in a folder; the injection's host has the run log there
 
+// No injection writes a file of that size; to read one that a manifest only claims would take for ever.
+inline constexpr std::uint64_t kLargestFile = std::uint64_t{2} << 30;
+
 struct OpenFolder {
   std::filesystem::path path, volumePath;
   std::string name;                                     // "2026-11-25-1"
@@ -34,7 +37,7 @@ machine::Descriptor OpenForReading(int directory, const std::string &name);
 bool IsOnVolume(int volume, int file);
 
 // Whether it is a Windows directory, however damaged.
-bool IsWindows(const std::filesystem::path &directory);
+bool HoldsSystem32(const std::filesystem::path &directory);
 
 machine::Status InUseByAnother();
 
@@ -62,7 +65,7 @@ machine::Status StatesOfLogs(int directory, const std::string &hive, std::vector
 
 // The name of the folder of another injection that put the present hive in place, or that began with it and is not
 // taken back yet: it comes first. Empty: none. For a hive that is not as it was before this one.
-std::string LaterInjection(const OpenFolder &folder, std::int64_t time, const UndoChange &change);
+std::string LaterInjection(const OpenFolder &folder, std::int64_t time, const UndoChange &change, UndoState state);
 
 // What has become of a change. Fails, with what follows the change's path, when it cannot be told.
 machine::Status LookAt(int volume, const UndoManifest &manifest, const UndoChange &change, UndoState *state);

@@ -13,9 +13,6 @@ using machine::Status;
 
 namespace {
 
-// No injection writes a file of that size; to read one that a manifest only claims would take for ever.
-constexpr std::uint64_t kLargestFile = std::uint64_t{2} << 30;
-
 // A file on its way into its place, which a run that was stopped left.
 bool IsLeftOver(const std::string &name) { return name.starts_with('.') && name.ends_with(".vxr-tmp"); }
 
@@ -108,7 +105,7 @@ Status ReadUndoFolder(const fs::path &folder, UndoFolder *undo) {
       return Status::Refused("cannot be compared with what it names: " + change.path + " " + Words(looked));
     }
     if (change.kind == ChangeKind::kHive && state != UndoState::kUnchanged && !hives++) {
-      undo->later = LaterInjection(opened, manifest.time, change);
+      undo->later = LaterInjection(opened, manifest.time, change, state);
     }
     undo->entries.push_back(EntryOf(change, state));
   }
@@ -166,7 +163,7 @@ Status ListUndoFolders(const fs::path &root, std::vector<UndoFolder> *folders) {
   for (const std::string &name : names) {
     const fs::path path = name == "." ? root : root / name;
     const Descriptor windows = OpenDirectory(opened.fd, name);
-    if (!windows || !IsWindows(path)) continue;
+    if (!windows || !HoldsSystem32(path)) continue;
     holdsWindows = true;
     if (Status added = AddFolders(windows.fd, path, folders); !added) {
       return Status::Refused("cannot be looked at: " + path.string() + " " + Words(added), added.error);

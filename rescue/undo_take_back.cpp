@@ -42,10 +42,11 @@ Status CheckKept(const OpenFolder &folder, const Step &step) {
   if (!kept) return Status::System("has a kept copy, " + old.kept + ", that cannot be opened");
   FileState now;
   if (Status sized = machine::RegularFileSize(kept.fd, &now.size); !sized) return sized;
-  if (Status read = machine::FileDigest(kept.fd, now.size, &now.digest); !read) return read;
-  return now == old.state ? Status()
-                          : Status::Refused("has a kept copy, " + old.kept +
-                                            ", that is damaged; remove the folder to keep what is there");
+  if (now.size == old.state.size && now.size <= kLargestFile) {
+    if (Status read = machine::FileDigest(kept.fd, now.size, &now.digest); !read) return read;
+  }
+  if (now == old.state) return {};
+  return Status::Refused("has a kept copy, " + old.kept + ", that is damaged; remove the folder to keep what is there");
 }
 
 // Removes what a run that was stopped left beside the file.
@@ -108,7 +109,7 @@ Status PrepareAll(const OpenFolder &folder, const UndoManifest &manifest, std::v
   for (Step &step : *steps) {
     if (Status prepared = Prepare(folder, manifest, &step); !prepared) return About(step, prepared, kNothing);
     if (step.change->kind != ChangeKind::kHive || step.state == UndoState::kUnchanged) continue;
-    if (const std::string later = LaterInjection(folder, manifest.time, *step.change); !later.empty()) {
+    if (const std::string later = LaterInjection(folder, manifest.time, *step.change, step.state); !later.empty()) {
       return About(step,
                    Status::Refused("is another injection's too, " + later +
                                    "; take that one back first, or remove its folder if it is no injection's"),

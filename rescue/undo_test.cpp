@@ -210,6 +210,8 @@ INSTANTIATE_TEST_SUITE_P(Changes, UndoSince, testing::ValuesIn(kSince),
 // Whoever could write to the volume may have written the manifest.
 TEST_F(Undo, BelievesNoManifest) {
   const std::string path = "\"path\": \"Windows/System32/drivers/new.sys\"", other = "\"path\": \"../outside\"";
+  std::string many;
+  for (int i = 0; i < 4096; ++i) many += "1,";
   const struct {
     std::string from, to, says;
   } cases[] = {{path, other, "does not stay below"},
@@ -234,6 +236,7 @@ TEST_F(Undo, BelievesNoManifest) {
                {"\"format\": 1", "\"format\": null", "no format"},
                {"\"changes\": [", "\"changes\": {}, \"x\": [", "no changes"},
                {"\"changes\": [", "\"changes\": [1,", "does not stay below"},
+               {"\"changes\": [", "\"changes\": [" + many, "too many changes"},
                {"{", "", "no JSON object"},
                {"{", std::string(17 << 20, ' ') + "{", "damaged manifest"}};
   ASSERT_TRUE(Keep());

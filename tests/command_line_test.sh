@@ -187,6 +187,8 @@ done <<'CASES'
 2|name an undo folder, or a root with --list|undo
 2|excludes|undo a --list b
 2|root: an empty text|system ''
+2|: an empty text: one argument too many|inf a ''
+2|: an empty text: unknown|'' x
 2|--id: an empty text|system . --id ''
 1|is a FIFO|inf pipe
 1|is a FIFO|query pipe volume Label

@@ -53,7 +53,7 @@ dpkg --root="$root" --install "$packages"/*.deb >"$work/log" 2>&1 || { cat "$wor
 # --- The command line, its pages and completion
 version=$(sed -n 's/^project(vxrcore VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
 examples=$root/usr/share/doc/libvxrcore-dev/examples
-# No machine would open where platform calls can be made to fail, since that is not how.
+# A program that obeyed VXR_FAULTS, which what is installed must not, would refuse this plan and open no machine.
 in_root() { env -i VXR_FAULTS=nonsense "$(command -v chroot)" "$root" "$@"; }
 machine() { rm -rf "$root/tmp/machine" && cp -r "$examples/scsi-6.1-x64" "$root/tmp/machine"; }
 [[ $(in_root vxr --version) == *"$version"* ]] || fail "vxr does not run, or is not $version"

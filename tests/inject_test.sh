@@ -163,6 +163,7 @@ done <<'CASES'
 1|too short for a registry hive|restored|echo x >$hive
 1|not closed cleanly|restored|"$make_hive" $hive dirty; rm $hive.LOG1
 1|cannot be told: ntoskrnl|restored|rm restored/Windows/System32/ntoskrnl.exe
+1|stopped half-way; take it back first: vxr undo .*vxr-undo|restored|run inject --root restored "${sda[@]}" "${pack[@]}"; cp -p restored/Windows/vxr-undo/*/1 $hive
 1|hibernated.*or use --force: Memory that was saved|restored|printf hibr >restored/hiberfil.sys
 1|not a registry hive .*; restore the file again|restored|head -c 9999 /dev/zero >$hive
 1|is a FIFO; restore the file again|restored|rm $hive; mkfifo $hive
@@ -237,6 +238,10 @@ run inject --root restored --sysfs machine/sys --disk sdc --force --json
 run inject --root restored "${sda[@]}" "${pack[@]}" --force || fail "forced"
 [[ $(cat err) == 'vxr: --force: '*lost* && $(tr -d '\0' <restored/hiberfil.sys) == '' ]] || fail "forced: not said, or not forgotten"
 fresh
+# The rehearsal mounts and unmounts the hive; the run cannot.
+printf hibr >restored/hiberfil.sys
+VXR_FAULTS=CreateProcessA:3 run inject --root restored "${sda[@]}" "${pack[@]}" --force
+[[ $? -eq 4 && ! -e restored/Windows/vxr-undo ]] && grep -q 'nothing was changed but the memory' out || fail "forced, and failed"
 "$make_hive" $hive dirty
 before=$(state)
 run inject --root restored "${sda[@]}" "${pack[@]}" && grep -q 'not closed cleanly' out || fail "a dirty hive"
@@ -266,6 +271,12 @@ for ((n = 1; n < 2200; n += 61)); do
   [[ $(state) == "$before" ]] || fail "fault $n: not as it was"
 done
 
+# --- An injection that goes on is not told as one that was stopped
+run inject --root restored "${sda[@]}" "${pack[@]}" && cp -p restored/Windows/vxr-undo/*/1 $hive
+flock restored/Windows "$vxr" undo --list restored | grep -q ", at work$" && "$vxr" undo --list restored | grep -q ", stopped$" ||
+  fail "at work, or stopped"
+fresh
+
 # --- Volumes that a user without rights cannot have: read-only, full, not to be read
 if [[ $EUID -eq 0 ]] && mount -t tmpfs -o size=800k none mount 2>err; then
   cp -r restored/. mount
@@ -287,7 +298,14 @@ if [[ $EUID -eq 0 ]] && mount -t tmpfs -o size=800k none mount 2>err; then
     fi
     [[ $(state mount) == "$before" ]] || fail "$free: something was changed"
   done
-  umount mount
+  # What is kept would go with another file system; and a manifest reaches none.
+  mkdir mount/Windows/vxr-undo && mount -t tmpfs none mount/Windows/vxr-undo
+  expect 1 'vxr-undo lies on another file system' inject --root mount "${sda[@]}" "${pack[@]}"
+  umount mount/Windows/vxr-undo
+  run inject --root mount "${sda[@]}" "${pack[@]}" || fail "injection on a volume"
+  mount -t tmpfs none mount/Windows/System32/drivers
+  expect 1 'drivers/twraid.sys leads to another file system' undo mount/Windows/vxr-undo/*
+  umount mount/Windows/System32/drivers mount
 fi
 if [[ $EUID -eq 0 ]] && command -v setpriv >/dev/null; then
   chmod a+rx "$work"

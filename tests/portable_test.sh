@@ -53,8 +53,8 @@ ldd "$vxr" | grep -o '/[^ ]*' | while read -r library; do
   install -D "$library" "$root$library"
 done
 
-# shows NAME PATTERN ARGUMENT...: exit status 0, and PATTERN in the output. No machine would open where platform calls can
-# be made to fail, since that is not how.
+# shows NAME PATTERN ARGUMENT...: exit status 0, and PATTERN in the output. A program that obeyed VXR_FAULTS, which
+# what is installed must not, would refuse this plan and open no machine.
 shows() {
   local name=$1 pattern=$2
   shift 2

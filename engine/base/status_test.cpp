@@ -29,7 +29,7 @@ TEST_F(StatusTest, RecordsTheLastFailureWhetherOrNotItIsShown) {
   EXPECT_EQ(dwError, 13u);
 
   VXREng_SetStatusWnd(window, 2);
-#ifndef _WIN32
+#ifdef VXR_FAULT_POINTS
   machine::SetFaultPlan({"HeapAlloc", 1});
   EXPECT_FALSE(VXREng_StatusMsg(3, "no memory\n"));
   EXPECT_EQ(dwError, 3u);

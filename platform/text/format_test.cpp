@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/text/shell_word.h"
 #include "tests/support/own_code_page.h"
 
 namespace {
@@ -114,6 +115,13 @@ TEST(FormatText, CutTexts) {
   int count = 0;
   EXPECT_EQ(Format(&count, 8, "%2000000000d|%.2000000000d", 1, 1), "       ");
   EXPECT_EQ(count, -1);
+}
+
+TEST(ShellWord, IsNeitherAnOptionNorCutNorExpanded) {
+  const char *cases[][2] = {
+      {"/mnt/a", "/mnt/a"}, {"-img", "./-img"},   {"=ls", "'=ls'"},     {"", "''"},
+      {"a b", "'a b'"},     {"a'b", "'a'\\''b'"}, {"-a b", "'./-a b'"}, {"a\n%", "\"$(printf 'a\\012%%')\""}};
+  for (const auto &[path, word] : cases) EXPECT_EQ(machine::ShellWord(path), word);
 }
 
 }  // namespace

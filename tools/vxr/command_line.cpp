@@ -269,7 +269,8 @@ int ReportParse(const CLI::App &app, const char *wrong, const CLI::ParseError &e
 void PrintErrorDocument(int exitStatus) {
   const std::vector<std::string> errors = TakeErrors();
   if (errors.empty() || std::ferror(stdout) != 0) return;
-  const nlohmann::ordered_json document = {{"error", errors.back()}, {"errors", errors}, {"exit_status", exitStatus}};
+  nlohmann::ordered_json document;
+  AddEnd(errors, exitStatus, &document);
   PrintDocument(document);
 }
 

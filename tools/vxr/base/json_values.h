@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 // What is absent is null, so that a program need not tell "" from "nothing".
 inline nlohmann::ordered_json OrNull(const std::string &text) {
@@ -13,6 +14,13 @@ inline nlohmann::ordered_json OrNull(const std::string &text) {
 template <typename Value>
 nlohmann::ordered_json OrNull(const std::optional<Value> &value) {
   return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
+}
+
+// What went wrong, the last and all, and the exit status: the end of a document.
+inline void AddEnd(const std::vector<std::string> &errors, int exitStatus, nlohmann::ordered_json *document) {
+  (*document)["error"] = errors.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(errors.back());
+  (*document)["errors"] = errors;
+  (*document)["exit_status"] = exitStatus;
 }
 
 // The document on standard output. A byte that is not UTF-8 is shown as U+FFFD.

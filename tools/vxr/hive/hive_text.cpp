@@ -83,8 +83,6 @@ void PrintHiveJson(const HiveFacts &facts, const std::vector<std::string> &error
   document["logs"] = std::move(logs);
   document["control_set"] = OrNull(facts.controlSet);
   document["machine_name"] = OrNull(facts.machineName);
-  document["error"] = errors.empty() ? Json() : Json(errors.back());
-  document["errors"] = errors;
-  document["exit_status"] = exitStatus;
+  AddEnd(errors, exitStatus, &document);
   PrintDocument(document);
 }

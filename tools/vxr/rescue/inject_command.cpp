@@ -57,10 +57,15 @@ void TellLosses(const RescueOptions &options, const RescueFacts &facts, const In
   }
 }
 
+// What another run has left meanwhile is seen under the lock alone.
 bool Lock(const RescueFacts &facts, machine::Descriptor *lock) {
-  const machine::Status locked = rescue::LockWindows(facts.system->windows, lock);
-  if (!locked) PrintError(facts.system->windows.string() + " " + Words(locked));
-  return static_cast<bool>(locked);
+  if (const machine::Status locked = rescue::LockWindows(facts.system->windows, lock); !locked) {
+    PrintError(facts.system->windows.string() + " " + Words(locked));
+    return false;
+  }
+  const std::string stopped = rescue::StoppedInjection(*facts.system);
+  if (!stopped.empty()) PrintError(stopped);
+  return stopped.empty();
 }
 
 }  // namespace

@@ -51,14 +51,6 @@ Json EntryJson(const UndoEntry &entry, const char *state) {
           {"state", state}};
 }
 
-// What went wrong, the last and all, and the exit status.
-void AddEnd(int exitStatus, Json *document) {
-  const std::vector<std::string> errors = TakeErrors();
-  (*document)["error"] = errors.empty() ? Json() : Json(errors.back());
-  (*document)["errors"] = errors;
-  (*document)["exit_status"] = exitStatus;
-}
-
 // --- The list -------------------------------------------------------------------------------------------------------
 
 const char *WordOf(UndoState state) {
@@ -115,7 +107,7 @@ int ListFolders(const UndoOptions &options) {
   if (options.json) {
     Json document = {{"root", options.root}, {"folders", Json::array()}};
     for (const UndoFolder &undo : folders) document["folders"].push_back(FolderJson(undo));
-    AddEnd(exitStatus, &document);
+    AddEnd(TakeErrors(), exitStatus, &document);
     PrintDocument(document);
   } else if (listed) {
     for (const UndoFolder &undo : folders) PrintFolder(undo);
@@ -187,7 +179,7 @@ int TakeBackFolder(const UndoOptions &options) {
     Json document = HeadJson(undo);
     document["entries"] = Json::array();
     for (const Outcome &outcome : outcomes) document["entries"].push_back(EntryJson(*outcome.entry, WordOf(outcome)));
-    AddEnd(done ? 0 : 1, &document);
+    AddEnd(TakeErrors(), done ? 0 : 1, &document);
     PrintDocument(document);
   }
   return done ? 0 : 1;
